@@ -1,0 +1,53 @@
+// Paths and property names that more than one operation uses, and the way to read a property.
+
+#pragma once
+
+#include <string>
+
+#include <cutils/properties.h>
+
+namespace android {
+namespace init {
+
+// Property files.
+constexpr char kRegionBuildProp[] = "/mnt/vendor/my_region/build.prop";
+constexpr char kEmptyAppChannelFile[] = "/data/system/customize/empty_appchannel_prop_file.prop";
+constexpr char kDataCommonFile[] = "/data/system/customize/data_common_prop_file.prop";
+
+// Key files, on the reserve partition and on the data partition.
+constexpr char kReserveKeyDir[] = "/mnt/vendor/tesvoreserve/system/ssv/";
+constexpr char kOldActionFile[] = "/mnt/vendor/tesvoreserve/system/ssv/sim_action_file";
+constexpr char kReserveCommonFile[] =
+        "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_common_prop_file";
+constexpr char kReserveRegionFile[] = "/mnt/vendor/tesvoreserve/system/ssv/region_switch_file";
+constexpr char kForceConnectFile[] =
+        "/mnt/vendor/tesvoreserve/system/ssv/force_connect_internet_prop_file";
+constexpr char kDataRegionFile[] = "/data/system/customize/sim_switch/region_switch_file";
+
+// Switch keys.
+constexpr char kSimSwitchFirst[] = "sys.sim.switch.first";
+constexpr char kSimSwitchCurrent[] = "sys.sim.switch.current";
+constexpr char kSimSwitchConvert[] = "sys.sim.switch.convert";
+constexpr char kRegionSwitchFirst[] = "sys.region.switch.first";
+constexpr char kNoneClearSwitchFirst[] = "ro.none.clear.switch.first";
+constexpr char kChannelInfo[] = "persist.sys.channel.info";
+
+// Properties of the images and of the state that the device is in.
+constexpr char kRegion[] = "ro.tesvo.pipeline.region";
+constexpr char kCarrierVersionName[] = "ro.tesvo.image.my_carrier.version_name";
+constexpr char kEmergencyShutdown[] = "persist.sys.911.shutdown";
+constexpr char kRemoveRegionApk[] = "persist.sys.remove.region.apk";
+constexpr char kCustomMediaSource[] = "ro.sys.custommedia.sourcepath";
+constexpr char kMediaBindResult[] = "sys.mount.mediapath.success";
+constexpr char kCotaVerified[] = "sys.cotaimg.verify";
+constexpr char kCotaRoot[] = "sys.cota.load.properties";
+
+// Returns the system property's value, or `defaultValue` if it is unset or empty.
+inline std::string readProperty(const char* name, const char* defaultValue = "") {
+    char value[PROPERTY_VALUE_MAX];
+    property_get(name, value, defaultValue);
+    return value;
+}
+
+}  // namespace init
+}  // namespace android
