@@ -1,0 +1,22 @@
+// The limited edition's company configuration.
+
+#include <android-base/logging.h>
+
+#include "../InitExtensionPropertyImpl.h"
+#include "../utils.h"
+
+namespace android {
+namespace init {
+
+void InitExtensionPropertyImpl::loadDuskriderOverrideProperties(PropertyCallback callback) {
+    constexpr char kCompanyConfig[] = "/my_company/etc/build.prop";
+    PropertyMap properties;
+    if (!load_properties_from_file_without_se(kCompanyConfig, nullptr, &properties)) {
+        LOG(INFO) << "can not read prop from :" << kCompanyConfig;
+    }
+    callback(0, properties);
+    loadSpecialProperties(callback);
+}
+
+}  // namespace init
+}  // namespace android
