@@ -1,0 +1,143 @@
+// The property sets that apply to one SIM, carrier or region key only.
+
+#include <unistd.h>
+#include <wctype.h>
+
+#include <android-base/logging.h>
+#include <android-base/strings.h>
+
+#include "../InitExtensionPropertyImpl.h"
+#include "../utils.h"
+#include "cota.h"
+#include "names.h"
+
+namespace android {
+namespace init {
+
+namespace {
+
+constexpr char kFirstTime[] = "SimSwitchFirstTime";
+constexpr char kCurrentTime[] = "SimSwitchCurrentTime";
+constexpr char kCarrierChannel[] = "switchCarrierChannel";
+constexpr char kRegionLeaf[] = "regionSwitch";
+
+std::string keyDirectory(const std::string& root, const std::string& key, const char* leaf) {
+    return root + "/properties/" + key + "/" + leaf;
+}
+
+void refreshKey(const char* property, std::string* key) {
+    if (std::string value = readProperty(property); !value.empty()) *key = value;
+}
+
+std::string lowerCase(std::string text) {
+    for (char& c : text) c = static_cast<char>(towlower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+}  // namespace
+
+std::string readOperatorPair() {
+    const std::string opta = readProperty("persist.sys.tesvo.operator.opta");
+    const std::string optb = readProperty("persist.sys.tesvo.operator.optb");
+    if (opta.empty() || optb.empty()) return "";
+    return lowerCase(opta) + "-" + lowerCase(optb);
+}
+
+void InitExtensionPropertyImpl::loadExtensionPartitionSimswitchProperties(std::string partition,
+                                                                          PropertyMap* props) {
+    // Both guards lead to the file of the nv target key; this is meant.
+    const std::string oldKeyFile = partition + "/etc/build." + nvTargetKey + ".prop";
+    const struct {
+        const std::string& guard;
+        const char* failure;
+    } oldKeyLoads[] = {
+            {nvTargetKey, "nv old property load failed:"},
+            {operatorPair, "ssv old property load failed:"},
+    };
+    for (const auto& load : oldKeyLoads) {
+        if (load.guard.empty() || access(oldKeyFile.c_str(), F_OK) != 0) continue;
+        if (!load_properties_from_file_without_se(oldKeyFile.c_str(), nullptr, props)) {
+            LOG(ERROR) << load.failure << oldKeyFile;
+        }
+    }
+
+    const struct {
+        const std::string& key;
+        const char* leaf;
+    } keyLoads[] = {
+            {simSwitchCurrent, kCurrentTime},
+            {simSwitchFirst, kFirstTime},
+            {channelInfo, kCarrierChannel},
+            {regionSwitchFirst, kRegionLeaf},
+    };
+    for (const auto& load : keyLoads) {
+        if (load.key.empty()) continue;
+        loadPropertiesFromDir(keyDirectory(partition, load.key, load.leaf), props);
+    }
+}
+
+void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(PropertyCallback callback) {
+    refreshKey(kSimSwitchFirst, &simSwitchFirst);
+    refreshKey(kSimSwitchCurrent, &simSwitchCurrent);
+    if (std::string pair = readOperatorPair(); !pair.empty()) operatorPair = pair;
+    refreshKey(kRegionSwitchFirst, &regionSwitchFirst);
+
+    if (simSwitchFirst.empty() && simSwitchCurrent.empty() && operatorPair.empty() &&
+        regionSwitchFirst.empty()) {
+        loadSpecialProperties(callback);
+        return;
+    }
+    PropertyMap properties;
+    for (const std::string& root : PartitionSearchList) {
+        loadExtensionPartitionSimswitchProperties(root, &properties);
+    }
+    if (std::string root; findMountedCota(&root)) {
+        loadExtensionPartitionSimswitchProperties(root, &properties);
+    }
+    if (!properties.empty()) callback(0, properties);
+}
+
+void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(std::string command,
+                                                                PropertyCallback callback) {
+    const struct {
+        const char* command;
+        const char* property;
+        std::string* key;
+        const char* leaf;
+    } keyCommands[] = {
+            {"simSwitchCurrent", kSimSwitchCurrent, &simSwitchCurrent, kCurrentTime},
+            {"simSwitchFirst", kSimSwitchFirst, &simSwitchFirst, kFirstTime},
+            {"switchCarrierChannel", kChannelInfo, &channelInfo, kCarrierChannel},
+            {"regionSwitch", kRegionSwitchFirst, &regionSwitchFirst, kRegionLeaf},
+    };
+    static constexpr struct {
+        const char* command;
+        const char* path;
+        const char* failure;
+    } kFileCommands[] = {
+            {"updateDataCommonProp", kDataCommonFile, "load data common prop failed:"},
+            {"emptyAppchannelProp", kEmptyAppChannelFile,
+             "load empty appchannel prop file failed:"},
+    };
+
+    PropertyMap properties;
+    for (const auto& known : keyCommands) {
+        if (command != known.command) continue;
+        refreshKey(known.property, known.key);
+        if (known.key->empty()) return;
+        for (const std::string& root : PartitionSearchList) {
+            loadPropertiesFromDir(keyDirectory(root, *known.key, known.leaf), &properties);
+        }
+    }
+    for (const auto& known : kFileCommands) {
+        if (command != known.command) continue;
+        if (!load_properties_from_file_without_se(known.path, nullptr, &properties)) {
+            LOG(ERROR) << known.failure << known.path;
+        }
+    }
+    if (base::StartsWith(command, "triggerLogoCopy")) copyLogoIfNeeded(command);
+    if (!properties.empty()) callback(0, properties);
+}
+
+}  // namespace init
+}  // namespace android
