@@ -1,0 +1,156 @@
+#include "boot.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/socket.h>
+
+#include <filesystem>
+#include <memory>
+
+#include <android-base/unique_fd.h>
+
+#include "init_process.h"
+#include "input_error.h"
+#include "message.h"
+#include "sandbox.h"
+
+namespace extprop {
+
+namespace {
+
+using android::base::unique_fd;
+using std::chrono::steady_clock;
+
+constexpr int kReportFormat = 1;
+
+std::string DevicePath(const std::string& device) {
+    std::error_code error;
+    const auto path = std::filesystem::canonical(device, error);
+    if (error) throw InputError(device + ": " + error.message());
+    if (!std::filesystem::is_directory(path)) throw InputError(device + ": Not a directory");
+    return path;
+}
+
+// One boot: the process that plays init, and what has come from it.
+class BootedDevice {
+  public:
+    BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const PropertyMap& properties,
+                 const std::vector<Step>& steps)
+            : process_(Start(root, fetch, properties, steps)), properties_(properties) {}
+
+    // Performs the step and adds its events. Returns null, or what the process did not survive.
+    json Perform(size_t step, std::chrono::seconds limit, json* events) {
+        const auto deadline = steady_clock::now() + limit;
+        json message;
+        Received received = Received::kEnd;
+        if (SendMessage(channel_, step)) {
+            while ((received = ReceiveMessage(channel_, deadline, &message)) ==
+                   Received::kMessage) {
+                if (message.contains("done")) {
+                    properties_ = message["properties"].get<PropertyMap>();
+                    return nullptr;
+                }
+                if (message["event"] == "open") last_file_ = message["path"];
+                events->push_back(std::move(message));
+            }
+        }
+        return Failure(received == Received::kTimeOut ? std::chrono::seconds(0) : limit);
+    }
+
+    // The system properties after the last step that was survived.
+    const PropertyMap& properties() const { return properties_; }
+
+  private:
+    sandbox::Process Start(const sandbox::Sandbox& root, FetchExtension fetch,
+                           const PropertyMap& properties, const std::vector<Step>& steps) {
+        int sockets[2];
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) {
+            throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
+        }
+        channel_.reset(sockets[0]);
+        unique_fd theirs(sockets[1]);
+        return root.Start([&] {
+            channel_.reset();
+            return PlayInit(fetch, properties, steps, theirs.get());
+        });
+    }
+
+    json Failure(std::chrono::seconds limit) {
+        const sandbox::Ending ending = process_.Wait(limit);
+        json failure = {
+                {"timed_out", ending.timed_out}, {"signal", nullptr}, {"last_file", nullptr}};
+        if (!ending.timed_out && ending.signal != 0) {
+            failure["signal"] = std::string("SIG") + sigabbrev_np(ending.signal);
+        }
+        if (!last_file_.empty()) failure["last_file"] = last_file_;
+        return failure;
+    }
+
+    unique_fd channel_;
+    sandbox::Process process_;
+    PropertyMap properties_;
+    std::string last_file_;
+};
+
+// What a reboot leaves of the properties: the persistent ones as they are, and what was given.
+PropertyMap AfterReboot(const PropertyMap& properties, const PropertyMap& given) {
+    constexpr std::string_view kPersistent = "persist.";
+    PropertyMap left;
+    for (const auto& [name, value] : properties) {
+        if (name.compare(0, kPersistent.size(), kPersistent) == 0) left.emplace(name, value);
+    }
+    left.insert(given.begin(), given.end());
+    return left;
+}
+
+json FileChanges(const sandbox::Snapshot& before, const sandbox::Snapshot& after) {
+    json files = json::array();
+    for (const sandbox::FileChange& change : sandbox::Changes(before, after)) {
+        files.push_back({{"path", change.path}, {"change", sandbox::Name(change.kind)}});
+    }
+    return files;
+}
+
+}  // namespace
+
+json Boot(const BootOptions& options) {
+    const std::string device = DevicePath(options.device);
+    const FetchExtension fetch = LoadExtension();
+    const sandbox::Sandbox root(device);
+    json report = {{"format", kReportFormat},
+                   {"device", device},
+                   {"steps", json::array()},
+                   {"failure", nullptr}};
+
+    int boot_number = 1;
+    auto booted =
+            std::make_unique<BootedDevice>(root, fetch, options.given_properties, options.steps);
+    sandbox::Snapshot files = root.TakeSnapshot();
+    for (size_t i = 0; i < options.steps.size(); ++i) {
+        const Step& step = options.steps[i];
+        if (step.is_reboot()) {
+            const PropertyMap left = AfterReboot(booted->properties(), options.given_properties);
+            booted.reset();  // nothing of the old boot may still act on the files
+            booted = std::make_unique<BootedDevice>(root, fetch, left, options.steps);
+            ++boot_number;
+            continue;
+        }
+        json events = json::array();
+        json failure = booted->Perform(i, options.time_limit, &events);
+        sandbox::Snapshot files_now = root.TakeSnapshot();
+        report["steps"].push_back({{"boot", boot_number},
+                                   {"step", step.text},
+                                   {"events", std::move(events)},
+                                   {"files", FileChanges(files, files_now)}});
+        files = std::move(files_now);
+        if (!failure.is_null()) {
+            failure["step"] = step.text;
+            report["failure"] = std::move(failure);
+            break;
+        }
+    }
+    report["properties"] = booted->properties();
+    return report;
+}
+
+}  // namespace extprop

@@ -1,0 +1,25 @@
+// Properties as text: what the user gives, and what the tool prints.
+
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "IInitExtensionProperty.h"
+
+namespace extprop {
+
+using android::init::PropertyMap;
+
+// Splits "NAME=VALUE". Throws InputError if there is no "=" or no name before it.
+std::pair<std::string, std::string> ParseSetting(const std::string& text);
+
+// Reads the file at `path`, in property-file form without imports or in the "[name]: [value]" form
+// that getprop prints, where a value may run over several lines. A later value of a name replaces
+// an earlier one. Throws InputError naming the file and the line at fault.
+PropertyMap ReadProperties(const std::string& path);
+
+// Returns "[name]: [value]\n" for each property.
+std::string PropertyListing(const PropertyMap& properties);
+
+}  // namespace extprop

@@ -1,0 +1,68 @@
+#include "steps.h"
+
+#include "input_error.h"
+
+namespace extprop {
+
+const std::vector<StepKind>& StepKinds() {
+    static const std::vector<StepKind> kinds = {
+            {"early", nullptr, "load the build.prop of every partition (slot 4)",
+             [](const StepContext& context, const std::string&) {
+                 context.extension->loadExtensionPartitionProperties(context.early_properties);
+             }},
+            {"early", "ROOT", "load the build.prop of the partition at ROOT (slot 5)",
+             [](const StepContext& context, const std::string& root) {
+                 context.extension->loadExtensionPartitionProperties(root,
+                                                                     context.early_properties);
+             }},
+            {"persist", nullptr, "the boot sequence after the persistent properties (slot 6)",
+             [](const StepContext& context, const std::string&) {
+                 context.extension->loadPersistOverrideProperties(context.callback);
+             }},
+            {"cota", nullptr, "hand on a carrier package that is mounted already (slot 7)",
+             [](const StepContext& context, const std::string&) {
+                 context.extension->loadCotaOverrideProperties(context.callback);
+             }},
+            {"duskrider", nullptr, "hand on the limited edition's company file (slot 8)",
+             [](const StepContext& context, const std::string&) {
+                 context.extension->loadDuskriderOverrideProperties(context.callback);
+             }},
+            {"sim", nullptr, "reload what the SIM, carrier and region keys select (slot 9)",
+             [](const StepContext& context, const std::string&) {
+                 context.extension->loadSimSwitchOverrideProperties(context.callback);
+             }},
+            {"sim", "COMMAND", "one switch command, such as sim:regionSwitch (slot 10)",
+             [](const StepContext& context, const std::string& command) {
+                 context.extension->loadSimSwitchOverrideProperties(command, context.callback);
+             }},
+            {"cota-service", "COMMAND", "one carrier-package command (slot 12)",
+             [](const StepContext& context, const std::string& command) {
+                 context.extension->loadCotaServiceOverrideProperties(command, context.callback);
+             }},
+            {"media", "PATH", "bind the package's media over PATH (slot 3)",
+             [](const StepContext& context, const std::string& path) {
+                 context.extension->bindCustomizeMediaPath(path.c_str());
+             }},
+            {"reboot", nullptr, "start again: files and persist.* properties stay", nullptr},
+    };
+    return kinds;
+}
+
+Step ParseStep(const std::string& text) {
+    const size_t colon = text.find(':');
+    const bool has_argument = colon != std::string::npos;
+    const std::string word = text.substr(0, colon);
+    bool known = false;
+    for (const StepKind& kind : StepKinds()) {
+        if (word != kind.word) continue;
+        known = true;
+        if (has_argument == (kind.argument != nullptr)) {
+            return {&kind, has_argument ? text.substr(colon + 1) : "", text};
+        }
+    }
+    if (!known) throw InputError("unknown step '" + text + "'; see extprop boot --help");
+    throw InputError("step '" + text + "': '" + word + "' takes " +
+                     (has_argument ? "no argument" : "an argument behind a ':'"));
+}
+
+}  // namespace extprop

@@ -1,0 +1,46 @@
+// The steps of a boot, as init takes them and the command line names them.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "IInitExtensionProperty.h"
+
+namespace extprop {
+
+using android::init::IInitExtensionProperty;
+using android::init::PropertyCallback;
+using android::init::PropertyMap;
+
+// What a step is performed with.
+struct StepContext {
+    IInitExtensionProperty* extension;
+    PropertyMap* early_properties;  // init's own map of the early load
+    PropertyCallback callback;
+};
+
+// One kind of step: its word on the command line, what may follow it behind a ":", and its action.
+struct StepKind {
+    const char* word;
+    const char* argument;  // the argument's name in the help, or null if the step takes none
+    const char* help;
+    void (*perform)(const StepContext& context, const std::string& argument);
+};
+
+// All kinds, in the order of a boot. A word may stand twice, with and without an argument.
+const std::vector<StepKind>& StepKinds();
+
+struct Step {
+    const StepKind* kind;
+    std::string argument;
+    std::string text;  // as it was given
+
+    // A fresh process over the same files. It has no action of its own.
+    bool is_reboot() const { return kind->perform == nullptr; }
+};
+
+// Parses a step such as "early" or "sim:regionSwitch". Throws InputError.
+Step ParseStep(const std::string& text);
+
+}  // namespace extprop

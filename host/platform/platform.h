@@ -1,0 +1,53 @@
+// The workstation's side of the platform: the property store and the labels that stand in for the
+// device's, and a window on what the extension library asks of the system.
+
+#pragma once
+
+#include <string>
+
+#include "IInitExtensionProperty.h"
+
+namespace platform {
+
+using android::init::PropertyMap;
+
+// Returns a copy of all system properties. Safe from any thread, as is everything below.
+PropertyMap AllProperties();
+
+// Makes `properties` the whole property store.
+void ResetProperties(PropertyMap properties);
+
+// Sets a property as init does from its own memory: any length, read-only ones too.
+void StoreProperty(const std::string& name, const std::string& value);
+
+// Makes every later selinux_android_restorecon fail with -1 and EIO, or succeed again.
+void FailRestorecon(bool fail);
+
+// Is told, on the thread that acts, what this process asks of the system. The functions may be
+// called from several threads at once.
+class Observer {
+  public:
+    virtual ~Observer() = default;
+
+    // open(2) is about to be called. It may hang or fail.
+    virtual void OnOpen(const char* path, int flags) = 0;
+
+    // mount(2) was called and returned `result`, with `error` in errno.
+    virtual void OnMount(const char* source, const char* target, unsigned long flags, int result,
+                         int error) = 0;
+
+    // property_set or android::base::SetProperty took the value.
+    virtual void OnPropertySet(const std::string& name, const std::string& value) = 0;
+
+    // selinux_android_restorecon was called and returned `result`.
+    virtual void OnRestorecon(const char* path, unsigned int flags, int result) = 0;
+};
+
+// Makes `observer` the one that is told, in place of the one before; null for none. It must live
+// until it is replaced.
+void SetObserver(Observer* observer);
+
+// The observer in force, or null.
+Observer* CurrentObserver();
+
+}  // namespace platform

@@ -1,0 +1,76 @@
+// One property store behind both of the device's property interfaces. libbase's own, off the
+// device, is a map without a lock, so its two functions are defined here again: the dynamic linker
+// takes the first definition, and everything here links this library before libbase.
+
+#include <string.h>
+
+#include <mutex>
+
+#include <android-base/properties.h>
+#include <cutils/properties.h>
+
+#include "platform.h"
+
+namespace {
+
+std::mutex g_mutex;
+
+// Never destroyed: a detached thread may still read it when the process ends.
+platform::PropertyMap& Store() {
+    static auto* store = new platform::PropertyMap();
+    return *store;
+}
+
+}  // namespace
+
+namespace platform {
+
+PropertyMap AllProperties() {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return Store();
+}
+
+void ResetProperties(PropertyMap properties) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    Store() = std::move(properties);
+}
+
+void StoreProperty(const std::string& name, const std::string& value) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    Store()[name] = value;
+}
+
+}  // namespace platform
+
+namespace android {
+namespace base {
+
+std::string GetProperty(const std::string& key, const std::string& default_value) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    auto property = Store().find(key);
+    if (property == Store().end() || property->second.empty()) return default_value;
+    return property->second;
+}
+
+bool SetProperty(const std::string& key, const std::string& value) {
+    if (key.empty()) return false;
+    if (value.size() >= PROPERTY_VALUE_MAX && key.compare(0, 3, "ro.") != 0) return false;
+    platform::StoreProperty(key, value);
+    if (auto* observer = platform::CurrentObserver()) observer->OnPropertySet(key, value);
+    return true;
+}
+
+}  // namespace base
+}  // namespace android
+
+int property_get(const char* key, char* value, const char* default_value) {
+    const std::string text =
+            android::base::GetProperty(key, default_value == nullptr ? "" : default_value);
+    size_t length = text.copy(value, PROPERTY_VALUE_MAX - 1);
+    value[length] = '\0';
+    return static_cast<int>(strlen(value));
+}
+
+int property_set(const char* key, const char* value) {
+    return android::base::SetProperty(key, value == nullptr ? "" : value) ? 0 : -1;
+}

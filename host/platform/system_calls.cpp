@@ -1,0 +1,61 @@
+// Stands before libc's open and mount, so that an observer sees each call that the extension
+// library makes without a change to it. The calls themselves are the kernel's.
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <sys/mount.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "platform.h"
+
+namespace {
+
+std::atomic<platform::Observer*> g_observer{nullptr};
+
+}  // namespace
+
+namespace platform {
+
+void SetObserver(Observer* observer) {
+    g_observer = observer;
+}
+
+Observer* CurrentObserver() {
+    return g_observer;
+}
+
+}  // namespace platform
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+    mode_t mode = 0;
+    if ((flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    if (auto* observer = platform::CurrentObserver()) observer->OnOpen(path, flags);
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
+// The name under which libbase calls it.
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
+
+int mount(const char* source, const char* target, const char* type, unsigned long flags,
+          const void* data) noexcept {
+    const int result = static_cast<int>(syscall(SYS_mount, source, target, type, flags, data));
+    const int error = result == 0 ? 0 : errno;
+    if (auto* observer = platform::CurrentObserver()) {
+        observer->OnMount(source, target, flags, result, error);
+    }
+    errno = error;
+    return result;
+}
+
+}  // extern "C"
