@@ -98,8 +98,8 @@ bool PassesFilter(const std::string& key, const char* filter, size_t filter_leng
     return strcmp(key.c_str(), filter) == 0;
 }
 
-void StoreProperty(std::string&& key, std::string_view value, PropertyMap* properties) {
-    auto [entry, inserted] = properties->try_emplace(std::move(key), value);
+void StoreProperty(const std::string& key, std::string_view value, PropertyMap* properties) {
+    auto [entry, inserted] = properties->try_emplace(key, value);
     if (inserted || entry->second == value) return;
     // Every name is replaced and reported as 'ro.', whatever it begins with; this is meant.
     LOG(WARNING) << "Overriding previous 'ro.' property '" << entry->first << "':'" << entry->second
@@ -278,6 +278,7 @@ bool load_properties_from_file_without_se(const char* filename, const char* filt
 
     PropertyLines lines(*content);
     std::string_view line;
+    std::string key;  // kept over the lines, so that only a new name costs an allocation
     while (lines.Next(&line)) {
         if (filter_length == 0 && StartsWith(line, kImport)) {
             ImportProperties(line.substr(kImport.size()), properties);
@@ -285,9 +286,9 @@ bool load_properties_from_file_without_se(const char* filename, const char* filt
         }
         size_t equals = line.find('=');
         if (equals == std::string_view::npos) continue;
-        std::string key(TrimRight(line.substr(0, equals)));
+        key = TrimRight(line.substr(0, equals));
         if (!PassesFilter(key, filter, filter_length)) continue;
-        StoreProperty(std::move(key), TrimLeft(line.substr(equals + 1)), properties);
+        StoreProperty(key, TrimLeft(line.substr(equals + 1)), properties);
     }
     LOG(VERBOSE) << "(Loading properties from " << filename << " took " << timer << ".)";
     return true;
