@@ -3,7 +3,9 @@
 #include <errno.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 
@@ -34,26 +36,18 @@ std::string DevicePath(const std::string& device) {
 // One boot: the process that plays init, and what has come from it.
 class BootedDevice {
   public:
-    BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const PropertyMap& properties,
-                 const std::vector<Step>& steps)
-            : process_(Start(root, fetch, properties, steps)), properties_(properties) {}
+    BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan)
+            : process_(Start(root, fetch, plan)), properties_(plan.properties) {}
 
     // Performs the step and adds its events. Returns null, or what the process did not survive.
-    json Perform(size_t step, std::chrono::seconds limit, json* events) {
+    json Perform(const Step& step, size_t index, std::chrono::seconds limit, json* events) {
         const auto deadline = steady_clock::now() + limit;
-        json message;
-        Received received = Received::kEnd;
-        if (SendMessage(channel_, step)) {
-            while ((received = ReceiveMessage(channel_, deadline, &message)) ==
-                   Received::kMessage) {
-                if (message.contains("done")) {
-                    properties_ = message["properties"].get<PropertyMap>();
-                    return nullptr;
-                }
-                if (message["event"] == "open") last_file_ = message["path"];
-                events->push_back(std::move(message));
-            }
+        Received received = Await(index, deadline, events);
+        if (received == Received::kMessage && step.starts_bind_thread()) {
+            received = process_.WaitForThreads(deadline) ? Await(nullptr, deadline, events)
+                                                         : Received::kTimeOut;
         }
+        if (received == Received::kMessage) return nullptr;
         return Failure(received == Received::kTimeOut ? std::chrono::seconds(0) : limit);
     }
 
@@ -62,17 +56,31 @@ class BootedDevice {
 
   private:
     sandbox::Process Start(const sandbox::Sandbox& root, FetchExtension fetch,
-                           const PropertyMap& properties, const std::vector<Step>& steps) {
-        int sockets[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) {
+                           const BootPlan& plan) {
+        unique_fd theirs;
+        if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &channel_, &theirs)) {
             throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
         }
-        channel_.reset(sockets[0]);
-        unique_fd theirs(sockets[1]);
         return root.Start([&] {
             channel_.reset();
-            return PlayInit(fetch, properties, steps, theirs.get());
+            return PlayInit(fetch, plan, theirs.get());
         });
+    }
+
+    // Sends the request and collects events until it is done. Returns kMessage then.
+    Received Await(const json& request, steady_clock::time_point deadline, json* events) {
+        if (!SendMessage(channel_, request)) return Received::kEnd;
+        json message;
+        Received received;
+        while ((received = ReceiveMessage(channel_, deadline, &message)) == Received::kMessage) {
+            if (message.contains("done")) {
+                properties_ = message["properties"].get<PropertyMap>();
+                break;
+            }
+            if (message["event"] == "open") last_file_ = message["path"];
+            events->push_back(std::move(message));
+        }
+        return received;
     }
 
     json Failure(std::chrono::seconds limit) {
@@ -103,6 +111,21 @@ PropertyMap AfterReboot(const PropertyMap& properties, const PropertyMap& given)
     return left;
 }
 
+// Makes the splash partition, a plain file in a device directory, a block device as on a phone, if
+// the plan writes to it. Where that cannot be had there is no partition, rather than a truncated
+// file, and a note says why.
+void PrepareSplashPartition(const BootPlan& plan, sandbox::Sandbox* root, json* notes) {
+    const bool wanted = std::any_of(plan.steps.begin(), plan.steps.end(),
+                                    [](const Step& step) { return step.copies_logo(); });
+    if (!wanted || !std::filesystem::is_regular_file(root->Outside(kSplashPartition))) return;
+    try {
+        root->AttachBlockDevice(kSplashPartition);
+    } catch (const std::runtime_error& error) {
+        notes->push_back(std::string("the logo copy cannot be played here: ") + error.what());
+        root->Run([] { return unlink(kSplashPartition); });
+    }
+}
+
 json FileChanges(const sandbox::Snapshot& before, const sandbox::Snapshot& after) {
     json files = json::array();
     for (const sandbox::FileChange& change : sandbox::Changes(before, after)) {
@@ -116,27 +139,29 @@ json FileChanges(const sandbox::Snapshot& before, const sandbox::Snapshot& after
 json Boot(const BootOptions& options) {
     const std::string device = DevicePath(options.device);
     const FetchExtension fetch = LoadExtension();
-    const sandbox::Sandbox root(device);
+    sandbox::Sandbox root(device);
     json report = {{"format", kReportFormat},
                    {"device", device},
+                   {"notes", json::array()},
                    {"steps", json::array()},
                    {"failure", nullptr}};
+    BootPlan plan = options.plan;
+    PrepareSplashPartition(plan, &root, &report["notes"]);
 
     int boot_number = 1;
-    auto booted =
-            std::make_unique<BootedDevice>(root, fetch, options.given_properties, options.steps);
+    auto booted = std::make_unique<BootedDevice>(root, fetch, plan);
     sandbox::Snapshot files = root.TakeSnapshot();
-    for (size_t i = 0; i < options.steps.size(); ++i) {
-        const Step& step = options.steps[i];
+    for (size_t i = 0; i < plan.steps.size(); ++i) {
+        const Step& step = plan.steps[i];
         if (step.is_reboot()) {
-            const PropertyMap left = AfterReboot(booted->properties(), options.given_properties);
+            plan.properties = AfterReboot(booted->properties(), options.plan.properties);
             booted.reset();  // nothing of the old boot may still act on the files
-            booted = std::make_unique<BootedDevice>(root, fetch, left, options.steps);
+            booted = std::make_unique<BootedDevice>(root, fetch, plan);
             ++boot_number;
             continue;
         }
         json events = json::array();
-        json failure = booted->Perform(i, options.time_limit, &events);
+        json failure = booted->Perform(step, i, options.time_limit, &events);
         sandbox::Snapshot files_now = root.TakeSnapshot();
         report["steps"].push_back({{"boot", boot_number},
                                    {"step", step.text},

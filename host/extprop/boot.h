@@ -4,18 +4,16 @@
 
 #include <chrono>
 #include <string>
-#include <vector>
 
 #include <nlohmann/json.hpp>
 
-#include "steps.h"
+#include "init_process.h"
 
 namespace extprop {
 
 struct BootOptions {
     std::string device;                   // the device directory
-    std::vector<Step> steps;              // in order
-    PropertyMap given_properties;         // set before the first step, and again after a reboot
+    BootPlan plan;                        // its properties are set again after a reboot
     std::chrono::seconds time_limit{30};  // for each step
 };
 

@@ -7,8 +7,13 @@
 
 #include <mutex>
 #include <stdexcept>
+#include <string_view>
+#include <thread>
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
+#include <android-base/properties.h>
+#include <android-base/strings.h>
 
 #include "message.h"
 #include "platform.h"
@@ -81,7 +86,31 @@ class Reporter : public platform::Observer {
 
     void OnOpen(const char* path, int flags) override {
         const bool reads = (flags & O_ACCMODE) == O_RDONLY;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (reads) {
+                last_read_ = path;
+            } else if (std::string_view(path) == kSplashPartition) {
+                logo_source_ = last_read_;
+            }
+        }
         Send({{"event", "open"}, {"path", path}, {"for", reads ? "reading" : "writing"}});
+    }
+
+    // Reports the logo that was written since the last time: the partition was opened for it after
+    // its source, and begins with it now.
+    void ReportLogo() {
+        if (logo_source_.empty()) return;
+        platform::SetObserver(nullptr);
+        std::string logo, partition;
+        const bool written = android::base::ReadFileToString(logo_source_, &logo, true) &&
+                             android::base::ReadFileToString(kSplashPartition, &partition, true) &&
+                             android::base::StartsWith(partition, logo);
+        platform::SetObserver(this);
+        if (written) {
+            Send({{"event", "logo"}, {"source", logo_source_}, {"bytes", logo.size()}});
+        }
+        logo_source_.clear();
     }
 
     void OnMount(const char* source, const char* target, unsigned long flags, int result,
@@ -104,7 +133,27 @@ class Reporter : public platform::Observer {
   private:
     std::mutex mutex_;
     int channel_;
+    std::string last_read_;
+    std::string logo_source_;  // what was read before the splash partition was opened for output
 };
+
+// Hands the bind thread its requests, each once the one before is acknowledged.
+void PlayInstallingService(const std::vector<std::string>& requests, Reporter* reporter) {
+    using namespace std::chrono_literals;
+    constexpr char kRequest[] = "sys.cota.bind.load.properties";
+    constexpr char kAcknowledged[] = "null";
+    constexpr auto kPatience = 5s;
+    for (const std::string& request : requests) {
+        platform::StoreProperty(kRequest, request);
+        bool acknowledged = request == kBindComplete;  // the thread ends without a word
+        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        while (!acknowledged && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(1ms);
+            acknowledged = android::base::GetProperty(kRequest, "") == kAcknowledged;
+        }
+        reporter->Send({{"event", "request"}, {"value", request}, {"acknowledged", acknowledged}});
+    }
+}
 
 // The extension's callback is a plain function, so it finds its reporter here.
 Reporter* g_reporter = nullptr;
@@ -123,8 +172,7 @@ FetchExtension LoadExtension() {
     return reinterpret_cast<FetchExtension>(fetch);
 }
 
-int PlayInit(FetchExtension fetch, const PropertyMap& properties, const std::vector<Step>& steps,
-             int channel) {
+int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel) {
     Reporter reporter(channel);
     g_reporter = &reporter;
     android::base::SetMinimumLogSeverity(android::base::VERBOSE);
@@ -133,18 +181,22 @@ int PlayInit(FetchExtension fetch, const PropertyMap& properties, const std::vec
                         const char* file, unsigned line,
                         const char* message) { reporter.Log(severity, file, line, message); });
     platform::SetObserver(&reporter);
-    platform::ResetProperties(properties);
+    platform::ResetProperties(plan.properties);
 
     PropertyMap early_properties;
     const StepContext context{fetch(kLibrary), &early_properties, OnProperties};
     json index;
     constexpr auto kForever = std::chrono::steady_clock::time_point::max();
     while (ReceiveMessage(channel, kForever, &index) == Received::kMessage) {
-        const Step& step = steps[index.get<size_t>()];
-        const PropertyMap early_before = early_properties;
-        step.kind->perform(context, step.argument);
-        if (early_properties != early_before) {
-            reporter.ApplyProperties({{"event", "map"}}, early_properties);
+        if (!index.is_null()) {
+            const Step& step = plan.steps[index.get<size_t>()];
+            const PropertyMap early_before = early_properties;
+            step.kind->perform(context, step.argument);
+            if (early_properties != early_before) {
+                reporter.ApplyProperties({{"event", "map"}}, early_properties);
+            }
+            if (step.starts_bind_thread()) PlayInstallingService(plan.requests, &reporter);
+            reporter.ReportLogo();
         }
         reporter.Send({{"done", true}, {"properties", platform::AllProperties()}});
     }

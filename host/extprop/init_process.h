@@ -14,11 +14,20 @@ using FetchExtension = IInitExtensionProperty* (*)(const char* library);
 // Loads the extension library as init does. Throws std::runtime_error.
 FetchExtension LoadExtension();
 
-// Plays init for one boot, in a process of its own: fetches the extension with `properties` as the
-// system properties, then performs the steps whose indices in `steps` arrive at `channel`, until it
-// is closed. Sends an event for each thing that happens (docs/json.md lists them) and, after each
-// step, {"done": true, "properties": {...}}. Returns the process's exit status.
-int PlayInit(FetchExtension fetch, const PropertyMap& properties, const std::vector<Step>& steps,
-             int channel);
+// The partition that the boot logo is copied into.
+inline constexpr char kSplashPartition[] = "/dev/block/by-name/splash_odm";
+
+// What one boot is made of.
+struct BootPlan {
+    std::vector<Step> steps;
+    PropertyMap properties;             // the system properties before the first step
+    std::vector<std::string> requests;  // of the installing service, while a bind thread runs
+};
+
+// Plays init for one boot, in a process of its own: fetches the extension, then performs the step
+// of the plan whose index arrives at `channel`, until that is closed; null asks for no step. Sends
+// an event for each thing that happens (docs/json.md lists them) and, after each step,
+// {"done": true, "properties": {...}}. Returns the process's exit status.
+int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel);
 
 }  // namespace extprop

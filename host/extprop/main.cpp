@@ -22,6 +22,8 @@ struct BootArguments {
     std::vector<std::string> steps;
     std::vector<std::string> settings;
     std::vector<std::string> property_files;
+    std::vector<std::string> requests;
+    bool no_complete = false;
     unsigned time_limit = 30;
     bool json = false;
     bool quiet = false;
@@ -58,6 +60,13 @@ void AddBoot(CLI::App* app, BootArguments* arguments) {
                      "those of --set")
             ->type_name("FILE")
             ->allow_extra_args(false);
+    boot->add_option("--request", arguments->requests,
+                     "Hand VALUE to the bind thread of cota-service:check_mount once it has "
+                     "acknowledged the one before; in the end the thread is told to stop")
+            ->type_name("VALUE")
+            ->allow_extra_args(false);
+    boot->add_flag("--no-complete", arguments->no_complete,
+                   "Do not tell the bind thread to stop; it gives up after 20 s without a request");
     boot->add_option("--timeout", arguments->time_limit,
                      "Seconds that a step may take before the library counts as hung")
             ->type_name("SECONDS")
@@ -76,23 +85,27 @@ BootOptions OptionsOf(const BootArguments& arguments) {
     BootOptions options;
     options.device = arguments.device;
     options.time_limit = std::chrono::seconds(arguments.time_limit);
-    for (const std::string& step : arguments.steps) options.steps.push_back(ParseStep(step));
-    if (options.steps.empty()) options.steps = {ParseStep("early"), ParseStep("persist")};
+    BootPlan& plan = options.plan;
+    for (const std::string& step : arguments.steps) plan.steps.push_back(ParseStep(step));
+    if (plan.steps.empty()) plan.steps = {ParseStep("early"), ParseStep("persist")};
     for (const std::string& file : arguments.property_files) {
-        for (const auto& [name, value] : ReadProperties(file)) {
-            options.given_properties[name] = value;
-        }
+        for (const auto& [name, value] : ReadProperties(file)) plan.properties[name] = value;
     }
     for (const std::string& setting : arguments.settings) {
         const auto [name, value] = ParseSetting(setting);
-        options.given_properties[name] = value;
+        plan.properties[name] = value;
     }
+    plan.requests = arguments.requests;
+    if (!arguments.no_complete) plan.requests.push_back(kBindComplete);
     return options;
 }
 
 int RunBoot(const BootArguments& arguments) {
     const nlohmann::json report = Boot(OptionsOf(arguments));
     const bool failed = !report["failure"].is_null();
+    for (const auto& note : report["notes"]) {
+        std::cerr << "extprop: note: " << note.get<std::string>() << "\n";
+    }
     if (arguments.json) {
         // Bytes that are not UTF-8 cannot stand in JSON.
         std::cout << report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";

@@ -65,6 +65,12 @@ void PrintEvent(const json& event, bool verbose, std::ostream& out) {
     } else if (kind == "restorecon") {
         out << "  restorecon " << Text(event["path"]) << (event["result"] == 0 ? "" : ": failed")
             << "\n";
+    } else if (kind == "logo") {
+        out << "  logo: " << event["bytes"] << " bytes of " << Text(event["source"])
+            << " written to the splash partition\n";
+    } else if (kind == "request") {
+        out << "  request " << Text(event["value"])
+            << (event["acknowledged"] ? "\n" : ": not acknowledged\n");
     } else if (kind == "open" && verbose) {
         out << "  open for " << Text(event["for"]) << " " << Text(event["path"]) << "\n";
     }

@@ -1,5 +1,7 @@
 #include "steps.h"
 
+#include <string_view>
+
 #include "input_error.h"
 
 namespace extprop {
@@ -46,6 +48,11 @@ const std::vector<StepKind>& StepKinds() {
             {"reboot", nullptr, "start again: files and persist.* properties stay", nullptr},
     };
     return kinds;
+}
+
+bool Step::copies_logo() const {
+    constexpr std::string_view kLogoCopy = "sim:triggerLogoCopy";
+    return text.compare(0, kLogoCopy.size(), kLogoCopy) == 0;
 }
 
 Step ParseStep(const std::string& text) {

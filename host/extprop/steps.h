@@ -38,7 +38,15 @@ struct Step {
 
     // A fresh process over the same files. It has no action of its own.
     bool is_reboot() const { return kind->perform == nullptr; }
+
+    // The library goes on in a thread of its own after this step.
+    bool starts_bind_thread() const { return text == "cota-service:check_mount"; }
+
+    bool copies_logo() const;
 };
+
+// The request that ends a bind thread.
+inline constexpr char kBindComplete[] = "boot_mount_bind_complete";
 
 // Parses a step such as "early" or "sim:regionSwitch". Throws InputError.
 Step ParseStep(const std::string& text);

@@ -29,7 +29,7 @@ class Observer {
   public:
     virtual ~Observer() = default;
 
-    // open(2) is about to be called. It may hang or fail.
+    // A file is about to be opened, by open(2) or a file stream. That may hang or fail.
     virtual void OnOpen(const char* path, int flags) = 0;
 
     // mount(2) was called and returned `result`, with `error` in errno.

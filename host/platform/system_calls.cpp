@@ -1,9 +1,11 @@
-// Stands before libc's open and mount, so that an observer sees each call that the extension
-// library makes without a change to it. The calls themselves are the kernel's.
+// Stands before libc's functions, so that an observer sees each call that the extension library
+// makes without a change to it. The calls themselves go on to the kernel or to libc.
 
+#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
+#include <stdio.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -46,6 +48,16 @@ int open(const char* path, int flags, ...) {
 
 // The name under which libbase calls it.
 int open64(const char* path, int flags, ...) __attribute__((alias("open")));
+
+// The name under which the standard library's file streams open their files.
+FILE* fopen64(const char* path, const char* mode) {
+    using Function = FILE* (*)(const char*, const char*);
+    static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "fopen64"));
+    if (auto* observer = platform::CurrentObserver()) {
+        observer->OnOpen(path, mode[0] == 'r' ? O_RDONLY : O_WRONLY);
+    }
+    return next(path, mode);
+}
 
 int mount(const char* source, const char* target, const char* type, unsigned long flags,
           const void* data) noexcept {

@@ -2,24 +2,29 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/loop.h>
+#include <linux/magic.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <stdexcept>
-#include <vector>
+#include <thread>
 
 #include <android-base/cmsg.h>
-#include <android-base/file.h>
 
 using android::base::unique_fd;
 
@@ -44,11 +49,16 @@ void Check(bool done, const std::string& what) {
     if (!done) Fail(what);
 }
 
+int OpenOrThrow(const std::string& path, int flags) {
+    const int fd = open(path.c_str(), flags | O_CLOEXEC);
+    Check(fd != -1, path);
+    return fd;
+}
+
 void WriteProcFile(const std::string& path, const std::string& content) {
     // Opened without O_CREAT and in one write, as these files want it.
-    unique_fd fd(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    const ssize_t written = fd.ok() ? write(fd.get(), content.data(), content.size()) : -1;
-    Check(written == static_cast<ssize_t>(content.size()), path);
+    unique_fd fd(OpenOrThrow(path, O_WRONLY));
+    Check(write(fd.get(), content.data(), content.size()) != -1, path);
 }
 
 // Gives the process a mount namespace of its own, whose mounts stay in it. An ordinary user becomes
@@ -84,13 +94,12 @@ void CopyDevice(bool as_root) {
     Check(mount(kRoot, kRoot, nullptr, MS_BIND, nullptr) == 0, "cannot bind the copy");
 }
 
-// Builds the root in the calling process. Returns whether it is an overlay.
-bool BuildRoot(const std::string& device, Layer layer) {
+// Builds the root in the calling process.
+void BuildRoot(const std::string& device, Layer layer) {
     const bool as_root = geteuid() == 0;
     EnterOwnNamespaces(as_root);
     // Kept open, because the scratch file system may cover the path that leads to it.
-    unique_fd device_fd(open(device.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    Check(device_fd.ok(), device);
+    unique_fd device_fd(OpenOrThrow(device, O_PATH | O_DIRECTORY));
     Check(mount("tmpfs", kScratch, "tmpfs", 0, "mode=0755") == 0, "cannot mount a tmpfs");
     for (const char* directory : {kDevice, kUpper, kWork, kRoot}) {
         Check(mkdir(directory, 0755) == 0, directory);
@@ -98,9 +107,7 @@ bool BuildRoot(const std::string& device, Layer layer) {
     const std::string source = "/proc/self/fd/" + std::to_string(device_fd.get());
     Check(mount(source.c_str(), kDevice, nullptr, MS_BIND | MS_REC, nullptr) == 0,
           "cannot bind the device directory");
-    if (layer != Layer::kCopy && MountOverlay(as_root)) return true;
-    CopyDevice(as_root);
-    return false;
+    if (layer == Layer::kCopy || !MountOverlay(as_root)) CopyDevice(as_root);
 }
 
 void SetLimit(int resource, rlim_t soft) {
@@ -133,6 +140,37 @@ int WaitFor(pid_t pid) {
     return status;
 }
 
+// Does the job in a short-lived process, which may change its namespaces, and returns the
+// descriptors that it opened. What the job throws is thrown here.
+std::vector<unique_fd> FromChild(const std::function<std::vector<int>()>& job) {
+    unique_fd ours, theirs;
+    Check(android::base::Socketpair(SOCK_SEQPACKET | SOCK_CLOEXEC, &ours, &theirs), "socketpair");
+    const pid_t child = fork();
+    Check(child != -1, "fork");
+    if (child == 0) {
+        std::vector<int> fds;
+        std::string message = "done";
+        try {
+            fds = job();
+        } catch (const std::exception& error) {
+            message = error.what();
+        }
+        android::base::SendFileDescriptorVector(theirs, message.data(), message.size(), fds);
+        _exit(0);
+    }
+    theirs.reset();
+
+    constexpr size_t kMaxFds = 3;
+    char message[512];
+    std::vector<unique_fd> fds;
+    const ssize_t size = android::base::ReceiveFileDescriptorVector(ours, message, sizeof(message),
+                                                                    kMaxFds, &fds);
+    WaitFor(child);
+    if (size <= 0) throw std::runtime_error("the private root could not be built");
+    if (fds.empty()) throw std::runtime_error(std::string(message, size));
+    return fds;
+}
+
 }  // namespace
 
 Process::Process(pid_t pid) : pid_(pid), pidfd_(syscall(SYS_pidfd_open, pid, 0)) {}
@@ -157,43 +195,58 @@ Ending Process::Wait(std::chrono::milliseconds limit) {
     return ending;
 }
 
-Sandbox::Sandbox(const std::string& device, Layer layer) {
-    int sockets[2];
-    Check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets) == 0, "socketpair");
-    unique_fd ours(sockets[0]);
-    unique_fd theirs(sockets[1]);
-
-    // A short-lived process builds the root in namespaces of its own; what keeps them is that this
-    // process holds them open, so they end with it, however it ends.
-    const pid_t builder = fork();
-    Check(builder != -1, "fork");
-    if (builder == 0) {
-        std::string message;
-        std::vector<int> fds;
-        try {
-            message = BuildRoot(device, layer) ? "overlay" : "copy";
-            const char* const kept[] = {kRoot, "/proc/self/ns/mnt", "/proc/self/ns/user"};
-            for (const char* path : kept) fds.push_back(open(path, O_RDONLY | O_CLOEXEC));
-            android::base::SendFileDescriptorVector(theirs, message.data(), message.size(), fds);
-        } catch (const std::exception& error) {
-            message = error.what();
-            android::base::SendFileDescriptorVector(theirs, message.data(), message.size(), {});
-        }
-        _exit(0);
+bool Process::WaitForThreads(std::chrono::steady_clock::time_point deadline) const {
+    const std::string tasks = "/proc/" + std::to_string(pid_) + "/task";
+    while (std::chrono::steady_clock::now() < deadline) {
+        std::error_code gone;
+        const auto threads = std::filesystem::directory_iterator(tasks, gone);
+        if (gone || std::distance(begin(threads), end(threads)) <= 1) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    theirs.reset();
+    return false;
+}
 
-    char message[512];
-    std::vector<unique_fd> fds;
-    const ssize_t size =
-            android::base::ReceiveFileDescriptorVector(ours, message, sizeof(message), 3, &fds);
-    WaitFor(builder);
-    if (size <= 0) throw std::runtime_error("the private root could not be built");
-    if (fds.size() != 3) throw std::runtime_error(std::string(message, size));
-    has_overlay_ = std::string(message, size) == "overlay";
+Sandbox::Sandbox(const std::string& device, Layer layer) {
+    // What keeps the namespaces is that this process holds them open, so they end with it, however
+    // it ends.
+    std::vector<unique_fd> fds = FromChild([&] {
+        BuildRoot(device, layer);
+        return std::vector<int>{OpenOrThrow(kRoot, O_RDONLY),
+                                OpenOrThrow("/proc/self/ns/mnt", O_RDONLY),
+                                OpenOrThrow("/proc/self/ns/user", O_RDONLY)};
+    });
     root_ = std::move(fds[0]);
     mount_namespace_ = std::move(fds[1]);
     if (geteuid() != 0) user_namespace_ = std::move(fds[2]);
+}
+
+void Sandbox::AttachBlockDevice(const std::string& path) {
+    std::vector<unique_fd> fds = FromChild([&] {
+        Check(Enter(), "cannot enter the private root");
+        const std::string file = kRoot + path;
+        loop_config config = {};
+        config.fd = OpenOrThrow(file, O_RDWR);
+        config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
+        const int number = ioctl(OpenOrThrow("/dev/loop-control", O_RDWR), LOOP_CTL_GET_FREE);
+        Check(number >= 0, "no free loop device");
+        const std::string device = "/dev/loop" + std::to_string(number);
+        const int loop = OpenOrThrow(device, O_RDWR);
+        Check(ioctl(loop, LOOP_CONFIGURE, &config) == 0, "cannot set up " + device);
+        Check(mount(device.c_str(), file.c_str(), nullptr, MS_BIND, nullptr) == 0,
+              "cannot bind " + device);
+        return std::vector<int>{loop};
+    });
+    block_devices_.push_back(std::move(fds[0]));
+}
+
+bool Sandbox::has_overlay() const {
+    struct statfs status;
+    return fstatfs(root_.get(), &status) == 0 && status.f_type == OVERLAYFS_SUPER_MAGIC;
+}
+
+bool Sandbox::Enter() const {
+    return (!user_namespace_.ok() || setns(user_namespace_.get(), CLONE_NEWUSER) == 0) &&
+           setns(mount_namespace_.get(), CLONE_NEWNS) == 0;
 }
 
 Process Sandbox::Start(const std::function<int()>& function) const {
@@ -204,11 +257,7 @@ Process Sandbox::Start(const std::function<int()>& function) const {
     unique_fd no_input(open("/dev/null", O_RDONLY | O_CLOEXEC));
     dup2(no_input.get(), STDIN_FILENO);
     // Mounts made from here on are this process's own: its namespace is a copy.
-    const bool entered =
-            (!user_namespace_.ok() || setns(user_namespace_.get(), CLONE_NEWUSER) == 0) &&
-            setns(mount_namespace_.get(), CLONE_NEWNS) == 0 && unshare(CLONE_NEWNS) == 0 &&
-            chdir(kRoot) == 0 && chroot(".") == 0;
-    if (!entered) {
+    if (!Enter() || unshare(CLONE_NEWNS) != 0 || chdir(kRoot) != 0 || chroot(".") != 0) {
         perror("cannot enter the private root");
         _exit(EXIT_FAILURE);
     }

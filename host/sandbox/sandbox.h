@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <android-base/unique_fd.h>
 
@@ -35,6 +36,10 @@ class Process {
     // Waits for the end, killing the process when `limit` has passed. Call it once.
     Ending Wait(std::chrono::milliseconds limit);
 
+    // Waits until the process has one thread, or none. Returns false if it still has more at the
+    // deadline.
+    bool WaitForThreads(std::chrono::steady_clock::time_point deadline) const;
+
   private:
     pid_t pid_;
     android::base::unique_fd pidfd_;
@@ -58,19 +63,27 @@ class Sandbox {
     Ending Run(const std::function<int()>& function,
                std::chrono::milliseconds limit = std::chrono::seconds(60)) const;
 
+    // Makes the regular file at the device's `path` the content of a block device that stands in
+    // its place: what opens it for output does not truncate it. Throws std::runtime_error, saying
+    // why, if this cannot be had; it takes root. What is left over of 512 bytes is out of reach.
+    void AttachBlockDevice(const std::string& path);
+
     // Returns a path at which the caller, outside, reaches the device's `path`, such as "/odm".
     std::string Outside(const std::string& path) const;
 
     // Returns the state of all files of the device.
     Snapshot TakeSnapshot() const;
 
-    bool has_overlay() const { return has_overlay_; }
+    // Whether writes go to an overlay rather than to a copy.
+    bool has_overlay() const;
 
   private:
+    bool Enter() const;  // takes the calling process, a child, to the sandbox's namespaces
+
     android::base::unique_fd user_namespace_;  // none when run as root
     android::base::unique_fd mount_namespace_;
     android::base::unique_fd root_;
-    bool has_overlay_ = false;
+    std::vector<android::base::unique_fd> block_devices_;  // each lives as long as it is open
 };
 
 }  // namespace sandbox
