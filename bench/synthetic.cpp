@@ -1,0 +1,34 @@
+#include "synthetic.h"
+
+#include <android-base/strings.h>
+
+std::string SyntheticBuildProp(int lines, const std::string& owner) {
+    constexpr const char* kPrefixes[] = {
+            "ro.product",   "ro.vendor.radio",  "persist.vendor.camera",
+            "vendor.audio", "ro.build.version", "media.stagefright"};
+    constexpr const char* kWords[] = {"enable",   "policy",       "display.density",
+                                      "max_size", "feature.list", "mode"};
+    std::string content = "# begin build properties\nro.build.owner=" + owner + "\n";
+    for (int i = 2; i < lines; ++i) {
+        if (i % 25 == 0) {
+            content += i % 50 == 0 ? "\n" : "# the next group\n";
+            continue;
+        }
+        // A stride through the numbers keeps the names from coming sorted.
+        const int number = i * 7919 % lines;
+        content += std::string(kPrefixes[i % 6]) + "." + kWords[number % 6] + "." + owner + "." +
+                   std::to_string(number) + "=" +
+                   (i % 3 == 0 ? "true" : "value-of-some-length-" + std::to_string(i)) + "\n";
+    }
+    return content;
+}
+
+std::vector<std::pair<std::string, std::string>> SplitBuildProp(const std::string& content) {
+    std::vector<std::pair<std::string, std::string>> pairs;
+    for (const std::string& line : android::base::Split(content, "\n")) {
+        const size_t equals = line.find('=');
+        if (line.empty() || line[0] == '#' || equals == std::string::npos) continue;
+        pairs.emplace_back(line.substr(0, equals), line.substr(equals + 1));
+    }
+    return pairs;
+}

@@ -1,0 +1,14 @@
+// Property files made for the benchmarks, alike in shape to a phone's.
+
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+// Returns a property file of `lines` lines: properties, and now and then a comment or empty line.
+// The names of different owners differ, but for one that each of them sets to a value of its own.
+std::string SyntheticBuildProp(int lines, const std::string& owner = "phone");
+
+// Returns the names and values in such a file, in its order.
+std::vector<std::pair<std::string, std::string>> SplitBuildProp(const std::string& content);
