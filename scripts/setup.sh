@@ -1,0 +1,35 @@
+# What run.sh and test.sh share; sourced by both.
+
+ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+TOOL_PACKAGES="g++ cmake ninja-build android-libbase-dev libfmt-dev libcli11-dev nlohmann-json3-dev"
+TEST_PACKAGES="clang clang-format libclang-rt-dev libgtest-dev libgmock-dev libbenchmark-dev libglib2.0-dev pkg-config
+    blueprint-tools"
+
+# Installs those of the packages that are missing.
+install_packages() {
+    local missing=()
+    for package in "$@"; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q "ok installed" ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    local sudo=()
+    [ "$(id -u)" -eq 0 ] || sudo=(sudo)
+    echo "Installing ${missing[*]}" >&2
+    "${sudo[@]}" apt-get update -qq >&2
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+}
+
+# Runs a command whose output matters only when it fails.
+quietly() {
+    local log
+    log=$(mktemp)
+    if ! "$@" >"$log" 2>&1; then
+        cat "$log" >&2
+        rm -f "$log"
+        return 1
+    fi
+    rm -f "$log"
+}
