@@ -95,6 +95,10 @@ sandbox::Sandbox& Device::root() {
     return *root_;
 }
 
+void Device::AttachBlockDevice(const std::string& path) {
+    root().AttachBlockDevice(path);
+}
+
 sandbox::Ending Device::BootToTheEnd(const std::function<void(Init&)>& body,
                                      std::chrono::milliseconds limit) {
     return root().Run(

@@ -61,6 +61,9 @@ class Device {
     void MakeDirectory(const std::string& path);
     void Link(const std::string& path, const std::string& target);
 
+    // Makes the file at `path` a block device, whose content Read returns as the file's.
+    void AttachBlockDevice(const std::string& path);
+
     // Boots the device and runs `body` as init; its failed expectations fail the test. Written
     // files stay for the next boot.
     void Boot(const std::function<void(Init&)>& body);

@@ -1,0 +1,292 @@
+// The tool as people and scripts use it: its arguments, output and exit status.
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include <android-base/file.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "snapshot.h"
+
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+
+struct Output {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+class ExtpropTest : public testing::Test {
+  protected:
+    ExtpropTest() { chmod(directory_.path, 0755); }
+
+    std::string Path(const std::string& path) const { return directory_.path + path; }
+
+    // Writes a file and returns its path.
+    std::string Write(const std::string& path, const std::string& content) {
+        std::filesystem::create_directories(std::filesystem::path(Path(path)).parent_path());
+        std::ofstream(Path(path), std::ios::binary) << content;
+        return Path(path);
+    }
+
+    static std::string Sample(const std::string& name) { return SAMPLES_DIR "/" + name; }
+
+    static Output Run(const std::string& arguments) {
+        const TemporaryFile out, err;
+        const std::string command =
+                std::string(EXTPROP) + " " + arguments + " >" + out.path + " 2>" + err.path;
+        Output output{WEXITSTATUS(system(command.c_str())), "", ""};
+        android::base::ReadFileToString(out.path, &output.out);
+        android::base::ReadFileToString(err.path, &output.err);
+        return output;
+    }
+
+    TemporaryDir directory_;
+};
+
+TEST_F(ExtpropTest, OverlaySampleIsAsReckonedByHand) {
+    const Output output = Run("boot --quiet " + Sample("overlay") + " early");
+    EXPECT_EQ(output.status, 0);
+    EXPECT_EQ(output.err, "");
+    EXPECT_EQ(output.out,
+              "[ro.product.model]: [Sample One]\n"
+              "[ro.product.odm.device]: [sample]\n"
+              "[ro.sample.apn]: [internet.sample]\n"
+              "[ro.sample.audio.speakers]: [2]\n"
+              "[ro.sample.audio.tuning]: [wide]\n"
+              "[ro.sample.brand.slogan]: [Q everywhere]\n"
+              "[ro.sample.camera.count]: [3]\n"
+              "[ro.sample.carrier]: [Sample Mobile]\n"
+              "[ro.sample.company]: [Sample Works]\n"
+              "[ro.sample.cust.keyboard]: [qwertz]\n"
+              "[ro.sample.display.density]: [420]\n"
+              "[ro.sample.display.refresh]: [120]\n"
+              "[ro.sample.layer]: [my_manifest]\n"
+              "[ro.sample.preload.apps]: [browser,notes]\n"
+              "[ro.sample.radio.tuning]: [zorlin]\n"
+              "[ro.sample.ringtone]: [Quba.ogg]\n"
+              "[ro.sample.theme]: [engineering]\n"
+              "[ro.sample.timezone]: [Europe/Berlin]\n"
+              "[ro.sample.variant.name]: [standard]\n"
+              "[ro.sample.winner]: [my_manifest]\n"
+              "[ro.tesvo.cust.ver]: [1]\n"
+              "[ro.tesvo.image.my_bigball.version_name]: [BIGBALL-7]\n"
+              "[ro.tesvo.image.my_carrier.type]: [operator]\n"
+              "[ro.tesvo.image.my_region.version_name]: [REGION-EU-14.2]\n"
+              "[ro.tesvo.pipeline.region]: [EU]\n");
+}
+
+// What each sample is there to show.
+TEST_F(ExtpropTest, SamplesShowTheirFeature) {
+    const std::string key_files = "/mnt/vendor/tesvoreserve/system/ssv/";
+    const struct {
+        const char* arguments;  // behind the samples' directory
+        std::vector<std::string> shown;
+        std::vector<std::string> not_shown;
+    } cases[] = {
+            {"/overlay early --set ro.sample.variant=lite",
+             {"[ro.sample.variant.name]: [lite]"},
+             {}},
+            {"/overlay early:/odm", {"+ ro.sample.winner=odm"}, {"my_manifest"}},
+            {"/limited-edition duskrider",
+             {"callback mode 0: 5 properties", "+ ro.vendor.tesvo.exp.version=SMP1DR_14.2_B.07",
+              "+ ro.tesvo.customize.display.version_name=V2.1"},
+             {}},
+            {"/market-name", {"+ ro.product.littletail_model=SMP256EU"}, {}},
+            {"/emergency",
+             {"callback mode 2: 7 properties", "~ persist.sys.channel.info=  (was retail)",
+              "file deleted: /data/system/customize/data_common_prop_file.prop",
+              "file created: " + key_files + "force_connect_internet_prop_file"},
+             {}},
+            {"/sim-keys",
+             {"[ro.sample.carrier]: [none]", "[ro.sample.region]: [EU]",
+              "[ro.sample.signal.bars]: [north]"},
+             {}},
+            {"/sim-keys --set sys.sim.switch.first=south",
+             {"[ro.sample.carrier]: [south mobile]", "[ro.sample.apn]: [internet.south]"},
+             {}},
+            {"/sim-keys early persist sim:regionSwitch --set sys.region.switch.first=IN",
+             {"[ro.sample.region]: [EU]"},
+             {"inscript"}},
+            {"/older-software early persist",
+             {"file created: " + key_files + "sim_switch_first_file",
+              "file created: " + key_files + "sim_switch_convert_file",
+              "file created: " + key_files + "first_switch_none_clear",
+              "file changed: " + key_files + "region_switch_file",
+              "[ro.sample.carrier]: [north mobile]", "[ro.sample.legacy.flag]: [north]"},
+             {"sys.sim.switch.convert"}},
+            {"/older-software early persist reboot early persist",
+             {"== persist (boot 2)", "[sys.sim.switch.convert]: [true]"},
+             {}},
+            {"/company-image early persist",
+             {"callback mode 1: 2 properties", "callback mode 2: 1 property"},
+             {"ro.sample.company"}},
+            {"/carrier-package cota-service:check_mount --request boot_mount "
+             "--set persist.sys.customize.media=/my_media/ringtones",
+             {"mount /mnt/cota/package on /my_carrier "
+              "(MS_RDONLY|MS_NODEV|MS_DIRSYNC|MS_NOATIME|MS_BIND): done",
+              "mount /my_carrier/media on /my_media/ringtones (MS_BIND|MS_REC): done",
+              "property_set sys.mount.mediapath.success=0",
+              "~ ro.tesvo.customize.display.version_name=V2.1_13005  (was V2.1)",
+              "file deleted: /data/cota/cota_mount_info.prop",
+              "[ro.sample.carrier]: [Over-the-air Mobile]"},
+             {"persist.sample.note"}},
+            {"/carrier-package cota-service:check_mount --request unknown",
+             {"request unknown: not acknowledged", "request boot_mount_bind_complete"},
+             {}},
+            {"/carrier-modules cota-service:bind_basic_point",
+             {"cota module wrong dir /opt/stray", "restorecon /mnt/cota/wallpapers",
+              "+ ro.tesvo.customize.display.version_name=3.4"},
+             {}},
+            {"/overlay media:/my_media --set ro.sys.custommedia.sourcepath=/odm",
+             {"mount /odm on /my_media (MS_BIND|MS_REC): No such file or directory",
+              "property_set sys.mount.mediapath.success=-1"},
+             {}},
+    };
+    for (const auto& known : cases) {
+        SCOPED_TRACE(known.arguments);
+        const Output output = Run(std::string("boot " SAMPLES_DIR) + known.arguments);
+        EXPECT_EQ(output.status, 0) << output.err;
+        for (const std::string& text : known.shown) EXPECT_THAT(output.out, HasSubstr(text));
+        for (const std::string& text : known.not_shown)
+            EXPECT_THAT(output.out, Not(HasSubstr(text)));
+    }
+}
+
+TEST_F(ExtpropTest, ASecondBootKeepsFilesAndPersistentProperties) {
+    const Output company =
+            Run("boot --json " + Sample("company-image") + " early persist reboot early persist");
+    json report = json::parse(company.out);
+    ASSERT_EQ(report["steps"].size(), 4u);
+    EXPECT_EQ(report["steps"][3]["boot"], 2);
+    for (const json& event : report["steps"][3]["events"]) {
+        EXPECT_EQ(event.value("mode", 0), 0);
+    }
+    EXPECT_FALSE(report["properties"].contains("sys.sample.company.greeting"));
+
+    // What was given comes back, but for what the phone itself has kept otherwise.
+    const Output emergency = Run("boot -q " + Sample("emergency") +
+                                 " persist reboot --set ro.given=1 --set "
+                                 "persist.sys.911.shutdown=1 --set persist.sys.channel.info=x");
+    EXPECT_THAT(emergency.out, HasSubstr("[ro.given]: [1]\n"));
+    EXPECT_THAT(emergency.out, HasSubstr("[persist.sys.channel.info]: []\n"));
+    EXPECT_THAT(emergency.out, Not(HasSubstr("ro.sys.customize.flashback.company")));
+}
+
+TEST_F(ExtpropTest, LogoIsCopiedOrSaidNotToBePlayable) {
+    const std::string steps = " early sim:triggerLogoCopyFromCompanyBoot ";
+    const Output output = Run("boot " + Sample("boot-logo") + steps + "reboot" + steps);
+    EXPECT_EQ(output.status, 0);
+    if (geteuid() != 0) {
+        EXPECT_THAT(output.err, HasSubstr("extprop: note: the logo copy cannot be played here: "));
+        return;
+    }
+    const std::string copied =
+            "  property_set persist.record.my_company.date.forlogo=1763683200\n"
+            "  logo: 2000 bytes of /my_company/media/logo/logo.img written to the splash "
+            "partition\n";
+    const size_t first = output.out.find(copied);
+    ASSERT_NE(first, std::string::npos) << output.out;
+    EXPECT_EQ(output.out.find(copied, first + 1), std::string::npos);
+}
+
+TEST_F(ExtpropTest, TheDeviceDirectoryStaysAsItWas) {
+    const sandbox::Snapshot before = sandbox::TakeSnapshot(Sample("older-software"));
+    EXPECT_EQ(Run("boot -q " + Sample("older-software")).status, 0);
+    EXPECT_TRUE(Changes(before, sandbox::TakeSnapshot(Sample("older-software"))).empty());
+}
+
+TEST_F(ExtpropTest, ReportIsOneJsonDocument) {
+    Write("/odm/build.prop", "a=\xff\nimport /odm/${none}\n");
+    const Output output = Run("boot --json " + Path("") + " early:/odm --set a=0");
+    const json report = json::parse(output.out);
+    EXPECT_EQ(report["format"], 1);
+    EXPECT_EQ(report["device"], Path(""));
+    EXPECT_TRUE(report["notes"].empty());
+    EXPECT_TRUE(report["failure"].is_null());
+    EXPECT_EQ(report["properties"], json({{"a", "\xef\xbf\xbd"}}));
+    const json& step = report["steps"][0];
+    EXPECT_EQ(step["step"], "early:/odm");
+    EXPECT_EQ(step["files"], json::array());
+    EXPECT_THAT(step["events"].dump(),
+                HasSubstr("{\"event\":\"open\",\"for\":\"reading\",\"path\":\"/odm/build.prop\"}"));
+    EXPECT_EQ(step["events"].back(),
+              json({{"event", "map"},
+                    {"properties", {{"a", "\xef\xbf\xbd"}}},
+                    {"changes", {{{"name", "a"}, {"value", "\xef\xbf\xbd"}, {"previous", "0"}}}}}));
+    EXPECT_THAT(step["events"].dump(), HasSubstr("\"severity\":\"ERROR\""));
+}
+
+TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
+    const std::string file = Write("/odm/build.prop", "import /odm/other.prop\n");
+    Write("/odm/other.prop", "import /odm/build.prop\n");
+    const Output crashed = Run("boot -q " + Path("") + " early");
+    EXPECT_EQ(crashed.status, 3);
+    EXPECT_EQ(crashed.out, "");
+    EXPECT_THAT(crashed.err, testing::MatchesRegex("extprop: the library crashed with SIGSEGV in "
+                                                   "step early, last loading /odm/[a-z]+.prop\n"));
+
+    std::filesystem::remove(file);
+    ASSERT_EQ(mkfifo(file.c_str(), 0644), 0);
+    const Output hung = Run("boot --json --timeout 1 " + Path("") + " early persist");
+    EXPECT_EQ(hung.status, 3);
+    const json report = json::parse(hung.out);
+    EXPECT_EQ(report["failure"], json({{"step", "early"},
+                                       {"timed_out", true},
+                                       {"signal", nullptr},
+                                       {"last_file", "/odm/build.prop"}}));
+}
+
+TEST_F(ExtpropTest, PropertiesComeFromFiles) {
+    const std::string listed = Write("/listed", "[ro.a]: [1]\n[multi]: [one\n\ntwo]\n[e]: []\n");
+    const std::string plain = Write("/plain", "# comment\n ro.a = 2 \n\nb==\n");
+    const Output output = Run("boot -q " + Sample("overlay") +
+                              " early:/missing --set b=3 --props " + listed + " --props " + plain);
+    EXPECT_EQ(output.out, "[b]: [3]\n[e]: []\n[multi]: [one\n\ntwo]\n[ro.a]: [2]\n");
+}
+
+TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
+    const std::string file = Write("/file", "a=1\nno equals\n");
+    const std::string open = Write("/open", "a=1\n[b]: [open\n");
+    const std::string import = Write("/import", "import /x\n");
+    const std::string device = "boot " + Sample("overlay");
+    const struct {
+        std::string arguments;
+        std::string error;
+    } cases[] = {
+            {"", "A subcommand is required"},
+            {"boot", "DEVICE is required"},
+            {"boot " + Path("/none"), Path("/none") + ": No such file or directory"},
+            {"boot " + file, file + ": Not a directory"},
+            {device + " earl", "unknown step 'earl'; see extprop boot --help"},
+            {device + " sim:x persist:x", "step 'persist:x': 'persist' takes no argument"},
+            {device + " media", "step 'media': 'media' takes an argument behind a ':'"},
+            {device + " --set novalue", "--set 'novalue': expected NAME=VALUE"},
+            {device + " --set =1", "--set '=1': expected NAME=VALUE"},
+            {device + " --props " + Path("/none"), Path("/none") + ": No such file or directory"},
+            {device + " --props " + file, file + ":2: expected name=value"},
+            {device + " --props " + open, open + ":2: the value's closing ] is missing"},
+            {device + " --props " + import, import + ":1: imports are not followed here"},
+            {device + " --quiet --json", "--json excludes --quiet"},
+    };
+    for (const auto& known : cases) {
+        const Output output = Run(known.arguments);
+        EXPECT_EQ(output.status, 2) << known.arguments;
+        EXPECT_EQ(output.out, "") << known.arguments;
+        EXPECT_EQ(output.err, "extprop: " + known.error + "\n");
+    }
+    const Output help = Run("boot --help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_THAT(help.out, HasSubstr("cota-service:COMMAND"));
+}
+
+}  // namespace
