@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include <android-base/unique_fd.h>
@@ -33,6 +34,30 @@ std::string DevicePath(const std::string& device) {
     return path;
 }
 
+// Starts a process whose function has the other end of `*channel`.
+sandbox::Process StartWithChannel(const sandbox::Sandbox& root, unique_fd* channel,
+                                  const std::function<int(int)>& function) {
+    unique_fd theirs;
+    if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, channel, &theirs)) {
+        throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
+    }
+    return root.Start([&] {
+        channel->reset();
+        return function(theirs.get());
+    });
+}
+
+// Returns the device's property files with their content.
+json PropertyFiles(const sandbox::Sandbox& root) {
+    unique_fd channel;
+    sandbox::Process process = StartWithChannel(root, &channel, SendPropertyFiles);
+    json files = json::array();
+    json file;
+    const auto forever = steady_clock::time_point::max();
+    while (ReceiveMessage(channel, forever, &file) == Received::kMessage) files.push_back(file);
+    return files;
+}
+
 // One boot: the process that plays init, and what has come from it.
 class BootedDevice {
   public:
@@ -57,14 +82,8 @@ class BootedDevice {
   private:
     sandbox::Process Start(const sandbox::Sandbox& root, FetchExtension fetch,
                            const BootPlan& plan) {
-        unique_fd theirs;
-        if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &channel_, &theirs)) {
-            throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
-        }
-        return root.Start([&] {
-            channel_.reset();
-            return PlayInit(fetch, plan, theirs.get());
-        });
+        return StartWithChannel(root, &channel_,
+                                [&](int channel) { return PlayInit(fetch, plan, channel); });
     }
 
     // Sends the request and collects events until it is done. Returns kMessage then.
@@ -140,16 +159,14 @@ json Boot(const BootOptions& options) {
     const std::string device = DevicePath(options.device);
     const FetchExtension fetch = LoadExtension();
     sandbox::Sandbox root(device);
-    json report = {{"format", kReportFormat},
-                   {"device", device},
-                   {"notes", json::array()},
-                   {"steps", json::array()},
-                   {"failure", nullptr}};
+    json report = {{"format", kReportFormat}, {"device", device},       {"notes", json::array()},
+                   {"boots", json::array()},  {"steps", json::array()}, {"failure", nullptr}};
     BootPlan plan = options.plan;
     PrepareSplashPartition(plan, &root, &report["notes"]);
 
     int boot_number = 1;
     auto booted = std::make_unique<BootedDevice>(root, fetch, plan);
+    report["boots"].push_back({{"properties", plan.properties}});
     sandbox::Snapshot files = root.TakeSnapshot();
     for (size_t i = 0; i < plan.steps.size(); ++i) {
         const Step& step = plan.steps[i];
@@ -157,6 +174,7 @@ json Boot(const BootOptions& options) {
             plan.properties = AfterReboot(booted->properties(), options.plan.properties);
             booted.reset();  // nothing of the old boot may still act on the files
             booted = std::make_unique<BootedDevice>(root, fetch, plan);
+            report["boots"].push_back({{"properties", plan.properties}});
             ++boot_number;
             continue;
         }
@@ -175,6 +193,7 @@ json Boot(const BootOptions& options) {
         }
     }
     report["properties"] = booted->properties();
+    if (plan.traced) report["property_files"] = PropertyFiles(root);
     return report;
 }
 

@@ -1,10 +1,19 @@
 #include "init_process.h"
 
+#include <cxxabi.h>
 #include <dlfcn.h>
+#include <execinfo.h>
 #include <fcntl.h>
+#include <link.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <map>
 #include <mutex>
 #include <stdexcept>
 #include <string_view>
@@ -48,10 +57,67 @@ const char* SeverityName(android::base::LogSeverity severity) {
     return kNames[severity];
 }
 
+// Returns the content of a file that can be read without waiting for somebody; else nothing.
+std::string Content(const std::string& path) {
+    struct stat status;
+    std::string content;
+    if (stat(path.c_str(), &status) != 0 || S_ISFIFO(status.st_mode)) return "";
+    android::base::ReadFileToString(path, &content, true);
+    return content;
+}
+
+// Returns the name of the library's function whose code is at `address`, or "".
+std::string LibraryFunction(void* address) {
+    Dl_info place;
+    void* entry = nullptr;
+    if (dladdr1(address, &place, &entry, RTLD_DL_SYMENT) == 0 || entry == nullptr) return "";
+    const auto* symbol = static_cast<const ElfW(Sym)*>(entry);
+    const auto offset = static_cast<char*>(address) - static_cast<char*>(place.dli_saddr);
+    if (!android::base::EndsWith(place.dli_fname, kLibrary) ||
+        offset >= static_cast<ptrdiff_t>(symbol->st_size)) {
+        return "";
+    }
+    int status = 0;
+    char* demangled = abi::__cxa_demangle(place.dli_sname, nullptr, nullptr, &status);
+    std::string name = status == 0 ? demangled : place.dli_sname;
+    free(demangled);
+    name.erase(std::min(name.find('('), name.size()));
+    if (android::base::StartsWith(name, "std::")) return "";
+    return name.substr(name.rfind(':') + 1);
+}
+
+// Returns the library's functions that lead to the caller, innermost first.
+std::vector<std::string> LibraryFunctions() {
+    constexpr int kMaxFrames = 64;
+    static thread_local std::map<void*, std::string> names;
+    void* frames[kMaxFrames];
+    std::vector<std::string> functions;
+    const int count = backtrace(frames, kMaxFrames);
+    for (int i = 0; i < count; ++i) {
+        const auto [known, is_new] = names.try_emplace(frames[i]);
+        if (is_new) known->second = LibraryFunction(static_cast<char*>(frames[i]) - 1);
+        if (!known->second.empty()) functions.push_back(known->second);
+    }
+    return functions;
+}
+
+// Returns the library's functions that lead to the caller, a function that calls itself once.
+json Operations() {
+    std::vector<std::string> functions = LibraryFunctions();
+    functions.erase(std::unique(functions.begin(), functions.end()), functions.end());
+    return functions;
+}
+
+// Returns how many property files are being loaded: more than one where they import each other.
+int LoadDepth() {
+    const std::vector<std::string> functions = LibraryFunctions();
+    return std::count(functions.begin(), functions.end(), "load_properties_from_file_without_se");
+}
+
 // Sends what happens, from whichever thread it happens on.
 class Reporter : public platform::Observer {
   public:
-    explicit Reporter(int channel) : channel_(channel) {}
+    Reporter(int channel, bool traced) : channel_(channel), traced_(traced) {}
 
     void Send(const json& message) {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -85,6 +151,7 @@ class Reporter : public platform::Observer {
     }
 
     void OnOpen(const char* path, int flags) override {
+        if (unobserved_) return;
         const bool reads = (flags & O_ACCMODE) == O_RDONLY;
         {
             std::lock_guard<std::mutex> lock(mutex_);
@@ -94,20 +161,21 @@ class Reporter : public platform::Observer {
                 logo_source_ = last_read_;
             }
         }
-        Send({{"event", "open"}, {"path", path}, {"for", reads ? "reading" : "writing"}});
+        json event = {{"event", "open"}, {"path", path}, {"for", reads ? "reading" : "writing"}};
+        if (traced_ && reads) {
+            event["content"] = Unobserved([path] { return Content(path); });
+            event["load_depth"] = LoadDepth();
+        }
+        Send(event);
     }
 
     // Reports the logo that was written since the last time: the partition was opened for it after
     // its source, and begins with it now.
     void ReportLogo() {
         if (logo_source_.empty()) return;
-        platform::SetObserver(nullptr);
-        std::string logo, partition;
-        const bool written = android::base::ReadFileToString(logo_source_, &logo, true) &&
-                             android::base::ReadFileToString(kSplashPartition, &partition, true) &&
-                             android::base::StartsWith(partition, logo);
-        platform::SetObserver(this);
-        if (written) {
+        const std::string logo = Unobserved([this] { return Content(logo_source_); });
+        const std::string partition = Unobserved([] { return Content(kSplashPartition); });
+        if (!logo.empty() && android::base::StartsWith(partition, logo)) {
             Send({{"event", "logo"}, {"source", logo_source_}, {"bytes", logo.size()}});
         }
         logo_source_.clear();
@@ -123,7 +191,10 @@ class Reporter : public platform::Observer {
     }
 
     void OnPropertySet(const std::string& name, const std::string& value) override {
-        Send({{"event", "property"}, {"name", name}, {"value", value}});
+        Send({{"event", "property"},
+              {"name", name},
+              {"value", value},
+              {"operations", Operations()}});
     }
 
     void OnRestorecon(const char* path, unsigned int flags, int result) override {
@@ -131,11 +202,25 @@ class Reporter : public platform::Observer {
     }
 
   private:
+    // Does what the tool itself has to do in this process, without a report of it.
+    template <typename Function>
+    static std::string Unobserved(Function function) {
+        unobserved_ = true;
+        std::string result = function();
+        unobserved_ = false;
+        return result;
+    }
+
+    static thread_local bool unobserved_;
+
     std::mutex mutex_;
     int channel_;
+    bool traced_;
     std::string last_read_;
     std::string logo_source_;  // what was read before the splash partition was opened for output
 };
+
+thread_local bool Reporter::unobserved_ = false;
 
 // Hands the bind thread its requests, each once the one before is acknowledged.
 void PlayInstallingService(const std::vector<std::string>& requests, Reporter* reporter) {
@@ -144,6 +229,7 @@ void PlayInstallingService(const std::vector<std::string>& requests, Reporter* r
     constexpr char kAcknowledged[] = "null";
     constexpr auto kPatience = 5s;
     for (const std::string& request : requests) {
+        reporter->Send({{"event", "request"}, {"name", kRequest}, {"value", request}});
         platform::StoreProperty(kRequest, request);
         bool acknowledged = request == kBindComplete;  // the thread ends without a word
         const auto deadline = std::chrono::steady_clock::now() + kPatience;
@@ -151,7 +237,7 @@ void PlayInstallingService(const std::vector<std::string>& requests, Reporter* r
             std::this_thread::sleep_for(1ms);
             acknowledged = android::base::GetProperty(kRequest, "") == kAcknowledged;
         }
-        reporter->Send({{"event", "request"}, {"value", request}, {"acknowledged", acknowledged}});
+        if (!acknowledged) reporter->Send({{"event", "unacknowledged"}, {"value", request}});
     }
 }
 
@@ -159,7 +245,8 @@ void PlayInstallingService(const std::vector<std::string>& requests, Reporter* r
 Reporter* g_reporter = nullptr;
 
 void OnProperties(int mode, PropertyMap properties) {
-    g_reporter->ApplyProperties({{"event", "callback"}, {"mode", mode}}, properties);
+    g_reporter->ApplyProperties(
+            {{"event", "callback"}, {"mode", mode}, {"operations", Operations()}}, properties);
 }
 
 }  // namespace
@@ -173,7 +260,7 @@ FetchExtension LoadExtension() {
 }
 
 int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel) {
-    Reporter reporter(channel);
+    Reporter reporter(channel, plan.traced);
     g_reporter = &reporter;
     android::base::SetMinimumLogSeverity(android::base::VERBOSE);
     android::base::SetLogger(
@@ -192,13 +279,35 @@ int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel) {
             const Step& step = plan.steps[index.get<size_t>()];
             const PropertyMap early_before = early_properties;
             step.kind->perform(context, step.argument);
-            if (early_properties != early_before) {
-                reporter.ApplyProperties({{"event", "map"}}, early_properties);
-            }
+            PropertyMap loaded;
+            std::set_difference(early_properties.begin(), early_properties.end(),
+                                early_before.begin(), early_before.end(),
+                                std::inserter(loaded, loaded.end()));
+            if (!loaded.empty()) reporter.ApplyProperties({{"event", "map"}}, loaded);
             if (step.starts_bind_thread()) PlayInstallingService(plan.requests, &reporter);
             reporter.ReportLogo();
         }
         reporter.Send({{"done", true}, {"properties", platform::AllProperties()}});
+    }
+    return 0;
+}
+
+int SendPropertyFiles(int channel) {
+    namespace fs = std::filesystem;
+    const auto options = fs::directory_options::skip_permission_denied;
+    std::error_code error;
+    for (fs::recursive_directory_iterator entry("/", options, error), end; entry != end;
+         entry.increment(error)) {
+        const fs::path& path = entry->path();
+        std::error_code ignored;
+        if (path == "/proc" || path == "/sys") entry.disable_recursion_pending();
+        if (path.extension() != ".prop" || !fs::is_regular_file(entry->symlink_status(ignored))) {
+            continue;
+        }
+        SendMessage(channel, {{"event", "open"},
+                              {"path", path.native()},
+                              {"for", "reading"},
+                              {"content", Content(path)}});
     }
     return 0;
 }

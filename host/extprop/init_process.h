@@ -22,6 +22,7 @@ struct BootPlan {
     std::vector<Step> steps;
     PropertyMap properties;             // the system properties before the first step
     std::vector<std::string> requests;  // of the installing service, while a bind thread runs
+    bool traced = false;                // events of opened files carry the files' content
 };
 
 // Plays init for one boot, in a process of its own: fetches the extension, then performs the step
@@ -29,5 +30,9 @@ struct BootPlan {
 // an event for each thing that happens (docs/json.md lists them) and, after each step,
 // {"done": true, "properties": {...}}. Returns the process's exit status.
 int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel);
+
+// Sends, inside the sandbox, an "open" event with the content of every property file of the device.
+// Returns the process's exit status.
+int SendPropertyFiles(int channel);
 
 }  // namespace extprop

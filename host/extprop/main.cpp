@@ -1,12 +1,20 @@
-// extprop: shows on a workstation what the extension library will do on a phone.
+// extprop: shows on a workstation what the extension library will do on a phone, and why.
 
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <exception>
 #include <iostream>
-
-#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "boot.h"
+#include "diff.h"
+#include "explain.h"
 #include "input_error.h"
+#include "options.h"
 #include "property_text.h"
 #include "report_text.h"
 
@@ -14,128 +22,221 @@ namespace {
 
 using namespace extprop;
 
-constexpr int kBadInput = 2;
-constexpr int kLibraryFailed = 3;
+enum ExitStatus { kDone = 0, kDifferent = 1, kBadInput = 2, kLibraryFailed = 3 };
 
-struct BootArguments {
-    std::string device;
-    std::vector<std::string> steps;
-    std::vector<std::string> settings;
-    std::vector<std::string> property_files;
-    std::vector<std::string> requests;
-    bool no_complete = false;
-    unsigned time_limit = 30;
-    bool json = false;
-    bool quiet = false;
-    bool verbose = false;
-};
-
-std::string StepsHelp() {
-    std::string help = "Steps, performed in the order given (default: early persist):\n";
-    for (const StepKind& kind : StepKinds()) {
-        std::string word = kind.word;
-        if (kind.argument != nullptr) word += std::string(":") + kind.argument;
-        help += "  " + word + std::string(24 - word.size(), ' ') + kind.help + "\n";
-    }
-    help += "\nExamples:\n"
-            "  extprop boot samples/overlay\n"
-            "  extprop boot phone early persist --set sys.sim.switch.first=carrier1\n"
-            "  extprop boot phone --props getprop.txt early persist reboot early persist\n"
-            "\nExit status: 0 booted; 2 bad input, nothing done; 3 the library crashed or hung.\n";
-    return help;
+// Bytes that are not UTF-8 cannot stand in JSON.
+void PrintJson(const nlohmann::json& document) {
+    std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
 }
 
-void AddBoot(CLI::App* app, BootArguments* arguments) {
-    CLI::App* boot = app->add_subcommand(
-            "boot", "Play init over a device directory and show what the library does");
-    boot->add_option("DEVICE", arguments->device,
-                     "Directory that looks like the device's root; it is never changed")
-            ->required();
-    boot->add_option("STEP", arguments->steps, "Steps of the boot, listed below");
-    boot->add_option("--set", arguments->settings, "Set a system property before the first step")
-            ->type_name("NAME=VALUE")
-            ->allow_extra_args(false);
-    boot->add_option("--props", arguments->property_files,
-                     "Set the properties in FILE, a property file or getprop's output, before "
-                     "those of --set")
-            ->type_name("FILE")
-            ->allow_extra_args(false);
-    boot->add_option("--request", arguments->requests,
-                     "Hand VALUE to the bind thread of cota-service:check_mount once it has "
-                     "acknowledged the one before; in the end the thread is told to stop")
-            ->type_name("VALUE")
-            ->allow_extra_args(false);
-    boot->add_flag("--no-complete", arguments->no_complete,
-                   "Do not tell the bind thread to stop; it gives up after 20 s without a request");
-    boot->add_option("--timeout", arguments->time_limit,
-                     "Seconds that a step may take before the library counts as hung")
-            ->type_name("SECONDS")
-            ->check(CLI::Range(1, 3600))
-            ->capture_default_str();
-    auto* json =
-            boot->add_flag("--json", arguments->json, "Print one JSON document (docs/json.md)");
-    auto* quiet = boot->add_flag("--quiet,-q", arguments->quiet, "Print only the properties");
-    boot->add_flag("--verbose,-v", arguments->verbose,
-                   "Print every log line and opened file as well");
-    json->excludes(quiet);
-    boot->footer(StepsHelp());
+bool WantColours() {
+    const char* refused = getenv("NO_COLOR");
+    return isatty(STDOUT_FILENO) == 1 && (refused == nullptr || refused[0] == '\0');
 }
 
-BootOptions OptionsOf(const BootArguments& arguments) {
-    BootOptions options;
-    options.device = arguments.device;
-    options.time_limit = std::chrono::seconds(arguments.time_limit);
-    BootPlan& plan = options.plan;
-    for (const std::string& step : arguments.steps) plan.steps.push_back(ParseStep(step));
-    if (plan.steps.empty()) plan.steps = {ParseStep("early"), ParseStep("persist")};
-    for (const std::string& file : arguments.property_files) {
-        for (const auto& [name, value] : ReadProperties(file)) plan.properties[name] = value;
-    }
-    for (const std::string& setting : arguments.settings) {
-        const auto [name, value] = ParseSetting(setting);
-        plan.properties[name] = value;
-    }
-    plan.requests = arguments.requests;
-    if (!arguments.no_complete) plan.requests.push_back(kBindComplete);
-    return options;
-}
-
-int RunBoot(const BootArguments& arguments) {
-    const nlohmann::json report = Boot(OptionsOf(arguments));
-    const bool failed = !report["failure"].is_null();
+// Boots, and says on standard error what the user should know of it besides the outcome.
+nlohmann::json BootAndWarn(const BootOptions& options) {
+    nlohmann::json report = Boot(options);
     for (const auto& note : report["notes"]) {
         std::cerr << "extprop: note: " << note.get<std::string>() << "\n";
     }
-    if (arguments.json) {
-        // Bytes that are not UTF-8 cannot stand in JSON.
-        std::cout << report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
-    } else if (!arguments.quiet) {
-        std::cout << ReportText(report, arguments.verbose);
-    } else if (!failed) {
-        std::cout << PropertyListing(report["properties"].get<PropertyMap>());
+    if (!report["failure"].is_null()) std::cerr << "extprop: " << FailureText(report) << "\n";
+    return report;
+}
+
+ExitStatus StatusOf(const nlohmann::json& report) {
+    return report["failure"].is_null() ? kDone : kLibraryFailed;
+}
+
+// A command of the tool: its arguments, and its action once they are parsed.
+struct BootCommand {
+    std::string device;
+    BootArguments arguments;
+    bool json = false;
+    bool quiet = false;
+    bool verbose = false;
+
+    explicit BootCommand(CLI::App* app) {
+        CLI::App* command = app->add_subcommand(
+                "boot", "Play init over a device directory and show what the library does");
+        command->add_option("DEVICE", device,
+                            "Directory that looks like the device's root; it is never changed")
+                ->required();
+        command->add_option("STEP", arguments.steps, "Steps of the boot, listed below");
+        AddBootOptions(command, &arguments);
+        auto* json_flag = command->add_flag("--json", json, "Print one JSON document");
+        command->add_flag("--quiet,-q", quiet, "Print only the properties")->excludes(json_flag);
+        command->add_flag("--verbose,-v", verbose, "Print every log line and opened file as well");
     }
-    std::cout.flush();
-    if (!failed) return 0;
-    std::cerr << "extprop: " << FailureText(report) << "\n";
-    return kLibraryFailed;
+
+    ExitStatus Run() const {
+        const nlohmann::json report = BootAndWarn(OptionsOf(device, arguments));
+        if (json) {
+            PrintJson(report);
+        } else if (!quiet) {
+            std::cout << ReportText(report, verbose);
+        } else if (report["failure"].is_null()) {
+            std::cout << PropertyListing(report["properties"].get<PropertyMap>());
+        }
+        return StatusOf(report);
+    }
+};
+
+struct ExplainCommand {
+    std::string device;
+    std::vector<std::string> words;
+    BootArguments arguments;
+    bool all = false;
+    bool json = false;
+
+    explicit ExplainCommand(CLI::App* app) {
+        CLI::App* command = app->add_subcommand(
+                "explain", "Boot, and tell where the values of properties come from");
+        command->add_option("DEVICE", device, "Directory that looks like the device's root")
+                ->required();
+        command->add_option("NAME", words,
+                            "Names of properties, or patterns such as 'ro.product.*'; and steps, "
+                            "listed below");
+        command->add_flag("--all", all, "Explain every property");
+        AddBootOptions(command, &arguments);
+        command->add_flag("--json", json, "Print one JSON document");
+    }
+
+    ExitStatus Run() {
+        std::vector<std::string> patterns;
+        if (all) patterns = {"*"};
+        for (const std::string& word : words) {
+            (IsStepWord(word) ? arguments.steps : patterns).push_back(word);
+        }
+        if (patterns.empty()) throw InputError("explain: no NAME is given, nor --all");
+        BootOptions options = OptionsOf(device, arguments);
+        options.plan.traced = true;
+        const nlohmann::json report = BootAndWarn(options);
+        const nlohmann::json explanation = Explain(report, patterns);
+        if (json) {
+            PrintJson(explanation);
+        } else {
+            std::cout << ExplanationText(explanation, WantColours());
+        }
+        return StatusOf(report);
+    }
+};
+
+// One side of a comparison; the command line has the common words and then those of each side.
+struct DiffCommand {
+    std::vector<std::string> words;
+    BootArguments arguments;
+    bool json = false;
+
+    explicit DiffCommand(CLI::App* app) {
+        CLI::App* command =
+                app->add_subcommand("diff", "Boot twice and show which properties differ, and why");
+        command->add_option("DEVICE", words,
+                            "One device directory, or two; and steps, listed below")
+                ->required();
+        AddBootOptions(command, &arguments);
+        command->add_flag("--json", json, "Print one JSON document");
+        command->add_option("--a", "Options of the first boot only, up to --b or the end")
+                ->type_name("OPTION...");
+        command->add_option("--b", "Options of the second boot only, up to --a or the end")
+                ->type_name("OPTION...");
+    }
+
+    nlohmann::json BootDevice(bool second) {
+        std::vector<std::string> devices;
+        for (const std::string& word : words) {
+            (IsStepWord(word) ? arguments.steps : devices).push_back(word);
+        }
+        if (devices.size() > 2) throw InputError("diff: more than two devices are given");
+        BootOptions options = OptionsOf(second ? devices.back() : devices.front(), arguments);
+        options.plan.traced = true;
+        return BootAndWarn(options);
+    }
+};
+
+std::unique_ptr<CLI::App> MakeApp() {
+    auto app = std::make_unique<CLI::App>(
+            "Shows on a workstation what libtesvoextproperty will do on a phone, and why.",
+            "extprop");
+    app->require_subcommand(1);
+    app->set_version_flag("--version", "extprop " EXTPROP_VERSION);
+    app->footer(
+            "Examples:\n"
+            "  extprop boot phone\n"
+            "  extprop boot phone early persist reboot early persist --props getprop.txt\n"
+            "  extprop explain phone 'ro.product.*' --set sys.sim.switch.first=carrier1\n"
+            "  extprop diff phone --a --set sys.region.switch.first=EU --b --set "
+            "sys.region.switch.first=IN\n"
+            "  extprop lint phone\n"
+            "\nExit status: 0 done; 1 differences or faults found; 2 bad input, nothing done;\n"
+            "3 the library crashed or hung. 'extprop COMMAND --help' tells more.\n");
+    return app;
+}
+
+// Parses the words. Returns false if they ask for help, which is printed then.
+bool Parse(CLI::App* app, std::vector<std::string> words) {
+    std::reverse(words.begin(), words.end());  // as CLI11 takes them
+    try {
+        app->parse(words);
+        return true;
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0) throw;
+        app->exit(error);
+        return false;
+    }
+}
+
+// The words of a comparison are those of both boots, but for what stands behind --a or --b.
+ExitStatus RunDiff(const std::vector<std::string>& words) {
+    std::vector<std::string> sides[2];
+    std::vector<std::string>* only = nullptr;
+    for (const std::string& word : words) {
+        if (word == "--a" || word == "--b") {
+            only = &sides[word == "--b"];
+        } else if (only != nullptr) {
+            only->push_back(word);
+        } else {
+            for (auto& side : sides) side.push_back(word);
+        }
+    }
+    nlohmann::json reports[2];
+    bool json = false;
+    for (int i = 0; i < 2; ++i) {
+        const std::unique_ptr<CLI::App> app = MakeApp();
+        DiffCommand command(app.get());
+        if (!Parse(app.get(), sides[i])) return kDone;
+        reports[i] = command.BootDevice(i == 1);
+        json |= command.json;
+    }
+    const nlohmann::json difference = Diff(reports[0], reports[1]);
+    if (json) {
+        PrintJson(difference);
+    } else {
+        std::cout << DifferenceText(difference);
+    }
+    if (StatusOf(reports[0]) != kDone || StatusOf(reports[1]) != kDone) return kLibraryFailed;
+    return IsEmpty(difference) ? kDone : kDifferent;
+}
+
+ExitStatus Run(const std::vector<std::string>& words) {
+    if (!words.empty() && words[0] == "diff") return RunDiff(words);
+    const std::unique_ptr<CLI::App> app = MakeApp();
+    BootCommand boot(app.get());
+    ExplainCommand explain(app.get());
+    const DiffCommand diff(app.get());  // for the help
+    if (!Parse(app.get(), words)) return kDone;
+    return app->got_subcommand("boot") ? boot.Run() : explain.Run();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app("Shows on a workstation what libtesvoextproperty will do on a phone.", "extprop");
-    app.require_subcommand(1);
-    app.footer("Run 'extprop boot --help' for the steps and examples.");
-    BootArguments boot;
-    AddBoot(&app, &boot);
     try {
-        app.parse(argc, argv);
-        return RunBoot(boot);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return app.exit(error);  // --help
-        std::cerr << "extprop: " << error.what() << "\n";
+        const ExitStatus status = Run({argv + 1, argv + argc});
+        std::cout.flush();
+        return status;
     } catch (const std::exception& error) {
         std::cerr << "extprop: " << error.what() << "\n";
+        return kBadInput;
     }
-    return kBadInput;
 }

@@ -69,8 +69,9 @@ void PrintEvent(const json& event, bool verbose, std::ostream& out) {
         out << "  logo: " << event["bytes"] << " bytes of " << Text(event["source"])
             << " written to the splash partition\n";
     } else if (kind == "request") {
-        out << "  request " << Text(event["value"])
-            << (event["acknowledged"] ? "\n" : ": not acknowledged\n");
+        out << "  request " << Text(event["value"]) << "\n";
+    } else if (kind == "unacknowledged") {
+        out << "  request " << Text(event["value"]) << ": not acknowledged\n";
     } else if (kind == "open" && verbose) {
         out << "  open for " << Text(event["for"]) << " " << Text(event["path"]) << "\n";
     }

@@ -1,5 +1,6 @@
 #include "steps.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "input_error.h"
@@ -55,19 +56,23 @@ bool Step::copies_logo() const {
     return text.compare(0, kLogoCopy.size(), kLogoCopy) == 0;
 }
 
+bool IsStepWord(const std::string& text) {
+    const std::vector<StepKind>& kinds = StepKinds();
+    const std::string word = text.substr(0, text.find(':'));
+    return std::any_of(kinds.begin(), kinds.end(),
+                       [&](const StepKind& kind) { return word == kind.word; });
+}
+
 Step ParseStep(const std::string& text) {
+    if (!IsStepWord(text)) throw InputError("unknown step '" + text + "'; see extprop boot --help");
     const size_t colon = text.find(':');
     const bool has_argument = colon != std::string::npos;
     const std::string word = text.substr(0, colon);
-    bool known = false;
     for (const StepKind& kind : StepKinds()) {
-        if (word != kind.word) continue;
-        known = true;
-        if (has_argument == (kind.argument != nullptr)) {
+        if (word == kind.word && has_argument == (kind.argument != nullptr)) {
             return {&kind, has_argument ? text.substr(colon + 1) : "", text};
         }
     }
-    if (!known) throw InputError("unknown step '" + text + "'; see extprop boot --help");
     throw InputError("step '" + text + "': '" + word + "' takes " +
                      (has_argument ? "no argument" : "an argument behind a ':'"));
 }

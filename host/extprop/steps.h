@@ -48,6 +48,9 @@ struct Step {
 // The request that ends a bind thread.
 inline constexpr char kBindComplete[] = "boot_mount_bind_complete";
 
+// Whether the text begins with a step's word, whatever stands behind its ":".
+bool IsStepWord(const std::string& text);
+
 // Parses a step such as "early" or "sim:regionSwitch". Throws InputError.
 Step ParseStep(const std::string& text);
 

@@ -1,0 +1,29 @@
+// The lines of a property file with their numbers, as the library's loader divides them.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace extprop {
+
+struct PropertyLine {
+    enum Kind {
+        kProperty,  // name=value
+        kImport,    // import file [filter]
+        kOther,     // neither: the loader skips it
+    };
+    int number;  // from 1
+    Kind kind;
+    std::string_view text;   // without the white space around it
+    std::string_view name;   // of a property; of an import the file as it is written
+    std::string_view value;  // of a property; of an import the filter, empty if there is none
+};
+
+// Divides the content of a property file into its lines, without empty ones and comments. With
+// `filtered`, as for a loader that was given a filter, an import line is a line like any other.
+// The views are into `content`.
+std::vector<PropertyLine> PropertyLines(std::string_view content, bool filtered = false);
+
+}  // namespace extprop
