@@ -1,17 +1,16 @@
 // The tool as people and scripts use it: its arguments, output and exit status.
 
 #include <sys/stat.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 
-#include <android-base/file.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "snapshot.h"
+#include "tool.h"
 
 namespace {
 
@@ -19,39 +18,7 @@ using nlohmann::json;
 using testing::HasSubstr;
 using testing::Not;
 
-struct Output {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-class ExtpropTest : public testing::Test {
-  protected:
-    ExtpropTest() { chmod(directory_.path, 0755); }
-
-    std::string Path(const std::string& path) const { return directory_.path + path; }
-
-    // Writes a file and returns its path.
-    std::string Write(const std::string& path, const std::string& content) {
-        std::filesystem::create_directories(std::filesystem::path(Path(path)).parent_path());
-        std::ofstream(Path(path), std::ios::binary) << content;
-        return Path(path);
-    }
-
-    static std::string Sample(const std::string& name) { return SAMPLES_DIR "/" + name; }
-
-    static Output Run(const std::string& arguments) {
-        const TemporaryFile out, err;
-        const std::string command =
-                std::string(EXTPROP) + " " + arguments + " >" + out.path + " 2>" + err.path;
-        Output output{WEXITSTATUS(system(command.c_str())), "", ""};
-        android::base::ReadFileToString(out.path, &output.out);
-        android::base::ReadFileToString(err.path, &output.err);
-        return output;
-    }
-
-    TemporaryDir directory_;
-};
+class ExtpropTest : public ToolTest {};
 
 TEST_F(ExtpropTest, OverlaySampleIsAsReckonedByHand) {
     const Output output = Run("boot --quiet " + Sample("overlay") + " early");

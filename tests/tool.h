@@ -1,0 +1,34 @@
+// The tool, run as people and scripts run it.
+
+#pragma once
+
+#include <string>
+
+#include <android-base/file.h>
+#include <gtest/gtest.h>
+
+struct Output {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+class ToolTest : public testing::Test {
+  protected:
+    ToolTest();
+
+    // Runs the tool with the arguments, as a shell divides them.
+    static Output Run(const std::string& arguments);
+
+    // Returns the path of a sample.
+    static std::string Sample(const std::string& name);
+
+    // Returns a path in a directory of the test's own.
+    std::string Path(const std::string& path) const;
+
+    // Writes a file there and returns its path.
+    std::string Write(const std::string& path, const std::string& content) const;
+
+  private:
+    TemporaryDir directory_;
+};
