@@ -57,10 +57,9 @@ json Explain(const json& report, const std::vector<std::string>& patterns) {
                              {"value", properties.contains(name) ? properties[name] : json()},
                              {"origins", places}});
     }
-    const auto unmatched = std::find(matched.begin(), matched.end(), false);
-    if (unmatched != matched.end()) {
-        throw InputError("no property file or step has '" + patterns[unmatched - matched.begin()] +
-                         "'");
+    for (size_t i = 0; i < patterns.size(); ++i) {
+        if (matched[i] || patterns[i] == kEverything) continue;
+        throw InputError("no property file or step has '" + patterns[i] + "'");
     }
     return {{"format", kExplanationFormat},
             {"device", report["device"]},

@@ -9,9 +9,13 @@
 
 namespace extprop {
 
+// The pattern of all names, which may be none.
+inline constexpr char kEverything[] = "*";
+
 // Returns, for the report of a traced boot, {"format", "device", "properties": [{"name", "value",
 // "origins"}]}: the properties whose names match one of the patterns, as in a shell; value is null
-// where a property is not set. Throws InputError for a pattern that nothing matches.
+// where a property is not set. Throws InputError for any other pattern that
+// nothing matches.
 nlohmann::json Explain(const nlohmann::json& report, const std::vector<std::string>& patterns);
 
 // Returns such an explanation as text, in colours if wanted.

@@ -327,4 +327,14 @@ json TraceOrigins(const json& report) {
     return tracer.TakeOrigins();
 }
 
+void DropTrace(json* report) {
+    report->erase("property_files");
+    for (json& step : (*report)["steps"]) {
+        for (json& event : step["events"]) {
+            event.erase("content");
+            event.erase("load_depth");
+        }
+    }
+}
+
 }  // namespace extprop

@@ -11,4 +11,7 @@ namespace extprop {
 // loaded would have given stands at the end, with the condition on which it is loaded.
 nlohmann::json TraceOrigins(const nlohmann::json& report);
 
+// Takes out of the report what a traced boot has beside any other's.
+void DropTrace(nlohmann::json* report);
+
 }  // namespace extprop
