@@ -1,0 +1,73 @@
+# bash completion for extprop; loaded by bash-completion when extprop is first completed.
+
+_extprop_steps() {
+    local -A arguments=(
+        [sim]="simSwitchCurrent simSwitchFirst updateDataCommonProp emptyAppchannelProp
+            switchCarrierChannel regionSwitch triggerLogoCopyFromCompanyBoot
+            triggerLogoCopyFromCompany"
+        [cota-service]="check_mount mount_and_check_load mount_must_load bind_basic_point
+            update_cota_info module_bind_single"
+    )
+    local steps="early early: persist cota duskrider sim sim: cota-service: media: reboot"
+    local word=${cur%%:*}
+    [[ $cur == *:* ]] && steps=$(compgen -P "$word:" -W "${arguments[$word]-}")
+    mapfile -t COMPREPLY < <(compgen -W "$steps" -- "$cur")
+    [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == *: ]] && compopt -o nospace
+    # A colon begins a new word for readline.
+    __ltrim_colon_completions "$cur"
+}
+
+_extprop() {
+    # shellcheck disable=SC2034
+    local cur prev words cword split
+    _init_completion -s -n : || return
+
+    if ((cword == 1)); then
+        mapfile -t COMPREPLY < <(compgen -W "boot explain diff lint --help --version" -- "$cur")
+        return
+    fi
+    case $prev in
+        --props | --html)
+            _filedir
+            return
+            ;;
+        --request)
+            local requests="boot_mount module_bind_single_boot bind_basic_point_boot"
+            mapfile -t COMPREPLY < <(compgen -W "$requests" -- "$cur")
+            return
+            ;;
+        --set | --timeout)
+            return
+            ;;
+    esac
+
+    local boot="--set --props --request --no-complete --timeout"
+    local -A options=(
+        [boot]="$boot --json --quiet --verbose --html --help"
+        [explain]="$boot --all --json --html --help"
+        [diff]="$boot --json --a --b --help"
+        [lint]="--json --help"
+    )
+    local command=${words[1]}
+    if [[ $cur == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "${options[$command]-}" -- "$cur")
+        return
+    fi
+
+    local operand=1 i
+    for ((i = 2; i < cword; ++i)); do
+        case ${words[i]} in
+            --set | --props | --request | --timeout | --html) ((++i)) ;;
+            -*) ;;
+            *) ((++operand)) ;;
+        esac
+    done
+    case $command:$operand in
+        boot:1 | explain:1 | diff:1 | lint:1) _filedir -d ;;
+        boot:* | explain:*) _extprop_steps ;;
+        diff:*)
+            ((operand == 2)) && _filedir -d
+            [[ ${#COMPREPLY[@]} -eq 0 ]] && _extprop_steps
+            ;;
+    esac
+} && complete -F _extprop extprop
