@@ -1,6 +1,9 @@
 // extprop: shows on a workstation what the extension library will do on a phone, and why.
 
+#include <errno.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,23 +13,43 @@
 #include <string>
 #include <vector>
 
+#include <android-base/file.h>
+#include <android-base/logging.h>
+
 #include "boot.h"
 #include "diff.h"
 #include "explain.h"
+#include "html.h"
 #include "input_error.h"
+#include "lint.h"
 #include "options.h"
 #include "property_text.h"
 #include "report_text.h"
+#include "trace.h"
 
 namespace {
 
 using namespace extprop;
 
-enum ExitStatus { kDone = 0, kDifferent = 1, kBadInput = 2, kLibraryFailed = 3 };
+constexpr int kFindingsFormat = 1;
+
+enum ExitStatus { kDone = 0, kFound = 1, kBadInput = 2, kLibraryFailed = 3 };
 
 // Bytes that are not UTF-8 cannot stand in JSON.
 void PrintJson(const nlohmann::json& document) {
     std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
+}
+
+// Writes the page whole or not at all.
+void WritePage(const std::string& path, const nlohmann::json& report,
+               const nlohmann::json& explanation) {
+    const std::string unfinished = path + ".part";
+    if (!android::base::WriteStringToFile(HtmlPage(report, explanation), unfinished) ||
+        rename(unfinished.c_str(), path.c_str()) != 0) {
+        const std::string why = strerror(errno);
+        unlink(unfinished.c_str());
+        throw InputError(path + ": " + why);
+    }
 }
 
 bool WantColours() {
@@ -52,6 +75,7 @@ ExitStatus StatusOf(const nlohmann::json& report) {
 struct BootCommand {
     std::string device;
     BootArguments arguments;
+    std::string page;
     bool json = false;
     bool quiet = false;
     bool verbose = false;
@@ -67,10 +91,18 @@ struct BootCommand {
         auto* json_flag = command->add_flag("--json", json, "Print one JSON document");
         command->add_flag("--quiet,-q", quiet, "Print only the properties")->excludes(json_flag);
         command->add_flag("--verbose,-v", verbose, "Print every log line and opened file as well");
+        command->add_option("--html", page, "Write a page for the browser to FILE as well")
+                ->type_name("FILE");
     }
 
     ExitStatus Run() const {
-        const nlohmann::json report = BootAndWarn(OptionsOf(device, arguments));
+        BootOptions options = OptionsOf(device, arguments);
+        options.plan.traced = !page.empty();
+        nlohmann::json report = BootAndWarn(options);
+        if (!page.empty()) {
+            WritePage(page, report, Explain(report, {kEverything}));
+            DropTrace(&report);
+        }
         if (json) {
             PrintJson(report);
         } else if (!quiet) {
@@ -86,6 +118,7 @@ struct ExplainCommand {
     std::string device;
     std::vector<std::string> words;
     BootArguments arguments;
+    std::string page;
     bool all = false;
     bool json = false;
 
@@ -100,25 +133,55 @@ struct ExplainCommand {
         command->add_flag("--all", all, "Explain every property");
         AddBootOptions(command, &arguments);
         command->add_flag("--json", json, "Print one JSON document");
+        command->add_option("--html", page,
+                            "With --all: write a page for the browser to FILE as well")
+                ->type_name("FILE");
     }
 
     ExitStatus Run() {
         std::vector<std::string> patterns;
-        if (all) patterns = {"*"};
+        if (all) patterns = {kEverything};
         for (const std::string& word : words) {
             (IsStepWord(word) ? arguments.steps : patterns).push_back(word);
         }
         if (patterns.empty()) throw InputError("explain: no NAME is given, nor --all");
+        if (!page.empty() && !all) throw InputError("explain: --html goes with --all");
         BootOptions options = OptionsOf(device, arguments);
         options.plan.traced = true;
         const nlohmann::json report = BootAndWarn(options);
         const nlohmann::json explanation = Explain(report, patterns);
+        if (!page.empty()) WritePage(page, report, explanation);
         if (json) {
             PrintJson(explanation);
         } else {
             std::cout << ExplanationText(explanation, WantColours());
         }
         return StatusOf(report);
+    }
+};
+
+struct LintCommand {
+    std::string device;
+    bool json = false;
+
+    explicit LintCommand(CLI::App* app) {
+        CLI::App* command = app->add_subcommand(
+                "lint", "Find in a device directory what would hurt on the phone");
+        command->add_option("DEVICE", device, "Directory that looks like the device's root")
+                ->required();
+        command->add_flag("--json", json, "Print one JSON document");
+        command->footer("Exit status: 0 no errors; 1 errors found; 2 bad input.\n");
+    }
+
+    ExitStatus Run() const {
+        const std::vector<Finding> findings = Lint(device);
+        if (json) PrintJson({{"format", kFindingsFormat}, {"findings", FindingsJson(findings)}});
+        bool errors = false;
+        for (const Finding& finding : findings) {
+            if (!json) std::cout << FindingText(finding) << "\n";
+            errors |= finding.severity == Severity::kError;
+        }
+        return errors ? kFound : kDone;
     }
 };
 
@@ -215,7 +278,7 @@ ExitStatus RunDiff(const std::vector<std::string>& words) {
         std::cout << DifferenceText(difference);
     }
     if (StatusOf(reports[0]) != kDone || StatusOf(reports[1]) != kDone) return kLibraryFailed;
-    return IsEmpty(difference) ? kDone : kDifferent;
+    return IsEmpty(difference) ? kDone : kFound;
 }
 
 ExitStatus Run(const std::vector<std::string>& words) {
@@ -224,13 +287,17 @@ ExitStatus Run(const std::vector<std::string>& words) {
     BootCommand boot(app.get());
     ExplainCommand explain(app.get());
     const DiffCommand diff(app.get());  // for the help
+    const LintCommand lint(app.get());
     if (!Parse(app.get(), words)) return kDone;
-    return app->got_subcommand("boot") ? boot.Run() : explain.Run();
+    if (app->got_subcommand("boot")) return boot.Run();
+    return app->got_subcommand("explain") ? explain.Run() : lint.Run();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    // What the library says where the tool itself calls it is no part of any answer.
+    android::base::SetLogger([](auto&&...) {});
     try {
         const ExitStatus status = Run({argv + 1, argv + argc});
         std::cout.flush();

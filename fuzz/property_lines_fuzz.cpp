@@ -1,0 +1,116 @@
+// Compares the tool's reading of a property file with the library's loader, on any bytes: names and
+// values without and with a filter, and the files that the import lines name.
+
+#include <fcntl.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include <android-base/file.h>
+#include <android-base/logging.h>
+
+#include "platform.h"
+#include "property_lines.h"
+#include "utils.h"
+
+namespace {
+
+using extprop::PropertyLine;
+using platform::PropertyMap;
+using Paths = std::vector<std::string>;
+
+// Notes what the loader opens.
+class OpenedFiles : public platform::Observer {
+  public:
+    void OnOpen(const char* path, int) override { paths.push_back(path); }
+    void OnMount(const char*, const char*, unsigned long, int, int) override {}
+    void OnPropertySet(const std::string&, const std::string&) override {}
+    void OnRestorecon(const char*, unsigned int, int) override {}
+
+    Paths paths;
+};
+
+// Where the loader finds its file, and an empty directory in which imports find nothing.
+const TemporaryDir g_directory;
+const std::string g_file = g_directory.path + std::string("/file");
+const std::string g_empty = g_directory.path + std::string("/empty");
+
+void Expect(bool alike, const char* what) {
+    if (alike) return;
+    std::cerr << "the loader differs in " << what << "\n";
+    abort();
+}
+
+PropertyMap Loaded(const char* filter, Paths* opened) {
+    static const android::base::unique_fd home(open(".", O_RDONLY | O_DIRECTORY));
+    Expect(chdir(g_empty.c_str()) == 0, "its directory");
+    OpenedFiles observer;
+    platform::SetObserver(&observer);
+    PropertyMap properties;
+    const bool loaded = load_properties_from_file_without_se(g_file.c_str(), filter, &properties);
+    platform::SetObserver(nullptr);
+    // The fuzzer's own files are in the directory that it was started in.
+    Expect(fchdir(home.get()) == 0 && loaded, "reading");
+    *opened = observer.paths;
+    return properties;
+}
+
+bool IsExactFilter(const std::string& name) {
+    const size_t length = strlen(name.c_str());
+    return length > 0 && name[length - 1] != '*';
+}
+
+// What the lines make of the file.
+PropertyMap Properties(const std::vector<PropertyLine>& lines) {
+    PropertyMap properties;
+    for (const PropertyLine& line : lines) {
+        if (line.kind == PropertyLine::kProperty) properties[std::string(line.name)] = line.value;
+    }
+    return properties;
+}
+
+Paths Opened(const std::vector<PropertyLine>& lines) {
+    Paths paths = {g_file};
+    for (const PropertyLine& line : lines) {
+        if (line.kind != PropertyLine::kImport) continue;
+        const auto path = ExpandProps(std::string(line.name));
+        if (path.ok()) paths.push_back(path->c_str());  // as far as a zero byte
+    }
+    return paths;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    android::base::SetLogger([](auto...) {});
+    return mkdir(g_empty.c_str(), 0700);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    std::string content(reinterpret_cast<const char*>(data), size);
+    // Imports shall not leave the empty directory; to both readers a slash is like any other byte.
+    std::replace(content.begin(), content.end(), '/', '.');
+    if (!WriteFile(g_file, content).ok()) abort();
+
+    Paths opened;
+    const auto lines = extprop::PropertyLines(content);
+    Expect(Loaded(nullptr, &opened) == Properties(lines), "properties");
+    Expect(opened == Opened(lines), "imports");
+
+    const PropertyMap all = Properties(extprop::PropertyLines(content, true));
+    Expect(Loaded("*", &opened) == all, "properties under a filter that all pass");
+    Expect(opened == Paths{g_file}, "imports under a filter");
+    if (all.empty() || !IsExactFilter(all.rbegin()->first)) return 0;
+    const char* filter = all.rbegin()->first.c_str();
+    PropertyMap passing;
+    for (const auto& [name, value] : all) {
+        if (strcmp(name.c_str(), filter) == 0) passing[name] = value;  // as far as a zero byte
+    }
+    Expect(Loaded(filter, &opened) == passing, "properties under a filter that one name passes");
+    return 0;
+}

@@ -1,0 +1,46 @@
+// The files of a device directory by the paths that they have on the device.
+
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include <android-base/unique_fd.h>
+
+namespace extprop {
+
+// One file, directory or link.
+struct Place {
+    std::string path;  // the device's, such as "/odm/build.prop", without links on the way
+    struct stat status;
+
+    bool is_file() const { return S_ISREG(status.st_mode); }
+    bool is_directory() const { return S_ISDIR(status.st_mode); }
+    bool is_link() const { return S_ISLNK(status.st_mode); }
+};
+
+class DeviceTree {
+  public:
+    // Throws InputError if `device` is no directory that can be used.
+    explicit DeviceTree(const std::string& device);
+
+    // Finds what the device would find at `path`: links on the way lead to the device's own files.
+    // A link as the last component is followed only if `follow` is set. Returns false, with errno
+    // set, if there is nothing.
+    bool Find(const std::string& path, bool follow, Place* place) const;
+
+    // Returns everything in the tree in the order of the paths. Directories that cannot be read are
+    // added to `*unreadable`.
+    std::vector<Place> All(std::vector<std::string>* unreadable) const;
+
+    // The path at which this process reaches the device's `path`.
+    std::string Outside(const std::string& path) const { return root_path_ + path; }
+
+  private:
+    android::base::unique_fd root_;
+    std::string root_path_;
+};
+
+}  // namespace extprop

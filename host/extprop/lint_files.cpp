@@ -1,0 +1,117 @@
+// Files that are looked at as a whole: the market names, the switch keys' directories, the logos.
+
+#include <stdint.h>
+
+#include <limits>
+#include <stdexcept>
+
+#include <android-base/file.h>
+#include <android-base/logging.h>
+#include <android-base/strings.h>
+
+#include "InitExtensionPropertyImpl.h"
+#include "init_process.h"
+#include "lint_rules.h"
+#include "platform.h"
+#include "sandbox.h"
+#include "utils.h"
+
+namespace extprop {
+
+namespace {
+
+using android::base::EndsWith;
+using android::base::StartsWith;
+
+constexpr Rule kRomNeverMatches = {"rom-never-matches", Severity::kError};
+constexpr Rule kNotChecked = {"not-checked", Severity::kWarning};
+constexpr Rule kSkippedFile = {"skipped-file", Severity::kWarning};
+constexpr Rule kLogoTooLarge = {"logo-too-large", Severity::kError};
+
+// Whether the file lies in a directory "<root>/properties/<key>/<one of the four>".
+bool IsOfSwitchKey(const std::string& path) {
+    const std::string directory = android::base::Dirname(path);
+    const std::string leaf = android::base::Basename(directory);
+    for (const char* known :
+         {"SimSwitchCurrentTime", "SimSwitchFirstTime", "switchCarrierChannel", "regionSwitch"}) {
+        if (leaf != known) continue;
+        return android::base::Dirname(directory).find("/properties/") != std::string::npos;
+    }
+    return false;
+}
+
+bool g_market_name_given = false;
+
+// Plays the library's step on phones of every size, on one that has nothing but the configuration,
+// until one gets the market name. Throws std::runtime_error if they cannot be played here.
+bool AnyPhoneGetsMarketName(const std::string& configuration) {
+    constexpr int kNone = 3;
+    const TemporaryDir nothing;
+    const sandbox::Sandbox phone(nothing.path);
+    const sandbox::Ending ending = phone.Run([&configuration] {
+        constexpr int32_t kSectorsPerGib = 2097152;
+        android::base::SetLogger([](auto...) {});
+        platform::ResetProperties({});
+        // Without a region and a user-data device the paths are these.
+        android::init::createDirectory("/my_product/cust/etc/");
+        android::init::createDirectory("/sys/block/");
+        WriteFile("/my_product/cust/etc/devicename.cfg", configuration);
+        for (int32_t gib = 1; gib <= std::numeric_limits<int32_t>::max() / kSectorsPerGib; ++gib) {
+            WriteFile("/sys/block/size", std::to_string(gib * kSectorsPerGib));
+            android::init::updateMarketName(
+                    [](int, android::init::PropertyMap) { g_market_name_given = true; });
+            if (g_market_name_given) return EXIT_SUCCESS;
+        }
+        return kNone;
+    });
+    if (!ending.ok() && ending.exit_status != kNone) {
+        throw std::runtime_error("the library did not come to an end");
+    }
+    return ending.ok();
+}
+
+}  // namespace
+
+void CheckDeviceName(const PropertyFile& file, Report* report) {
+    int rom_line = 1;
+    for (const PropertyLine& line : file.lines) {
+        // As the library looks it up: the first name that begins so.
+        if (line.kind != PropertyLine::kProperty || !StartsWith(line.text, "ROM")) continue;
+        rom_line = line.number;
+        break;
+    }
+    try {
+        if (AnyPhoneGetsMarketName(file.content)) return;
+        report->Add(kRomNeverMatches, file.path, rom_line,
+                    "no phone has a storage of this size, so the market name is never set");
+    } catch (const std::runtime_error& error) {
+        report->Add(kNotChecked, file.path, rom_line,
+                    std::string("the storage size cannot be tried out here: ") + error.what());
+    }
+}
+
+void CheckKeyDirectories(const std::vector<Place>& places, Report* report) {
+    for (const Place& place : places) {
+        if (place.is_directory() || EndsWith(place.path, ".prop") || !IsOfSwitchKey(place.path)) {
+            continue;
+        }
+        report->Add(kSkippedFile, place.path, 1,
+                    "a switch key's files are loaded only if their names end in '.prop'");
+    }
+}
+
+void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Report* report) {
+    Place partition;
+    if (!tree.Find(kSplashPartition, true, &partition) || !partition.is_file()) return;
+    for (const Place& place : places) {
+        const bool is_logo = EndsWith(place.path, "/media/logo/logo.img") ||
+                             EndsWith(place.path, "/media/logo/logo.bin");
+        if (!is_logo || place.status.st_size <= partition.status.st_size) continue;
+        report->Add(kLogoTooLarge, place.path, 1,
+                    "the logo has " + std::to_string(place.status.st_size) +
+                            " bytes, the splash partition " +
+                            std::to_string(partition.status.st_size) + ", so it is never copied");
+    }
+}
+
+}  // namespace extprop

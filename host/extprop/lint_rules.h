@@ -1,0 +1,81 @@
+// The rules of lint, each applied to the files that it is about.
+
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "device_tree.h"
+#include "lint.h"
+#include "property_lines.h"
+
+namespace extprop {
+
+struct Rule {
+    const char* identifier;
+    Severity severity;
+};
+
+inline constexpr Rule kSymbolicLink = {"symbolic-link", Severity::kError};
+
+// How the library uses a file decides which rules apply to it.
+enum class FileUse {
+    kProperties,   // its names are the system's properties
+    kKeyFile,      // the same, or in an older form the bare key
+    kMapping,      // its names are keys of older software
+    kCotaMessage,  // properties and instructions of the installing service
+    kDeviceName,   // names looked up one by one, without imports
+};
+
+struct PropertyFile {
+    std::string path;
+    FileUse use;
+    std::string content;
+    std::vector<PropertyLine> lines;  // of `content`, so a file is never copied
+};
+
+// By path.
+using PropertyFiles = std::map<std::string, PropertyFile>;
+
+// What has been found so far.
+class Report {
+  public:
+    // `device` is the directory as the user named it.
+    explicit Report(std::string device) : device_(std::move(device)) {}
+
+    void Add(const Rule& rule, const std::string& path, int line, const std::string& message);
+
+    // The findings, in the order of files and lines.
+    std::vector<Finding> Take();
+
+  private:
+    std::string device_;
+    std::vector<Finding> findings_;
+};
+
+// Returns the text in quotes, without its middle if it is long.
+std::string Quoted(std::string_view text);
+
+// Adds the property file at `place` to `*files` unless it is there. One that cannot be read is
+// empty there, and a finding says why.
+void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,
+                     Report* report);
+
+// Adds to `*files` what they import, and checks each import.
+void CheckImports(const DeviceTree& tree, PropertyFiles* files, Report* report);
+
+// Checks each line by itself and with the others of its file.
+void CheckLines(const PropertyFile& file, Report* report);
+
+// Checks a devicename.cfg file.
+void CheckDeviceName(const PropertyFile& file, Report* report);
+
+// Checks that the files in the directories of the switch keys are loaded.
+void CheckKeyDirectories(const std::vector<Place>& places, Report* report);
+
+// Checks that the boot logos fit into the splash partition, if the device has one.
+void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Report* report);
+
+}  // namespace extprop
