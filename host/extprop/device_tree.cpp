@@ -46,6 +46,11 @@ bool DeviceTree::Find(const std::string& path, bool follow, Place* place) const 
     return true;
 }
 
+std::string DeviceTree::Outside(const std::string& path) const {
+    // The tree may lie in a mount namespace where this process has no path to it.
+    return "/proc/self/fd/" + std::to_string(root_.get()) + path;
+}
+
 std::vector<Place> DeviceTree::All(std::vector<std::string>* unreadable) const {
     std::vector<Place> places;
     std::vector<std::string> directories = {""};

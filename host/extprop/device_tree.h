@@ -36,7 +36,7 @@ class DeviceTree {
     std::vector<Place> All(std::vector<std::string>* unreadable) const;
 
     // The path at which this process reaches the device's `path`.
-    std::string Outside(const std::string& path) const { return root_path_ + path; }
+    std::string Outside(const std::string& path) const;
 
   private:
     android::base::unique_fd root_;

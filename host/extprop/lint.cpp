@@ -3,6 +3,7 @@
 #include <locale.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <tuple>
@@ -12,8 +13,10 @@
 
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/names.h"
+#include "images.h"
 #include "lint_rules.h"
 #include "platform.h"
+#include "sandbox.h"
 #include "utils.h"
 
 namespace extprop {
@@ -104,6 +107,11 @@ std::string Printable(const std::string& text) {
     return printable;
 }
 
+bool HasImages(const std::string& device) {
+    std::error_code unusable;  // what the device tree then reports
+    return std::filesystem::is_directory(device, unusable) && !sandbox::OpenImages(device).empty();
+}
+
 }  // namespace
 
 void Report::Add(const Rule& rule, const std::string& path, int line, const std::string& message) {
@@ -164,7 +172,10 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
 }
 
 std::vector<Finding> Lint(const std::string& device) {
-    const DeviceTree tree(device);
+    // The files of partition images are seen in a sandbox only.
+    std::optional<sandbox::Sandbox> images;
+    if (HasImages(device)) images.emplace(device);
+    const DeviceTree tree(images ? images->Outside("") : device);
     const Utf8Locale utf8;
     const PropertiesKept kept;
     Report report(device.substr(0, device.find_last_not_of('/') + 1));

@@ -2,13 +2,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <linux/loop.h>
 #include <linux/magic.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -26,6 +24,10 @@
 
 #include <android-base/cmsg.h>
 
+#include "checks.h"
+#include "images.h"
+#include "loop_device.h"
+
 using android::base::unique_fd;
 
 namespace sandbox {
@@ -38,22 +40,9 @@ constexpr char kDevice[] = "/tmp/device";
 constexpr char kUpper[] = "/tmp/upper";
 constexpr char kWork[] = "/tmp/work";
 constexpr char kRoot[] = "/tmp/root";
+constexpr char kImages[] = "/tmp/images";
 
 constexpr rlim_t kStackLimit = 8 * 1024 * 1024;
-
-[[noreturn]] void Fail(const std::string& what) {
-    throw std::runtime_error(what + ": " + strerror(errno));
-}
-
-void Check(bool done, const std::string& what) {
-    if (!done) Fail(what);
-}
-
-int OpenOrThrow(const std::string& path, int flags) {
-    const int fd = open(path.c_str(), flags | O_CLOEXEC);
-    Check(fd != -1, path);
-    return fd;
-}
 
 void WriteProcFile(const std::string& path, const std::string& content) {
     // Opened without O_CREAT and in one write, as these files want it.
@@ -94,12 +83,13 @@ void CopyDevice(bool as_root) {
     Check(mount(kRoot, kRoot, nullptr, MS_BIND, nullptr) == 0, "cannot bind the copy");
 }
 
-// Builds the root in the calling process.
-void BuildRoot(const std::string& device, Layer layer) {
+// Builds the root, around the calling process, and returns descriptors of it and the namespaces.
+std::vector<int> BuildRoot(const std::string& device, Layer layer) {
     const bool as_root = geteuid() == 0;
     EnterOwnNamespaces(as_root);
-    // Kept open, because the scratch file system may cover the path that leads to it.
+    // Kept open, because the scratch file system may cover the paths that lead there.
     unique_fd device_fd(OpenOrThrow(device, O_PATH | O_DIRECTORY));
+    std::vector<Image> images = OpenImages(device);
     Check(mount("tmpfs", kScratch, "tmpfs", 0, "mode=0755") == 0, "cannot mount a tmpfs");
     for (const char* directory : {kDevice, kUpper, kWork, kRoot}) {
         Check(mkdir(directory, 0755) == 0, directory);
@@ -108,6 +98,12 @@ void BuildRoot(const std::string& device, Layer layer) {
     Check(mount(source.c_str(), kDevice, nullptr, MS_BIND | MS_REC, nullptr) == 0,
           "cannot bind the device directory");
     if (layer == Layer::kCopy || !MountOverlay(as_root)) CopyDevice(as_root);
+
+    std::vector<int> fds = {OpenOrThrow(kRoot, O_RDONLY),
+                            OpenOrThrow("/proc/self/ns/mnt", O_RDONLY),
+                            OpenOrThrow("/proc/self/ns/user", O_RDONLY)};
+    ShowImages(std::move(images), kImages, kRoot);
+    return fds;
 }
 
 void SetLimit(int resource, rlim_t soft) {
@@ -209,12 +205,7 @@ bool Process::WaitForThreads(std::chrono::steady_clock::time_point deadline) con
 Sandbox::Sandbox(const std::string& device, Layer layer) {
     // What keeps the namespaces is that this process holds them open, so they end with it, however
     // it ends.
-    std::vector<unique_fd> fds = FromChild([&] {
-        BuildRoot(device, layer);
-        return std::vector<int>{OpenOrThrow(kRoot, O_RDONLY),
-                                OpenOrThrow("/proc/self/ns/mnt", O_RDONLY),
-                                OpenOrThrow("/proc/self/ns/user", O_RDONLY)};
-    });
+    std::vector<unique_fd> fds = FromChild([&] { return BuildRoot(device, layer); });
     root_ = std::move(fds[0]);
     mount_namespace_ = std::move(fds[1]);
     if (geteuid() != 0) user_namespace_ = std::move(fds[2]);
@@ -224,17 +215,10 @@ void Sandbox::AttachBlockDevice(const std::string& path) {
     std::vector<unique_fd> fds = FromChild([&] {
         Check(Enter(), "cannot enter the private root");
         const std::string file = kRoot + path;
-        loop_config config = {};
-        config.fd = OpenOrThrow(file, O_RDWR);
-        config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
-        const int number = ioctl(OpenOrThrow("/dev/loop-control", O_RDWR), LOOP_CTL_GET_FREE);
-        Check(number >= 0, "no free loop device");
-        const std::string device = "/dev/loop" + std::to_string(number);
-        const int loop = OpenOrThrow(device, O_RDWR);
-        Check(ioctl(loop, LOOP_CONFIGURE, &config) == 0, "cannot set up " + device);
-        Check(mount(device.c_str(), file.c_str(), nullptr, MS_BIND, nullptr) == 0,
-              "cannot bind " + device);
-        return std::vector<int>{loop};
+        LoopDevice loop = AttachLoopDevice(OpenOrThrow(file, O_RDWR), O_RDWR);
+        Check(mount(loop.path.c_str(), file.c_str(), nullptr, MS_BIND, nullptr) == 0,
+              "cannot bind " + loop.path);
+        return std::vector<int>{loop.fd.release()};
     });
     block_devices_.push_back(std::move(fds[0]));
 }
@@ -245,11 +229,14 @@ bool Sandbox::has_overlay() const {
 }
 
 bool Sandbox::Enter() const {
-    return (!user_namespace_.ok() || setns(user_namespace_.get(), CLONE_NEWUSER) == 0) &&
+    // A sanitizer's own thread shares the root and working directory, which namespaces forbid.
+    return unshare(CLONE_FS) == 0 &&
+           (!user_namespace_.ok() || setns(user_namespace_.get(), CLONE_NEWUSER) == 0) &&
            setns(mount_namespace_.get(), CLONE_NEWNS) == 0;
 }
 
 Process Sandbox::Start(const std::function<int()>& function) const {
+    const pid_t parent = getpid();
     const pid_t pid = fork();
     Check(pid != -1, "fork");
     if (pid != 0) return Process(pid);
@@ -257,11 +244,13 @@ Process Sandbox::Start(const std::function<int()>& function) const {
     unique_fd no_input(open("/dev/null", O_RDONLY | O_CLOEXEC));
     dup2(no_input.get(), STDIN_FILENO);
     // Mounts made from here on are this process's own: its namespace is a copy.
-    if (!Enter() || unshare(CLONE_NEWNS) != 0 || chdir(kRoot) != 0 || chroot(".") != 0) {
+    if (!Enter() || fchdir(root_.get()) != 0 || unshare(CLONE_NEWNS) != 0 || chroot(".") != 0) {
         perror("cannot enter the private root");
         _exit(EXIT_FAILURE);
     }
+    // Ends with its parent, also with one that is gone already.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(EXIT_FAILURE);
     PrepareForCrashes();
     umask(0);
     _exit(function());

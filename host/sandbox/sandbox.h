@@ -51,7 +51,8 @@ enum class Layer { kOverlayOrCopy, kCopy };
 class Sandbox {
   public:
     // Prepares a root over the directory `device`, in private mount namespaces and, unless run as
-    // root, a user namespace. Throws std::runtime_error, saying why, if it cannot be had.
+    // root, a user namespace. A partition image in `device` is seen as the files in it. Throws
+    // std::runtime_error, saying why, if the root cannot be had.
     explicit Sandbox(const std::string& device, Layer layer = Layer::kOverlayOrCopy);
 
     // Starts a process in which the device is "/" and calls `function`, whose result is the
@@ -71,7 +72,7 @@ class Sandbox {
     // Returns a path at which the caller, outside, reaches the device's `path`, such as "/odm".
     std::string Outside(const std::string& path) const;
 
-    // Returns the state of all files of the device.
+    // Returns the state of all files of the device but those of partition images, which stay.
     Snapshot TakeSnapshot() const;
 
     // Whether writes go to an overlay rather than to a copy.

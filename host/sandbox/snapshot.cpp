@@ -1,5 +1,6 @@
 #include "snapshot.h"
 
+#include <fcntl.h>
 #include <time.h>
 
 #include <filesystem>
@@ -29,6 +30,12 @@ FileState StateOf(const std::string& path, const struct stat& status, time_t now
     return state;
 }
 
+bool IsMountPoint(const std::string& path) {
+    struct statx status;
+    return statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, 0, &status) == 0 &&
+           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 }  // namespace
 
 bool FileState::operator==(const FileState& other) const {
@@ -53,6 +60,7 @@ Snapshot TakeSnapshot(const std::string& directory) {
         const std::string& path = entry->path().native();
         struct stat status;
         if (lstat(path.c_str(), &status) != 0) continue;
+        if (S_ISDIR(status.st_mode) && IsMountPoint(path)) entry.disable_recursion_pending();
         snapshot.emplace(path.substr(directory.size()), StateOf(path, status, now));
     }
     return snapshot;

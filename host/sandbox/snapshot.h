@@ -22,7 +22,8 @@ struct FileState {
 // From absolute path, the directory that was looked at being "/", to state.
 using Snapshot = std::map<std::string, FileState>;
 
-// Looks at everything below `directory`, without following symbolic links.
+// Looks at everything below `directory`, without following symbolic links or entering what is
+// mounted there.
 Snapshot TakeSnapshot(const std::string& directory);
 
 struct FileChange {
