@@ -79,7 +79,8 @@ TEST_F(ExplainTest, NamesPlacesInOrderOfTime) {
     Write("/odm/deep.prop", "a=4\nb2=y\n");
     Write("/other/properties/key/regionSwitch/r.prop", "a=6\n");
     const Output output = Run("explain " + Path("") + " a 'b[12]' early:/odm --set a=0");
-    EXPECT_EQ(output.status, 0) << output.err;
+    EXPECT_EQ(output.status, 0);
+    EXPECT_EQ(output.err, "");
     EXPECT_EQ(output.out,
               "a=5\n"
               "    given                                                      0  [overridden]\n"

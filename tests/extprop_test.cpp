@@ -193,6 +193,35 @@ TEST_F(ExtpropTest, ReportIsOneJsonDocument) {
     EXPECT_THAT(step["events"].dump(), HasSubstr("\"severity\":\"ERROR\""));
 }
 
+TEST_F(ExtpropTest, PageIsWrittenWholeOrNotAtAll) {
+    const std::string page = Path("/page.html");
+    const Output booted = Run("boot --json " + Sample("overlay") + " early --html " + page);
+    EXPECT_EQ(booted.status, 0) << booted.err;
+    EXPECT_THAT(booted.out, Not(HasSubstr("\"content\"")));
+    EXPECT_FALSE(json::parse(booted.out).contains("property_files"));
+    std::string content;
+    ASSERT_TRUE(android::base::ReadFileToString(page, &content));
+    EXPECT_THAT(content, HasSubstr("\"/mnt/vendor/my_engineering/build.prop\""));
+    EXPECT_EQ(Run("explain --all " + Sample("overlay") + " early --html " + page).status, 0);
+
+    const Output nowhere = Run("boot " + Sample("overlay") + " early --html " + Path("/none/x"));
+    EXPECT_EQ(nowhere.status, 2);
+    EXPECT_EQ(nowhere.out, "");
+    EXPECT_EQ(nowhere.err, "extprop: " + Path("/none/x") + ": No such file or directory\n");
+}
+
+TEST_F(ExtpropTest, LintEndsWithTheErrorsThatItFinds) {
+    const Output faulty = Run("lint " + Sample("faulty"));
+    EXPECT_EQ(faulty.status, 1);
+    EXPECT_THAT(faulty.out, HasSubstr(Sample("faulty") + "/odm/etc/radio.prop:2: error: "));
+    EXPECT_EQ(faulty.err, "");
+    const Output warned = Run("lint --json " + Sample("carrier-package"));
+    EXPECT_EQ(warned.status, 0);
+    EXPECT_EQ(json::parse(warned.out)["findings"][0]["severity"], "warning");
+    EXPECT_EQ(Run("lint " + Path("/none")).err,
+              "extprop: " + Path("/none") + ": No such file or directory\n");
+}
+
 TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
     const std::string file = Write("/odm/build.prop", "import /odm/other.prop\n");
     Write("/odm/other.prop", "import /odm/build.prop\n");
