@@ -12,7 +12,6 @@ TEST(LimitedEdition, HandsOnTheConfigurationThenTheVersionsMadeOfIt) {
     Device device;
     device.Write(kConfig, "");
     device.Write("/my_company/build.prop", "wrong=1\n");
-    device.Write("/mnt/vendor/my_company/etc/build.prop", "wrong=2\n");
     device.Boot([&](Init& init) {
         const auto calls = [&init] {
             init.extension->loadDuskriderOverrideProperties(Init::Callback);

@@ -12,6 +12,7 @@ namespace {
 using android::init::InitExtensionPropertyImpl;
 using android::init::PartitionSearchList;
 using android::init::PropertyCallback;
+using namespace std::string_literals;
 
 // What the object looks like in memory: init's side may have been compiled elsewhere.
 struct Layout {
@@ -28,11 +29,9 @@ TEST(Entry, IsFoundByItsPlainNameAndReturnsOneObject) {
     Device device;
     device.Boot([](Init& init) {
         void* fetch = dlsym(RTLD_DEFAULT, "KSVI_FETCH_IInitExtensionProperty");
-        ASSERT_NE(fetch, nullptr);
         auto* again = reinterpret_cast<IInitExtensionProperty* (*)(const char*)>(fetch)("renamed");
         EXPECT_EQ(again, init.extension);
         EXPECT_EQ(LayoutOf(again).strings[0], "renamed");
-        EXPECT_EQ(PartitionSearchList.size(), 16u);
 
         // A further object does not fill the list again.
         InitExtensionPropertyImpl another;
@@ -41,22 +40,21 @@ TEST(Entry, IsFoundByItsPlainNameAndReturnsOneObject) {
     });
 }
 
+int FetchFromManyThreads() {
+    IInitExtensionProperty* found[8] = {};
+    std::vector<std::thread> threads;
+    for (auto& extension : found) {
+        threads.emplace_back([&] { extension = KSVI_FETCH_IInitExtensionProperty("x"); });
+    }
+    for (auto& thread : threads) thread.join();
+    for (auto* extension : found) EXPECT_EQ(extension, found[0]);
+    EXPECT_EQ(PartitionSearchList.size(), 16u);
+    return testing::Test::HasFailure() ? 1 : 0;
+}
+
 TEST(Entry, FirstCallsFromManyThreadsMakeOneObject) {
     TemporaryDir empty;
-    const sandbox::Sandbox root(empty.path);
-    EXPECT_TRUE(root.Run([] {
-                        IInitExtensionProperty* found[8] = {};
-                        std::vector<std::thread> threads;
-                        for (auto& extension : found) {
-                            threads.emplace_back([&extension] {
-                                extension = KSVI_FETCH_IInitExtensionProperty("x");
-                            });
-                        }
-                        for (auto& thread : threads) thread.join();
-                        for (auto* extension : found) EXPECT_EQ(extension, found[0]);
-                        EXPECT_EQ(PartitionSearchList.size(), 16u);
-                        return testing::Test::HasFailure() ? 1 : 0;
-                    }).ok());
+    EXPECT_TRUE(sandbox::Sandbox(empty.path).Run(FetchFromManyThreads).ok());
 }
 
 TEST(Entry, MembersStandInTheirOrder) {
@@ -90,28 +88,24 @@ TEST(Entry, SlotsStandInTheirOrder) {
         IInitExtensionProperty* extension = init.extension;
         void** slots = LayoutOf(extension).slots;
         const auto call = [&](int slot, auto... arguments) {
-            using Function = void (*)(IInitExtensionProperty*, decltype(arguments)...);
-            reinterpret_cast<Function>(slots[slot])(extension, arguments...);
+            using Function = long (*)(IInitExtensionProperty*, decltype(arguments)...);
+            return reinterpret_cast<Function>(slots[slot])(extension, arguments...);
         };
-        using CommandFunction = void (*)(IInitExtensionProperty*, std::string, PropertyCallback);
-        using DecisionFunction =
-                long (*)(IInitExtensionProperty*, std::string, std::string, PropertyCallback);
+
+        const PropertyCallback callback = Init::Callback;
+        PropertyMap properties;
+        const std::string& region = LayoutOf(extension).strings[1];
 
         call(2, "by slot");
         EXPECT_EQ(LayoutOf(extension).strings[0], "by slot");
-
         init.Set("ro.sys.custommedia.sourcepath", "/missing");
         call(3, "/my_media");
         EXPECT_EQ(init.Get("sys.mount.mediapath.success"), "-1");
-
-        PropertyMap properties;
         call(4, &properties);
         EXPECT_EQ(init.TakeLog(android::base::ERROR).size(), 16u);
-        reinterpret_cast<void (*)(IInitExtensionProperty*, std::string, PropertyMap*)>(slots[5])(
-                extension, "/root", &properties);
+        call(5, "/root"s, &properties);
         EXPECT_EQ(properties, (PropertyMap{{"a", "1"}}));
 
-        const PropertyCallback callback = Init::Callback;
         init.Set("ro.tesvo.image.my_company.date", "1");
         call(6, callback);
         EXPECT_EQ(init.TakeCalls().back().mode, 2);
@@ -123,16 +117,14 @@ TEST(Entry, SlotsStandInTheirOrder) {
         EXPECT_EQ(init.TakeCalls(), (std::vector<Call>{{0, {}}}));
         init.Set("sys.region.switch.first", "by slot 9");
         call(9, callback);
-        EXPECT_EQ(LayoutOf(extension).strings[1], "by slot 9");
+        EXPECT_EQ(region, "by slot 9");
         init.Set("sys.region.switch.first", "by slot 10");
-        reinterpret_cast<CommandFunction>(slots[10])(extension, "regionSwitch", callback);
-        EXPECT_EQ(LayoutOf(extension).strings[1], "by slot 10");
+        call(10, "regionSwitch"s, callback);
+        EXPECT_EQ(region, "by slot 10");
         init.TakeLog();
-        EXPECT_EQ(
-                reinterpret_cast<DecisionFunction>(slots[11])(extension, "a", "1", callback) & 0xff,
-                0);
+        EXPECT_EQ(call(11, "a"s, "1"s, callback) & 0xff, 0);
         EXPECT_TRUE(init.TakeLog().empty());
-        reinterpret_cast<CommandFunction>(slots[12])(extension, "x", callback);
+        call(12, "x"s, callback);
         EXPECT_THAT(init.TakeLog(), testing::ElementsAre("E not valid cota mount bind command:x"));
         EXPECT_TRUE(init.TakeCalls().empty());
     });

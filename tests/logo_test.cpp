@@ -7,22 +7,19 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include <gmock/gmock.h>
+#include <android-base/strings.h>
 #include <gtest/gtest.h>
 
 #include "device.h"
 
 namespace {
 
-using testing::ElementsAre;
-
 constexpr char kSplash[] = "/dev/block/by-name/splash_odm";
 constexpr char kLogoImg[] = "/my_company/media/logo/logo.img";
 constexpr char kLogoBin[] = "/my_company/media/logo/logo.bin";
 constexpr char kCompanyDate[] = "ro.tesvo.image.my_company.date.utc";
 constexpr char kCopiedDate[] = "persist.record.my_company.date.forlogo";
-constexpr char kFromBoot[] = "triggerLogoCopyFromCompanyBoot";
-constexpr char kFromCompany[] = "triggerLogoCopyFromCompany";
+constexpr char kFromBoot[] = "FromCompanyBoot";
 constexpr char kFailed[] = "E Unable to write logo copy info file";
 constexpr char kNoLogo[] = "I No logo resource found";
 constexpr char kTooLarge[] = "I Logo resource is too large";
@@ -36,10 +33,6 @@ bool PartitionFails(int fd) {
     return true;
 }
 
-std::string Factory(size_t size) {
-    return std::string(size, '.');
-}
-
 class LogoTest : public testing::Test {
   protected:
     void SetUp() override {
@@ -47,16 +40,16 @@ class LogoTest : public testing::Test {
     }
 
     void AttachSplash(size_t size) {
-        device_.Write(kSplash, Factory(size));
+        device_.Write(kSplash, std::string(size, '.'));
         device_.AttachBlockDevice(kSplash);
     }
 
-    // Performs the command and returns its log, calling nothing back.
-    static std::vector<std::string> Trigger(Init& init, const std::string& command) {
+    // Performs the command of which this is the end and returns its log; nothing is handed on.
+    static std::string Trigger(Init& init, const std::string& end) {
         init.TakeLog();
-        init.extension->loadSimSwitchOverrideProperties(command, Init::Callback);
+        init.extension->loadSimSwitchOverrideProperties("triggerLogoCopy" + end, Init::Callback);
         EXPECT_TRUE(init.TakeCalls().empty());
-        return init.TakeLog();
+        return android::base::Join(init.TakeLog(), "\n");
     }
 
     Device device_;
@@ -67,51 +60,46 @@ TEST_F(LogoTest, CompanyTriggersCopyByImageDate) {
     device_.Write(kLogoImg, "img");
     device_.Write(kLogoBin, "binary");
     device_.Boot([](Init& init) {
-        EXPECT_THAT(Trigger(init, kFromBoot), ElementsAre("I Missing component information"));
+        EXPECT_EQ(Trigger(init, kFromBoot), "I Missing component information");
         init.Set(kCompanyDate, "100");
-        EXPECT_THAT(Trigger(init, kFromBoot), ElementsAre());
+        EXPECT_EQ(Trigger(init, kFromBoot), "");
         EXPECT_EQ(init.Get(kCopiedDate), "100");
-        EXPECT_THAT(Trigger(init, kFromBoot),
-                    ElementsAre("I Logo copied, no need to process again"));
+        EXPECT_EQ(Trigger(init, kFromBoot), "I Logo copied, no need to process again");
         unlink(kLogoImg);
-        EXPECT_THAT(Trigger(init, kFromCompany), ElementsAre());
-    });
-    EXPECT_EQ(device_.Read(kSplash), "binary" + Factory(1018));
-
-    device_.Boot([](Init& init) {
-        init.Set(kCompanyDate, "101");
-        init.Set(kCopiedDate, "100");
+        EXPECT_EQ(Trigger(init, "FromCompany"), "");
         unlink(kLogoBin);
-        EXPECT_THAT(Trigger(init, kFromBoot), ElementsAre(kNoLogo));
+        init.Set(kCompanyDate, "101");
+        EXPECT_EQ(Trigger(init, kFromBoot), kNoLogo);
         EXPECT_EQ(init.Get(kCopiedDate), "100");
     });
+    EXPECT_EQ(device_.Read(kSplash), "binary" + std::string(1018, '.'));
 }
 
-TEST_F(LogoTest, PathTriggerCopiesAnyFileWithoutARecord) {
+TEST_F(LogoTest, PathTriggerCopiesWhatFitsWithoutARecord) {
     AttachSplash(1024);
     device_.Write("/data/logo file", "chosen");
-    device_.Write(kLogoImg, "img");
-    device_.Boot([](Init& init) {
-        init.Set(kCompanyDate, "100");
-        EXPECT_THAT(Trigger(init, "triggerLogoCopy"), ElementsAre(kNoLogo));
-        EXPECT_THAT(Trigger(init, "triggerLogoCopy:/data/none"), ElementsAre(kNoLogo));
-        EXPECT_THAT(Trigger(init, "triggerLogoCopyFromCompany2/data/logo file"), ElementsAre());
-        EXPECT_EQ(init.Get(kCopiedDate), "(unset)");
-    });
-    EXPECT_EQ(device_.Read(kSplash), "chosen" + Factory(1018));
-}
-
-TEST_F(LogoTest, PartitionSizeIsTheLimit) {
-    AttachSplash(1024);
     device_.Write("/exact", std::string(1024, 'x'));
     device_.Write("/more", std::string(1025, 'y'));
     device_.Write("/empty", "");
-    device_.Boot([](Init& init) {
-        EXPECT_THAT(Trigger(init, "triggerLogoCopy/more"), ElementsAre(kTooLarge));
-        EXPECT_THAT(Trigger(init, "triggerLogoCopy/exact"), ElementsAre());
-        EXPECT_THAT(Trigger(init, "triggerLogoCopy/empty"), ElementsAre());
-    });
-    EXPECT_EQ(device_.Read(kSplash), std::string(1024, 'x'));
+    device_.Write(kLogoImg, "img");
+    const std::string empty(1024, '.');
+    const std::string chosen = "chosen" + std::string(1018, '.');
+    const struct {
+        std::string end, log, splash;
+    } cases[] = {{"", kNoLogo, empty},
+                 {":/data/none", kNoLogo, empty},
+                 {"FromCompany2/data/logo file", "", chosen},
+                 {"/more", kTooLarge, chosen},
+                 {"/empty", "", chosen},
+                 {"/exact", "", std::string(1024, 'x')}};
+    for (const auto& known : cases) {
+        device_.Boot([&](Init& init) {
+            init.Set(kCompanyDate, "100");
+            EXPECT_EQ(Trigger(init, known.end), known.log);
+            EXPECT_EQ(init.Get(kCopiedDate), "(unset)");
+        });
+        EXPECT_EQ(device_.Read(kSplash), known.splash) << known.end;
+    }
 }
 
 TEST_F(LogoTest, HostileSourcesAndPartitions) {
@@ -119,48 +107,37 @@ TEST_F(LogoTest, HostileSourcesAndPartitions) {
     device_.Write("/empty", "");
     device_.MakeDirectory("/directory");
     device_.Boot([](Init& init) {
-        EXPECT_THAT(Trigger(init, "triggerLogoCopy/logo"),
-                    ElementsAre("I Can not access the target Partition"));
+        EXPECT_EQ(Trigger(init, "/logo"), "I Can not access the target Partition");
     });
     AttachSplash(1024);
     device_.Boot([](Init& init) {
         // A directory has no end to measure here; on some file systems its end is far away.
         ASSERT_EQ(mount("tmpfs", "/directory", "tmpfs", 0, nullptr), 0);
-        EXPECT_THAT(Trigger(init, "triggerLogoCopy/directory"), ElementsAre(kFailed));
-
+        EXPECT_EQ(Trigger(init, "/directory"), kFailed);
         // Opened, measured, and then not to be read.
-        ASSERT_EQ(mkdir("/proc", 0755), 0);
-        ASSERT_EQ(mount("proc", "/proc", "proc", 0, nullptr), 0);
-        EXPECT_THAT(Trigger(init, "triggerLogoCopy/proc/self/mem"), ElementsAre(kFailed));
+        ASSERT_TRUE(mkdir("/proc", 0755) == 0 && mount("proc", "/proc", "proc", 0, nullptr) == 0);
+        EXPECT_EQ(Trigger(init, "/proc/self/mem"), kFailed);
 
         // A partition that cannot be opened for output is passed over in silence.
-        ASSERT_EQ(umount2(kSplash, MNT_DETACH), 0);
-        ASSERT_EQ(unlink(kSplash), 0);
+        ASSERT_TRUE(umount2(kSplash, MNT_DETACH) == 0 && unlink(kSplash) == 0);
         ASSERT_EQ(mkdir(kSplash, 0755), 0);
-        EXPECT_THAT(Trigger(init, "triggerLogoCopy/logo"), ElementsAre());
-        ASSERT_EQ(rmdir(kSplash), 0);
-
+        EXPECT_EQ(Trigger(init, "/logo"), "");
         // One without a single byte.
-        ASSERT_EQ(symlink("/empty", kSplash), 0);
-        EXPECT_THAT(Trigger(init, "triggerLogoCopy/logo"), ElementsAre(kTooLarge));
+        ASSERT_TRUE(rmdir(kSplash) == 0 && symlink("/empty", kSplash) == 0);
+        EXPECT_EQ(Trigger(init, "/logo"), kTooLarge);
     });
 }
 
 // A short logo fails when the stream is flushed, a long one in the write itself.
 TEST_F(LogoTest, FailedWriteLeavesNoRecord) {
+    AttachSplash(102400);
     for (size_t size : {4, 100000}) {
-        Device device;
-        device.Write(kSplash, Factory(102400));
-        device.AttachBlockDevice(kSplash);
-        device.Write(kLogoImg, std::string(size, 'x'));
-        device.Boot([](Init& init) {
+        device_.Write(kLogoImg, std::string(size, 'x'));
+        device_.Boot([](Init& init) {
             init.Set(kCompanyDate, "100");
             g_partitions_fail = true;
-            EXPECT_THAT(Trigger(init, kFromBoot), ElementsAre(kFailed));
+            EXPECT_EQ(Trigger(init, kFromBoot), kFailed);
             EXPECT_EQ(init.Get(kCopiedDate), "(unset)");
-            g_partitions_fail = false;
-            EXPECT_THAT(Trigger(init, kFromBoot), ElementsAre());
-            EXPECT_EQ(init.Get(kCopiedDate), "100");
         });
     }
 }

@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <thread>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <android-base/file.h>
@@ -113,12 +113,7 @@ TEST_F(SandboxTest, EndingsAreReported) {
                       return Recurse(&depth);
                   }).signal,
               SIGSEGV);
-    const sandbox::Ending hung = root.Run(
-            [] {
-                std::this_thread::sleep_for(1h);
-                return 0;
-            },
-            50ms);
+    const sandbox::Ending hung = root.Run([] { return pause(); }, 50ms);
     EXPECT_TRUE(hung.timed_out);
     EXPECT_FALSE(hung.ok());
 }
@@ -147,12 +142,8 @@ TEST_F(SandboxTest, WorksForAnOrdinaryUser) {
 }
 
 TEST_F(SandboxTest, SaysWhyItCannotBeHad) {
-    try {
-        const Sandbox root(Path("/d/old"));
-        FAIL() << "a file is no root";
-    } catch (const std::runtime_error& error) {
-        EXPECT_EQ(std::string(error.what()), Path("/d/old") + ": Not a directory");
-    }
+    EXPECT_THAT([this] { Sandbox root(Path("/d/old")); },
+                testing::ThrowsMessage<std::runtime_error>(Path("/d/old") + ": Not a directory"));
 }
 
 TEST_F(SandboxTest, BlockDeviceKeepsItsSizeWhenOpenedForOutput) {

@@ -13,115 +13,95 @@ namespace {
 using android::base::WriteStringToFile;
 using android::init::checkAndRestoreChannelInfo;
 using android::init::forceInternetConnection;
-using testing::ElementsAre;
-using namespace std::string_literals;
 
 constexpr char kShutdown[] = "persist.sys.911.shutdown";
 constexpr char kRecopy[] = "persist.sys.recopy.preload.opinstalled";
 constexpr char kChannel[] = "persist.sys.channel.info";
 constexpr char kCountry[] = "persist.sys.channel.country.info";
-constexpr char kRemoveRegion[] = "persist.sys.remove.region.apk";
-constexpr char kRemoveCarrier[] = "persist.sys.remove.carrier.apk";
-constexpr char kRemoveAll[] = "persist.sys.remove.region-all.apk";
 constexpr char kForce[] = "ro.tesvo.internet.force.connect";
 constexpr char kMayForce[] = "ro.tesvo.internet.whether.force.connect";
+const char* const kRemovals[] = {"persist.sys.remove.region.apk", "persist.sys.remove.carrier.apk",
+                                 "persist.sys.remove.region-all.apk"};
 
-constexpr char kAppChannelFile[] = "/data/system/customize/empty_appchannel_prop_file.prop";
-constexpr char kCommonFile[] = "/data/system/customize/data_common_prop_file.prop";
-constexpr char kReserve[] = "/mnt/vendor/tesvoreserve/system/ssv";
-constexpr char kForceFile[] =
-        "/mnt/vendor/tesvoreserve/system/ssv/force_connect_internet_prop_file";
+const std::string kReserve = "/mnt/vendor/tesvoreserve/system/ssv/";
+const std::string kForceFile = kReserve + "force_connect_internet_prop_file";
+const std::string kAppChannelFile = "/data/system/customize/empty_appchannel_prop_file.prop";
+const std::string kCommonFile = "/data/system/customize/data_common_prop_file.prop";
 
 // In the order in which they are deleted; the last two only if they can be opened.
-const char* const kStateFiles[] = {
-        kAppChannelFile, "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_common_prop_file",
-        kCommonFile, "/data/system/customize/sim_switch/region_switch_file",
-        "/mnt/vendor/tesvoreserve/system/ssv/region_switch_file"};
+const std::string kStateFiles[] = {
+        kAppChannelFile, kReserve + "sim_switch_common_prop_file", kCommonFile,
+        "/data/system/customize/sim_switch/region_switch_file", kReserve + "region_switch_file"};
 
 using Calls = std::vector<Call>;
 
-void StartWith(Init& init, const PropertyMap& properties) {
+void StartWith(const PropertyMap& properties) {
     platform::ResetProperties({});
-    for (const auto& [name, value] : properties) init.Set(name, value);
+    for (const auto& [name, value] : properties) platform::StoreProperty(name, value);
 }
 
 // Which of the state files are there, such as "11100".
 std::string StateFiles() {
     struct stat st;
     std::string there;
-    for (const char* path : kStateFiles) there += lstat(path, &st) == 0 ? '1' : '0';
+    for (const auto& path : kStateFiles) there += lstat(path.c_str(), &st) == 0 ? '1' : '0';
     return there;
 }
 
 TEST(ChannelInfo, IsRestoredOnceAfterAFlaggedShutdown) {
-    const PropertyMap none = {{kRecopy, "none"}};
-    const PropertyMap reset = {{kRemoveRegion, "false"},
-                               {kRemoveCarrier, "false"},
-                               {kRemoveAll, "false"},
-                               {kRecopy, "true"},
-                               {"persist.sys.reboot.time.count", "0"}};
-    const auto with = [](PropertyMap properties, const PropertyMap& more) {
-        properties.insert(more.begin(), more.end());
-        return properties;
-    };
-    struct {
-        const char* shutdown;
-        PropertyMap given, restored;  // nothing restored, nothing done
-    } const cases[] = {
-            {"", {}, {}},
-            {"11", {}, {}},
-            {"1 ", {}, {}},
-            {"1", {{kRecopy, "none"}, {kChannel, "a"}, {kRemoveAll, "true"}}, {}},
-            {"1", {}, none},
-            {"1", {{kChannel, "a"}}, with(none, {{kChannel, ""}})},
-            {"1", {{kRemoveRegion, "true"}}, reset},
-            {"1", {{kRemoveCarrier, "false"}, {kCountry, "b"}}, with(reset, {{kCountry, ""}})},
-            {"1",
-             {{kRemoveAll, "0"}, {kChannel, "a"}, {kCountry, "b"}},
-             with(reset, {{kChannel, ""}, {kCountry, ""}})}};
     Device device;
-    for (const char* path : kStateFiles) device.Write(path, "");
-    device.Boot([&](Init& init) {
-        for (const auto& known : cases) {
-            SCOPED_TRACE(known.shutdown + testing::PrintToString(known.given));
-            for (const char* path : kStateFiles) ASSERT_TRUE(WriteStringToFile("a=1\n", path));
-            StartWith(init, with(known.given, {{kShutdown, known.shutdown}}));
+    for (const auto& path : kStateFiles) device.Write(path, "");
+    device.Boot([](Init& init) {
+        // If nothing is restored, nothing is done.
+        const auto expect = [&init](const PropertyMap& given, const PropertyMap& restored) {
+            SCOPED_TRACE(testing::PrintToString(given));
+            for (const auto& path : kStateFiles) ASSERT_TRUE(WriteStringToFile("a=1\n", path));
+            StartWith(given);
             checkAndRestoreChannelInfo([](int mode, PropertyMap properties) {
                 EXPECT_EQ(StateFiles(), "11111");  // what init does comes first
                 Init::Callback(mode, properties);
             });
-            const bool restores = !known.restored.empty();
-            EXPECT_EQ(init.TakeCalls(), Calls(restores, Call{2, known.restored}));
+            const bool restores = !restored.empty();
+            EXPECT_EQ(init.TakeCalls(), Calls(restores, Call{2, restored}));
             EXPECT_EQ(StateFiles(), restores ? "00000" : "11111");
             checkAndRestoreChannelInfo(Init::Callback);
             EXPECT_EQ(init.TakeCalls(), Calls{});
-            EXPECT_THAT(init.TakeLog(), ElementsAre());
+        };
+        expect({{kChannel, "a"}}, {});
+        expect({{kShutdown, "11"}, {kChannel, "a"}}, {});
+        expect({{kShutdown, "1"}, {kRecopy, "none"}, {kRemovals[0], "true"}}, {});
+        expect({{kShutdown, "1"}, {kChannel, "a"}}, {{kChannel, ""}, {kRecopy, "none"}});
+        PropertyMap reset = {
+                {kCountry, ""}, {kRecopy, "true"}, {"persist.sys.reboot.time.count", "0"}};
+        for (const char* flag : kRemovals) reset[flag] = "false";
+        for (const char* flag : kRemovals) {
+            expect({{kShutdown, "1"}, {flag, "false"}, {kCountry, "b"}}, reset);
         }
     });
 }
 
 TEST(ChannelInfo, StateFilesOfOtherKinds) {
-    struct {
+    const struct {
         int (*make)(const char* path);
         const char* left;
         bool fails;
-    } const cases[] = {{[](const char* path) { return symlink("/target", path); }, "00000", false},
-                       {[](const char* path) { return symlink("/missing", path); }, "11111", false},
-                       // A socket exists, but even root cannot open it.
-                       {[](const char* path) { return mknod(path, S_IFSOCK, 0); }, "00011", false},
-                       {[](const char* path) { return mkdir(path, 0700); }, "11111", true}};
+    } cases[] = {{[](const char* path) { return symlink("/target", path); }, "00000", false},
+                 {[](const char* path) { return symlink("/missing", path); }, "11111", false},
+                 // A socket exists, but even root cannot open it.
+                 {[](const char* path) { return mknod(path, S_IFSOCK, 0); }, "00011", false},
+                 {[](const char* path) { return mkdir(path, 0700); }, "11111", true}};
     Device device;
     device.Write("/target", "kept");
-    for (const char* path : kStateFiles) device.Write(path, "");
+    for (const auto& path : kStateFiles) device.Write(path, "");
     device.Boot([&](Init& init) {
         for (const auto& known : cases) {
             std::vector<std::string> errors;
-            for (const char* path : kStateFiles) {
-                remove(path);
-                ASSERT_EQ(known.make(path), 0);
-                if (known.fails) errors.push_back("E unlink() failed for "s + path);
+            for (const auto& path : kStateFiles) {
+                if (known.fails) errors.push_back("E unlink() failed for " + path);
+                remove(path.c_str());
+                ASSERT_EQ(known.make(path.c_str()), 0);
             }
-            StartWith(init, {{kShutdown, "1"}});
+            StartWith({{kShutdown, "1"}});
             checkAndRestoreChannelInfo(Init::Callback);
             EXPECT_EQ(StateFiles(), known.left);
             EXPECT_EQ(init.TakeLog(), errors);
@@ -130,97 +110,60 @@ TEST(ChannelInfo, StateFilesOfOtherKinds) {
     EXPECT_EQ(device.Read("/target"), "kept");
 }
 
-TEST(DataProperties, BothFilesFillOneMap) {
-    constexpr char kFirst[] = "both=1\na=1\n";
-    const PropertyMap first = {{"a", "1"}, {"both", "1"}};
-    const std::string no_first = "E reboot empty appchanel property failed:"s + kAppChannelFile;
-    const std::string no_second = "E reboot data common property failed:"s + kCommonFile;
-    struct {
-        std::string app_channel, common;  // the content, the target of a link, or no file
-        Calls calls;
-        std::string error;
-    } const cases[] = {
-            {kFirst,
-             "both=2\nro.x=2\n",
-             {{0, first}, {0, {{"both", "2"}, {"a", "1"}, {"ro.x", "2"}}}},
-             ""},
-            {kFirst, "", {{0, first}}, ""},
-            {"", "import /target\n", {{0, {{"linked", "1"}}}}, ""},
-            {"", "", {}, ""},
-            {"#\n", "", {{0, {}}}, ""},
-            // A link is there but is not loaded: what the map holds is handed on all the same.
-            {"/target", "both=2\n", {{0, {}}, {0, {{"both", "2"}}}}, no_first},
-            {kFirst, "/target", {{0, first}, {0, first}}, no_second},
-            {"/missing", "/target", {{0, {}}}, no_second}};
+// Boots with the files, each of them content or a link's target, and expects calls and an error.
+void ExpectDataProperties(const std::string& app_channel, const std::string& common,
+                          const Calls& calls, const std::string& error) {
+    SCOPED_TRACE(app_channel + "," + common);
     Device device;
     device.Write("/target", "linked=1\n");
-    device.Write(kAppChannelFile, "");
+    for (const auto& [path, text] :
+         {std::pair(kAppChannelFile, app_channel), {kCommonFile, common}}) {
+        text[0] == '/' ? device.Link(path, text) : device.Write(path, text);
+    }
     device.Boot([&](Init& init) {
-        const auto put = [](const char* path, const std::string& content) {
-            unlink(path);
-            if (content.empty()) return true;
-            if (content[0] == '/') return symlink(content.c_str(), path) == 0;
-            return WriteStringToFile(content, path);
-        };
-        for (const auto& known : cases) {
-            SCOPED_TRACE(known.app_channel + "," + known.common);
-            ASSERT_TRUE(put(kAppChannelFile, known.app_channel) && put(kCommonFile, known.common));
-            android::init::loadDataSpecialProperties(Init::Callback);
-            EXPECT_EQ(init.TakeCalls(), known.calls);
-            EXPECT_EQ(android::base::Join(init.TakeLog(android::base::ERROR), "\n"), known.error);
-        }
+        android::init::loadDataSpecialProperties(Init::Callback);
+        EXPECT_EQ(init.TakeCalls(), calls);
+        EXPECT_EQ(android::base::Join(init.TakeLog(android::base::ERROR), "\n"), error);
     });
+}
+
+TEST(DataProperties, BothFilesFillOneMap) {
+    const std::string text = "both=1\na=1\n";
+    const Call first = {0, {{"a", "1"}, {"both", "1"}}};
+    ExpectDataProperties(text, "both=2\n", {first, {0, {{"a", "1"}, {"both", "2"}}}}, "");
+    ExpectDataProperties(text, "/missing", {first}, "");
+    ExpectDataProperties("/missing", "import /target\n", {{0, {{"linked", "1"}}}}, "");
+    // A link is there but is not loaded: what the map holds is handed on all the same.
+    ExpectDataProperties("/target", "both=2\n", {{0, {}}, {0, {{"both", "2"}}}},
+                         "E reboot empty appchanel property failed:" + kAppChannelFile);
+    ExpectDataProperties(text, "/target", {first, first},
+                         "E reboot data common property failed:" + kCommonFile);
 }
 
 TEST(ForcedConnection, IsMadeOnceIfAllowedAfterAFlaggedShutdown) {
-    struct {
-        const char *shutdown, *allowed, *forced;
-        bool forces;
-    } const cases[] = {{"1", "1", "", true},   {"", "1", "", false},   {"0", "1", "", false},
-                       {"11", "1", "", false}, {"1", "", "", false},   {"1", "true", "", false},
-                       {"1", "11", "", false}, {"1", "1", "1", false}, {"1", "1", "0", false}};
+    const PropertyMap allowed = {{kShutdown, "1"}, {kMayForce, "1"}};
+    const Calls forced = {{0, {{kForce, "1"}}}};
     Device device;
-    device.MakeDirectory(kReserve);
     device.Boot([&](Init& init) {
-        for (const auto& [shutdown, allowed, forced, forces] : cases) {
-            SCOPED_TRACE(shutdown + ","s + allowed + "," + forced);
-            StartWith(init, {{kShutdown, shutdown}, {kMayForce, allowed}, {kForce, forced}});
-            for (bool writes : {forces, false}) {
-                forceInternetConnection(Init::Callback);
-                EXPECT_EQ(init.TakeCalls(), Calls(writes, Call{0, {{kForce, "1"}}}));
-                struct stat st = {};
-                EXPECT_EQ(stat(kForceFile, &st), writes ? 0 : -1);
-                EXPECT_EQ(st.st_mode, writes ? S_IFREG | 0600u : 0u);
-                unlink(kForceFile);
-            }
-            EXPECT_THAT(init.TakeLog(), ElementsAre());
-        }
-    });
-}
-
-TEST(ForcedConnection, FileIsReplacedOrReported) {
-    Device device;
-    device.Write("/target", "kept");
-    device.Boot([](Init& init) {
-        const auto expect = [&init](const char* error, const std::string& content) {
-            StartWith(init, {{kShutdown, "1"}, {kMayForce, "1"}});
+        const auto calls = [&init](const PropertyMap& given) {
+            StartWith(given);
             forceInternetConnection(Init::Callback);
-            EXPECT_THAT(init.TakeCalls(), ElementsAre(Call{0, {{kForce, "1"}}}));
-            const std::string line = "E Unable to write force_connect_internet_prop_file_path ";
-            EXPECT_EQ(android::base::Join(init.TakeLog(), "\n"),
-                      *error == 0 ? error : line + error);
-            std::string written;
-            android::base::ReadFileToString(kForceFile, &written, true);
-            EXPECT_EQ(written, content);
+            return init.TakeCalls();
         };
-        expect("open() failed: No such file or directory", "");
+        EXPECT_EQ(calls(allowed), forced);
+        EXPECT_THAT(init.TakeLog(),
+                    testing::ElementsAre("E Unable to write force_connect_internet_prop_file_path "
+                                         "open() failed: No such file or directory"));
         std::filesystem::create_directories(kReserve);
-        ASSERT_TRUE(WriteStringToFile(std::string(5000, 'x'), kForceFile));
-        expect("", "ro.tesvo.internet.force.connect=1\n");
-
-        ASSERT_TRUE(unlink(kForceFile) == 0 && symlink("/target", kForceFile) == 0);
-        expect("open() failed: Too many levels of symbolic links", "kept");
+        EXPECT_EQ(calls({{kMayForce, "1"}}), Calls{});
+        EXPECT_EQ(calls({{kShutdown, "11"}, {kMayForce, "1"}}), Calls{});
+        EXPECT_EQ(calls({{kShutdown, "1"}, {kMayForce, "11"}}), Calls{});
+        EXPECT_EQ(calls({{kShutdown, "1"}, {kMayForce, "1"}, {kForce, "0"}}), Calls{});
+        EXPECT_FALSE(std::filesystem::exists(kForceFile));
+        EXPECT_EQ(calls(allowed), forced);
+        EXPECT_EQ(std::filesystem::status(kForceFile).permissions(), std::filesystem::perms(0600));
     });
+    EXPECT_EQ(device.Read(kForceFile), "ro.tesvo.internet.force.connect=1\n");
 }
 
 }  // namespace
