@@ -1,0 +1,149 @@
+#include <pthread.h>
+
+#include <system_error>
+#include <thread>
+
+#include <android-base/properties.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "device.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+using testing::ElementsAre;
+
+constexpr char kInfo[] = "/data/cota/cota_mount_info.prop";
+constexpr char kRequest[] = "sys.cota.bind.load.properties";
+constexpr char kBegun[] = "I check cota bind mount start";
+
+const std::string kUnknown = "E not valid cota mount bind command:";
+
+const Call kForwarded = {0, {{"sys.y", "2"}}};
+const Call kModule = {0, {{"ro.m", "3"}}};
+
+// Leaves both of the installing service's files.
+void WriteFiles() {
+    using android::base::WriteStringToFile;
+    ASSERT_TRUE(WriteStringToFile("persist.x=/mnt/cota\nsys.y=2\n", kInfo));
+    ASSERT_TRUE(WriteStringToFile("mount_point=/mnt\nmodule_type=x\nbind_point=/mnt\nro.m=3\n",
+                                  "/data/cota/cota_module_info.prop"));
+}
+
+void Boot(const std::function<void(Init&)>& body) {
+    Device device;
+    for (const char* path : {"/data/cota", "/mnt/cota"}) device.MakeDirectory(path);
+    device.Boot(body);
+}
+
+void Command(Init& init, const std::string& command,
+             android::init::PropertyCallback callback = Init::Callback) {
+    init.extension->loadCotaServiceOverrideProperties(command, callback);
+}
+
+// Whether a bind thread acknowledges the request in time.
+bool Serves(Init& init, const char* request, std::chrono::milliseconds limit = 10s) {
+    init.Set(kRequest, request);
+    const auto end = steady_clock::now() + limit;
+    while (init.Get(kRequest) != "null" && steady_clock::now() < end) {
+        std::this_thread::sleep_for(1ms);
+    }
+    return init.Get(kRequest) == "null";
+}
+
+TEST(CotaService, CommandsAreWholeWords) {
+    const std::pair<std::string, std::vector<Call>> cases[] = {
+            {"mount_and_check_load", {kForwarded}},
+            {"mount_must_load", {kForwarded}},
+            {"bind_basic_point", {kModule, kForwarded}},
+            {"update_cota_info", {Call{0, {{"persist.x", "/mnt/cota"}, {"sys.y", "2"}}}}},
+            {"module_bind_single", {kModule}},
+            {"", {}},
+            {"mount_must_load ", {}},
+            {"Check_mount", {}},
+            {"bind_basic_point_boot", {}},
+    };
+    Boot([&](Init& init) {
+        for (const auto& [command, calls] : cases) {
+            SCOPED_TRACE(command);
+            WriteFiles();
+            Command(init, command);
+            EXPECT_EQ(init.TakeCalls(), calls);
+            std::vector<std::string> errors;
+            if (calls.empty()) errors = {kUnknown + command};
+            EXPECT_EQ(init.TakeLog(android::base::ERROR), errors);
+        }
+    });
+}
+
+TEST(CotaService, BindThreadServesRequestsUntilTheyAreComplete) {
+    Boot([](Init& init) {
+        Command(init, "check_mount", [](int mode, PropertyMap properties) {
+            EXPECT_NE(android::base::GetProperty(kRequest, ""), "null") << "not done yet";
+            Init::Callback(mode, properties);
+        });
+        WriteFiles();
+        EXPECT_TRUE(Serves(init, "module_bind_single_boot"));
+        EXPECT_THAT(init.TakeCalls(), ElementsAre(kModule));
+        EXPECT_TRUE(Serves(init, "boot_mount"));
+        EXPECT_THAT(init.TakeCalls(), ElementsAre(kForwarded));
+        // Serving does not count as waiting, and the next request is seen without a wait.
+        const auto start = steady_clock::now();
+        for (int i = 0; i < 120; i++) ASSERT_TRUE(Serves(init, "boot_mount"));
+        EXPECT_LT(steady_clock::now() - start, 10s);
+        EXPECT_EQ(init.TakeLog(android::base::ERROR).size(), 120u);
+        // Commands and near misses are not requests, however often they are read.
+        WriteFiles();
+        for (const char* word : {"Boot_mount", "boot_mount ", "bind_basic_point", "check_mount"}) {
+            init.Set(kRequest, word);
+            std::this_thread::sleep_for(20ms);
+            EXPECT_EQ(init.Get(kRequest), word);
+        }
+        EXPECT_TRUE(Serves(init, "bind_basic_point_boot"));
+        EXPECT_THAT(init.TakeCalls(), ElementsAre(kModule, kForwarded));
+        EXPECT_THAT(init.TakeLog(),
+                    ElementsAre("I bind cota module: persist.x mount point: /mnt/cota",
+                                "I cota module bind from: /mnt to: /mnt"));
+        init.Set(kRequest, "boot_mount_bind_complete");
+        std::this_thread::sleep_for(100ms);
+        EXPECT_EQ(init.Get(kRequest), "boot_mount_bind_complete");
+        EXPECT_FALSE(Serves(init, "boot_mount", 400ms));
+        EXPECT_THAT(init.TakeLog(), ElementsAre());
+    });
+}
+
+TEST(CotaService, EachCheckStartsAThreadThatGivesUpAfterHundredEmptyPolls) {
+    constexpr char kGivenUp[] = "I not need do cota bind mount ";
+    Boot([&](Init& init) {
+        const auto start = steady_clock::now();
+        for (int i = 0; i < 2; i++) Command(init, "check_mount");
+        std::this_thread::sleep_until(start + 19900ms);
+        EXPECT_THAT(init.TakeLog(), ElementsAre(kBegun, kBegun));
+        std::this_thread::sleep_until(start + 23s);
+        EXPECT_THAT(init.TakeLog(), ElementsAre(kGivenUp, kGivenUp));
+        EXPECT_FALSE(Serves(init, "boot_mount", 400ms));
+    });
+}
+
+TEST(CotaService, ThreadThatCannotBeMadeLeavesTheLockTaken) {
+    Boot([](Init& init) {
+        Command(init, "check_mount");
+        pthread_attr_t usual, impossible;
+        ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+        ASSERT_EQ(pthread_attr_init(&impossible), 0);
+        ASSERT_EQ(pthread_attr_setstacksize(&impossible, size_t{1} << 60), 0);
+        ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
+        EXPECT_THROW(Command(init, "check_mount"), std::system_error);
+        ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
+        std::thread([&init] { Command(init, "other"); }).detach();
+        std::this_thread::sleep_for(300ms);
+        // Commands wait; the bind thread that was there takes no lock.
+        WriteFiles();
+        EXPECT_TRUE(Serves(init, "module_bind_single_boot"));
+        EXPECT_THAT(init.TakeLog(), ElementsAre(kBegun, "I cota module bind from: /mnt to: /mnt"));
+    });
+}
+
+}  // namespace
