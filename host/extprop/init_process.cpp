@@ -57,11 +57,12 @@ const char* SeverityName(android::base::LogSeverity severity) {
     return kNames[severity];
 }
 
-// Returns the content of a file that can be read without waiting for somebody; else nothing.
+// Returns the content of a file or block device; nothing of what might have no end.
 std::string Content(const std::string& path) {
     struct stat status;
     std::string content;
-    if (stat(path.c_str(), &status) != 0 || S_ISFIFO(status.st_mode)) return "";
+    if (stat(path.c_str(), &status) != 0) return "";
+    if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) return "";
     android::base::ReadFileToString(path, &content, true);
     return content;
 }
@@ -82,8 +83,10 @@ std::string LibraryFunction(void* address) {
     std::string name = status == 0 ? demangled : place.dli_sname;
     free(demangled);
     name.erase(std::min(name.find('('), name.size()));
-    if (android::base::StartsWith(name, "std::")) return "";
-    return name.substr(name.rfind(':') + 1);
+    // What is neither in the library's namespace nor in none comes of the standard library.
+    const bool is_own = android::base::StartsWith(name, "android::init::") ||
+                        name.find_first_of(":<") == std::string::npos;
+    return is_own ? name.substr(name.rfind(':') + 1) : "";
 }
 
 // Returns the library's functions that lead to the caller, innermost first.
