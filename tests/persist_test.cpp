@@ -7,7 +7,6 @@
 
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -88,49 +87,7 @@ TEST(Persist, EveryStageInOrder) {
     });
 }
 
-TEST(Persist, LifeOfADevice) {
-    Device device;
-    device.Write("/mnt/vendor/my_company/etc/nvmap.prop", "carrier=KEY\n");
-    device.Write("/odm/properties/KEY/SimSwitchFirstTime/x.prop", "first=1\n");
-    device.Write("/odm/properties/CUR/SimSwitchCurrentTime/x.prop", "current=1\n");
-    device.Write("/odm/properties/OLD/regionSwitch/x.prop", "region=old\n");
-    device.Write("/odm/properties/EU/regionSwitch/x.prop", "region=eu\n");
-    device.Write("/my_company/build.prop", "ro.company=1\n");
-    device.Write("/my_company/properties/OLD/regionSwitch/x.prop", "company=old\n");
-    device.Write(kCustomize + "sim_switch/other", "");
-
-    // The keys and the overlay that are handed on, and what comes of the company's partition.
-    const auto boot = [&device](const PropertyMap& set, const PropertyMap& keys,
-                                const PropertyMap& overlay, const std::vector<Call>& company) {
-        std::vector<Call> calls = {{0, keys + kFlashBack}};
-        if (!overlay.empty()) calls.push_back({0, overlay});
-        calls.insert(calls.end(), company.begin(), company.end());
-        device.Boot([&](Init& init) { EXPECT_EQ(Persist(init, set), calls); });
-    };
-    const char* const date = "ro.tesvo.image.my_company.date";
-    const PropertyMap base = {{"sys.sim.switch.first", "KEY"}};
-    const PropertyMap done = base + PropertyMap{{"sys.sim.switch.convert", "true"}};
-    const PropertyMap old = done + PropertyMap{{"sys.region.switch.first", "OLD"}};
-    const PropertyMap eu = done + PropertyMap{{"sys.region.switch.first", "EU"}};
-    const PropertyMap current = {{"sys.sim.switch.current", "CUR"}};
-    const PropertyMap all_old = {{"first", "1"}, {"current", "1"}, {"region", "old"}};
-    boot({}, {}, {}, {});
-    boot({{"ro.boot.vxcarrier", "carrier"}}, base, {{"first", "1"}}, {});
-    // Keys of older software, in its format, the first of which selects nothing yet, and an image.
-    device.Write(kSsv + "sim_switch_current_file", "CUR\n");
-    device.Write(kSsv + "region_switch_file", "OLD");
-    boot({{date, "1"}}, old + PropertyMap{{"sys.sim.switch.current", "CUR\n"}},
-         {{"first", "1"}, {"region", "old"}}, {{1, {{"company", "old"}}}, {2, {{kApplied, "1"}}}});
-    // Another region is chosen: it is taken from the next boot on.
-    boot({{"persist.sys.remove.region.apk", "EU"}}, old + current, all_old, {});
-    // No image, and nothing in it that applies to the region and is not read-only.
-    boot({{kApplied, "1"}}, eu + current, {{"first", "1"}, {"current", "1"}, {"region", "eu"}},
-         {{2, {{kApplied, ""}}}});
-}
-
 TEST(Persist, HeldKeysSkipTheSwitchStages) {
-    const char* const opta = "persist.sys.tesvo.operator.opta";
-    const char* const optb = "persist.sys.tesvo.operator.optb";
     const PropertyMap current = {{"sys.sim.switch.current", "C"}};
     const PropertyMap overlay = {{"current", "1"}};
     Device device;
@@ -140,9 +97,12 @@ TEST(Persist, HeldKeysSkipTheSwitchStages) {
     device.Boot([&](Init& init) {
         EXPECT_THAT(Persist(init), ElementsAre(Call{0, current + kFlashBack}, Call{0, overlay}));
         init.Set("sys.region.switch.first", "R");
-        init.Set(opta, "ABC");
+        init.Set("persist.sys.tesvo.operator.opta", "ABC");
         EXPECT_THAT(Persist(init), IsEmpty());
-        init.Set(optb, "De");  // the pair's key does not bring the region's
+        // No image, and nothing of the company's to apply.
+        EXPECT_THAT(Persist(init, {{kApplied, "1"}}), ElementsAre(Call{2, {{kApplied, ""}}}));
+        init.Set("persist.sys.tesvo.operator.optb",
+                 "De");  // the pair's key does not bring the region's
         const PropertyMap first = {{"sys.sim.switch.first", "F"}};
         EXPECT_THAT(Persist(init), ElementsAre(Call{0, current + first}, Call{0, overlay}));
     });

@@ -5,15 +5,12 @@
 
 namespace {
 
-using android::base::WriteStringToFile;
 using android::init::InitExtensionPropertyImpl;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 const char kOpta[] = "persist.sys.tesvo.operator.opta";
 const char kOptb[] = "persist.sys.tesvo.operator.optb";
-const std::string kSsv = "/mnt/vendor/tesvoreserve/system/ssv/";
-const std::string kCustomize = "/data/system/customize/";
 
 // The commands that go by a key, in the order in which the overlay loads their directories.
 const struct {
@@ -23,13 +20,6 @@ const struct {
                     {"switchCarrierChannel", "switchCarrierChannel", "persist.sys.channel.info"},
                     {"regionSwitch", "regionSwitch", "sys.region.switch.first"}};
 
-// A device whose radio store maps to the key "K".
-void WriteNvKey(Device* device) {
-    device->Write("/mnt/vendor/tesvoreserve/radio/exp_operator_switch.config", "nv");
-    device->Write("/odm/etc/flags.prop", "nv=K\n");
-    device->Write("/odm/etc/build.K.prop", "old=1\n");
-}
-
 void LoadKeys() {
     PropertyMap props;
     InitExtensionPropertyImpl::getInstance()->loadExtensionSimswitchKeyInfo(&props);
@@ -37,8 +27,8 @@ void LoadKeys() {
 
 PropertyMap Overlay(const std::string& partition) {
     PropertyMap props;
-    auto* extension = InitExtensionPropertyImpl::getInstance();
-    extension->loadExtensionPartitionSimswitchProperties(partition, &props);
+    InitExtensionPropertyImpl::getInstance()->loadExtensionPartitionSimswitchProperties(partition,
+                                                                                        &props);
     return props;
 }
 
@@ -52,13 +42,11 @@ std::vector<Call> Command(Init& init, const std::string& command) {
     return init.TakeCalls();
 }
 
-std::string Replaced(const std::string& old, const std::string& now) {
-    return "W Overriding previous 'ro.' property 'a':'" + old + "' with new value '" + now + "'";
-}
-
 TEST(SimSwitchOverlay, RowsInOrderWithTheNvFileTwice) {
     Device device;
-    WriteNvKey(&device);
+    device.Write("/mnt/vendor/tesvoreserve/radio/exp_operator_switch.config", "nv");
+    device.Write("/odm/etc/flags.prop", "nv=K\n");
+    device.Write("/odm/etc/build.K.prop", "old=1\n");
     device.Write("/p/etc/build.K.prop", "a=1\na=2\n");
     for (const auto& known : kKeyCommands) {
         device.Write("/p/properties/" + known.leaf + "/x.prop", "a=nobody\n");
@@ -75,12 +63,15 @@ TEST(SimSwitchOverlay, RowsInOrderWithTheNvFileTwice) {
         Command(init, "switchCarrierChannel");
         init.TakeLog();
         EXPECT_EQ(Overlay("/p"), (PropertyMap{{"a", "regionSwitch"}}));
-        EXPECT_THAT(init.TakeLog(),
-                    ElementsAre(Replaced("1", "2"), Replaced("2", "1"), Replaced("1", "2"),
-                                Replaced("2", "SimSwitchCurrentTime"),
-                                Replaced("SimSwitchCurrentTime", "SimSwitchFirstTime"),
-                                Replaced("SimSwitchFirstTime", "switchCarrierChannel"),
-                                Replaced("switchCarrierChannel", "regionSwitch")));
+        std::vector<std::string> log;
+        const char* old = "1";
+        for (const char* now : {"2", "1", "2", "SimSwitchCurrentTime", "SimSwitchFirstTime",
+                                "switchCarrierChannel", "regionSwitch"}) {
+            log.push_back(std::string("W Overriding previous 'ro.' property 'a':'") + old +
+                          "' with new value '" + now + "'");
+            old = now;
+        }
+        EXPECT_EQ(init.TakeLog(), log);
         EXPECT_EQ(Overlay("/q/"), PropertyMap());
         EXPECT_THAT(init.TakeLog(android::base::ERROR),
                     ElementsAre("E nv old property load failed:/q//etc/build.K.prop",
@@ -93,7 +84,8 @@ TEST(SimSwitchReload, VersionsOrPairAndPackage) {
     device.Write("/odm/etc/build..prop", "pair=1\n");
     device.Write("/cota/etc/build..prop", "pair=cota\n");
     device.Write("/mnt/vendor/my_stock/etc/nvmap.prop", "ab\xC4-de=KEY\nold key=OLD\n");
-    device.Write(kSsv + "sim_action_file", "old key");
+    const std::string reserve = "/mnt/vendor/tesvoreserve/system/ssv/";
+    device.Write(reserve + "sim_action_file", "old key");
     device.Boot([](Init& init) {
         init.Set("ro.tesvo.image.my_carrier.version_name", "C-V2");
         init.Set(kOpta, "AB\xC4");
@@ -109,12 +101,11 @@ TEST(SimSwitchReload, VersionsOrPairAndPackage) {
         LoadKeys();
     });
     // The pair, in lower case, stands for the old action file's key.
-    EXPECT_EQ(device.Read(kSsv + "sim_switch_first_file"), "sys.sim.switch.first=KEY\n");
+    EXPECT_EQ(device.Read(reserve + "sim_switch_first_file"), "sys.sim.switch.first=KEY\n");
 }
 
 TEST(SimSwitchCommand, EachLoadsItsOwn) {
     Device device;
-    WriteNvKey(&device);
     std::string keys;
     for (const auto& known : kKeyCommands) {
         keys += known.property + "=boot\n";
@@ -125,7 +116,7 @@ TEST(SimSwitchCommand, EachLoadsItsOwn) {
             device.Write("/mnt/vendor/my_company" + file, key + "=" + known.leaf + "\n");
         }
     }
-    device.Write(kCustomize + "data_common_prop_file.prop", keys);
+    device.Write("/data/system/customize/data_common_prop_file.prop", keys);
     device.Boot([](Init& init) {
         for (const auto& known : kKeyCommands) EXPECT_THAT(Command(init, known.command), IsEmpty());
         LoadKeys();
@@ -138,18 +129,12 @@ TEST(SimSwitchCommand, EachLoadsItsOwn) {
             };
             expect("", "boot"), expect("new", "new"), expect("", "new");
         }
-    });
-}
-
-TEST(SimSwitchCommand, FilesHandOnWhatTheyHold) {
-    Device device;
-    device.Write(kCustomize + "other", "");
-    device.Boot([](Init& init) {
         const auto file = [&init](const char* command, const char* name, const char* failed) {
-            const std::string path = kCustomize + name;
+            const std::string path = std::string("/data/system/customize/") + name;
+            remove(path.c_str());
             EXPECT_THAT(Command(init, command), IsEmpty());
             EXPECT_EQ(init.TakeLog().back(), failed + path);
-            WriteStringToFile("ro.a=" + path, path);
+            android::base::WriteStringToFile("ro.a=" + path, path);
             EXPECT_THAT(Command(init, command), ElementsAre(Call{0, {{"ro.a", path}}}));
         };
         file("updateDataCommonProp", "data_common_prop_file.prop",

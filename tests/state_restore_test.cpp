@@ -2,7 +2,6 @@
 
 #include <filesystem>
 
-#include <android-base/strings.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,7 +9,6 @@
 
 namespace {
 
-using android::base::WriteStringToFile;
 using android::init::checkAndRestoreChannelInfo;
 using android::init::forceInternetConnection;
 
@@ -18,7 +16,6 @@ constexpr char kShutdown[] = "persist.sys.911.shutdown";
 constexpr char kRecopy[] = "persist.sys.recopy.preload.opinstalled";
 constexpr char kChannel[] = "persist.sys.channel.info";
 constexpr char kCountry[] = "persist.sys.channel.country.info";
-constexpr char kForce[] = "ro.tesvo.internet.force.connect";
 constexpr char kMayForce[] = "ro.tesvo.internet.whether.force.connect";
 const char* const kRemovals[] = {"persist.sys.remove.region.apk", "persist.sys.remove.carrier.apk",
                                  "persist.sys.remove.region-all.apk"};
@@ -55,19 +52,18 @@ TEST(ChannelInfo, IsRestoredOnceAfterAFlaggedShutdown) {
         // If nothing is restored, nothing is done.
         const auto expect = [&init](const PropertyMap& given, const PropertyMap& restored) {
             SCOPED_TRACE(testing::PrintToString(given));
-            for (const auto& path : kStateFiles) ASSERT_TRUE(WriteStringToFile("a=1\n", path));
+            for (const auto& path : kStateFiles)
+                ASSERT_TRUE(android::base::WriteStringToFile("a=1\n", path));
             StartWith(given);
             checkAndRestoreChannelInfo([](int mode, PropertyMap properties) {
                 EXPECT_EQ(StateFiles(), "11111");  // what init does comes first
                 Init::Callback(mode, properties);
             });
-            const bool restores = !restored.empty();
-            EXPECT_EQ(init.TakeCalls(), Calls(restores, Call{2, restored}));
-            EXPECT_EQ(StateFiles(), restores ? "00000" : "11111");
+            EXPECT_EQ(init.TakeCalls(), Calls(!restored.empty(), Call{2, restored}));
+            EXPECT_EQ(StateFiles(), restored.empty() ? "11111" : "00000");
             checkAndRestoreChannelInfo(Init::Callback);
             EXPECT_EQ(init.TakeCalls(), Calls{});
         };
-        expect({{kChannel, "a"}}, {});
         expect({{kShutdown, "11"}, {kChannel, "a"}}, {});
         expect({{kShutdown, "1"}, {kRecopy, "none"}, {kRemovals[0], "true"}}, {});
         expect({{kShutdown, "1"}, {kChannel, "a"}}, {{kChannel, ""}, {kRecopy, "none"}});
@@ -84,69 +80,63 @@ TEST(ChannelInfo, StateFilesOfOtherKinds) {
     const struct {
         int (*make)(const char* path);
         const char* left;
-        bool fails;
-    } cases[] = {{[](const char* path) { return symlink("/target", path); }, "00000", false},
-                 {[](const char* path) { return symlink("/missing", path); }, "11111", false},
+    } cases[] = {{[](const char* path) { return symlink("/target", path); }, "00000"},
+                 {[](const char* path) { return symlink("/missing", path); }, "11111"},
                  // A socket exists, but even root cannot open it.
-                 {[](const char* path) { return mknod(path, S_IFSOCK, 0); }, "00011", false},
-                 {[](const char* path) { return mkdir(path, 0700); }, "11111", true}};
+                 {[](const char* path) { return mknod(path, S_IFSOCK, 0); }, "00011"},
+                 {[](const char* path) { return mkdir(path, 0700); }, "11111"}};
     Device device;
     device.Write("/target", "kept");
     for (const auto& path : kStateFiles) device.Write(path, "");
     device.Boot([&](Init& init) {
+        std::vector<std::string> errors;  // of the directories alone
+        for (const auto& path : kStateFiles) errors.push_back("E unlink() failed for " + path);
         for (const auto& known : cases) {
-            std::vector<std::string> errors;
             for (const auto& path : kStateFiles) {
-                if (known.fails) errors.push_back("E unlink() failed for " + path);
                 remove(path.c_str());
                 ASSERT_EQ(known.make(path.c_str()), 0);
             }
             StartWith({{kShutdown, "1"}});
             checkAndRestoreChannelInfo(Init::Callback);
             EXPECT_EQ(StateFiles(), known.left);
-            EXPECT_EQ(init.TakeLog(), errors);
         }
+        EXPECT_EQ(init.TakeLog(), errors);
     });
     EXPECT_EQ(device.Read("/target"), "kept");
 }
 
-// Boots with the files, each of them content or a link's target, and expects calls and an error.
-void ExpectDataProperties(const std::string& app_channel, const std::string& common,
-                          const Calls& calls, const std::string& error) {
-    SCOPED_TRACE(app_channel + "," + common);
+TEST(DataProperties, BothFilesFillOneMap) {
+    const Call first = {0, {{"a", "1"}, {"both", "1"}}};
+    const Call both = {0, {{"a", "1"}, {"both", "2"}}};
     Device device;
-    device.Write("/target", "linked=1\n");
-    for (const auto& [path, text] :
-         {std::pair(kAppChannelFile, app_channel), {kCommonFile, common}}) {
-        text[0] == '/' ? device.Link(path, text) : device.Write(path, text);
-    }
+    device.Write(kAppChannelFile, "both=1\na=1\n");
+    device.Write(kCommonFile, "both=2\n");
     device.Boot([&](Init& init) {
         android::init::loadDataSpecialProperties(Init::Callback);
-        EXPECT_EQ(init.TakeCalls(), calls);
-        EXPECT_EQ(android::base::Join(init.TakeLog(android::base::ERROR), "\n"), error);
+        EXPECT_EQ(init.TakeCalls(), (Calls{first, both}));
+        // A link is there but is not loaded: what the map holds is handed on all the same.
+        for (const auto& path : {kCommonFile, kAppChannelFile}) {
+            std::filesystem::rename(path, "/target");
+            std::filesystem::create_symlink("/target", path);
+            android::init::loadDataSpecialProperties(Init::Callback);
+        }
+        EXPECT_EQ(init.TakeCalls(), (Calls{first, first, {0, {}}, {0, {}}}));
+        const std::string failed = "E reboot data common property failed:" + kCommonFile;
+        EXPECT_THAT(init.TakeLog(android::base::ERROR),
+                    testing::ElementsAre(
+                            failed, "E reboot empty appchanel property failed:" + kAppChannelFile,
+                            failed));
     });
-}
-
-TEST(DataProperties, BothFilesFillOneMap) {
-    const std::string text = "both=1\na=1\n";
-    const Call first = {0, {{"a", "1"}, {"both", "1"}}};
-    ExpectDataProperties(text, "both=2\n", {first, {0, {{"a", "1"}, {"both", "2"}}}}, "");
-    ExpectDataProperties(text, "/missing", {first}, "");
-    ExpectDataProperties("/missing", "import /target\n", {{0, {{"linked", "1"}}}}, "");
-    // A link is there but is not loaded: what the map holds is handed on all the same.
-    ExpectDataProperties("/target", "both=2\n", {{0, {}}, {0, {{"both", "2"}}}},
-                         "E reboot empty appchanel property failed:" + kAppChannelFile);
-    ExpectDataProperties(text, "/target", {first, first},
-                         "E reboot data common property failed:" + kCommonFile);
 }
 
 TEST(ForcedConnection, IsMadeOnceIfAllowedAfterAFlaggedShutdown) {
     const PropertyMap allowed = {{kShutdown, "1"}, {kMayForce, "1"}};
-    const Calls forced = {{0, {{kForce, "1"}}}};
+    const Calls forced = {{0, {{"ro.tesvo.internet.force.connect", "1"}}}};
     Device device;
     device.Boot([&](Init& init) {
-        const auto calls = [&init](const PropertyMap& given) {
+        const auto calls = [&init](const PropertyMap& given, const char* held = "") {
             StartWith(given);
+            platform::StoreProperty("ro.tesvo.internet.force.connect", held);
             forceInternetConnection(Init::Callback);
             return init.TakeCalls();
         };
@@ -155,10 +145,9 @@ TEST(ForcedConnection, IsMadeOnceIfAllowedAfterAFlaggedShutdown) {
                     testing::ElementsAre("E Unable to write force_connect_internet_prop_file_path "
                                          "open() failed: No such file or directory"));
         std::filesystem::create_directories(kReserve);
-        EXPECT_EQ(calls({{kMayForce, "1"}}), Calls{});
         EXPECT_EQ(calls({{kShutdown, "11"}, {kMayForce, "1"}}), Calls{});
         EXPECT_EQ(calls({{kShutdown, "1"}, {kMayForce, "11"}}), Calls{});
-        EXPECT_EQ(calls({{kShutdown, "1"}, {kMayForce, "1"}, {kForce, "0"}}), Calls{});
+        EXPECT_EQ(calls(allowed, "0"), Calls{});
         EXPECT_FALSE(std::filesystem::exists(kForceFile));
         EXPECT_EQ(calls(allowed), forced);
         EXPECT_EQ(std::filesystem::status(kForceFile).permissions(), std::filesystem::perms(0600));
