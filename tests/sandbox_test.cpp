@@ -1,17 +1,16 @@
 #include "sandbox.h"
 
-#include <fcntl.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <limits>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <android-base/file.h>
@@ -96,23 +95,12 @@ TEST_P(SandboxTest, MountsAreRealAndEndWithTheirProcess) {
 
 INSTANTIATE_TEST_SUITE_P(Layers, SandboxTest, testing::Values(Layer::kOverlayOrCopy, Layer::kCopy));
 
-int Recurse(volatile int* depth) {
-    volatile char frame[4096];
-    frame[0] = 0;
-    if (++*depth == std::numeric_limits<int>::max()) return 0;
-    return Recurse(depth) + frame[0];
-}
-
 TEST_F(SandboxTest, EndingsAreReported) {
     using namespace std::chrono_literals;
     const Sandbox root(directory_.path);
     EXPECT_EQ(root.Run([] { return 7; }).exit_status, 7);
     EXPECT_EQ(root.Run([]() -> int { abort(); }).signal, SIGABRT);
-    EXPECT_EQ(root.Run([] {
-                      volatile int depth = 0;
-                      return Recurse(&depth);
-                  }).signal,
-              SIGSEGV);
+    EXPECT_EQ(root.Run([] { return raise(SIGSEGV); }).signal, SIGSEGV);
     const sandbox::Ending hung = root.Run([] { return pause(); }, 50ms);
     EXPECT_TRUE(hung.timed_out);
     EXPECT_FALSE(hung.ok());
@@ -139,40 +127,6 @@ TEST_F(SandboxTest, WorksForAnOrdinaryUser) {
     int status = 0;
     waitpid(pid, &status, 0);
     EXPECT_EQ(status, 0);
-}
-
-TEST_F(SandboxTest, SaysWhyItCannotBeHad) {
-    EXPECT_THAT([this] { Sandbox root(Path("/d/old")); },
-                testing::ThrowsMessage<std::runtime_error>(Path("/d/old") + ": Not a directory"));
-}
-
-TEST_F(SandboxTest, BlockDeviceKeepsItsSizeWhenOpenedForOutput) {
-    if (geteuid() != 0) GTEST_SKIP() << "loop devices take root";
-    Write(Path("/d/partition"), std::string(1024, 'p'));
-    Sandbox root(directory_.path);
-    root.AttachBlockDevice("/d/partition");
-    EXPECT_TRUE(root.Run([] {
-                        std::ofstream("/d/partition", std::ios::binary) << "logo";
-                        return 0;
-                    }).ok());
-    EXPECT_EQ(Read(root.Outside("/d/partition")), "logo" + std::string(1020, 'p'));
-    EXPECT_EQ(Read(Path("/d/partition")), std::string(1024, 'p'));
-    EXPECT_THROW(root.AttachBlockDevice("/d/missing"), std::runtime_error);
-}
-
-// A file that is rewritten within one tick of the clock, with as many bytes, has changed too.
-TEST(Snapshot, SeesQuickRewrites) {
-    TemporaryDir directory;
-    const std::string path = std::string(directory.path) + "/f";
-    const auto write = [&](const char* content) {
-        std::ofstream(path) << content;
-        const timespec times[] = {{time(nullptr), 0}, {time(nullptr), 0}};
-        utimensat(AT_FDCWD, path.c_str(), times, 0);
-    };
-    write("one");
-    const sandbox::Snapshot before = sandbox::TakeSnapshot(directory.path);
-    write("two");
-    EXPECT_EQ(Changes(before, sandbox::TakeSnapshot(directory.path)).size(), 1u);
 }
 
 }  // namespace
