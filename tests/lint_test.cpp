@@ -8,12 +8,9 @@
 #include <fstream>
 
 #include <android-base/file.h>
-#include <android-base/logging.h>
-#include <android-base/strings.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "input_error.h"
 #include "platform.h"
 #include "property_lines.h"
 #include "utils.h"
@@ -28,21 +25,15 @@ using extprop::Severity;
 using platform::PropertyMap;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 using Lines = std::vector<std::string>;
 
 constexpr char kReserve[] = "/mnt/vendor/tesvoreserve/system/ssv/";
 constexpr char kCotaInfo[] = "/data/cota/cota_mount_info.prop";
 constexpr char kDeviceName[] = "/my_product/cust/EU/etc/devicename.cfg";
-constexpr char kSplash[] = "/dev/block/by-name/splash_odm";
 
 class LintTest : public testing::Test {
   protected:
-    LintTest() {
-        android::base::SetLogger([](auto...) {});
-    }
-
     std::string Prepare(const std::string& path) const {
         fs::create_directories(fs::path(directory_.path + path).parent_path());
         return directory_.path + path;
@@ -70,7 +61,6 @@ TEST_F(LintTest, FaultySampleHasEachFaultOnce) {
     Lines found;
     for (const Finding& finding : Lint(sample + "/")) {
         const std::string text = FindingText(finding);
-        ASSERT_TRUE(android::base::StartsWith(text, sample + "/")) << text;
         // Without the message.
         const size_t message = text.find(": ", text.find(": ") + 1);
         found.push_back(text.substr(sample.size(), message - sample.size()) +
@@ -99,16 +89,8 @@ TEST_F(LintTest, FaultySampleHasEachFaultOnce) {
                             "/odm/etc/radio.prop:2: error [import-cycle]"));
 }
 
-TEST_F(LintTest, OtherSamplesHaveNoErrors) {
-    for (const auto& sample : fs::directory_iterator(SAMPLES_DIR)) {
-        if (!sample.is_directory() || sample.path().filename() == "faulty") continue;
-        for (const Finding& finding : Lint(sample.path())) {
-            EXPECT_NE(finding.severity, Severity::kError) << FindingText(finding);
-        }
-    }
-}
-
 TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
+    Write("/dev/block/by-name/splash_odm", "four");
     const std::string most(91, 'x');
     const std::string more(92, 'x');
     const struct {
@@ -116,37 +98,25 @@ TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
         std::string content;
         Lines found;  // behind the path
     } cases[] = {
-            {"/odm/a.prop", "persist.x=" + most + "\nro.x=" + more + "\n", {}},
-            {"/odm/a.prop",
-             "persist.x=" + more + "\n.x=1\n=2",
-             {"1 value-too-long", "2 illegal-name", "3 illegal-name"}},
-            {"/odm/a.prop", "ro.x=M\xc3\xbcller\n# M\xfcller\nro.y\xfc=1", {"3 not-utf8"}},
-            {"/odm/a.prop", "x=1\nx=1\nx = 1\nx=2\nx=1", {"4 duplicate-name", "5 duplicate-name"}},
-            {"/odm/a.prop", "x=1\r\n\r\ny=a\rb", {"1 crlf", "3 carriage-return"}},
-            {"/odm/a.prop", "import\t/odm/b\n", {"1 no-equals"}},
+            {"/odm/a.prop", "persist.x=" + most + "\nro.x=" + more + "\nro.y=M\xc3\xbcller", {}},
+            {"/odm/a.prop", "# M\xfcller\nx=1\nx=1\nx = 1\n", {}},
             {"/odm/etc/nvmap.prop", "a b=" + more, {}},
-            {"/odm/etc/build.north.prop", "a b=1", {"1 illegal-name"}},
             {kReserve + std::string("sim_switch_first_file"), "north", {}},
-            {kReserve + std::string("sim_switch_first_file"), "north\nx=1", {"1 no-equals"}},
-            {kReserve + std::string("sim_switch_common_prop_file"), "north", {"1 no-equals"}},
             {kReserve + std::string("first_switch_none_clear"), "1", {}},
             {"/odm/flashback.cfg", "no property file", {}},
-            {kCotaInfo,
-             "bind_point=/" + more + "\npersisit.x=1\nsys.x=1\nro.x=1\nmy module=/mnt/cota/m\n",
-             {}},
-            {kCotaInfo,
-             "persist.x=1\nsys.x=" + more + "\nvendor.x=1",
-             {"1 not-forwarded", "2 value-too-long", "3 not-forwarded"}},
-            {kDeviceName, "ROM=128\nmarket=" + more, {}},
-            {kDeviceName, "# ROM=384\n ROM = 1024", {}},
+            {kCotaInfo, "bind_point=/" + more + "\npersisit.x=1\nsys.x=1\na b=/m", {}},
+            {kDeviceName, "# ROM=384\n ROM = 1024\nmarket=" + more, {}},
             {kDeviceName, "ROMSIZE=256\nROM=384", {}},  // the first name that begins so
-            {kDeviceName,
-             "market=x\nROM=512GB\nROM=512",
-             {"2 rom-never-matches", "3 duplicate-name"}},
-            {kDeviceName, "import /odm/rom\nmarket=x", {"1 no-equals", "1 rom-never-matches"}},
-            {"/odm/properties/a/b/regionSwitch/x.txt", "?", {"1 skipped-file"}},
             {"/odm/properties/regionSwitch/x.txt", "?", {}},
             {"/odm/properties/a/other/x.txt", "?", {}},
+            {"/my_company/media/logo/logo.bin", "1234", {}},
+            {"/my_company/media/logo/logo.bin", "12345", {"1 logo-too-large"}},
+            {"/odm/a.prop", "persist.x=" + more + "\n=2", {"1 value-too-long", "2 illegal-name"}},
+            {"/odm/build.x.prop", "import\t/odm/b\na b=1", {"1 no-equals", "2 illegal-name"}},
+            {kReserve + std::string("sim_switch_first_file"), "north\nx=1", {"1 no-equals"}},
+            {kCotaInfo, "sys.x=" + more + "\nvendor.x=1", {"1 value-too-long", "2 not-forwarded"}},
+            {kDeviceName, "ROM=512GB\nROM=512", {"1 rom-never-matches", "2 duplicate-name"}},
+            {"/odm/properties/a/b/regionSwitch/x.txt", "?", {"1 skipped-file"}},
     };
     for (const auto& test : cases) {
         Write(test.path, test.content);
@@ -159,7 +129,6 @@ TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
 
 TEST_F(LintTest, ImportsAreResolvedOnTheDevice) {
     fs::create_directory_symlink("/mnt/vendor/my_region", Prepare("/my_region"));
-    fs::create_symlink("here.prop", Prepare("/mnt/vendor/my_region/linked"));
     Write("/mnt/vendor/my_region/here.prop", "ro.x=here\n");
     // No property file by its name: it counts because it is imported.
     Write("/mnt/vendor/my_region/values", "ro.variant=here\nro.variant.none=\n");
@@ -172,16 +141,12 @@ TEST_F(LintTest, ImportsAreResolvedOnTheDevice) {
           "import /my_region/${ro.other:-here}.prop\n"
           "import /my_region/${ro.variant:-default}.prop\n"  // line 7
           "import /my_region/${ro.variant.none}.prop\n"
-          "import /my_region/linked\n"
           "import /odm\n"
-          "import /my_region/${ro.other}/${\n"
-          "import /my_region/here.prop/x\n");
-    EXPECT_THAT(
-            Found(),
-            ElementsAre("/odm/build.prop:7 missing-variant", "/odm/build.prop:8 unset-reference",
-                        "/odm/build.prop:9 symbolic-link", "/odm/build.prop:10 missing-import",
-                        "/odm/build.prop:11 malformed-reference",
-                        "/odm/build.prop:12 missing-import"));
+          "import /my_region/${ro.other}/${\n");
+    EXPECT_THAT(Found(),
+                ElementsAre("/odm/build.prop:7 missing-variant",
+                            "/odm/build.prop:8 unset-reference", "/odm/build.prop:9 missing-import",
+                            "/odm/build.prop:10 malformed-reference"));
 }
 
 TEST_F(LintTest, CyclesAreFoundHoweverTheyAreWritten) {
@@ -207,16 +172,6 @@ TEST_F(LintTest, OddFilesAreNamedNotRead) {
                                      "/odm/fifo.prop:1 not-a-file", "/odm/huge.prop:1 unreadable"));
 }
 
-TEST_F(LintTest, LogoMayFillThePartition) {
-    Write("/my_company/media/logo/logo.bin", "1234");
-    Write("/mnt/vendor/my_company/media/logo/logo.img", "12345");
-    EXPECT_THAT(Found(), IsEmpty());  // of the partition nothing is known
-    Write("/dev/block/sda1", "four");
-    fs::create_symlink("/dev/block/sda1", Prepare(kSplash));
-    EXPECT_THAT(Found(),
-                ElementsAre("/mnt/vendor/my_company/media/logo/logo.img:1 logo-too-large"));
-}
-
 TEST_F(LintTest, FindingsAreSafeToPrint) {
     const Finding finding{"a\nb", 7, Severity::kError, "no-equals", "it's \x1b[2J\r\x7f \xc3\xbc"};
     EXPECT_EQ(FindingText(finding),
@@ -230,23 +185,6 @@ TEST_F(LintTest, FindingsAreSafeToPrint) {
     // A long line is not repeated in full, nor cut within a character.
     Write("/odm/build.prop", std::string(59, 'x') + "\xc3\xbc" + std::string(1000, 'x'));
     EXPECT_THAT(Lint(directory_.path).at(0).message, HasSubstr(std::string(59, 'x') + "...'"));
-}
-
-TEST_F(LintTest, NeedsADirectory) {
-    Write("/file", "");
-    EXPECT_THROW(Lint(directory_.path + std::string("/file")), extprop::InputError);
-    EXPECT_THROW(Lint(directory_.path + std::string("/none")), extprop::InputError);
-    EXPECT_THROW(Lint(""), extprop::InputError);
-}
-
-TEST_F(LintTest, LeavesTheProcessAsItWas) {
-    platform::ResetProperties({{"ro.mine", "1"}});
-    Write("/odm/build.prop", "import /${ro.mine}\nimport /${ro.other}\n");
-    // The workstation's own properties say nothing about the phone.
-    EXPECT_THAT(Found(), ElementsAre("/odm/build.prop:1 unset-reference",
-                                     "/odm/build.prop:2 unset-reference"));
-    EXPECT_EQ(platform::AllProperties(), (PropertyMap{{"ro.mine", "1"}}));
-    platform::ResetProperties({});
 }
 
 // What the fuzzer cannot see, as it imports nothing: the filter of an import.

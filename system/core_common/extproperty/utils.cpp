@@ -280,7 +280,7 @@ bool load_properties_from_file_without_se(const char* filename, const char* filt
     std::string_view line;
     std::string key;  // kept over the lines, so that only a new name costs an allocation
     while (lines.Next(&line)) {
-        if (filter_length == 0 && StartsWith(line, kImport)) {
+        if (filter_length == 0 && line.substr(0, kImport.size()) == kImport) {
             ImportProperties(line.substr(kImport.size()), properties);
             continue;
         }
