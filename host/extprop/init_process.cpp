@@ -228,17 +228,17 @@ thread_local bool Reporter::unobserved_ = false;
 // Hands the bind thread its requests, each once the one before is acknowledged.
 void PlayInstallingService(const std::vector<std::string>& requests, Reporter* reporter) {
     using namespace std::chrono_literals;
-    constexpr char kRequest[] = "sys.cota.bind.load.properties";
+    using android::init::kCotaBindRequest;
     constexpr char kAcknowledged[] = "null";
     constexpr auto kPatience = 5s;
     for (const std::string& request : requests) {
-        reporter->Send({{"event", "request"}, {"name", kRequest}, {"value", request}});
-        platform::StoreProperty(kRequest, request);
+        reporter->Send({{"event", "request"}, {"name", kCotaBindRequest}, {"value", request}});
+        platform::StoreProperty(kCotaBindRequest, request);
         bool acknowledged = request == kBindComplete;  // the thread ends without a word
         const auto deadline = std::chrono::steady_clock::now() + kPatience;
         while (!acknowledged && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::sleep_for(1ms);
-            acknowledged = android::base::GetProperty(kRequest, "") == kAcknowledged;
+            acknowledged = android::base::GetProperty(kCotaBindRequest, "") == kAcknowledged;
         }
         if (!acknowledged) reporter->Send({{"event", "unacknowledged"}, {"value", request}});
     }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "IInitExtensionProperty.h"
+#include "TesvoExtensionProperty/names.h"
 #include "steps.h"
 
 namespace extprop {
@@ -14,8 +15,7 @@ using FetchExtension = IInitExtensionProperty* (*)(const char* library);
 // Loads the extension library as init does. Throws std::runtime_error.
 FetchExtension LoadExtension();
 
-// The partition that the boot logo is copied into.
-inline constexpr char kSplashPartition[] = "/dev/block/by-name/splash_odm";
+using android::init::kSplashPartition;
 
 // What one boot is made of.
 struct BootPlan {

@@ -63,20 +63,18 @@ class PropertiesKept {
 
 std::optional<FileUse> KnownUse(const std::string& path) {
     using namespace android::init;
-    static const std::string reserve_keys = kReserveKeyDir;
-    static const std::string data_keys = android::base::Dirname(kDataRegionFile) + "/";
     static const std::map<std::string, FileUse> uses = {
             {kOldActionFile, FileUse::kKeyFile},
-            {reserve_keys + "sim_switch_first_file", FileUse::kKeyFile},
-            {reserve_keys + "sim_switch_current_file", FileUse::kKeyFile},
+            {kReserveFirstFile, FileUse::kKeyFile},
+            {kReserveCurrentFile, FileUse::kKeyFile},
             {kReserveRegionFile, FileUse::kKeyFile},
-            {reserve_keys + "sim_switch_convert_file", FileUse::kProperties},
+            {kConvertFile, FileUse::kProperties},
             {kReserveCommonFile, FileUse::kProperties},
             {kForceConnectFile, FileUse::kProperties},
-            {data_keys + "sim_switch_first_file", FileUse::kProperties},
-            {data_keys + "sim_switch_current_file", FileUse::kProperties},
+            {kDataFirstFile, FileUse::kProperties},
+            {kDataCurrentFile, FileUse::kProperties},
             {kDataRegionFile, FileUse::kProperties},
-            {"/mnt/vendor/tesvoreserve/system/flag/flashback.cfg", FileUse::kProperties},
+            {kFlashBackFile, FileUse::kProperties},
             {kCotaMountInfoFile, FileUse::kCotaMessage},
             {kCotaModuleInfoFile, FileUse::kCotaMessage},
     };

@@ -47,12 +47,11 @@ CotaOperation findOperation(const NamedOperation (&operations)[N], const std::st
 // lock, so it may run beside a service command; the request property alone coordinates the two.
 void doBindCotaMountThread(InitExtensionPropertyImpl* object, PropertyCallback callback) {
     using namespace std::chrono_literals;
-    constexpr char kRequest[] = "sys.cota.bind.load.properties";
     constexpr int kMaxEmptyPolls = 100;
 
     LOG(INFO) << "check cota bind mount start";
     for (int emptyPolls = 0; emptyPolls < kMaxEmptyPolls;) {
-        const std::string request = readProperty(kRequest);
+        const std::string request = readProperty(kCotaBindRequest);
         if (request.empty()) {
             std::this_thread::sleep_for(200ms);
             ++emptyPolls;
@@ -60,7 +59,7 @@ void doBindCotaMountThread(InitExtensionPropertyImpl* object, PropertyCallback c
             return;
         } else if (CotaOperation operation = findOperation(kRequests, request)) {
             (object->*operation)(callback);
-            property_set(kRequest, "null");
+            property_set(kCotaBindRequest, "null");
         }
         // Any other value, the acknowledging "null" too, is read again at once; this is meant.
     }

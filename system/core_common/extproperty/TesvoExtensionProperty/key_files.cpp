@@ -17,15 +17,6 @@ namespace init {
 
 namespace {
 
-constexpr char kConvertFile[] = "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_convert_file";
-constexpr char kReserveFirstFile[] = "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file";
-constexpr char kReserveCurrentFile[] =
-        "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_current_file";
-constexpr char kNoneClearFile[] = "/mnt/vendor/tesvoreserve/system/ssv/first_switch_none_clear";
-constexpr char kDataFirstFile[] = "/data/system/customize/sim_switch/sim_switch_first_file";
-constexpr char kDataCurrentFile[] = "/data/system/customize/sim_switch/sim_switch_current_file";
-constexpr char kFlashBackFile[] = "/mnt/vendor/tesvoreserve/system/flag/flashback.cfg";
-
 constexpr char kSwitchOperator[] = "sys.tesvo.switch.operator";
 constexpr char kFlashBackCompany[] = "ro.sys.customize.flashback.company";
 

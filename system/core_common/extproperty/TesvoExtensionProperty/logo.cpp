@@ -16,7 +16,6 @@ namespace init {
 
 namespace {
 
-constexpr char kSplashPartition[] = "/dev/block/by-name/splash_odm";
 constexpr const char* kCompanyLogos[] = {
         "/my_company/media/logo/logo.img",
         "/my_company/media/logo/logo.bin",

@@ -17,12 +17,23 @@ constexpr char kDataCommonFile[] = "/data/system/customize/data_common_prop_file
 // Key files, on the reserve partition and on the data partition.
 constexpr char kReserveKeyDir[] = "/mnt/vendor/tesvoreserve/system/ssv/";
 constexpr char kOldActionFile[] = "/mnt/vendor/tesvoreserve/system/ssv/sim_action_file";
+constexpr char kConvertFile[] = "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_convert_file";
+constexpr char kReserveFirstFile[] = "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file";
+constexpr char kReserveCurrentFile[] =
+        "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_current_file";
+constexpr char kNoneClearFile[] = "/mnt/vendor/tesvoreserve/system/ssv/first_switch_none_clear";
+constexpr char kDataFirstFile[] = "/data/system/customize/sim_switch/sim_switch_first_file";
+constexpr char kDataCurrentFile[] = "/data/system/customize/sim_switch/sim_switch_current_file";
+constexpr char kFlashBackFile[] = "/mnt/vendor/tesvoreserve/system/flag/flashback.cfg";
 constexpr char kReserveCommonFile[] =
         "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_common_prop_file";
 constexpr char kReserveRegionFile[] = "/mnt/vendor/tesvoreserve/system/ssv/region_switch_file";
 constexpr char kForceConnectFile[] =
         "/mnt/vendor/tesvoreserve/system/ssv/force_connect_internet_prop_file";
 constexpr char kDataRegionFile[] = "/data/system/customize/sim_switch/region_switch_file";
+
+// The partition that the boot logo is copied into.
+constexpr char kSplashPartition[] = "/dev/block/by-name/splash_odm";
 
 // Switch keys.
 constexpr char kSimSwitchFirst[] = "sys.sim.switch.first";
@@ -41,6 +52,7 @@ constexpr char kCustomMediaSource[] = "ro.sys.custommedia.sourcepath";
 constexpr char kMediaBindResult[] = "sys.mount.mediapath.success";
 constexpr char kCotaVerified[] = "sys.cotaimg.verify";
 constexpr char kCotaRoot[] = "sys.cota.load.properties";
+constexpr char kCotaBindRequest[] = "sys.cota.bind.load.properties";
 
 // Returns the system property's value, or `defaultValue` if it is unset or empty.
 inline std::string readProperty(const char* name, const char* defaultValue = "") {
