@@ -15,7 +15,7 @@
 #include <android-base/logging.h>
 
 #include "platform.h"
-#include "property_lines.h"
+#include "device/property_lines.h"
 #include "utils.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // The page of a boot's report. What it looks like is seen in a browser; its text is checked here.
 
-#include "html.h"
+#include "output/html.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // What lint finds, and what it lets pass.
 
-#include "lint.h"
+#include "lint/lint.h"
 
 #include <sys/stat.h>
 
@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "platform.h"
-#include "property_lines.h"
+#include "device/property_lines.h"
 #include "utils.h"
 
 namespace {

@@ -16,16 +16,16 @@
 #include <android-base/file.h>
 #include <android-base/logging.h>
 
-#include "boot.h"
-#include "diff.h"
-#include "explain.h"
-#include "html.h"
+#include "boot/boot.h"
+#include "explain/diff.h"
+#include "explain/explain.h"
+#include "output/html.h"
 #include "input_error.h"
-#include "lint.h"
+#include "lint/lint.h"
 #include "options.h"
-#include "property_text.h"
-#include "report_text.h"
-#include "trace.h"
+#include "device/property_text.h"
+#include "output/report_text.h"
+#include "explain/trace.h"
 
 namespace {
 

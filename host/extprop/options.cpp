@@ -1,6 +1,6 @@
 #include "options.h"
 
-#include "property_text.h"
+#include "device/property_text.h"
 
 namespace extprop {
 

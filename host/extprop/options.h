@@ -7,7 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "boot.h"
+#include "boot/boot.h"
 
 namespace extprop {
 

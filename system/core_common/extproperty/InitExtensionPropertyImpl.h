@@ -81,7 +81,7 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     std::string simSwitchFirst;
     std::string simSwitchCurrent;
     std::string channelInfo;
-    std::string spareKey;
+    std::string spareKey;  // QUIRK: nothing reads or writes it; it keeps the layout of the object
     std::string nvKey;
     std::string nvTargetKey;
     std::string operatorPair;

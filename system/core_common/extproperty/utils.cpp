@@ -80,6 +80,7 @@ void ImportProperties(std::string_view target, PropertyMap* properties) {
     size_t blank = target.find(' ');
     Result<std::string> expanded = ExpandProps(std::string(target.substr(0, blank)));
     if (!expanded.ok()) {
+        // QUIRK: an opening quote is missing in this text.
         LOG(ERROR) << "Could not expand filename ': " << expanded.error();
         return;
     }
@@ -101,7 +102,7 @@ bool PassesFilter(const std::string& key, const char* filter, size_t filter_leng
 void StoreProperty(const std::string& key, std::string_view value, PropertyMap* properties) {
     auto [entry, inserted] = properties->try_emplace(key, value);
     if (inserted || entry->second == value) return;
-    // Every name is replaced and reported as 'ro.', whatever it begins with; this is meant.
+    // QUIRK: every name is replaced and reported as 'ro.', whatever it begins with.
     LOG(WARNING) << "Overriding previous 'ro.' property '" << entry->first << "':'" << entry->second
                  << "' with new value '" << value << "'";
     entry->second = value;
@@ -126,7 +127,7 @@ Result<std::string> ReadFile(const std::string& path) {
 }
 
 Result<std::string> ReadFileWithOffset(const std::string& path, int offset, int nbytes) {
-    // Unlike ReadFile this follows symbolic links: by-name links lead to the raw partitions.
+    // QUIRK: unlike ReadFile this follows symbolic links: by-name links lead to the raw partitions.
     unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), O_RDONLY | O_CLOEXEC)));
     if (!fd.ok()) return ErrnoError() << kOpenFailed;
 
@@ -148,7 +149,7 @@ bool ReadFdToStringWithOffset(int fd, std::string* content, int offset, int nbyt
     if (static_cast<size_t>(nbytes) > kReadSize) abort();
     char buffer[kReadSize] = {};
     ssize_t n = TEMP_FAILURE_RETRY(read(fd, buffer, nbytes));
-    // Callers read records of a fixed size, so a short read is filled up with zero bytes.
+    // QUIRK: a short read is filled up with zero bytes, as callers read records of a fixed size.
     content->append(buffer, nbytes);
     return n != -1;
 }
@@ -194,7 +195,7 @@ std::string load_property_from_file(const char* path, const char* name) {
     std::string_view line;
     while (lines.Next(&line)) {
         size_t equals = line.find('=');
-        // A prefix is enough, with no test of what follows the name; this is meant.
+        // QUIRK: a prefix is enough, with no test of what follows the name.
         if (equals == std::string_view::npos || !StartsWith(line, name)) continue;
         std::string value(TrimLeft(line.substr(equals + 1)));
         LOG(WARNING) << "Loading property from " << path << ": " << value;
@@ -300,7 +301,7 @@ int createCotaDirectory(std::string path) {
     LOG(INFO) << "create path: " << path << " sub dir: " << parent;
 
     if (access(parent.c_str(), F_OK) != 0) {
-        // A path directly under the root ends here: its parent is the empty path.
+        // QUIRK: a path directly under the root is never made: its parent is the empty path.
         if (int result = createCotaDirectory(parent); result != 0) {
             LOG(ERROR) << "create sub dir failed: " << parent;
             return result;

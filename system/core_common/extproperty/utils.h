@@ -35,6 +35,7 @@ bool WriteStringToFile(const std::string& content, const std::string& path, bool
 // longer name matches too) and has an "=". Empty if there is none or the file cannot be read.
 std::string load_property_from_file(const char* path, const char* name);
 
+// QUIRK: nothing in the library calls this function and the next; the loader takes any line.
 // Whether `name` may name a property: letters, digits and "._-@:", no empty segment between dots.
 bool IsLegalPropertyName(const std::string& name);
 
@@ -59,6 +60,7 @@ bool load_properties_from_file_without_se(const char* filename, const char* filt
 // be made or exists already.
 int createCotaDirectory(std::string path);
 
+// QUIRK: nothing in the library calls this function and the next.
 // Returns `path` with a leading "/" and without one trailing "/"; the root is the empty string.
 std::string trimPath(std::string path);
 

@@ -4,12 +4,12 @@
 
 #include "../InitExtensionPropertyImpl.h"
 #include "../utils.h"
+#include "names.h"
 
 namespace android {
 namespace init {
 
 void InitExtensionPropertyImpl::loadDuskriderOverrideProperties(PropertyCallback callback) {
-    constexpr char kCompanyConfig[] = "/my_company/etc/build.prop";
     PropertyMap properties;
     if (!load_properties_from_file_without_se(kCompanyConfig, nullptr, &properties)) {
         LOG(INFO) << "can not read prop from :" << kCompanyConfig;

@@ -26,6 +26,7 @@ constexpr NamedOperation kRequests[] = {
         {"bind_basic_point_boot", &InitExtensionPropertyImpl::bindCotaBasicMountPoint},
 };
 
+// QUIRK: two words stand for one operation; nothing checks before the load that either asks for.
 constexpr NamedOperation kCommands[] = {
         {"mount_and_check_load", &InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties},
         {"mount_must_load", &InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties},
@@ -61,7 +62,8 @@ void doBindCotaMountThread(InitExtensionPropertyImpl* object, PropertyCallback c
             (object->*operation)(callback);
             property_set(kCotaBindRequest, "null");
         }
-        // Any other value, the acknowledging "null" too, is read again at once; this is meant.
+        // QUIRK: any other value, the acknowledging "null" too, is read again at once, so the
+        // thread spins until the next request.
     }
     LOG(INFO) << "not need do cota bind mount ";
 }
@@ -70,7 +72,7 @@ void doBindCotaMountThread(InitExtensionPropertyImpl* object, PropertyCallback c
 
 void InitExtensionPropertyImpl::loadCotaServiceOverrideProperties(std::string command,
                                                                   PropertyCallback callback) {
-    // A thread that cannot be made throws through here, and the lock then stays taken.
+    // QUIRK: a thread that cannot be made throws through here, and the lock then stays taken.
     std::lock_guard<std::mutex> lock(mutex);
     if (command == "check_mount") {
         std::thread(doBindCotaMountThread, this, callback).detach();

@@ -28,7 +28,7 @@ constexpr char kForceConnect[] = "ro.tesvo.internet.force.connect";
 }  // namespace
 
 void loadDataSpecialProperties(PropertyCallback callback) {
-    // The map is shared: the second hand-over carries the first file's properties again.
+    // QUIRK: the map is shared, so the second hand-over carries the first file's properties again.
     PropertyMap properties;
     for (const DataFile& file : kDataFiles) {
         if (access(file.path, F_OK) != 0) continue;

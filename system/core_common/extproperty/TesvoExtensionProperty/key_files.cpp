@@ -107,6 +107,7 @@ void migrateOldKeys(const PropertyMap& props, std::string nvKey, std::string ssv
     // Without the key there is no mark either, so that the next boot tries again.
     if (writeFile(kReserveFirstFile, propertyLine(kSimSwitchFirst, firstKey),
                   "Unable to write sim_action_first_file ")) {
+        // QUIRK: the blank before the value; the loader drops it when it reads the mark.
         writeFile(kConvertFile, propertyLine(kSimSwitchConvert, " true"),
                   "Unable to write sim_switch_convert_file ");
     }
@@ -118,7 +119,8 @@ void migrateOldKeys(const PropertyMap& props, std::string nvKey, std::string ssv
     }
 }
 
-// One of the reserve partition's key files. Its blanks, or their lack, are those of the log lines.
+// One of the reserve partition's key files.
+// QUIRK: some texts end in a blank or colon and others do not; they are those of the log lines.
 struct ReserveKeyFile {
     const char* path;
     const char* property;
@@ -156,7 +158,7 @@ constexpr ReserveKeyFile kReserveRegion = {
         true,
         "region_switch_file exists!!!",
         kRegionKeyFailed,
-        kReserveFirst.readFailed,  // the first file's text, on purpose
+        kReserveFirst.readFailed,  // QUIRK: the first file's text
         "Convert tmp_region_key to REGION_SWITCH_PROPERTY",
         "Unable to write region_switch_file",
 };
@@ -171,9 +173,9 @@ void loadReserveKeyFile(const ReserveKeyFile& file, PropertyMap* props, std::str
     std::string oldKey;
     if (!base::ReadFileToString(file.path, &oldKey)) LOG(ERROR) << file.readFailed << file.path;
     if (oldKey.empty()) return;
-    LOG(ERROR) << file.converting;
+    LOG(ERROR) << file.converting;  // QUIRK: a success, at this severity
     props->emplace(file.property, oldKey);
-    // The key goes on as it was read, a line end included.
+    // QUIRK: the key goes on as it was read, a line end included.
     writeFile(file.path, propertyLine(file.property, oldKey), file.writeFailed);
     *key = oldKey;
     if (file.foundByOpening || exists(file.path)) giveToSystem(file.path);

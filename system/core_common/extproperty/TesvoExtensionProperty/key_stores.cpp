@@ -14,21 +14,6 @@
 namespace android {
 namespace init {
 
-namespace {
-
-// The last two are the same raw partition under its two usual names.
-constexpr const char* kNvStores[] = {
-        "/mnt/vendor/tesvoreserve/radio/exp_operator_switch.config",
-        "/dev/block/platform/bootdevice/by-name/reserve_exp1",
-        "/dev/block/bootdevice/by-name/reserve_exp1",
-};
-constexpr size_t kNvKeySize = 8;
-
-constexpr char kSwitchKeyMap[] = "nvmap.prop";
-constexpr char kNvFlagMap[] = "flags.prop";
-
-}  // namespace
-
 void find_nv_ssv_target_key(std::string key, std::string fileName, std::string* target) {
     target->clear();
     if (key.empty()) return;
@@ -55,6 +40,7 @@ void load_old_nv_key(std::string* nvKey, std::string* nvTargetKey) {
         if (!base::ReadFileToString(store, &content)) {
             LOG(ERROR) << "read nv_flag failed :" << store;
         } else if (content.empty()) {
+            // QUIRK: a word is missing in this text, as in what people search the logs for.
             LOG(WARNING) << "Couldn't file" << store;
         } else {
             break;

@@ -92,6 +92,7 @@ void InitExtensionPropertyImpl::copyLogoIfNeeded(std::string trigger) {
         return;
     }
     const CopyResult result = copyLogo(source);
+    // QUIRK: it is the copy that failed, not a file about it.
     if (result == CopyResult::kFailed) LOG(ERROR) << "Unable to write logo copy info file";
     if (result == CopyResult::kCopied && fromCompany) {
         property_set(kCopiedDate, companyDate.c_str());

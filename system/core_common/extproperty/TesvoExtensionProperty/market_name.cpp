@@ -31,10 +31,7 @@ struct RomSize {
 };
 
 constexpr RomSize kRomSizes[] = {
-        {128, 79, 177},
-        {256, 207, 305},
-        {512, 413, 611},
-        {1024, 925, 1024},  // one-sided on purpose
+        {128, 79, 177}, {256, 207, 305}, {512, 413, 611}, {1024, 925, 1024},  // QUIRK: one-sided
 };
 
 bool matchesRomSize(int rom, int measured) {

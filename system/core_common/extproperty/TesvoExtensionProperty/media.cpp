@@ -18,7 +18,7 @@ void InitExtensionPropertyImpl::bindCustomizeMediaPath(const char* target) {
     if (source.empty() || !base::StartsWith(target, "/my_")) return;
     const std::string result =
             std::to_string(mount(source.c_str(), target, nullptr, MS_BIND | MS_REC, nullptr));
-    LOG(INFO) << "Mount ringtones result :" << result;
+    LOG(INFO) << "Mount ringtones result :" << result;  // QUIRK: a failure too, at this severity
     property_set(kMediaBindResult, result.c_str());
 }
 

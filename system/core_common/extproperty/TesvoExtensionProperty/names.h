@@ -14,6 +14,11 @@ constexpr char kRegionBuildProp[] = "/mnt/vendor/my_region/build.prop";
 constexpr char kEmptyAppChannelFile[] = "/data/system/customize/empty_appchannel_prop_file.prop";
 constexpr char kDataCommonFile[] = "/data/system/customize/data_common_prop_file.prop";
 
+constexpr char kCompanyConfig[] = "/my_company/etc/build.prop";
+
+// The company image's root in the stages of its own, which is not that of the partition list.
+constexpr char kCompanyRoot[] = "/my_company";
+
 // Key files, on the reserve partition and on the data partition.
 constexpr char kReserveKeyDir[] = "/mnt/vendor/tesvoreserve/system/ssv/";
 constexpr char kOldActionFile[] = "/mnt/vendor/tesvoreserve/system/ssv/sim_action_file";
@@ -32,6 +37,25 @@ constexpr char kForceConnectFile[] =
         "/mnt/vendor/tesvoreserve/system/ssv/force_connect_internet_prop_file";
 constexpr char kDataRegionFile[] = "/data/system/customize/sim_switch/region_switch_file";
 
+// The radio stores of older software. The last two are the same raw partition under its two usual
+// names.
+constexpr const char* kNvStores[] = {
+        "/mnt/vendor/tesvoreserve/radio/exp_operator_switch.config",
+        "/dev/block/platform/bootdevice/by-name/reserve_exp1",
+        "/dev/block/bootdevice/by-name/reserve_exp1",
+};
+constexpr size_t kNvKeySize = 8;
+
+// The files below a partition's etc that map the keys of older software to today's.
+constexpr char kSwitchKeyMap[] = "nvmap.prop";
+constexpr char kNvFlagMap[] = "flags.prop";
+
+// The directories of a switch key below a partition's properties.
+constexpr char kFirstTimeLeaf[] = "SimSwitchFirstTime";
+constexpr char kCurrentTimeLeaf[] = "SimSwitchCurrentTime";
+constexpr char kCarrierChannelLeaf[] = "switchCarrierChannel";
+constexpr char kRegionLeaf[] = "regionSwitch";
+
 // The partition that the boot logo is copied into.
 constexpr char kSplashPartition[] = "/dev/block/by-name/splash_odm";
 
@@ -43,8 +67,13 @@ constexpr char kRegionSwitchFirst[] = "sys.region.switch.first";
 constexpr char kNoneClearSwitchFirst[] = "ro.none.clear.switch.first";
 constexpr char kChannelInfo[] = "persist.sys.channel.info";
 
+constexpr char kOperatorA[] = "persist.sys.tesvo.operator.opta";
+constexpr char kOperatorB[] = "persist.sys.tesvo.operator.optb";
+
 // Properties of the images and of the state that the device is in.
 constexpr char kRegion[] = "ro.tesvo.pipeline.region";
+constexpr char kCompanyDate[] = "ro.tesvo.image.my_company.date";
+constexpr char kCompanyDateApplied[] = "persist.sys.tesvo.company.ota.version.backup";
 constexpr char kCarrierVersionName[] = "ro.tesvo.image.my_carrier.version_name";
 constexpr char kEmergencyShutdown[] = "persist.sys.911.shutdown";
 constexpr char kRemoveRegionApk[] = "persist.sys.remove.region.apk";

@@ -1,6 +1,10 @@
-// The build.prop files of the extension partitions, and the property files of one directory.
+// The extension partitions: the list of their roots, their build.prop files, and the property files
+// of one directory.
+
+#include "partitions.h"
 
 #include <dirent.h>
+#include <strings.h>
 
 #include <memory>
 
@@ -9,16 +13,55 @@
 
 #include "../InitExtensionPropertyImpl.h"
 #include "../utils.h"
+#include "names.h"
 
 namespace android {
 namespace init {
+
+std::vector<std::string> PartitionSearchList;
 
 namespace {
 
 constexpr char kCarrierType[] = "ro.tesvo.image.my_carrier.type";
 constexpr char kCustVersion[] = "ro.tesvo.cust.ver";
 
+std::string brandCode() {
+    const std::string brand = load_property_from_file(kSystemExtBuildProp, kBrand);
+    for (const Brand& known : kBrands) {
+        if (strcasecmp(brand.c_str(), known.name) == 0) return known.code;
+    }
+    return "";
+}
+
 }  // namespace
+
+std::vector<std::string> partitionRoots(const std::string& brandCode, const std::string& region) {
+    // QUIRK: without a brand or region some entries end in "/" and stay, so that there are always
+    // sixteen; the brand goes with the region's directories and the region with the product's.
+    return {
+            "/odm",
+            "/mnt/vendor/my_preload",
+            "/mnt/vendor/my_zorlin",
+            "/mnt/vendor/my_stock",
+            "/mnt/vendor/my_region/global",
+            "/mnt/vendor/my_region/global/" + brandCode,
+            "/mnt/vendor/my_product",
+            "/mnt/vendor/my_region",
+            "/mnt/vendor/my_region/" + brandCode,
+            "/mnt/vendor/my_product/cust/" + region,
+            "/mnt/vendor/my_carrier",
+            "/mnt/vendor/my_carrier/cust",
+            "/mnt/vendor/my_bigball",
+            "/mnt/vendor/my_company",
+            "/mnt/vendor/my_engineering",
+            "/mnt/vendor/my_manifest",
+    };
+}
+
+std::vector<std::string> findPartitionRoots() {
+    const std::string code = brandCode();
+    return partitionRoots(code, load_property_from_file(kRegionBuildProp, kRegion));
+}
 
 void InitExtensionPropertyImpl::loadExtensionPartitionProperties(PropertyMap* properties) {
     for (const std::string& root : PartitionSearchList) {

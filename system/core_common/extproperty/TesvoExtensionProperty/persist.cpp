@@ -10,10 +10,6 @@ namespace init {
 
 namespace {
 
-constexpr char kCompanyRoot[] = "/my_company";
-constexpr char kCompanyDate[] = "ro.tesvo.image.my_company.date";
-constexpr char kCompanyDateApplied[] = "persist.sys.tesvo.company.ota.version.backup";
-
 void insertIfSet(const char* name, PropertyMap* properties) {
     if (std::string value = readProperty(name); !value.empty()) properties->emplace(name, value);
 }
@@ -50,7 +46,7 @@ bool InitExtensionPropertyImpl::settleSwitchKeys(PropertyCallback callback) {
     if (!operatorPair.empty() || pair.empty()) return firstPass;
     operatorPair = pair;
     if (simSwitchFirst.empty()) {
-        // The region's key is not among the properties this time; this is meant.
+        // QUIRK: the region's key is not among the properties this time.
         PropertyMap properties;
         loadSwitchKeys(&properties, callback);
     }

@@ -16,11 +16,6 @@ namespace init {
 
 namespace {
 
-constexpr char kFirstTime[] = "SimSwitchFirstTime";
-constexpr char kCurrentTime[] = "SimSwitchCurrentTime";
-constexpr char kCarrierChannel[] = "switchCarrierChannel";
-constexpr char kRegionLeaf[] = "regionSwitch";
-
 std::string keyDirectory(const std::string& root, const std::string& key, const char* leaf) {
     return root + "/properties/" + key + "/" + leaf;
 }
@@ -37,15 +32,16 @@ std::string lowerCase(std::string text) {
 }  // namespace
 
 std::string readOperatorPair() {
-    const std::string opta = readProperty("persist.sys.tesvo.operator.opta");
-    const std::string optb = readProperty("persist.sys.tesvo.operator.optb");
+    const std::string opta = readProperty(kOperatorA);
+    const std::string optb = readProperty(kOperatorB);
     if (opta.empty() || optb.empty()) return "";
     return lowerCase(opta) + "-" + lowerCase(optb);
 }
 
 void InitExtensionPropertyImpl::loadExtensionPartitionSimswitchProperties(std::string partition,
                                                                           PropertyMap* props) {
-    // Both guards lead to the file of the nv target key; this is meant.
+    // QUIRK: both guards lead to the file of the nv target key, which is then loaded twice; with an
+    // operator pair alone its name is "build..prop".
     const std::string oldKeyFile = partition + "/etc/build." + nvTargetKey + ".prop";
     const struct {
         const std::string& guard;
@@ -65,9 +61,9 @@ void InitExtensionPropertyImpl::loadExtensionPartitionSimswitchProperties(std::s
         const std::string& key;
         const char* leaf;
     } keyLoads[] = {
-            {simSwitchCurrent, kCurrentTime},
-            {simSwitchFirst, kFirstTime},
-            {channelInfo, kCarrierChannel},
+            {simSwitchCurrent, kCurrentTimeLeaf},
+            {simSwitchFirst, kFirstTimeLeaf},
+            {channelInfo, kCarrierChannelLeaf},
             {regionSwitchFirst, kRegionLeaf},
     };
     for (const auto& load : keyLoads) {
@@ -105,9 +101,9 @@ void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(std::string comm
         std::string* key;
         const char* leaf;
     } keyCommands[] = {
-            {"simSwitchCurrent", kSimSwitchCurrent, &simSwitchCurrent, kCurrentTime},
-            {"simSwitchFirst", kSimSwitchFirst, &simSwitchFirst, kFirstTime},
-            {"switchCarrierChannel", kChannelInfo, &channelInfo, kCarrierChannel},
+            {"simSwitchCurrent", kSimSwitchCurrent, &simSwitchCurrent, kCurrentTimeLeaf},
+            {"simSwitchFirst", kSimSwitchFirst, &simSwitchFirst, kFirstTimeLeaf},
+            {"switchCarrierChannel", kChannelInfo, &channelInfo, kCarrierChannelLeaf},
             {"regionSwitch", kRegionSwitchFirst, &regionSwitchFirst, kRegionLeaf},
     };
     static constexpr struct {

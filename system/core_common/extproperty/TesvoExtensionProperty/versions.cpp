@@ -36,6 +36,7 @@ void loadDisplayVersion(PropertyCallback callback) {
     if (versionName.empty()) versionName = readProperty("ro.tesvo.image.my_region.version_name");
     if (versionName.empty()) return;
     const std::string version = versionTail(versionName);
+    // QUIRK: misspelt, as in what people search the logs for; so are other texts of the library.
     LOG(INFO) << "customize dispaly version " << version;
     if (version.empty()) return;
     callback(0, {{kDisplayVersionName, version}});

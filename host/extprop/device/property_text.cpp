@@ -1,4 +1,4 @@
-#include "property_text.h"
+#include "device/property_text.h"
 
 #include <errno.h>
 #include <string.h>

@@ -7,7 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "init_process.h"
+#include "boot/init_process.h"
 
 namespace extprop {
 

@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "device_tree.h"
-#include "lint.h"
-#include "property_lines.h"
+#include "device/device_tree.h"
+#include "lint/lint.h"
+#include "device/property_lines.h"
 
 namespace extprop {
 

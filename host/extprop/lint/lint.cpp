@@ -1,4 +1,4 @@
-#include "lint.h"
+#include "lint/lint.h"
 
 #include <locale.h>
 
@@ -14,7 +14,7 @@
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/names.h"
 #include "images.h"
-#include "lint_rules.h"
+#include "lint/rules.h"
 #include "platform.h"
 #include "sandbox.h"
 #include "utils.h"

@@ -1,4 +1,4 @@
-#include "property_lines.h"
+#include "device/property_lines.h"
 
 namespace extprop {
 

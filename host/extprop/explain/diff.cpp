@@ -1,7 +1,7 @@
-#include "diff.h"
+#include "explain/diff.h"
 
-#include "explain.h"
-#include "trace.h"
+#include "explain/explain.h"
+#include "explain/trace.h"
 
 namespace extprop {
 

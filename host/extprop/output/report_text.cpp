@@ -1,8 +1,8 @@
-#include "report_text.h"
+#include "output/report_text.h"
 
 #include <sstream>
 
-#include "property_text.h"
+#include "device/property_text.h"
 
 namespace extprop {
 

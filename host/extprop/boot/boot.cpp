@@ -1,4 +1,4 @@
-#include "boot.h"
+#include "boot/boot.h"
 
 #include <errno.h>
 #include <string.h>
@@ -12,9 +12,9 @@
 
 #include <android-base/unique_fd.h>
 
-#include "init_process.h"
+#include "boot/init_process.h"
 #include "input_error.h"
-#include "message.h"
+#include "boot/message.h"
 #include "sandbox.h"
 
 namespace extprop {

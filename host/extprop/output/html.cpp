@@ -1,11 +1,11 @@
-#include "html.h"
+#include "output/html.h"
 
 #include <string_view>
 
 #include <android-base/strings.h>
 
 #include "page.h"
-#include "report_text.h"
+#include "output/report_text.h"
 
 namespace extprop {
 

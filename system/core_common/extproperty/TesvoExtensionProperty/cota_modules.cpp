@@ -23,7 +23,7 @@ PropertyMap systemProperties(const PropertyMap& info) {
     return properties;
 }
 
-// The roots are compared as plain prefixes, not as path components; this is meant.
+// QUIRK: the roots are compared as plain prefixes, so "/mnt/cotax" and "/mnt/cota/../x" pass.
 void prepareModuleDirectory(const std::string& path, const std::string& root) {
     if (!base::StartsWith(path, root) && !base::StartsWith(path, "/data/system/customize")) {
         LOG(ERROR) << "cota module wrong dir " << path;
@@ -85,7 +85,7 @@ void InitExtensionPropertyImpl::bindCotaModuleMountPoint(PropertyCallback callba
         return;
     }
     constexpr char kModuleType[] = "module_type";
-    // A module without a type, even an empty one, is not bound.
+    // QUIRK: a module without a type, even an empty one, is not bound.
     if (info.count(kModuleType) == 0) return;
     const std::string source = valueOf(info, "mount_point");
     const std::string target = valueOf(info, kBindPoint);

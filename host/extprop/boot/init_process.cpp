@@ -1,4 +1,4 @@
-#include "init_process.h"
+#include "boot/init_process.h"
 
 #include <cxxabi.h>
 #include <dlfcn.h>
@@ -24,7 +24,7 @@
 #include <android-base/properties.h>
 #include <android-base/strings.h>
 
-#include "message.h"
+#include "boot/message.h"
 #include "platform.h"
 
 namespace extprop {

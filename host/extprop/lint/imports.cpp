@@ -9,7 +9,7 @@
 
 #include <android-base/strings.h>
 
-#include "lint_rules.h"
+#include "lint/rules.h"
 #include "platform.h"
 #include "utils.h"
 

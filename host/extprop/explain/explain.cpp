@@ -1,12 +1,12 @@
-#include "explain.h"
+#include "explain/explain.h"
 
 #include <fnmatch.h>
 
 #include <algorithm>
 
 #include "input_error.h"
-#include "steps.h"
-#include "trace.h"
+#include "boot/steps.h"
+#include "explain/trace.h"
 
 namespace extprop {
 

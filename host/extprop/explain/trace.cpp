@@ -1,4 +1,4 @@
-#include "trace.h"
+#include "explain/trace.h"
 
 #include <algorithm>
 #include <iterator>
@@ -12,8 +12,8 @@
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
-#include "property_lines.h"
-#include "steps.h"
+#include "device/property_lines.h"
+#include "boot/steps.h"
 #include "utils.h"
 
 namespace extprop {

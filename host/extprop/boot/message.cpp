@@ -1,4 +1,4 @@
-#include "message.h"
+#include "boot/message.h"
 
 #include <limits.h>
 #include <poll.h>

@@ -10,8 +10,8 @@
 #include <android-base/strings.h>
 
 #include "InitExtensionPropertyImpl.h"
-#include "init_process.h"
-#include "lint_rules.h"
+#include "boot/init_process.h"
+#include "lint/rules.h"
 #include "platform.h"
 #include "sandbox.h"
 #include "utils.h"

@@ -3,7 +3,7 @@
 #include <android-base/strings.h>
 
 #include "TesvoExtensionProperty/cota.h"
-#include "lint_rules.h"
+#include "lint/rules.h"
 #include "utils.h"
 
 namespace extprop {

@@ -1,4 +1,4 @@
-#include "steps.h"
+#include "boot/steps.h"
 
 #include <algorithm>
 #include <string_view>

@@ -16,7 +16,7 @@ constexpr char kCarrierRoot[] = "/my_carrier";
 constexpr char kMountInfoMissing[] = "not valid cota mount info file: ";
 constexpr char kMountInfoLoadFailed[] = "cota info prop load failed:";
 
-// "persisit." is meant letter for letter: names that begin with "persist." are not forwarded.
+// QUIRK: "persisit." letter for letter; names that begin with "persist." are not forwarded.
 PropertyMap forwardedProperties(const PropertyMap& info) {
     PropertyMap forwarded;
     for (const auto& [name, value] : info) {
@@ -37,7 +37,7 @@ std::string bindPackage(const std::string& source, const std::string& bindPoint)
     return bindPoint;
 }
 
-// A path that was bound before is bound again; one whose bind failed is not tried again.
+// QUIRK: a path that was bound before is bound again; one whose bind failed is not tried again.
 bool wantsMediaBind(const std::string& path) {
     const std::string lastResult = readProperty(kMediaBindResult);
     return !path.empty() && (lastResult.empty() || lastResult == "0");
@@ -78,7 +78,7 @@ void InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties(PropertyCallba
     if (!takeOneShotFile(kCotaMountInfoFile, kMountInfoMissing, kMountInfoLoadFailed, &info)) {
         return;
     }
-    // The package's root is forwarded as the file has it, wherever the package is read from.
+    // QUIRK: the package's root is forwarded as the file has it, wherever the package is read from.
     const PropertyMap forwarded = forwardedProperties(info);
     const std::string source = valueOf(info, kCotaRoot);
     if (valueOf(info, kCotaVerified) != "1" || !base::StartsWith(source, "/")) {

@@ -5,7 +5,7 @@
 
 #include "IInitExtensionProperty.h"
 #include "TesvoExtensionProperty/names.h"
-#include "steps.h"
+#include "boot/steps.h"
 
 namespace extprop {
 

@@ -1,0 +1,31 @@
+// The roots of the extension partitions, as brand and region make them.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace android {
+namespace init {
+
+// A brand that has directories of its own on the region partition, and their name.
+struct Brand {
+    const char* name;  // compared without regard to case
+    const char* code;
+};
+
+inline constexpr Brand kBrands[] = {{"quba", "Q"}, {"lumora", "L"}, {"vantrix", "V"}};
+
+// Where brand and region are looked up.
+inline constexpr char kSystemExtBuildProp[] = "/system_ext/etc/build.prop";
+inline constexpr char kBrand[] = "ro.tesvo.image.system_ext.brand";
+
+// Returns the sixteen roots for a brand's code and a region, either of which may be empty, lowest
+// priority first.
+std::vector<std::string> partitionRoots(const std::string& brandCode, const std::string& region);
+
+// Returns the roots for the brand and the region that the device's images name.
+std::vector<std::string> findPartitionRoots();
+
+}  // namespace init
+}  // namespace android
