@@ -14,6 +14,7 @@ namespace extprop {
 struct BootOptions {
     std::string device;                   // the device directory
     BootPlan plan;                        // its properties are set again after a reboot
+    bool names_no_steps = false;          // the plan's are those that go without saying
     std::vector<Edit> edits;              // made before the first boot
     std::chrono::seconds time_limit{30};  // for each step
 };

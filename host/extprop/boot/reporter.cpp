@@ -185,7 +185,10 @@ void Reporter::OnLookUp(const char* path, const char* name) {
         if (line.kind != PropertyLine::kProperty) continue;
         if (!android::base::StartsWith(line.text, name)) continue;
         event.line = line.number;
-        read.lines.push_back({line.number, std::string(line.name), std::string(line.value), true});
+        const std::string full_name(line.name);
+        if (wanted_ && wanted_(full_name)) {
+            read.lines.push_back({line.number, full_name, std::string(line.value), true});
+        }
         break;
     }
     Send(std::move(event));

@@ -17,7 +17,10 @@ class Reporter : public platform::Observer, private LoadListener {
   public:
     // Sends to `channel`; the lines of files only if their names are `wanted`.
     Reporter(int channel, bool quiet, std::function<bool(const std::string& name)> wanted)
-            : channel_(channel), quiet_(quiet), tracker_(this, std::move(wanted)) {}
+            : channel_(channel),
+              quiet_(quiet),
+              wanted_(wanted),
+              tracker_(this, std::move(wanted)) {}
 
     void Send(const Message& message);
 
@@ -58,6 +61,7 @@ class Reporter : public platform::Observer, private LoadListener {
     std::mutex mutex_;
     int channel_;
     bool quiet_;
+    std::function<bool(const std::string& name)> wanted_;
     LoadTracker tracker_;
     std::string last_read_;
     std::string logo_source_;  // what was read before the splash partition was opened for output

@@ -50,6 +50,9 @@ struct Step {
     bool copies_logo() const;
 };
 
+// The steps of a boot that names none.
+inline constexpr const char* kDefaultSteps[] = {"early", "persist"};
+
 // Whether the text begins with a step's word, whatever stands behind its ":".
 bool IsStepWord(const std::string& text);
 

@@ -89,7 +89,10 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
         plan.steps.push_back(ParseStep(step));
         if (!arguments.any_word) CheckStep(plan.steps.back());
     }
-    if (plan.steps.empty()) plan.steps = {ParseStep("early"), ParseStep("persist")};
+    options.names_no_steps = plan.steps.empty();
+    for (const char* step : kDefaultSteps) {
+        if (options.names_no_steps) plan.steps.push_back(ParseStep(step));
+    }
     for (const std::string& file : arguments.property_files) {
         for (const auto& [name, value] : ReadProperties(file)) {
             AddProperty(file, name, value, &plan.properties);

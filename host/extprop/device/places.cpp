@@ -1,5 +1,6 @@
 #include "device/places.h"
 
+#include <android-base/file.h>
 #include <android-base/strings.h>
 
 #include "TesvoExtensionProperty/cota.h"
@@ -52,6 +53,16 @@ const std::vector<SwitchKey>& SwitchKeys() {
             {kRegionSwitchFirst, kRegionLeaf, "regionSwitch", kDataRegionFile},
     };
     return keys;
+}
+
+bool IsOfSwitchKey(const std::string& path) {
+    const std::string directory = android::base::Dirname(path);
+    const std::string leaf = android::base::Basename(directory);
+    for (const SwitchKey& key : SwitchKeys()) {
+        if (leaf != key.leaf) continue;
+        return android::base::Dirname(directory).find("/properties/") != std::string::npos;
+    }
+    return false;
 }
 
 }  // namespace extprop

@@ -52,11 +52,15 @@ struct SwitchKey {
 };
 const std::vector<SwitchKey>& SwitchKeys();
 
+// Whether the file lies in a switch key's directory below some root's "properties".
+bool IsOfSwitchKey(const std::string& path);
+
 // One reason for which the library reads a file.
 struct Reading {
     Occasion occasion = Occasion::kPartition;
     std::vector<std::string> root_words;  // that bring its root into the list of partitions
-    enum Root { kListed, kCompany, kPackage, kModule } root = kListed;
+    enum Root { kListed, kCompany, kPackage, kModule, kElsewhere } root = kListed;
+    std::string place;  // of a root elsewhere: its path
     int key_index = 0;  // of a key directory: in SwitchKeys()
     std::string key;    // of a key directory; of an old key file an nv key that leads there
 };

@@ -78,8 +78,7 @@ Explanation Explain(const BootOptions& options, const std::vector<std::string>& 
                 "the files that were not loaded are not told of: the library does not come back "
                 "from the mapping files or the installing service's messages");
     }
-    Requirements requirements(*survey, tracer, *report, options.plan.steps,
-                              options.plan.properties);
+    Requirements requirements(*survey, tracer, *report, options);
     Origins origins = tracer.Origins();
     AddUnloaded(*survey, patterns, &requirements, &origins);
 

@@ -5,6 +5,8 @@
 
 #include <android-base/strings.h>
 
+#include "TesvoExtensionProperty/names.h"
+
 namespace extprop {
 
 namespace {
@@ -35,28 +37,31 @@ int Weight(Fate fate) {
     return 0;
 }
 
-// Keeps each line of a file once, but for its look-up, which is another use of it: the same file
-// may be loaded again, or under another name.
-std::vector<Origin> OncePerLine(std::vector<Origin> origins) {
-    std::map<std::tuple<std::string, int, bool>, size_t> kept;
+// Keeps each line of a file once: the same file may be loaded again, or under another name, and
+// what is looked up may be loaded too.
+std::vector<Origin> OncePerLine(const std::vector<Origin>& origins) {
+    std::map<std::pair<std::string, int>, size_t> kept;
     for (size_t i = 0; i < origins.size(); ++i) {
         const Origin& origin = origins[i];
         if (origin.kind != OriginKind::kFile) continue;
-        const bool looked_up = origin.fate == Fate::kLookedUp;
-        auto [entry, is_new] = kept.try_emplace({origin.own_file(), origin.line, looked_up}, i);
-        if (is_new || looked_up) continue;
+        auto [entry, is_new] = kept.try_emplace({origin.own_file(), origin.line}, i);
+        if (is_new || origin.fate == Fate::kLookedUp) continue;
         if (Weight(origin.fate) >= Weight(origins[entry->second].fate)) entry->second = i;
     }
     std::vector<Origin> once;
     for (size_t i = 0; i < origins.size(); ++i) {
-        Origin& origin = origins[i];
-        if (origin.kind == OriginKind::kFile) {
-            const bool looked_up = origin.fate == Fate::kLookedUp;
-            if (kept.at({origin.own_file(), origin.line, looked_up}) != i) continue;
-        }
-        once.push_back(std::move(origin));
+        const Origin& origin = origins[i];
+        const bool is_file = origin.kind == OriginKind::kFile;
+        if (!is_file || kept.at({origin.own_file(), origin.line}) == i) once.push_back(origin);
     }
     return once;
+}
+
+// Whether the operation hands a property on as it read it, so that its value is not of its making.
+bool PassesOn(const std::vector<std::string>& operations, bool has_carrier_version) {
+    const std::string operation = operations.empty() ? "" : operations.front();
+    if (operation == "loadCustomizeDisplayVersionName") return !has_carrier_version;
+    return operation == "loadSwitchKeys" || operation == "settleSwitchKeys";
 }
 
 }  // namespace
@@ -112,6 +117,11 @@ void Tracer::AddOperation(OriginKind kind, const std::string& name, const std::s
                           const std::vector<std::string>& operations) {
     // Handing the same on again adds nothing.
     const Origin* winner = FindWinner(name);
+    const Origin* version = FindWinner(android::init::kCarrierVersionName);
+    if (winner != nullptr && winner->value == value &&
+        PassesOn(operations, version != nullptr && !version->value.empty())) {
+        return;
+    }
     if (winner != nullptr && winner->kind == kind && winner->value == value &&
         winner->step == step_ && winner->operations == operations) {
         return;

@@ -78,8 +78,13 @@ const std::vector<const char*>& Requirements::ControlProperties() {
 }
 
 Requirements::Requirements(const Survey& survey, const Tracer& tracer, const Report& report,
-                           const std::vector<Step>& steps, const PropertyMap& given)
-        : survey_(survey), tracer_(tracer), report_(report), steps_(steps), given_(given) {
+                           const BootOptions& options)
+        : survey_(survey),
+          tracer_(tracer),
+          report_(report),
+          steps_(options.plan.steps),
+          given_(options.plan.properties),
+          names_no_steps_(options.names_no_steps) {
     for (const SurveyedFile& file : survey.files) {
         files_[file.source.value_or(file.path)] = &file;
         for (const SurveyedImport& import : file.imports) {
@@ -100,6 +105,23 @@ std::optional<Words> Requirements::WordsFor(const std::string& path, const std::
 }
 
 std::optional<Words> Requirements::WordsFor(const SurveyedFile& file, const std::string& name) {
+    auto words = LineWords(file, name);
+    if (words) words = WithDefaultSteps(*words);
+    return words;
+}
+
+// A command line that names a step has none of those that go without saying.
+Words Requirements::WithDefaultSteps(Words words) const {
+    if (!names_no_steps_) return words;
+    auto word = words.begin();
+    while (word != words.end() && StartsWith(*word, "--")) word += 2;  // an option and its value
+    if (word != words.end()) {
+        words.insert(word, std::begin(kDefaultSteps), std::end(kDefaultSteps));
+    }
+    return words;
+}
+
+std::optional<Words> Requirements::LineWords(const SurveyedFile& file, const std::string& name) {
     if (report_.failure) return std::nullopt;  // no word is reached behind what the library died of
     if (auto words = FileWords(file)) return words;
     if (IsGone(file.source.value_or(file.path))) return std::nullopt;
@@ -189,6 +211,16 @@ std::optional<Words> Requirements::KeyDirectoryWords(const Reading& reading) con
     auto words = SetWords(key.property, reading.key, key.key_file);
     if (!words) return std::nullopt;
     *words = reading.root_words + *words + Words{std::string("sim:") + key.command};
+    if (reading.root == Reading::kElsewhere) {
+        // The one way there: what is called a verified carrier package is searched too.
+        for (const auto& [name, value] :
+             {std::pair(kCotaVerified, std::string("1")), std::pair(kCotaRoot, reading.place)}) {
+            auto set = SetWords(name, value, nullptr);
+            if (!set) return std::nullopt;
+            *words = *set + *words;
+        }
+        words->push_back("sim");
+    }
     if (reading.root == Reading::kPackage) words->push_back("cota-service:mount_and_check_load");
     if (reading.root == Reading::kModule) words->push_back("cota-service:module_bind_single");
     return words;
@@ -232,7 +264,7 @@ std::optional<Words> Requirements::SetWords(const char* property, const std::str
     if (winner != nullptr && winner->kind == OriginKind::kFile && !is_reset) {
         return Words{"--edit", winner->own_file() + ":" + Setting(property, value)};
     }
-    if (winner != nullptr && winner->kind == OriginKind::kOperation &&
+    if (winner != nullptr && winner->kind == OriginKind::kOperation && key_file != nullptr &&
         property != std::string_view(kChannelInfo)) {
         return Words{"--edit", std::string(key_file) + ":" + Setting(property, value)};
     }

@@ -15,9 +15,9 @@ using Words = std::vector<std::string>;
 
 class Requirements {
   public:
-    // What is known once the boot is over. The three must live as long as this.
+    // What is known once the boot is over. All of it must live as long as this.
     Requirements(const Survey& survey, const Tracer& tracer, const Report& report,
-                 const std::vector<Step>& steps, const PropertyMap& given);
+                 const BootOptions& options);
 
     // The properties whose origins have to be known, whatever is asked for.
     static const std::vector<const char*>& ControlProperties();
@@ -30,6 +30,7 @@ class Requirements {
     std::optional<Words> WordsFor(const std::string& path, const std::string& name);
 
   private:
+    std::optional<Words> LineWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> FileWords(const SurveyedFile& file);
     std::optional<Words> ReadingWords(const SurveyedFile& file, const Reading& reading) const;
     std::optional<Words> PartitionWords(const Reading& reading) const;
@@ -45,6 +46,7 @@ class Requirements {
                                   const char* key_file) const;
     std::optional<Words> FirstPassWords(Words words) const;
     Words AtEnd(Words words) const;
+    Words WithDefaultSteps(Words words) const;
 
     bool HasPersist() const;
     bool IsGone(const std::string& path) const;
@@ -57,6 +59,7 @@ class Requirements {
     const Report& report_;
     const std::vector<Step>& steps_;
     const PropertyMap& given_;
+    bool names_no_steps_;
     std::map<std::string, const SurveyedFile*> files_;  // by the device's own path
     std::map<std::string, std::vector<std::pair<const SurveyedFile*, const SurveyedImport*>>>
             importers_;  // by an import's plain text

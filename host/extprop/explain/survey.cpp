@@ -42,6 +42,9 @@ using Words = std::vector<std::string>;
 // How deep the directories of a switch key may lie: keys with slashes are taken as they are.
 constexpr int kDeepestKey = 8;
 
+// The directory below a root in which the switch keys' directories lie.
+constexpr char kProperties[] = "/properties";
+
 bool IsRegular(const std::string& path) {
     struct stat status;
     return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
@@ -84,6 +87,14 @@ class ReadingFinder {
         AddListedRoots();
         AddRoot(kCompanyRoot, Of(Reading::kCompany));
         AddCarrierPackage();
+    }
+
+    // Nothing searches the directory, but whoever calls it a carrier package has it searched.
+    void AddElsewhere(const std::string& root) {
+        if (!known_roots_.insert(PlainPath(root)).second) return;
+        Reading reading = Of(Reading::kElsewhere);
+        reading.place = root;
+        AddRoot(root, reading);
     }
 
   private:
@@ -146,7 +157,8 @@ class ReadingFinder {
 
     void AddRoot(const std::string& root, Reading reading) {
         reading.occasion = Occasion::kPartition;
-        Add(root + "/build.prop", reading);
+        // Any root's own file has a step of its own.
+        if (reading.root != Reading::kElsewhere) Add(root + "/build.prop", reading);
         if (reading.root == Reading::kListed) {
             reading.occasion = Occasion::kNvMap;
             Add(root + "/etc/" + kSwitchKeyMap, reading);
@@ -159,7 +171,7 @@ class ReadingFinder {
             }
         }
         reading.occasion = Occasion::kKeyDirectory;
-        AddKeyDirectories(root + "/properties", "", &reading);
+        AddKeyDirectories(root + kProperties, "", &reading);
     }
 
     void AddKeyDirectories(const std::string& properties, const std::string& key,
@@ -213,7 +225,9 @@ class Surveyor {
         FollowImports();
         AddLinks();
         Readings readings;
-        ReadingFinder(&readings).FindAll();
+        ReadingFinder finder(&readings);
+        finder.FindAll();
+        for (const std::string& root : key_roots_) finder.AddElsewhere(root);
         for (SurveyedFile& file : survey_.files) {
             auto found = readings.find(file.source.value_or(file.path));
             if (found != readings.end()) file.readings = found->second;
@@ -230,7 +244,10 @@ class Surveyor {
              entry.increment(error)) {
             const std::string& path = entry->path().native();
             if (path == "/proc" || path == "/sys") entry.disable_recursion_pending();
-            if (!UseOf(path)) continue;
+            if (EndsWith(path, kProperties)) {
+                key_roots_.push_back(path.substr(0, path.size() - strlen(kProperties)));
+            }
+            if (!UseOf(path) && !IsOfSwitchKey(path)) continue;
             std::error_code gone;
             const fs::file_status status = entry->symlink_status(gone);
             if (fs::is_symlink(status)) {
@@ -302,6 +319,7 @@ class Surveyor {
     Survey survey_;
     std::set<std::string> read_;
     std::vector<std::string> links_;
+    std::vector<std::string> key_roots_;  // whatever has directories of switch keys
 };
 
 }  // namespace

@@ -29,17 +29,6 @@ constexpr Rule kNotChecked = {"not-checked", Severity::kWarning};
 constexpr Rule kSkippedFile = {"skipped-file", Severity::kWarning};
 constexpr Rule kLogoTooLarge = {"logo-too-large", Severity::kError};
 
-// Whether the file lies in a directory "<root>/properties/<key>/<one of the four>".
-bool IsOfSwitchKey(const std::string& path) {
-    const std::string directory = android::base::Dirname(path);
-    const std::string leaf = android::base::Basename(directory);
-    for (const SwitchKey& key : SwitchKeys()) {
-        if (leaf != key.leaf) continue;
-        return android::base::Dirname(directory).find("/properties/") != std::string::npos;
-    }
-    return false;
-}
-
 bool g_market_name_given = false;
 
 // Plays the library's step on phones of every size, on one that has nothing but the configuration,

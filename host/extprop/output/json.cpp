@@ -157,7 +157,7 @@ void Visit(Fields& fields, SurveyedImport& import) {
 template <typename Fields>
 void Visit(Fields& fields, Reading& reading) {
     fields("occasion", reading.occasion)("root_words", reading.root_words)("root", reading.root)(
-            "key_index", reading.key_index)("key", reading.key);
+            "place", reading.place)("key_index", reading.key_index)("key", reading.key);
 }
 
 template <typename Fields>
