@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
-// Makes the directory `root`, the device of the number `seed`, and returns the steps and options
-// of a boot of it.
-std::vector<std::string> MakeRandomDevice(const std::string& root, uint64_t seed);
+// Makes the device of the number `seed` in the directory `root`, and returns the steps and options
+// of a boot of it, perhaps with what-if options.
+std::vector<std::string> MakeRandomDevice(const std::string& root, uint64_t seed,
+                                          bool with_what_if);
