@@ -11,10 +11,10 @@
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <locale.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -61,24 +61,12 @@ Strings Plus(Strings words, const Strings& more) {
     return words;
 }
 
-// Runs a program and returns its exit status.
-int Run(const Strings& command, std::string* output) {
-    unique_fd from, to;
-    CHECK(android::base::Pipe(&from, &to));
-    const pid_t child = fork();
-    if (child == 0) {
-        std::vector<char*> arguments;
-        for (const auto& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
-        arguments.push_back(nullptr);
-        dup2(to.get(), STDOUT_FILENO);
-        dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
-        execv(arguments[0], arguments.data());
-        _exit(127);
-    }
-    to.reset();
-    android::base::ReadFdToString(from, output);
-    int status = 0;
-    waitpid(child, &status, 0);
+// Runs a command of words without quotes and returns its exit status.
+int Run(const Strings& words, std::string* output) {
+    FILE* pipe = popen(("'" + Join(words, "' '") + "' 2>/dev/null").c_str(), "r");
+    CHECK(pipe != nullptr);
+    android::base::ReadFdToString(fileno(pipe), output);
+    const int status = pclose(pipe);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
 }
 
@@ -134,17 +122,6 @@ class Device {
         CHECK(android::base::WriteStringToFile(Join(lines, '\n'), root_ + file));
     }
 
-    Strings PropertyFiles() const {
-        Strings files;
-        for (const auto& entry : fs::recursive_directory_iterator(root_)) {
-            if (!entry.is_regular_file() || entry.is_symlink()) continue;
-            if (entry.path().extension() == ".prop") {
-                files.push_back(entry.path().string().substr(root_.size()));
-            }
-        }
-        return files;
-    }
-
   private:
     std::string root_;
     unique_fd fd_;
@@ -184,11 +161,18 @@ std::string WayOf(const json& boot) {
     return way;
 }
 
+struct Totals {
+    size_t boots = 0;
+    size_t found_false = 0;
+    std::map<std::string, size_t> statements;
+    std::map<std::string, size_t> skipped;
+};
+
 // The trial of one device.
 class Trial {
   public:
-    Trial(const std::string& extprop, const std::string& root, uint64_t seed, bool with_what_if)
-            : extprop_(extprop), words_(MakeRandomDevice(root, seed, with_what_if)), device_(root) {
+    Trial(const std::string& extprop, const std::string& root, Strings words, Totals* totals)
+            : extprop_(extprop), device_(root), words_(std::move(words)), totals_(*totals) {
         for (size_t i = 0; i + 1 < words_.size(); ++i) {
             if (words_[i] == "--brand") replaced_.insert("ro.tesvo.image.system_ext.brand");
             if (words_[i] == "--region") replaced_.insert("ro.tesvo.pipeline.region");
@@ -224,29 +208,24 @@ class Trial {
         JudgeText();
     }
 
-    size_t boots = 0;
-    size_t found_false = 0;
-    std::map<std::string, size_t> statements;
-    std::map<std::string, size_t> skipped;
-
   private:
     void False(const json& statement, const std::string& what) {
-        ++found_false;
+        ++totals_.found_false;
         std::cout << "FALSE " << what << "\n  said: " << Text(statement) << "\n  by: " << extprop_
                   << " explain " << device_.root() << " --all --json " << Join(words_, ' ') << "\n";
     }
 
     void Skip(const Claim& claim, const std::string& why) {
         const std::string fate = claim.origin["fate"];
-        --statements[fate];
-        ++skipped[fate + ": " + why];
+        --totals_.statements[fate];
+        ++totals_.skipped[fate + ": " + why];
     }
 
     json Read(const std::string& command, const Strings& words) {
         Strings line = {extprop_, command, device_.root(), "--json"};
         if (command == "explain") line.push_back("--all");
         std::string output;
-        ++boots;
+        ++totals_.boots;
         return Run(Plus(line, words), &output) == 0 ? json::parse(output) : json();
     }
 
@@ -280,7 +259,7 @@ class Trial {
     void JudgeProperty(const json& property) {
         const std::string name = property["name"];
         const json value = ValueOf(outcome_, name);
-        ++statements["property"];
+        ++totals_.statements["property"];
         explained_.insert(name);
         if (property["value"] != value) False(property, "boot says " + Text(value));
         if (value.is_string() && IsRefused(name, value)) False(property, "init would refuse it");
@@ -288,7 +267,7 @@ class Trial {
         int given = 0;
         for (const json& origin : property["origins"]) given += origin["kind"] == "given";
         for (const json& origin : property["origins"]) {
-            ++statements[origin["fate"]];
+            ++totals_.statements[origin["fate"]];
             if (origin["fate"] == "wins") {
                 ++winners;
                 if (origin["kind"] == "operation") derived_.insert(name);
@@ -332,7 +311,7 @@ class Trial {
             JudgeImport(origin);
             if (refused && EndsWith(claim.place.first, ".prop")) JudgeLint(claim);
             if (origin.contains("requires")) {
-                ++statements[origin["requires"].is_null() ? "requires null" : "requires"];
+                ++totals_.statements[origin["requires"].is_null() ? "requires null" : "requires"];
                 requirements_[origin["requires"]].push_back(claim);
             }
             claims_.push_back(claim);
@@ -370,7 +349,7 @@ class Trial {
     }
 
     void JudgeLint(const Claim& claim) {
-        ++statements["lint"];
+        ++totals_.statements["lint"];
         const std::string file = device_.root() + claim.place.first;
         for (const json& finding : json::parse(lint_)["findings"]) {
             const std::string what = finding["identifier"];
@@ -386,8 +365,13 @@ class Trial {
         for (const auto& property : outcome_.properties.items()) {
             if (explained_.count(property.key()) == 0) False({}, property.key() + " is missing");
         }
-        const Strings property_files = device_.PropertyFiles();
-        std::set<std::string> files(property_files.begin(), property_files.end());
+        std::set<std::string> files;
+        for (const auto& entry : fs::recursive_directory_iterator(device_.root())) {
+            const fs::path& path = entry.path();
+            if (path.extension() != ".prop" || !fs::is_regular_file(entry.symlink_status()))
+                continue;
+            files.insert(path.string().substr(device_.root().size()));
+        }
         for (const std::string& path : opened_) {
             if (!EndsWith(path, "/devicename.cfg")) files.insert(device_.Resolve(path));
         }
@@ -397,7 +381,7 @@ class Trial {
             for (size_t i = 0; i < lines.size(); ++i) {
                 std::string name, value;
                 if (!Parse(lines[i], &name, &value) || replaced_.count(name) != 0) continue;
-                ++statements["complete"];
+                ++totals_.statements["complete"];
                 const Place place(file, i + 1);
                 if (places_.count({place, name}) == 0) False({}, Text(place) + " is missing");
             }
@@ -509,8 +493,13 @@ class Trial {
                 {"/switchCarrierChannel/", "persist.sys.channel.info="},
                 {"/regionSwitch/", "sys.region.switch.first="}};
         std::set<Strings> attempts = {steps};
-        for (const char* setting : {"ro.ref.0=a", "ro.ref.1=a", "ro.ref.0=b", "ro.ref.1=b"}) {
-            attempts.insert(Plus(steps, {"--set", setting}));
+        for (const char* file : {"a", "b"}) {
+            for (const char* name : {"ro.ref.0=", "ro.ref.1="}) {
+                attempts.insert(Plus(steps, {"--set", std::string(name) + file}));
+            }
+        }
+        for (const auto& [brand, region] : {std::pair("quba", "IN"), {"lumora", "EU"}}) {
+            attempts.insert(Plus(steps, {"--brand", brand, "--region", region, "--nv", "nvkey"}));
         }
         for (const Claim& claim : claims) {
             const std::string& file = claim.place.first;
@@ -541,7 +530,7 @@ class Trial {
 
     void JudgeText() {
         std::string text;
-        ++statements["text"];
+        ++totals_.statements["text"];
         if (Run(Plus({extprop_, "explain", device_.root(), "--all"}, words_), &text) != 0 ||
             (Contains(text, "bind thread") && !HasBindThread())) {
             False({}, "the text fails, or tells of a bind thread");
@@ -549,8 +538,9 @@ class Trial {
     }
 
     const std::string extprop_;
-    const Strings words_;
     const Device device_;
+    const Strings words_;
+    Totals& totals_;
     std::set<std::string> replaced_;  // names that what-if options set
     Outcome outcome_;
     bool has_mount_ = false;
@@ -577,32 +567,30 @@ int main(int argc, char** argv) {
     const uint64_t seed = strtoull(argv[2], nullptr, 0);
     std::string help;
     Run({argv[3], "explain", "--help"}, &help);
-    char directory[] = "/tmp/explain_trial.XXXXXX";
-    CHECK(mkdtemp(directory) != nullptr);
+    std::string directory = fs::temp_directory_path() / "explain_trial.XXXXXX";
+    CHECK(mkdtemp(directory.data()) != nullptr);
 
-    size_t boots = 0, found_false = 0, total = 0;
-    std::map<std::string, size_t> statements, skipped;
+    Totals totals;
     for (size_t i = 0; i < devices; ++i) {
-        const std::string root = directory + ("/" + std::to_string(seed + i));
-        Trial trial(argv[3], root, seed + i, Contains(help, "--region"));
-        trial.Judge();
-        boots += trial.boots;
-        found_false += trial.found_false;
-        for (const auto& [kind, count] : trial.statements) statements[kind] += count;
-        for (const auto& [why, count] : trial.skipped) skipped[why] += count;
-        if (trial.found_false == 0) fs::remove_all(root);
+        const size_t before = totals.found_false;
+        const std::string root = directory + "/" + std::to_string(seed + i);
+        const Strings words = MakeRandomDevice(root, seed + i, Contains(help, "--region"));
+        Trial(argv[3], root, words, &totals).Judge();
+        if (totals.found_false == before) fs::remove_all(root);
     }
-    if (found_false == 0) fs::remove_all(directory);
+    if (totals.found_false == 0) fs::remove_all(directory);
 
-    for (const auto& [kind, count] : statements) {
-        total += count;
+    size_t statements = 0;
+    for (const auto& [kind, count] : totals.statements) {
+        statements += count;
         std::cout << kind << ": " << count << "\n";
     }
-    for (const auto& [why, count] : skipped)
+    for (const auto& [why, count] : totals.skipped) {
         std::cout << "skipped, " << why << ": " << count << "\n";
+    }
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-    std::cout << "seed " << seed << ", " << devices << " devices, " << boots << " boots in "
-              << time.count() << " s: " << found_false << " of " << total
+    std::cout << "seed " << seed << ", " << devices << " devices, " << totals.boots << " boots in "
+              << time.count() << " s: " << totals.found_false << " of " << statements
               << " statements are false\n";
-    return found_false == 0 ? 0 : 1;
+    return totals.found_false == 0 ? 0 : 1;
 }
