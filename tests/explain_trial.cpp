@@ -22,6 +22,7 @@
 #include <iostream>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -266,6 +267,7 @@ class Trial {
         int winners = 0;
         int given = 0;
         for (const json& origin : property["origins"]) given += origin["kind"] == "given";
+        if (given > 0) given_.insert(name);
         for (const json& origin : property["origins"]) {
             ++totals_.statements[origin["fate"]];
             if (origin["fate"] == "wins") {
@@ -361,22 +363,43 @@ class Trial {
         False(claim.origin, "lint does not see it refused");
     }
 
+    // Returns every file that holds properties: by its name, its place, or as something names it.
+    Strings PropertyFiles() const {
+        Strings found(opened_.begin(), opened_.end());
+        for (const auto& entry : fs::recursive_directory_iterator(device_.root())) {
+            const std::string path = entry.path().string().substr(device_.root().size());
+            if (EndsWith(path, ".prop") || Contains(path, "/properties/") ||
+                Contains(path, "/tesvoreserve/system/") || Contains(path, "/customize/")) {
+                found.push_back(path);
+            }
+        }
+        Strings files;
+        for (size_t i = 0; i < found.size(); ++i) {
+            const std::string file = device_.Resolve(found[i]);
+            if (file.empty() || std::count(files.begin(), files.end(), file) != 0) continue;
+            if (EndsWith(file, "/devicename.cfg"))
+                continue;  // it holds what properties are made of
+            files.push_back(file);
+            for (const std::string& line : device_.Read(file)) {
+                std::string word, target;
+                std::istringstream(line) >> word >> target;
+                if (word == "import") found.push_back(target);
+            }
+        }
+        return files;
+    }
+
     void JudgeCompleteness() {
         for (const auto& property : outcome_.properties.items()) {
             if (explained_.count(property.key()) == 0) False({}, property.key() + " is missing");
         }
-        std::set<std::string> files;
-        for (const auto& entry : fs::recursive_directory_iterator(device_.root())) {
-            const fs::path& path = entry.path();
-            if (path.extension() != ".prop" || !fs::is_regular_file(entry.symlink_status()))
-                continue;
-            files.insert(path.string().substr(device_.root().size()));
+        for (size_t i = 1; i < words_.size(); ++i) {
+            const std::string name = words_[i].substr(0, words_[i].find('='));
+            if (words_[i - 1] != "--set") continue;
+            ++totals_.statements["complete"];
+            if (given_.count(name) == 0) False({}, words_[i] + " is missing");
         }
-        for (const std::string& path : opened_) {
-            if (!EndsWith(path, "/devicename.cfg")) files.insert(device_.Resolve(path));
-        }
-        files.erase("");
-        for (const std::string& file : files) {
+        for (const std::string& file : PropertyFiles()) {
             const Strings lines = device_.Read(file);
             for (size_t i = 0; i < lines.size(); ++i) {
                 std::string name, value;
@@ -474,20 +497,13 @@ class Trial {
 
     // Tries to load lines of which it is said that nothing does.
     void JudgeNothing(const std::vector<Claim>& claims) {
-        const Strings steps = {"early",
-                               "persist",
-                               "sim",
-                               "sim:simSwitchFirst",
-                               "sim:simSwitchCurrent",
-                               "sim:switchCarrierChannel",
-                               "sim:regionSwitch",
-                               "sim:updateDataCommonProp",
-                               "sim:emptyAppchannelProp",
-                               "duskrider",
-                               "cota",
-                               "cota-service:mount_must_load",
-                               "cota-service:module_bind_single"};
-        const std::pair<const char*, const char*> kLeaves[] = {
+        const Strings steps = android::base::Split(
+                "early persist sim sim:simSwitchFirst sim:simSwitchCurrent "
+                "sim:switchCarrierChannel "
+                "sim:regionSwitch sim:updateDataCommonProp sim:emptyAppchannelProp duskrider cota "
+                "cota-service:mount_must_load cota-service:module_bind_single",
+                " ");
+        constexpr std::pair<const char*, const char*> kLeaves[] = {
                 {"/SimSwitchFirstTime/", "sys.sim.switch.first="},
                 {"/SimSwitchCurrentTime/", "sys.sim.switch.current="},
                 {"/switchCarrierChannel/", "persist.sys.channel.info="},
@@ -544,7 +560,7 @@ class Trial {
     std::set<std::string> replaced_;  // names that what-if options set
     Outcome outcome_;
     bool has_mount_ = false;
-    std::set<std::string> written_, opened_, explained_;
+    std::set<std::string> written_, opened_, explained_, given_;
     std::set<std::string> derived_;  // names whose winner is an operation
     std::set<json> handed_;          // boot, step, name, value
     std::string lint_;
