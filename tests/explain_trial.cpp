@@ -471,7 +471,8 @@ class Trial {
     std::vector<const Claim*> Loaded(const std::vector<Claim>& claims, const Strings& more) {
         std::set<std::pair<Place, std::string>> loaded;
         const json explained = Read("explain", Plus(words_, more));
-        for (const json& property : explained.value("properties", json::array())) {
+        if (explained.is_null()) return {};
+        for (const json& property : explained["properties"]) {
             for (const json& origin : property["origins"]) {
                 if (origin["kind"] != "file" || origin["fate"] == "not loaded" ||
                     origin["fate"] == "filtered out" || origin["fate"] == "looked up") {
