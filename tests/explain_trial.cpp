@@ -504,11 +504,6 @@ class Trial {
                 "sim:regionSwitch sim:updateDataCommonProp sim:emptyAppchannelProp duskrider cota "
                 "cota-service:mount_must_load cota-service:module_bind_single",
                 " ");
-        constexpr std::pair<const char*, const char*> kLeaves[] = {
-                {"/SimSwitchFirstTime/", "sys.sim.switch.first="},
-                {"/SimSwitchCurrentTime/", "sys.sim.switch.current="},
-                {"/switchCarrierChannel/", "persist.sys.channel.info="},
-                {"/regionSwitch/", "sys.region.switch.first="}};
         std::set<Strings> attempts = {steps};
         for (const char* file : {"a", "b"}) {
             for (const char* name : {"ro.ref.0=", "ro.ref.1="}) {
@@ -519,20 +514,24 @@ class Trial {
             attempts.insert(Plus(steps, {"--brand", brand, "--region", region, "--nv", "nvkey"}));
         }
         for (const Claim& claim : claims) {
-            const std::string& file = claim.place.first;
-            const fs::path path(file);
-            if (path.filename() == "build.prop")
-                attempts.insert({"early:" + path.parent_path().string()});
+            const fs::path directory = fs::path(claim.place.first).parent_path();
+            attempts.insert({"early:" + directory.string()});
             // A carrier package may be mounted anywhere, and brings key directories of its own.
-            const size_t root = file.find("/properties/");
-            const size_t key = root + strlen("/properties/");
-            for (const auto& [leaf, setting] : kLeaves) {
-                const size_t end = file.find(leaf);
-                if (end == std::string::npos || path.extension() != ".prop") continue;
-                attempts.insert({"sim", "--set", "sys.cotaimg.verify=1", "--set",
-                                 "sys.cota.load.properties=" + file.substr(0, root), "--set",
-                                 setting + file.substr(key, end - key)});
+            const std::string key_directory = directory.parent_path();
+            const size_t root = key_directory.find("/properties/");
+            if (root == std::string::npos) continue;
+            Strings words = {"sim:switchCarrierChannel",
+                             "sim",
+                             "--set",
+                             "sys.cotaimg.verify=1",
+                             "--set",
+                             "sys.cota.load.properties=" + key_directory.substr(0, root)};
+            for (const char* property : {"sys.sim.switch.first=", "sys.sim.switch.current=",
+                                         "persist.sys.channel.info=", "sys.region.switch.first="}) {
+                const std::string key = key_directory.substr(root + strlen("/properties/"));
+                words = Plus(words, {"--set", property + key});
             }
+            attempts.insert(words);
         }
         for (const Strings& words : attempts) {
             for (const Claim* claim : Loaded(claims, words)) {
