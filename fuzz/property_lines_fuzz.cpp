@@ -28,9 +28,6 @@ using Paths = std::vector<std::string>;
 class OpenedFiles : public platform::Observer {
   public:
     void OnOpen(const char* path, int) override { paths.push_back(path); }
-    void OnMount(const char*, const char*, unsigned long, int, int) override {}
-    void OnPropertySet(const std::string&, const std::string&) override {}
-    void OnRestorecon(const char*, unsigned int, int) override {}
 
     Paths paths;
 };

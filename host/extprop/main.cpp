@@ -1,306 +1,116 @@
 // extprop: shows on a workstation what the extension library will do on a phone, and why.
 
 #include <errno.h>
-#include <stdio.h>
-#include <stdlib.h>
+#include <fcntl.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <exception>
 #include <iostream>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include <android-base/file.h>
 #include <android-base/logging.h>
 
-#include "boot/boot.h"
-#include "explain/diff.h"
-#include "explain/explain.h"
-#include "output/html.h"
+#include "commands/command.h"
 #include "input_error.h"
-#include "lint/lint.h"
-#include "options.h"
-#include "device/property_text.h"
-#include "output/report_text.h"
-#include "explain/trace.h"
 
 namespace {
 
 using namespace extprop;
 
-constexpr int kFindingsFormat = 1;
-
-enum ExitStatus { kDone = 0, kFound = 1, kBadInput = 2, kLibraryFailed = 3 };
-
-// Bytes that are not UTF-8 cannot stand in JSON.
-void PrintJson(const nlohmann::json& document) {
-    std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
-}
-
-// Writes the page whole or not at all.
-void WritePage(const std::string& path, const nlohmann::json& report,
-               const nlohmann::json& explanation) {
-    const std::string unfinished = path + ".part";
-    if (!android::base::WriteStringToFile(HtmlPage(report, explanation), unfinished) ||
-        rename(unfinished.c_str(), path.c_str()) != 0) {
-        const std::string why = strerror(errno);
-        unlink(unfinished.c_str());
-        throw InputError(path + ": " + why);
-    }
-}
-
-bool WantColours() {
-    const char* refused = getenv("NO_COLOR");
-    return isatty(STDOUT_FILENO) == 1 && (refused == nullptr || refused[0] == '\0');
-}
-
-// Boots, and says on standard error what the user should know of it besides the outcome.
-nlohmann::json BootAndWarn(const BootOptions& options) {
-    nlohmann::json report = Boot(options);
-    for (const auto& note : report["notes"]) {
-        std::cerr << "extprop: note: " << note.get<std::string>() << "\n";
-    }
-    if (!report["failure"].is_null()) std::cerr << "extprop: " << FailureText(report) << "\n";
-    return report;
-}
-
-ExitStatus StatusOf(const nlohmann::json& report) {
-    return report["failure"].is_null() ? kDone : kLibraryFailed;
-}
-
-// A command of the tool: its arguments, and its action once they are parsed.
-struct BootCommand {
-    std::string device;
-    BootArguments arguments;
-    std::string page;
-    bool json = false;
-    bool quiet = false;
-    bool verbose = false;
-
-    explicit BootCommand(CLI::App* app) {
-        CLI::App* command = app->add_subcommand(
-                "boot", "Play init over a device directory and show what the library does");
-        command->add_option("DEVICE", device,
-                            "Directory that looks like the device's root; it is never changed")
-                ->required();
-        command->add_option("STEP", arguments.steps, "Steps of the boot, listed below");
-        AddBootOptions(command, &arguments);
-        auto* json_flag = command->add_flag("--json", json, "Print one JSON document");
-        command->add_flag("--quiet,-q", quiet, "Print only the properties")->excludes(json_flag);
-        command->add_flag("--verbose,-v", verbose, "Print every log line and opened file as well");
-        command->add_option("--html", page, "Write a page for the browser to FILE as well")
-                ->type_name("FILE");
-    }
-
-    ExitStatus Run() const {
-        BootOptions options = OptionsOf(device, arguments);
-        options.plan.traced = !page.empty();
-        nlohmann::json report = BootAndWarn(options);
-        if (!page.empty()) {
-            WritePage(page, report, Explain(report, {kEverything}));
-            DropTrace(&report);
-        }
-        if (json) {
-            PrintJson(report);
-        } else if (!quiet) {
-            std::cout << ReportText(report, verbose);
-        } else if (report["failure"].is_null()) {
-            std::cout << PropertyListing(report["properties"].get<PropertyMap>());
-        }
-        return StatusOf(report);
-    }
+// A new command is a source in commands/ and a line here.
+constexpr Command kCommands[] = {
+        {"boot", "Play init over a device directory and show what the library does", RunBoot},
+        {"explain", "Boot, and tell where the values of properties come from", RunExplain},
+        {"diff", "Boot twice and show which properties differ, and why", RunDiff},
+        {"lint", "Find in a device directory what would hurt on the phone", RunLint},
 };
 
-struct ExplainCommand {
-    std::string device;
-    std::vector<std::string> words;
-    BootArguments arguments;
-    std::string page;
-    bool all = false;
-    bool json = false;
+constexpr char kExamples[] =
+        "Examples:\n"
+        "  extprop boot phone\n"
+        "  extprop boot phone early persist reboot early persist --props getprop.txt\n"
+        "  extprop explain phone 'ro.product.*' --set sys.sim.switch.first=carrier1\n"
+        "  extprop diff phone --a --region EU --b --region IN\n"
+        "  extprop lint phone\n"
+        "\nExit status: 0 done; 1 differences or faults found; 2 bad input, nothing done, or the\n"
+        "result could not be written; 3 the library crashed or hung. 'extprop COMMAND --help' "
+        "tells\n"
+        "more.\n";
 
-    explicit ExplainCommand(CLI::App* app) {
-        CLI::App* command = app->add_subcommand(
-                "explain", "Boot, and tell where the values of properties come from");
-        command->add_option("DEVICE", device, "Directory that looks like the device's root")
-                ->required();
-        command->add_option("NAME", words,
-                            "Names of properties, or patterns such as 'ro.product.*'; and steps, "
-                            "listed below");
-        command->add_flag("--all", all, "Explain every property");
-        AddBootOptions(command, &arguments);
-        command->add_flag("--json", json, "Print one JSON document");
-        command->add_option("--html", page,
-                            "With --all: write a page for the browser to FILE as well")
-                ->type_name("FILE");
-    }
-
-    ExitStatus Run() {
-        std::vector<std::string> patterns;
-        if (all) patterns = {kEverything};
-        for (const std::string& word : words) {
-            (IsStepWord(word) ? arguments.steps : patterns).push_back(word);
+// How many letters have to be changed, added, left out or swapped to make one word the other.
+size_t Distance(const std::string& a, const std::string& b) {
+    std::vector<std::vector<size_t>> cost(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    for (size_t i = 0; i <= a.size(); ++i) {
+        for (size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                cost[i][j] = i + j;
+                continue;
+            }
+            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1,
+                                   cost[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
+            }
         }
-        if (patterns.empty()) throw InputError("explain: no NAME is given, nor --all");
-        if (!page.empty() && !all) throw InputError("explain: --html goes with --all");
-        BootOptions options = OptionsOf(device, arguments);
-        options.plan.traced = true;
-        const nlohmann::json report = BootAndWarn(options);
-        const nlohmann::json explanation = Explain(report, patterns);
-        if (!page.empty()) WritePage(page, report, explanation);
-        if (json) {
-            PrintJson(explanation);
-        } else {
-            std::cout << ExplanationText(explanation, WantColours());
-        }
-        return StatusOf(report);
     }
-};
-
-struct LintCommand {
-    std::string device;
-    bool json = false;
-
-    explicit LintCommand(CLI::App* app) {
-        CLI::App* command = app->add_subcommand(
-                "lint", "Find in a device directory what would hurt on the phone");
-        command->add_option("DEVICE", device, "Directory that looks like the device's root")
-                ->required();
-        command->add_flag("--json", json, "Print one JSON document");
-        command->footer("Exit status: 0 no errors; 1 errors found; 2 bad input.\n");
-    }
-
-    ExitStatus Run() const {
-        const std::vector<Finding> findings = Lint(device);
-        if (json) PrintJson({{"format", kFindingsFormat}, {"findings", FindingsJson(findings)}});
-        bool errors = false;
-        for (const Finding& finding : findings) {
-            if (!json) std::cout << FindingText(finding) << "\n";
-            errors |= finding.severity == Severity::kError;
-        }
-        return errors ? kFound : kDone;
-    }
-};
-
-// One side of a comparison; the command line has the common words and then those of each side.
-struct DiffCommand {
-    std::vector<std::string> words;
-    BootArguments arguments;
-    bool json = false;
-
-    explicit DiffCommand(CLI::App* app) {
-        CLI::App* command =
-                app->add_subcommand("diff", "Boot twice and show which properties differ, and why");
-        command->add_option("DEVICE", words,
-                            "One device directory, or two; and steps, listed below")
-                ->required();
-        AddBootOptions(command, &arguments);
-        command->add_flag("--json", json, "Print one JSON document");
-        command->add_option("--a", "Options of the first boot only, up to --b or the end")
-                ->type_name("OPTION...");
-        command->add_option("--b", "Options of the second boot only, up to --a or the end")
-                ->type_name("OPTION...");
-    }
-
-    nlohmann::json BootDevice(bool second) {
-        std::vector<std::string> devices;
-        for (const std::string& word : words) {
-            (IsStepWord(word) ? arguments.steps : devices).push_back(word);
-        }
-        if (devices.size() > 2) throw InputError("diff: more than two devices are given");
-        BootOptions options = OptionsOf(second ? devices.back() : devices.front(), arguments);
-        options.plan.traced = true;
-        return BootAndWarn(options);
-    }
-};
-
-std::unique_ptr<CLI::App> MakeApp() {
-    auto app = std::make_unique<CLI::App>(
-            "Shows on a workstation what libtesvoextproperty will do on a phone, and why.",
-            "extprop");
-    app->require_subcommand(1);
-    app->set_version_flag("--version", "extprop " EXTPROP_VERSION);
-    app->footer(
-            "Examples:\n"
-            "  extprop boot phone\n"
-            "  extprop boot phone early persist reboot early persist --props getprop.txt\n"
-            "  extprop explain phone 'ro.product.*' --set sys.sim.switch.first=carrier1\n"
-            "  extprop diff phone --a --set sys.region.switch.first=EU --b --set "
-            "sys.region.switch.first=IN\n"
-            "  extprop lint phone\n"
-            "\nExit status: 0 done; 1 differences or faults found; 2 bad input, nothing done;\n"
-            "3 the library crashed or hung. 'extprop COMMAND --help' tells more.\n");
-    return app;
+    return cost[a.size()][b.size()];
 }
 
-// Parses the words. Returns false if they ask for help, which is printed then.
-bool Parse(CLI::App* app, std::vector<std::string> words) {
-    std::reverse(words.begin(), words.end());  // as CLI11 takes them
-    try {
-        app->parse(words);
-        return true;
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() != 0) throw;
-        app->exit(error);
-        return false;
-    }
-}
-
-// The words of a comparison are those of both boots, but for what stands behind --a or --b.
-ExitStatus RunDiff(const std::vector<std::string>& words) {
-    std::vector<std::string> sides[2];
-    std::vector<std::string>* only = nullptr;
-    for (const std::string& word : words) {
-        if (word == "--a" || word == "--b") {
-            only = &sides[word == "--b"];
-        } else if (only != nullptr) {
-            only->push_back(word);
-        } else {
-            for (auto& side : sides) side.push_back(word);
-        }
-    }
-    nlohmann::json reports[2];
-    bool json = false;
-    for (int i = 0; i < 2; ++i) {
-        const std::unique_ptr<CLI::App> app = MakeApp();
-        DiffCommand command(app.get());
-        if (!Parse(app.get(), sides[i])) return kDone;
-        reports[i] = command.BootDevice(i == 1);
-        json |= command.json;
-    }
-    const nlohmann::json difference = Diff(reports[0], reports[1]);
-    if (json) {
-        PrintJson(difference);
+std::string Unknown(const std::string& word) {
+    std::string text = "unknown command '" + word + "'";
+    const auto nearest = std::min_element(
+            std::begin(kCommands), std::end(kCommands), [&](const Command& a, const Command& b) {
+                return Distance(word, a.name) < Distance(word, b.name);
+            });
+    const size_t kNear = 2;
+    if (Distance(word, nearest->name) <= kNear) {
+        text += std::string("; did you mean ") + nearest->name + "?";
     } else {
-        std::cout << DifferenceText(difference);
+        text += "; see extprop --help";
     }
-    if (StatusOf(reports[0]) != kDone || StatusOf(reports[1]) != kDone) return kLibraryFailed;
-    return IsEmpty(difference) ? kDone : kFound;
+    return text;
 }
 
 ExitStatus Run(const std::vector<std::string>& words) {
-    if (!words.empty() && words[0] == "diff") return RunDiff(words);
-    const std::unique_ptr<CLI::App> app = MakeApp();
-    BootCommand boot(app.get());
-    ExplainCommand explain(app.get());
-    const DiffCommand diff(app.get());  // for the help
-    const LintCommand lint(app.get());
-    if (!Parse(app.get(), words)) return kDone;
-    if (app->got_subcommand("boot")) return boot.Run();
-    return app->got_subcommand("explain") ? explain.Run() : lint.Run();
+    for (const Command& command : kCommands) {
+        if (!words.empty() && words[0] == command.name) {
+            return command.run(command, {words.begin() + 1, words.end()});
+        }
+    }
+    if (!words.empty() && words[0].rfind('-', 0) != 0) throw InputError(Unknown(words[0]));
+    CLI::App app("Shows on a workstation what libtesvoextproperty will do on a phone, and why.",
+                 "extprop");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "extprop " EXTPROP_VERSION);
+    app.footer(kExamples);
+    for (const Command& command : kCommands) app.add_subcommand(command.name, command.summary);
+    Parse(&app, words);
+    return kDone;
+}
+
+// What is closed must not become some other file that the tool opens.
+void KeepStandardFiles() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) == -1) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    KeepStandardFiles();
     // What the library says where the tool itself calls it is no part of any answer.
     android::base::SetLogger([](auto&&...) {});
     try {
         const ExitStatus status = Run({argv + 1, argv + argc});
-        std::cout.flush();
+        errno = 0;
+        if (!std::cout.flush()) {
+            throw InputError("the result cannot be written: " +
+                             std::string(strerror(errno == 0 ? EIO : errno)));
+        }
         return status;
     } catch (const std::exception& error) {
         std::cerr << "extprop: " << error.what() << "\n";

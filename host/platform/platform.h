@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <mutex>
 #include <string>
 
 #include "IInitExtensionProperty.h"
@@ -20,6 +21,10 @@ void ResetProperties(PropertyMap properties);
 // Sets a property as init does from its own memory: any length, read-only ones too.
 void StoreProperty(const std::string& name, const std::string& value);
 
+// Held while a property is changed and the change is told of, so that changes are told of in their
+// order. Whoever changes properties and tells of it himself takes it too.
+std::mutex& ChangeMutex();
+
 // Makes every later selinux_android_restorecon fail with -1 and EIO, or succeed again.
 void FailRestorecon(bool fail);
 
@@ -30,17 +35,26 @@ class Observer {
     virtual ~Observer() = default;
 
     // A file is about to be opened, by open(2) or a file stream. That may hang or fail.
-    virtual void OnOpen(const char* path, int flags) = 0;
+    virtual void OnOpen(const char* /*path*/, int /*flags*/) {}
 
     // mount(2) was called and returned `result`, with `error` in errno.
-    virtual void OnMount(const char* source, const char* target, unsigned long flags, int result,
-                         int error) = 0;
+    virtual void OnMount(const char* /*source*/, const char* /*target*/, unsigned long /*flags*/,
+                         int /*result*/, int /*error*/) {}
+
+    // The library's loader is about to load the property file at `path`, through `filter` (null or
+    // empty for none), into `*properties`, which may hold something already; and came back.
+    virtual void OnLoad(const char* /*path*/, const char* /*filter*/,
+                        const PropertyMap* /*properties*/) {}
+    virtual void OnLoaded(const PropertyMap* /*properties*/) {}
+
+    // The library has looked up the one property `name` in the file at `path`.
+    virtual void OnLookUp(const char* /*path*/, const char* /*name*/) {}
 
     // property_set or android::base::SetProperty took the value.
-    virtual void OnPropertySet(const std::string& name, const std::string& value) = 0;
+    virtual void OnPropertySet(const std::string& /*name*/, const std::string& /*value*/) {}
 
     // selinux_android_restorecon was called and returned `result`.
-    virtual void OnRestorecon(const char* path, unsigned int flags, int result) = 0;
+    virtual void OnRestorecon(const char* /*path*/, unsigned int /*flags*/, int /*result*/) {}
 };
 
 // Makes `observer` the one that is told, in place of the one before; null for none. It must live

@@ -35,6 +35,11 @@ void ResetProperties(PropertyMap properties) {
     Store() = std::move(properties);
 }
 
+std::mutex& ChangeMutex() {
+    static auto* mutex = new std::mutex();
+    return *mutex;
+}
+
 void StoreProperty(const std::string& name, const std::string& value) {
     std::lock_guard<std::mutex> lock(g_mutex);
     Store()[name] = value;
@@ -55,6 +60,7 @@ std::string GetProperty(const std::string& key, const std::string& default_value
 bool SetProperty(const std::string& key, const std::string& value) {
     if (key.empty()) return false;
     if (value.size() >= PROPERTY_VALUE_MAX && key.compare(0, 3, "ro.") != 0) return false;
+    std::lock_guard<std::mutex> change(platform::ChangeMutex());
     platform::StoreProperty(key, value);
     if (auto* observer = platform::CurrentObserver()) observer->OnPropertySet(key, value);
     return true;

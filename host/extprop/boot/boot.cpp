@@ -10,21 +10,20 @@
 #include <functional>
 #include <memory>
 
+#include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
-#include "boot/init_process.h"
+#include "TesvoExtensionProperty/names.h"
+#include "device/legal.h"
 #include "input_error.h"
-#include "boot/message.h"
-#include "sandbox.h"
 
 namespace extprop {
 
 namespace {
 
 using android::base::unique_fd;
+using android::init::kSplashPartition;
 using std::chrono::steady_clock;
-
-constexpr int kReportFormat = 1;
 
 std::string DevicePath(const std::string& device) {
     std::error_code error;
@@ -34,46 +33,34 @@ std::string DevicePath(const std::string& device) {
     return path;
 }
 
-// Starts a process whose function has the other end of `*channel`.
-sandbox::Process StartWithChannel(const sandbox::Sandbox& root, unique_fd* channel,
-                                  const std::function<int(int)>& function) {
-    unique_fd theirs;
-    if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, channel, &theirs)) {
-        throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
-    }
-    return root.Start([&] {
-        channel->reset();
-        return function(theirs.get());
-    });
-}
-
-// Returns the device's property files with their content.
-json PropertyFiles(const sandbox::Sandbox& root) {
-    unique_fd channel;
-    sandbox::Process process = StartWithChannel(root, &channel, SendPropertyFiles);
-    json files = json::array();
-    json file;
-    const auto forever = steady_clock::time_point::max();
-    while (ReceiveMessage(channel, forever, &file) == Received::kMessage) files.push_back(file);
-    return files;
-}
-
 // One boot: the process that plays init, and what has come from it.
 class BootedDevice {
   public:
-    BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan)
-            : process_(Start(root, fetch, plan)), properties_(plan.properties) {}
+    BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan,
+                 BootListener* listener)
+            : process_(Start(root, fetch, plan)),
+              listener_(listener),
+              properties_(plan.properties) {}
 
-    // Performs the step and adds its events. Returns null, or what the process did not survive.
-    json Perform(const Step& step, size_t index, std::chrono::seconds limit, json* events) {
+    // Performs the step and adds its events. Returns what the process did not survive, if anything.
+    std::optional<BootFailure> Perform(const Step& step, int index, std::chrono::seconds limit,
+                                       std::vector<Event>* events) {
         const auto deadline = steady_clock::now() + limit;
         Received received = Await(index, deadline, events);
         if (received == Received::kMessage && step.starts_bind_thread()) {
-            received = process_.WaitForThreads(deadline) ? Await(nullptr, deadline, events)
+            received = process_.WaitForThreads(deadline) ? Await(kNoStep, deadline, events)
                                                          : Received::kTimeOut;
         }
-        if (received == Received::kMessage) return nullptr;
-        return Failure(received == Received::kTimeOut ? std::chrono::seconds(0) : limit);
+        if (received == Received::kMessage) return std::nullopt;
+        BootFailure failure =
+                Failure(received == Received::kTimeOut ? std::chrono::seconds(0) : limit);
+        failure.step = step.text;
+        return failure;
+    }
+
+    // Brings what belongs to the boot and no step has brought.
+    void End(std::chrono::seconds limit, std::vector<Event>* events) {
+        Await(kEndOfBoot, steady_clock::now() + limit, events);
     }
 
     // The system properties after the last step that was survived.
@@ -82,119 +69,163 @@ class BootedDevice {
   private:
     sandbox::Process Start(const sandbox::Sandbox& root, FetchExtension fetch,
                            const BootPlan& plan) {
-        return StartWithChannel(root, &channel_,
-                                [&](int channel) { return PlayInit(fetch, plan, channel); });
+        unique_fd theirs;
+        if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &channel_, &theirs)) {
+            throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
+        }
+        return root.Start([&] {
+            channel_.reset();
+            return PlayInit(fetch, plan, theirs.get());
+        });
     }
 
     // Sends the request and collects events until it is done. Returns kMessage then.
-    Received Await(const json& request, steady_clock::time_point deadline, json* events) {
-        if (!SendMessage(channel_, request)) return Received::kEnd;
-        json message;
+    Received Await(int request, steady_clock::time_point deadline, std::vector<Event>* events) {
+        if (!SendMessage(channel_, StepRequest{request})) return Received::kEnd;
+        Message message;
         Received received;
-        while ((received = ReceiveMessage(channel_, deadline, &message)) == Received::kMessage) {
-            if (message.contains("done")) {
-                properties_ = message["properties"].get<PropertyMap>();
-                break;
-            }
-            if (message["event"] == "open") last_file_ = message["path"];
-            events->push_back(std::move(message));
+        bool done = false;
+        while (!done &&
+               (received = ReceiveMessage(channel_, deadline, &message)) == Received::kMessage) {
+            std::visit(Overloaded{
+                               [](const StepRequest&) {},
+                               [&](StepDone& step) {
+                                   properties_ = std::move(step.properties);
+                                   done = true;
+                               },
+                               [&](Event& event) {
+                                   if (auto* open = std::get_if<OpenEvent>(&event)) {
+                                       last_file_ = open->path;
+                                   }
+                                   if (listener_ != nullptr) listener_->OnEvent(event);
+                                   events->push_back(std::move(event));
+                               },
+                               [&](const LinesRead& lines) { listener_->OnLines(lines); },
+                               [&](const ImportRead& import) { listener_->OnImport(import); },
+                       },
+                       message);
         }
         return received;
     }
 
-    json Failure(std::chrono::seconds limit) {
+    BootFailure Failure(std::chrono::seconds limit) {
         const sandbox::Ending ending = process_.Wait(limit);
-        json failure = {
-                {"timed_out", ending.timed_out}, {"signal", nullptr}, {"last_file", nullptr}};
+        BootFailure failure;
+        failure.timed_out = ending.timed_out;
         if (!ending.timed_out && ending.signal != 0) {
-            failure["signal"] = std::string("SIG") + sigabbrev_np(ending.signal);
+            failure.signal = std::string("SIG") + sigabbrev_np(ending.signal);
         }
-        if (!last_file_.empty()) failure["last_file"] = last_file_;
+        if (!last_file_.empty()) failure.last_file = last_file_;
         return failure;
     }
 
     unique_fd channel_;
     sandbox::Process process_;
+    BootListener* listener_;
     PropertyMap properties_;
     std::string last_file_;
 };
 
-// What a reboot leaves of the properties: the persistent ones as they are, and what was given.
-PropertyMap AfterReboot(const PropertyMap& properties, const PropertyMap& given) {
-    constexpr std::string_view kPersistent = "persist.";
-    PropertyMap left;
-    for (const auto& [name, value] : properties) {
-        if (name.compare(0, kPersistent.size(), kPersistent) == 0) left.emplace(name, value);
-    }
-    left.insert(given.begin(), given.end());
-    return left;
+bool IsPersistent(const std::string& name) {
+    return android::base::StartsWith(name, "persist.");
 }
 
-// Makes the splash partition, a plain file in a device directory, a block device as on a phone, if
-// the plan writes to it. Where that cannot be had there is no partition, rather than a truncated
-// file, and a note says why.
-void PrepareSplashPartition(const BootPlan& plan, sandbox::Sandbox* root, json* notes) {
-    const bool wanted = std::any_of(plan.steps.begin(), plan.steps.end(),
-                                    [](const Step& step) { return step.copies_logo(); });
-    if (!wanted || !std::filesystem::is_regular_file(root->Outside(kSplashPartition))) return;
-    try {
-        root->AttachBlockDevice(kSplashPartition);
-    } catch (const std::runtime_error& error) {
-        notes->push_back(std::string("the logo copy cannot be played here: ") + error.what());
-        root->Run([] { return unlink(kSplashPartition); });
+// Moves the persistent properties to the stored ones, which come in force later in a boot.
+void SeparateStored(BootPlan* plan) {
+    for (auto property = plan->properties.begin(); property != plan->properties.end();) {
+        if (!IsPersistent(property->first)) {
+            ++property;
+            continue;
+        }
+        plan->stored.insert(*property);
+        property = plan->properties.erase(property);
     }
 }
 
-json FileChanges(const sandbox::Snapshot& before, const sandbox::Snapshot& after) {
-    json files = json::array();
+std::vector<FileEffect> FileChanges(const sandbox::Snapshot& before,
+                                    const sandbox::Snapshot& after) {
+    std::vector<FileEffect> files;
     for (const sandbox::FileChange& change : sandbox::Changes(before, after)) {
-        files.push_back({{"path", change.path}, {"change", sandbox::Name(change.kind)}});
+        files.push_back({change.path, sandbox::Name(change.kind)});
     }
     return files;
 }
 
 }  // namespace
 
-json Boot(const BootOptions& options) {
-    const std::string device = DevicePath(options.device);
-    const FetchExtension fetch = LoadExtension();
-    sandbox::Sandbox root(device);
-    json report = {{"format", kReportFormat}, {"device", device},       {"notes", json::array()},
-                   {"boots", json::array()},  {"steps", json::array()}, {"failure", nullptr}};
-    BootPlan plan = options.plan;
-    PrepareSplashPartition(plan, &root, &report["notes"]);
+PreparedDevice::PreparedDevice(const BootOptions& options)
+        : options_(options),
+          fetch_(LoadExtension()),
+          report_{DevicePath(options.device), {}, {}, {}, std::nullopt, {}},
+          root_(report_.device) {
+    const Utf8Locale loaded;
+    MakeEdits(options_.edits, root_);
+    SeparateStored(&options_.plan);
+    PrepareSplashPartition();
+}
 
-    int boot_number = 1;
-    auto booted = std::make_unique<BootedDevice>(root, fetch, plan);
-    report["boots"].push_back({{"properties", plan.properties}});
-    sandbox::Snapshot files = root.TakeSnapshot();
-    for (size_t i = 0; i < plan.steps.size(); ++i) {
+// Makes the splash partition, a plain file in a device directory, a block device as on a phone, if
+// the plan writes to it. Where that cannot be had there is no partition, rather than a truncated
+// file, and a note says why.
+void PreparedDevice::PrepareSplashPartition() {
+    const std::vector<Step>& steps = options_.plan.steps;
+    const bool wanted = std::any_of(steps.begin(), steps.end(),
+                                    [](const Step& step) { return step.copies_logo(); });
+    if (!wanted || !std::filesystem::is_regular_file(root_.Outside(kSplashPartition))) return;
+    try {
+        root_.AttachBlockDevice(kSplashPartition);
+    } catch (const std::runtime_error& error) {
+        report_.notes.push_back(std::string("the logo copy cannot be played here: ") +
+                                error.what());
+        root_.Run([] { return unlink(kSplashPartition); });
+    }
+}
+
+Report PreparedDevice::Boot(BootListener* listener,
+                            const std::function<bool(const std::string& name)>& traced) {
+    BootPlan plan = options_.plan;
+    plan.traced = traced;
+    std::unique_ptr<BootedDevice> booted;
+    const auto start = [&] {
+        booted.reset();  // nothing of the old boot may still act on the files
+        booted = std::make_unique<BootedDevice>(root_, fetch_, plan, listener);
+        report_.boots.push_back({plan.properties, plan.stored});
+        if (listener != nullptr) listener->OnBoot(report_.boots.back());
+    };
+    const auto end = [&] {
+        std::vector<Event> none;
+        const bool same_boot = !report_.steps.empty() &&
+                               report_.steps.back().boot == static_cast<int>(report_.boots.size());
+        booted->End(options_.time_limit, same_boot ? &report_.steps.back().events : &none);
+    };
+
+    start();
+    sandbox::Snapshot files = root_.TakeSnapshot();
+    for (size_t i = 0; i < plan.steps.size() && !report_.failure; ++i) {
         const Step& step = plan.steps[i];
         if (step.is_reboot()) {
-            plan.properties = AfterReboot(booted->properties(), options.plan.properties);
-            booted.reset();  // nothing of the old boot may still act on the files
-            booted = std::make_unique<BootedDevice>(root, fetch, plan);
-            report["boots"].push_back({{"properties", plan.properties}});
-            ++boot_number;
+            end();
+            // The persistent properties stay as they are, and what was given is given again.
+            plan.properties = options_.plan.properties;
+            plan.stored = options_.plan.stored;
+            for (const auto& [name, value] : booted->properties()) {
+                if (IsPersistent(name)) plan.stored[name] = value;
+            }
+            start();
             continue;
         }
-        json events = json::array();
-        json failure = booted->Perform(step, i, options.time_limit, &events);
-        sandbox::Snapshot files_now = root.TakeSnapshot();
-        report["steps"].push_back({{"boot", boot_number},
-                                   {"step", step.text},
-                                   {"events", std::move(events)},
-                                   {"files", FileChanges(files, files_now)}});
+        if (listener != nullptr) listener->OnStep(step.text);
+        StepReport done{static_cast<int>(report_.boots.size()), step.text, {}, {}};
+        report_.failure = booted->Perform(step, i, options_.time_limit, &done.events);
+        if (listener != nullptr) listener->OnStepEnd();
+        sandbox::Snapshot files_now = root_.TakeSnapshot();
+        done.files = FileChanges(files, files_now);
         files = std::move(files_now);
-        if (!failure.is_null()) {
-            failure["step"] = step.text;
-            report["failure"] = std::move(failure);
-            break;
-        }
+        report_.steps.push_back(std::move(done));
     }
-    report["properties"] = booted->properties();
-    if (plan.traced) report["property_files"] = PropertyFiles(root);
-    return report;
+    if (!report_.failure) end();
+    report_.properties = booted->properties();
+    return std::move(report_);
 }
 
 }  // namespace extprop

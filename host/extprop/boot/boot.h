@@ -5,21 +5,52 @@
 #include <chrono>
 #include <string>
 
-#include <nlohmann/json.hpp>
-
 #include "boot/init_process.h"
+#include "boot/message.h"
+#include "boot/what_if.h"
 
 namespace extprop {
 
 struct BootOptions {
     std::string device;                   // the device directory
     BootPlan plan;                        // its properties are set again after a reboot
+    std::vector<Edit> edits;              // made before the first boot
     std::chrono::seconds time_limit{30};  // for each step
 };
 
-// Performs the steps over a throw-away layer on the device directory and returns the report that
-// docs/json.md describes. A crash or hang of the library is part of the report. Throws InputError
-// if the directory cannot be used, std::runtime_error if the sandbox or library cannot be had.
-nlohmann::json Boot(const BootOptions& options);
+// Is told of a boot as it happens, in the order of time.
+class BootListener {
+  public:
+    virtual ~BootListener() = default;
+    virtual void OnBoot(const BootStart& start) = 0;
+    virtual void OnStep(const std::string& step) = 0;
+    virtual void OnEvent(const Event& event) = 0;
+    virtual void OnLines(const LinesRead& lines) = 0;
+    virtual void OnImport(const ImportRead& import) = 0;
+    virtual void OnStepEnd() = 0;
+};
+
+// A device directory with a throw-away layer, and the changes that were asked for made in it.
+class PreparedDevice {
+  public:
+    // Throws InputError if the directory cannot be used, std::runtime_error if the sandbox or
+    // library cannot be had.
+    explicit PreparedDevice(const BootOptions& options);
+
+    const sandbox::Sandbox& root() const { return root_; }
+
+    // Performs the steps. A crash or hang of the library is part of the report. Call it once. The
+    // listener is told of the lines and imports, too, if it is told which lines are `traced`.
+    Report Boot(BootListener* listener = nullptr,
+                const std::function<bool(const std::string& name)>& traced = nullptr);
+
+  private:
+    void PrepareSplashPartition();
+
+    BootOptions options_;
+    FetchExtension fetch_;
+    Report report_;
+    sandbox::Sandbox root_;
+};
 
 }  // namespace extprop

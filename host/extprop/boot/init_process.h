@@ -1,10 +1,10 @@
-// The process that plays init inside the sandbox: it performs steps with the extension and reports
-// everything that happens, as it happens.
+// The process that plays init inside the sandbox: it performs steps with the extension.
 
 #pragma once
 
-#include "IInitExtensionProperty.h"
-#include "TesvoExtensionProperty/names.h"
+#include <functional>
+#include <optional>
+
 #include "boot/steps.h"
 
 namespace extprop {
@@ -15,24 +15,24 @@ using FetchExtension = IInitExtensionProperty* (*)(const char* library);
 // Loads the extension library as init does. Throws std::runtime_error.
 FetchExtension LoadExtension();
 
-using android::init::kSplashPartition;
-
 // What one boot is made of.
 struct BootPlan {
     std::vector<Step> steps;
-    PropertyMap properties;             // the system properties before the first step
+    PropertyMap properties;             // the system's before the first step
+    PropertyMap stored;                 // the persistent ones that come in force behind `early`
     std::vector<std::string> requests;  // of the installing service, while a bind thread runs
-    bool traced = false;                // events of opened files carry the files' content
+    bool quiet = false;                 // tells only what changes properties and files
+    // The names whose lines are told of, so that their origins can be known; none if empty.
+    std::function<bool(const std::string& name)> traced;
 };
 
 // Plays init for one boot, in a process of its own: fetches the extension, then performs the step
-// of the plan whose index arrives at `channel`, until that is closed; null asks for no step. Sends
-// an event for each thing that happens (docs/json.md lists them) and, after each step,
-// {"done": true, "properties": {...}}. Returns the process's exit status.
+// of the plan whose index arrives at `channel`, until that is closed; kNoStep asks for nothing, and
+// kEndOfBoot for what belongs to a boot that no later step has brought. Sends an event for each
+// thing that happens and, after each request, StepDone. Returns the process's exit status.
 int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel);
 
-// Sends, inside the sandbox, an "open" event with the content of every property file of the device.
-// Returns the process's exit status.
-int SendPropertyFiles(int channel);
+inline constexpr int kNoStep = -1;
+inline constexpr int kEndOfBoot = -2;
 
 }  // namespace extprop

@@ -3,22 +3,26 @@
 #include <limits.h>
 #include <poll.h>
 #include <stdint.h>
+#include <string.h>
 
 #include <algorithm>
 
 #include <android-base/file.h>
 
+#include "output/json.h"
+
 namespace extprop {
 
 // CBOR rather than text: property values are bytes, not always UTF-8. Its size goes first.
-bool SendMessage(int fd, const json& message) {
-    const std::vector<uint8_t> body = json::to_cbor(message);
-    const uint32_t size = body.size();
-    return android::base::WriteFully(fd, &size, sizeof(size)) &&
-           android::base::WriteFully(fd, body.data(), body.size());
+bool SendDocument(int fd, const json& document) {
+    std::vector<uint8_t> body(sizeof(uint32_t));
+    json::to_cbor(document, body);
+    const uint32_t size = body.size() - sizeof(uint32_t);
+    memcpy(body.data(), &size, sizeof(size));
+    return android::base::WriteFully(fd, body.data(), body.size());
 }
 
-Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, json* message) {
+Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline, json* document) {
     using namespace std::chrono;
     const auto left = duration_cast<milliseconds>(deadline - steady_clock::now());
     const int wait = static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
@@ -29,8 +33,19 @@ Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, 
     if (!android::base::ReadFully(fd, &size, sizeof(size))) return Received::kEnd;
     std::vector<uint8_t> body(size);
     if (!android::base::ReadFully(fd, body.data(), body.size())) return Received::kEnd;
-    *message = json::from_cbor(body);
+    *document = json::from_cbor(body);
     return Received::kMessage;
+}
+
+bool SendMessage(int fd, const Message& message) {
+    return SendDocument(fd, ToJson(message));
+}
+
+Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message) {
+    json document;
+    const Received received = ReceiveDocument(fd, deadline, &document);
+    if (received == Received::kMessage) *message = MessageFromJson(document);
+    return received;
 }
 
 }  // namespace extprop

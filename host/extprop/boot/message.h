@@ -3,19 +3,39 @@
 #pragma once
 
 #include <chrono>
+#include <variant>
 
 #include <nlohmann/json.hpp>
 
+#include "boot/report.h"
+
 namespace extprop {
 
-using nlohmann::json;
+// Asks for a step of the plan, by its index.
+struct StepRequest {
+    int index = 0;
+};
+
+// The step asked for is done; the system properties then.
+struct StepDone {
+    PropertyMap properties;
+};
+
+using Message = std::variant<StepRequest, StepDone, Event, LinesRead, ImportRead>;
+
+// Sends one document. Returns false when the other side is gone.
+bool SendDocument(int fd, const nlohmann::json& document);
 
 // Sends one message. Returns false when the other side is gone.
-bool SendMessage(int fd, const json& message);
+bool SendMessage(int fd, const Message& message);
 
 enum class Received { kMessage, kEnd, kTimeOut };
 
-// Receives one message, waiting for its start until `deadline`.
-Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, json* message);
+// Receives one document, waiting for its start until `deadline`.
+Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
+                         nlohmann::json* document);
+
+// Receives one message so.
+Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message);
 
 }  // namespace extprop

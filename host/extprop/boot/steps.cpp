@@ -1,5 +1,7 @@
 #include "boot/steps.h"
 
+#include <string.h>
+
 #include <algorithm>
 #include <string_view>
 
@@ -7,48 +9,102 @@
 
 namespace extprop {
 
+namespace {
+
+constexpr char kMediaRoots[] = "/my_";
+
+}  // namespace
+
 const std::vector<StepKind>& StepKinds() {
     static const std::vector<StepKind> kinds = {
-            {"early", nullptr, "load the build.prop of every partition (slot 4)",
+            {"early",
+             nullptr,
+             "load the build.prop of every partition (slot 4)",
+             "loadExtensionPartitionProperties",
+             {},
              [](const StepContext& context, const std::string&) {
                  context.extension->loadExtensionPartitionProperties(context.early_properties);
              }},
-            {"early", "ROOT", "load the build.prop of the partition at ROOT (slot 5)",
+            {"early",
+             "ROOT",
+             "load the build.prop of the partition at ROOT (slot 5)",
+             "loadExtensionPartitionProperties",
+             {},
              [](const StepContext& context, const std::string& root) {
                  context.extension->loadExtensionPartitionProperties(root,
                                                                      context.early_properties);
              }},
-            {"persist", nullptr, "the boot sequence after the persistent properties (slot 6)",
+            {"persist",
+             nullptr,
+             "the boot sequence after the persistent properties (slot 6)",
+             "loadPersistOverrideProperties",
+             {},
              [](const StepContext& context, const std::string&) {
                  context.extension->loadPersistOverrideProperties(context.callback);
              }},
-            {"cota", nullptr, "hand on a carrier package that is mounted already (slot 7)",
+            {"cota",
+             nullptr,
+             "hand on a carrier package that is mounted already (slot 7)",
+             "loadCotaOverrideProperties",
+             {},
              [](const StepContext& context, const std::string&) {
                  context.extension->loadCotaOverrideProperties(context.callback);
              }},
-            {"duskrider", nullptr, "hand on the limited edition's company file (slot 8)",
+            {"duskrider",
+             nullptr,
+             "hand on the limited edition's company file (slot 8)",
+             "loadDuskriderOverrideProperties",
+             {},
              [](const StepContext& context, const std::string&) {
                  context.extension->loadDuskriderOverrideProperties(context.callback);
              }},
-            {"sim", nullptr, "reload what the SIM, carrier and region keys select (slot 9)",
+            {"sim",
+             nullptr,
+             "reload what the SIM, carrier and region keys select (slot 9)",
+             "loadSimSwitchOverrideProperties",
+             {},
              [](const StepContext& context, const std::string&) {
                  context.extension->loadSimSwitchOverrideProperties(context.callback);
              }},
-            {"sim", "COMMAND", "one switch command, such as sim:regionSwitch (slot 10)",
+            {"sim",
+             "COMMAND",
+             "one switch command, such as sim:regionSwitch (slot 10)",
+             "loadSimSwitchOverrideProperties",
+             {"simSwitchCurrent", "simSwitchFirst", "updateDataCommonProp", "emptyAppchannelProp",
+              "switchCarrierChannel", "regionSwitch", "triggerLogoCopyFromCompanyBoot",
+              "triggerLogoCopyFromCompany"},
              [](const StepContext& context, const std::string& command) {
                  context.extension->loadSimSwitchOverrideProperties(command, context.callback);
              }},
-            {"cota-service", "COMMAND", "one carrier-package command (slot 12)",
+            {"cota-service",
+             "COMMAND",
+             "one carrier-package command (slot 12)",
+             "loadCotaServiceOverrideProperties",
+             {"check_mount", "mount_and_check_load", "mount_must_load", "bind_basic_point",
+              "update_cota_info", "module_bind_single"},
              [](const StepContext& context, const std::string& command) {
                  context.extension->loadCotaServiceOverrideProperties(command, context.callback);
              }},
-            {"media", "PATH", "bind the package's media over PATH (slot 3)",
+            {"media",
+             "PATH",
+             "bind the package's media over PATH (slot 3)",
+             "bindCustomizeMediaPath",
+             {},
              [](const StepContext& context, const std::string& path) {
                  context.extension->bindCustomizeMediaPath(path.c_str());
              }},
-            {"reboot", nullptr, "start again: files and persist.* properties stay", nullptr},
+            {"reboot",
+             nullptr,
+             "start again: files and persist.* properties stay",
+             nullptr,
+             {},
+             nullptr},
     };
     return kinds;
+}
+
+bool Step::is_early() const {
+    return std::string_view(kind->word) == "early";
 }
 
 bool Step::copies_logo() const {
@@ -75,6 +131,28 @@ Step ParseStep(const std::string& text) {
     }
     throw InputError("step '" + text + "': '" + word + "' takes " +
                      (has_argument ? "no argument" : "an argument behind a ':'"));
+}
+
+void CheckStep(const Step& step) {
+    if (step.kind->argument == nullptr) return;
+    const std::vector<const char*>& known = step.kind->arguments;
+    std::string wanted;
+    if (step.argument.empty()) {
+        wanted = std::string("a ") + step.kind->argument + " behind the ':'";
+    } else if (std::string_view(step.kind->word) == "media") {
+        if (step.argument.compare(0, strlen(kMediaRoots), kMediaRoots) == 0) return;
+        wanted = std::string("a path that begins with ") + kMediaRoots;
+    } else if (known.empty() ||
+               std::find(known.begin(), known.end(), step.argument) != known.end()) {
+        return;
+    } else if (step.copies_logo() && step.argument.find('/') != std::string::npos) {
+        return;  // a logo's path
+    } else {
+        wanted = "one of";
+        for (const char* argument : known) wanted += std::string(" ") + argument;
+    }
+    throw InputError("step '" + step.text + "': the library ignores it, it takes " + wanted +
+                     "; --any-word lets it through");
 }
 
 }  // namespace extprop

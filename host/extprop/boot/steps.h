@@ -25,6 +25,8 @@ struct StepKind {
     const char* word;
     const char* argument;  // the argument's name in the help, or null if the step takes none
     const char* help;
+    const char* operation;               // the library's, that it calls
+    std::vector<const char*> arguments;  // those that the library knows; empty if it is a path
     void (*perform)(const StepContext& context, const std::string& argument);
 };
 
@@ -39,19 +41,22 @@ struct Step {
     // A fresh process over the same files. It has no action of its own.
     bool is_reboot() const { return kind->perform == nullptr; }
 
+    // It fills init's own map, before the stored persistent properties are in force.
+    bool is_early() const;
+
     // The library goes on in a thread of its own after this step.
     bool starts_bind_thread() const { return text == "cota-service:check_mount"; }
 
     bool copies_logo() const;
 };
 
-// The request that ends a bind thread.
-inline constexpr char kBindComplete[] = "boot_mount_bind_complete";
-
 // Whether the text begins with a step's word, whatever stands behind its ":".
 bool IsStepWord(const std::string& text);
 
 // Parses a step such as "early" or "sim:regionSwitch". Throws InputError.
 Step ParseStep(const std::string& text);
+
+// Throws InputError if the library would ignore what the step says behind its ":".
+void CheckStep(const Step& step);
 
 }  // namespace extprop

@@ -26,4 +26,7 @@ struct PropertyLine {
 // The views are into `content`.
 std::vector<PropertyLine> PropertyLines(std::string_view content, bool filtered = false);
 
+// Returns the names of the properties that a text such as an import's file name refers to.
+std::vector<std::string> References(std::string_view text);
+
 }  // namespace extprop

@@ -9,6 +9,7 @@
 #include <android-base/strings.h>
 
 #include "input_error.h"
+#include "output/printable.h"
 
 namespace extprop {
 
@@ -71,10 +72,11 @@ PropertyMap ReadProperties(const std::string& path) {
     return properties;
 }
 
-std::string PropertyListing(const PropertyMap& properties) {
+std::string PropertyListing(const PropertyMap& properties, bool for_terminal) {
     std::string listing;
     for (const auto& [name, value] : properties) {
-        listing += "[" + name + kSeparator + value + "]\n";
+        const std::string line = "[" + name + kSeparator + value + "]";
+        listing += (for_terminal ? Printable(line) : line) + "\n";
     }
     return listing;
 }

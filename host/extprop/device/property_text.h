@@ -19,7 +19,7 @@ std::pair<std::string, std::string> ParseSetting(const std::string& text);
 // an earlier one. Throws InputError naming the file and the line at fault.
 PropertyMap ReadProperties(const std::string& path);
 
-// Returns "[name]: [value]\n" for each property.
-std::string PropertyListing(const PropertyMap& properties);
+// Returns "[name]: [value]\n" for each property, byte for byte unless it is for a terminal.
+std::string PropertyListing(const PropertyMap& properties, bool for_terminal);
 
 }  // namespace extprop

@@ -2,21 +2,35 @@
 
 #pragma once
 
+#include <optional>
 #include <string>
+#include <vector>
 
-#include <nlohmann/json.hpp>
+#include "explain/origins.h"
 
 namespace extprop {
 
-// Returns, for the reports of two traced boots, {"format", "added", "removed", "changed"}: the
-// properties that only the second has, only the first, and both with another value. Each has its
-// "name" and, under "a" and "b", the value and its origin, null where there is none.
-nlohmann::json Diff(const nlohmann::json& a, const nlohmann::json& b);
+struct DifferenceSide {
+    std::string value;
+    std::optional<Origin> origin;
+};
 
-// Whether such a difference is none.
-bool IsEmpty(const nlohmann::json& difference);
+// A property that one boot has and the other has not, or with another value.
+struct DifferentProperty {
+    std::string name;
+    std::optional<DifferenceSide> a;
+    std::optional<DifferenceSide> b;
+};
 
-// Returns the difference as text.
-std::string DifferenceText(const nlohmann::json& difference);
+struct Difference {
+    std::vector<DifferentProperty> added;
+    std::vector<DifferentProperty> removed;
+    std::vector<DifferentProperty> changed;
+
+    bool empty() const { return added.empty() && removed.empty() && changed.empty(); }
+};
+
+// Returns what differs between two boots and where each of the values came from.
+Difference Diff(const Report& a, const Tracer& traced_a, const Report& b, const Tracer& traced_b);
 
 }  // namespace extprop

@@ -2,118 +2,138 @@
 
 #include <fnmatch.h>
 
-#include <algorithm>
+#include <set>
 
-#include "input_error.h"
-#include "boot/steps.h"
-#include "explain/trace.h"
+#include "explain/requirements.h"
 
 namespace extprop {
 
-using nlohmann::json;
-
 namespace {
 
-constexpr int kExplanationFormat = 1;
-
-struct Style {
-    const char* fate;
-    const char* colour;
-};
-
-constexpr Style kStyles[] = {
-        {"wins", "\033[1;32m"},
-        {"not loaded", "\033[33m"},
-};
-constexpr char kFaint[] = "\033[2m";
-constexpr char kBold[] = "\033[1m";
-constexpr char kPlain[] = "\033[0m";
-
-const char* ColourOf(const std::string& fate) {
-    for (const Style& style : kStyles) {
-        if (fate == style.fate) return style.colour;
+bool Matches(const std::string& name, const std::vector<std::string>& patterns) {
+    for (const std::string& pattern : patterns) {
+        if (pattern == kEverything || fnmatch(pattern.c_str(), name.c_str(), 0) == 0) return true;
     }
-    return kFaint;
+    return false;
 }
 
-std::string Coloured(const std::string& text, const char* colour, bool colours) {
-    return colours ? colour + text + kPlain : text;
+Origin UnloadedOrigin(const SurveyedFile& file, const LineRead& line) {
+    Origin origin;
+    origin.kind = OriginKind::kFile;
+    origin.fate = Fate::kNotLoaded;
+    origin.value = line.value;
+    origin.file = file.path;
+    origin.source = file.source;
+    origin.line = line.number;
+    return origin;
+}
+
+// Adds the lines that no load has come to, and says of all that did not load what it takes.
+void AddUnloaded(const Survey& survey, const std::vector<std::string>& patterns,
+                 Requirements* requirements, Origins* origins) {
+    for (auto& [name, known] : *origins) {
+        if (!Matches(name, patterns)) continue;
+        for (Origin& origin : known) {
+            if (origin.did_not_load())
+                origin.required = requirements->WordsFor(origin.own_file(), name);
+        }
+    }
+    for (const SurveyedFile& file : survey.files) {
+        const std::string& own = file.source ? *file.source : file.path;
+        for (const LineRead& line : file.lines) {
+            if (!Matches(line.name, patterns)) continue;
+            std::vector<Origin>& known = (*origins)[line.name];
+            bool is_known = false;
+            for (const Origin& origin : known) {
+                is_known |= origin.kind == OriginKind::kFile && origin.line == line.number &&
+                            origin.own_file() == own;
+            }
+            if (is_known) continue;
+            Origin origin = UnloadedOrigin(file, line);
+            origin.required = requirements->WordsFor(file, line.name);
+            known.push_back(std::move(origin));
+        }
+    }
 }
 
 }  // namespace
 
-json Explain(const json& report, const std::vector<std::string>& patterns) {
-    const json origins = TraceOrigins(report);
-    json explained = json::array();
-    std::vector<bool> matched(patterns.size());
-    for (const auto& [name, places] : origins.items()) {
-        bool wanted = false;
-        for (size_t i = 0; i < patterns.size(); ++i) {
-            if (fnmatch(patterns[i].c_str(), name.c_str(), 0) == 0) matched[i] = wanted = true;
+Explanation Explain(const BootOptions& options, const std::vector<std::string>& patterns,
+                    Report* report) {
+    PreparedDevice device(options);
+    std::set<std::string> controls(Requirements::ControlProperties().begin(),
+                                   Requirements::ControlProperties().end());
+    const auto matches = [&](const std::string& name) { return Matches(name, patterns); };
+    auto survey = TakeSurvey(device.root(), matches, options.time_limit);
+    const bool surveyed = survey.has_value();
+    if (!surveyed) survey.emplace();
+    controls.insert(survey->references.begin(), survey->references.end());
+
+    Tracer tracer;
+    *report = device.Boot(&tracer, [&](const std::string& name) {
+        return controls.count(name) != 0 || matches(name);
+    });
+    if (!surveyed) {
+        report->notes.emplace_back(
+                "the files that were not loaded are not told of: the library does not come back "
+                "from the mapping files or the installing service's messages");
+    }
+    Requirements requirements(*survey, tracer, *report, options.plan.steps,
+                              options.plan.properties);
+    Origins origins = tracer.Origins();
+    AddUnloaded(*survey, patterns, &requirements, &origins);
+
+    Explanation explanation;
+    explanation.device = report->device;
+    for (auto& [name, places] : origins) {
+        if (!matches(name) || places.empty()) continue;
+        ExplainedProperty property{name, std::nullopt, std::move(places)};
+        auto value = report->properties.find(name);
+        if (value != report->properties.end()) property.value = value->second;
+        explanation.properties.push_back(std::move(property));
+    }
+    for (const std::string& pattern : patterns) {
+        bool found = pattern == kEverything;
+        for (const ExplainedProperty& property : explanation.properties) {
+            found |= fnmatch(pattern.c_str(), property.name.c_str(), 0) == 0;
         }
-        if (!wanted) continue;
-        const json& properties = report["properties"];
-        explained.push_back({{"name", name},
-                             {"value", properties.contains(name) ? properties[name] : json()},
-                             {"origins", places}});
+        if (!found) explanation.unknown.push_back(pattern);
     }
-    for (size_t i = 0; i < patterns.size(); ++i) {
-        if (matched[i] || patterns[i] == kEverything) continue;
-        throw InputError("no property file or step has '" + patterns[i] + "'");
-    }
-    return {{"format", kExplanationFormat},
-            {"device", report["device"]},
-            {"properties", std::move(explained)}};
+    return explanation;
 }
 
-std::string OriginText(const json& origin) {
+std::string OriginText(const Origin& origin) {
     std::string text;
-    if (origin.contains("step")) text += origin["step"].get<std::string>() + " ";
-    if (origin.value("boot", 1) != 1) text += "(boot " + origin["boot"].dump() + ") ";
-    const std::string kind = origin["kind"];
-    if (kind == "given") return text + "given";
-    if (kind == "request") return text + "requested by the installing service";
-    if (kind == "file") {
-        text += origin["file"].get<std::string>() + ":" + origin["line"].dump();
-        if (origin.contains("imported_by") && !origin["imported_by"].is_null()) {
-            text += " (imported by " + origin["imported_by"].get<std::string>() + ")";
-        }
-        return text;
+    if (origin.step) text += *origin.step + " ";
+    if (origin.boot.value_or(1) != 1) text += "(boot " + std::to_string(*origin.boot) + ") ";
+    switch (origin.kind) {
+        case OriginKind::kGiven:
+            return text + "given";
+        case OriginKind::kRequest:
+            return text + "requested by the installing service";
+        case OriginKind::kFile:
+            text += origin.file + ":" + std::to_string(origin.line);
+            if (origin.source) text += " (" + *origin.source + ")";
+            if (origin.written) text += " (written by the boot)";
+            if (origin.imported_by) text += " (imported by " + *origin.imported_by + ")";
+            return text;
+        case OriginKind::kOperation:
+            break;
     }
-    if (origin["operations"].empty()) return text + "set by the library's bind thread";
+    if (origin.operations.empty()) return text + "set by the library's bind thread";
     const char* separator = "derived by ";
-    for (const json& operation : origin["operations"]) {
-        text += separator + operation.get<std::string>();
+    for (const std::string& operation : origin.operations) {
+        text += separator + operation;
         separator = " < ";
     }
     return text;
 }
 
-std::string ExplanationText(const json& explanation, bool colours) {
-    std::string text;
-    for (const json& property : explanation["properties"]) {
-        const json& value = property["value"];
-        text += Coloured(property["name"], kBold, colours) +
-                (value.is_null() ? " is not set" : "=" + value.get<std::string>()) + "\n";
-        size_t width = 0;
-        for (const json& origin : property["origins"]) {
-            width = std::max(width, OriginText(origin).size());
-        }
-        for (const json& origin : property["origins"]) {
-            const std::string fate = origin["fate"];
-            std::string place = OriginText(origin);
-            place.resize(width, ' ');
-            std::string line = (fate == "wins" ? "  * " : "    ") + place + "  " +
-                               origin["value"].get<std::string>();
-            if (origin.contains("condition")) {
-                line += "  [" + fate + "; it takes " + origin["condition"].get<std::string>() + "]";
-            } else if (fate != "wins") {
-                line += "  [" + fate + "]";
-            }
-            text += Coloured(line, ColourOf(fate), colours) + "\n";
-        }
-    }
-    return text;
+const char* Name(Fate fate) {
+    constexpr const char* kNames[] = {
+            "wins",    "overridden", "not handed on", "gone with the reboot",
+            "refused", "looked up",  "filtered out",  "not loaded"};
+    return kNames[static_cast<int>(fate)];
 }
 
 }  // namespace extprop

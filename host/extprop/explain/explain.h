@@ -1,27 +1,38 @@
-// Tells where properties came from, for people and for programs.
+// Tells where properties came from, and what would make lines that did not load do so.
 
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include "explain/origins.h"
 
 namespace extprop {
 
 // The pattern of all names, which may be none.
 inline constexpr char kEverything[] = "*";
 
-// Returns, for the report of a traced boot, {"format", "device", "properties": [{"name", "value",
-// "origins"}]}: the properties whose names match one of the patterns, as in a shell; value is null
-// where a property is not set. Throws InputError for any other pattern that
-// nothing matches.
-nlohmann::json Explain(const nlohmann::json& report, const std::vector<std::string>& patterns);
+struct ExplainedProperty {
+    std::string name;
+    std::optional<std::string> value;  // at the end
+    std::vector<Origin> origins;       // in order of time; what did not load stands at the end
+};
 
-// Returns such an explanation as text, in colours if wanted.
-std::string ExplanationText(const nlohmann::json& explanation, bool colours);
+struct Explanation {
+    std::string device;
+    std::vector<ExplainedProperty> properties;  // in the order of their names
+    std::vector<std::string> unknown;           // the patterns that nothing matches
+};
+
+// Boots and explains the properties whose names match one of the patterns, as in a shell. Makes
+// `*report` the boot's. Throws as PreparedDevice does.
+Explanation Explain(const BootOptions& options, const std::vector<std::string>& patterns,
+                    Report* report);
 
 // Returns where the origin gave its value, such as "early /odm/build.prop:3".
-std::string OriginText(const nlohmann::json& origin);
+std::string OriginText(const Origin& origin);
+
+const char* Name(Fate fate);
 
 }  // namespace extprop

@@ -10,7 +10,7 @@
 #include <android-base/strings.h>
 
 #include "InitExtensionPropertyImpl.h"
-#include "boot/init_process.h"
+#include "TesvoExtensionProperty/names.h"
 #include "lint/rules.h"
 #include "platform.h"
 #include "sandbox.h"
@@ -22,6 +22,7 @@ namespace {
 
 using android::base::EndsWith;
 using android::base::StartsWith;
+using android::init::kSplashPartition;
 
 constexpr Rule kRomNeverMatches = {"rom-never-matches", Severity::kError};
 constexpr Rule kNotChecked = {"not-checked", Severity::kWarning};
@@ -32,9 +33,8 @@ constexpr Rule kLogoTooLarge = {"logo-too-large", Severity::kError};
 bool IsOfSwitchKey(const std::string& path) {
     const std::string directory = android::base::Dirname(path);
     const std::string leaf = android::base::Basename(directory);
-    for (const char* known :
-         {"SimSwitchCurrentTime", "SimSwitchFirstTime", "switchCarrierChannel", "regionSwitch"}) {
-        if (leaf != known) continue;
+    for (const SwitchKey& key : SwitchKeys()) {
+        if (leaf != key.leaf) continue;
         return android::base::Dirname(directory).find("/properties/") != std::string::npos;
     }
     return false;
@@ -72,7 +72,7 @@ bool AnyPhoneGetsMarketName(const std::string& configuration) {
 
 }  // namespace
 
-void CheckDeviceName(const PropertyFile& file, Report* report) {
+void CheckDeviceName(const PropertyFile& file, Findings* findings) {
     int rom_line = 1;
     for (const PropertyLine& line : file.lines) {
         // As the library looks it up: the first name that begins so.
@@ -82,35 +82,35 @@ void CheckDeviceName(const PropertyFile& file, Report* report) {
     }
     try {
         if (AnyPhoneGetsMarketName(file.content)) return;
-        report->Add(kRomNeverMatches, file.path, rom_line,
-                    "no phone has a storage of this size, so the market name is never set");
+        findings->Add(kRomNeverMatches, file.path, rom_line,
+                      "no phone has a storage of this size, so the market name is never set");
     } catch (const std::runtime_error& error) {
-        report->Add(kNotChecked, file.path, rom_line,
-                    std::string("the storage size cannot be tried out here: ") + error.what());
+        findings->Add(kNotChecked, file.path, rom_line,
+                      std::string("the storage size cannot be tried out here: ") + error.what());
     }
 }
 
-void CheckKeyDirectories(const std::vector<Place>& places, Report* report) {
+void CheckKeyDirectories(const std::vector<Place>& places, Findings* findings) {
     for (const Place& place : places) {
         if (place.is_directory() || EndsWith(place.path, ".prop") || !IsOfSwitchKey(place.path)) {
             continue;
         }
-        report->Add(kSkippedFile, place.path, 1,
-                    "a switch key's files are loaded only if their names end in '.prop'");
+        findings->Add(kSkippedFile, place.path, 1,
+                      "a switch key's files are loaded only if their names end in '.prop'");
     }
 }
 
-void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Report* report) {
+void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Findings* findings) {
     Place partition;
     if (!tree.Find(kSplashPartition, true, &partition) || !partition.is_file()) return;
     for (const Place& place : places) {
         const bool is_logo = EndsWith(place.path, "/media/logo/logo.img") ||
                              EndsWith(place.path, "/media/logo/logo.bin");
         if (!is_logo || place.status.st_size <= partition.status.st_size) continue;
-        report->Add(kLogoTooLarge, place.path, 1,
-                    "the logo has " + std::to_string(place.status.st_size) +
-                            " bytes, the splash partition " +
-                            std::to_string(partition.status.st_size) + ", so it is never copied");
+        findings->Add(kLogoTooLarge, place.path, 1,
+                      "the logo has " + std::to_string(place.status.st_size) +
+                              " bytes, the splash partition " +
+                              std::to_string(partition.status.st_size) + ", so it is never copied");
     }
 }
 

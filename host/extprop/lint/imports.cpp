@@ -118,7 +118,7 @@ Expansion Expand(const std::string& text, const PropertyValues& values) {
 // Expands what the files import, adds those files to them, and does the same with the properties
 // that these bring, until there is nothing new. Returns the expansions.
 std::map<std::string, Expansion> FollowImports(const DeviceTree& tree, PropertyFiles* files,
-                                               Report* report) {
+                                               Findings* findings) {
     std::map<std::string, Expansion> expansions;
     size_t known;
     do {
@@ -136,7 +136,7 @@ std::map<std::string, Expansion> FollowImports(const DeviceTree& tree, PropertyF
             for (const std::string& path : expansion.paths) {
                 Place place;
                 if (!tree.Find(path, false, &place) || !place.is_file()) continue;
-                AddPropertyFile(tree, place, FileUse::kProperties, files, report);
+                AddPropertyFile(tree, place, FileUse::kProperties, files, findings);
             }
         }
     } while (files->size() != known);
@@ -167,9 +167,9 @@ std::string FirstOf(const std::vector<std::string>& texts) {
 }
 
 void CheckImport(const PropertyFile& file, const PropertyLine& line, const Expansion& expansion,
-                 const Targets& targets, Report* report) {
+                 const Targets& targets, Findings* findings) {
     const auto add = [&](const Rule& rule, const std::string& message) {
-        report->Add(rule, file.path, line.number, message);
+        findings->Add(rule, file.path, line.number, message);
     };
     if (!expansion.malformed.empty()) {
         add(kMalformedReference, expansion.malformed);
@@ -193,7 +193,7 @@ void CheckImport(const PropertyFile& file, const PropertyLine& line, const Expan
 }
 
 // Reports each import that closes a cycle.
-void CheckCycles(const ImportGraph& graph, Report* report) {
+void CheckCycles(const ImportGraph& graph, Findings* findings) {
     std::set<std::string> done;
     std::vector<std::string> way;
     const std::function<void(const std::string&)> visit = [&](const std::string& path) {
@@ -208,10 +208,10 @@ void CheckCycles(const ImportGraph& graph, Report* report) {
             }
             std::string cycle;
             for (auto step = start; step != way.end(); ++step) cycle += *step + " -> ";
-            report->Add(kImportCycle, path, edge.line,
-                        cycle + edge.to +
-                                ": the loader follows imports without end, so the phone does not "
-                                "boot");
+            findings->Add(kImportCycle, path, edge.line,
+                          cycle + edge.to +
+                                  ": the loader follows imports without end, so the phone does not "
+                                  "boot");
         }
         way.pop_back();
     };
@@ -220,8 +220,8 @@ void CheckCycles(const ImportGraph& graph, Report* report) {
 
 }  // namespace
 
-void CheckImports(const DeviceTree& tree, PropertyFiles* files, Report* report) {
-    const auto expansions = FollowImports(tree, files, report);
+void CheckImports(const DeviceTree& tree, PropertyFiles* files, Findings* findings) {
+    const auto expansions = FollowImports(tree, files, findings);
     std::map<std::string, Targets> targets;
     for (const auto& [text, expansion] : expansions) {
         targets[text] = FindTargets(tree, expansion.paths);
@@ -231,14 +231,14 @@ void CheckImports(const DeviceTree& tree, PropertyFiles* files, Report* report) 
         for (const PropertyLine& line : file.lines) {
             if (line.kind != PropertyLine::kImport) continue;
             const std::string text(line.name);
-            CheckImport(file, line, expansions.at(text), targets.at(text), report);
+            CheckImport(file, line, expansions.at(text), targets.at(text), findings);
             if (!line.value.empty()) continue;  // a filter: the file's own imports do not count
             for (const std::string& to : targets.at(text).files) {
                 graph[path].push_back({line.number, to});
             }
         }
     }
-    CheckCycles(graph, report);
+    CheckCycles(graph, findings);
 }
 
 }  // namespace extprop

@@ -25,25 +25,26 @@ bool IsText(std::string_view text) {
 }
 
 // A line end that comments have too, so the loader's lines are not enough.
-void CheckCarriageReturns(const PropertyFile& file, Report* report) {
+void CheckCarriageReturns(const PropertyFile& file, Findings* findings) {
     int line_ends = 0;
     int first = 0;
     int number = 0;
     for (const std::string& line : android::base::Split(file.content, "\n")) {
         ++number;
         if (android::base::Trim(line).find('\r') != std::string::npos) {
-            report->Add(kCarriageReturn, file.path, number,
-                        "a carriage return within the line ends no line: what follows it belongs "
-                        "to the same value or comment");
+            findings->Add(kCarriageReturn, file.path, number,
+                          "a carriage return within the line ends no line: what follows it belongs "
+                          "to the same value or comment");
         } else if (line.find('\r') != std::string::npos && line_ends++ == 0) {
             first = number;
         }
     }
     if (line_ends == 0) return;
-    report->Add(kCrlf, file.path, first,
-                "a carriage return before the line's end, as in " + std::to_string(line_ends) +
-                        " of the file's lines: the loader drops it, but not everything that reads "
-                        "the file does");
+    findings->Add(
+            kCrlf, file.path, first,
+            "a carriage return before the line's end, as in " + std::to_string(line_ends) +
+                    " of the file's lines: the loader drops it, but not everything that reads "
+                    "the file does");
 }
 
 // Whether init will be given the line's name as a property's.
@@ -61,56 +62,57 @@ bool NamesProperty(const PropertyFile& file, const std::string& name) {
     return false;
 }
 
-void CheckProperty(const PropertyFile& file, const PropertyLine& line, Report* report) {
+void CheckProperty(const PropertyFile& file, const PropertyLine& line, Findings* findings) {
     const std::string name(line.name);
     if (NamesProperty(file, name)) {
         if (!IsLegalPropertyName(name)) {
-            report->Add(kIllegalName, file.path, line.number,
-                        Quoted(name) + " is no legal property name, and init will refuse it");
+            findings->Add(kIllegalName, file.path, line.number,
+                          Quoted(name) + " is no legal property name, and init will refuse it");
         }
         if (!IsLegalPropertyValue(name, std::string(line.value)).ok()) {
-            report->Add(kValueTooLong, file.path, line.number,
-                        "the value of " + Quoted(name) + " has " +
-                                std::to_string(line.value.size()) +
-                                " bytes, too many for a name that does not begin with 'ro.', and "
-                                "init will refuse it");
+            findings->Add(kValueTooLong, file.path, line.number,
+                          "the value of " + Quoted(name) + " has " +
+                                  std::to_string(line.value.size()) +
+                                  " bytes, too many for a name that does not begin with 'ro.', and "
+                                  "init will refuse it");
         }
     } else if (file.use == FileUse::kCotaMessage && name.find('.') != std::string::npos &&
                !android::base::StartsWith(name, "persisit.")) {
         // Instructions and modules have no dot in their names.
-        report->Add(kNotForwarded, file.path, line.number,
-                    Quoted(name) +
-                            " is not forwarded when the package is mounted: only names that begin "
-                            "with 'sys.' or 'ro.' are");
+        findings->Add(
+                kNotForwarded, file.path, line.number,
+                Quoted(name) +
+                        " is not forwarded when the package is mounted: only names that begin "
+                        "with 'sys.' or 'ro.' are");
     }
 }
 
 }  // namespace
 
-void CheckLines(const PropertyFile& file, Report* report) {
-    CheckCarriageReturns(file, report);
+void CheckLines(const PropertyFile& file, Findings* findings) {
+    CheckCarriageReturns(file, findings);
     const bool bare_key =
             file.use == FileUse::kKeyFile && file.content.find('=') == std::string::npos;
     std::map<std::string_view, const PropertyLine*> last;
     for (const PropertyLine& line : file.lines) {
         if (!IsText(line.text)) {
-            report->Add(kNotUtf8, file.path, line.number,
-                        "the line is not UTF-8 text, and init will refuse the value");
+            findings->Add(kNotUtf8, file.path, line.number,
+                          "the line is not UTF-8 text, and init will refuse the value");
             continue;
         }
         if (line.kind == PropertyLine::kOther && !bare_key) {
-            report->Add(kNoEquals, file.path, line.number,
-                        "there is no '=' in " + Quoted(line.text) + ", so the line sets nothing");
+            findings->Add(kNoEquals, file.path, line.number,
+                          "there is no '=' in " + Quoted(line.text) + ", so the line sets nothing");
         }
         if (line.kind != PropertyLine::kProperty) continue;
-        CheckProperty(file, line, report);
+        CheckProperty(file, line, findings);
         const PropertyLine*& previous = last[line.name];
         if (previous != nullptr && previous->value != line.value) {
-            report->Add(kDuplicateName, file.path, line.number,
-                        Quoted(line.name) + " is " + Quoted(previous->value) + " in line " +
-                                std::to_string(previous->number) + " and " + Quoted(line.value) +
-                                " here: the loader takes the last value, a look-up of the one "
-                                "name the first");
+            findings->Add(kDuplicateName, file.path, line.number,
+                          Quoted(line.name) + " is " + Quoted(previous->value) + " in line " +
+                                  std::to_string(previous->number) + " and " + Quoted(line.value) +
+                                  " here: the loader takes the last value, a look-up of the one "
+                                  "name the first");
         }
         previous = &line;
     }

@@ -1,20 +1,16 @@
 #include "lint/lint.h"
 
-#include <locale.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <optional>
-#include <stdexcept>
 #include <tuple>
 
 #include <android-base/file.h>
-#include <android-base/strings.h>
 
-#include "TesvoExtensionProperty/cota.h"
-#include "TesvoExtensionProperty/names.h"
+#include "device/legal.h"
 #include "images.h"
 #include "lint/rules.h"
+#include "output/printable.h"
 #include "platform.h"
 #include "sandbox.h"
 #include "utils.h"
@@ -23,32 +19,12 @@ namespace extprop {
 
 namespace {
 
-using android::base::EndsWith;
-
 constexpr Rule kUnreadable = {"unreadable", Severity::kError};
 constexpr Rule kNotAFile = {"not-a-file", Severity::kWarning};
 constexpr Rule kBinary = {"binary", Severity::kError};
 
 // Far more than a property file holds, and little enough to be read.
 constexpr off_t kMostBytes = 16 * 1024 * 1024;
-
-// The system's encoding is UTF-8, on the phone always, here while this lives.
-class Utf8Locale {
-  public:
-    Utf8Locale() : locale_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {
-        if (locale_ == locale_t()) throw std::runtime_error("the locale C.UTF-8 is missing");
-        previous_ = uselocale(locale_);
-    }
-    ~Utf8Locale() {
-        uselocale(previous_);
-        freelocale(locale_);
-    }
-    Utf8Locale& operator=(Utf8Locale&&) = delete;
-
-  private:
-    locale_t locale_;
-    locale_t previous_;
-};
 
 // Gives the process's properties back when the rules are done with them.
 class PropertiesKept {
@@ -61,48 +37,8 @@ class PropertiesKept {
     platform::PropertyMap properties_;
 };
 
-std::optional<FileUse> KnownUse(const std::string& path) {
-    using namespace android::init;
-    static const std::map<std::string, FileUse> uses = {
-            {kOldActionFile, FileUse::kKeyFile},
-            {kReserveFirstFile, FileUse::kKeyFile},
-            {kReserveCurrentFile, FileUse::kKeyFile},
-            {kReserveRegionFile, FileUse::kKeyFile},
-            {kConvertFile, FileUse::kProperties},
-            {kReserveCommonFile, FileUse::kProperties},
-            {kForceConnectFile, FileUse::kProperties},
-            {kDataFirstFile, FileUse::kProperties},
-            {kDataCurrentFile, FileUse::kProperties},
-            {kDataRegionFile, FileUse::kProperties},
-            {kFlashBackFile, FileUse::kProperties},
-            {kCotaMountInfoFile, FileUse::kCotaMessage},
-            {kCotaModuleInfoFile, FileUse::kCotaMessage},
-    };
-    if (auto use = uses.find(path); use != uses.end()) return use->second;
-    if (EndsWith(path, "/etc/nvmap.prop") || EndsWith(path, "/etc/flags.prop")) {
-        return FileUse::kMapping;
-    }
-    if (EndsWith(path, "/devicename.cfg")) return FileUse::kDeviceName;
-    if (EndsWith(path, ".prop")) return FileUse::kProperties;
-    return std::nullopt;
-}
-
 const char* SeverityName(Severity severity) {
     return severity == Severity::kError ? "error" : "warning";
-}
-
-// Keeps a finding on its line, and the terminal as it is, whatever the files hold.
-std::string Printable(const std::string& text) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string printable;
-    for (const unsigned char c : text) {
-        if (c >= ' ' && c != 0x7f) {
-            printable += static_cast<char>(c);
-        } else {
-            printable += {'\\', 'x', kDigits[c / 16], kDigits[c % 16]};
-        }
-    }
-    return printable;
 }
 
 bool HasImages(const std::string& device) {
@@ -112,11 +48,12 @@ bool HasImages(const std::string& device) {
 
 }  // namespace
 
-void Report::Add(const Rule& rule, const std::string& path, int line, const std::string& message) {
+void Findings::Add(const Rule& rule, const std::string& path, int line,
+                   const std::string& message) {
     findings_.push_back({device_ + path, line, rule.severity, rule.identifier, message});
 }
 
-std::vector<Finding> Report::Take() {
+std::vector<Finding> Findings::Take() {
     std::stable_sort(findings_.begin(), findings_.end(), [](const Finding& a, const Finding& b) {
         return std::tie(a.file, a.line) < std::tie(b.file, b.line);
     });
@@ -132,36 +69,36 @@ std::string Quoted(std::string_view text) {
 }
 
 void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,
-                     Report* report) {
+                     Findings* findings) {
     auto [entry, added] = files->try_emplace(place.path);
     if (!added) return;
     PropertyFile& file = entry->second;
     file.path = place.path;
     file.use = use;
     if (place.is_link()) {
-        report->Add(kSymbolicLink, file.path, 1,
-                    "this is a symbolic link, which the loader refuses to open");
+        findings->Add(kSymbolicLink, file.path, 1,
+                      "this is a symbolic link, which the loader refuses to open");
         return;
     }
     if (!place.is_file()) {
-        report->Add(kNotAFile, file.path, 1, "this has a property file's name but is no file");
+        findings->Add(kNotAFile, file.path, 1, "this has a property file's name but is no file");
         return;
     }
     if (place.status.st_size > kMostBytes) {
-        report->Add(kUnreadable, file.path, 1,
-                    "this is larger than any property file and was not read; the loader would "
-                    "take the whole of it into memory");
+        findings->Add(kUnreadable, file.path, 1,
+                      "this is larger than any property file and was not read; the loader would "
+                      "take the whole of it into memory");
         return;
     }
     auto content = ReadFile(tree.Outside(file.path));
     if (!content.ok()) {
-        report->Add(kUnreadable, file.path, 1, content.error().message());
+        findings->Add(kUnreadable, file.path, 1, content.error().message());
         return;
     }
     if (const size_t zero = content->find('\0'); zero != std::string::npos) {
         const auto line = std::count(content->begin(), content->begin() + zero, '\n') + 1;
-        report->Add(kBinary, file.path, static_cast<int>(line),
-                    "a zero byte: this is no text file, and was not looked at further");
+        findings->Add(kBinary, file.path, static_cast<int>(line),
+                      "a zero byte: this is no text file, and was not looked at further");
         return;
     }
     file.content = std::move(*content);
@@ -176,26 +113,26 @@ std::vector<Finding> Lint(const std::string& device) {
     const DeviceTree tree(images ? images->Outside("") : device);
     const Utf8Locale utf8;
     const PropertiesKept kept;
-    Report report(device.substr(0, device.find_last_not_of('/') + 1));
+    Findings findings(device.substr(0, device.find_last_not_of('/') + 1));
 
     std::vector<std::string> unreadable;
     const std::vector<Place> places = tree.All(&unreadable);
     for (const std::string& directory : unreadable) {
-        report.Add(kUnreadable, directory, 1, "this directory cannot be read to its end");
+        findings.Add(kUnreadable, directory, 1, "this directory cannot be read to its end");
     }
-    CheckKeyDirectories(places, &report);
-    CheckLogos(tree, places, &report);
+    CheckKeyDirectories(places, &findings);
+    CheckLogos(tree, places, &findings);
 
     PropertyFiles files;
     for (const Place& place : places) {
-        if (auto use = KnownUse(place.path)) AddPropertyFile(tree, place, *use, &files, &report);
+        if (auto use = UseOf(place.path)) AddPropertyFile(tree, place, *use, &files, &findings);
     }
-    CheckImports(tree, &files, &report);
+    CheckImports(tree, &files, &findings);
     for (const auto& [path, file] : files) {
-        CheckLines(file, &report);
-        if (file.use == FileUse::kDeviceName) CheckDeviceName(file, &report);
+        CheckLines(file, &findings);
+        if (file.use == FileUse::kDeviceName) CheckDeviceName(file, &findings);
     }
-    return report.Take();
+    return findings.Take();
 }
 
 std::string FindingText(const Finding& finding) {

@@ -8,8 +8,9 @@
 #include <vector>
 
 #include "device/device_tree.h"
-#include "lint/lint.h"
+#include "device/places.h"
 #include "device/property_lines.h"
+#include "lint/lint.h"
 
 namespace extprop {
 
@@ -19,15 +20,6 @@ struct Rule {
 };
 
 inline constexpr Rule kSymbolicLink = {"symbolic-link", Severity::kError};
-
-// How the library uses a file decides which rules apply to it.
-enum class FileUse {
-    kProperties,   // its names are the system's properties
-    kKeyFile,      // the same, or in an older form the bare key
-    kMapping,      // its names are keys of older software
-    kCotaMessage,  // properties and instructions of the installing service
-    kDeviceName,   // names looked up one by one, without imports
-};
 
 struct PropertyFile {
     std::string path;
@@ -40,10 +32,10 @@ struct PropertyFile {
 using PropertyFiles = std::map<std::string, PropertyFile>;
 
 // What has been found so far.
-class Report {
+class Findings {
   public:
     // `device` is the directory as the user named it.
-    explicit Report(std::string device) : device_(std::move(device)) {}
+    explicit Findings(std::string device) : device_(std::move(device)) {}
 
     void Add(const Rule& rule, const std::string& path, int line, const std::string& message);
 
@@ -61,21 +53,21 @@ std::string Quoted(std::string_view text);
 // Adds the property file at `place` to `*files` unless it is there. One that cannot be read is
 // empty there, and a finding says why.
 void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,
-                     Report* report);
+                     Findings* findings);
 
 // Adds to `*files` what they import, and checks each import.
-void CheckImports(const DeviceTree& tree, PropertyFiles* files, Report* report);
+void CheckImports(const DeviceTree& tree, PropertyFiles* files, Findings* findings);
 
 // Checks each line by itself and with the others of its file.
-void CheckLines(const PropertyFile& file, Report* report);
+void CheckLines(const PropertyFile& file, Findings* findings);
 
 // Checks a devicename.cfg file.
-void CheckDeviceName(const PropertyFile& file, Report* report);
+void CheckDeviceName(const PropertyFile& file, Findings* findings);
 
 // Checks that the files in the directories of the switch keys are loaded.
-void CheckKeyDirectories(const std::vector<Place>& places, Report* report);
+void CheckKeyDirectories(const std::vector<Place>& places, Findings* findings);
 
 // Checks that the boot logos fit into the splash partition, if the device has one.
-void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Report* report);
+void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Findings* findings);
 
 }  // namespace extprop

@@ -1,15 +1,14 @@
-#include "output/html.h"
+#include "output/page.h"
 
 #include <string_view>
 
 #include <android-base/strings.h>
 
-#include "page.h"
-#include "output/report_text.h"
+#include "output/json.h"
+#include "output/text.h"
+#include "page_template.h"
 
 namespace extprop {
-
-using nlohmann::json;
 
 namespace {
 
@@ -24,15 +23,10 @@ std::string ScriptText(const json& data) {
 
 }  // namespace
 
-std::string HtmlPage(const json& report, const json& explanation) {
-    json data = {{"device", report["device"]},
-                 {"notes", report["notes"]},
-                 {"failure", report["failure"].is_null() ? json() : json(FailureText(report))},
-                 {"properties", explanation["properties"]},
-                 {"steps", report["steps"]}};
-    for (json& step : data["steps"]) {
-        for (json& event : step["events"]) event.erase("content");
-    }
+std::string ReportPage(const Report& report, const Explanation& explanation) {
+    json data = ToJson(report);
+    data["failure"] = report.failure ? json(FailureText(*report.failure)) : json();
+    data["properties"] = ToJson(explanation)["properties"];
     std::string page = kPage;
     return page.replace(page.find(kDataMark), kDataMark.size(), ScriptText(data));
 }

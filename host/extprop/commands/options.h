@@ -16,6 +16,12 @@ struct BootArguments {
     std::vector<std::string> settings;
     std::vector<std::string> property_files;
     std::vector<std::string> requests;
+    std::vector<std::string> edits;
+    std::string brand, region, nv_key;
+    const CLI::Option* brand_option = nullptr;
+    const CLI::Option* region_option = nullptr;
+    const CLI::Option* nv_key_option = nullptr;
+    bool any_word = false;
     bool no_complete = false;
     unsigned time_limit = 30;
 };

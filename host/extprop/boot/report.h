@@ -1,0 +1,183 @@
+// What happened in a boot: the steps, and in each the events in their order. docs/json.md describes
+// every field; output/json.cpp alone knows their names there.
+
+#pragma once
+
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "IInitExtensionProperty.h"
+
+namespace extprop {
+
+using android::init::PropertyMap;
+
+struct Change {
+    std::string name;
+    std::string value;
+    std::optional<std::string> previous;
+};
+
+// A property that init was given and does not take.
+struct Refusal {
+    std::string name;
+    std::string value;
+    std::string reason;
+};
+
+// Properties that init was given, and what became of them.
+struct Handover {
+    PropertyMap properties;
+    std::vector<Change> changes;
+    std::vector<Refusal> refused;
+};
+
+struct CallbackEvent : Handover {
+    int mode = 0;
+    std::vector<std::string> operations;  // the library's functions, innermost first
+    std::optional<int> map;               // of LoadEvent: which of the library's maps it was
+};
+
+// What a step loaded into init's own map.
+struct MapEvent : Handover {
+    std::vector<std::string> operations;
+    std::optional<int> map;
+};
+
+// The stored persistent properties come in force.
+struct StoredEvent : Handover {};
+
+struct LogEvent {
+    std::string severity;
+    std::string file;
+    int line = 0;
+    std::string message;
+};
+
+struct OpenEvent {
+    std::string path;
+    bool for_writing = false;
+};
+
+// The loader begins a property file.
+struct LoadEvent {
+    std::string path;                        // as it is opened, without doubled slashes
+    std::optional<std::string> source;       // the device's own file, where that is another
+    std::optional<std::string> filter;       // of the import that led here
+    std::optional<std::string> imported_by;  // "file:line"
+    bool written = false;                    // the boot itself wrote the file before
+    int map = 0;                             // which of the library's maps it goes to
+};
+
+// The library looked up one property.
+struct LookUpEvent {
+    std::string path;
+    std::optional<std::string> source;
+    std::string name;
+    std::optional<int> line;  // the line that was taken
+    std::vector<std::string> operations;
+};
+
+struct MountEvent {
+    std::string source;
+    std::string target;
+    std::vector<std::string> flags;
+    std::optional<std::string> error;
+    std::optional<std::string> covers;  // the device's own path of the target, if it was mounted
+};
+
+struct PropertyEvent {
+    std::string name;
+    std::string value;
+    std::vector<std::string> operations;  // none: the bind thread itself
+};
+
+struct RestoreconEvent {
+    std::string path;
+    int flags = 0;
+    int result = 0;
+};
+
+struct LogoEvent {
+    std::string source;
+    int bytes = 0;
+};
+
+struct RequestEvent {
+    std::string name;
+    std::string value;
+};
+
+struct UnacknowledgedEvent {
+    std::string value;
+};
+
+using Event = std::variant<CallbackEvent, MapEvent, StoredEvent, LogEvent, OpenEvent, LoadEvent,
+                           LookUpEvent, MountEvent, PropertyEvent, RestoreconEvent, LogoEvent,
+                           RequestEvent, UnacknowledgedEvent>;
+
+// What a traced boot tells besides, of the event before: the lines that a load or look-up read.
+// They are no event, so that what files contain is in no report.
+struct LineRead {
+    int number = 0;
+    std::string name;
+    std::string value;
+    bool passed = true;  // an import's filter
+};
+struct LinesRead {
+    int load = 0;  // counts the process's LoadEvents from 0; -1: the look-up just told of
+    std::vector<LineRead> lines;
+};
+
+// An import line that the loader came to, wherever it led.
+struct ImportRead {
+    int load = 0;
+    int line = 0;
+    std::vector<std::pair<std::string, std::string>> references;  // with their values then
+};
+
+struct FileEffect {
+    std::string path;
+    std::string change;  // "created", "changed" or "deleted"
+};
+
+struct StepReport {
+    int boot = 1;
+    std::string step;
+    std::vector<Event> events;
+    std::vector<FileEffect> files;
+};
+
+// What the library did not survive.
+struct BootFailure {
+    std::string step;
+    bool timed_out = false;
+    std::optional<std::string> signal;
+    std::optional<std::string> last_file;
+};
+
+struct BootStart {
+    PropertyMap properties;  // the system's at the start
+    PropertyMap stored;      // the persistent ones that come in force behind `early`
+};
+
+struct Report {
+    std::string device;
+    std::vector<std::string> notes;
+    std::vector<BootStart> boots;
+    std::vector<StepReport> steps;
+    std::optional<BootFailure> failure;
+    PropertyMap properties;  // at the end, or after the last step before a failure
+};
+
+// Helps std::visit to take one lambda for each kind of event.
+template <typename... Functions>
+struct Overloaded : Functions... {
+    using Functions::operator()...;
+};
+template <typename... Functions>
+Overloaded(Functions...) -> Overloaded<Functions...>;
+
+}  // namespace extprop

@@ -1,0 +1,217 @@
+#include "boot/reporter.h"
+
+#include <fcntl.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <string_view>
+
+#include <android-base/file.h>
+#include <android-base/strings.h>
+
+#include "TesvoExtensionProperty/names.h"
+#include "boot/call_chain.h"
+#include "device/legal.h"
+#include "device/property_lines.h"
+
+namespace extprop {
+
+namespace {
+
+using android::init::kSplashPartition;
+
+constexpr struct {
+    unsigned long flag;
+    const char* name;
+} kMountFlags[] = {
+        {MS_RDONLY, "MS_RDONLY"},   {MS_NOSUID, "MS_NOSUID"},   {MS_NODEV, "MS_NODEV"},
+        {MS_NOEXEC, "MS_NOEXEC"},   {MS_REMOUNT, "MS_REMOUNT"}, {MS_DIRSYNC, "MS_DIRSYNC"},
+        {MS_NOATIME, "MS_NOATIME"}, {MS_BIND, "MS_BIND"},       {MS_REC, "MS_REC"},
+};
+
+std::vector<std::string> FlagNames(unsigned long flags) {
+    std::vector<std::string> names;
+    for (const auto& known : kMountFlags) {
+        if ((flags & known.flag) != 0) names.emplace_back(known.name);
+    }
+    return names;
+}
+
+const char* SeverityName(android::base::LogSeverity severity) {
+    constexpr const char* kNames[] = {"VERBOSE", "DEBUG", "INFO", "WARNING",
+                                      "ERROR",   "FATAL", "FATAL"};
+    return kNames[severity];
+}
+
+// While one lives, what this thread does is the tool's own doing and is not reported.
+class Unobserved {
+  public:
+    Unobserved() { ++depth; }
+    ~Unobserved() { --depth; }
+    Unobserved& operator=(Unobserved&&) = delete;
+    static bool IsOn() { return depth > 0; }
+
+  private:
+    static thread_local int depth;
+};
+
+thread_local int Unobserved::depth = 0;
+
+// Makes the properties the system's, but for those that init refuses, and tells what became of
+// them.
+Handover Apply(const PropertyMap& properties) {
+    Handover handover;
+    handover.properties = properties;
+    const PropertyMap before = platform::AllProperties();
+    for (const auto& [name, value] : properties) {
+        if (auto reason = WhyRefused(name, value)) {
+            handover.refused.push_back({name, value, *reason});
+            continue;
+        }
+        auto old = before.find(name);
+        if (old != before.end() && old->second == value) continue;
+        handover.changes.push_back({name, value, std::nullopt});
+        if (old != before.end()) handover.changes.back().previous = old->second;
+        platform::StoreProperty(name, value);
+    }
+    return handover;
+}
+
+// Returns the content of a regular file or block device; nothing of what might have no end.
+std::string LogoContent(const std::string& path) {
+    struct stat status;
+    std::string content;
+    if (stat(path.c_str(), &status) != 0) return "";
+    if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) return "";
+    android::base::ReadFileToString(path, &content, true);
+    return content;
+}
+
+}  // namespace
+
+void Reporter::Send(const Message& message) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    SendMessage(channel_, message);
+}
+
+void Reporter::OnCallback(int mode, const PropertyMap& properties, const void* frame) {
+    const Unobserved unobserved;
+    CallbackEvent event;
+    event.mode = mode;
+    event.operations = CallChain();
+    event.map = tracker_.HandedOver(event.operations, frame);
+    std::lock_guard<std::mutex> change(platform::ChangeMutex());
+    static_cast<Handover&>(event) = Apply(properties);
+    Send(std::move(event));
+}
+
+void Reporter::OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation) {
+    MapEvent event;
+    event.operations = {operation};
+    event.map = tracker_.TakenOver(map);
+    std::lock_guard<std::mutex> change(platform::ChangeMutex());
+    static_cast<Handover&>(event) = Apply(loaded);
+    Send(std::move(event));
+}
+
+void Reporter::OnStored(const PropertyMap& stored) {
+    std::lock_guard<std::mutex> change(platform::ChangeMutex());
+    Send(StoredEvent{Apply(stored)});
+}
+
+void Reporter::OnRequest(const std::string& name, const std::string& value) {
+    std::lock_guard<std::mutex> change(platform::ChangeMutex());
+    platform::StoreProperty(name, value);
+    Send(RequestEvent{name, value});
+}
+
+void Reporter::OnLog(android::base::LogSeverity severity, const char* file, unsigned line,
+                     const char* message) {
+    if (quiet_) return;
+    Send(LogEvent{SeverityName(severity), file, static_cast<int>(line), message});
+}
+
+void Reporter::ReportLogo() {
+    if (logo_source_.empty()) return;
+    const Unobserved unobserved;
+    const std::string logo = LogoContent(logo_source_);
+    if (!logo.empty() && android::base::StartsWith(LogoContent(kSplashPartition), logo)) {
+        Send(LogoEvent{logo_source_, static_cast<int>(logo.size())});
+    }
+    logo_source_.clear();
+}
+
+void Reporter::OnOpen(const char* path, int flags) {
+    if (Unobserved::IsOn()) return;
+    const Unobserved unobserved;
+    const bool writes = (flags & O_ACCMODE) != O_RDONLY;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!writes) {
+            last_read_ = path;
+        } else if (std::string_view(path) == kSplashPartition) {
+            logo_source_ = last_read_;
+        }
+    }
+    if (writes) tracker_.Written(path);
+    Send(OpenEvent{path, writes});
+}
+
+void Reporter::OnLoad(const char* path, const char* filter, const PropertyMap* properties) {
+    if (quiet_ && !tracker_.notes_names()) return;
+    const Unobserved unobserved;
+    tracker_.Begin(path, filter, properties);
+}
+
+void Reporter::OnLoaded(const PropertyMap* properties) {
+    if (quiet_ && !tracker_.notes_names()) return;
+    const Unobserved unobserved;
+    tracker_.End(properties);
+}
+
+void Reporter::OnLookUp(const char* path, const char* name) {
+    if (quiet_) return;
+    const Unobserved unobserved;
+    LookUpEvent event;
+    event.path = PlainPath(path);
+    event.source = tracker_.SourceOf(path);
+    event.name = name;
+    event.operations = CallChain();
+    LinesRead read{-1, {}};
+    const std::string content = LoadTracker::Content(path).value_or("");
+    // As the library looks it up: the first line that begins so and has an "=".
+    for (const PropertyLine& line : PropertyLines(content, true)) {
+        if (line.kind != PropertyLine::kProperty) continue;
+        if (!android::base::StartsWith(line.text, name)) continue;
+        event.line = line.number;
+        read.lines.push_back({line.number, std::string(line.name), std::string(line.value), true});
+        break;
+    }
+    Send(std::move(event));
+    if (!read.lines.empty()) Send(std::move(read));
+}
+
+void Reporter::OnMount(const char* source, const char* target, unsigned long flags, int result,
+                       int error) {
+    const Unobserved unobserved;
+    MountEvent event{source, target, FlagNames(flags), std::nullopt, std::nullopt};
+    if (result != 0) {
+        event.error = strerror(error);
+    } else {
+        event.covers = RealPath(target, true).value_or(target);
+        tracker_.Bound(source, target, (flags & MS_REC) != 0);
+    }
+    Send(std::move(event));
+}
+
+void Reporter::OnPropertySet(const std::string& name, const std::string& value) {
+    const Unobserved unobserved;
+    Send(PropertyEvent{name, value, CallChain()});
+}
+
+void Reporter::OnRestorecon(const char* path, unsigned int flags, int result) {
+    Send(RestoreconEvent{path, static_cast<int>(flags), result});
+}
+
+}  // namespace extprop

@@ -1,0 +1,66 @@
+// Reports, inside the sandbox, everything that the library does and init takes, as it happens.
+
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include <android-base/logging.h>
+
+#include "boot/load_tracker.h"
+#include "boot/message.h"
+#include "platform.h"
+
+namespace extprop {
+
+class Reporter : public platform::Observer, private LoadListener {
+  public:
+    // Sends to `channel`; the lines of files only if their names are `wanted`.
+    Reporter(int channel, bool quiet, std::function<bool(const std::string& name)> wanted)
+            : channel_(channel), quiet_(quiet), tracker_(this, std::move(wanted)) {}
+
+    void Send(const Message& message);
+
+    // The callback of the library, called from the frame whose address is `frame` or one above.
+    void OnCallback(int mode, const PropertyMap& properties, const void* frame);
+
+    // init takes what the step loaded into its own map.
+    void OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation);
+
+    // init takes the stored persistent properties.
+    void OnStored(const PropertyMap& stored);
+
+    void OnRequest(const std::string& name, const std::string& value);
+
+    void OnLog(android::base::LogSeverity severity, const char* file, unsigned line,
+               const char* message);
+
+    // Reports the logo that was written since the last time: the partition was opened for it after
+    // its source, and begins with it now.
+    void ReportLogo();
+
+    LoadTracker* tracker() { return &tracker_; }
+
+    void OnOpen(const char* path, int flags) override;
+    void OnLoad(const char* path, const char* filter, const PropertyMap* properties) override;
+    void OnLoaded(const PropertyMap* properties) override;
+    void OnLookUp(const char* path, const char* name) override;
+    void OnMount(const char* source, const char* target, unsigned long flags, int result,
+                 int error) override;
+    void OnPropertySet(const std::string& name, const std::string& value) override;
+    void OnRestorecon(const char* path, unsigned int flags, int result) override;
+
+  private:
+    void OnLoadBegun(LoadEvent event) override { Send(std::move(event)); }
+    void OnLinesRead(LinesRead lines) override { Send(std::move(lines)); }
+    void OnImportRead(ImportRead import) override { Send(std::move(import)); }
+
+    std::mutex mutex_;
+    int channel_;
+    bool quiet_;
+    LoadTracker tracker_;
+    std::string last_read_;
+    std::string logo_source_;  // what was read before the splash partition was opened for output
+};
+
+}  // namespace extprop

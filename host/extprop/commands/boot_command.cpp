@@ -1,0 +1,57 @@
+#include <unistd.h>
+
+#include <iostream>
+
+#include "commands/command.h"
+#include "commands/options.h"
+#include "device/property_text.h"
+#include "explain/explain.h"
+#include "input_error.h"
+#include "output/json.h"
+#include "output/page.h"
+#include "output/text.h"
+
+namespace extprop {
+
+ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words) {
+    std::string device;
+    BootArguments arguments;
+    std::string page;
+    bool json = false;
+    bool quiet = false;
+    bool verbose = false;
+
+    const auto app = MakeApp(command);
+    app->add_option("DEVICE", device,
+                    "Directory that looks like the device's root; it is never changed")
+            ->required();
+    app->add_option("STEP", arguments.steps, "Steps of the boot, listed below");
+    AddBootOptions(app.get(), &arguments);
+    auto* json_flag = app->add_flag("--json", json, "Print one JSON document");
+    app->add_flag("--quiet,-q", quiet, "Print only the properties")->excludes(json_flag);
+    app->add_flag("--verbose,-v", verbose, "Print every log line and opened file as well");
+    app->add_option("--html", page, "Write a page for the browser to FILE as well")
+            ->type_name("FILE");
+    if (!Parse(app.get(), words)) return kDone;
+
+    BootOptions options = OptionsOf(device, arguments);
+    Report report;
+    if (page.empty()) {
+        options.plan.quiet = quiet;
+        report = PreparedDevice(options).Boot();
+    } else {
+        const Explanation explanation = Explain(options, {kEverything}, &report);
+        WriteOutput(page, ReportPage(report, explanation));
+    }
+    const ExitStatus status = Warn(report);
+    if (json) {
+        PrintJson(ToJson(report));
+    } else if (!quiet) {
+        std::cout << ReportText(report, verbose);
+    } else if (!report.failure) {
+        std::cout << PropertyListing(report.properties, isatty(STDOUT_FILENO) == 1);
+    }
+    return status;
+}
+
+}  // namespace extprop

@@ -1,0 +1,73 @@
+#include "explain/diff.h"
+
+#include <iostream>
+
+#include "commands/command.h"
+#include "commands/options.h"
+#include "input_error.h"
+#include "output/json.h"
+#include "output/text.h"
+
+namespace extprop {
+
+namespace {
+
+// The words of a comparison are those of both boots, but for what stands behind --a or --b.
+void Divide(const std::vector<std::string>& words, std::vector<std::string> (&sides)[2]) {
+    std::vector<std::string>* only = nullptr;
+    for (const std::string& word : words) {
+        if (word == "--a" || word == "--b") {
+            only = &sides[word == "--b"];
+        } else if (only != nullptr) {
+            only->push_back(word);
+        } else {
+            for (auto& side : sides) side.push_back(word);
+        }
+    }
+}
+
+}  // namespace
+
+ExitStatus RunDiff(const Command& command, const std::vector<std::string>& words) {
+    std::vector<std::string> sides[2];
+    Divide(words, sides);
+    Report reports[2];
+    Tracer tracers[2];
+    bool json = false;
+    ExitStatus status = kDone;
+    for (int i = 0; i < 2; ++i) {
+        std::vector<std::string> devices_and_steps;
+        BootArguments arguments;
+        const auto app = MakeApp(command);
+        app->add_option("DEVICE", devices_and_steps,
+                        "One device directory, or two; and steps, listed below")
+                ->required();
+        AddBootOptions(app.get(), &arguments);
+        app->add_flag("--json", json, "Print one JSON document");
+        app->add_option("--a", "Options of the first boot only, up to --b or the end")
+                ->type_name("OPTION...");
+        app->add_option("--b", "Options of the second boot only, up to --a or the end")
+                ->type_name("OPTION...");
+        if (!Parse(app.get(), sides[i])) return kDone;
+
+        std::vector<std::string> devices;
+        for (const std::string& word : devices_and_steps) {
+            (IsStepWord(word) ? arguments.steps : devices).push_back(word);
+        }
+        if (devices.empty()) throw InputError("diff: no DEVICE is given, only steps");
+        if (devices.size() > 2) throw InputError("diff: more than two devices are given");
+        PreparedDevice device(OptionsOf(i == 1 ? devices.back() : devices.front(), arguments));
+        reports[i] = device.Boot(&tracers[i], [](const std::string&) { return true; });
+        status = std::max(status, Warn(reports[i]));
+    }
+    const Difference difference = Diff(reports[0], tracers[0], reports[1], tracers[1]);
+    if (json) {
+        PrintJson(ToJson(difference));
+    } else {
+        std::cout << DifferenceText(difference);
+    }
+    if (status != kDone) return status;
+    return difference.empty() ? kDone : kFound;
+}
+
+}  // namespace extprop

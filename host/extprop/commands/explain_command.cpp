@@ -1,0 +1,57 @@
+#include "explain/explain.h"
+
+#include <iostream>
+
+#include "commands/command.h"
+#include "commands/options.h"
+#include "input_error.h"
+#include "output/json.h"
+#include "output/page.h"
+#include "output/text.h"
+
+namespace extprop {
+
+ExitStatus RunExplain(const Command& command, const std::vector<std::string>& words) {
+    std::string device;
+    std::vector<std::string> names_and_steps;
+    BootArguments arguments;
+    std::string page;
+    bool all = false;
+    bool json = false;
+
+    const auto app = MakeApp(command);
+    app->add_option("DEVICE", device, "Directory that looks like the device's root")->required();
+    app->add_option("NAME", names_and_steps,
+                    "Names of properties, or patterns such as 'ro.product.*'; and steps, listed "
+                    "below");
+    app->add_flag("--all", all, "Explain every property");
+    AddBootOptions(app.get(), &arguments);
+    app->add_flag("--json", json, "Print one JSON document");
+    app->add_option("--html", page, "With --all: write a page for the browser to FILE as well")
+            ->type_name("FILE");
+    if (!Parse(app.get(), words)) return kDone;
+
+    std::vector<std::string> patterns;
+    if (all) patterns = {kEverything};
+    for (const std::string& word : names_and_steps) {
+        (IsStepWord(word) ? arguments.steps : patterns).push_back(word);
+    }
+    if (patterns.empty()) throw InputError("explain: no NAME is given, nor --all");
+    if (!page.empty() && !all) throw InputError("explain: --html goes with --all");
+
+    Report report;
+    const Explanation explanation = Explain(OptionsOf(device, arguments), patterns, &report);
+    const ExitStatus status = Warn(report);
+    if (!page.empty()) WriteOutput(page, ReportPage(report, explanation));
+    if (json) {
+        PrintJson(ToJson(explanation));
+    } else {
+        std::cout << ExplanationText(explanation, WantColours());
+    }
+    for (const std::string& pattern : explanation.unknown) {
+        std::cerr << "extprop: no property file or step has '" << pattern << "'\n";
+    }
+    return status == kDone && !explanation.unknown.empty() ? kBadInput : status;
+}
+
+}  // namespace extprop

@@ -1,0 +1,116 @@
+#include "commands/options.h"
+
+#include <algorithm>
+
+#include "boot/installing_service.h"
+#include "device/legal.h"
+#include "device/property_text.h"
+#include "input_error.h"
+
+namespace extprop {
+
+namespace {
+
+std::string StepsHelp() {
+    std::string help = "Steps, performed in the order given (default: early persist):\n";
+    for (const StepKind& kind : StepKinds()) {
+        std::string word = kind.word;
+        if (kind.argument != nullptr) word += std::string(":") + kind.argument;
+        word.resize(24, ' ');
+        help += "  " + word + kind.help + "\n";
+    }
+    return help;
+}
+
+}  // namespace
+
+void AddBootOptions(CLI::App* command, BootArguments* arguments) {
+    // Without this an option would take every word behind it, steps too.
+    constexpr bool kOneEach = false;
+    command->add_option("--set", arguments->settings, "Set a system property before the first step")
+            ->type_name("NAME=VALUE")
+            ->allow_extra_args(kOneEach);
+    command->add_option("--props", arguments->property_files,
+                        "Set the properties in FILE, a property file or getprop's output, before "
+                        "those of --set")
+            ->type_name("FILE")
+            ->allow_extra_args(kOneEach);
+    arguments->brand_option = command->add_option("--brand", arguments->brand,
+                                                  "What if the device were of this brand")
+                                      ->type_name("NAME");
+    arguments->region_option =
+            command->add_option("--region", arguments->region, "What if it were of this region")
+                    ->type_name("CODE");
+    arguments->nv_key_option =
+            command->add_option("--nv", arguments->nv_key,
+                                "What if older software had left this key in its radio store")
+                    ->type_name("KEY");
+    command->add_option("--edit", arguments->edits,
+                        "What if the property's line in the device's file PATH had this value, or "
+                        "were added at its end")
+            ->type_name("PATH:NAME=VALUE")
+            ->allow_extra_args(kOneEach);
+    command->add_option("--request", arguments->requests,
+                        "Hand VALUE to the bind thread of cota-service:check_mount once it has "
+                        "acknowledged the one before; in the end the thread is told to stop")
+            ->type_name("VALUE")
+            ->allow_extra_args(kOneEach);
+    command->add_flag("--no-complete", arguments->no_complete,
+                      "Do not tell the bind thread to stop; it gives up after 20 s without a "
+                      "request");
+    command->add_flag("--any-word", arguments->any_word,
+                      "Take commands, paths and requests too that the library ignores");
+    command->add_option("--timeout", arguments->time_limit,
+                        "Seconds that a step may take before the library counts as hung")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(1, 3600))
+            ->capture_default_str();
+    command->footer(StepsHelp());
+}
+
+namespace {
+
+void AddProperty(const std::string& where, const std::string& name, const std::string& value,
+                 PropertyMap* properties) {
+    if (auto reason = WhyRefused(name, value)) {
+        throw InputError(where + ": no phone has the property '" + name + "': " + *reason);
+    }
+    (*properties)[name] = value;
+}
+
+}  // namespace
+
+BootOptions OptionsOf(const std::string& device, const BootArguments& arguments) {
+    BootOptions options;
+    options.device = device;
+    options.time_limit = std::chrono::seconds(arguments.time_limit);
+    BootPlan& plan = options.plan;
+    for (const std::string& step : arguments.steps) {
+        plan.steps.push_back(ParseStep(step));
+        if (!arguments.any_word) CheckStep(plan.steps.back());
+    }
+    if (plan.steps.empty()) plan.steps = {ParseStep("early"), ParseStep("persist")};
+    for (const std::string& file : arguments.property_files) {
+        for (const auto& [name, value] : ReadProperties(file)) {
+            AddProperty(file, name, value, &plan.properties);
+        }
+    }
+    for (const std::string& setting : arguments.settings) {
+        const auto [name, value] = ParseSetting(setting);
+        AddProperty("--set '" + setting + "'", name, value, &plan.properties);
+    }
+    const bool has_thread = std::any_of(plan.steps.begin(), plan.steps.end(),
+                                        [](const Step& step) { return step.starts_bind_thread(); });
+    if (!arguments.requests.empty() && !has_thread && !arguments.any_word) {
+        throw InputError("--request goes with the step cota-service:check_mount");
+    }
+    plan.requests = arguments.requests;
+    if (!arguments.no_complete) plan.requests.push_back(kBindComplete);
+    if (arguments.brand_option->count() > 0) options.edits.push_back(BrandEdit(arguments.brand));
+    if (arguments.region_option->count() > 0) options.edits.push_back(RegionEdit(arguments.region));
+    if (arguments.nv_key_option->count() > 0) options.edits.push_back(NvKeyEdit(arguments.nv_key));
+    for (const std::string& edit : arguments.edits) options.edits.push_back(ParseEdit(edit));
+    return options;
+}
+
+}  // namespace extprop

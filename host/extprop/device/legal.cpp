@@ -1,0 +1,27 @@
+#include "device/legal.h"
+
+#include <errno.h>
+
+#include <stdexcept>
+
+#include "utils.h"
+
+namespace extprop {
+
+Utf8Locale::Utf8Locale() {
+    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    if (utf8 == locale_t()) throw std::runtime_error("the locale C.UTF-8 is missing");
+    previous_ = uselocale(utf8);
+}
+
+std::optional<std::string> WhyRefused(const std::string& name, const std::string& value) {
+    if (!IsLegalPropertyName(name)) return "illegal name";
+    const Utf8Locale utf8;
+    const auto legal = IsLegalPropertyValue(name, value);
+    if (legal.ok()) return std::nullopt;
+    // The error's end is what errno happened to be, which says nothing here.
+    const std::string message = legal.error().message();
+    return message.substr(0, message.rfind(": "));
+}
+
+}  // namespace extprop

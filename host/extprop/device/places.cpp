@@ -1,0 +1,57 @@
+#include "device/places.h"
+
+#include <android-base/strings.h>
+
+#include "TesvoExtensionProperty/cota.h"
+#include "TesvoExtensionProperty/names.h"
+
+namespace extprop {
+
+using android::base::EndsWith;
+using namespace android::init;
+
+const std::vector<FixedFile>& FixedFiles() {
+    static const std::vector<FixedFile> files = {
+            {kOldActionFile, FileUse::kKeyFile, Occasion::kKeyFiles},
+            {kReserveFirstFile, FileUse::kKeyFile, Occasion::kKeyFiles},
+            {kReserveCurrentFile, FileUse::kKeyFile, Occasion::kKeyFiles},
+            {kReserveRegionFile, FileUse::kKeyFile, Occasion::kKeyFiles},
+            {kConvertFile, FileUse::kProperties, Occasion::kKeyFiles},
+            {kReserveCommonFile, FileUse::kProperties, Occasion::kKeyFiles},
+            {kForceConnectFile, FileUse::kProperties, Occasion::kKeyFiles},
+            {kDataFirstFile, FileUse::kProperties, Occasion::kKeyFiles},
+            {kDataCurrentFile, FileUse::kProperties, Occasion::kKeyFiles},
+            {kDataRegionFile, FileUse::kProperties, Occasion::kKeyFiles},
+            {kFlashBackFile, FileUse::kProperties, Occasion::kKeyFiles},
+            {kDataCommonFile, FileUse::kProperties, Occasion::kDataCommon},
+            {kEmptyAppChannelFile, FileUse::kProperties, Occasion::kEmptyChannel},
+            {kCompanyConfig, FileUse::kProperties, Occasion::kCompanyConfig},
+            {kCotaMountInfoFile, FileUse::kCotaMessage, Occasion::kMountInfo},
+            {kCotaModuleInfoFile, FileUse::kCotaMessage, Occasion::kModuleInfo},
+    };
+    return files;
+}
+
+std::optional<FileUse> UseOf(const std::string& path) {
+    for (const FixedFile& file : FixedFiles()) {
+        if (path == file.path) return file.use;
+    }
+    for (const char* map : {kSwitchKeyMap, kNvFlagMap}) {
+        if (EndsWith(path, std::string("/etc/") + map)) return FileUse::kMapping;
+    }
+    if (EndsWith(path, "/devicename.cfg")) return FileUse::kDeviceName;
+    if (EndsWith(path, ".prop")) return FileUse::kProperties;
+    return std::nullopt;
+}
+
+const std::vector<SwitchKey>& SwitchKeys() {
+    static const std::vector<SwitchKey> keys = {
+            {kSimSwitchFirst, kFirstTimeLeaf, "simSwitchFirst", kDataFirstFile},
+            {kSimSwitchCurrent, kCurrentTimeLeaf, "simSwitchCurrent", kDataCurrentFile},
+            {kChannelInfo, kCarrierChannelLeaf, "switchCarrierChannel", kDataCommonFile},
+            {kRegionSwitchFirst, kRegionLeaf, "regionSwitch", kDataRegionFile},
+    };
+    return keys;
+}
+
+}  // namespace extprop

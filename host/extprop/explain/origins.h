@@ -1,0 +1,125 @@
+// Where every value came from: the places and operations that gave it, in order of time.
+
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "boot/boot.h"
+#include "explain/survey.h"
+
+namespace extprop {
+
+enum class OriginKind { kGiven, kFile, kOperation, kRequest };
+
+enum class Fate {
+    kWins,
+    kOverridden,
+    kNotHandedOn,  // loaded, but never given to init
+    kGone,         // with a reboot
+    kRefused,      // by init
+    kLookedUp,     // by the look-up of one property, and no more
+    kFilteredOut,  // by the filter of the import that led to it
+    kNotLoaded,
+};
+
+struct Origin {
+    OriginKind kind = OriginKind::kGiven;
+    std::string value;
+    Fate fate = Fate::kWins;
+    std::optional<int> boot;
+    std::optional<std::string> step;
+
+    // Of a file.
+    std::string file;
+    int line = 0;
+    std::optional<std::string> source;
+    std::optional<std::string> imported_by;
+    std::optional<std::string> filter;
+    bool written = false;
+
+    // Of an operation or a look-up.
+    std::vector<std::string> operations;
+
+    // Of a line that did not load: the words that make the same command line load it.
+    std::optional<std::vector<std::string>> required;
+
+    bool did_not_load() const { return fate >= Fate::kLookedUp; }
+    const std::string& own_file() const { return source ? *source : file; }
+};
+
+// By property.
+using Origins = std::map<std::string, std::vector<Origin>>;
+
+// An import that referred to properties, as a load came to it first.
+struct ReferringImport {
+    struct Reference {
+        std::string name;
+        std::string value;             // then; empty if it was unset
+        std::optional<Origin> origin;  // of the value
+        bool stored_in_force = false;  // the stored persistent properties were
+    };
+    std::vector<Reference> references;
+};
+
+// Follows a boot and finds the origins of the properties whose lines it is told of.
+class Tracer : public BootListener {
+  public:
+    void OnBoot(const BootStart& start) override;
+    void OnStep(const std::string& step) override;
+    void OnEvent(const Event& event) override;
+    void OnLines(const LinesRead& lines) override;
+    void OnImport(const ImportRead& import) override;
+    void OnStepEnd() override;
+
+    // The origin of the property's present value, or null.
+    const Origin* Winner(const std::string& name) const;
+
+    // The device's own files that were loaded without a filter.
+    const std::set<std::string>& loaded() const { return loaded_whole_; }
+    // By the importing file, the device's own, and the line.
+    using Imports = std::map<std::pair<std::string, int>, ReferringImport>;
+    const Imports& imports() const { return imports_; }
+    // The device's own paths that something is mounted over at the end.
+    const std::vector<std::string>& covered() const { return covered_; }
+
+    // Returns the origins so far, each line of a file once, with what it decided.
+    extprop::Origins Origins() const;
+
+  private:
+    struct Assignment {
+        std::string name;
+        Origin origin;
+        bool handed = false;
+    };
+    struct Map {
+        std::vector<Assignment> lines;
+        std::map<std::string, size_t> last;  // of each name
+    };
+
+    void HandOver(const Handover& handover, const std::vector<std::string>& operations,
+                  std::optional<int> map);
+    void AddOperation(OriginKind kind, const std::string& name, const std::string& value,
+                      const std::vector<std::string>& operations);
+    void Add(const std::string& name, Origin origin);
+    Origin* FindWinner(const std::string& name);
+
+    extprop::Origins origins_;
+    std::map<std::string, size_t> winners_;  // index of the winner in its origins
+    std::map<std::string, size_t> stored_;   // those that were persistent at the last reboot
+    std::map<int, Map> maps_;
+    std::vector<LoadEvent> loads_;  // of this boot
+    LookUpEvent look_up_;
+    std::optional<int> own_map_;  // init's
+    std::set<std::string> loaded_whole_;
+    Imports imports_;
+    std::vector<std::string> covered_;
+    bool stored_in_force_ = false;
+    int boot_ = 0;
+    std::string step_;
+};
+
+}  // namespace extprop

@@ -1,0 +1,375 @@
+#include "explain/requirements.h"
+
+#include <string.h>
+
+#include <algorithm>
+
+#include <android-base/file.h>
+#include <android-base/strings.h>
+
+#include "TesvoExtensionProperty/names.h"
+#include "boot/real_path.h"
+#include "device/legal.h"
+#include "device/property_lines.h"
+
+namespace extprop {
+
+namespace {
+
+using namespace android::init;
+using android::base::StartsWith;
+
+// Properties are read into buffers of this size less the closing zero.
+constexpr size_t kLongestRead = 91;
+
+// A partition that the device does not have, for properties that nothing else can set so late.
+constexpr char kTriedRoot[] = "/data/what-if";
+
+// A company image's date that no image has.
+constexpr char kTriedDate[] = "what-if";
+
+const char* const kRecopyPreload = "persist.sys.recopy.preload.opinstalled";
+constexpr char kCarrierCode[] = "ro.boot.vxcarrier";
+
+Words operator+(Words words, const Words& more) {
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+std::string Setting(const std::string& name, const std::string& value) {
+    return name + "=" + value;
+}
+
+bool IsWord(const Step& step, const char* word) {
+    return strcmp(step.kind->word, word) == 0;
+}
+
+bool PassesFilter(const std::string& name, const std::string& filter) {
+    if (filter.empty()) return true;
+    if (filter.back() == '*') return StartsWith(name, filter.substr(0, filter.size() - 1));
+    return name == filter;
+}
+
+// Replaces each reference to `name` in the text by `value`.
+std::string Substituted(std::string text, const std::string& name, const std::string& value) {
+    const std::string open = "${" + name;
+    for (size_t at = 0; (at = text.find(open, at)) != std::string::npos;) {
+        const size_t close = text.find('}', at);
+        const std::string rest = text.substr(at + open.size(), 2);
+        if (close == std::string::npos) break;
+        if (rest[0] != '}' && rest != ":-") {
+            at = close;
+            continue;
+        }
+        text.replace(at, close + 1 - at, value);
+        at += value.size();
+    }
+    return text;
+}
+
+}  // namespace
+
+const std::vector<const char*>& Requirements::ControlProperties() {
+    static const std::vector<const char*> names = {
+            kSimSwitchFirst,     kSimSwitchCurrent,  kChannelInfo, kRegionSwitchFirst, kCompanyDate,
+            kCompanyDateApplied, kEmergencyShutdown, kCarrierCode, kRecopyPreload,
+    };
+    return names;
+}
+
+Requirements::Requirements(const Survey& survey, const Tracer& tracer, const Report& report,
+                           const std::vector<Step>& steps, const PropertyMap& given)
+        : survey_(survey), tracer_(tracer), report_(report), steps_(steps), given_(given) {
+    for (const SurveyedFile& file : survey.files) {
+        files_[file.source.value_or(file.path)] = &file;
+        for (const SurveyedImport& import : file.imports) {
+            has_filters_ |= !import.filter.empty();
+            if (import.text.find('$') == std::string::npos) {
+                importers_[PlainPath(import.text)].emplace_back(&file, &import);
+            } else {
+                referring_.emplace_back(&file, &import);
+            }
+        }
+    }
+}
+
+std::optional<Words> Requirements::WordsFor(const std::string& path, const std::string& name) {
+    auto file = files_.find(path);
+    if (file == files_.end()) return std::nullopt;
+    return WordsFor(*file->second, name);
+}
+
+std::optional<Words> Requirements::WordsFor(const SurveyedFile& file, const std::string& name) {
+    if (report_.failure) return std::nullopt;  // no word is reached behind what the library died of
+    if (auto words = FileWords(file)) return words;
+    if (IsGone(file.source.value_or(file.path))) return std::nullopt;
+    // Only filters make a difference between the lines of a file.
+    auto [entry, is_new] = imported_.try_emplace({file.path, has_filters_ ? name : ""});
+    if (is_new) entry->second = ImportWords(file, name);
+    return entry->second;
+}
+
+// Returns the words that make the library load the file for its own sake.
+std::optional<Words> Requirements::FileWords(const SurveyedFile& file) {
+    const std::string& path = file.source ? *file.source : file.path;
+    auto [entry, is_new] = known_.try_emplace(path);
+    if (!is_new) return entry->second;
+    for (const Reading& reading : file.readings) {
+        if (IsGone(path) || entry->second) break;
+        entry->second = ReadingWords(file, reading);
+    }
+    if (!entry->second && !IsGone(path) && !file.source &&
+        android::base::Basename(path) == "build.prop") {
+        entry->second = AtEnd({"early:" + android::base::Dirname(path)});
+    }
+    return known_[path];
+}
+
+std::optional<Words> Requirements::ReadingWords(const SurveyedFile& file,
+                                                const Reading& reading) const {
+    const std::string& path = file.path;
+    if (IsCovered(path)) return std::nullopt;
+    const bool in_package = reading.root == Reading::kPackage || reading.root == Reading::kModule;
+    switch (reading.occasion) {
+        case Occasion::kPartition:
+            if (reading.root == Reading::kCompany) return CompanyWords(reading);
+            if (!in_package) return PartitionWords(reading);
+            if (IsGone(reading.root == Reading::kPackage ? "/data/cota/cota_mount_info.prop"
+                                                         : "/data/cota/cota_module_info.prop")) {
+                return std::nullopt;
+            }
+            return Words{reading.root == Reading::kPackage ? "cota-service:mount_and_check_load"
+                                                           : "cota-service:module_bind_single"};
+        case Occasion::kKeyDirectory:
+            if (reading.root == Reading::kCompany) return CompanyWords(reading);
+            return KeyDirectoryWords(reading);
+        case Occasion::kOldKeyFile:
+            return FirstPassWords(reading.root_words + Words{"--nv", reading.key});
+        case Occasion::kFlagMap:
+            if (survey_.unmapped_key.empty()) return std::nullopt;
+            return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
+        case Occasion::kNvMap:
+            if (survey_.unmapped_key.empty() || !survey_.migrates) return std::nullopt;
+            if (!ValueOf(kCarrierCode).empty() || given_.count(kSimSwitchConvert) != 0) {
+                return std::nullopt;
+            }
+            return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
+        case Occasion::kKeyFiles: {
+            const bool is_state = path == kReserveCommonFile || path == kReserveRegionFile ||
+                                  path == kDataRegionFile;
+            if (is_state && RestoresChannel()) return std::nullopt;
+            return FirstPassWords({});
+        }
+        case Occasion::kDataCommon:
+            return Words{"sim:updateDataCommonProp"};
+        case Occasion::kEmptyChannel:
+            return Words{"sim:emptyAppchannelProp"};
+        case Occasion::kCompanyConfig:
+            return Words{"duskrider"};
+        case Occasion::kMountInfo:
+            return Words{"cota-service:mount_and_check_load"};
+        case Occasion::kModuleInfo:
+            return Words{"cota-service:module_bind_single"};
+    }
+    return std::nullopt;
+}
+
+std::optional<Words> Requirements::PartitionWords(const Reading& reading) const {
+    const bool has_early = std::any_of(steps_.begin(), steps_.end(), [](const Step& step) {
+        return IsWord(step, "early") && step.kind->argument == nullptr;
+    });
+    if (!has_early) return AtEnd(reading.root_words + Words{"early"});
+    if (reading.root_words.empty()) return std::nullopt;
+    return reading.root_words;
+}
+
+// The directory is loaded by the command of its key, which reads the key's property.
+std::optional<Words> Requirements::KeyDirectoryWords(const Reading& reading) const {
+    const SwitchKey& key = SwitchKeys()[reading.key_index];
+    auto words = SetWords(key.property, reading.key, key.key_file);
+    if (!words) return std::nullopt;
+    *words = reading.root_words + *words + Words{std::string("sim:") + key.command};
+    if (reading.root == Reading::kPackage) words->push_back("cota-service:mount_and_check_load");
+    if (reading.root == Reading::kModule) words->push_back("cota-service:module_bind_single");
+    return words;
+}
+
+// The company's own root is read by the first step persist that finds a new image.
+std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
+    for (const char* date : {kCompanyDate, kCompanyDateApplied}) {
+        if (tracer_.Winner(date) != nullptr) return std::nullopt;
+    }
+    Words words = {"--set", Setting(kCompanyDate, kTriedDate)};
+    if (reading.occasion == Occasion::kKeyDirectory) {
+        const SwitchKey& key = SwitchKeys()[reading.key_index];
+        if (WhyRefused(key.property, reading.key) || RestoresChannel()) return std::nullopt;
+        // What a later key file says of the key would win.
+        const Origin* winner = tracer_.Winner(key.property);
+        if (winner != nullptr && winner->kind == OriginKind::kFile &&
+            winner->own_file() != key.key_file && !winner->written &&
+            winner->own_file() != kReserveFirstFile && winner->own_file() != kReserveCurrentFile &&
+            winner->own_file() != kReserveRegionFile) {
+            return std::nullopt;
+        }
+        words = words + Words{"--edit",
+                              std::string(key.key_file) + ":" + Setting(key.property, reading.key)};
+    }
+    const int boots = static_cast<int>(report_.boots.size());
+    if (boots > 1 && HasPersist()) return std::nullopt;
+    return FirstPassWords(words);
+}
+
+// Returns the words that make the property have the value when the steps so far are done.
+std::optional<Words> Requirements::SetWords(const char* property, const std::string& value,
+                                            const char* key_file) const {
+    if (value.size() > kLongestRead || WhyRefused(property, value)) return std::nullopt;
+    if (ValueOf(property) == value) return Words{};
+    const Origin* winner = tracer_.Winner(property);
+    const bool is_reset = property == std::string_view(kChannelInfo) && RestoresChannel();
+    if ((winner == nullptr || winner->kind == OriginKind::kGiven) && !is_reset) {
+        return Words{"--set", Setting(property, value)};
+    }
+    if (winner != nullptr && winner->kind == OriginKind::kFile && !is_reset) {
+        return Words{"--edit", winner->own_file() + ":" + Setting(property, value)};
+    }
+    if (winner != nullptr && winner->kind == OriginKind::kOperation &&
+        property != std::string_view(kChannelInfo)) {
+        return Words{"--edit", std::string(key_file) + ":" + Setting(property, value)};
+    }
+    return Words{"--edit", std::string(kTriedRoot) + "/build.prop:" + Setting(property, value),
+                 std::string("early:") + kTriedRoot};
+}
+
+// Adds what makes a step persist find the key files as the words leave them.
+std::optional<Words> Requirements::FirstPassWords(Words words) const {
+    bool fresh = true;  // no step of the boot has filled the switch keys yet
+    bool persist_in_boot = false;
+    for (const Step& step : steps_) {
+        if (step.is_reboot()) {
+            fresh = true;
+            persist_in_boot = false;
+        } else if (IsWord(step, "persist")) {
+            if (fresh && !words.empty()) return words;  // it is there already
+            persist_in_boot = true;
+        } else if (IsWord(step, "sim")) {
+            fresh = false;
+        }
+    }
+    if (!fresh || persist_in_boot) words.push_back("reboot");
+    words.push_back("persist");
+    return words;
+}
+
+// What is mounted ends with a reboot.
+Words Requirements::AtEnd(Words words) const {
+    if (tracer_.covered().empty()) return words;
+    words.insert(words.end() - 1, "reboot");
+    return words;
+}
+
+std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const std::string& name) {
+    for (const auto& [importer, import] : importers_[file.path]) {
+        if (!PassesFilter(name, import->filter)) continue;
+        if (auto words = FileWords(*importer)) return words;
+    }
+    for (const auto& [importer, import] : referring_) {
+        if (!PassesFilter(name, import->filter)) continue;
+        if (auto words = ImportWords(*importer, *import, file)) return words;
+    }
+    return std::nullopt;
+}
+
+// Returns the words with which an import that refers to properties leads to the file.
+std::optional<Words> Requirements::ImportWords(const SurveyedFile& importer,
+                                               const SurveyedImport& import,
+                                               const SurveyedFile& file) {
+    // Most imports lead elsewhere, whatever they refer to.
+    if (!StartsWith(file.path, import.text.substr(0, import.text.find('$')))) return std::nullopt;
+    const std::string& own = importer.source ? *importer.source : importer.path;
+    ReferringImport read;
+    Words words;
+    if (tracer_.loaded().count(own) != 0) {
+        auto found = tracer_.imports().find({own, import.line});
+        if (found == tracer_.imports().end()) return std::nullopt;
+        read = found->second;
+    } else {
+        auto loading = FileWords(importer);
+        if (!loading) return std::nullopt;
+        words = *loading;
+        for (const std::string& reference : References(import.text)) {
+            const Origin* winner = tracer_.Winner(reference);
+            read.references.push_back(
+                    {reference, ValueOf(reference),
+                     winner == nullptr ? std::nullopt : std::optional<Origin>(*winner), false});
+        }
+    }
+    for (const auto& unknown : read.references) {
+        // The other references as they are.
+        std::string text = import.text;
+        for (const auto& other : read.references) {
+            if (other.name != unknown.name && !other.value.empty()) {
+                text = Substituted(text, other.name, other.value);
+            }
+        }
+        const size_t start = text.find("${" + unknown.name);
+        const size_t end = start == std::string::npos ? start : text.find('}', start);
+        if (end == std::string::npos) continue;
+        const std::string before = text.substr(0, start);
+        if (!StartsWith(file.path, before)) continue;
+        for (size_t size = file.path.size() - before.size(); size > 0; --size) {
+            const std::string value = file.path.substr(before.size(), size);
+            if (Substituted(text, unknown.name, value) != file.path) continue;
+            if (auto set = ReferenceWords(unknown, value)) return *set + words;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<Words> Requirements::ReferenceWords(const ReferringImport::Reference& reference,
+                                                  const std::string& value) const {
+    if (WhyRefused(reference.name, value)) return std::nullopt;
+    if (reference.value == value) return Words{};
+    if (!reference.origin || reference.origin->kind == OriginKind::kGiven) {
+        if (StartsWith(reference.name, "persist.") && !reference.stored_in_force) {
+            return std::nullopt;
+        }
+        return Words{"--set", Setting(reference.name, value)};
+    }
+    if (reference.origin->kind != OriginKind::kFile) return std::nullopt;
+    return Words{"--edit", reference.origin->own_file() + ":" + Setting(reference.name, value)};
+}
+
+bool Requirements::HasPersist() const {
+    return std::any_of(steps_.begin(), steps_.end(),
+                       [](const Step& step) { return IsWord(step, "persist"); });
+}
+
+// Whether the boot changed or deleted the file, so that it is not there as it was.
+bool Requirements::IsGone(const std::string& path) const {
+    for (const StepReport& step : report_.steps) {
+        for (const FileEffect& file : step.files) {
+            if (file.path == path && file.change != "created") return true;
+        }
+    }
+    return false;
+}
+
+// Whether something is mounted over the file.
+bool Requirements::IsCovered(const std::string& path) const {
+    const auto& covered = tracer_.covered();
+    return std::any_of(covered.begin(), covered.end(),
+                       [&](const std::string& target) { return StartsWith(path, target + "/"); });
+}
+
+std::string Requirements::ValueOf(const std::string& name) const {
+    auto value = report_.properties.find(name);
+    return value == report_.properties.end() ? "" : value->second;
+}
+
+// Whether a step persist deletes the sales channel's state files, or did so.
+bool Requirements::RestoresChannel() const {
+    auto given = given_.find(kEmergencyShutdown);
+    return (given != given_.end() && given->second == "1") || ValueOf(kEmergencyShutdown) == "1";
+}
+
+}  // namespace extprop

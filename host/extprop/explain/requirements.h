@@ -1,0 +1,69 @@
+// What a boot would take to load a line that it did not load.
+
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "explain/origins.h"
+
+namespace extprop {
+
+using Words = std::vector<std::string>;
+
+class Requirements {
+  public:
+    // What is known once the boot is over. The three must live as long as this.
+    Requirements(const Survey& survey, const Tracer& tracer, const Report& report,
+                 const std::vector<Step>& steps, const PropertyMap& given);
+
+    // The properties whose origins have to be known, whatever is asked for.
+    static const std::vector<const char*>& ControlProperties();
+
+    // Returns the words that, added to the command line of the boot, make it load the line of the
+    // name from the file; none if no step loads it.
+    std::optional<Words> WordsFor(const SurveyedFile& file, const std::string& name);
+
+    // The same for the device's own file at `path`, if it was surveyed.
+    std::optional<Words> WordsFor(const std::string& path, const std::string& name);
+
+  private:
+    std::optional<Words> FileWords(const SurveyedFile& file);
+    std::optional<Words> ReadingWords(const SurveyedFile& file, const Reading& reading) const;
+    std::optional<Words> PartitionWords(const Reading& reading) const;
+    std::optional<Words> KeyDirectoryWords(const Reading& reading) const;
+    std::optional<Words> CompanyWords(const Reading& reading) const;
+    std::optional<Words> ImportWords(const SurveyedFile& file, const std::string& name);
+    std::optional<Words> ImportWords(const SurveyedFile& importer, const SurveyedImport& import,
+                                     const SurveyedFile& file);
+    std::optional<Words> ReferenceWords(const ReferringImport::Reference& reference,
+                                        const std::string& value) const;
+
+    std::optional<Words> SetWords(const char* property, const std::string& value,
+                                  const char* key_file) const;
+    std::optional<Words> FirstPassWords(Words words) const;
+    Words AtEnd(Words words) const;
+
+    bool HasPersist() const;
+    bool IsGone(const std::string& path) const;
+    bool IsCovered(const std::string& path) const;
+    std::string ValueOf(const std::string& name) const;
+    bool RestoresChannel() const;
+
+    const Survey& survey_;
+    const Tracer& tracer_;
+    const Report& report_;
+    const std::vector<Step>& steps_;
+    const PropertyMap& given_;
+    std::map<std::string, const SurveyedFile*> files_;  // by the device's own path
+    std::map<std::string, std::vector<std::pair<const SurveyedFile*, const SurveyedImport*>>>
+            importers_;  // by an import's plain text
+    std::vector<std::pair<const SurveyedFile*, const SurveyedImport*>> referring_;
+    bool has_filters_ = false;
+    std::map<std::string, std::optional<Words>> known_;  // of whole files
+    std::map<std::pair<std::string, std::string>, std::optional<Words>> imported_;
+};
+
+}  // namespace extprop

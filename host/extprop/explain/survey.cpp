@@ -1,0 +1,328 @@
+#include "explain/survey.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <stdexcept>
+
+#include <android-base/cmsg.h>
+#include <android-base/file.h>
+#include <android-base/logging.h>
+#include <android-base/strings.h>
+#include <android-base/unique_fd.h>
+
+#include "InitExtensionPropertyImpl.h"
+#include "TesvoExtensionProperty/cota.h"
+#include "TesvoExtensionProperty/names.h"
+#include "TesvoExtensionProperty/partitions.h"
+#include "boot/load_tracker.h"
+#include "boot/message.h"
+#include "boot/real_path.h"
+#include "device/property_lines.h"
+#include "output/json.h"
+#include "utils.h"
+
+namespace extprop {
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace android::init;
+using android::base::EndsWith;
+using android::base::StartsWith;
+
+using Readings = std::map<std::string, std::vector<Reading>>;  // by the device's own path
+using Words = std::vector<std::string>;
+
+// How deep the directories of a switch key may lie: keys with slashes are taken as they are.
+constexpr int kDeepestKey = 8;
+
+bool IsRegular(const std::string& path) {
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool IsDirectory(const std::string& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::vector<std::string> NamesIn(const std::string& directory) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator entry(directory, error);
+         !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        names.push_back(entry->path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+PropertyMap LoadedFrom(const std::string& path) {
+    PropertyMap properties;
+    if (!IsRegular(path)) return properties;
+    load_properties_from_file_without_se(path.c_str(), nullptr, &properties);
+    return properties;
+}
+
+// Finds what makes the library read the files of the device, by looking where the library looks.
+class ReadingFinder {
+  public:
+    explicit ReadingFinder(Readings* readings) : readings_(readings) {}
+
+    void FindAll() {
+        for (const FixedFile& file : FixedFiles()) {
+            Reading reading;
+            reading.occasion = file.occasion;
+            Add(file.path, reading);
+        }
+        AddListedRoots();
+        AddRoot(kCompanyRoot, Of(Reading::kCompany));
+        AddCarrierPackage();
+    }
+
+  private:
+    static Reading Of(Reading::Root root) {
+        Reading reading;
+        reading.root = root;
+        return reading;
+    }
+
+    void Add(const std::string& path, Reading reading) {
+        if (!IsRegular(path)) return;  // links are refused
+        if (auto own = RealPath(path, false)) (*readings_)[*own].push_back(std::move(reading));
+    }
+
+    // The roots for the device's own brand and region, and what other ones would add.
+    void AddListedRoots() {
+        const std::string region = load_property_from_file(kRegionBuildProp, kRegion);
+        std::string code;
+        const std::vector<std::string> own = findPartitionRoots();
+        for (const Brand& brand : kBrands) {
+            if (partitionRoots(brand.code, region) == own) code = brand.code;
+        }
+        AddRoots(own, {});
+        for (const Brand& brand : kBrands) {
+            AddRoots(partitionRoots(brand.code, region), {"--brand", brand.name});
+        }
+        std::string known = android::base::Dirname(partitionRoots("", "x")[9]);
+        std::vector<std::string> regions = NamesIn(known);
+        regions.emplace_back();
+        for (const std::string& other : regions) {
+            if (android::base::Trim(other) != other || other.find('\n') != std::string::npos) {
+                continue;
+            }
+            AddRoots(partitionRoots(code, other), {"--region", other});
+        }
+    }
+
+    void AddRoots(const std::vector<std::string>& roots, const Words& words) {
+        Reading reading;
+        reading.root_words = words;
+        PartitionSearchList = roots;  // the mapping files are looked for there
+        FindOldKeys();
+        for (const std::string& root : roots) {
+            if (known_roots_.insert(PlainPath(root)).second) AddRoot(root, reading);
+        }
+    }
+
+    // Finds which old nv key leads to which target.
+    void FindOldKeys() {
+        old_keys_.clear();
+        for (const std::string& root : PartitionSearchList) {
+            for (const auto& [key, target] : LoadedFrom(root + "/etc/" + kNvFlagMap)) {
+                std::string found;
+                if (key.empty() || key.size() > kNvKeySize) continue;
+                find_nv_ssv_target_key(key, kNvFlagMap, &found);
+                if (found == target) old_keys_[target] = key;
+            }
+        }
+    }
+
+    void AddRoot(const std::string& root, Reading reading) {
+        reading.occasion = Occasion::kPartition;
+        Add(root + "/build.prop", reading);
+        if (reading.root == Reading::kListed) {
+            reading.occasion = Occasion::kNvMap;
+            Add(root + "/etc/" + kSwitchKeyMap, reading);
+            reading.occasion = Occasion::kFlagMap;
+            Add(root + "/etc/" + kNvFlagMap, reading);
+            reading.occasion = Occasion::kOldKeyFile;
+            for (const auto& [target, key] : old_keys_) {
+                reading.key = key;
+                Add(root + "/etc/build." + target + ".prop", reading);
+            }
+        }
+        reading.occasion = Occasion::kKeyDirectory;
+        AddKeyDirectories(root + "/properties", "", &reading);
+    }
+
+    void AddKeyDirectories(const std::string& properties, const std::string& key,
+                           Reading* reading) {
+        const std::string directory = key.empty() ? properties : properties + "/" + key;
+        if (std::count(key.begin(), key.end(), '/') >= kDeepestKey) return;
+        for (const std::string& name : NamesIn(directory)) {
+            const std::string path = directory + "/" + name;
+            if (!IsDirectory(path)) continue;
+            for (size_t i = 0; i < SwitchKeys().size() && !key.empty(); ++i) {
+                if (name != SwitchKeys()[i].leaf) continue;
+                reading->key_index = static_cast<int>(i);
+                reading->key = key;
+                for (const std::string& file : NamesIn(path)) {
+                    if (EndsWith(file, ".prop")) Add(path + "/" + file, *reading);
+                }
+            }
+            AddKeyDirectories(properties, key.empty() ? name : key + "/" + name, reading);
+        }
+    }
+
+    void AddCarrierPackage() {
+        const PropertyMap info = LoadedFrom(kCotaMountInfoFile);
+        const std::string source = valueOf(info, kCotaRoot);
+        if (valueOf(info, kCotaVerified) == "1" && StartsWith(source, "/")) {
+            AddRoot(source, Of(Reading::kPackage));
+            AddRoot(source + "/cust", Of(Reading::kPackage));
+        }
+        const PropertyMap module = LoadedFrom(kCotaModuleInfoFile);
+        const std::string module_source = valueOf(module, "mount_point");
+        if (valueOf(module, "module_type") == "configure" && IsDirectory(module_source) &&
+            IsDirectory(valueOf(module, kBindPoint))) {
+            AddRoot(module_source, Of(Reading::kModule));
+        }
+    }
+
+    Readings* readings_;
+    std::set<std::string> known_roots_;
+    std::map<std::string, std::string> old_keys_;  // by target
+};
+
+class Surveyor {
+  public:
+    explicit Surveyor(const std::function<bool(const std::string& name)>& wanted)
+            : wanted_(wanted) {}
+
+    Survey Take() {
+        Walk();
+        std::sort(survey_.files.begin(), survey_.files.end(),
+                  [](const SurveyedFile& a, const SurveyedFile& b) { return a.path < b.path; });
+        FollowImports();
+        AddLinks();
+        Readings readings;
+        ReadingFinder(&readings).FindAll();
+        for (SurveyedFile& file : survey_.files) {
+            auto found = readings.find(file.source.value_or(file.path));
+            if (found != readings.end()) file.readings = found->second;
+        }
+        FindOldKeyState();
+        return std::move(survey_);
+    }
+
+  private:
+    void Walk() {
+        std::error_code error;
+        const auto options = fs::directory_options::skip_permission_denied;
+        for (fs::recursive_directory_iterator entry("/", options, error), end; entry != end;
+             entry.increment(error)) {
+            const std::string& path = entry->path().native();
+            if (path == "/proc" || path == "/sys") entry.disable_recursion_pending();
+            if (!UseOf(path)) continue;
+            std::error_code gone;
+            const fs::file_status status = entry->symlink_status(gone);
+            if (fs::is_symlink(status)) {
+                links_.push_back(path);
+            } else if (fs::is_regular_file(status)) {
+                Read(path, std::nullopt);
+            }
+        }
+    }
+
+    // Files that property files import may have any name.
+    void FollowImports() {
+        for (size_t i = 0; i < survey_.files.size(); ++i) {
+            for (size_t j = 0; j < survey_.files[i].imports.size(); ++j) {
+                const std::string text = survey_.files[i].imports[j].text;
+                if (text.find('$') != std::string::npos) {
+                    for (const std::string& name : References(text)) {
+                        survey_.references.insert(name);
+                    }
+                    continue;
+                }
+                const auto own = RealPath(text, false);
+                if (own && IsRegular(*own)) Read(*own, std::nullopt);
+            }
+        }
+    }
+
+    // A link is refused, but its lines are there for whoever looks for them.
+    void AddLinks() {
+        for (const std::string& link : links_) {
+            const auto own = RealPath(link, true);
+            if (own && IsRegular(*own)) Read(link, *own);
+        }
+    }
+
+    void Read(const std::string& path, const std::optional<std::string>& source) {
+        const std::string& own = source ? *source : path;
+        if (!read_.insert(own).second) return;
+        const auto content = LoadTracker::Content(own);
+        if (!content) return;
+        SurveyedFile file;
+        file.path = path;
+        file.source = source;
+        for (const PropertyLine& line :
+             PropertyLines(*content, UseOf(path) == FileUse::kDeviceName)) {
+            const std::string name(line.name);
+            if (line.kind == PropertyLine::kImport) {
+                file.imports.push_back({line.number, name, std::string(line.value)});
+            } else if (line.kind == PropertyLine::kProperty && wanted_(name)) {
+                file.lines.push_back({line.number, name, std::string(line.value), true});
+            }
+        }
+        survey_.files.push_back(std::move(file));
+    }
+
+    void FindOldKeyState() {
+        PartitionSearchList = findPartitionRoots();
+        for (const char* key : {"unmapped", "no key", "0"}) {
+            std::string flag, target;
+            find_nv_ssv_target_key(key, kNvFlagMap, &flag);
+            find_nv_ssv_target_key(key, kSwitchKeyMap, &target);
+            if (flag.empty() && target.empty()) survey_.unmapped_key = key;
+        }
+        survey_.migrates = access(kReserveFirstFile, F_OK) != 0 &&
+                           valueOf(LoadedFrom(kConvertFile), kSimSwitchConvert) != "true";
+    }
+
+    const std::function<bool(const std::string& name)>& wanted_;
+    Survey survey_;
+    std::set<std::string> read_;
+    std::vector<std::string> links_;
+};
+
+}  // namespace
+
+std::optional<Survey> TakeSurvey(const sandbox::Sandbox& root,
+                                 const std::function<bool(const std::string& name)>& wanted,
+                                 std::chrono::seconds limit) {
+    android::base::unique_fd ours, theirs;
+    if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &ours, &theirs)) {
+        throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
+    }
+    sandbox::Process process = root.Start([&] {
+        ours.reset();
+        android::base::SetLogger([](auto&&...) {});
+        return SendDocument(theirs.get(), ToJson(Surveyor(wanted).Take())) ? 0 : 1;
+    });
+    theirs.reset();
+    json survey;
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    if (ReceiveDocument(ours.get(), deadline, &survey) != Received::kMessage) return std::nullopt;
+    return SurveyFromJson(survey);
+}
+
+}  // namespace extprop

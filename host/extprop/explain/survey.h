@@ -1,0 +1,48 @@
+// What the property files of a device hold, whether or not a boot loads them, and what makes the
+// library read each.
+
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "boot/report.h"
+#include "device/places.h"
+#include "sandbox.h"
+
+namespace extprop {
+
+struct SurveyedImport {
+    int line = 0;
+    std::string text;  // the file as it is written
+    std::string filter;
+};
+
+struct SurveyedFile {
+    std::string path;  // the device's own, or a link's that leads to a file of no other such name
+    std::optional<std::string> source;  // what the link leads to
+    std::vector<LineRead> lines;
+    std::vector<SurveyedImport> imports;
+    std::vector<Reading> readings;
+};
+
+struct Survey {
+    std::vector<SurveyedFile> files;
+    std::set<std::string> references;  // the properties that imports refer to
+    std::string unmapped_key;          // an old nv key that no file maps
+    bool migrates = false;             // the first step persist would migrate an old key
+};
+
+// Surveys the device as it is before a boot; of the lines only those whose names are `wanted`.
+// Returns nothing where the library, which is asked about mapping files, does not come back in
+// time.
+std::optional<Survey> TakeSurvey(const sandbox::Sandbox& root,
+                                 const std::function<bool(const std::string& name)>& wanted,
+                                 std::chrono::seconds limit);
+
+}  // namespace extprop

@@ -1,0 +1,15 @@
+// A boot's report as a page for a browser.
+
+#pragma once
+
+#include <string>
+
+#include "explain/explain.h"
+
+namespace extprop {
+
+// Returns one self-contained page for a report and its explanation: each property with its origins,
+// then what the steps did. Its data are the documents of docs/json.md.
+std::string ReportPage(const Report& report, const Explanation& explanation);
+
+}  // namespace extprop

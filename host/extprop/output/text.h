@@ -1,0 +1,27 @@
+// The tool's answers for people. Nothing in them but line ends moves a terminal.
+
+#pragma once
+
+#include <string>
+
+#include "explain/diff.h"
+#include "explain/explain.h"
+
+namespace extprop {
+
+// Returns a boot's report. A verbose one has every log line and opened file; otherwise warnings
+// that every device gives are counted. The properties end it unless the boot failed.
+std::string ReportText(const Report& report, bool verbose);
+
+// Returns one line that says what the library did not survive.
+std::string FailureText(const BootFailure& failure);
+
+// Returns the explanation, in colours if wanted.
+std::string ExplanationText(const Explanation& explanation, bool colours);
+
+std::string DifferenceText(const Difference& difference);
+
+// Returns words as they can be typed into a shell.
+std::string ShellWords(const std::vector<std::string>& words);
+
+}  // namespace extprop

@@ -1,0 +1,93 @@
+// The page of a boot's report. What it looks like is seen in a browser; its text is checked here.
+
+#include "output/page.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "output/json.h"
+
+namespace {
+
+using extprop::json;
+using extprop::ReportPage;
+using testing::HasSubstr;
+using testing::Not;
+using namespace std::string_literals;
+
+// A page as a browser divides it.
+struct Parts {
+    std::string before, data, after;
+};
+
+Parts PartsOf(const std::string& page) {
+    const std::string mark = "<script type=\"application/json\" id=\"data\">";
+    const size_t start = page.find(mark) + mark.size();
+    const size_t end = page.find("</script>", start);
+    return {page.substr(0, start), page.substr(start, end - start), page.substr(end)};
+}
+
+extprop::Report MakeReport(const std::string& text) {
+    extprop::LogEvent log;
+    log.severity = "ERROR";
+    log.message = text;
+    return {text, {"a note"}, {}, {{1, "early", {log}, {{"/f", "created"}}}}, std::nullopt, {}};
+}
+
+extprop::Explanation MakeExplanation(const std::string& text) {
+    extprop::Origin origin;
+    origin.kind = extprop::OriginKind::kFile;
+    origin.file = "/odm/" + text;
+    origin.value = text;
+    return {"/phone", {{text, text, {origin}}}, {}};
+}
+
+TEST(PageTest, DataIsWhatTheDocumentsSay) {
+    extprop::Report report = MakeReport("m");
+    const extprop::Explanation explanation = MakeExplanation("a");
+    const json data = json::parse(PartsOf(ReportPage(report, explanation)).data);
+    EXPECT_EQ(data["steps"], ToJson(report)["steps"]);
+    EXPECT_EQ(data["properties"], ToJson(explanation)["properties"]);
+    EXPECT_EQ(data["failure"], nullptr);
+    report.failure = {"early", false, "SIGSEGV", "/f"};
+    EXPECT_EQ(json::parse(PartsOf(ReportPage(report, explanation)).data)["failure"],
+              "the library crashed with SIGSEGV in step early, last loading /f");
+}
+
+// Whatever a device's files say, it comes back from the data as it is and changes nothing else.
+TEST(PageTest, HostileTextStaysText) {
+    const Parts plain = PartsOf(ReportPage(MakeReport("m"), MakeExplanation("a")));
+    const auto expect = [&plain](const std::string& given, const std::string& shown) {
+        SCOPED_TRACE(shown);
+        const Parts parts = PartsOf(ReportPage(MakeReport(given), MakeExplanation(given)));
+        EXPECT_EQ(parts.before, plain.before);
+        EXPECT_EQ(parts.after, plain.after);
+        EXPECT_THAT(parts.data, Not(HasSubstr("<")));
+        const json data = json::parse(parts.data);
+        EXPECT_EQ(data["device"], shown);
+        EXPECT_EQ(data["properties"][0]["name"], shown);
+        EXPECT_EQ(data["steps"][0]["events"][0]["message"], shown);
+    };
+    for (const std::string& text :
+         {"</script><script>alert(1)</script>"s, "<!--<script>"s, "\"'\\\"\\u003c&lt;"s,
+          "{{data}} $& $1 @PAGE@ )page\""s, "\0\x01\x7f\n\r\t"s, "caf\xc3\xa9 \xe2\x80\xa8"s}) {
+        expect(text, text);
+    }
+    expect("caf\xe9 \xff\xfe", "caf\xef\xbf\xbd \xef\xbf\xbd\xef\xbf\xbd");
+}
+
+// The page must work from a mail or a build server's archive, and never make markup of text.
+TEST(PageTest, PageIsSelfContainedAndMakesNoMarkupOfText) {
+    const std::string page = ReportPage(MakeReport("m"), MakeExplanation("a"));
+    EXPECT_EQ(page.rfind("<!DOCTYPE html>\n", 0), 0u);
+    EXPECT_EQ(page.substr(page.size() - 8), "</html>\n");
+    EXPECT_THAT(page, HasSubstr("<meta charset=\"utf-8\">"));
+    EXPECT_THAT(page, HasSubstr("default-src 'none';"));
+    EXPECT_THAT(page, HasSubstr("<noscript>\n<p"));
+    for (const char* refused : {"://", " src=", " href=", "url(", "@import", "fetch(", "innerHTML",
+                                "outerHTML", "insertAdjacentHTML", "document.write", "eval("}) {
+        EXPECT_THAT(page, Not(HasSubstr(refused)));
+    }
+}
+
+}  // namespace
