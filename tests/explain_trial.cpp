@@ -8,6 +8,7 @@
 // Prints each false statement with what it takes to see it again. Exits with 1 if there is one; the
 // device directory is kept then.
 
+#include <ctype.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <locale.h>
@@ -51,6 +52,10 @@ constexpr char kNoUtf8[] = "\xef\xbf\xbd";  // what JSON has for bytes that are 
 
 bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
+}
+
+bool IsWordCharacter(unsigned char c) {
+    return isalnum(c) || c == '_';
 }
 
 std::string Text(const json& value) {
@@ -189,7 +194,7 @@ class Trial {
         if (boot.is_null() || explained.is_null()) return False({}, "boot or explain failed");
         outcome_ = {boot["properties"], WayOf(boot)};
         for (const json& step : boot["steps"]) NoteStep(step);
-        Run({extprop_, "lint", device_.root(), "--json"}, &lint_);
+        ReadLint();
         for (const json& property : explained["properties"]) JudgeProperty(property);
         JudgeCompleteness();
         for (const bool wins : {true, false}) {
@@ -291,7 +296,13 @@ class Trial {
         const bool refused = origin["fate"] == "refused";
         if (refused && !IsRefused(name, value)) False(origin, "the library says that it is legal");
         Claim claim = {name, origin, origin["fate"] == "wins", {}, 0, FreshValue(origin, name)};
-        if (kind == "operation" && origin["operations"].empty() && !HasBindThread()) {
+        const json operations = origin.value("operations", json::array());
+        for (const std::string operation : operations) {
+            if (!std::all_of(operation.begin(), operation.end(), IsWordCharacter)) {
+                False(origin, operation + " is no name of an operation");
+            }
+        }
+        if (kind == "operation" && operations.empty() && !HasBindThread()) {
             False(origin, name + " comes from no operation");
         } else if (kind == "given") {
             for (size_t i = 1; i < words_.size(); ++i) {
@@ -311,7 +322,10 @@ class Trial {
             }
             if (!places_.insert({claim.place, name}).second) False(origin, "listed twice");
             JudgeImport(origin);
-            if (refused && EndsWith(claim.place.first, ".prop")) JudgeLint(claim);
+            if (refused && EndsWith(claim.place.first, ".prop")) {
+                ++totals_.statements["lint"];
+                if (refused_.count(claim.place) == 0) False(origin, "lint does not see it refused");
+            }
             if (origin.contains("requires")) {
                 ++totals_.statements[origin["requires"].is_null() ? "requires null" : "requires"];
                 requirements_[origin["requires"]].push_back(claim);
@@ -350,17 +364,17 @@ class Trial {
         }
     }
 
-    void JudgeLint(const Claim& claim) {
-        ++totals_.statements["lint"];
-        const std::string file = device_.root() + claim.place.first;
-        for (const json& finding : json::parse(lint_)["findings"]) {
+    // Notes the lines that init refuses by lint's account.
+    void ReadLint() {
+        std::string output;
+        Run({extprop_, "lint", device_.root(), "--json"}, &output);
+        const json lint = json::parse(output);
+        for (const json& finding : lint["findings"]) {
             const std::string what = finding["identifier"];
-            const bool is_refusal =
-                    what == "illegal-name" || what == "value-too-long" || what == "not-utf8";
-            if (is_refusal && finding["file"] == file && finding["line"] == claim.place.second)
-                return;
+            if (what != "illegal-name" && what != "value-too-long" && what != "not-utf8") continue;
+            const std::string file = finding["file"];
+            refused_.insert({file.substr(device_.root().size()), finding["line"].get<size_t>()});
         }
-        False(claim.origin, "lint does not see it refused");
     }
 
     // Returns every file that holds properties: by its name, its place, or as something names it.
@@ -406,7 +420,7 @@ class Trial {
                 if (!Parse(lines[i], &name, &value) || replaced_.count(name) != 0) continue;
                 ++totals_.statements["complete"];
                 const Place place(file, i + 1);
-                if (places_.count({place, name}) == 0) False({}, Text(place) + " is missing");
+                if (places_.count({place, name}) == 0) False(lines[i], Text(place) + " is missing");
             }
         }
     }
@@ -563,7 +577,7 @@ class Trial {
     std::set<std::string> written_, opened_, explained_, given_;
     std::set<std::string> derived_;  // names whose winner is an operation
     std::set<json> handed_;          // boot, step, name, value
-    std::string lint_;
+    std::set<Place> refused_;
     size_t fresh_ = 0;
     std::vector<Claim> claims_;
     std::set<std::pair<Place, std::string>> places_;
