@@ -67,6 +67,10 @@ Strings Plus(Strings words, const Strings& more) {
     return words;
 }
 
+Strings Words(const std::string& text) {
+    return android::base::Split(text, " ");
+}
+
 // Runs a command of words without quotes and returns its exit status.
 int Run(const Strings& words, std::string* output) {
     FILE* pipe = popen(("'" + Join(words, "' '") + "' 2>/dev/null").c_str(), "r");
@@ -512,12 +516,11 @@ class Trial {
 
     // Tries to load lines of which it is said that nothing does.
     void JudgeNothing(const std::vector<Claim>& claims) {
-        const Strings steps = android::base::Split(
-                "early persist sim sim:simSwitchFirst sim:simSwitchCurrent "
-                "sim:switchCarrierChannel "
-                "sim:regionSwitch sim:updateDataCommonProp sim:emptyAppchannelProp duskrider cota "
-                "cota-service:mount_must_load cota-service:module_bind_single",
-                " ");
+        const Strings steps = Words(
+                "early persist sim sim:simSwitchFirst sim:simSwitchCurrent sim:regionSwitch cota "
+                "sim:switchCarrierChannel sim:updateDataCommonProp sim:emptyAppchannelProp "
+                "duskrider cota-service:mount_must_load cota-service:module_bind_single");
+        std::set<std::string> roots;
         std::set<Strings> attempts = {steps};
         for (const char* file : {"a", "b"}) {
             for (const char* name : {"ro.ref.0=", "ro.ref.1="}) {
@@ -529,24 +532,23 @@ class Trial {
         }
         for (const Claim& claim : claims) {
             const fs::path directory = fs::path(claim.place.first).parent_path();
-            attempts.insert({"early:" + directory.string()});
+            roots.insert("early:" + directory.string());
             // A carrier package may be mounted anywhere, and brings key directories of its own.
             const std::string key_directory = directory.parent_path();
             const size_t root = key_directory.find("/properties/");
             if (root == std::string::npos) continue;
-            Strings words = {"sim:switchCarrierChannel",
-                             "sim",
-                             "--set",
-                             "sys.cotaimg.verify=1",
-                             "--set",
-                             "sys.cota.load.properties=" + key_directory.substr(0, root)};
+            const std::string key = key_directory.substr(root + strlen("/properties/"));
+            Strings words =
+                    Words("sim:switchCarrierChannel sim --set sys.cotaimg.verify=1 --set "
+                          "sys.cota.load.properties=" +
+                          key_directory.substr(0, root));
             for (const char* property : {"sys.sim.switch.first=", "sys.sim.switch.current=",
                                          "persist.sys.channel.info=", "sys.region.switch.first="}) {
-                const std::string key = key_directory.substr(root + strlen("/properties/"));
                 words = Plus(words, {"--set", property + key});
             }
             attempts.insert(words);
         }
+        attempts.insert(Strings(roots.begin(), roots.end()));
         for (const Strings& words : attempts) {
             for (const Claim* claim : Loaded(claims, words)) {
                 False(claim->origin, claim->name + " is loaded by " + Join(words, ' '));
