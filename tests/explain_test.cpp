@@ -1,5 +1,7 @@
 // Where values come from, and what differs between two boots.
 
+#include <filesystem>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -57,12 +59,11 @@ TEST_F(ExplainTest, ExplainsEveryPropertyOfEverySample) {
                     EXPECT_EQ(origin["value"], property["value"]);
                 }
                 if (origin["kind"] != "file") continue;
-                const std::string file = origin["file"];
+                const std::string file =
+                        origin["source"].is_null() ? origin["file"] : origin["source"];
                 const std::string line = FileLine(Sample(boot.sample) + file, origin["line"]);
-                // What the boot itself mounted or rewrote is not what the sample has.
-                const bool is_samples =
-                        file.find("/my_carrier/") != 0 && origin.value("boot", 1) == 1;
-                if (!is_samples || line.empty()) continue;
+                // What the boot itself wrote is not what the sample has.
+                if (origin["written"] || line.empty()) continue;
                 EXPECT_THAT(line, HasSubstr(property["name"].get<std::string>()));
                 EXPECT_THAT(line, HasSubstr(origin["value"].get<std::string>()));
             }
@@ -75,10 +76,12 @@ TEST_F(ExplainTest, ExplainsEveryPropertyOfEverySample) {
 TEST_F(ExplainTest, NamesPlacesInOrderOfTime) {
     Write("/odm/build.prop",
           "a=1\na=2\nimport /odm/in.prop\nimport ${none}\nimport /odm/in.prop b*\na=5\n");
-    Write("/odm/in.prop", "a=3\nb1=x\nimport /odm/deep.prop\n");
+    Write("/odm/in.prop", "a=3\nb1=x\nc=out\nimport /odm/deep.prop\n");
     Write("/odm/deep.prop", "a=4\nb2=y\n");
+    Write("/odm/only.prop", "c=in\n");
+    Write("/odm/filter.prop", "import /odm/only.prop d\n");
     Write("/other/properties/key/regionSwitch/r.prop", "a=6\n");
-    const Output output = Run("explain " + Path("") + " a 'b[12]' early:/odm --set a=0");
+    const Output output = Run("explain " + Path("") + " a 'b[12]' early:/odm early:/odm --set a=0");
     EXPECT_EQ(output.status, 0);
     EXPECT_EQ(output.err, "");
     EXPECT_EQ(output.out,
@@ -87,65 +90,124 @@ TEST_F(ExplainTest, NamesPlacesInOrderOfTime) {
               "    early:/odm /odm/build.prop:1                               1  [overridden]\n"
               "    early:/odm /odm/build.prop:2                               2  [overridden]\n"
               "    early:/odm /odm/in.prop:1 (imported by /odm/build.prop:3)  3  [overridden]\n"
-              "    early:/odm /odm/deep.prop:1 (imported by /odm/in.prop:3)   4  [overridden]\n"
+              "    early:/odm /odm/deep.prop:1 (imported by /odm/in.prop:4)   4  [overridden]\n"
               "  * early:/odm /odm/build.prop:6                               5\n"
-              "    /other/properties/key/regionSwitch/r.prop:1                6  [not loaded; "
-              "it takes sys.region.switch.first=key]\n"
+              "    /other/properties/key/regionSwitch/r.prop:1                6  [not loaded; it "
+              "takes --set sys.cota.load.properties=/other --set sys.cotaimg.verify=1 --set "
+              "sys.region.switch.first=key sim:regionSwitch sim]\n"
               "b1=x\n"
-              "    early:/odm /odm/in.prop:2 (imported by /odm/build.prop:3)  x  [overridden]\n"
               "  * early:/odm /odm/in.prop:2 (imported by /odm/build.prop:5)  x\n"
               "b2=y\n"
-              "  * early:/odm /odm/deep.prop:2 (imported by /odm/in.prop:3)  y\n");
+              "  * early:/odm /odm/deep.prop:2 (imported by /odm/in.prop:4)  y\n");
+    EXPECT_EQ(Run("explain " + Path("") + " c early:/odm").out,
+              "c=out\n"
+              "  * early:/odm /odm/in.prop:3 (imported by /odm/build.prop:3)  out\n"
+              "    /odm/only.prop:1                                           in  [not loaded; no "
+              "step loads it]\n");
 }
 
-// Each condition that explain names is tried: with it, the file is loaded.
-TEST_F(ExplainTest, ConditionsHold) {
-    const std::string brand = "/system_ext/etc/build.prop";
-    const std::string region = "/mnt/vendor/my_region/build.prop";
+// What each word that is said to load a line does.
+TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
+    const std::string region = "--region IN ";
     const struct {
         std::string path;
-        const char* condition;
-        const char* met_by;  // further steps and options
-        std::string changed_file;
-        const char* content;
+        const char* words;  // "null": nothing loads it
+        const char* steps = "early";
     } cases[] = {
-            {"/mnt/vendor/my_region/global/L/build.prop", "a brand with the letter L", "", brand,
-             "ro.tesvo.image.system_ext.brand=lumora\n"},
-            {"/mnt/vendor/my_region/V/build.prop", "a brand with the letter V", "", brand,
-             "ro.tesvo.image.system_ext.brand=vantrix\n"},
-            {"/mnt/vendor/my_product/cust/IN/build.prop", "ro.tesvo.pipeline.region=IN", "", region,
-             "ro.tesvo.pipeline.region=IN\n"},
-            {"/odm/properties/k/SimSwitchFirstTime/a.prop", "sys.sim.switch.first=k",
-             "sim --set sys.sim.switch.first=k", "", ""},
-            {"/odm/properties/k/SimSwitchCurrentTime/a.prop", "sys.sim.switch.current=k",
-             "sim --set sys.sim.switch.current=k", "", ""},
-            {"/odm/properties/k/switchCarrierChannel/a.prop", "persist.sys.channel.info=k",
-             "sim:switchCarrierChannel --set persist.sys.channel.info=k", "", ""},
-            {"/odm/properties/k/regionSwitch/a.prop", "sys.region.switch.first=k",
-             "sim --set sys.region.switch.first=k", "", ""},
-            {"/my_company/etc/build.prop", "step duskrider", "duskrider", "", ""},
-            {"/my_company/build.prop", "step persist with a new ro.tesvo.image.my_company.date",
-             "persist --set ro.tesvo.image.my_company.date=2", "", ""},
-            {"/data/cota/cota_mount_info.prop", "a step cota-service that takes the package",
-             "cota-service:mount_must_load", "", ""},
-            {"/data/system/customize/data_common_prop_file.prop", "step persist", "persist", "",
+            {"/mnt/vendor/my_region/global/L/build.prop", R"(["--brand","lumora"])"},
+            {"/mnt/vendor/my_product/cust/IN/build.prop", R"(["--region","IN"])"},
+            {"/mnt/vendor/my_product/cust/IN/build.prop", R"(["--region","IN","early"])", "cota"},
+            {"/odm/properties/k/SimSwitchFirstTime/a.prop",
+             R"(["--set","sys.sim.switch.first=k","sim:simSwitchFirst"])"},
+            {"/odm/properties/a/b/switchCarrierChannel/a.prop",
+             R"(["--set","persist.sys.channel.info=a/b","sim:switchCarrierChannel"])"},
+            {"/odm/properties/k/SimSwitchCurrentTime/a.prop",
+             R"(["--set","sys.sim.switch.current=k","early","persist","sim:simSwitchCurrent"])",
              ""},
-            {"/my_carrier/build.prop", "step early:/my_carrier, or a carrier package there",
-             "early:/my_carrier", "", ""},
-            {"/odm/etc/more.prop", "an import", "", "/odm/build.prop",
-             "import /odm/etc/more.prop\n"},
+            {"/odm/properties/k/regionSwitch/none", "null"},
+            {"/my_company/etc/build.prop", R"(["duskrider"])"},
+            {"/my_company/build.prop",
+             R"(["--set","ro.tesvo.image.my_company.date=what-if","persist"])"},
+            {"/data/cota/cota_mount_info.prop", R"(["cota-service:mount_and_check_load"])"},
+            {"/data/system/customize/data_common_prop_file.prop",
+             R"(["sim:updateDataCommonProp"])"},
+            {"/mnt/vendor/tesvoreserve/system/ssv/sim_switch_current_file", R"(["persist"])"},
+            {"/my_carrier/build.prop", R"(["early:/my_carrier"])"},
+            {"/odm/etc/more.prop", "null"},
     };
     for (const auto& known : cases) {
         SCOPED_TRACE(known.path);
         const std::string device = "/" + std::to_string(&known - cases);
         Write(device + known.path, "sys.wanted=yes\n");
-        const std::string explain = "explain " + Path(device) + " sys.wanted early ";
-        EXPECT_THAT(Run(explain).out,
-                    HasSubstr(std::string("[not loaded; it takes ") + known.condition + "]\n"));
-        if (!known.changed_file.empty()) Write(device + known.changed_file, known.content);
-        EXPECT_THAT(Run(explain + known.met_by).out,
-                    AllOf(HasSubstr("sys.wanted=yes\n"), HasSubstr("\n  * ")));
+        const std::string explain =
+                "explain --json " + Path(device) + " sys.wanted " + known.steps + " ";
+        const json origin = json::parse(Run(explain).out)["properties"][0]["origins"][0];
+        EXPECT_EQ(origin["fate"], "not loaded");
+        EXPECT_EQ(origin["requires"], json::parse(known.words));
+        if (origin["requires"].is_null()) continue;
+        std::string words;
+        for (const std::string word : origin["requires"]) words += word + " ";
+        const json tried = json::parse(Run(explain + words).out)["properties"][0]["origins"][0];
+        EXPECT_NE(tried["fate"], "not loaded");
     }
+}
+
+// Each of these was told wrongly once.
+TEST_F(ExplainTest, TellsTrueOrigins) {
+    const auto origins = [](const std::string& arguments, const std::string& name) {
+        const json told = json::parse(Run("explain --json " + arguments + " " + name).out);
+        std::string text;
+        for (const json& origin : told["properties"][0]["origins"]) {
+            text += origin.value("file", origin.value("operations", json("given")).dump()) + ":" +
+                    origin.value("line", json(0)).dump() + " " + origin["fate"].get<std::string>() +
+                    ";";
+        }
+        return text;
+    };
+    EXPECT_EQ(origins(Sample("overlay") + " early", "ro.tesvo.cust.ver"),
+              "[\"loadExtensionPartitionProperties\"]:0 wins;");
+
+    // A name in the message and in the package, each in a map of its own.
+    const std::string cota = Path("/cota");
+    Write("/cota/data/cota/cota_mount_info.prop",
+          "sys.cotaimg.verify=1\nsys.cota.load.properties=/mnt/cota/p\nro.both=message\n");
+    Write("/cota/mnt/cota/p/build.prop", "ro.both=message\nro.mine=1\n");
+    Write("/cota/my_carrier/build.prop", "ro.mine=0\n");
+    const std::string mounted = cota + " cota-service:mount_must_load";
+    EXPECT_EQ(origins(mounted, "ro.both"),
+              "/my_carrier/build.prop:1 overridden;/data/cota/cota_mount_info.prop:3 wins;");
+    const json bound = json::parse(Run("explain --json " + mounted + " ro.mine").out);
+    EXPECT_EQ(bound["properties"][0]["origins"][0]["source"], "/mnt/cota/p/build.prop");
+
+    // What is filtered, refused, only looked up, or reached by a link.
+    const std::string device = Path("/phone");
+    Write("/phone/odm/build.prop", "import /odm/in.prop ro.x*\nill egal=1\nsys.long=" +
+                                           std::string(92, 'x') + "\npersist.early=file\n");
+    Write("/phone/odm/in.prop", "ro.out=1\nro.x=1\n");
+    Write("/phone/system_ext/etc/build.prop", "ro.tesvo.image.system_ext.brand=quba\n");
+    Write("/phone/my_region/build.prop", "ro.tesvo.pipeline.region=EU\nro.r=1\n");
+    std::filesystem::create_directories(Path("/phone/mnt/vendor"));
+    std::filesystem::create_symlink("/my_region", Path("/phone/mnt/vendor/my_region"));
+    EXPECT_EQ(origins(device + " early", "ro.out"), "/odm/in.prop:1 filtered out;");
+    EXPECT_EQ(origins(device + " early", "'ill egal'"), "/odm/build.prop:2 refused;");
+    EXPECT_EQ(origins(device + " early", "sys.long"), "/odm/build.prop:3 refused;");
+    EXPECT_EQ(origins(device + " early", "ro.tesvo.image.system_ext.brand"),
+              "/system_ext/etc/build.prop:1 looked up;");
+    EXPECT_EQ(origins(device + " early --brand none", "ro.r"),
+              "/mnt/vendor/my_region/build.prop:2 wins;");
+
+    // Stored persistent properties come in force behind `early`, a reboot's too.
+    EXPECT_EQ(origins(device + " early --set persist.early=stored", "persist.early"),
+              "/odm/build.prop:4 overridden;\"given\":0 wins;");
+    EXPECT_EQ(origins(device + " early reboot early", "persist.early"), "/odm/build.prop:4 wins;");
+
+    std::string deep = "ro.deep=1\n";
+    for (int i = 0; i < 70; ++i) {
+        Write("/deep/odm/" + std::to_string(i), deep);
+        deep = "import /odm/" + std::to_string(i) + "\n";
+    }
+    Write("/deep/odm/build.prop", deep);
+    EXPECT_EQ(origins(Path("/deep") + " early", "ro.deep"), "/odm/0:1 wins;");
 }
 
 TEST_F(ExplainTest, NamesOperations) {
@@ -159,9 +221,9 @@ TEST_F(ExplainTest, NamesOperations) {
                           "boot_mount  [overridden]\n"
                           "    cota-service:check_mount set by the library's bind thread     null  "
                           "[overridden]\n"));
-    const Output missing = Run("explain " + Sample("overlay") + " ro.none");
+    const Output missing = Run("explain " + Sample("overlay") + " ro.none ro.product.model");
     EXPECT_EQ(missing.status, 2);
-    EXPECT_EQ(missing.out, "");
+    EXPECT_THAT(missing.out, HasSubstr("ro.product.model=Sample One\n"));
     EXPECT_EQ(missing.err, "extprop: no property file or step has 'ro.none'\n");
     EXPECT_EQ(Run("explain " + Sample("overlay")).err,
               "extprop: explain: no NAME is given, nor --all\n");
@@ -192,6 +254,7 @@ TEST_F(ExplainTest, DiffShowsBothOrigins) {
 
     EXPECT_EQ(Run("diff " + Path("/none")).status, 2);
     EXPECT_EQ(Run("diff a b c").err, "extprop: diff: more than two devices are given\n");
+    EXPECT_EQ(Run("diff early").err, "extprop: diff: no DEVICE is given, only steps\n");
     Write("/odm/build.prop", "import /odm/build.prop\n");
     EXPECT_EQ(Run("diff " + Path("") + " " + Sample("overlay")).status, 3);
 }

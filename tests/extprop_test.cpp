@@ -176,20 +176,25 @@ TEST_F(ExtpropTest, ReportIsOneJsonDocument) {
     Write("/odm/build.prop", "a=\xff\nimport /odm/${none}\n");
     const Output output = Run("boot --json " + Path("") + " early:/odm --set a=0");
     const json report = json::parse(output.out);
-    EXPECT_EQ(report["format"], 1);
+    EXPECT_EQ(report["format"], 2);
     EXPECT_EQ(report["device"], Path(""));
     EXPECT_TRUE(report["notes"].empty());
     EXPECT_TRUE(report["failure"].is_null());
-    EXPECT_EQ(report["properties"], json({{"a", "\xef\xbf\xbd"}}));
+    EXPECT_EQ(report["properties"], json({{"a", "0"}}));
     const json& step = report["steps"][0];
     EXPECT_EQ(step["step"], "early:/odm");
     EXPECT_EQ(step["files"], json::array());
     EXPECT_THAT(step["events"].dump(),
                 HasSubstr("{\"event\":\"open\",\"for\":\"reading\",\"path\":\"/odm/build.prop\"}"));
-    EXPECT_EQ(step["events"].back(),
-              json({{"event", "map"},
-                    {"properties", {{"a", "\xef\xbf\xbd"}}},
-                    {"changes", {{{"name", "a"}, {"value", "\xef\xbf\xbd"}, {"previous", "0"}}}}}));
+    EXPECT_EQ(step["events"].back(), json({{"event", "map"},
+                                           {"properties", {{"a", "\xef\xbf\xbd"}}},
+                                           {"changes", json::array()},
+                                           {"refused",
+                                            {{{"name", "a"},
+                                              {"value", "\xef\xbf\xbd"},
+                                              {"reason", "Value is not a UTF8 encoded string"}}}},
+                                           {"operations", {"loadExtensionPartitionProperties"}},
+                                           {"map", 0}}));
     EXPECT_THAT(step["events"].dump(), HasSubstr("\"severity\":\"ERROR\""));
 }
 
@@ -260,11 +265,28 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
         std::string error;
     } cases[] = {
             {"", "A subcommand is required"},
+            {"boto x", "unknown command 'boto'; did you mean boot?"},
             {"boot", "DEVICE is required"},
             {"boot " + Path("/none"), Path("/none") + ": No such file or directory"},
             {"boot " + file, file + ": Not a directory"},
             {device + " earl", "unknown step 'earl'; see extprop boot --help"},
-            {device + " sim:x persist:x", "step 'persist:x': 'persist' takes no argument"},
+            {device + " persist:x", "step 'persist:x': 'persist' takes no argument"},
+            {device + " sim:simSwitch",
+             "step 'sim:simSwitch': the library ignores it, it takes one of simSwitchCurrent "
+             "simSwitchFirst updateDataCommonProp emptyAppchannelProp switchCarrierChannel "
+             "regionSwitch triggerLogoCopyFromCompanyBoot triggerLogoCopyFromCompany; --any-word "
+             "lets it through"},
+            {device + " early:",
+             "step 'early:': the library ignores it, it takes a ROOT behind the ':'; --any-word "
+             "lets it through"},
+            {device + " media:foo",
+             "step 'media:foo': the library ignores it, it takes a path that begins with /my_; "
+             "--any-word lets it through"},
+            {device + " --request x", "--request goes with the step cota-service:check_mount"},
+            {device + " --set a..b=1",
+             "--set 'a..b=1': no phone has the property 'a..b': illegal name"},
+            {device + " --edit odm:a=1",
+             "--edit 'odm:a=1': expected PATH:NAME=VALUE with an absolute PATH"},
             {device + " media", "step 'media': 'media' takes an argument behind a ':'"},
             {device + " --set novalue", "--set 'novalue': expected NAME=VALUE"},
             {device + " --set =1", "--set '=1': expected NAME=VALUE"},

@@ -220,6 +220,7 @@ Report PreparedDevice::Boot(BootListener* listener,
         if (listener != nullptr) listener->OnStepEnd();
         sandbox::Snapshot files_now = root_.TakeSnapshot();
         done.files = FileChanges(files, files_now);
+        for (const FileEffect& file : done.files) plan.written.insert(file.path);
         files = std::move(files_now);
         report_.steps.push_back(std::move(done));
     }

@@ -30,7 +30,7 @@ std::string LibraryFunction(void* address) {
     char* demangled = abi::__cxa_demangle(place.dli_sname, nullptr, nullptr, &status);
     std::string name = status == 0 ? demangled : place.dli_sname;
     free(demangled);
-    name.erase(std::min(name.find('('), name.size()));
+    name.erase(std::min(name.find_first_of("([", 1), name.size()));  // arguments and ABI tags
     // What is neither in the library's namespace nor in none comes of the standard library.
     const bool is_own = android::base::StartsWith(name, "android::init::") ||
                         name.find_first_of(":<") == std::string::npos;

@@ -91,6 +91,7 @@ FetchExtension LoadExtension() {
 
 int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel) {
     Reporter reporter(channel, plan.quiet, plan.traced);
+    for (const std::string& path : plan.written) reporter.tracker()->Written(path);
     g_reporter = &reporter;
     android::base::SetMinimumLogSeverity(android::base::VERBOSE);
     android::base::SetLogger(

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <optional>
+#include <set>
 
 #include "boot/steps.h"
 
@@ -21,6 +22,7 @@ struct BootPlan {
     PropertyMap properties;             // the system's before the first step
     PropertyMap stored;                 // the persistent ones that come in force behind `early`
     std::vector<std::string> requests;  // of the installing service, while a bind thread runs
+    std::set<std::string> written;      // the files that an earlier boot wrote
     bool quiet = false;                 // tells only what changes properties and files
     // The names whose lines are told of, so that their origins can be known; none if empty.
     std::function<bool(const std::string& name)> traced;

@@ -37,14 +37,17 @@ void AddBootOptions(CLI::App* command, BootArguments* arguments) {
             ->allow_extra_args(kOneEach);
     arguments->brand_option = command->add_option("--brand", arguments->brand,
                                                   "What if the device were of this brand")
-                                      ->type_name("NAME");
+                                      ->type_name("NAME")
+                                      ->take_last();
     arguments->region_option =
             command->add_option("--region", arguments->region, "What if it were of this region")
-                    ->type_name("CODE");
+                    ->type_name("CODE")
+                    ->take_last();
     arguments->nv_key_option =
             command->add_option("--nv", arguments->nv_key,
                                 "What if older software had left this key in its radio store")
-                    ->type_name("KEY");
+                    ->type_name("KEY")
+                    ->take_last();
     command->add_option("--edit", arguments->edits,
                         "What if the property's line in the device's file PATH had this value, or "
                         "were added at its end")

@@ -25,8 +25,10 @@ constexpr size_t kLongestRead = 91;
 // A partition that the device does not have, for properties that nothing else can set so late.
 constexpr char kTriedRoot[] = "/data/what-if";
 
-// A company image's date that no image has.
+// A company image's date, a switch key and an operator that no device has.
 constexpr char kTriedDate[] = "what-if";
+constexpr char kTriedKey[] = "what-if";
+constexpr char kTriedOperator[] = "if";
 
 const char* const kRecopyPreload = "persist.sys.recopy.preload.opinstalled";
 constexpr char kCarrierCode[] = "ro.boot.vxcarrier";
@@ -89,10 +91,8 @@ Requirements::Requirements(const Survey& survey, const Tracer& tracer, const Rep
         files_[file.source.value_or(file.path)] = &file;
         for (const SurveyedImport& import : file.imports) {
             has_filters_ |= !import.filter.empty();
-            if (import.text.find('$') == std::string::npos) {
-                importers_[PlainPath(import.text)].emplace_back(&file, &import);
-            } else {
-                referring_.emplace_back(&file, &import);
+            for (const auto& [path, own] : import.targets) {
+                importers_[own].push_back({&file, &import, path});
             }
         }
     }
@@ -166,7 +166,7 @@ std::optional<Words> Requirements::ReadingWords(const SurveyedFile& file,
             if (reading.root == Reading::kCompany) return CompanyWords(reading);
             return KeyDirectoryWords(reading);
         case Occasion::kOldKeyFile:
-            return FirstPassWords(reading.root_words + Words{"--nv", reading.key});
+            return OldKeyWords(reading);
         case Occasion::kFlagMap:
             if (survey_.unmapped_key.empty()) return std::nullopt;
             return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
@@ -210,20 +210,53 @@ std::optional<Words> Requirements::KeyDirectoryWords(const Reading& reading) con
     const SwitchKey& key = SwitchKeys()[reading.key_index];
     auto words = SetWords(key.property, reading.key, key.key_file);
     if (!words) return std::nullopt;
-    *words = reading.root_words + *words + Words{std::string("sim:") + key.command};
-    if (reading.root == Reading::kElsewhere) {
-        // The one way there: what is called a verified carrier package is searched too.
-        for (const auto& [name, value] :
-             {std::pair(kCotaVerified, std::string("1")), std::pair(kCotaRoot, reading.place)}) {
-            auto set = SetWords(name, value, nullptr);
-            if (!set) return std::nullopt;
-            *words = *set + *words;
-        }
-        words->push_back("sim");
+    return ThroughRoot(reading, *words + Words{std::string("sim:") + key.command});
+}
+
+// The file of an old nv key's target is loaded wherever switch keys are, the one without a target
+// for any operator pair.
+std::optional<Words> Requirements::OldKeyWords(const Reading& reading) const {
+    if (reading.root == Reading::kCompany) return std::nullopt;
+    if (!reading.key.empty()) {
+        auto words = FirstPassWords({"--nv", reading.key});
+        return words ? ThroughRoot(reading, *words) : words;
     }
-    if (reading.root == Reading::kPackage) words->push_back("cota-service:mount_and_check_load");
-    if (reading.root == Reading::kModule) words->push_back("cota-service:module_bind_single");
-    return words;
+    if (!survey_.nv_target.empty()) return std::nullopt;
+    const auto a = SetWords(kOperatorA, kTriedOperator, nullptr);
+    const auto b = SetWords(kOperatorB, kTriedOperator, nullptr);
+    if (!a || !b) return std::nullopt;
+    return ThroughRoot(reading, *a + *b + Words{"sim"});
+}
+
+// Adds what makes the library look below the reading's root for what the switch keys select.
+std::optional<Words> Requirements::ThroughRoot(const Reading& reading, Words words) const {
+    switch (reading.root) {
+        case Reading::kPackage:
+            return words + Words{"cota-service:mount_and_check_load"};
+        case Reading::kModule:
+            return words + Words{"cota-service:module_bind_single"};
+        case Reading::kElsewhere: {
+            // The one way there: what is called a verified carrier package is searched too, as soon
+            // as there is any key but a channel.
+            std::vector<std::pair<const char*, std::string>> settings = {
+                    {kCotaVerified, "1"}, {kCotaRoot, reading.place}};
+            const bool is_key =
+                    reading.occasion == Occasion::kKeyDirectory &&
+                    SwitchKeys()[reading.key_index].property != std::string_view(kChannelInfo);
+            const bool has_key = is_key || !ValueOf(kSimSwitchFirst).empty() ||
+                                 !ValueOf(kSimSwitchCurrent).empty() ||
+                                 !ValueOf(kRegionSwitchFirst).empty();
+            if (!has_key) settings.emplace_back(kRegionSwitchFirst, kTriedKey);
+            for (const auto& [name, value] : settings) {
+                auto set = SetWords(name, value, kDataRegionFile);
+                if (!set) return std::nullopt;
+                words = *set + words;
+            }
+            return words + Words{"sim"};
+        }
+        default:
+            return reading.root_words + words;
+    }
 }
 
 // The company's own root is read by the first step persist that finds a new image.
@@ -264,8 +297,10 @@ std::optional<Words> Requirements::SetWords(const char* property, const std::str
     if (winner != nullptr && winner->kind == OriginKind::kFile && !is_reset) {
         return Words{"--edit", winner->own_file() + ":" + Setting(property, value)};
     }
-    if (winner != nullptr && winner->kind == OriginKind::kOperation && key_file != nullptr &&
-        property != std::string_view(kChannelInfo)) {
+    const bool is_key = property == std::string_view(kSimSwitchFirst) ||
+                        property == std::string_view(kSimSwitchCurrent) ||
+                        property == std::string_view(kRegionSwitchFirst);
+    if (winner != nullptr && winner->kind == OriginKind::kOperation && is_key) {
         return Words{"--edit", std::string(key_file) + ":" + Setting(property, value)};
     }
     return Words{"--edit", std::string(kTriedRoot) + "/build.prop:" + Setting(property, value),
@@ -300,24 +335,18 @@ Words Requirements::AtEnd(Words words) const {
 }
 
 std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const std::string& name) {
-    for (const auto& [importer, import] : importers_[file.path]) {
-        if (!PassesFilter(name, import->filter)) continue;
-        if (auto words = FileWords(*importer)) return words;
-    }
-    for (const auto& [importer, import] : referring_) {
-        if (!PassesFilter(name, import->filter)) continue;
-        if (auto words = ImportWords(*importer, *import, file)) return words;
+    for (const Importer& importer : importers_[file.path]) {
+        if (!PassesFilter(name, importer.import->filter)) continue;
+        if (auto words = ImportWords(importer)) return words;
     }
     return std::nullopt;
 }
 
-// Returns the words with which an import that refers to properties leads to the file.
-std::optional<Words> Requirements::ImportWords(const SurveyedFile& importer,
-                                               const SurveyedImport& import,
-                                               const SurveyedFile& file) {
-    // Most imports lead elsewhere, whatever they refer to.
-    if (!StartsWith(file.path, import.text.substr(0, import.text.find('$')))) return std::nullopt;
-    const std::string& own = importer.source ? *importer.source : importer.path;
+// Returns the words with which the import is come to, and leads where it has to.
+std::optional<Words> Requirements::ImportWords(const Importer& importer) {
+    const SurveyedImport& import = *importer.import;
+    const std::string& own = importer.file->source ? *importer.file->source : importer.file->path;
+    if (import.text == importer.path) return FileWords(*importer.file);
     ReferringImport read;
     Words words;
     if (tracer_.loaded().count(own) != 0) {
@@ -325,14 +354,20 @@ std::optional<Words> Requirements::ImportWords(const SurveyedFile& importer,
         if (found == tracer_.imports().end()) return std::nullopt;
         read = found->second;
     } else {
-        auto loading = FileWords(importer);
+        auto loading = FileWords(*importer.file);
         if (!loading) return std::nullopt;
         words = *loading;
+        // What is loaded by steps that were there already is loaded before others give values.
+        const bool at_end = std::any_of(words.begin(), words.end(), IsStepWord);
         for (const std::string& reference : References(import.text)) {
-            const Origin* winner = tracer_.Winner(reference);
+            const Origin* winner = at_end ? tracer_.Winner(reference) : nullptr;
+            auto given = given_.find(reference);
+            const std::string value = at_end                  ? ValueOf(reference)
+                                      : given != given_.end() ? given->second
+                                                              : "";
             read.references.push_back(
-                    {reference, ValueOf(reference),
-                     winner == nullptr ? std::nullopt : std::optional<Origin>(*winner), false});
+                    {reference, value,
+                     winner == nullptr ? std::nullopt : std::optional<Origin>(*winner), at_end});
         }
     }
     for (const auto& unknown : read.references) {
@@ -347,10 +382,10 @@ std::optional<Words> Requirements::ImportWords(const SurveyedFile& importer,
         const size_t end = start == std::string::npos ? start : text.find('}', start);
         if (end == std::string::npos) continue;
         const std::string before = text.substr(0, start);
-        if (!StartsWith(file.path, before)) continue;
-        for (size_t size = file.path.size() - before.size(); size > 0; --size) {
-            const std::string value = file.path.substr(before.size(), size);
-            if (Substituted(text, unknown.name, value) != file.path) continue;
+        if (!StartsWith(importer.path, before)) continue;
+        for (size_t size = importer.path.size() - before.size(); size > 0; --size) {
+            const std::string value = importer.path.substr(before.size(), size);
+            if (Substituted(text, unknown.name, value) != importer.path) continue;
             if (auto set = ReferenceWords(unknown, value)) return *set + words;
         }
     }

@@ -30,15 +30,22 @@ class Requirements {
     std::optional<Words> WordsFor(const std::string& path, const std::string& name);
 
   private:
+    struct Importer {
+        const SurveyedFile* file;
+        const SurveyedImport* import;
+        std::string path;  // what the import has to become
+    };
+
     std::optional<Words> LineWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> FileWords(const SurveyedFile& file);
     std::optional<Words> ReadingWords(const SurveyedFile& file, const Reading& reading) const;
     std::optional<Words> PartitionWords(const Reading& reading) const;
     std::optional<Words> KeyDirectoryWords(const Reading& reading) const;
+    std::optional<Words> OldKeyWords(const Reading& reading) const;
+    std::optional<Words> ThroughRoot(const Reading& reading, Words words) const;
     std::optional<Words> CompanyWords(const Reading& reading) const;
     std::optional<Words> ImportWords(const SurveyedFile& file, const std::string& name);
-    std::optional<Words> ImportWords(const SurveyedFile& importer, const SurveyedImport& import,
-                                     const SurveyedFile& file);
+    std::optional<Words> ImportWords(const Importer& importer);
     std::optional<Words> ReferenceWords(const ReferringImport::Reference& reference,
                                         const std::string& value) const;
 
@@ -60,10 +67,8 @@ class Requirements {
     const std::vector<Step>& steps_;
     const PropertyMap& given_;
     bool names_no_steps_;
-    std::map<std::string, const SurveyedFile*> files_;  // by the device's own path
-    std::map<std::string, std::vector<std::pair<const SurveyedFile*, const SurveyedImport*>>>
-            importers_;  // by an import's plain text
-    std::vector<std::pair<const SurveyedFile*, const SurveyedImport*>> referring_;
+    std::map<std::string, const SurveyedFile*> files_;        // by the device's own path
+    std::map<std::string, std::vector<Importer>> importers_;  // by the device's own path
     bool has_filters_ = false;
     std::map<std::string, std::optional<Words>> known_;  // of whole files
     std::map<std::pair<std::string, std::string>, std::optional<Words>> imported_;

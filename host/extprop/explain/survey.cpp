@@ -1,6 +1,7 @@
 #include "explain/survey.h"
 
 #include <errno.h>
+#include <fnmatch.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -64,6 +65,35 @@ std::vector<std::string> NamesIn(const std::string& directory) {
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+// Returns the regular files to which a text with references may lead, whatever the properties'
+// values, as long as these have no slash.
+std::vector<std::string> PathsLike(const std::string& text) {
+    std::string pattern = text;
+    for (size_t at = 0; (at = pattern.find("${", at)) != std::string::npos; ++at) {
+        const size_t close = pattern.find('}', at);
+        if (close == std::string::npos) return {};
+        pattern.replace(at, close + 1 - at, "*");
+    }
+    std::vector<std::string> paths = {""};
+    for (const std::string& component : android::base::Split(pattern, "/")) {
+        if (component.empty()) continue;
+        std::vector<std::string> longer;
+        for (const std::string& path : paths) {
+            if (component.find('*') == std::string::npos) {
+                longer.push_back(path + "/" + component);
+                continue;
+            }
+            for (const std::string& name : NamesIn(path + "/")) {
+                if (fnmatch(component.c_str(), name.c_str(), 0) == 0) {
+                    longer.push_back(path + "/" + name);
+                }
+            }
+        }
+        paths = std::move(longer);
+    }
+    return paths;
 }
 
 PropertyMap LoadedFrom(const std::string& path) {
@@ -138,7 +168,11 @@ class ReadingFinder {
         PartitionSearchList = roots;  // the mapping files are looked for there
         FindOldKeys();
         for (const std::string& root : roots) {
-            if (known_roots_.insert(PlainPath(root)).second) AddRoot(root, reading);
+            if (known_roots_.insert(PlainPath(root)).second) {
+                AddRoot(root, reading);
+            } else {
+                AddOldKeyFiles(root, reading);  // the mapping files are others
+            }
         }
     }
 
@@ -164,14 +198,20 @@ class ReadingFinder {
             Add(root + "/etc/" + kSwitchKeyMap, reading);
             reading.occasion = Occasion::kFlagMap;
             Add(root + "/etc/" + kNvFlagMap, reading);
-            reading.occasion = Occasion::kOldKeyFile;
-            for (const auto& [target, key] : old_keys_) {
-                reading.key = key;
-                Add(root + "/etc/build." + target + ".prop", reading);
-            }
         }
+        AddOldKeyFiles(root, reading);
         reading.occasion = Occasion::kKeyDirectory;
         AddKeyDirectories(root + kProperties, "", &reading);
+    }
+
+    void AddOldKeyFiles(const std::string& root, Reading reading) {
+        reading.occasion = Occasion::kOldKeyFile;
+        reading.key.clear();
+        Add(root + "/etc/build..prop", reading);
+        for (const auto& [target, key] : old_keys_) {
+            reading.key = key;
+            Add(root + "/etc/build." + target + ".prop", reading);
+        }
     }
 
     void AddKeyDirectories(const std::string& properties, const std::string& key,
@@ -263,14 +303,19 @@ class Surveyor {
         for (size_t i = 0; i < survey_.files.size(); ++i) {
             for (size_t j = 0; j < survey_.files[i].imports.size(); ++j) {
                 const std::string text = survey_.files[i].imports[j].text;
+                std::vector<std::string> paths = {text};
                 if (text.find('$') != std::string::npos) {
                     for (const std::string& name : References(text)) {
                         survey_.references.insert(name);
                     }
-                    continue;
+                    paths = PathsLike(text);
                 }
-                const auto own = RealPath(text, false);
-                if (own && IsRegular(*own)) Read(*own, std::nullopt);
+                for (const std::string& path : paths) {
+                    const auto own = RealPath(path, false);
+                    if (!own || !IsRegular(*own)) continue;
+                    survey_.files[i].imports[j].targets.emplace_back(path, *own);
+                    Read(*own, std::nullopt);
+                }
             }
         }
     }
@@ -295,7 +340,7 @@ class Surveyor {
              PropertyLines(*content, UseOf(path) == FileUse::kDeviceName)) {
             const std::string name(line.name);
             if (line.kind == PropertyLine::kImport) {
-                file.imports.push_back({line.number, name, std::string(line.value)});
+                file.imports.push_back({line.number, name, std::string(line.value), {}});
             } else if (line.kind == PropertyLine::kProperty && wanted_(name)) {
                 file.lines.push_back({line.number, name, std::string(line.value), true});
             }
@@ -311,6 +356,8 @@ class Surveyor {
             find_nv_ssv_target_key(key, kSwitchKeyMap, &target);
             if (flag.empty() && target.empty()) survey_.unmapped_key = key;
         }
+        std::string nv_key;
+        load_old_nv_key(&nv_key, &survey_.nv_target);
         survey_.migrates = access(kReserveFirstFile, F_OK) != 0 &&
                            valueOf(LoadedFrom(kConvertFile), kSimSwitchConvert) != "true";
     }

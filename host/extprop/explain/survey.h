@@ -21,6 +21,8 @@ struct SurveyedImport {
     int line = 0;
     std::string text;  // the file as it is written
     std::string filter;
+    // The files to which it can lead, as it names them then and as the device's own.
+    std::vector<std::pair<std::string, std::string>> targets;
 };
 
 struct SurveyedFile {
@@ -35,6 +37,7 @@ struct Survey {
     std::vector<SurveyedFile> files;
     std::set<std::string> references;  // the properties that imports refer to
     std::string unmapped_key;          // an old nv key that no file maps
+    std::string nv_target;             // what the old nv key is mapped to, if there is one
     bool migrates = false;             // the first step persist would migrate an old key
 };
 

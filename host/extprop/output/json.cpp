@@ -151,7 +151,7 @@ void Visit(Fields& fields, StepDone& done) {
 
 template <typename Fields>
 void Visit(Fields& fields, SurveyedImport& import) {
-    fields("line", import.line)("text", import.text)("filter", import.filter);
+    fields("line", import.line)("text", import.text)("filter", import.filter)("targets", import.targets);
 }
 
 template <typename Fields>
@@ -169,7 +169,7 @@ void Visit(Fields& fields, SurveyedFile& file) {
 template <typename Fields>
 void Visit(Fields& fields, Survey& survey) {
     fields("files", survey.files)("references", survey.references)(
-            "unmapped_key", survey.unmapped_key)("migrates", survey.migrates);
+            "unmapped_key", survey.unmapped_key)("nv_target", survey.nv_target)("migrates", survey.migrates);
 }
 
 template <typename Fields>
