@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <mutex>
 #include <system_error>
 #include <thread>
 
@@ -35,14 +37,22 @@ constexpr char kRequest[] = "sys.cota.bind.load.properties";
 constexpr int kMaxSeconds = 60;
 constexpr int kMaxDescriptors = 64;
 
-int g_channel = -1;  // of a boot's process
+// What a boot's process tells, in memory that outlives it: what it told before it was killed
+// counts.
+struct Messages {
+    size_t size;
+    char text[1 << 20];
+};
 
-// Tells of one thing at once, so that it is known even if the process is killed at the next call.
+Messages* g_messages = nullptr;
+
 void Tell(char kind, const std::string& text) {
-    const uint32_t size = text.size();
-    std::string message(reinterpret_cast<const char*>(&size), sizeof(size));
-    message += kind + text;
-    if (!android::base::WriteFully(g_channel, message.data(), message.size())) _exit(EXIT_FAILURE);
+    static std::mutex mutex;
+    std::lock_guard<std::mutex> lock(mutex);
+    if (g_messages->size + text.size() + 2 > sizeof(g_messages->text)) abort();
+    g_messages->text[g_messages->size++] = kind;
+    g_messages->size += text.copy(g_messages->text + g_messages->size, text.size());
+    g_messages->text[g_messages->size++] = '\0';
 }
 
 void OnProperties(int mode, PropertyMap properties) {
@@ -139,6 +149,8 @@ int RunPrivately(int (*body)(int argc, char** argv), int argc, char** argv) {
     TemporaryDir directory;
     chmod(directory.path, 0755);
     const sandbox::Sandbox root(directory.path);
+    g_messages = static_cast<Messages*>(mmap(nullptr, sizeof(Messages), PROT_READ | PROT_WRITE,
+                                             MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const sandbox::Ending ending = root.Run(
             [&] {
                 const int result = mkdir(kWorld, 0755) == 0 ? body(argc, argv) : EXIT_FAILURE;
@@ -168,26 +180,21 @@ World::~World() {
 
 Outcome World::Boot(const Life& life, const faults::Fault& fault,
                     const PropertyMap& persistent) const {
-    int channel[2];
-    if (pipe2(channel, O_CLOEXEC) != 0) abort();
+    g_messages->size = 0;
     const pid_t pid = fork();
     if (pid == 0) {
-        g_channel = channel[1];
         if (unshare(CLONE_NEWNS) != 0 || chroot(kWorld) != 0) abort();
         PlayInit(life, fault, persistent);
         _exit(EXIT_SUCCESS);
     }
-    close(channel[1]);
-    Outcome outcome;
-    uint32_t size;
-    while (android::base::ReadFully(channel[0], &size, sizeof(size))) {
-        std::string message(size + 1, '\0');
-        if (!android::base::ReadFully(channel[0], message.data(), message.size())) break;
-        Take(message[0], message.substr(1), &outcome);
-    }
-    close(channel[0]);
     int status = 0;
     waitpid(pid, &status, 0);
+    Outcome outcome;
+    for (const char* message = g_messages->text; message < g_messages->text + g_messages->size;) {
+        const std::string text = message;
+        Take(text[0], text.substr(1), &outcome);
+        message += text.size() + 1;
+    }
     if (WIFSIGNALED(status)) outcome.death = strsignal(WTERMSIG(status));
     if (WIFEXITED(status) && WEXITSTATUS(status) != 0) outcome.death = "exit";
     outcome.files = Snapshot();
