@@ -12,6 +12,7 @@ constexpr struct {
     int (*run)(int argc, char** argv);
 } kCommands[] = {
         {"sweep", Sweep},
+        {"crashes", Crashes},
 };
 
 }  // namespace
@@ -22,6 +23,6 @@ int main(int argc, char** argv) {
             return player::RunPrivately(command.run, argc - 2, argv + 2);
         }
     }
-    std::cerr << "usage: reliability sweep [SECONDS [SEED]]\n";
+    std::cerr << "usage: reliability sweep [SECONDS [SEED]] | crashes\n";
     return 2;
 }

@@ -100,6 +100,9 @@ class Subject {
     const std::vector<Call>& calls() const { return undisturbed_.calls; }
     const char* name() const { return life_.name; }
 
+    // Returns what is wrong if nothing fails, or "".
+    std::string Undisturbed() const { return JudgeAnyway(undisturbed_); }
+
     // Returns what is wrong with the outcome of the fault, or "".
     std::string Try(const Fault& fault) {
         const Outcome outcome = Play(life_.files, fault);
@@ -164,7 +167,7 @@ class Subject {
     }
 
     std::string Judge(const Fault& fault, const Outcome& outcome);
-    std::string JudgeTouched(const Outcome& outcome) const;
+    std::string JudgeAnyway(const Outcome& outcome) const;
 
     const Life& life_;
     const Outcome undisturbed_;
@@ -175,7 +178,11 @@ class Subject {
 
 bool Subject::verbose = false;
 
-std::string Subject::JudgeTouched(const Outcome& outcome) const {
+std::string Subject::JudgeAnyway(const Outcome& outcome) const {
+    if (!outcome.death.empty()) return "died: " + outcome.death;
+    for (const Call& call : outcome.calls) {
+        if (kFailures.count(call.name) == 0) return call.name + ": " + call.path;
+    }
     std::vector<std::pair<std::string, std::string>> changed;
     std::set_symmetric_difference(initial_.begin(), initial_.end(), outcome.files.begin(),
                                   outcome.files.end(), std::back_inserter(changed));
@@ -193,11 +200,7 @@ std::string Subject::JudgeTouched(const Outcome& outcome) const {
 std::string Subject::Judge(const Fault& fault, const Outcome& outcome) {
     const Outcome& before = undisturbed_;
     const Call& call = calls()[fault.call];
-    if (!outcome.death.empty()) return "died: " + outcome.death;
-    if (std::string wrong = JudgeTouched(outcome); !wrong.empty()) return wrong;
-    for (const Call& made : outcome.calls) {
-        if (kFailures.count(made.name) == 0) return made.name + ": " + made.path;
-    }
+    if (std::string wrong = JudgeAnyway(outcome); !wrong.empty()) return wrong;
 
     const bool same_values = outcome.values == before.values;
     if (fault.cut || fault.error == EINTR || call.name == "fstat" || call.name == "close") {
@@ -285,6 +288,10 @@ int Sweep(int argc, char** argv) {
         subjects.push_back(std::make_unique<Subject>(life));
         Subject* subject = subjects.back().get();
         calls += subject->calls().size();
+        if (const std::string found = subject->Undisturbed(); !found.empty()) {
+            std::cout << subject->name() << ", undisturbed: " << found << ": wrong\n";
+            return 1;
+        }
         for (size_t i = 0; i < subject->calls().size(); ++i) {
             for (int error : kFailures.at(subject->calls()[i].name)) {
                 Fault fault;
