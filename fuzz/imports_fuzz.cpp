@@ -1,0 +1,98 @@
+// Files that import each other by names with references, against a reading of their own.
+
+#include <algorithm>
+
+#include <android-base/strings.h>
+
+#include "device.h"
+#include "utils.h"
+
+namespace {
+
+using fuzz::PropertyMap;
+
+constexpr const char* kFiles[] = {"/a", "/b", "/c"};
+constexpr int kMaxImports = 64;  // in one input; more are a circle, which ends every boot
+
+std::string g_contents[std::size(kFiles)];
+int g_imports;
+
+// Replaces references as the documents of the format have it. Returns false if that fails.
+bool Expand(std::string text, std::string* expanded) {
+    expanded->clear();
+    while (!text.empty()) {
+        if (text[0] != '$') {
+            *expanded += text[0];
+            text.erase(0, 1);
+        } else if (text.size() == 1) {
+            return true;
+        } else if (text[1] == '$') {
+            *expanded += '$';
+            text.erase(0, 2);
+        } else {
+            const size_t close = text.find('}');
+            if (text[1] != '{' || close == std::string::npos) return false;
+            std::string name = text.substr(2, close - 2), value;
+            if (const size_t marker = name.find(":-"); marker != std::string::npos) {
+                value = name.substr(marker + 2);
+                name.resize(marker);
+            }
+            const PropertyMap properties = platform::AllProperties();
+            auto known = properties.find(name);
+            if (known != properties.end() && !known->second.empty()) value = known->second;
+            if (name.empty() || value.empty()) return false;
+            *expanded += value;
+            text.erase(0, close + 1);
+        }
+    }
+    return true;
+}
+
+// Returns false if the imports are too many.
+bool Load(const std::string& path, std::string filter, PropertyMap* properties) {
+    const auto* file = std::find(std::begin(kFiles), std::end(kFiles), path);
+    if (file == std::end(kFiles)) return true;
+    for (const std::string& text :
+         android::base::Split(g_contents[file - std::begin(kFiles)], "\n")) {
+        const std::string line = android::base::Trim(text);
+        if (line.compare(0, 7, "import ") == 0 && filter.empty()) {
+            const std::string target = android::base::Trim(line.substr(7));
+            const size_t blank = std::min(target.find(' '), target.size());
+            std::string name;
+            if (!Expand(target.substr(0, blank), &name)) continue;
+            if (++g_imports > kMaxImports) return false;
+            if (!Load(name, android::base::Trim(target.substr(blank)), properties)) return false;
+            continue;
+        }
+        for (const auto& [name, value] : fuzz::Parse(text.substr(0, 0) + line)) {
+            const bool passes = filter.empty() ||
+                                (filter.back() == '*' ? name.compare(0, filter.size() - 1, filter,
+                                                                     0, filter.size() - 1) == 0
+                                                      : name == filter);
+            if (passes) (*properties)[name] = value;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzedDataProvider input(data, size);
+    fuzz::Clear();
+    for (const char* name : {"p", "q"}) {
+        platform::StoreProperty(name, input.ConsumeRandomLengthString(4));
+    }
+    for (std::string& content : g_contents) {
+        content = input.ConsumeRandomLengthString();
+        // Zero bytes end a name; the other target has them.
+        std::replace(content.begin(), content.end(), '\0', '0');
+        fuzz::Put(kFiles[&content - g_contents], content);
+    }
+    PropertyMap expected, loaded;
+    g_imports = 0;
+    if (!Load(kFiles[0], "", &expected)) return -1;
+    fuzz::Expect(load_properties_from_file_without_se(kFiles[0], nullptr, &loaded), "reading");
+    fuzz::Expect(loaded == expected, "the properties");
+    return 0;
+}
