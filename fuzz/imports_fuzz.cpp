@@ -1,5 +1,8 @@
 // Files that import each other by names with references, against a reading of their own.
 
+#include <limits.h>
+#include <stdlib.h>
+
 #include <algorithm>
 
 #include <android-base/strings.h>
@@ -48,10 +51,12 @@ bool Expand(std::string text, std::string* expanded) {
     return true;
 }
 
-// Returns false if the imports are too many.
+// Returns false if the imports are too many, or lead to a file that is none of these.
 bool Load(const std::string& path, std::string filter, PropertyMap* properties) {
-    const auto* file = std::find(std::begin(kFiles), std::end(kFiles), path);
-    if (file == std::end(kFiles)) return true;
+    char real[PATH_MAX];
+    if (realpath(path.c_str(), real) == nullptr) return true;
+    const auto* file = std::find(std::begin(kFiles), std::end(kFiles), std::string(real));
+    if (file == std::end(kFiles)) return false;
     for (const std::string& text :
          android::base::Split(g_contents[file - std::begin(kFiles)], "\n")) {
         const std::string line = android::base::Trim(text);
@@ -64,7 +69,7 @@ bool Load(const std::string& path, std::string filter, PropertyMap* properties) 
             if (!Load(name, android::base::Trim(target.substr(blank)), properties)) return false;
             continue;
         }
-        for (const auto& [name, value] : fuzz::Parse(text.substr(0, 0) + line)) {
+        for (const auto& [name, value] : fuzz::Parse(line)) {
             const bool passes = filter.empty() ||
                                 (filter.back() == '*' ? name.compare(0, filter.size() - 1, filter,
                                                                      0, filter.size() - 1) == 0

@@ -13,6 +13,8 @@ constexpr struct {
 } kCommands[] = {
         {"sweep", Sweep},
         {"crashes", Crashes},
+        {"growth", Growth},
+        {"huge", Huge},
 };
 
 }  // namespace
@@ -23,6 +25,7 @@ int main(int argc, char** argv) {
             return player::RunPrivately(command.run, argc - 2, argv + 2);
         }
     }
-    std::cerr << "usage: reliability sweep [SECONDS [SEED]] | crashes\n";
+    std::cerr << "usage: reliability sweep [SECONDS [SEED]] | crashes | growth [BOOTS] | huge "
+                 "[MIB]\n";
     return 2;
 }

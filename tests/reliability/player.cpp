@@ -87,20 +87,12 @@ std::set<int> OpenDescriptors() {
     return open;
 }
 
-void PlayInit(const Life& life, const faults::Fault& fault, const PropertyMap& persistent) {
-    alarm(kMaxSeconds);
-    std::vector<extprop::Step> steps;
-    for (const std::string& step : life.steps) steps.push_back(extprop::ParseStep(step));
-    PropertyMap early, given = persistent;
-    given.insert(life.properties.begin(), life.properties.end());
-    platform::ResetProperties(given);
-    android::base::SetMinimumLogSeverity(android::base::INFO);
-    android::base::SetLogger(OnLog);
-    const std::set<int> before = OpenDescriptors();
-
-    faults::Arm(fault);
+// Plays the steps, with the system properties as they are.
+void PlaySteps(const Life& life) {
+    PropertyMap early;
     auto* extension = KSVI_FETCH_IInitExtensionProperty("libtesvoextproperty.so");
-    for (const extprop::Step& step : steps) {
+    for (const std::string& text : life.steps) {
+        const extprop::Step step = extprop::ParseStep(text);
         try {
             step.kind->perform({extension, &early, OnProperties}, step.argument);
         } catch (const std::system_error& error) {
@@ -110,6 +102,19 @@ void PlayInit(const Life& life, const faults::Fault& fault, const PropertyMap& p
         EndBindThread();
         for (const auto& [name, value] : early) platform::StoreProperty(name, value);
     }
+}
+
+void PlayInit(const Life& life, const faults::Fault& fault, const PropertyMap& persistent) {
+    alarm(kMaxSeconds);
+    PropertyMap given = persistent;
+    given.insert(life.properties.begin(), life.properties.end());
+    platform::ResetProperties(given);
+    android::base::SetMinimumLogSeverity(android::base::INFO);
+    android::base::SetLogger(OnLog);
+    const std::set<int> before = OpenDescriptors();
+
+    faults::Arm(fault);
+    PlaySteps(life);
     for (const faults::Call& call : faults::Disarm()) {
         Tell('c', call.name + "\t" + call.path + "\t" + (call.writes ? "w" : "") + "\t" +
                           (call.succeeded ? "s" : ""));
@@ -199,6 +204,16 @@ Outcome World::Boot(const Life& life, const faults::Fault& fault,
     if (WIFEXITED(status) && WEXITSTATUS(status) != 0) outcome.death = "exit";
     outcome.files = Snapshot();
     return outcome;
+}
+
+void World::BootHere(const Life& life) const {
+    const android::base::unique_fd outside(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (chroot(kWorld) != 0) abort();
+    android::base::SetLogger(OnLog);
+    platform::ResetProperties(life.properties);
+    g_messages->size = 0;
+    PlaySteps(life);
+    if (fchdir(outside.get()) != 0 || chroot(".") != 0) abort();
 }
 
 Files World::Snapshot() {

@@ -49,6 +49,9 @@ class World {
     Outcome Boot(const Life& life, const faults::Fault& fault = {},
                  const PropertyMap& persistent = {}) const;
 
+    // Boots it in the calling process, which comes out again.
+    void BootHere(const Life& life) const;
+
     // Returns a path at which the device's file is reached from outside.
     static std::string Outside(const std::string& path);
 
