@@ -24,6 +24,8 @@ using player::Life;
 using player::Outcome;
 using player::World;
 
+constexpr char kSplash[] = "/dev/block/by-name/splash_odm";
+
 constexpr int kCut = -1;  // in place of an errno: a read or write that moves one byte only
 
 // The ways in which the calls can fail.
@@ -52,7 +54,7 @@ constexpr const char* kMayTouch[] = {
         "/data/cota/cota_mount_info.prop",
         "/data/cota/cota_module_info.prop",
         "/mnt/cota/new",
-        "/dev/block/by-name/splash_odm",
+        kSplash,
 };
 
 template <typename Set>
@@ -84,6 +86,11 @@ Items FileItems(const Files& files, const std::string& path) {
     return items;
 }
 
+// Rather than something that the library has to make up for at once.
+bool IsFailure(const Fault& fault) {
+    return fault.error != 0 && fault.error != EINTR;
+}
+
 Files Without(Files files, const std::string& path) {
     files.erase(path);
     return files;
@@ -105,8 +112,15 @@ class Subject {
 
     // Returns what is wrong with the outcome of the fault, or "".
     std::string Try(const Fault& fault) {
-        const Outcome outcome = Play(life_.files, fault);
-        const std::string wrong = Judge(fault, outcome);
+        const World world(life_.files);
+        const Outcome outcome = world.Boot(life_, fault);
+        std::string wrong = Judge(fault, outcome);
+        if (wrong.empty() && IsFailure(fault) && IsOfKey(fault.call)) {
+            const Outcome next = world.Boot(life_, {}, outcome.persistent);
+            const bool same =
+                    next.values == undisturbed_.values && next.files == undisturbed_.files;
+            if (!same) wrong = "the next boot does not make up for it";
+        }
         if (wrong.empty() || !verbose) return wrong;
         std::string text;
         for (const auto& event : outcome.events) text += "\n    " + event;
@@ -143,6 +157,13 @@ class Subject {
         return std::any_of(calls().begin() + index, calls().end(), [&](const Call& call) {
             return call.path == calls()[index].path && call.name == "read";
         });
+    }
+
+    // Whether the call writes a new key file that the same boot loads then.
+    bool IsOfKey(int index) const {
+        const Call& call = calls()[index];
+        return (call.writes || call.name == "write") && call.path != kSplash &&
+               initial_.count(call.path) == 0 && IsReadAfter(index);
     }
 
     // What comes of it without the file, with one for which no call succeeds, and with one that
@@ -203,7 +224,7 @@ std::string Subject::Judge(const Fault& fault, const Outcome& outcome) {
     if (std::string wrong = JudgeAnyway(outcome); !wrong.empty()) return wrong;
 
     const bool same_values = outcome.values == before.values;
-    if (fault.cut || fault.error == EINTR || call.name == "fstat" || call.name == "close") {
+    if (!IsFailure(fault) || call.name == "fstat" || call.name == "close") {
         if (outcome.events != before.events || !same_values) return "seen by init";
         return outcome.files == before.files ? "" : "seen in the files";
     }
@@ -219,7 +240,7 @@ std::string Subject::Judge(const Fault& fault, const Outcome& outcome) {
                        : "more than the file is changed";
     }
     if (call.writes || call.name == "write") {
-        const bool is_logo = call.path == "/dev/block/by-name/splash_odm";
+        const bool is_logo = call.path == kSplash;
         if (!is_logo && initial_.count(call.path) == 0 && outcome.files.count(call.path) != 0) {
             return "what was made of the file stays";
         }
