@@ -69,7 +69,7 @@ bool Load(const std::string& path, std::string filter, PropertyMap* properties) 
             if (!Load(name, android::base::Trim(target.substr(blank)), properties)) return false;
             continue;
         }
-        for (const auto& [name, value] : fuzz::Parse(line)) {
+        for (const auto& [name, value] : fuzz::Parse(line, !filter.empty())) {
             const bool passes = filter.empty() ||
                                 (filter.back() == '*' ? name.compare(0, filter.size() - 1, filter,
                                                                      0, filter.size() - 1) == 0
