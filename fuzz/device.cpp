@@ -73,6 +73,13 @@ void Expect(bool alike, const char* what) {
     abort();
 }
 
+std::vector<std::string> Parts(const uint8_t* data, size_t size, size_t least) {
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    std::vector<std::string> parts = android::base::Split(text, "|");
+    parts.resize(std::max(parts.size(), least));
+    return parts;
+}
+
 void Put(const std::string& path, const std::string* content) {
     if (content == nullptr) {
         unlink(path.c_str());

@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include <fuzzer/FuzzedDataProvider.h>
+#include <stdint.h>
 
 #include <string>
 #include <vector>
@@ -16,6 +16,9 @@ using android::init::PropertyMap;
 
 // Ends the process, saying what differs, unless it is alike.
 void Expect(bool alike, const char* what);
+
+// Divides an input at each "|", so that a seed is a readable text. What is missing is empty.
+std::vector<std::string> Parts(const uint8_t* data, size_t size, size_t least);
 
 // Makes the file, or removes it when the content is null.
 void Put(const std::string& path, const std::string* content);

@@ -83,13 +83,12 @@ bool Load(const std::string& path, std::string filter, PropertyMap* properties) 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+    const auto parts = fuzz::Parts(data, size, 5);
     fuzz::Clear();
-    for (const char* name : {"p", "q"}) {
-        platform::StoreProperty(name, input.ConsumeRandomLengthString(4));
-    }
+    platform::StoreProperty("p", parts[0]);
+    platform::StoreProperty("q", parts[1]);
     for (std::string& content : g_contents) {
-        content = input.ConsumeRandomLengthString();
+        content = parts[2 + (&content - g_contents)];
         // Zero bytes end a name; the other target has them.
         std::replace(content.begin(), content.end(), '\0', '0');
         fuzz::Put(kFiles[&content - g_contents], content);

@@ -5,10 +5,9 @@
 #include "device.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+    const auto parts = fuzz::Parts(data, size, 2);
     fuzz::Clear();
-    const std::string text = input.ConsumeRandomLengthString(16);
-    const std::string config = input.ConsumeRemainingBytesAsString();
+    const std::string &text = parts[0], &config = parts[1];
     fuzz::Put("/mnt/vendor/my_region/build.prop", "ro.tesvo.pipeline.region=EU\n");
     fuzz::Put("/my_product/cust/EU/etc/devicename.cfg", config);
     fuzz::Put("/sys/block/sda/size", text);

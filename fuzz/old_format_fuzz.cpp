@@ -10,10 +10,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } kFiles[] = {{kReserveFirstFile, kSimSwitchFirst},
                   {kReserveCurrentFile, kSimSwitchCurrent},
                   {kReserveRegionFile, kRegionSwitchFirst}};
-    FuzzedDataProvider input(data, size);
     fuzz::Clear();
-    const auto& file = kFiles[input.ConsumeIntegralInRange<size_t>(0, 2)];
-    const std::string content = input.ConsumeRemainingBytesAsString();
+    const auto& file = kFiles[size % 3];
+    const std::string content = fuzz::Parts(data, size, 1)[0];
     if (content.find("import ") != std::string::npos) return -1;
     fuzz::Put(file.path, content);
     PropertyMap expected = fuzz::Parse(content);

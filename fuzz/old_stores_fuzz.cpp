@@ -8,17 +8,15 @@
 using android::init::kOldActionFile;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+    const auto parts = fuzz::Parts(data, size, 5);
     fuzz::Clear();
     android::init::PartitionSearchList = {"/low", "/high"};
-    const std::string carrier = input.ConsumeRandomLengthString(8).c_str();
-    const std::string radio = input.ConsumeRandomLengthString(12);
-    const std::string action = input.ConsumeRandomLengthString(12);
-    const std::string low = input.ConsumeRandomLengthString();
-    const std::string high = input.ConsumeRemainingBytesAsString();
+    // A property is read as far as a zero byte, and 91 bytes of it.
+    const std::string carrier = std::string(parts[0].c_str()).substr(0, 91);
+    const std::string &radio = parts[1], &action = parts[2], &low = parts[3], &high = parts[4];
     if ((low + high).find("import ") != std::string::npos) return -1;
     platform::StoreProperty("ro.boot.vxcarrier", carrier);
-    fuzz::Put(android::init::kNvStores[input.ConsumeBool() ? 0 : 2], radio);
+    fuzz::Put(android::init::kNvStores[size % 3], radio);
     fuzz::Put(kOldActionFile, action);
     for (const char* file : {android::init::kSwitchKeyMap, android::init::kNvFlagMap}) {
         fuzz::Put(std::string("/low/etc/") + file, low);

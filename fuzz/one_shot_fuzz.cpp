@@ -38,14 +38,13 @@ extern "C" int mount(const char* source, const char* target, const char* type, u
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+    const auto parts = fuzz::Parts(data, size, 3);
     fuzz::Clear();
     PartitionSearchList = {"/odm"};
-    g_mounts = input.ConsumeBool();
+    g_mounts = parts[0] >= "5";
     g_targets.clear();
-    const int operation = input.ConsumeIntegralInRange(0, 3);
-    const std::string package = input.ConsumeRandomLengthString();
-    const std::string module = input.ConsumeRemainingBytesAsString();
+    const int operation = (parts[0].empty() ? 0 : parts[0][0]) & 3;
+    const std::string &package = parts[1], &module = parts[2];
     if ((package + module).find("import ") != std::string::npos) return -1;
     fuzz::Put(kCotaMountInfoFile, package);
     fuzz::Put(kCotaModuleInfoFile, module);

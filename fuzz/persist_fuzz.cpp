@@ -88,15 +88,16 @@ PropertyMap Boot(const PropertyMap& given) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
     fuzz::Clear();
     for (const char* path : kFiles) fuzz::Put(path, nullptr);
     for (const char* path : kMade) fuzz::Put(path, nullptr);
     PropertyMap given;
-    while (input.remaining_bytes() > 0) {
-        const size_t which = input.ConsumeIntegralInRange<size_t>(
-                0, std::size(kFiles) + std::size(kProperties) - 1);
-        const std::string text = input.ConsumeRandomLengthString(96);
+    // A part's first byte says whose content the rest is: a file's from "A" on, then a property's.
+    for (const std::string& part : fuzz::Parts(data, size, 0)) {
+        if (part.empty()) continue;
+        const size_t which =
+                static_cast<uint8_t>(part[0] - 'A') % (std::size(kFiles) + std::size(kProperties));
+        const std::string text = part.substr(1);
         if (text.find("import ") != std::string::npos) return -1;
         if (which < std::size(kFiles)) {
             fuzz::Put(kFiles[which], text);

@@ -5,13 +5,13 @@
 #include "device.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
+    const auto parts = fuzz::Parts(data, size, 5);
+    auto part = parts.begin();
     fuzz::Clear();
     constexpr char kDisplay[] = "ro.tesvo.customize.display.version_name";
     // As a property can be read: as far as a zero byte, and 91 bytes of it.
-    const auto take = [&input](const char* name) {
-        const std::string value =
-                std::string(input.ConsumeRandomLengthString(100).c_str()).substr(0, 91);
+    const auto take = [&part](const char* name) {
+        const std::string value = std::string((part++)->c_str()).substr(0, 91);
         platform::StoreProperty(name, value);
         return value;
     };

@@ -16,8 +16,8 @@ targets=(build/asan/bin/*_fuzz)
 for target in "${targets[@]}"; do
     name=$(basename "$target")
     echo "== $name"
-    mkdir -p "build/corpus/$name"
+    mkdir -p "build/corpus/$name" "fuzz/seeds/$name"
     "$target" -max_total_time=$(($1 * 60 / ${#targets[@]})) -max_len=512 -dict=fuzz/device.dict \
-        -artifact_prefix=build/corpus/ -print_final_stats=1 "build/corpus/$name" 2>&1 |
+        -artifact_prefix=build/corpus/ "build/corpus/$name" "fuzz/seeds/$name" 2>&1 |
         grep -E "^Done|differs|ERROR|SUMMARY|Test unit|units_per_sec"
 done
