@@ -14,7 +14,7 @@ namespace {
 
 using fuzz::PropertyMap;
 
-constexpr const char* kFiles[] = {"/a", "/b", "/c"};
+constexpr const char* kFiles[] = {"/a", "/b", "/$c"};  // a "$" is written twice
 constexpr int kMaxImports = 64;  // in one input; more are a circle, which ends every boot
 
 std::string g_contents[std::size(kFiles)];
