@@ -119,12 +119,11 @@ std::vector<std::string> TakeLog() {
     return std::exchange(g_log, {});
 }
 
-PropertyMap Parse(const std::string& content, bool filtered) {
+PropertyMap Parse(const std::string& content) {
     PropertyMap properties;
     for (const std::string& line : Lines(content)) {
         const size_t equals = line.find('=');
-        if (equals == std::string::npos) continue;
-        if (!filtered && android::base::StartsWith(line, "import ")) continue;
+        if (equals == std::string::npos || android::base::StartsWith(line, "import ")) continue;
         properties[Trim("x" + line.substr(0, equals)).substr(1)] = Trim(line.substr(equals + 1));
     }
     return properties;

@@ -41,9 +41,8 @@ std::vector<PropertyMap> TakeCalls();
 // time.
 std::vector<std::string> TakeLog();
 
-// Reads a property file's own lines as the documents of the format have it: without its imports,
-// or, as under a filter, with their lines as any others.
-PropertyMap Parse(const std::string& content, bool filtered = false);
+// Reads a property file without its imports, as the documents of the format have it.
+PropertyMap Parse(const std::string& content);
 
 // Reads the value of the first line that begins with the name, likewise.
 std::string LookUp(const std::string& content, const std::string& name);

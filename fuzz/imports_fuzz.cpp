@@ -1,17 +1,17 @@
-// Files that import each other by names with references, against a reading of their own.
+// Files that import each other by names with references, against the tool's reading of their lines.
 
 #include <limits.h>
 #include <stdlib.h>
 
 #include <algorithm>
 
-#include <android-base/strings.h>
-
 #include "device.h"
+#include "device/property_lines.h"
 #include "utils.h"
 
 namespace {
 
+using extprop::PropertyLine;
 using fuzz::PropertyMap;
 
 constexpr const char* kFiles[] = {"/a", "/b", "/$c"};  // a "$" is written twice
@@ -51,30 +51,27 @@ bool Expand(std::string text, std::string* expanded) {
     return true;
 }
 
+bool Passes(const std::string& name, const std::string& filter) {
+    if (filter.empty() || filter == name) return true;
+    const std::string start = filter.substr(0, filter.size() - 1);
+    return filter.back() == '*' && name.compare(0, start.size(), start) == 0;
+}
+
 // Returns false if the imports are too many, or lead to a file that is none of these.
 bool Load(const std::string& path, std::string filter, PropertyMap* properties) {
     char real[PATH_MAX];
     if (realpath(path.c_str(), real) == nullptr) return true;
     const auto* file = std::find(std::begin(kFiles), std::end(kFiles), std::string(real));
     if (file == std::end(kFiles)) return false;
-    for (const std::string& text :
-         android::base::Split(g_contents[file - std::begin(kFiles)], "\n")) {
-        const std::string line = android::base::Trim(text);
-        if (line.compare(0, 7, "import ") == 0 && filter.empty()) {
-            const std::string target = android::base::Trim(line.substr(7));
-            const size_t blank = std::min(target.find(' '), target.size());
+    const std::string& content = g_contents[file - std::begin(kFiles)];
+    for (const PropertyLine& line : extprop::PropertyLines(content, !filter.empty())) {
+        const std::string text(line.name), value(line.value);
+        if (line.kind == PropertyLine::kImport) {
             std::string name;
-            if (!Expand(target.substr(0, blank), &name)) continue;
-            if (++g_imports > kMaxImports) return false;
-            if (!Load(name, android::base::Trim(target.substr(blank)), properties)) return false;
-            continue;
-        }
-        for (const auto& [name, value] : fuzz::Parse(line, !filter.empty())) {
-            const bool passes = filter.empty() ||
-                                (filter.back() == '*' ? name.compare(0, filter.size() - 1, filter,
-                                                                     0, filter.size() - 1) == 0
-                                                      : name == filter);
-            if (passes) (*properties)[name] = value;
+            if (!Expand(text, &name)) continue;
+            if (++g_imports > kMaxImports || !Load(name, value, properties)) return false;
+        } else if (line.kind == PropertyLine::kProperty && Passes(text, filter)) {
+            (*properties)[text] = value;
         }
     }
     return true;
