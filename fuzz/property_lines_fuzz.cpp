@@ -2,27 +2,27 @@
 // values without and with a filter, and the files that the import lines name.
 
 #include <fcntl.h>
-#include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <iostream>
 
-#include <android-base/file.h>
-#include <android-base/logging.h>
+#include <android-base/unique_fd.h>
 
-#include "platform.h"
+#include "device.h"
 #include "device/property_lines.h"
 #include "utils.h"
 
 namespace {
 
 using extprop::PropertyLine;
-using platform::PropertyMap;
+using fuzz::Expect;
+using fuzz::PropertyMap;
 using Paths = std::vector<std::string>;
+
+constexpr char kFile[] = "/file";
+constexpr char kEmpty[] = "/empty";  // a directory in which imports find nothing
 
 // Notes what the loader opens.
 class OpenedFiles : public platform::Observer {
@@ -32,24 +32,14 @@ class OpenedFiles : public platform::Observer {
     Paths paths;
 };
 
-// Where the loader finds its file, and an empty directory in which imports find nothing.
-const TemporaryDir g_directory;
-const std::string g_file = g_directory.path + std::string("/file");
-const std::string g_empty = g_directory.path + std::string("/empty");
-
-void Expect(bool alike, const char* what) {
-    if (alike) return;
-    std::cerr << "the loader differs in " << what << "\n";
-    abort();
-}
-
 PropertyMap Loaded(const char* filter, Paths* opened) {
     static const android::base::unique_fd home(open(".", O_RDONLY | O_DIRECTORY));
-    Expect(chdir(g_empty.c_str()) == 0, "its directory");
+    mkdir(kEmpty, 0700);
+    Expect(chdir(kEmpty) == 0, "its directory");
     OpenedFiles observer;
     platform::SetObserver(&observer);
     PropertyMap properties;
-    const bool loaded = load_properties_from_file_without_se(g_file.c_str(), filter, &properties);
+    const bool loaded = load_properties_from_file_without_se(kFile, filter, &properties);
     platform::SetObserver(nullptr);
     // The fuzzer's own files are in the directory that it was started in.
     Expect(fchdir(home.get()) == 0 && loaded, "reading");
@@ -72,7 +62,7 @@ PropertyMap Properties(const std::vector<PropertyLine>& lines) {
 }
 
 Paths Opened(const std::vector<PropertyLine>& lines) {
-    Paths paths = {g_file};
+    Paths paths = {kFile};
     for (const PropertyLine& line : lines) {
         if (line.kind != PropertyLine::kImport) continue;
         const auto path = ExpandProps(std::string(line.name));
@@ -83,16 +73,12 @@ Paths Opened(const std::vector<PropertyLine>& lines) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    android::base::SetLogger([](auto...) {});
-    return mkdir(g_empty.c_str(), 0700);
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string content(reinterpret_cast<const char*>(data), size);
     // Imports shall not leave the empty directory; to both readers a slash is like any other byte.
     std::replace(content.begin(), content.end(), '/', '.');
-    if (!WriteFile(g_file, content).ok()) abort();
+    fuzz::Clear();
+    fuzz::Put(kFile, content);
 
     Paths opened;
     const auto lines = extprop::PropertyLines(content);
@@ -101,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     const PropertyMap all = Properties(extprop::PropertyLines(content, true));
     Expect(Loaded("*", &opened) == all, "properties under a filter that all pass");
-    Expect(opened == Paths{g_file}, "imports under a filter");
+    Expect(opened == Paths{kFile}, "imports under a filter");
     if (all.empty() || !IsExactFilter(all.rbegin()->first)) return 0;
     const char* filter = all.rbegin()->first.c_str();
     PropertyMap passing;

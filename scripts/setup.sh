@@ -6,6 +6,15 @@ TOOL_PACKAGES="g++ cmake ninja-build android-libbase-dev libfmt-dev libcli11-dev
 TEST_PACKAGES="clang clang-format libclang-rt-dev libgtest-dev libgmock-dev libbenchmark-dev
     libglib2.0-dev pkg-config blueprint-tools bash-completion dpkg-dev file mandoc zsh e2fsprogs
     erofs-utils android-sdk-libsparse-utils"
+ARM64_PACKAGES="g++-aarch64-linux-gnu qemu-user-static android-libbase-dev:arm64 libfmt-dev:arm64
+    libgtest-dev:arm64 libgmock-dev:arm64"
+
+# Runs a command as root.
+as_root() {
+    local sudo=()
+    [ "$(id -u)" -eq 0 ] || sudo=(sudo)
+    "${sudo[@]}" "$@"
+}
 
 # Installs those of the packages that are missing.
 install_packages() {
@@ -15,11 +24,9 @@ install_packages() {
             missing+=("$package")
     done
     [ ${#missing[@]} -eq 0 ] && return
-    local sudo=()
-    [ "$(id -u)" -eq 0 ] || sudo=(sudo)
     echo "Installing ${missing[*]}" >&2
-    "${sudo[@]}" apt-get update -qq >&2
-    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
+    as_root apt-get update -qq >&2
+    as_root env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
 

@@ -169,17 +169,18 @@ TEST(KeyFiles, FailedMigrationIsTriedAgain) {
     device.Write("/odm/etc/nvmap.prop", "carrier=NEW\n");
     device.MakeDirectory(kSsv);
     device.Boot([](Init& init) {
-        ASSERT_EQ(mount("tmpfs", kReserve.c_str(), "tmpfs", 0, "size=4096"), 0);
+        ASSERT_EQ(mount("tmpfs", kReserve.c_str(), "tmpfs", 0, "size=8192"), 0);
         fs::create_directories(kSsv);
-        Put(kStores[0], string(4096, 'x'));
+        Put(kStores[0], string(8192, 'x'));
         EXPECT_EQ(LoadKeys(), kFlashBack);
         EXPECT_EQ(Log(init), kNoAction +
                                      "E Unable to write sim_action_first_file Unable to write file "
-                                     "contents: No space left on device\n" +
-                                     kFirstFound);
-        // What was opened for the key stays, empty, and is the system's; the mark is not made.
-        EXPECT_TRUE(IsSystems(kFirst));
-        EXPECT_FALSE(fs::exists(kConvert));
+                                     "contents: No space left on device\n");
+        // What the write made is gone again: an empty file would pass for a key.
+        EXPECT_TRUE(fs::is_empty(kSsv));
+        Put(kStores[0], kMissing);
+        EXPECT_EQ(LoadKeys(), (kFlashBack + PropertyMap{{kFirstKey, "NEW"}}));
+        EXPECT_TRUE(IsSystems(kConvert));
     });
     device.Boot([&](Init& init) {
         MakeReadOnly(kReserve);

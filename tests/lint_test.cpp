@@ -11,18 +11,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform.h"
-#include "device/property_lines.h"
-#include "utils.h"
-
 namespace {
 
 namespace fs = std::filesystem;
 using extprop::Finding;
 using extprop::Lint;
-using extprop::PropertyLine;
 using extprop::Severity;
-using platform::PropertyMap;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -185,31 +179,6 @@ TEST_F(LintTest, FindingsAreSafeToPrint) {
     // A long line is not repeated in full, nor cut within a character.
     Write("/odm/build.prop", std::string(59, 'x') + "\xc3\xbc" + std::string(1000, 'x'));
     EXPECT_THAT(Lint(directory_.path).at(0).message, HasSubstr(std::string(59, 'x') + "...'"));
-}
-
-// What the fuzzer cannot see, as it imports nothing: the filter of an import.
-TEST_F(LintTest, LinesAreTheLoaders) {
-    const std::string imported = Prepare("/imported");
-    Write("/imported", "a.x=1\na.y=2\nb=3\nimport =4\na.*=5\n");
-    for (const char* filter : {"", " a.x", "\ta.x", "   a.*  ", " \t a.x a.y", " *", " import"}) {
-        const std::string content = "\n #no=1\n first = 1 \nimport  \t " + imported + filter +
-                                    "\r\nimport\nb=\v last=line\f";
-        Write("/file", content);
-        PropertyMap loaded;
-        ASSERT_TRUE(
-                load_properties_from_file_without_se(Prepare("/file").c_str(), nullptr, &loaded));
-        PropertyMap expected;
-        Lines numbered;
-        for (const PropertyLine& line : extprop::PropertyLines(content)) {
-            const std::string name(line.name), value(line.value);
-            numbered.push_back(std::to_string(line.number));
-            if (line.kind == PropertyLine::kProperty) expected[name] = value;
-            if (line.kind != PropertyLine::kImport) continue;
-            load_properties_from_file_without_se(name.c_str(), value.c_str(), &expected);
-        }
-        EXPECT_EQ(loaded, expected) << "filter '" << filter << "'";
-        EXPECT_THAT(numbered, ElementsAre("3", "4", "5", "6"));
-    }
 }
 
 }  // namespace

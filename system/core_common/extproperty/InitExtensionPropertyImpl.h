@@ -92,6 +92,10 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
 // one cannot be made or the path has 256 bytes or more.
 int createDirectory(std::string path);
 
+// Makes `content` the whole content of the key file at `path`. If that fails, logs `failure` and
+// the error, removes a file that was not there before, and returns false.
+bool writeKeyFile(const char* path, const std::string& content, const char* failure);
+
 // Looks `key` up in the mapping file `fileName` of the partitions, highest priority first, and
 // makes `*target` the value found, or empty.
 void find_nv_ssv_target_key(std::string key, std::string fileName, std::string* target);

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include <android-base/chrono_utils.h>
@@ -30,13 +31,17 @@ namespace {
 
 constexpr size_t kReadSize = 1024;
 
+// A size is only a hint: a sparse file's may be beyond any memory.
+constexpr off_t kMaxReservation = 16 * 1024 * 1024;
+
 constexpr char kOpenFailed[] = "open() failed";
 constexpr char kReadFailed[] = "Unable to read file contents";
 constexpr char kWriteFailed[] = "Unable to write file contents";
 
 void ReserveFileSize(int fd, std::string* content) {
     struct stat st;
-    if (fstat(fd, &st) == 0 && st.st_size > 0) content->reserve(st.st_size);
+    if (fstat(fd, &st) != 0 || st.st_size <= 0) return;
+    content->reserve(std::min<off_t>(st.st_size, kMaxReservation));
 }
 
 bool IsSpace(char c) {

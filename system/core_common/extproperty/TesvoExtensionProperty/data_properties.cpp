@@ -43,10 +43,8 @@ void forceInternetConnection(PropertyCallback callback) {
     if (readProperty(kEmergencyShutdown, "0") != "1") return;
     if (readProperty("ro.tesvo.internet.whether.force.connect") != "1") return;
     if (!readProperty(kForceConnect).empty()) return;
-    auto written = WriteFile(kForceConnectFile, std::string(kForceConnect) + "=1\n");
-    if (!written.ok()) {
-        LOG(ERROR) << "Unable to write force_connect_internet_prop_file_path " << written.error();
-    }
+    writeKeyFile(kForceConnectFile, std::string(kForceConnect) + "=1\n",
+                 "Unable to write force_connect_internet_prop_file_path ");
     callback(0, {{kForceConnect, "1"}});
 }
 

@@ -1,7 +1,9 @@
 // The switch keys that survive everything: their files on the reserve and the data partition, the
 // migration from older stores, and the conversion of files in the old one-line format.
 
+#include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <android-base/file.h>
@@ -37,12 +39,6 @@ bool loadFile(const char* path, const char* failure, PropertyMap* props) {
     if (load_properties_from_file_without_se(path, nullptr, props)) return true;
     LOG(ERROR) << failure << path;
     return false;
-}
-
-bool writeFile(const char* path, const std::string& content, const char* failure) {
-    auto written = WriteFile(path, content);
-    if (!written.ok()) LOG(ERROR) << failure << written.error();
-    return written.ok();
 }
 
 void giveToSystem(const char* path) {
@@ -85,8 +81,8 @@ void loadOldActionFile(PropertyMap* props) {
     LOG(INFO) << "payjoy_status :" << status;
     LOG(INFO) << "payjoy_status_operator :" << switchOperator;
     if (status == "1" && switchOperator.empty()) {
-        writeFile(kOldActionFile, propertyLine(kSwitchOperator, "payjoy"),
-                  "Unable to write ssv_file ");
+        writeKeyFile(kOldActionFile, propertyLine(kSwitchOperator, "payjoy"),
+                     "Unable to write ssv_file ");
     }
     if (exists(kOldActionFile)) {
         LOG(INFO) << "re-read ssv file";
@@ -105,14 +101,14 @@ void migrateOldKeys(const PropertyMap& props, std::string nvKey, std::string ssv
         if (createDirectory(kReserveKeyDir) == 0) LOG(INFO) << "create ssv dir: " << kReserveKeyDir;
     }
     // Without the key there is no mark either, so that the next boot tries again.
-    if (writeFile(kReserveFirstFile, propertyLine(kSimSwitchFirst, firstKey),
-                  "Unable to write sim_action_first_file ")) {
+    if (writeKeyFile(kReserveFirstFile, propertyLine(kSimSwitchFirst, firstKey),
+                     "Unable to write sim_action_first_file ")) {
         // QUIRK: the blank before the value; the loader drops it when it reads the mark.
-        writeFile(kConvertFile, propertyLine(kSimSwitchConvert, " true"),
-                  "Unable to write sim_switch_convert_file ");
+        writeKeyFile(kConvertFile, propertyLine(kSimSwitchConvert, " true"),
+                     "Unable to write sim_switch_convert_file ");
     }
     if (!exists(kNoneClearFile) && holds(props, kNoneClearSwitchFirst, "true")) {
-        writeFile(kNoneClearFile, "1", "Unable to write first_switch_none_clear ");
+        writeKeyFile(kNoneClearFile, "1", "Unable to write first_switch_none_clear ");
     }
     for (const char* path : {kReserveFirstFile, kNoneClearFile, kConvertFile}) {
         if (exists(path)) giveToSystem(path);
@@ -176,7 +172,7 @@ void loadReserveKeyFile(const ReserveKeyFile& file, PropertyMap* props, std::str
     LOG(ERROR) << file.converting;  // QUIRK: a success, at this severity
     props->emplace(file.property, oldKey);
     // QUIRK: the key goes on as it was read, a line end included.
-    writeFile(file.path, propertyLine(file.property, oldKey), file.writeFailed);
+    writeKeyFile(file.path, propertyLine(file.property, oldKey), file.writeFailed);
     *key = oldKey;
     if (file.foundByOpening || exists(file.path)) giveToSystem(file.path);
 }
@@ -189,8 +185,8 @@ void loadDataRegionFile(PropertyMap* props) {
     const std::string region = readProperty(kRemoveRegionApk);
     if (region.empty() || region == "false") return;
     props->emplace(kRegionSwitchFirst, region);
-    writeFile(kDataRegionFile, propertyLine(kRegionSwitchFirst, region),
-              "Unable to write region_switch_file_data_path ");
+    writeKeyFile(kDataRegionFile, propertyLine(kRegionSwitchFirst, region),
+                 "Unable to write region_switch_file_data_path ");
 }
 
 void loadFlashBackFile(PropertyMap* props) {
@@ -202,6 +198,17 @@ void loadFlashBackFile(PropertyMap* props) {
 }
 
 }  // namespace
+
+bool writeKeyFile(const char* path, const std::string& content, const char* failure) {
+    struct stat status;
+    const bool isNew = lstat(path, &status) != 0 && errno == ENOENT;
+    auto written = WriteFile(path, content);
+    if (written.ok()) return true;
+    LOG(ERROR) << failure << written.error();
+    // What was made of it would pass for a key, an empty one, on every later boot.
+    if (isNew) unlink(path);
+    return false;
+}
 
 void InitExtensionPropertyImpl::loadExtensionSimswitchKeyInfo(PropertyMap* props) {
     if (nvKey.empty() && nvTargetKey.empty()) load_old_nv_key(&nvKey, &nvTargetKey);

@@ -4,6 +4,7 @@
 #include "partitions.h"
 
 #include <dirent.h>
+#include <errno.h>
 #include <strings.h>
 
 #include <memory>
@@ -31,6 +32,14 @@ std::string brandCode() {
         if (strcasecmp(brand.c_str(), known.name) == 0) return known.code;
     }
     return "";
+}
+
+DIR* openDirectory(const char* path) {
+    DIR* dir;
+    do {
+        dir = opendir(path);
+    } while (dir == nullptr && errno == EINTR);
+    return dir;
 }
 
 }  // namespace
@@ -80,7 +89,7 @@ void InitExtensionPropertyImpl::loadExtensionPartitionProperties(std::string par
 
 void InitExtensionPropertyImpl::loadPropertiesFromDir(const std::string& directory,
                                                       PropertyMap* properties) {
-    std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(directory.c_str()), closedir);
+    std::unique_ptr<DIR, int (*)(DIR*)> dir(openDirectory(directory.c_str()), closedir);
     if (dir == nullptr) return;
     while (dirent* entry = readdir(dir.get())) {
         if (entry->d_type == DT_DIR) continue;

@@ -98,6 +98,10 @@ TEST_F(UtilsTest, ReadsFixedSizeRecords) {
               "Unable to read file contents: Invalid argument");
     EXPECT_THAT(TakeLog(), ElementsAre("E lseek() failed"));
 
+    // The size of a sparse file is beyond any memory.
+    ASSERT_EQ(truncate(path.c_str(), off_t{1} << 40), 0);
+    EXPECT_EQ(*ReadFileWithOffset(path, 0, 1), "0");
+
     std::string content = "old";
     android::base::unique_fd directory(open(Path("").c_str(), O_RDONLY | O_CLOEXEC));
     EXPECT_FALSE(ReadFdToStringWithOffset(directory.get(), &content, 0, 3));

@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# The whole of what ./test.sh does a share of: every call failed in every way, every change followed
+# by a kill, 100,000 boots in one process, a huge file. Prints the figures of docs/reliability.md.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+cd "$ROOT"
+
+# shellcheck disable=SC2086
+install_packages $TOOL_PACKAGES $TEST_PACKAGES
+quietly cmake --preset default
+cmake --build --preset default | tail -n 1
+
+for command in sweep crashes "growth 100000" "huge 64"; do
+    echo "== $command"
+    # shellcheck disable=SC2086
+    build/default/bin/reliability $command
+done

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Runs every fuzz target, the given time shared among them, and keeps what they learn in
+# build/corpus: scripts/fuzz.sh MINUTES. Ends with the first input that is found.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
+cd "$ROOT"
+
+[ $# -eq 1 ] || { echo "usage: $0 MINUTES" >&2; exit 2; }
+# shellcheck disable=SC2086
+install_packages $TOOL_PACKAGES $TEST_PACKAGES
+quietly cmake --preset asan
+cmake --build --preset asan | tail -n 1
+
+targets=(build/asan/bin/*_fuzz)
+# The targets' own root is one in memory: what is theirs is named from here.
+for target in "${targets[@]}"; do
+    name=$(basename "$target")
+    echo "== $name"
+    mkdir -p "build/corpus/$name" "fuzz/seeds/$name"
+    "$target" -max_total_time=$(($1 * 60 / ${#targets[@]})) -max_len=512 -dict=fuzz/device.dict \
+        -artifact_prefix=build/corpus/ "build/corpus/$name" "fuzz/seeds/$name" 2>&1 |
+        grep -E "^Done|differs|ERROR|SUMMARY|Test unit|units_per_sec"
+done

@@ -1,0 +1,15 @@
+// The commands of the program. Each returns the program's exit status.
+
+#pragma once
+
+// sweep [SECONDS [SEED]]: fails calls in turn, in the time given or all of them.
+int Sweep(int argc, char** argv);
+
+// crashes: prints a table of the places at which a boot's end leaves a lasting mark, and which.
+int Crashes(int argc, char** argv);
+
+// growth [BOOTS]: looks for growth of memory and descriptors in one process.
+int Growth(int argc, char** argv);
+
+// huge [MIB]: measures the memory that a huge file takes.
+int Huge(int argc, char** argv);
