@@ -60,7 +60,7 @@ struct Reading {
     Occasion occasion = Occasion::kPartition;
     std::vector<std::string> root_words;  // that bring its root into the list of partitions
     enum Root { kListed, kCompany, kPackage, kModule, kElsewhere } root = kListed;
-    std::string place;  // of a root elsewhere: its path
+    std::string place;  // of a root that is not listed: its path
     int key_index = 0;  // of a key directory: in SwitchKeys()
     std::string key;    // of a key directory; of an old key file an nv key that leads there
 };

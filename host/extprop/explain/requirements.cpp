@@ -7,6 +7,7 @@
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
+#include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/names.h"
 #include "boot/real_path.h"
 #include "device/legal.h"
@@ -50,6 +51,22 @@ bool PassesFilter(const std::string& name, const std::string& filter) {
     if (filter.empty()) return true;
     if (filter.back() == '*') return StartsWith(name, filter.substr(0, filter.size() - 1));
     return name == filter;
+}
+
+bool AddsStepWithoutReboot(const Words& words) {
+    return std::any_of(words.begin(), words.end(), IsStepWord) &&
+           std::find(words.begin(), words.end(), "reboot") == words.end();
+}
+
+// The installing service's message that makes the root a package's or a module's, or null.
+const char* MessageOf(Reading::Root root) {
+    if (root == Reading::kPackage) return kCotaMountInfoFile;
+    return root == Reading::kModule ? kCotaModuleInfoFile : nullptr;
+}
+
+const char* ServiceStep(Reading::Root root) {
+    return root == Reading::kModule ? "cota-service:module_bind_single"
+                                    : "cota-service:mount_and_check_load";
 }
 
 // Replaces each reference to `name` in the text by `value`.
@@ -139,6 +156,10 @@ std::optional<Words> Requirements::FileWords(const SurveyedFile& file) {
     for (const Reading& reading : file.readings) {
         if (IsGone(path) || entry->second) break;
         entry->second = ReadingWords(file, reading);
+        // What is mounted over the file by then hides it from the steps that the words add.
+        if (entry->second && IsCovered(path) && AddsStepWithoutReboot(*entry->second)) {
+            entry->second.reset();
+        }
     }
     if (!entry->second && !IsGone(path) && !file.source &&
         android::base::Basename(path) == "build.prop") {
@@ -150,18 +171,12 @@ std::optional<Words> Requirements::FileWords(const SurveyedFile& file) {
 std::optional<Words> Requirements::ReadingWords(const SurveyedFile& file,
                                                 const Reading& reading) const {
     const std::string& path = file.path;
-    if (IsCovered(path)) return std::nullopt;
-    const bool in_package = reading.root == Reading::kPackage || reading.root == Reading::kModule;
     switch (reading.occasion) {
         case Occasion::kPartition:
             if (reading.root == Reading::kCompany) return CompanyWords(reading);
-            if (!in_package) return PartitionWords(reading);
-            if (IsGone(reading.root == Reading::kPackage ? "/data/cota/cota_mount_info.prop"
-                                                         : "/data/cota/cota_module_info.prop")) {
-                return std::nullopt;
-            }
-            return Words{reading.root == Reading::kPackage ? "cota-service:mount_and_check_load"
-                                                           : "cota-service:module_bind_single"};
+            if (MessageOf(reading.root) == nullptr) return PartitionWords(reading);
+            if (IsGone(MessageOf(reading.root))) return std::nullopt;
+            return Words{ServiceStep(reading.root)};
         case Occasion::kKeyDirectory:
             if (reading.root == Reading::kCompany) return CompanyWords(reading);
             return KeyDirectoryWords(reading);
@@ -172,7 +187,7 @@ std::optional<Words> Requirements::ReadingWords(const SurveyedFile& file,
             return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
         case Occasion::kNvMap:
             if (survey_.unmapped_key.empty() || !survey_.migrates) return std::nullopt;
-            if (!ValueOf(kCarrierCode).empty() || given_.count(kSimSwitchConvert) != 0) {
+            if (!ValueOf(kCarrierCode).empty() || !ValueOf(kSimSwitchConvert).empty()) {
                 return std::nullopt;
             }
             return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
@@ -189,9 +204,9 @@ std::optional<Words> Requirements::ReadingWords(const SurveyedFile& file,
         case Occasion::kCompanyConfig:
             return Words{"duskrider"};
         case Occasion::kMountInfo:
-            return Words{"cota-service:mount_and_check_load"};
+            return Words{ServiceStep(Reading::kPackage)};
         case Occasion::kModuleInfo:
-            return Words{"cota-service:module_bind_single"};
+            return Words{ServiceStep(Reading::kModule)};
     }
     return std::nullopt;
 }
@@ -208,7 +223,9 @@ std::optional<Words> Requirements::PartitionWords(const Reading& reading) const 
 // The directory is loaded by the command of its key, which reads the key's property.
 std::optional<Words> Requirements::KeyDirectoryWords(const Reading& reading) const {
     const SwitchKey& key = SwitchKeys()[reading.key_index];
-    auto words = SetWords(key.property, reading.key, key.key_file);
+    // Another brand or region may bring other values.
+    auto words = reading.root_words.empty() ? SetWords(key.property, reading.key, key.key_file)
+                                            : LateSetWords(key.property, reading.key);
     if (!words) return std::nullopt;
     return ThroughRoot(reading, *words + Words{std::string("sim:") + key.command});
 }
@@ -230,11 +247,11 @@ std::optional<Words> Requirements::OldKeyWords(const Reading& reading) const {
 
 // Adds what makes the library look below the reading's root for what the switch keys select.
 std::optional<Words> Requirements::ThroughRoot(const Reading& reading, Words words) const {
+    const char* message = MessageOf(reading.root);
+    if (message != nullptr && !IsGone(message)) return words + Words{ServiceStep(reading.root)};
     switch (reading.root) {
         case Reading::kPackage:
-            return words + Words{"cota-service:mount_and_check_load"};
         case Reading::kModule:
-            return words + Words{"cota-service:module_bind_single"};
         case Reading::kElsewhere: {
             // The one way there: what is called a verified carrier package is searched too, as soon
             // as there is any key but a channel.
@@ -303,6 +320,13 @@ std::optional<Words> Requirements::SetWords(const char* property, const std::str
     if (winner != nullptr && winner->kind == OriginKind::kOperation && is_key) {
         return Words{"--edit", std::string(key_file) + ":" + Setting(property, value)};
     }
+    return LateSetWords(property, value);
+}
+
+// The same whatever the steps so far have made of the property.
+std::optional<Words> Requirements::LateSetWords(const char* property,
+                                                const std::string& value) const {
+    if (value.size() > kLongestRead || WhyRefused(property, value)) return std::nullopt;
     return Words{"--edit", std::string(kTriedRoot) + "/build.prop:" + Setting(property, value),
                  std::string("early:") + kTriedRoot};
 }
@@ -342,11 +366,24 @@ std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const s
     return std::nullopt;
 }
 
+// Returns the words that make the library load the file without a filter, so that its imports are
+// followed.
+std::optional<Words> Requirements::WholeFileWords(const SurveyedFile& file) {
+    if (auto words = FileWords(file)) return words;
+    auto [entry, is_new] = whole_.try_emplace(file.path);  // none while its importers are looked at
+    if (!is_new) return entry->second;
+    std::optional<Words> words;
+    for (const Importer& importer : importers_[file.path]) {
+        if (!words && importer.import->filter.empty()) words = ImportWords(importer);
+    }
+    return whole_[file.path] = words;
+}
+
 // Returns the words with which the import is come to, and leads where it has to.
 std::optional<Words> Requirements::ImportWords(const Importer& importer) {
     const SurveyedImport& import = *importer.import;
     const std::string& own = importer.file->source ? *importer.file->source : importer.file->path;
-    if (import.text == importer.path) return FileWords(*importer.file);
+    if (import.text == importer.path) return WholeFileWords(*importer.file);
     ReferringImport read;
     Words words;
     if (tracer_.loaded().count(own) != 0) {
@@ -354,7 +391,7 @@ std::optional<Words> Requirements::ImportWords(const Importer& importer) {
         if (found == tracer_.imports().end()) return std::nullopt;
         read = found->second;
     } else {
-        auto loading = FileWords(*importer.file);
+        auto loading = WholeFileWords(*importer.file);
         if (!loading) return std::nullopt;
         words = *loading;
         // What is loaded by steps that were there already is loaded before others give values.

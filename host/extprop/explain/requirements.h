@@ -38,6 +38,7 @@ class Requirements {
 
     std::optional<Words> LineWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> FileWords(const SurveyedFile& file);
+    std::optional<Words> WholeFileWords(const SurveyedFile& file);
     std::optional<Words> ReadingWords(const SurveyedFile& file, const Reading& reading) const;
     std::optional<Words> PartitionWords(const Reading& reading) const;
     std::optional<Words> KeyDirectoryWords(const Reading& reading) const;
@@ -51,6 +52,7 @@ class Requirements {
 
     std::optional<Words> SetWords(const char* property, const std::string& value,
                                   const char* key_file) const;
+    std::optional<Words> LateSetWords(const char* property, const std::string& value) const;
     std::optional<Words> FirstPassWords(Words words) const;
     Words AtEnd(Words words) const;
     Words WithDefaultSteps(Words words) const;
@@ -70,7 +72,8 @@ class Requirements {
     std::map<std::string, const SurveyedFile*> files_;        // by the device's own path
     std::map<std::string, std::vector<Importer>> importers_;  // by the device's own path
     bool has_filters_ = false;
-    std::map<std::string, std::optional<Words>> known_;  // of whole files
+    std::map<std::string, std::optional<Words>> known_;  // of files for their own sake
+    std::map<std::string, std::optional<Words>> whole_;  // and for their importers'
     std::map<std::pair<std::string, std::string>, std::optional<Words>> imported_;
 };
 

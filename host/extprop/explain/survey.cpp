@@ -115,22 +115,21 @@ class ReadingFinder {
             Add(file.path, reading);
         }
         AddListedRoots();
-        AddRoot(kCompanyRoot, Of(Reading::kCompany));
+        AddRoot(kCompanyRoot, At(kCompanyRoot, Reading::kCompany));
         AddCarrierPackage();
     }
 
     // Nothing searches the directory, but whoever calls it a carrier package has it searched.
     void AddElsewhere(const std::string& root) {
         if (!known_roots_.insert(PlainPath(root)).second) return;
-        Reading reading = Of(Reading::kElsewhere);
-        reading.place = root;
-        AddRoot(root, reading);
+        AddRoot(root, At(root, Reading::kElsewhere));
     }
 
   private:
-    static Reading Of(Reading::Root root) {
+    static Reading At(const std::string& place, Reading::Root root) {
         Reading reading;
         reading.root = root;
+        reading.place = place;
         return reading;
     }
 
@@ -237,14 +236,14 @@ class ReadingFinder {
         const PropertyMap info = LoadedFrom(kCotaMountInfoFile);
         const std::string source = valueOf(info, kCotaRoot);
         if (valueOf(info, kCotaVerified) == "1" && StartsWith(source, "/")) {
-            AddRoot(source, Of(Reading::kPackage));
-            AddRoot(source + "/cust", Of(Reading::kPackage));
+            AddRoot(source, At(source, Reading::kPackage));
+            AddRoot(source + "/cust", At(source + "/cust", Reading::kPackage));
         }
         const PropertyMap module = LoadedFrom(kCotaModuleInfoFile);
         const std::string module_source = valueOf(module, "mount_point");
         if (valueOf(module, "module_type") == "configure" && IsDirectory(module_source) &&
             IsDirectory(valueOf(module, kBindPoint))) {
-            AddRoot(module_source, Of(Reading::kModule));
+            AddRoot(module_source, At(module_source, Reading::kModule));
         }
     }
 
