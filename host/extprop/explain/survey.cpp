@@ -40,6 +40,14 @@ using android::base::StartsWith;
 using Readings = std::map<std::string, std::vector<Reading>>;  // by the device's own path
 using Words = std::vector<std::string>;
 
+Words operator+(Words words, const Words& more) {
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+// No brand that the library knows.
+constexpr char kNoBrand[] = "none";
+
 // How deep the directories of a switch key may lie: keys with slashes are taken as they are.
 constexpr int kDeepestKey = 8;
 
@@ -106,7 +114,9 @@ PropertyMap LoadedFrom(const std::string& path) {
 // Finds what makes the library read the files of the device, by looking where the library looks.
 class ReadingFinder {
   public:
-    explicit ReadingFinder(Readings* readings) : readings_(readings) {}
+    // A device with mapping files takes a look at every combination of brand and region.
+    ReadingFinder(Readings* readings, bool has_mapping)
+            : readings_(readings), has_mapping_(has_mapping) {}
 
     void FindAll() {
         for (const FixedFile& file : FixedFiles()) {
@@ -141,23 +151,35 @@ class ReadingFinder {
     // The roots for the device's own brand and region, and what other ones would add.
     void AddListedRoots() {
         const std::string region = load_property_from_file(kRegionBuildProp, kRegion);
-        std::string code;
         const std::vector<std::string> own = findPartitionRoots();
+        using Choice = std::pair<std::string, Words>;
+        std::vector<Choice> brands = {{"", {}}};
+        std::vector<Choice> regions = {{region, {}}};
         for (const Brand& brand : kBrands) {
-            if (partitionRoots(brand.code, region) == own) code = brand.code;
+            if (partitionRoots(brand.code, region) == own) brands.front().first = brand.code;
+            brands.push_back({brand.code, {"--brand", brand.name}});
         }
-        AddRoots(own, {});
-        for (const Brand& brand : kBrands) {
-            AddRoots(partitionRoots(brand.code, region), {"--brand", brand.name});
+        brands.push_back({"", {"--brand", kNoBrand}});
+        std::vector<std::string> names =
+                NamesIn(android::base::Dirname(partitionRoots("", "x")[9]));
+        names.emplace_back();
+        for (const std::string& name : names) {
+            // A look-up drops the white space around a value.
+            const bool can_be = android::base::Trim(name) == name &&
+                                name.find('\n') == std::string::npos && name != region;
+            if (can_be) regions.push_back({name, {"--region", name}});
         }
-        std::string known = android::base::Dirname(partitionRoots("", "x")[9]);
-        std::vector<std::string> regions = NamesIn(known);
-        regions.emplace_back();
-        for (const std::string& other : regions) {
-            if (android::base::Trim(other) != other || other.find('\n') != std::string::npos) {
-                continue;
+
+        for (const auto& [code, words] : brands) AddRoots(partitionRoots(code, region), words);
+        for (const auto& [name, words] : regions) {
+            AddRoots(partitionRoots(brands.front().first, name), words);
+        }
+        // Which old key is mapped to what takes both together.
+        for (const auto& [code, brand_words] : brands) {
+            for (const auto& [name, words] : regions) {
+                if (!has_mapping_) return;
+                AddRoots(partitionRoots(code, name), brand_words + words);
             }
-            AddRoots(partitionRoots(code, other), {"--region", other});
         }
     }
 
@@ -248,6 +270,7 @@ class ReadingFinder {
     }
 
     Readings* readings_;
+    bool has_mapping_;
     std::set<std::string> known_roots_;
     std::map<std::string, std::string> old_keys_;  // by target
 };
@@ -264,7 +287,10 @@ class Surveyor {
         FollowImports();
         AddLinks();
         Readings readings;
-        ReadingFinder finder(&readings);
+        const bool has_mapping = std::any_of(
+                survey_.files.begin(), survey_.files.end(),
+                [](const SurveyedFile& file) { return UseOf(file.path) == FileUse::kMapping; });
+        ReadingFinder finder(&readings, has_mapping);
         finder.FindAll();
         for (const std::string& root : key_roots_) finder.AddElsewhere(root);
         for (SurveyedFile& file : survey_.files) {
