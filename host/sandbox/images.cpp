@@ -5,7 +5,6 @@
 #include <fnmatch.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,7 +19,7 @@
 #include <android-base/strings.h>
 
 #include "checks.h"
-#include "loop_device.h"
+#include "sandbox.h"
 
 using android::base::unique_fd;
 
@@ -39,8 +38,6 @@ constexpr struct {
         {"system_ext.img", "/"},
         {"my_*.img", "/mnt/vendor/"},
 };
-
-constexpr unsigned long kReadOnly = MS_RDONLY | MS_NOSUID | MS_NODEV;
 
 // The parent directory of the image's partition, or null if it is no image of a partition.
 const char* ParentFor(const std::string& name) {
@@ -107,8 +104,6 @@ Number At(const Header& header, size_t offset) {
 }
 
 struct FileSystem {
-    const char* type;
-    const char* mount_options;
     size_t magic_offset;
     std::string_view magic;
     uint64_t (*size)(const Header& header);
@@ -116,13 +111,12 @@ struct FileSystem {
 };
 
 constexpr FileSystem kFileSystems[] = {
-        // What a journal still holds cannot be written to an image that is read-only.
-        {"ext4", "noload", 0x438, "\x53\xef",
+        {0x438, "\x53\xef",
          [](const Header& header) {
              return uint64_t{At<uint32_t>(header, 0x404)} << (10 + At<uint8_t>(header, 0x418) % 32);
          },
          UnpackExt4},
-        {"erofs", "", 0x400, "\xe2\xe1\xf5\xe0",
+        {0x400, "\xe2\xe1\xf5\xe0",
          [](const Header& header) {
              return uint64_t{At<uint32_t>(header, 0x424)} << At<uint8_t>(header, 0x40c) % 32;
          },
@@ -175,83 +169,40 @@ const FileSystem& FileSystemIn(int file) {
     throw std::runtime_error("neither an ext4 nor an EROFS nor an Android sparse image");
 }
 
-bool CanMount() {
-    // The root of a container has no loop devices.
-    return geteuid() == 0 && access("/dev/loop-control", R_OK | W_OK) == 0;
-}
-
-void Mount(int file, const FileSystem& file_system, const std::string& directory) {
-    const LoopDevice loop = AttachLoopDevice(file, O_RDONLY);
-    Check(mount(loop.path.c_str(), directory.c_str(), file_system.type, kReadOnly,
-                file_system.mount_options) == 0,
-          std::string("cannot be mounted as ") + file_system.type);
-}
-
-// Puts the image's files into a new directory and returns that as a mount without a place.
-unique_fd Content(Image* image, const std::string& directory) try {
-    if (HasMagic(ReadHeader(image->file.get()), 0, kSparseMagic)) {
-        image->file = ExpandSparse(image->file, directory + ".raw");
-    }
-    const FileSystem& file_system = FileSystemIn(image->file.get());
-    Check(mkdir(directory.c_str(), 0755) == 0, directory);
-    if (CanMount()) {
-        Mount(image->file.get(), file_system, directory);
-    } else {
-        file_system.unpack(NameOf(image->file), directory);
-    }
-    image->file.reset();
-    unique_fd content(open_tree(AT_FDCWD, directory.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
-    Check(content.ok(), directory);
-    return content;
-} catch (const std::runtime_error& error) {
-    throw std::runtime_error(image->path + ": " + error.what());
-}
-
-// Shows the image's content at its place below "/". A "my_" partition is reached from the root too,
-// as on a phone, unless the device directory says itself what is there.
-void Place(const Image& image, int content) {
-    const std::string name = fs::path(image.name).stem();
-    const std::string place = ParentFor(image.name) + name;
-    std::error_code error;
-    fs::create_directories(place, error);
-    errno = error.value();
-    Check(!error &&
-                  move_mount(content, "", AT_FDCWD, place.c_str(),
-                             MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_SYMLINKS) == 0 &&
-                  mount(nullptr, place.c_str(), nullptr, MS_REMOUNT | MS_BIND | kReadOnly,
-                        nullptr) == 0,
-          image.path + ": cannot be shown at " + place);
-    const bool linked = symlink(place.c_str(), ("/" + name).c_str()) == 0 || errno == EEXIST;
-    Check(linked, image.path + ": cannot be linked to /" + name);
-}
-
 }  // namespace
 
-std::vector<Image> OpenImages(const std::string& device) {
+std::vector<Image> OpenImages(const std::string& device, const Options&,
+                              std::vector<std::string>*) {
     std::vector<Image> images;
     for (const auto& entry : fs::directory_iterator(device)) {
         const std::string name = entry.path().filename();
-        if (ParentFor(name) == nullptr) continue;
-        const std::string path = device + "/" + name;
-        images.push_back({path, name, OpenForTools(path)});
+        const char* parent = ParentFor(name);
+        if (parent == nullptr) continue;
+        const std::string path = device + "/" + name, partition = fs::path(name).stem();
+        images.push_back({path, name, partition, parent + partition, "", OpenForTools(path)});
+        if (std::string_view(parent) != "/") images.back().link = "/" + partition;
     }
     std::sort(images.begin(), images.end(),
               [](const Image& a, const Image& b) { return a.name < b.name; });
     return images;
 }
 
-void ShowImages(std::vector<Image> images, const std::string& scratch, const std::string& root) {
-    Check(mkdir(scratch.c_str(), 0755) == 0, scratch);
-    std::vector<unique_fd> contents;
-    for (Image& image : images) {
-        contents.push_back(Content(&image, scratch + "/" + std::to_string(contents.size())));
+std::vector<std::string> HiddenFiles(const std::vector<Image>& images) {
+    std::vector<std::string> names;
+    for (const Image& image : images) names.push_back(image.name);
+    return names;
+}
+
+void Unpack(Image* image, const std::string& directory) try {
+    if (HasMagic(ReadHeader(image->file.get()), 0, kSparseMagic)) {
+        image->file = ExpandSparse(image->file, directory + ".raw");
     }
-    // From here on a symbolic link of the device leads to where it leads on the phone.
-    Check(chroot(root.c_str()) == 0 && chdir("/") == 0, root);
-    for (size_t i = 0; i < images.size(); ++i) {
-        Place(images[i], contents[i].get());
-        unlink(("/" + images[i].name).c_str());
-    }
+    const FileSystem& file_system = FileSystemIn(image->file.get());
+    Check(mkdir(directory.c_str(), 0755) == 0, directory);
+    file_system.unpack(NameOf(image->file), directory);
+    image->file.reset();
+} catch (const std::runtime_error& error) {
+    throw std::runtime_error(image->path + ": " + error.what());
 }
 
 }  // namespace sandbox

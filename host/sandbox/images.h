@@ -9,19 +9,28 @@
 
 namespace sandbox {
 
+struct Options;
+
 struct Image {
-    std::string path;  // as the user knows it
-    std::string name;  // in the device directory
+    std::string path;       // as the user knows it
+    std::string name;       // in the device directory
+    std::string partition;  // such as "my_region"
+    std::string place;      // where the device has its files
+    std::string link;       // where a link leads there too; empty for none
     android::base::unique_fd file;
 };
 
-// Opens the partition images that lie in `device` itself, in the order of their names. Throws
-// std::runtime_error naming the one that cannot be opened.
-std::vector<Image> OpenImages(const std::string& device);
+// Opens the partition images that lie in `device` itself, in the order of their names, and adds to
+// `*notes` what the user should know of them. Throws std::runtime_error naming the one that cannot
+// be opened.
+std::vector<Image> OpenImages(const std::string& device, const Options& options,
+                              std::vector<std::string>* notes);
 
-// Shows the files of the images, read-only, where a phone has them below `root`, and no longer the
-// images. What has to be unpacked goes to the directory `scratch`, which is made. The calling
-// process is taken into `root` for good. Throws std::runtime_error naming the image at fault.
-void ShowImages(std::vector<Image> images, const std::string& scratch, const std::string& root);
+// The names of the files in the device directory that the images' own files are seen in place of.
+std::vector<std::string> HiddenFiles(const std::vector<Image>& images);
+
+// Puts the files of the image into `directory`, which is made. Throws std::runtime_error naming the
+// image at fault.
+void Unpack(Image* image, const std::string& directory);
 
 }  // namespace sandbox

@@ -145,9 +145,9 @@ void PrepareSplashPartition(const BootPlan& plan, sandbox::Sandbox* root, json* 
     }
 }
 
-json FileChanges(const sandbox::Snapshot& before, const sandbox::Snapshot& after) {
+json FileChanges(sandbox::Sandbox* root) {
     json files = json::array();
-    for (const sandbox::FileChange& change : sandbox::Changes(before, after)) {
+    for (const sandbox::FileChange& change : root->TakeChanges()) {
         files.push_back({{"path", change.path}, {"change", sandbox::Name(change.kind)}});
     }
     return files;
@@ -167,7 +167,7 @@ json Boot(const BootOptions& options) {
     int boot_number = 1;
     auto booted = std::make_unique<BootedDevice>(root, fetch, plan);
     report["boots"].push_back({{"properties", plan.properties}});
-    sandbox::Snapshot files = root.TakeSnapshot();
+    root.TakeChanges();  // those that prepared the boot
     for (size_t i = 0; i < plan.steps.size(); ++i) {
         const Step& step = plan.steps[i];
         if (step.is_reboot()) {
@@ -180,12 +180,10 @@ json Boot(const BootOptions& options) {
         }
         json events = json::array();
         json failure = booted->Perform(step, i, options.time_limit, &events);
-        sandbox::Snapshot files_now = root.TakeSnapshot();
         report["steps"].push_back({{"boot", boot_number},
                                    {"step", step.text},
                                    {"events", std::move(events)},
-                                   {"files", FileChanges(files, files_now)}});
-        files = std::move(files_now);
+                                   {"files", FileChanges(&root)}});
         if (!failure.is_null()) {
             failure["step"] = step.text;
             report["failure"] = std::move(failure);

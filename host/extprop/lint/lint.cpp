@@ -13,7 +13,8 @@
 
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/names.h"
-#include "images.h"
+#include "device_files.h"
+#include "input_error.h"
 #include "lint/rules.h"
 #include "platform.h"
 #include "sandbox.h"
@@ -105,9 +106,14 @@ std::string Printable(const std::string& text) {
     return printable;
 }
 
-bool HasImages(const std::string& device) {
-    std::error_code unusable;  // what the device tree then reports
-    return std::filesystem::is_directory(device, unusable) && !sandbox::OpenImages(device).empty();
+// Returns the device's files, or throws InputError if `device` is no directory that can be used.
+sandbox::DeviceFiles FilesOf(const std::string& device) {
+    std::error_code error;
+    const auto path = std::filesystem::canonical(device, error);
+    if (!error) std::filesystem::directory_iterator(path, error);
+    if (error) throw InputError(device + ": " + error.message());
+    std::vector<std::string> notes;
+    return sandbox::DeviceFiles(path, sandbox::Options(), &notes);
 }
 
 }  // namespace
@@ -170,10 +176,8 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
 }
 
 std::vector<Finding> Lint(const std::string& device) {
-    // The files of partition images are seen in a sandbox only.
-    std::optional<sandbox::Sandbox> images;
-    if (HasImages(device)) images.emplace(device);
-    const DeviceTree tree(images ? images->Outside("") : device);
+    const sandbox::DeviceFiles device_files = FilesOf(device);
+    const DeviceTree tree(device_files.view());
     const Utf8Locale utf8;
     const PropertiesKept kept;
     Report report(device.substr(0, device.find_last_not_of('/') + 1));
