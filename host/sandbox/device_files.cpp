@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include "checks.h"
-#include "images.h"
 
 namespace sandbox {
 
@@ -17,25 +16,38 @@ void Done(long result, const std::string& what) {
 
 }  // namespace
 
-DeviceFiles::DeviceFiles(const std::string& device, const Options& options,
-                         std::vector<std::string>* notes)
-        : view_(device, MakeState()) {
-    std::vector<Image> images = OpenImages(device, options, notes);
-    const std::string unpacked = scratch_.path() + "/images";
-    if (!images.empty()) Check(mkdir(unpacked.c_str(), 0700) == 0, unpacked);
-    for (Image& image : images) {
-        const std::string content = unpacked + "/" + image.partition;
-        Unpack(&image, content);
-        Done(view_.ShowTree(content, image.place),
-             image.path + ": cannot be shown at " + image.place);
-        if (image.link.empty()) continue;
-        Done(view_.MakeLink(image.place, image.link),
-             image.path + ": cannot be linked to " + image.link);
+DeviceFiles::DeviceFiles(const std::string& device, const Options& options)
+        : view_(device, MakeState()), images_(OpenImages(device, options)) {
+    const std::string directory = scratch_.path() + "/images";
+    if (!images_.partitions.empty()) Check(mkdir(directory.c_str(), 0700) == 0, directory);
+    for (Image& image : images_.partitions) {
+        std::vector<std::string> left_out;
+        unpacked_.push_back(Unpack(image, directory + "/" + image.partition, &left_out));
+        image.content.clear();  // the file need not be open any more
+        const UnpackedImage& files = unpacked_.back();
+        Done(view_.ShowTree(files.directory, files.place, left_out),
+             image.path + ": cannot be shown at " + files.place);
+        if (files.link.empty()) continue;
+        Done(view_.MakeLink(files.place, files.link),
+             image.path + ": cannot be linked to " + files.link);
     }
-    for (const std::string& hidden : HiddenFiles(images)) {
-        view_.Remove({}, ("/" + hidden).c_str(), false);
-    }
+    for (const std::string& name : images_.files) view_.Remove({}, ("/" + name).c_str(), false);
     view_.TakeChanges();
+}
+
+std::optional<ImagePlace> DeviceFiles::ImageOf(const std::string& path) const {
+    const auto [tree, path_in_tree] = view_.TreeAt(path);
+    if (tree == 0) return std::nullopt;
+    return ImagePlace{images_.partitions[tree - 1].path,
+                      unpacked_[tree - 1].path_in_image + path_in_tree};
+}
+
+std::vector<std::string> DeviceFiles::Notes() const {
+    std::vector<std::string> notes = images_.notes;
+    for (const std::string& path : view_.LookedForInVain()) {
+        notes.push_back(path + " was looked for where the image's files are not unpacked");
+    }
+    return notes;
 }
 
 std::string DeviceFiles::MakeState() const {

@@ -14,8 +14,7 @@ namespace {
 
 class LedRoot : public Root {
   public:
-    LedRoot(const std::string& device, const Options& options, std::vector<std::string>* notes)
-            : files_(device, options, notes) {}
+    LedRoot(const std::string& device, const Options& options) : files_(device, options) {}
 
     bool Enter() override {
         files_.LeaveInChild();
@@ -28,18 +27,23 @@ class LedRoot : public Root {
 
     std::vector<FileChange> TakeChanges() override { return files_.view().TakeChanges(); }
 
+    std::optional<ImagePlace> ImageOf(const std::string& path) const override {
+        return files_.ImageOf(path);
+    }
+
+    std::vector<std::string> Notes() const override { return files_.Notes(); }
+
   private:
     DeviceFiles files_;
 };
 
 }  // namespace
 
-std::unique_ptr<Root> MakeLedRoot(const std::string& device, const Options& options,
-                                  std::vector<std::string>* notes) {
+std::unique_ptr<Root> MakeLedRoot(const std::string& device, const Options& options) {
     if (!CanLeadCalls()) {
         throw std::runtime_error("the kernel takes no filters for system calls (seccomp)");
     }
-    return std::make_unique<LedRoot>(device, options, notes);
+    return std::make_unique<LedRoot>(device, options);
 }
 
 }  // namespace sandbox

@@ -25,7 +25,7 @@
 #include <android-base/cmsg.h>
 
 #include "checks.h"
-#include "images.h"
+#include "device_files.h"
 #include "loop_device.h"
 #include "root.h"
 #include "snapshot.h"
@@ -42,7 +42,6 @@ constexpr char kDevice[] = "/tmp/device";
 constexpr char kUpper[] = "/tmp/upper";
 constexpr char kWork[] = "/tmp/work";
 constexpr char kRoot[] = "/tmp/root";
-constexpr char kImages[] = "/tmp/images";
 
 void WriteProcFile(const std::string& path, const std::string& content) {
     // Opened without O_CREAT and in one write, as these files want it.
@@ -83,24 +82,14 @@ void CopyDevice(bool as_root) {
     Check(mount(kRoot, kRoot, nullptr, MS_BIND, nullptr) == 0, "cannot bind the copy");
 }
 
-// Shows the files of the images, read-only, where a phone has them, and no longer the images. The
+// Shows the unpacked images, read-only, where a phone has them, and no longer the images. The
 // calling process is taken into the root.
-void ShowImages(std::vector<Image>* images) {
-    if (images->empty()) return;
-    Check(mkdir(kImages, 0755) == 0, kImages);
-    std::vector<unique_fd> contents;
-    for (Image& image : *images) {
-        const std::string directory = kImages + ("/" + image.partition);
-        Unpack(&image, directory);
-        contents.emplace_back(
-                open_tree(AT_FDCWD, directory.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
-        Check(contents.back().ok(), directory);
-    }
+void ShowImages(const DeviceFiles& files, const std::vector<unique_fd>& contents) {
     // From here on a symbolic link of the device leads to where it leads on the phone.
     Check(chroot(kRoot) == 0 && chdir("/") == 0, kRoot);
     constexpr unsigned long kReadOnly = MS_RDONLY | MS_NOSUID | MS_NODEV;
-    for (size_t i = 0; i < images->size(); ++i) {
-        const Image& image = (*images)[i];
+    for (size_t i = 0; i < contents.size(); ++i) {
+        const UnpackedImage& image = files.unpacked()[i];
         const char* place = image.place.c_str();
         std::error_code error;
         std::filesystem::create_directories(place, error);
@@ -110,22 +99,26 @@ void ShowImages(std::vector<Image>* images) {
                                  MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_SYMLINKS) == 0 &&
                       mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND | kReadOnly, nullptr) ==
                               0,
-              image.path + ": cannot be shown at " + place);
+              "an image cannot be shown at " + image.place);
         const bool linked =
                 image.link.empty() || symlink(place, image.link.c_str()) == 0 || errno == EEXIST;
-        Check(linked, image.path + ": cannot be linked to " + image.link);
+        Check(linked, "an image cannot be linked to " + image.link);
     }
-    for (const std::string& hidden : HiddenFiles(*images)) unlink(("/" + hidden).c_str());
+    for (const std::string& name : files.hidden()) unlink(("/" + name).c_str());
 }
 
 // Builds the root, around the calling process, and returns descriptors of it and the namespaces.
-std::vector<int> BuildRoot(const std::string& device, const Options& options, bool copied,
-                           std::vector<std::string>* notes) {
+std::vector<int> BuildRoot(const std::string& device, const DeviceFiles& files, bool copied) {
     const bool as_root = geteuid() == 0;
     EnterOwnNamespaces(as_root);
     // Kept open, because the scratch file system may cover the paths that lead there.
     unique_fd device_fd(OpenOrThrow(device, O_PATH | O_DIRECTORY));
-    std::vector<Image> images = OpenImages(device, options, notes);
+    std::vector<unique_fd> contents;
+    for (const UnpackedImage& image : files.unpacked()) {
+        const char* directory = image.directory.c_str();
+        contents.emplace_back(open_tree(AT_FDCWD, directory, OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC));
+        Check(contents.back().ok(), directory);
+    }
     Check(mount("tmpfs", kScratch, "tmpfs", 0, "mode=0755") == 0, "cannot mount a tmpfs");
     for (const char* directory : {kDevice, kUpper, kWork, kRoot}) {
         Check(mkdir(directory, 0755) == 0, directory);
@@ -142,7 +135,7 @@ std::vector<int> BuildRoot(const std::string& device, const Options& options, bo
     std::vector<int> fds = {OpenOrThrow(kRoot, O_RDONLY),
                             OpenOrThrow("/proc/self/ns/mnt", O_RDONLY),
                             OpenOrThrow("/proc/self/ns/user", O_RDONLY)};
-    ShowImages(&images);
+    ShowImages(files, contents);
     return fds;
 }
 
@@ -185,12 +178,12 @@ std::vector<unique_fd> FromChild(const std::function<std::vector<int>()>& job) {
 
 class PrivateRoot : public Root {
   public:
-    PrivateRoot(const std::string& device, const Options& options, bool copied,
-                std::vector<std::string>* notes) {
+    PrivateRoot(const std::string& device, const Options& options, bool copied)
+            : device_files_(device, options) {
         // What keeps the namespaces is that this process holds them open, so they end with it,
         // however it ends.
         std::vector<unique_fd> fds =
-                FromChild([&] { return BuildRoot(device, options, copied, notes); });
+                FromChild([&] { return BuildRoot(device, device_files_, copied); });
         root_ = std::move(fds[0]);
         mount_namespace_ = std::move(fds[1]);
         if (geteuid() != 0) user_namespace_ = std::move(fds[2]);
@@ -198,6 +191,7 @@ class PrivateRoot : public Root {
     }
 
     bool Enter() override {
+        device_files_.LeaveInChild();
         // Mounts made from here on are this process's own: its namespace is a copy.
         return EnterNamespaces() && fchdir(root_.get()) == 0 && unshare(CLONE_NEWNS) == 0 &&
                chroot(".") == 0;
@@ -226,6 +220,12 @@ class PrivateRoot : public Root {
         return changes;
     }
 
+    std::optional<ImagePlace> ImageOf(const std::string& path) const override {
+        return device_files_.ImageOf(path);
+    }
+
+    std::vector<std::string> Notes() const override { return device_files_.Notes(); }
+
   private:
     bool EnterNamespaces() const {
         // A sanitizer's own thread shares the root and working directory, which namespaces forbid.
@@ -234,6 +234,7 @@ class PrivateRoot : public Root {
                setns(mount_namespace_.get(), CLONE_NEWNS) == 0;
     }
 
+    DeviceFiles device_files_;  // for the images
     unique_fd user_namespace_;  // none when run as root
     unique_fd mount_namespace_;
     unique_fd root_;
@@ -244,8 +245,8 @@ class PrivateRoot : public Root {
 }  // namespace
 
 std::unique_ptr<Root> MakePrivateRoot(const std::string& device, const Options& options,
-                                      bool copied, std::vector<std::string>* notes) {
-    return std::make_unique<PrivateRoot>(device, options, copied, notes);
+                                      bool copied) {
+    return std::make_unique<PrivateRoot>(device, options, copied);
 }
 
 }  // namespace sandbox

@@ -24,16 +24,17 @@ class Root {
     virtual void AttachBlockDevice(const std::string& path) = 0;
     virtual std::string Outside(const std::string& path) const = 0;
     virtual std::vector<FileChange> TakeChanges() = 0;
+    virtual std::optional<ImagePlace> ImageOf(const std::string& path) const = 0;
+    virtual std::vector<std::string> Notes() const = 0;
 };
 
 // Both throw std::runtime_error, saying why, if the root cannot be had.
 
 // A root that needs no privileges: the calls by which files are reached are led.
-std::unique_ptr<Root> MakeLedRoot(const std::string& device, const Options& options,
-                                  std::vector<std::string>* notes);
+std::unique_ptr<Root> MakeLedRoot(const std::string& device, const Options& options);
 
 // A root of the kernel's, in private namespaces: an overlay over the device directory, or a copy.
 std::unique_ptr<Root> MakePrivateRoot(const std::string& device, const Options& options,
-                                      bool copied, std::vector<std::string>* notes);
+                                      bool copied);
 
 }  // namespace sandbox

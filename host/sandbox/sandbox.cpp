@@ -114,15 +114,15 @@ bool Process::WaitForThreads(std::chrono::steady_clock::time_point deadline) con
 
 Sandbox::Sandbox(const std::string& device, Options options) : way_(AskedWay(options.way)) {
     if (way_ == Way::kRedirect) {
-        root_ = MakeLedRoot(device, options, &notes_);
+        root_ = MakeLedRoot(device, options);
     } else if (way_ != Way::kAny) {
-        root_ = MakePrivateRoot(device, options, way_ == Way::kCopy, &notes_);
+        root_ = MakePrivateRoot(device, options, way_ == Way::kCopy);
     } else if (CanLeadCalls()) {
         way_ = Way::kRedirect;
-        root_ = MakeLedRoot(device, options, &notes_);
+        root_ = MakeLedRoot(device, options);
     } else {
         way_ = Way::kOverlay;
-        root_ = MakePrivateRoot(device, options, false, &notes_);
+        root_ = MakePrivateRoot(device, options, false);
     }
 }
 
@@ -170,6 +170,14 @@ std::string Sandbox::Outside(const std::string& path) const {
 
 std::vector<FileChange> Sandbox::TakeChanges() {
     return root_->TakeChanges();
+}
+
+std::optional<ImagePlace> Sandbox::ImageOf(const std::string& path) const {
+    return root_->ImageOf(path);
+}
+
+std::vector<std::string> Sandbox::Notes() const {
+    return root_->Notes();
 }
 
 }  // namespace sandbox

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,12 @@ struct Options {
     char slot = 'a';  // of a partition that has images for two slots
 };
 
+// A file of a partition image.
+struct ImagePlace {
+    std::string image;  // the image's path; of a logical partition "super.img(NAME)" at its end
+    std::string path;   // in the image, such as "/build.prop"
+};
+
 class Root;
 
 class Sandbox {
@@ -93,12 +100,15 @@ class Sandbox {
     // The name of the way that was taken, such as "redirect".
     const char* way() const;
 
-    // What the user should know about what lies in the device directory.
-    const std::vector<std::string>& notes() const { return notes_; }
+    // Returns the image that the device's `path` lies in, if it is in one.
+    std::optional<ImagePlace> ImageOf(const std::string& path) const;
+
+    // Returns what the user should know about what lies in the device directory, and about what was
+    // looked for so far.
+    std::vector<std::string> Notes() const;
 
   private:
     Way way_;
-    std::vector<std::string> notes_;
     std::unique_ptr<Root> root_;
 };
 

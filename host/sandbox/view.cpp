@@ -15,6 +15,8 @@
 #include <filesystem>
 #include <set>
 
+#include <android-base/file.h>
+#include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
 #include "kernel.h"
@@ -151,7 +153,7 @@ bool View::Played::operator==(const Played& other) const {
 View::View(std::string device, std::string state)
         : device_(std::move(device)),
           state_(std::move(state)),
-          trees_({device_}),
+          trees_({{device_, {}}}),
           mounts_({{0, "/", 0, ""}}) {  // a point that no path has: nothing is below the root
     mkdir(Upper("").c_str(), kReachableDirectory | kPlaceholder);
     chmod(Upper("").c_str(), kReachableDirectory | kPlaceholder);
@@ -223,8 +225,11 @@ void View::LookBelow(const Directory& parent, const std::string& path, Entry* en
             return;
         }
     }
-    entry->real = trees_[tree] + path;
+    entry->real = trees_[tree].directory + path;
     entry->exists = StatusOf(entry->real, &entry->status) == 0;
+    if (tree == 0) return;
+    entry->status.st_uid = entry->status.st_gid = 0;  // not whoever unpacked it
+    if (!entry->exists) NoteLeftOut(*entry);
 }
 
 // Looks at a path whose parent, if it has one, is there.
@@ -234,7 +239,7 @@ void View::LookAt(int mount, const std::string& path, Entry* entry) const {
     entry->mount = mount;
     entry->path = path;
     entry->is_private = DirectoryAt(mount, path).is_private;
-    entry->real = entry->is_private ? Upper(path) : trees_[mounts_[mount].tree];
+    entry->real = entry->is_private ? Upper(path) : trees_[mounts_[mount].tree].directory;
     entry->exists = StatusOf(entry->real, &entry->status) == 0;
     if (entry->is_private) GetPlayed(&entry->status);
 }
@@ -585,9 +590,38 @@ long View::Bind(const char* source, const char* target, bool recursive) {
     return 0;
 }
 
+std::pair<size_t, std::string> View::TreeAt(const std::string& path) const {
+    Entry entry;
+    if (Find(path, false, &entry) < 0) return {0, ""};
+    return {mounts_[entry.mount].tree, entry.path};
+}
+
+void View::NoteLeftOut(const Entry& entry) const {
+    const Tree& tree = trees_[mounts_[entry.mount].tree];
+    for (const std::string& directory : tree.left_out) {
+        if (!IsBelow(entry.path, "/" + directory)) continue;
+        // The file outlives this process, which may be a boxed one.
+        const std::string line = PathOf(entry) + "\n";
+        const long fd = Kernel(SYS_openat, AT_FDCWD, (state_ + "/left-out").c_str(),
+                               O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kReachableFile);
+        const unique_fd file(fd < 0 ? -1 : static_cast<int>(fd));
+        if (file.ok() && write(file.get(), line.data(), line.size()) == -1) return;
+    }
+}
+
+std::vector<std::string> View::LookedForInVain() const {
+    std::string text;
+    android::base::ReadFileToString(state_ + "/left-out", &text);
+    std::set<std::string> paths;
+    for (const std::string& line : android::base::Split(text, "\n")) paths.insert(line);
+    paths.erase("");
+    return {paths.begin(), paths.end()};
+}
+
 // --- What stands in the device's place ----------------------------------------------------------
 
-long View::ShowTree(const std::string& content, const std::string& place) {
+long View::ShowTree(const std::string& content, const std::string& place,
+                    std::vector<std::string> left_out) {
     Entry entry;
     for (size_t slash = 0; slash != std::string::npos;) {
         slash = place.find('/', slash + 1);
@@ -599,7 +633,7 @@ long View::ShowTree(const std::string& content, const std::string& place) {
     }
     if (long error = Find(place, true, &entry); error < 0) return error;
     if (!entry.is_directory()) return -ENOTDIR;
-    trees_.push_back(content);
+    trees_.push_back({content, std::move(left_out)});
     mounts_.push_back({entry.mount, entry.path, trees_.size() - 1, ""});
     return 0;
 }

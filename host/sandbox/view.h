@@ -64,8 +64,17 @@ class View {
     long List(const Entry& directory, std::vector<std::string>* names) const;
 
     // Shows the directory `content` of this machine, read-only, at the device's `place`, which is
-    // made where it is missing.
-    long ShowTree(const std::string& content, const std::string& place);
+    // made where it is missing. Its directories in `left_out` are not all there: who looks for
+    // something in them is noted.
+    long ShowTree(const std::string& content, const std::string& place,
+                  std::vector<std::string> left_out);
+
+    // Returns the trees' number that the device's path leads into, 0 for the device directory, and
+    // the path there, links on the way followed.
+    std::pair<size_t, std::string> TreeAt(const std::string& path) const;
+
+    // Returns the paths that were looked for where not all is there.
+    std::vector<std::string> LookedForInVain() const;
 
     // Makes a link of the device, unless there is something already.
     long MakeLink(const std::string& target, const std::string& path);
@@ -77,6 +86,10 @@ class View {
     std::vector<FileChange> TakeChanges();
 
   private:
+    struct Tree {
+        std::string directory;
+        std::vector<std::string> left_out;
+    };
     struct Mount {
         int parent;
         std::string point;  // in the parent's tree
@@ -114,6 +127,7 @@ class View {
     bool GetPlayed(struct stat* status) const;
     long SetPlayed(const std::string& real, const Played& played) const;
     void SetPlayedMode(const std::string& real, mode_t mode) const;
+    void NoteLeftOut(const Entry& entry) const;
     long Shadow(const std::string& directory) const;
     long ShadowParent(const std::string& path) const;
     long TakeOver(Entry* entry) const;
@@ -127,8 +141,8 @@ class View {
 
     std::string device_;
     std::string state_;
-    std::vector<std::string> trees_;  // the first is the device's
-    std::vector<Mount> mounts_;       // the first is the root
+    std::vector<Tree> trees_;    // the first is the device's
+    std::vector<Mount> mounts_;  // the first is the root
     std::vector<std::string> block_devices_;
     States seen_;  // what was different from the device directory when it was last asked
     mutable std::mutex mutex_;

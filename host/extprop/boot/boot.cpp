@@ -191,6 +191,7 @@ json Boot(const BootOptions& options) {
         }
     }
     report["properties"] = booted->properties();
+    for (const std::string& note : root.Notes()) report["notes"].push_back(note);
     if (plan.traced) report["property_files"] = PropertyFiles(root);
     return report;
 }

@@ -112,8 +112,7 @@ sandbox::DeviceFiles FilesOf(const std::string& device) {
     const auto path = std::filesystem::canonical(device, error);
     if (!error) std::filesystem::directory_iterator(path, error);
     if (error) throw InputError(device + ": " + error.message());
-    std::vector<std::string> notes;
-    return sandbox::DeviceFiles(path, sandbox::Options(), &notes);
+    return sandbox::DeviceFiles(path, sandbox::Options());
 }
 
 }  // namespace
