@@ -292,10 +292,10 @@ std::string Super(const std::vector<std::pair<std::string, std::string>>& partit
 TEST_P(ImagesTest, ASuperImageHasItsLogicalPartitionsBySlot) {
     MakeImage("ext4", "region_a", "a");
     MakeImage("erofs", "region_b", "b");
-    MakeImage("ext4", "odm", "odm");
+    MakeImage("ext4", "third", "odm");
     const std::string super = Super({{"my_region_a", Read(Path("/d/region_a"))},
                                      {"my_region_b", Read(Path("/d/region_b"))},
-                                     {"odm_a", Read(Path("/d/odm"))},
+                                     {"odm_a", Read(Path("/d/third"))},
                                      {"unknown_a", std::string(512, 'x')}});
     std::string backed_up = super;
     for (const size_t broken : {4096 + 60, 4096 + 8, 12288 + 100, 12288 + 65536 + 130}) {
