@@ -18,7 +18,7 @@ install_packages() {
     [ ${#missing[@]} -eq 0 ] && return
     local sudo=()
     [ "$(id -u)" -eq 0 ] || sudo=(sudo)
-    echo "Installing ${missing[*]}" >&2
+    echo "Installing, which takes a minute or two: ${missing[*]}" >&2
     "${sudo[@]}" apt-get update -qq >&2
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2

@@ -433,6 +433,15 @@ bool LeadCalls(View* view) {
     action.sa_flags = SA_SIGINFO | SA_RESTART;
     sigfillset(&action.sa_mask);  // what another handler asks for waits for this one
     if (sigaction(SIGSYS, &action, nullptr) != 0) return false;
+    // A sanitizer has put its own handler before this one, and would hold the signal back.
+    struct {
+        void (*handler)(int, siginfo_t*, void*);
+        unsigned long others[3];
+    } installed;
+    constexpr size_t kMaskSize = 8;
+    if (syscall(SYS_rt_sigaction, SIGSYS, nullptr, &installed, kMaskSize) != 0) return false;
+    installed.handler = OnCall;
+    if (syscall(SYS_rt_sigaction, SIGSYS, &installed, nullptr, kMaskSize) != 0) return false;
     sigset_t blocked;
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGSYS);
