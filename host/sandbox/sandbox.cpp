@@ -77,6 +77,11 @@ int WaitFor(pid_t pid) {
     return status;
 }
 
+std::unique_ptr<Root> MakeRoot(Way way, const std::string& device, const Options& options) {
+    if (way == Way::kRedirect) return MakeLedRoot(device, options);
+    return MakePrivateRoot(device, options, way == Way::kCopy);
+}
+
 }  // namespace
 
 Process::Process(pid_t pid) : pid_(pid), pidfd_(syscall(SYS_pidfd_open, pid, 0)) {}
@@ -113,16 +118,16 @@ bool Process::WaitForThreads(std::chrono::steady_clock::time_point deadline) con
 }
 
 Sandbox::Sandbox(const std::string& device, Options options) : way_(AskedWay(options.way)) {
-    if (way_ == Way::kRedirect) {
-        root_ = MakeLedRoot(device, options);
-    } else if (way_ != Way::kAny) {
-        root_ = MakePrivateRoot(device, options, way_ == Way::kCopy);
-    } else if (CanLeadCalls()) {
-        way_ = Way::kRedirect;
-        root_ = MakeLedRoot(device, options);
-    } else {
-        way_ = Way::kOverlay;
-        root_ = MakePrivateRoot(device, options, false);
+    const bool can_choose = way_ == Way::kAny;
+    if (can_choose) way_ = CanLeadCalls() ? Way::kRedirect : Way::kOverlay;
+    try {
+        root_ = MakeRoot(way_, device, options);
+    } catch (const std::runtime_error& error) {
+        if (!can_choose || way_ == Way::kRedirect) throw;
+        throw std::runtime_error(
+                std::string("the kernel takes no filters for system calls here (seccomp), nor can "
+                            "there be a private root instead: ") +
+                error.what() + "; docs/containers.md tells how to allow either");
     }
 }
 
