@@ -1,19 +1,24 @@
 #!/usr/bin/env bash
 # Boots a device directory on this workstation: ./run.sh [DEVICE [STEP...]] [OPTIONS of extprop boot].
-# Without arguments boots the first sample; with one of the tool's commands runs that. Installs what
-# is missing and builds the tool first.
+# Without arguments boots the first sample; what does not begin with a directory goes to extprop as
+# it is. Installs what is missing and builds the tool first.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/scripts/setup.sh"
 
 BUILD=$ROOT/build/tool
 # shellcheck disable=SC2086
 install_packages $TOOL_PACKAGES
+show=quietly
+if [ ! -x "$BUILD/bin/extprop" ]; then
+    echo "Building extprop, which takes a few minutes the first time" >&2
+    [ ! -t 2 ] || show=
+fi
 [ -f "$BUILD/build.ninja" ] || quietly cmake -S "$ROOT" -B "$BUILD" -G Ninja -DBUILD_TESTING=OFF
-quietly cmake --build "$BUILD"
+$show cmake --build "$BUILD" >&2
 
-case ${1-} in
-    boot | explain | diff | lint | --*) ;;
-    "") set -- boot "$ROOT/samples/overlay" ;;
-    *) set -- boot "$@" ;;
-esac
+if [ $# -eq 0 ]; then
+    set -- boot "$ROOT/samples/overlay"
+elif [ -d "$1" ]; then
+    set -- boot "$@"
+fi
 exec "$BUILD/bin/extprop" "$@"

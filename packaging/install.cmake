@@ -56,6 +56,6 @@ set(CPACK_DEBIAN_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 # They read partition images.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "android-sdk-libsparse-utils, e2fsprogs, erofs-utils")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "e2fsprogs, erofs-utils")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS bash-completion)
 include(CPack)

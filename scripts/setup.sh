@@ -2,12 +2,13 @@
 
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-TOOL_PACKAGES="g++ cmake ninja-build android-libbase-dev libfmt-dev libcli11-dev nlohmann-json3-dev"
+TOOL_PACKAGES="g++ cmake ninja-build android-libbase-dev libfmt-dev libcli11-dev nlohmann-json3-dev
+    libssl-dev"
 TEST_PACKAGES="clang clang-format libclang-rt-dev libgtest-dev libgmock-dev libbenchmark-dev
     libglib2.0-dev pkg-config blueprint-tools bash-completion dpkg-dev file mandoc zsh e2fsprogs
     erofs-utils android-sdk-libsparse-utils"
 ARM64_PACKAGES="g++-aarch64-linux-gnu qemu-user-static android-libbase-dev:arm64 libfmt-dev:arm64
-    libgtest-dev:arm64 libgmock-dev:arm64"
+    libgtest-dev:arm64 libgmock-dev:arm64 libssl-dev:arm64"
 
 # Runs a command as root.
 as_root() {
@@ -24,7 +25,7 @@ install_packages() {
             missing+=("$package")
     done
     [ ${#missing[@]} -eq 0 ] && return
-    echo "Installing ${missing[*]}" >&2
+    echo "Installing, which takes a minute or two: ${missing[*]}" >&2
     as_root apt-get update -qq >&2
     as_root env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2

@@ -1,27 +1,35 @@
 #include "sandbox.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
 #include <signal.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 #include <gtest/gtest.h>
 
 #include <android-base/file.h>
+#include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
 
 namespace {
 
 namespace fs = std::filesystem;
-using sandbox::Layer;
+using android::base::StringPrintf;
 using sandbox::Sandbox;
+using sandbox::Way;
 
-class SandboxTest : public testing::TestWithParam<Layer> {
+class SandboxTest : public testing::TestWithParam<Way> {
   protected:
     SandboxTest() {
         chmod(directory_.path, 0755);
@@ -29,6 +37,7 @@ class SandboxTest : public testing::TestWithParam<Layer> {
         Write(Path("/d/kept"), "kept");
         Write(Path("/d/old"), "old");
         Write(Path("/d/sub/gone"), "gone");
+        fs::create_symlink("/d", Path("/link"));
     }
 
     std::string Path(const std::string& path) const { return directory_.path + path; }
@@ -42,6 +51,16 @@ class SandboxTest : public testing::TestWithParam<Layer> {
         return android::base::ReadFileToString(path, &content) ? content : "(missing)";
     }
 
+    // Everything in the device directory, and all that can be told of it.
+    std::string State() const {
+        const TemporaryFile state;
+        const std::string command =
+                "cd " + Path("") + " && find . -printf '%p %M %U %G %s %T@ %l\n' | sort >" +
+                state.path + " && find . -type f | sort | xargs md5sum >>" + state.path;
+        EXPECT_EQ(system(command.c_str()), 0);
+        return Read(state.path);
+    }
+
     static std::string Listing(const std::vector<sandbox::FileChange>& changes) {
         std::string listing;
         for (const auto& change : changes) {
@@ -50,38 +69,47 @@ class SandboxTest : public testing::TestWithParam<Layer> {
         return listing;
     }
 
+    static sandbox::Options By(Way way) {
+        sandbox::Options options;
+        options.way = way;
+        return options;
+    }
+
     TemporaryDir directory_;
 };
 
 TEST_P(SandboxTest, ChangesAreListedAndTheDeviceStaysAsItWas) {
-    const sandbox::Snapshot device = sandbox::TakeSnapshot(directory_.path);
-    const Sandbox root(directory_.path, GetParam());
-    EXPECT_EQ(root.has_overlay(), GetParam() != Layer::kCopy);
-    const sandbox::Snapshot before = root.TakeSnapshot();
-    EXPECT_EQ(root.Run([] {
-                      if (Read("/d/old") != "old") return 1;
-                      Write("/d/new", "new");
-                      Write("/d/old", "odd");
-                      if (unlink("/d/sub/gone") != 0 || rmdir("/d/sub") != 0) return 2;
-                      if (mkdir("/made", 0700) != 0 || chmod("/d/kept", 0600) != 0) return 3;
-                      return 0;
-                  }).exit_status,
-              0);
-    const sandbox::Snapshot after = root.TakeSnapshot();
-    EXPECT_EQ(Listing(Changes(before, after)),
+    const std::string before = State();
+    Sandbox root(directory_.path, By(GetParam()));
+    const auto changes = [&root](const std::function<int()>& function) {
+        EXPECT_EQ(root.Run(function).exit_status, 0);
+        return Listing(root.TakeChanges());
+    };
+    EXPECT_EQ(changes([] {
+                  if (Read("/link/old") != "old") return 1;
+                  Write("/d/new", "new");
+                  Write("/link/old", "odd");
+                  if (unlink("/d/sub/gone") != 0 || rmdir("/d/sub") != 0) return 2;
+                  if (mkdir("/made", 0700) != 0 || chmod("/d/kept", 0600) != 0) return 3;
+                  return 0;
+              }),
               "changed /d/kept\ncreated /d/new\nchanged /d/old\ndeleted /d/sub\n"
               "deleted /d/sub/gone\ncreated /made\n");
     EXPECT_EQ(Read(root.Outside("/d/old")), "odd");
-    EXPECT_EQ(Listing(Changes(device, sandbox::TakeSnapshot(directory_.path))), "");
 
     // The next process finds the files as the last one left them; another sandbox does not.
-    EXPECT_TRUE(root.Run([] { return Read("/d/new") == "new" ? 0 : 1; }).ok());
-    const Sandbox other(directory_.path, GetParam());
+    EXPECT_EQ(changes([] {
+                  if (Read("/d/new") != "new" || access("/d/sub", F_OK) == 0) return 1;
+                  return mkdir("/d/sub", 0755) | unlink("/d/new") | rmdir("/made");
+              }),
+              "deleted /d/new\ncreated /d/sub\ndeleted /made\n");
+    const Sandbox other(directory_.path, By(GetParam()));
     EXPECT_TRUE(other.Run([] { return Read("/d/old") == "old" ? 0 : 1; }).ok());
+    EXPECT_EQ(State(), before);
 }
 
 TEST_P(SandboxTest, MountsAreRealAndEndWithTheirProcess) {
-    const Sandbox root(directory_.path, GetParam());
+    const Sandbox root(directory_.path, By(GetParam()));
     const auto mount_counts = [] {
         return std::count_if(fs::directory_iterator("/d/sub"), fs::directory_iterator(),
                              [](const auto& entry) { return entry.path().filename() == "old"; });
@@ -93,7 +121,8 @@ TEST_P(SandboxTest, MountsAreRealAndEndWithTheirProcess) {
     EXPECT_TRUE(root.Run([&] { return static_cast<int>(mount_counts()); }).ok());
 }
 
-INSTANTIATE_TEST_SUITE_P(Layers, SandboxTest, testing::Values(Layer::kOverlayOrCopy, Layer::kCopy));
+INSTANTIATE_TEST_SUITE_P(Ways, SandboxTest,
+                         testing::Values(Way::kRedirect, Way::kOverlay, Way::kCopy));
 
 TEST_F(SandboxTest, EndingsAreReported) {
     using namespace std::chrono_literals;
@@ -106,19 +135,238 @@ TEST_F(SandboxTest, EndingsAreReported) {
     EXPECT_FALSE(hung.ok());
 }
 
+// One of the calls that the library and the tool make, at random, and what came of it.
+std::string RandomCall(std::mt19937* random) {
+    const auto pick = [random](size_t count) { return (*random)() % count; };
+    constexpr const char* kNames[] = {"d",  "d/kept",   "d/sub", "d/sub/gone", "link",  "loop",
+                                      "up", "dangling", "n",     "n/m",        "file/x"};
+    constexpr const char* kWays[] = {"/",   "/link/", "/d/../", "/d/sub/../../",
+                                     "/n/", "//./",   "/up/",   "/d/sub/"};
+    constexpr const char* kEnds[] = {"", "", "", "/", "/..", "/."};
+    const auto path = [&] {
+        return std::string(kWays[pick(8)]) + kNames[pick(11)] + kEnds[pick(6)];
+    };
+    const std::string p = path();
+    const char* c = p.c_str();
+    const auto result = [](const std::string& call, int value) {
+        return call + " " + (value == -1 ? strerrorname_np(errno) : "done") + "\n";
+    };
+    struct stat status;
+    switch (pick(14)) {
+        case 0:
+        case 1: {
+            constexpr int kFlags[] = {O_RDONLY,
+                                      O_WRONLY,
+                                      O_RDWR,
+                                      O_WRONLY | O_CREAT | O_TRUNC,
+                                      O_WRONLY | O_CREAT | O_EXCL,
+                                      O_RDONLY | O_CREAT,
+                                      O_RDONLY | O_NOFOLLOW,
+                                      O_WRONLY | O_CREAT | O_NOFOLLOW | O_APPEND,
+                                      O_RDONLY | O_DIRECTORY};
+            const int flags = kFlags[pick(9)];
+            const android::base::unique_fd fd(open(c, flags, 0640));
+            std::string line = result(StringPrintf("open %s %x", c, flags), fd.get());
+            char content[100];
+            const ssize_t size = fd.ok() ? read(fd.get(), content, sizeof(content)) : -1;
+            if (size > 0) line += std::string(content, size) + "\n";
+            if (fd.ok() && write(fd.get(), "w", 1) == 1) line += "written\n";
+            return line;
+        }
+        case 2:
+        case 3:
+            return result("mkdir " + p, mkdir(c, 0750));
+        case 4:
+            return result("unlink " + p, unlink(c));
+        case 5:
+            return result("rmdir " + p, rmdir(c));
+        case 6:
+            return result("lchown " + p, lchown(c, 1000, 1000 + pick(2)));
+        case 7:
+            return result("access " + p, access(c, pick(2) == 0 ? F_OK : R_OK | W_OK));
+        case 8:
+        case 9: {
+            std::string line = result("stat " + p, pick(2) ? stat(c, &status) : lstat(c, &status));
+            if (line.find("done") == std::string::npos) return line;
+            return line + StringPrintf("%o %u %u %jd\n", status.st_mode, status.st_uid,
+                                       status.st_gid, S_ISDIR(status.st_mode) ? 0 : status.st_size);
+        }
+        case 10: {
+            char target[100];
+            const ssize_t size = readlink(c, target, sizeof(target));
+            return result("readlink " + p, size) + (size > 0 ? std::string(target, size) : "");
+        }
+        case 11: {
+            const std::string to = path();
+            const unsigned long flags = MS_BIND | (pick(2) == 0 ? MS_REC : MS_RDONLY);
+            return result("mount " + p + " " + to, mount(c, to.c_str(), nullptr, flags, nullptr));
+        }
+        case 12: {
+            DIR* directory = opendir(c);
+            std::string line = result("opendir " + p, directory == nullptr ? -1 : 0);
+            std::vector<std::string> names;
+            while (dirent* entry = directory == nullptr ? nullptr : readdir(directory)) {
+                names.push_back(StringPrintf("%d %s\n", entry->d_type, entry->d_name));
+            }
+            if (directory != nullptr) closedir(directory);
+            std::sort(names.begin(), names.end());
+            for (const std::string& name : names) line += name;
+            return line;
+        }
+        default:
+            return result("chmod " + p, chmod(c, pick(2) == 0 ? 0604 : 0));
+    }
+}
+
+TEST_F(SandboxTest, LedCallsDoWhatTheKernelDoes) {
+    if (geteuid() != 0) GTEST_SKIP() << "an ordinary user cannot give files away to compare with";
+    fs::create_symlink("/loop", Path("/loop"));
+    fs::create_symlink("d/..", Path("/up"));
+    fs::create_symlink("/d/../n/new", Path("/dangling"));
+    Write(Path("/file"), "file");
+    ASSERT_EQ(chown(Path("/d/kept").c_str(), 1000, 2000) | chmod(Path("/d/sub").c_str(), 0711), 0);
+    const std::string before = State();
+    for (unsigned seed = 0; seed < 100; ++seed) {
+        std::string said[2];
+        for (const Way way : {Way::kCopy, Way::kRedirect}) {
+            const TemporaryFile out;
+            const Sandbox root(directory_.path, By(way));
+            // Two processes, as files stay and mounts do not.
+            for (int part = 0; part < 2; ++part) {
+                EXPECT_TRUE(root.Run([&] {
+                                    std::mt19937 random(2 * seed + part);
+                                    std::string lines;
+                                    for (int i = 0; i < 60; ++i) lines += RandomCall(&random);
+                                    return android::base::WriteStringToFd(lines, out.fd) ? 0 : 1;
+                                }).ok());
+            }
+            said[way == Way::kRedirect] = Read(out.path);
+        }
+        EXPECT_EQ(said[1], said[0]) << "seed " << seed;
+    }
+    EXPECT_EQ(State(), before);
+}
+
+TEST_F(SandboxTest, NoCallReachesThisMachine) {
+    const TemporaryDir outside;
+    const std::string file = outside.path + std::string("/file"), socket = file + ".socket";
+    Write(file, "untouched");
+    const std::string to = file + ".new";
+    const int device = open(Path("/d/kept").c_str(), O_RDONLY);
+    struct stat was;
+    ASSERT_EQ(fstat(device, &was), 0);
+    const Sandbox root(directory_.path);
+    EXPECT_EQ(root.Run([&] {
+                      const char* path = file.c_str();
+                      const char* other = to.c_str();
+                      char* const arguments[] = {const_cast<char*>("true"), nullptr};
+                      open_how how = {};
+                      char handle[256] = {};
+                      sockaddr_un address = {AF_UNIX, ""};
+                      strcpy(address.sun_path, path);
+                      const long results[] = {
+                              open(path, O_RDONLY),
+                              syscall(SYS_openat, AT_FDCWD, path, O_RDONLY),
+                              syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof(how)),
+                              open((std::string("/..") + path).c_str(), O_RDONLY),
+                              access(path, F_OK),
+                              rename(path, other),
+                              link(path, other),
+                              symlink(path, other),
+                              truncate(path, 0),
+                              unlink(path),
+                              mknod(other, S_IFREG | 0600, 0),
+                              chdir(outside.path),
+                              chroot(outside.path),
+                              execv("/bin/true", arguments),
+                              syscall(SYS_name_to_handle_at, AT_FDCWD, path, handle, handle, 0),
+                              syscall(SYS_io_uring_setup, 1, handle),
+                              syscall(SYS_mount, outside.path, "/d", nullptr, MS_BIND, nullptr),
+                              syscall(SYS_open_tree, AT_FDCWD, path, 1),
+                              syscall(SYS_landlock_restrict_self + 100, path),
+                              bind(0, reinterpret_cast<sockaddr*>(&address), sizeof(address)),
+                              ::socket(AF_UNIX, SOCK_STREAM, 0),
+                              // The device directory's files, which it may read, included.
+                              fchmod(device, 0777),
+                              fchown(device, 1, 1),
+                              futimens(device, nullptr),
+                      };
+                      const auto* reached = std::find_if(std::begin(results), std::end(results),
+                                                         [](long result) { return result != -1; });
+                      return static_cast<int>(
+                              reached == std::end(results) ? 0 : 1 + (reached - results));
+                  }).exit_status,
+              0);
+    EXPECT_EQ(Read(file), "untouched");
+    EXPECT_EQ(std::distance(fs::directory_iterator(outside.path), {}), 1);
+    struct stat is;
+    ASSERT_EQ(fstat(device, &is), 0);
+    close(device);
+    EXPECT_EQ(is.st_mode, was.st_mode);
+    EXPECT_EQ(is.st_uid, was.st_uid);
+    EXPECT_EQ(is.st_mtim.tv_nsec, was.st_mtim.tv_nsec);
+}
+
+TEST_F(SandboxTest, ABlockDeviceKeepsItsSizeForEverybody) {
+    Write(Path("/splash"), std::string(1500, 's'));
+    Sandbox root(directory_.path);
+    root.AttachBlockDevice("/splash");
+    EXPECT_EQ(Listing(root.TakeChanges()), "");
+    const auto write = [] {
+        Write("/splash", "logo");
+        return 0;
+    };
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(root.Run(write).ok());
+        EXPECT_EQ(Read(root.Outside("/splash")), "logo" + std::string(1020, 's'));
+        EXPECT_EQ(Listing(root.TakeChanges()), "changed /splash\n");
+    }
+}
+
+TEST_F(SandboxTest, NothingIsLeftBehindHoweverItEnds) {
+    const TemporaryDir temporary;
+    setenv("TMPDIR", temporary.path, 1);
+    const auto is_empty = [&] { return fs::is_empty(temporary.path); };
+    { const Sandbox root(directory_.path); }
+    EXPECT_TRUE(is_empty());
+    for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
+        int ready[2];
+        ASSERT_EQ(pipe(ready), 0);
+        const pid_t pid = fork();
+        if (pid == 0) {
+            setpgid(0, 0);
+            const Sandbox root(directory_.path);
+            const auto process = root.Start([&] {
+                Write("/d/new", "new");
+                if (::write(ready[1], "", 1) != 1) return 1;
+                return pause();
+            });
+            pause();
+        }
+        char byte;
+        EXPECT_EQ(read(ready[0], &byte, 1), 1);
+        EXPECT_FALSE(is_empty());
+        kill(-pid, signal);
+        waitpid(pid, nullptr, 0);
+        for (int i = 0; i < 500 && !is_empty(); ++i) usleep(10'000);
+        EXPECT_TRUE(is_empty()) << strsignal(signal);
+        close(ready[0]);
+        close(ready[1]);
+    }
+    unsetenv("TMPDIR");
+}
+
 TEST_F(SandboxTest, WorksForAnOrdinaryUser) {
     if (geteuid() != 0) GTEST_SKIP() << "every other test shows it";
     constexpr uid_t kNobody = 65534;
     const pid_t pid = fork();
     if (pid == 0) {
-        // A process that changed its user may not write its own maps until it is dumpable again.
-        const bool changed =
-                setgid(kNobody) == 0 && setuid(kNobody) == 0 && prctl(PR_SET_DUMPABLE, 1) == 0;
-        if (!changed) _exit(1);
+        if (setgid(kNobody) != 0 || setuid(kNobody) != 0) _exit(1);
         try {
             const Sandbox root(directory_.path);
-            const sandbox::Ending ending = root.Run(
-                    [] { return Read("/d/old") == "old" && chown("/", 0, 0) == 0 ? 0 : 1; });
+            const sandbox::Ending ending = root.Run([] {
+                return Read("/d/old") == "old" && chown("/d/old", 1000, 1000) == 0 ? 0 : 1;
+            });
             _exit(ending.ok() ? 0 : 2);
         } catch (const std::exception&) {
             _exit(3);
@@ -127,6 +375,14 @@ TEST_F(SandboxTest, WorksForAnOrdinaryUser) {
     int status = 0;
     waitpid(pid, &status, 0);
     EXPECT_EQ(status, 0);
+}
+
+TEST_F(SandboxTest, AnUnknownWayIsAnError) {
+    setenv("EXTPROP_SANDBOX", "chroot", 1);
+    EXPECT_THROW(Sandbox(directory_.path), std::runtime_error);
+    setenv("EXTPROP_SANDBOX", "copy", 1);
+    EXPECT_STREQ(Sandbox(directory_.path).way(), "copy");
+    unsetenv("EXTPROP_SANDBOX");
 }
 
 }  // namespace

@@ -5,23 +5,41 @@
 #include <string>
 #include <vector>
 
-#include <android-base/unique_fd.h>
+#include "extents.h"
 
 namespace sandbox {
 
+struct Options;
+
 struct Image {
-    std::string path;  // as the user knows it
-    std::string name;  // in the device directory
-    android::base::unique_fd file;
+    std::string path;  // as the user knows it, with the partition's name if it is in a super.img
+    std::string partition;  // such as "my_region"
+    Extents content;
 };
 
-// Opens the partition images that lie in `device` itself, in the order of their names. Throws
-// std::runtime_error naming the one that cannot be opened.
-std::vector<Image> OpenImages(const std::string& device);
+// What a device directory holds of images.
+struct Images {
+    std::vector<Image> partitions;   // in the order of their names
+    std::vector<std::string> files;  // that stand for them, by their names in the directory
+    std::vector<std::string> notes;  // what the user should know of the files
+};
 
-// Shows the files of the images, read-only, where a phone has them below `root`, and no longer the
-// images. What has to be unpacked goes to the directory `scratch`, which is made. The calling
-// process is taken into `root` for good. Throws std::runtime_error naming the image at fault.
-void ShowImages(std::vector<Image> images, const std::string& scratch, const std::string& root);
+// Opens the images that lie in `device` itself. Throws std::runtime_error naming the one that
+// cannot be used.
+Images OpenImages(const std::string& device, const Options& options);
+
+// The files of an image on this machine, and where the device has them.
+struct UnpackedImage {
+    std::string directory;
+    std::string path_in_image;  // of the directory, such as "" or "/system"
+    std::string place;          // such as "/mnt/vendor/my_region"
+    std::string link;           // where a link leads there too; empty for none
+};
+
+// Puts the files that a boot can read into the new `directory`. Those that it cannot, such as apps,
+// may be missing; the directories of that kind are empty then and in `*left_out`. Throws
+// std::runtime_error naming the image.
+UnpackedImage Unpack(const Image& image, const std::string& directory,
+                     std::vector<std::string>* left_out);
 
 }  // namespace sandbox

@@ -2,17 +2,12 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <poll.h>
-#include <sched.h>
 #include <signal.h>
-#include <string.h>
-#include <sys/mount.h>
+#include <stdlib.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,11 +17,9 @@
 #include <stdexcept>
 #include <thread>
 
-#include <android-base/cmsg.h>
-
 #include "checks.h"
-#include "images.h"
-#include "loop_device.h"
+#include "led_calls.h"
+#include "root.h"
 
 using android::base::unique_fd;
 
@@ -34,76 +27,24 @@ namespace sandbox {
 
 namespace {
 
-// The places of a sandbox in its own mount namespace, on a tmpfs that nobody else sees.
-constexpr char kScratch[] = "/tmp";
-constexpr char kDevice[] = "/tmp/device";
-constexpr char kUpper[] = "/tmp/upper";
-constexpr char kWork[] = "/tmp/work";
-constexpr char kRoot[] = "/tmp/root";
-constexpr char kImages[] = "/tmp/images";
+constexpr char kWayVariable[] = "EXTPROP_SANDBOX";
+
+constexpr struct {
+    Way way;
+    const char* name;
+} kWays[] = {{Way::kRedirect, "redirect"}, {Way::kOverlay, "overlay"}, {Way::kCopy, "copy"}};
 
 constexpr rlim_t kStackLimit = 8 * 1024 * 1024;
 
-void WriteProcFile(const std::string& path, const std::string& content) {
-    // Opened without O_CREAT and in one write, as these files want it.
-    unique_fd fd(OpenOrThrow(path, O_WRONLY));
-    Check(write(fd.get(), content.data(), content.size()) != -1, path);
-}
-
-// Gives the process a mount namespace of its own, whose mounts stay in it. An ordinary user becomes
-// root in a user namespace that knows no other user.
-void EnterOwnNamespaces(bool as_root) {
-    const uid_t uid = geteuid();
-    const gid_t gid = getegid();
-    const int flags = CLONE_NEWNS | (as_root ? 0 : CLONE_NEWUSER);
-    Check(unshare(flags) == 0, "cannot make private namespaces");
-    if (!as_root) {
-        WriteProcFile("/proc/self/setgroups", "deny");
-        WriteProcFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
-        WriteProcFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
+// Returns the way that the user asks for, or that the caller does.
+Way AskedWay(Way asked) {
+    const char* name = getenv(kWayVariable);
+    if (asked != Way::kAny || name == nullptr || name[0] == '\0') return asked;
+    for (const auto& known : kWays) {
+        if (std::string(name) == known.name) return known.way;
     }
-    Check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0,
-          "cannot make the mounts private");
-}
-
-bool MountOverlay(bool as_root) {
-    const std::string options = std::string("lowerdir=") + kDevice + ",upperdir=" + kUpper +
-                                ",workdir=" + kWork + (as_root ? "" : ",userxattr");
-    return mount("overlay", kRoot, "overlay", 0, options.c_str()) == 0;
-}
-
-void CopyDevice(bool as_root) {
-    const std::string command = std::string("cp -a ") +
-                                (as_root ? "" : "--no-preserve=ownership ") + kDevice + "/. " +
-                                kRoot;
-    if (system(command.c_str()) != 0) {
-        throw std::runtime_error("cannot copy the device directory");
-    }
-    // The root is a mount point in either case.
-    Check(mount(kRoot, kRoot, nullptr, MS_BIND, nullptr) == 0, "cannot bind the copy");
-}
-
-// Builds the root, around the calling process, and returns descriptors of it and the namespaces.
-std::vector<int> BuildRoot(const std::string& device, Layer layer) {
-    const bool as_root = geteuid() == 0;
-    EnterOwnNamespaces(as_root);
-    // Kept open, because the scratch file system may cover the paths that lead there.
-    unique_fd device_fd(OpenOrThrow(device, O_PATH | O_DIRECTORY));
-    std::vector<Image> images = OpenImages(device);
-    Check(mount("tmpfs", kScratch, "tmpfs", 0, "mode=0755") == 0, "cannot mount a tmpfs");
-    for (const char* directory : {kDevice, kUpper, kWork, kRoot}) {
-        Check(mkdir(directory, 0755) == 0, directory);
-    }
-    const std::string source = "/proc/self/fd/" + std::to_string(device_fd.get());
-    Check(mount(source.c_str(), kDevice, nullptr, MS_BIND | MS_REC, nullptr) == 0,
-          "cannot bind the device directory");
-    if (layer == Layer::kCopy || !MountOverlay(as_root)) CopyDevice(as_root);
-
-    std::vector<int> fds = {OpenOrThrow(kRoot, O_RDONLY),
-                            OpenOrThrow("/proc/self/ns/mnt", O_RDONLY),
-                            OpenOrThrow("/proc/self/ns/user", O_RDONLY)};
-    ShowImages(std::move(images), kImages, kRoot);
-    return fds;
+    throw std::runtime_error(std::string(kWayVariable) + "=" + name +
+                             ": expected redirect, overlay or copy");
 }
 
 void SetLimit(int resource, rlim_t soft) {
@@ -136,35 +77,9 @@ int WaitFor(pid_t pid) {
     return status;
 }
 
-// Does the job in a short-lived process, which may change its namespaces, and returns the
-// descriptors that it opened. What the job throws is thrown here.
-std::vector<unique_fd> FromChild(const std::function<std::vector<int>()>& job) {
-    unique_fd ours, theirs;
-    Check(android::base::Socketpair(SOCK_SEQPACKET | SOCK_CLOEXEC, &ours, &theirs), "socketpair");
-    const pid_t child = fork();
-    Check(child != -1, "fork");
-    if (child == 0) {
-        std::vector<int> fds;
-        std::string message = "done";
-        try {
-            fds = job();
-        } catch (const std::exception& error) {
-            message = error.what();
-        }
-        android::base::SendFileDescriptorVector(theirs, message.data(), message.size(), fds);
-        _exit(0);
-    }
-    theirs.reset();
-
-    constexpr size_t kMaxFds = 3;
-    char message[512];
-    std::vector<unique_fd> fds;
-    const ssize_t size = android::base::ReceiveFileDescriptorVector(ours, message, sizeof(message),
-                                                                    kMaxFds, &fds);
-    WaitFor(child);
-    if (size <= 0) throw std::runtime_error("the private root could not be built");
-    if (fds.empty()) throw std::runtime_error(std::string(message, size));
-    return fds;
+std::unique_ptr<Root> MakeRoot(Way way, const std::string& device, const Options& options) {
+    if (way == Way::kRedirect) return MakeLedRoot(device, options);
+    return MakePrivateRoot(device, options, way == Way::kCopy);
 }
 
 }  // namespace
@@ -202,37 +117,27 @@ bool Process::WaitForThreads(std::chrono::steady_clock::time_point deadline) con
     return false;
 }
 
-Sandbox::Sandbox(const std::string& device, Layer layer) {
-    // What keeps the namespaces is that this process holds them open, so they end with it, however
-    // it ends.
-    std::vector<unique_fd> fds = FromChild([&] { return BuildRoot(device, layer); });
-    root_ = std::move(fds[0]);
-    mount_namespace_ = std::move(fds[1]);
-    if (geteuid() != 0) user_namespace_ = std::move(fds[2]);
+Sandbox::Sandbox(const std::string& device, Options options) : way_(AskedWay(options.way)) {
+    const bool can_choose = way_ == Way::kAny;
+    if (can_choose) way_ = CanLeadCalls() ? Way::kRedirect : Way::kOverlay;
+    try {
+        root_ = MakeRoot(way_, device, options);
+    } catch (const std::runtime_error& error) {
+        if (!can_choose || way_ == Way::kRedirect) throw;
+        throw std::runtime_error(
+                std::string("the kernel takes no filters for system calls here (seccomp), nor can "
+                            "there be a private root instead: ") +
+                error.what() + "; docs/containers.md tells how to allow either");
+    }
 }
 
-void Sandbox::AttachBlockDevice(const std::string& path) {
-    std::vector<unique_fd> fds = FromChild([&] {
-        Check(Enter(), "cannot enter the private root");
-        const std::string file = kRoot + path;
-        LoopDevice loop = AttachLoopDevice(OpenOrThrow(file, O_RDWR), O_RDWR);
-        Check(mount(loop.path.c_str(), file.c_str(), nullptr, MS_BIND, nullptr) == 0,
-              "cannot bind " + loop.path);
-        return std::vector<int>{loop.fd.release()};
-    });
-    block_devices_.push_back(std::move(fds[0]));
-}
+Sandbox::~Sandbox() = default;
 
-bool Sandbox::has_overlay() const {
-    struct statfs status;
-    return fstatfs(root_.get(), &status) == 0 && status.f_type == OVERLAYFS_SUPER_MAGIC;
-}
-
-bool Sandbox::Enter() const {
-    // A sanitizer's own thread shares the root and working directory, which namespaces forbid.
-    return unshare(CLONE_FS) == 0 &&
-           (!user_namespace_.ok() || setns(user_namespace_.get(), CLONE_NEWUSER) == 0) &&
-           setns(mount_namespace_.get(), CLONE_NEWNS) == 0;
+const char* Sandbox::way() const {
+    for (const auto& known : kWays) {
+        if (known.way == way_) return known.name;
+    }
+    return "";
 }
 
 Process Sandbox::Start(const std::function<int()>& function) const {
@@ -243,9 +148,9 @@ Process Sandbox::Start(const std::function<int()>& function) const {
 
     unique_fd no_input(open("/dev/null", O_RDONLY | O_CLOEXEC));
     dup2(no_input.get(), STDIN_FILENO);
-    // Mounts made from here on are this process's own: its namespace is a copy.
-    if (!Enter() || fchdir(root_.get()) != 0 || unshare(CLONE_NEWNS) != 0 || chroot(".") != 0) {
-        perror("cannot enter the private root");
+    no_input.reset();
+    if (!root_->Enter()) {
+        perror("cannot enter the device's root");
         _exit(EXIT_FAILURE);
     }
     // Ends with its parent, also with one that is gone already.
@@ -260,12 +165,24 @@ Ending Sandbox::Run(const std::function<int()>& function, std::chrono::milliseco
     return Start(function).Wait(limit);
 }
 
-std::string Sandbox::Outside(const std::string& path) const {
-    return "/proc/self/fd/" + std::to_string(root_.get()) + path;
+void Sandbox::AttachBlockDevice(const std::string& path) {
+    root_->AttachBlockDevice(path);
 }
 
-Snapshot Sandbox::TakeSnapshot() const {
-    return sandbox::TakeSnapshot(Outside(""));
+std::string Sandbox::Outside(const std::string& path) const {
+    return root_->Outside(path);
+}
+
+std::vector<FileChange> Sandbox::TakeChanges() {
+    return root_->TakeChanges();
+}
+
+std::optional<ImagePlace> Sandbox::ImageOf(const std::string& path) const {
+    return root_->ImageOf(path);
+}
+
+std::vector<std::string> Sandbox::Notes() const {
+    return root_->Notes();
 }
 
 }  // namespace sandbox

@@ -7,12 +7,14 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <android-base/unique_fd.h>
 
-#include "snapshot.h"
+#include "changes.h"
 
 namespace sandbox {
 
@@ -45,15 +47,33 @@ class Process {
     android::base::unique_fd pidfd_;
 };
 
-// Where writes go: a layer over the device directory, or a copy of it where the kernel has none.
-enum class Layer { kOverlayOrCopy, kCopy };
+// How a process comes to have the device at "/".
+enum class Way {
+    kAny,       // what the environment variable EXTPROP_SANDBOX says, or kRedirect where it can be
+    kRedirect,  // its system calls are led; needs no privileges
+    kOverlay,   // a private root of the kernel's, with an overlay over the device directory
+    kCopy,      // a private root of the kernel's, with a copy of the device directory
+};
+
+struct Options {
+    Way way = Way::kAny;
+    char slot = 'a';  // of a partition that has images for two slots
+};
+
+// A file of a partition image.
+struct ImagePlace {
+    std::string image;  // the image's path; of a logical partition "super.img(NAME)" at its end
+    std::string path;   // in the image, such as "/build.prop"
+};
+
+class Root;
 
 class Sandbox {
   public:
-    // Prepares a root over the directory `device`, in private mount namespaces and, unless run as
-    // root, a user namespace. A partition image in `device` is seen as the files in it. Throws
-    // std::runtime_error, saying why, if the root cannot be had.
-    explicit Sandbox(const std::string& device, Layer layer = Layer::kOverlayOrCopy);
+    // Prepares a root over the directory `device`, in which a partition image is seen as the files
+    // in it. Throws std::runtime_error, saying why, if the root cannot be had.
+    explicit Sandbox(const std::string& device, Options options = {});
+    ~Sandbox();
 
     // Starts a process in which the device is "/" and calls `function`, whose result is the
     // process's exit status. Mounts made there end with the process; written files stay. Signals
@@ -64,27 +84,32 @@ class Sandbox {
     Ending Run(const std::function<int()>& function,
                std::chrono::milliseconds limit = std::chrono::seconds(60)) const;
 
-    // Makes the regular file at the device's `path` the content of a block device that stands in
-    // its place: what opens it for output does not truncate it. Throws std::runtime_error, saying
-    // why, if this cannot be had; it takes root. What is left over of 512 bytes is out of reach.
+    // Makes the regular file at the device's `path` a block device: what opens it for output does
+    // not truncate it. Throws std::runtime_error, saying why, if this cannot be had; in a private
+    // root of the kernel's it takes root. What is left over of 512 bytes is out of reach.
     void AttachBlockDevice(const std::string& path);
 
-    // Returns a path at which the caller, outside, reaches the device's `path`, such as "/odm".
+    // Returns a path at which the caller, outside, can read the device's `path`, such as "/odm".
     std::string Outside(const std::string& path) const;
 
-    // Returns the state of all files of the device but those of partition images, which stay.
-    Snapshot TakeSnapshot() const;
+    // Returns what was created, changed and deleted since the last time, in the order of the paths.
+    // A file that was written counts as changed, whatever was written; a directory by its mode and
+    // owner only.
+    std::vector<FileChange> TakeChanges();
 
-    // Whether writes go to an overlay rather than to a copy.
-    bool has_overlay() const;
+    // The name of the way that was taken, such as "redirect".
+    const char* way() const;
+
+    // Returns the image that the device's `path` lies in, if it is in one.
+    std::optional<ImagePlace> ImageOf(const std::string& path) const;
+
+    // Returns what the user should know about what lies in the device directory, and about what was
+    // looked for so far.
+    std::vector<std::string> Notes() const;
 
   private:
-    bool Enter() const;  // takes the calling process, a child, to the sandbox's namespaces
-
-    android::base::unique_fd user_namespace_;  // none when run as root
-    android::base::unique_fd mount_namespace_;
-    android::base::unique_fd root_;
-    std::vector<android::base::unique_fd> block_devices_;  // each lives as long as it is open
+    Way way_;
+    std::unique_ptr<Root> root_;
 };
 
 }  // namespace sandbox

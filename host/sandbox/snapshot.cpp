@@ -66,11 +66,6 @@ Snapshot TakeSnapshot(const std::string& directory) {
     return snapshot;
 }
 
-const char* Name(FileChange::Kind kind) {
-    constexpr const char* kNames[] = {"created", "changed", "deleted"};
-    return kNames[kind];
-}
-
 std::vector<FileChange> Changes(const Snapshot& before, const Snapshot& after) {
     std::vector<FileChange> changes;
     auto old = before.begin();

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "changes.h"
+
 namespace sandbox {
 
 struct FileState {
@@ -25,15 +27,6 @@ using Snapshot = std::map<std::string, FileState>;
 // Looks at everything below `directory`, without following symbolic links or entering what is
 // mounted there.
 Snapshot TakeSnapshot(const std::string& directory);
-
-struct FileChange {
-    enum Kind { kCreated, kChanged, kDeleted };
-    Kind kind;
-    std::string path;
-};
-
-// "created", "changed" or "deleted".
-const char* Name(FileChange::Kind kind);
 
 // Returns what was created, changed and deleted, in the order of the paths. A directory counts as
 // changed by its mode and owner only.

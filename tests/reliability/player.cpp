@@ -22,6 +22,7 @@
 #include <android-base/logging.h>
 #include <android-base/strings.h>
 
+#include "boot/installing_service.h"
 #include "boot/steps.h"
 #include "platform.h"
 #include "sandbox.h"

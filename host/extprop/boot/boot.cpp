@@ -142,10 +142,9 @@ void SeparateStored(BootPlan* plan) {
     }
 }
 
-std::vector<FileEffect> FileChanges(const sandbox::Snapshot& before,
-                                    const sandbox::Snapshot& after) {
+std::vector<FileEffect> FileChanges(sandbox::Sandbox* root) {
     std::vector<FileEffect> files;
-    for (const sandbox::FileChange& change : sandbox::Changes(before, after)) {
+    for (const sandbox::FileChange& change : root->TakeChanges()) {
         files.push_back({change.path, sandbox::Name(change.kind)});
     }
     return files;
@@ -200,7 +199,7 @@ Report PreparedDevice::Boot(BootListener* listener,
     };
 
     start();
-    sandbox::Snapshot files = root_.TakeSnapshot();
+    root_.TakeChanges();  // those that prepared the boot
     for (size_t i = 0; i < plan.steps.size() && !report_.failure; ++i) {
         const Step& step = plan.steps[i];
         if (step.is_reboot()) {
@@ -218,14 +217,13 @@ Report PreparedDevice::Boot(BootListener* listener,
         StepReport done{static_cast<int>(report_.boots.size()), step.text, {}, {}};
         report_.failure = booted->Perform(step, i, options_.time_limit, &done.events);
         if (listener != nullptr) listener->OnStepEnd();
-        sandbox::Snapshot files_now = root_.TakeSnapshot();
-        done.files = FileChanges(files, files_now);
+        done.files = FileChanges(&root_);
         for (const FileEffect& file : done.files) plan.written.insert(file.path);
-        files = std::move(files_now);
         report_.steps.push_back(std::move(done));
     }
     if (!report_.failure) end();
     report_.properties = booted->properties();
+    for (const std::string& note : root_.Notes()) report_.notes.push_back(note);
     return std::move(report_);
 }
 

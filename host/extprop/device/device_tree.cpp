@@ -1,54 +1,23 @@
 #include "device/device_tree.h"
 
 #include <errno.h>
-#include <fcntl.h>
-#include <linux/openat2.h>
-#include <string.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-
-#include <android-base/file.h>
-
-#include "input_error.h"
 
 namespace extprop {
 
-namespace {
-
-namespace fs = std::filesystem;
-
-// Returns the path of an open file, or an empty one for the root.
-std::string PathOf(int fd) {
-    std::string path;
-    android::base::Readlink("/proc/self/fd/" + std::to_string(fd), &path);
-    return path == "/" ? "" : path;
-}
-
-}  // namespace
-
-DeviceTree::DeviceTree(const std::string& device)
-        : root_(open(device.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (!root_.ok()) throw InputError(device + ": " + strerror(errno));
-    root_path_ = PathOf(root_.get());
-}
-
 bool DeviceTree::Find(const std::string& path, bool follow, Place* place) const {
-    open_how how = {};
-    how.flags = O_PATH | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW);
-    how.resolve = RESOLVE_IN_ROOT;
-    android::base::unique_fd fd(
-            static_cast<int>(syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof(how))));
-    if (!fd.ok() || fstat(fd.get(), &place->status) != 0) return false;
-    place->path = PathOf(fd.get()).substr(root_path_.size());
+    sandbox::Entry entry;
+    const long error = view_.Find(path, follow, &entry);
+    errno = error < 0 ? static_cast<int>(-error) : ENOENT;
+    if (error < 0 || !entry.exists) return false;
+    *place = {view_.PathOf(entry), entry.status};
     return true;
 }
 
 std::string DeviceTree::Outside(const std::string& path) const {
-    // The tree may lie in a mount namespace where this process has no path to it.
-    return "/proc/self/fd/" + std::to_string(root_.get()) + path;
+    sandbox::Entry entry;
+    return view_.Find(path, false, &entry) == 0 ? entry.real : path;
 }
 
 std::vector<Place> DeviceTree::All(std::vector<std::string>* unreadable) const {
@@ -57,15 +26,17 @@ std::vector<Place> DeviceTree::All(std::vector<std::string>* unreadable) const {
     while (!directories.empty()) {
         const std::string directory = std::move(directories.back());
         directories.pop_back();
-        std::error_code error;
-        fs::directory_iterator entry(Outside(directory) + "/", error);
-        for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-            Place place{directory + "/" + entry->path().filename().string(), {}};
-            if (lstat(entry->path().c_str(), &place.status) != 0) continue;
-            if (place.is_directory()) directories.push_back(place.path);
-            places.push_back(std::move(place));
+        sandbox::Entry entry;
+        std::vector<std::string> names;
+        if (view_.Find(directory + "/", true, &entry) < 0 || view_.List(entry, &names) < 0) {
+            unreadable->push_back(directory);
         }
-        if (error) unreadable->push_back(directory);
+        for (const std::string& name : names) {
+            const std::string path = directory + "/" + name;
+            if (view_.Find(path, false, &entry) < 0 || !entry.exists) continue;
+            if (entry.is_directory()) directories.push_back(path);
+            places.push_back({path, entry.status});
+        }
     }
     std::sort(places.begin(), places.end(),
               [](const Place& a, const Place& b) { return a.path < b.path; });

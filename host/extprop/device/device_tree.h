@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include <android-base/unique_fd.h>
+#include "view.h"
 
 namespace extprop {
 
@@ -23,8 +23,7 @@ struct Place {
 
 class DeviceTree {
   public:
-    // Throws InputError if `device` is no directory that can be used.
-    explicit DeviceTree(const std::string& device);
+    explicit DeviceTree(const sandbox::View& view) : view_(view) {}
 
     // Finds what the device would find at `path`: links on the way lead to the device's own files.
     // A link as the last component is followed only if `follow` is set. Returns false, with errno
@@ -39,8 +38,7 @@ class DeviceTree {
     std::string Outside(const std::string& path) const;
 
   private:
-    android::base::unique_fd root_;
-    std::string root_path_;
+    const sandbox::View& view_;
 };
 
 }  // namespace extprop

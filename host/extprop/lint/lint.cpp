@@ -8,7 +8,8 @@
 #include <android-base/file.h>
 
 #include "device/legal.h"
-#include "images.h"
+#include "device_files.h"
+#include "input_error.h"
 #include "lint/rules.h"
 #include "output/printable.h"
 #include "platform.h"
@@ -41,9 +42,13 @@ const char* SeverityName(Severity severity) {
     return severity == Severity::kError ? "error" : "warning";
 }
 
-bool HasImages(const std::string& device) {
-    std::error_code unusable;  // what the device tree then reports
-    return std::filesystem::is_directory(device, unusable) && !sandbox::OpenImages(device).empty();
+// Returns the device's files, or throws InputError if `device` is no directory that can be used.
+sandbox::DeviceFiles FilesOf(const std::string& device) {
+    std::error_code error;
+    const auto path = std::filesystem::canonical(device, error);
+    if (!error) std::filesystem::directory_iterator(path, error);
+    if (error) throw InputError(device + ": " + error.message());
+    return sandbox::DeviceFiles(path, sandbox::Options());
 }
 
 }  // namespace
@@ -107,10 +112,8 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
 }
 
 std::vector<Finding> Lint(const std::string& device) {
-    // The files of partition images are seen in a sandbox only.
-    std::optional<sandbox::Sandbox> images;
-    if (HasImages(device)) images.emplace(device);
-    const DeviceTree tree(images ? images->Outside("") : device);
+    const sandbox::DeviceFiles device_files = FilesOf(device);
+    const DeviceTree tree(device_files.view());
     const Utf8Locale utf8;
     const PropertiesKept kept;
     Findings findings(device.substr(0, device.find_last_not_of('/') + 1));

@@ -1,0 +1,19 @@
+// What became of a device's files.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace sandbox {
+
+struct FileChange {
+    enum Kind { kCreated, kChanged, kDeleted };
+    Kind kind;
+    std::string path;
+};
+
+// "created", "changed" or "deleted".
+const char* Name(FileChange::Kind kind);
+
+}  // namespace sandbox
