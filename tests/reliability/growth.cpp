@@ -42,8 +42,10 @@ int Growth(int argc, char** argv) {
     std::cout << rounds * lives.size()
               << " boots in one process: " << static_cast<long>(after.first - before.first)
               << " bytes and " << after.second - before.second << " descriptors more" << std::endl;
-    // What an allocator moves to and fro is less than one byte for all lives together.
-    const bool grows = after.first > before.first + rounds || after.second != before.second;
+    // A thread that is just ending may hold a little yet; one allocation lost in each round is
+    // more.
+    constexpr size_t kThreadsEnd = 1024;
+    const bool grows = after.first > before.first + kThreadsEnd || after.second != before.second;
     return grows ? 1 : 0;
 }
 
