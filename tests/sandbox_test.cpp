@@ -359,6 +359,8 @@ TEST_F(SandboxTest, NothingIsLeftBehindHoweverItEnds) {
 TEST_F(SandboxTest, WorksForAnOrdinaryUser) {
     if (geteuid() != 0) GTEST_SKIP() << "every other test shows it";
     constexpr uid_t kNobody = 65534;
+    Write(Path("/secret"), "secret");
+    ASSERT_EQ(chmod(Path("/secret").c_str(), 0600), 0);
     const pid_t pid = fork();
     if (pid == 0) {
         if (setgid(kNobody) != 0 || setuid(kNobody) != 0) _exit(1);
@@ -367,7 +369,10 @@ TEST_F(SandboxTest, WorksForAnOrdinaryUser) {
             const sandbox::Ending ending = root.Run([] {
                 return Read("/d/old") == "old" && chown("/d/old", 1000, 1000) == 0 ? 0 : 1;
             });
-            _exit(ending.ok() ? 0 : 2);
+            if (!ending.ok() || !root.Notes().empty()) _exit(2);
+            // Only this is left of the user, and it is said.
+            root.Run([] { return Read("/secret") == "secret" ? 0 : 1; });
+            _exit(root.Notes().size() == 1 ? 0 : 4);
         } catch (const std::exception&) {
             _exit(3);
         }

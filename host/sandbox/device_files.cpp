@@ -44,7 +44,10 @@ std::optional<ImagePlace> DeviceFiles::ImageOf(const std::string& path) const {
 
 std::vector<std::string> DeviceFiles::Notes() const {
     std::vector<std::string> notes = images_.notes;
-    for (const std::string& path : view_.LookedForInVain()) {
+    for (const std::string& path : view_.Noted(View::kDenied)) {
+        notes.push_back(path + " cannot be read by this user, though init could");
+    }
+    for (const std::string& path : view_.Noted(View::kLeftOut)) {
         notes.push_back(path + " was looked for where the image's files are not unpacked");
     }
     return notes;

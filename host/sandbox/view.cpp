@@ -456,8 +456,10 @@ long View::Open(const Start& start, const char* path, int flags, mode_t mode, En
         }
     }
     // This may take for ever, as with a FIFO that nobody else opens.
-    return Kernel(SYS_openat, AT_FDCWD, entry.real.c_str(),
-                  (flags & ~(O_CREAT | O_EXCL)) | O_NOFOLLOW, 0);
+    const long fd = Kernel(SYS_openat, AT_FDCWD, entry.real.c_str(),
+                           (flags & ~(O_CREAT | O_EXCL)) | O_NOFOLLOW, 0);
+    if (fd == -EACCES) Note(kDenied, entry);
+    return fd;
 }
 
 long View::Access(const Start& start, const char* path, int mode) {
@@ -596,22 +598,25 @@ std::pair<size_t, std::string> View::TreeAt(const std::string& path) const {
     return {mounts_[entry.mount].tree, entry.path};
 }
 
+void View::Note(const char* list, const Entry& entry) const {
+    // The file outlives this process, which may be a boxed one.
+    const std::string line = PathOf(entry) + "\n";
+    const long fd = Kernel(SYS_openat, AT_FDCWD, (state_ + "/" + list).c_str(),
+                           O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kReachableFile);
+    const unique_fd file(fd < 0 ? -1 : static_cast<int>(fd));
+    if (file.ok() && write(file.get(), line.data(), line.size()) == -1) return;
+}
+
 void View::NoteLeftOut(const Entry& entry) const {
     const Tree& tree = trees_[mounts_[entry.mount].tree];
     for (const std::string& directory : tree.left_out) {
-        if (!IsBelow(entry.path, "/" + directory)) continue;
-        // The file outlives this process, which may be a boxed one.
-        const std::string line = PathOf(entry) + "\n";
-        const long fd = Kernel(SYS_openat, AT_FDCWD, (state_ + "/left-out").c_str(),
-                               O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kReachableFile);
-        const unique_fd file(fd < 0 ? -1 : static_cast<int>(fd));
-        if (file.ok() && write(file.get(), line.data(), line.size()) == -1) return;
+        if (IsBelow(entry.path, "/" + directory)) Note(kLeftOut, entry);
     }
 }
 
-std::vector<std::string> View::LookedForInVain() const {
+std::vector<std::string> View::Noted(const char* list) const {
     std::string text;
-    android::base::ReadFileToString(state_ + "/left-out", &text);
+    android::base::ReadFileToString(state_ + "/" + list, &text);
     std::set<std::string> paths;
     for (const std::string& line : android::base::Split(text, "\n")) paths.insert(line);
     paths.erase("");

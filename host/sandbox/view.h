@@ -73,8 +73,13 @@ class View {
     // the path there, links on the way followed.
     std::pair<size_t, std::string> TreeAt(const std::string& path) const;
 
-    // Returns the paths that were looked for where not all is there.
-    std::vector<std::string> LookedForInVain() const;
+    // The lists of what the user should know of: looked for where not all is there, and unreadable
+    // for the user that this runs as, though not for the device's root.
+    static constexpr char kLeftOut[] = "left-out";
+    static constexpr char kDenied[] = "denied";
+
+    // Returns the paths in the list.
+    std::vector<std::string> Noted(const char* list) const;
 
     // Makes a link of the device, unless there is something already.
     long MakeLink(const std::string& target, const std::string& path);
@@ -127,6 +132,7 @@ class View {
     bool GetPlayed(struct stat* status) const;
     long SetPlayed(const std::string& real, const Played& played) const;
     void SetPlayedMode(const std::string& real, mode_t mode) const;
+    void Note(const char* list, const Entry& entry) const;
     void NoteLeftOut(const Entry& entry) const;
     long Shadow(const std::string& directory) const;
     long ShadowParent(const std::string& path) const;
