@@ -34,7 +34,7 @@ std::string Edited(const std::string& content, const Edit& edit) {
         lines[known.number - 1] = line;
         found = true;
     }
-    if (edit.looked_up && first != edit.name) {
+    if (edit.looked_up && !first.empty() && first != edit.name) {
         lines.insert(lines.begin(), line);
     } else if (!found) {
         if (!lines.back().empty()) lines.emplace_back();

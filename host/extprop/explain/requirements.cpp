@@ -304,6 +304,7 @@ std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
 // Returns the words that make the property have the value when the steps so far are done.
 std::optional<Words> Requirements::SetWords(const char* property, const std::string& value,
                                             const char* key_file) const {
+    if (!IsPlain()) return LateSetWords(property, value);
     if (value.size() > kLongestRead || WhyRefused(property, value)) return std::nullopt;
     if (ValueOf(property) == value) return Words{};
     const Origin* winner = tracer_.Winner(property);
@@ -327,6 +328,11 @@ std::optional<Words> Requirements::SetWords(const char* property, const std::str
 std::optional<Words> Requirements::LateSetWords(const char* property,
                                                 const std::string& value) const {
     if (value.size() > kLongestRead || WhyRefused(property, value)) return std::nullopt;
+    const bool stored_come_later = StartsWith(property, "persist.") &&
+                                   std::all_of(steps_.begin(), steps_.end(), [](const Step& step) {
+                                       return step.is_early() || step.is_reboot();
+                                   });
+    if (stored_come_later) return Words{"--set", Setting(property, value)};
     return Words{"--edit", std::string(kTriedRoot) + "/build.prop:" + Setting(property, value),
                  std::string("early:") + kTriedRoot};
 }
@@ -441,6 +447,14 @@ std::optional<Words> Requirements::ReferenceWords(const ReferringImport::Referen
     }
     if (reference.origin->kind != OriginKind::kFile) return std::nullopt;
     return Words{"--edit", reference.origin->own_file() + ":" + Setting(reference.name, value)};
+}
+
+// Whether no step acts on the switch keys or a carrier package, so that what a key is made does not
+// change what it is in the end.
+bool Requirements::IsPlain() const {
+    return std::none_of(steps_.begin(), steps_.end(), [](const Step& step) {
+        return IsWord(step, "sim") || IsWord(step, "cota") || IsWord(step, "cota-service");
+    });
 }
 
 bool Requirements::HasPersist() const {

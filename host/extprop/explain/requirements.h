@@ -57,6 +57,7 @@ class Requirements {
     Words AtEnd(Words words) const;
     Words WithDefaultSteps(Words words) const;
 
+    bool IsPlain() const;
     bool HasPersist() const;
     bool IsGone(const std::string& path) const;
     bool IsCovered(const std::string& path) const;
