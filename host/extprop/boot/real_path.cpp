@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <deque>
+#include <mutex>
+#include <unordered_map>
 
 #include <android-base/strings.h>
 
@@ -22,23 +24,8 @@ void PushFront(const std::string& path, std::deque<std::string>* components) {
     components->insert(components->begin(), parts.begin(), parts.end());
 }
 
-bool IsLink(const std::string& path) {
-    struct stat status;
-    return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
-}
-
-}  // namespace
-
-std::string PlainPath(const std::string& path) {
-    std::string plain;
-    for (const char c : path) {
-        if (c != '/' || plain.empty() || plain.back() != '/') plain += c;
-    }
-    if (plain.size() > 1 && plain.back() == '/') plain.pop_back();
-    return plain;
-}
-
-std::optional<std::string> RealPath(const std::string& path, bool follow_last) {
+// Walks the path component by component.
+std::optional<std::string> Walk(const std::string& path, bool follow_last) {
     std::deque<std::string> components;
     PushFront(path, &components);
     std::string real;
@@ -53,7 +40,9 @@ std::optional<std::string> RealPath(const std::string& path, bool follow_last) {
         }
         const std::string next = real + "/" + component;
         const bool is_last = components.empty();
-        if ((!is_last || follow_last) && IsLink(next)) {
+        struct stat status;
+        const bool exists = lstat(next.c_str(), &status) == 0;
+        if (exists && S_ISLNK(status.st_mode) && (!is_last || follow_last)) {
             char target[PATH_MAX];
             const ssize_t size = readlink(next.c_str(), target, sizeof(target));
             if (size < 0 || ++links > kMostLinks) return std::nullopt;
@@ -61,13 +50,63 @@ std::optional<std::string> RealPath(const std::string& path, bool follow_last) {
             PushFront(std::string(target, size), &components);
             continue;
         }
-        if (!is_last && access(next.c_str(), F_OK) != 0) return std::nullopt;
+        if (!is_last && !exists) return std::nullopt;
         real = next;
     }
     return real.empty() ? "/" : real;
 }
 
+// The directories that were walked to already. What is mounted later may change them.
+class KnownDirectories {
+  public:
+    std::optional<std::string> RealPathOf(const std::string& directory) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (auto known = real_.find(directory); known != real_.end()) return known->second;
+        auto real = Walk(directory, true);
+        if (real && access(real->c_str(), F_OK) != 0) real.reset();
+        if (real) real_[directory] = *real;
+        return real;
+    }
+    void Forget() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        real_.clear();
+    }
+
+  private:
+    std::mutex mutex_;
+    std::unordered_map<std::string, std::string> real_;
+};
+
+KnownDirectories& Directories() {
+    static auto* directories = new KnownDirectories();
+    return *directories;
+}
+
+}  // namespace
+
+std::string PlainPath(const std::string& path) {
+    std::string plain;
+    for (const char c : path) {
+        if (c != '/' || plain.empty() || plain.back() != '/') plain += c;
+    }
+    if (plain.size() > 1 && plain.back() == '/') plain.pop_back();
+    return plain;
+}
+
+std::optional<std::string> RealPath(const std::string& path, bool follow_last) {
+    const size_t slash = path.rfind('/');
+    const std::string name = path.substr(slash == std::string::npos ? 0 : slash + 1);
+    if (slash == std::string::npos || name.empty() || name == "." || name == "..") {
+        return Walk(path, follow_last);
+    }
+    const auto directory = Directories().RealPathOf(path.substr(0, slash + 1));
+    if (!directory) return std::nullopt;
+    const std::string real = (*directory == "/" ? "" : *directory) + "/" + name;
+    return follow_last ? Walk(real, true) : real;
+}
+
 void BindMounts::Add(const std::string& source, const std::string& target, bool recursive) {
+    Directories().Forget();
     const auto real_source = RealPath(source, true);
     const auto real_target = RealPath(target, true);
     if (!real_source || !real_target) return;

@@ -44,7 +44,7 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
     const ExitStatus status = Warn(report);
     if (!page.empty()) WriteOutput(page, ReportPage(report, explanation));
     if (json) {
-        PrintJson(ToJson(explanation));
+        PrintJson(explanation, std::cout);
     } else {
         std::cout << ExplanationText(explanation, WantColours());
     }

@@ -187,7 +187,11 @@ std::optional<Words> Requirements::ReadingWords(const SurveyedFile& file,
             return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
         case Occasion::kNvMap:
             if (survey_.unmapped_key.empty() || !survey_.migrates) return std::nullopt;
-            if (!ValueOf(kCarrierCode).empty() || !ValueOf(kSimSwitchConvert).empty()) {
+            // The mark of the migration that this boot made comes after it.
+            if (const Origin* mark = tracer_.Winner(kSimSwitchConvert);
+                !ValueOf(kCarrierCode).empty() ||
+                (mark != nullptr &&
+                 (mark->kind != OriginKind::kFile || mark->own_file() != kConvertFile))) {
                 return std::nullopt;
             }
             return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});

@@ -64,15 +64,22 @@ bool IsDirectory(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-std::vector<std::string> NamesIn(const std::string& directory) {
-    std::vector<std::string> names;
+struct Entry {
+    std::string name;
+    bool is_directory;  // or a link to one
+};
+
+std::vector<Entry> EntriesIn(const std::string& directory) {
+    std::vector<Entry> entries;
     std::error_code error;
     for (fs::directory_iterator entry(directory, error);
          !error && entry != fs::directory_iterator(); entry.increment(error)) {
-        names.push_back(entry->path().filename());
+        std::error_code dangling;
+        entries.push_back({entry->path().filename(), entry->is_directory(dangling)});
     }
-    std::sort(names.begin(), names.end());
-    return names;
+    std::sort(entries.begin(), entries.end(),
+              [](const Entry& a, const Entry& b) { return a.name < b.name; });
+    return entries;
 }
 
 // Returns the regular files to which a text with references may lead, whatever the properties'
@@ -93,9 +100,9 @@ std::vector<std::string> PathsLike(const std::string& text) {
                 longer.push_back(path + "/" + component);
                 continue;
             }
-            for (const std::string& name : NamesIn(path + "/")) {
-                if (fnmatch(component.c_str(), name.c_str(), 0) == 0) {
-                    longer.push_back(path + "/" + name);
+            for (const Entry& entry : EntriesIn(path + "/")) {
+                if (fnmatch(component.c_str(), entry.name.c_str(), 0) == 0) {
+                    longer.push_back(path + "/" + entry.name);
                 }
             }
         }
@@ -160,14 +167,14 @@ class ReadingFinder {
             brands.push_back({brand.code, {"--brand", brand.name}});
         }
         brands.push_back({"", {"--brand", kNoBrand}});
-        std::vector<std::string> names =
-                NamesIn(android::base::Dirname(partitionRoots("", "x")[9]));
-        names.emplace_back();
-        for (const std::string& name : names) {
+        std::vector<Entry> entries = EntriesIn(android::base::Dirname(partitionRoots("", "x")[9]));
+        entries.push_back({"", true});
+        for (const Entry& entry : entries) {
             // A look-up drops the white space around a value.
-            const bool can_be = android::base::Trim(name) == name &&
-                                name.find('\n') == std::string::npos && name != region;
-            if (can_be) regions.push_back({name, {"--region", name}});
+            const bool can_be = entry.is_directory && entry.name != region &&
+                                android::base::Trim(entry.name) == entry.name &&
+                                entry.name.find('\n') == std::string::npos;
+            if (can_be) regions.push_back({entry.name, {"--region", entry.name}});
         }
 
         for (const auto& [code, words] : brands) AddRoots(partitionRoots(code, region), words);
@@ -239,18 +246,19 @@ class ReadingFinder {
                            Reading* reading) {
         const std::string directory = key.empty() ? properties : properties + "/" + key;
         if (std::count(key.begin(), key.end(), '/') >= kDeepestKey) return;
-        for (const std::string& name : NamesIn(directory)) {
-            const std::string path = directory + "/" + name;
-            if (!IsDirectory(path)) continue;
+        for (const Entry& entry : EntriesIn(directory)) {
+            if (!entry.is_directory) continue;
+            const std::string path = directory + "/" + entry.name;
             for (size_t i = 0; i < SwitchKeys().size() && !key.empty(); ++i) {
-                if (name != SwitchKeys()[i].leaf) continue;
+                if (entry.name != SwitchKeys()[i].leaf) continue;
                 reading->key_index = static_cast<int>(i);
                 reading->key = key;
-                for (const std::string& file : NamesIn(path)) {
-                    if (EndsWith(file, ".prop")) Add(path + "/" + file, *reading);
+                for (const Entry& file : EntriesIn(path)) {
+                    if (EndsWith(file.name, ".prop")) Add(path + "/" + file.name, *reading);
                 }
             }
-            AddKeyDirectories(properties, key.empty() ? name : key + "/" + name, reading);
+            AddKeyDirectories(properties, key.empty() ? entry.name : key + "/" + entry.name,
+                              reading);
         }
     }
 

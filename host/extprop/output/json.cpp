@@ -1,5 +1,8 @@
 #include "output/json.h"
 
+#include <stdlib.h>
+
+#include <ostream>
 #include <type_traits>
 
 namespace extprop {
@@ -125,11 +128,6 @@ void Visit(Fields& fields, Report& report) {
 }
 
 template <typename Fields>
-void Visit(Fields& fields, LineRead& line) {
-    fields("n", line.number)("name", line.name)("value", line.value)("passed", line.passed);
-}
-
-template <typename Fields>
 void Visit(Fields& fields, LinesRead& read) {
     fields("load", read.load)("lines", read.lines);
 }
@@ -151,7 +149,8 @@ void Visit(Fields& fields, StepDone& done) {
 
 template <typename Fields>
 void Visit(Fields& fields, SurveyedImport& import) {
-    fields("line", import.line)("text", import.text)("filter", import.filter)("targets", import.targets);
+    fields("line", import.line)("text", import.text)("filter", import.filter)("targets",
+                                                                              import.targets);
 }
 
 template <typename Fields>
@@ -169,7 +168,8 @@ void Visit(Fields& fields, SurveyedFile& file) {
 template <typename Fields>
 void Visit(Fields& fields, Survey& survey) {
     fields("files", survey.files)("references", survey.references)(
-            "unmapped_key", survey.unmapped_key)("nv_target", survey.nv_target)("migrates", survey.migrates);
+            "unmapped_key", survey.unmapped_key)("nv_target", survey.nv_target)("migrates",
+                                                                                survey.migrates);
 }
 
 template <typename Fields>
@@ -253,6 +253,35 @@ json WriteOrigin(const Origin& origin) {
     return std::move(fields.document);
 }
 
+// The lines of files are by far the most of what is sent, so they travel as one text: in each line
+// of it the number, whether the line passed, the length of the name, the name and the value. None
+// of these has a line end.
+std::string WriteLines(const std::vector<LineRead>& lines) {
+    std::string text;
+    for (const LineRead& line : lines) {
+        text += std::to_string(line.number) + (line.passed ? " 1 " : " 0 ") +
+                std::to_string(line.name.size()) + " " + line.name + line.value + "\n";
+    }
+    return text;
+}
+
+std::vector<LineRead> ReadLines(const std::string& text) {
+    std::vector<LineRead> lines;
+    for (size_t at = 0; at < text.size();) {
+        LineRead& line = lines.emplace_back();
+        char* next = nullptr;
+        line.number = static_cast<int>(strtol(text.c_str() + at, &next, 10));
+        line.passed = strtol(next, &next, 10) != 0;
+        const size_t length = strtoul(next, &next, 10);
+        at = next + 1 - text.c_str();
+        const size_t end = text.find('\n', at);
+        line.name = text.substr(at, length);
+        line.value = text.substr(at + length, end - at - length);
+        at = end + 1;
+    }
+    return lines;
+}
+
 template <typename T>
 json Write(const T& value) {
     if constexpr (kIsPlain<T>) {
@@ -261,6 +290,8 @@ json Write(const T& value) {
         return static_cast<int>(value);
     } else if constexpr (IsOptional<T>::value) {
         return value ? Write(*value) : json();
+    } else if constexpr (std::is_same_v<T, std::vector<LineRead>>) {
+        return WriteLines(value);
     } else if constexpr (IsVector<T>::value) {
         json array = json::array();
         array.get_ref<json::array_t&>().reserve(value.size());
@@ -316,6 +347,8 @@ void Read(const json& document, T* value) {
         *value = static_cast<T>(document.get<int>());
     } else if constexpr (IsOptional<T>::value) {
         if (!document.is_null()) Read(document, &value->emplace());
+    } else if constexpr (std::is_same_v<T, std::vector<LineRead>>) {
+        *value = ReadLines(document.get_ref<const std::string&>());
     } else if constexpr (IsVector<T>::value) {
         value->reserve(document.size());
         for (const json& element : document) Read(element, &value->emplace_back());
@@ -382,6 +415,20 @@ json ToJson(const Report& report) {
 
 json ToJson(const Explanation& explanation) {
     return Document(explanation, kExplanationFormat);
+}
+
+void PrintJson(const Explanation& explanation, std::ostream& out) {
+    const auto text = [](const json& part) {
+        return part.dump(-1, ' ', false, json::error_handler_t::replace);
+    };
+    out << "{\"format\": " << kExplanationFormat << ", \"device\": " << text(explanation.device)
+        << ", \"unknown\": " << text(explanation.unknown) << ", \"properties\": [";
+    const char* separator = "\n";
+    for (const ExplainedProperty& property : explanation.properties) {
+        out << separator << text(Write(property));
+        separator = ",\n";
+    }
+    out << "\n]}\n";
 }
 
 json ToJson(const Difference& difference) {

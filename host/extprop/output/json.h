@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <iosfwd>
+
 #include <nlohmann/json.hpp>
 
 #include "boot/message.h"
@@ -22,5 +24,8 @@ Survey SurveyFromJson(const json& document);
 json ToJson(const Report& report);
 json ToJson(const Explanation& explanation);
 json ToJson(const Difference& difference);
+
+// Prints the explanation's document, a line a property, without holding the whole of it.
+void PrintJson(const Explanation& explanation, std::ostream& out);
 
 }  // namespace extprop
