@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds and runs all tests: as they are, and under the sanitizers; and clang-tidy. Installs what is missing first.
+# Builds and runs all tests: as they are, and under the sanitizers; and clang-tidy.
+# Installs what is missing first.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/scripts/setup.sh"
 cd "$ROOT"

@@ -103,7 +103,8 @@ zsh_words() {
         }
         words=($2)
         source $1' zsh "$ROOT/usr/share/zsh/vendor-completions/_extprop" "$1" |
-        sed -nE -e 's/^(\([^)]*\))?\*?(--[a-z-]+)\[.*/\2/p' -e 's/\\:/:/' -e 's/^([a-z-]+:?):.*/\1/p'
+        sed -nE -e 's/^(\([^)]*\))?\*?(--[a-z-]+)\[.*/\2/p' -e 's/\\:/:/' \
+            -e 's/^([a-z-]+:?):.*/\1/p'
 }
 
 check_words() {

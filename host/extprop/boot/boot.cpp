@@ -216,7 +216,8 @@ Report PreparedDevice::Boot(BootListener* listener,
         }
         if (listener != nullptr) listener->OnStep(step.text);
         StepReport done{static_cast<int>(report_.boots.size()), step.text, {}, {}};
-        report_.failure = booted->Perform(step, i, options_.time_limit, &done.events);
+        report_.failure =
+                booted->Perform(step, static_cast<int>(i), options_.time_limit, &done.events);
         if (listener != nullptr) listener->OnStepEnd();
         sandbox::Snapshot files_now = root_.TakeSnapshot();
         done.files = FileChanges(files, files_now);
