@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds and runs all tests: as they are, and under the sanitizers. Installs what is missing first.
+# Builds and runs all tests: as they are, and under the sanitizers; and clang-tidy.
+# Installs what is missing first.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/scripts/setup.sh"
 cd "$ROOT"
@@ -19,3 +20,7 @@ for preset in default asan tsan; do
     cmake --build --preset "$preset" | tail -n 1
     ctest --preset "$preset" -j "$(nproc)"
 done
+
+echo "== clang-tidy"
+git ls-files 'system/*.cpp' 'host/*.cpp' ':!*_test.cpp' |
+    quietly xargs -P 2 -n 1 clang-tidy -p build/default --quiet

@@ -36,12 +36,13 @@ _extprop() {
             mapfile -t COMPREPLY < <(compgen -W "$requests" -- "$cur")
             return
             ;;
-        --set | --timeout)
+        --set | --brand | --region | --nv | --edit | --timeout)
             return
             ;;
     esac
 
-    local boot="--set --props --request --no-complete --timeout"
+    local boot="--set --props --brand --region --nv --edit --request --no-complete --any-word"
+    boot+=" --timeout"
     local -A options=(
         [boot]="$boot --json --quiet --verbose --html --help"
         [explain]="$boot --all --json --html --help"
@@ -57,7 +58,9 @@ _extprop() {
     local operand=1 i
     for ((i = 2; i < cword; ++i)); do
         case ${words[i]} in
-            --set | --props | --request | --timeout | --html) ((++i)) ;;
+            --set | --props | --brand | --region | --nv | --edit | --request | --timeout | --html)
+                ((++i))
+                ;;
             -*) ;;
             *) ((++operand)) ;;
         esac

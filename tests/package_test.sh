@@ -62,14 +62,68 @@ check_tool() {
     done
 }
 
-check_manual() {
-    local page=$ROOT/usr/share/man/man1/extprop.1.gz text command word
+# Prints the words that stand behind COMMAND, or behind the tool's name if it is empty, one a line:
+# options, commands, and the beginnings of steps, as the tool's own help has them.
+help_words() {
+    # shellcheck disable=SC2086
+    packaged $1 --help | sed -nE -e 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p' \
+        -e '/^Subcommands:/,/^$/s/^  ([a-z]+) .*/\1/p' -e '/^Steps,/,$s/^  ([a-z-]+:?).*/\1/p'
+}
+
+# The same as bash's completion offers them.
+bash_words() (
+    set +eu
+    _filedir() { :; }
+    __ltrim_colon_completions() { :; }
+    # shellcheck disable=SC2034
+    _init_completion() {
+        words=(extprop ${command:+"$command" device} "$typed")
+        cur=$typed cword=$((${#words[@]} - 1))
+    }
+    source "$ROOT/usr/share/bash-completion/completions/extprop"
+    command=$1
+    for typed in "" --; do
+        COMPREPLY=()
+        _extprop
+        printf '%s\n' "${COMPREPLY[@]}"
+    done
+)
+
+# The same as zsh's completion offers them.
+zsh_words() {
+    zsh -fc '
+        compset() { return 1 }
+        _describe() { print -rl -- ${(P)4} ${6:+${(P)6}} }
+        _arguments() {
+            [[ $1 == -C && -n $words ]] || print -rl -- "$@"
+            [[ $1 == -C ]] || { [[ "$*" != *_step* ]] || _extprop_step; return 0 }
+            state=${words:+arguments}
+            [[ -n $state ]] || state=command
+            return 1
+        }
+        words=($2)
+        source $1' zsh "$ROOT/usr/share/zsh/vendor-completions/_extprop" "$1" |
+        sed -nE -e 's/^(\([^)]*\))?\*?(--[a-z-]+)\[.*/\2/p' -e 's/\\:/:/' \
+            -e 's/^([a-z-]+:?):.*/\1/p'
+}
+
+check_words() {
+    local page=$ROOT/usr/share/man/man1/extprop.1.gz text command word known= shell
     mandoc -T lint -W warning "$page" || fail "manual: lint"
     text=$(mandoc -T ascii "$page" | sed 's/.\x08//g' | xargs -d '\n')
-    for command in boot explain diff lint; do
-        for word in $(packaged "$command" --help | sed -nE 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p'); do
-            [[ $text == *" $word"[\ ,:]* ]] || fail "manual: nothing on $word of $command"
+    for command in "" $(help_words "" | grep -v -e --); do
+        for shell in bash zsh; do
+            expect "$shell: words of '$command'" \
+                "$("${shell}_words" "$command" | grep . | sort -u | xargs)" \
+                "$(help_words "$command" | sort -u | xargs)"
         done
+        for word in $(help_words "$command"); do
+            known+=" $word "
+            [[ $text == *" $word"[\ ,:a-z]* ]] || fail "manual: nothing on $word of $command"
+        done
+    done
+    for word in $(grep -oE -e ' --[a-z-]+' <<<"$text"); do
+        [[ $known == *" $word "* ]] || fail "manual: no command has $word"
     done
 }
 
@@ -103,7 +157,7 @@ make_package
 cd "$DOC"
 check_package
 check_tool
-check_manual
+check_words
 for shell in bash zsh; do
     expect "$shell" "$(complete_in "$shell")" "extprop boot samples cota-service:check_mount |"
 done

@@ -84,7 +84,8 @@ std::unique_ptr<Root> MakeRoot(Way way, const std::string& device, const Options
 
 }  // namespace
 
-Process::Process(pid_t pid) : pid_(pid), pidfd_(syscall(SYS_pidfd_open, pid, 0)) {}
+Process::Process(pid_t pid)
+        : pid_(pid), pidfd_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
 
 Process::Process(Process&& other) noexcept : pid_(other.pid_), pidfd_(std::move(other.pidfd_)) {
     other.pid_ = -1;

@@ -215,7 +215,8 @@ Report PreparedDevice::Boot(BootListener* listener,
         }
         if (listener != nullptr) listener->OnStep(step.text);
         StepReport done{static_cast<int>(report_.boots.size()), step.text, {}, {}};
-        report_.failure = booted->Perform(step, i, options_.time_limit, &done.events);
+        report_.failure =
+                booted->Perform(step, static_cast<int>(i), options_.time_limit, &done.events);
         if (listener != nullptr) listener->OnStepEnd();
         done.files = FileChanges(&root_);
         for (const FileEffect& file : done.files) plan.written.insert(file.path);

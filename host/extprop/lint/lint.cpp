@@ -101,7 +101,8 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
         return;
     }
     if (const size_t zero = content->find('\0'); zero != std::string::npos) {
-        const auto line = std::count(content->begin(), content->begin() + zero, '\n') + 1;
+        const std::string_view before(content->data(), zero);
+        const auto line = std::count(before.begin(), before.end(), '\n') + 1;
         findings->Add(kBinary, file.path, static_cast<int>(line),
                       "a zero byte: this is no text file, and was not looked at further");
         return;
