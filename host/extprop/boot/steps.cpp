@@ -143,10 +143,9 @@ void CheckStep(const Step& step) {
         if (step.argument.compare(0, strlen(kMediaRoots), kMediaRoots) == 0) return;
         wanted = std::string("a path that begins with ") + kMediaRoots;
     } else if (known.empty() ||
-               std::find(known.begin(), known.end(), step.argument) != known.end()) {
-        return;
-    } else if (step.copies_logo() && step.argument.find('/') != std::string::npos) {
-        return;  // a logo's path
+               std::find(known.begin(), known.end(), step.argument) != known.end() ||
+               (step.copies_logo() && step.argument.find('/') != std::string::npos)) {
+        return;  // a path, a known word, or the logo copy of a path
     } else {
         wanted = "one of";
         for (const char* argument : known) wanted += std::string(" ") + argument;

@@ -25,6 +25,7 @@ constexpr size_t kLongestRead = 91;
 
 // A partition that the device does not have, for properties that nothing else can set so late.
 constexpr char kTriedRoot[] = "/data/what-if";
+constexpr char kTriedStep[] = "early:/data/what-if";
 
 // A company image's date, a switch key and an operator that no device has.
 constexpr char kTriedDate[] = "what-if";
@@ -226,6 +227,7 @@ std::optional<Words> Requirements::PartitionWords(const Reading& reading) const 
 
 // The directory is loaded by the command of its key, which reads the key's property.
 std::optional<Words> Requirements::KeyDirectoryWords(const Reading& reading) const {
+    if (reading.root == Reading::kElsewhere) return ElsewhereWords(reading);
     const SwitchKey& key = SwitchKeys()[reading.key_index];
     // Another brand or region may bring other values.
     auto words = reading.root_words.empty() ? SetWords(key.property, reading.key, key.key_file)
@@ -256,28 +258,45 @@ std::optional<Words> Requirements::ThroughRoot(const Reading& reading, Words wor
     switch (reading.root) {
         case Reading::kPackage:
         case Reading::kModule:
-        case Reading::kElsewhere: {
-            // The one way there: what is called a verified carrier package is searched too, as soon
-            // as there is any key but a channel.
-            std::vector<std::pair<const char*, std::string>> settings = {
-                    {kCotaVerified, "1"}, {kCotaRoot, reading.place}};
-            const bool is_key =
-                    reading.occasion == Occasion::kKeyDirectory &&
-                    SwitchKeys()[reading.key_index].property != std::string_view(kChannelInfo);
-            const bool has_key = is_key || !ValueOf(kSimSwitchFirst).empty() ||
-                                 !ValueOf(kSimSwitchCurrent).empty() ||
-                                 !ValueOf(kRegionSwitchFirst).empty();
-            if (!has_key) settings.emplace_back(kRegionSwitchFirst, kTriedKey);
-            for (const auto& [name, value] : settings) {
-                auto set = SetWords(name, value, kDataRegionFile);
-                if (!set) return std::nullopt;
-                words = *set + words;
-            }
-            return words + Words{"sim"};
-        }
+        case Reading::kElsewhere:
+            return ElsewhereWords(reading);
         default:
             return reading.root_words + words;
     }
+}
+
+// The one way to a root that nothing searches: what is called a verified carrier package is
+// searched too, as soon as there is any key but a channel. What the keys select may say otherwise,
+// so all is said last.
+std::optional<Words> Requirements::ElsewhereWords(const Reading& reading) const {
+    std::vector<std::pair<std::string, std::string>> settings = {{kCotaVerified, "1"},
+                                                                 {kCotaRoot, reading.place}};
+    Words steps = {kTriedStep, "sim"};
+    Words options;
+    if (reading.occasion == Occasion::kKeyDirectory) {
+        const std::string key = SwitchKeys()[reading.key_index].property;
+        settings.emplace_back(key, reading.key);
+        if (key == kChannelInfo) {
+            settings.emplace_back(kRegionSwitchFirst, kTriedKey);
+            const std::string command = SwitchKeys()[reading.key_index].command;
+            steps = Words{kTriedStep, "sim:" + command} + steps;
+        }
+    } else if (reading.key.empty()) {
+        settings.emplace_back(kOperatorA, kTriedOperator);
+        settings.emplace_back(kOperatorB, kTriedOperator);
+    } else {
+        settings.emplace_back(kRegionSwitchFirst, kTriedKey);
+        auto words = FirstPassWords({"--nv", reading.key});
+        if (!words) return std::nullopt;
+        options = *words;
+    }
+    Words words;
+    for (const auto& [name, value] : settings) {
+        const auto set = LateSetWords(name.c_str(), value);
+        if (!set) return std::nullopt;
+        words.insert(words.end(), set->begin(), set->begin() + 2);  // its step comes once, below
+    }
+    return words + options + steps;
 }
 
 // The company's own root is read by the first step persist that finds a new image.
@@ -338,7 +357,7 @@ std::optional<Words> Requirements::LateSetWords(const char* property,
                                    });
     if (stored_come_later) return Words{"--set", Setting(property, value)};
     return Words{"--edit", std::string(kTriedRoot) + "/build.prop:" + Setting(property, value),
-                 std::string("early:") + kTriedRoot};
+                 kTriedStep};
 }
 
 // Adds what makes a step persist find the key files as the words leave them.

@@ -44,6 +44,7 @@ class Requirements {
     std::optional<Words> KeyDirectoryWords(const Reading& reading) const;
     std::optional<Words> OldKeyWords(const Reading& reading) const;
     std::optional<Words> ThroughRoot(const Reading& reading, Words words) const;
+    std::optional<Words> ElsewhereWords(const Reading& reading) const;
     std::optional<Words> CompanyWords(const Reading& reading) const;
     std::optional<Words> ImportWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> ImportWords(const Importer& importer);
