@@ -190,7 +190,7 @@ std::optional<Words> Requirements::ReadingWords(const SurveyedFile& file,
             if (survey_.unmapped_key.empty() || !survey_.migrates) return std::nullopt;
             // The mark of the migration that this boot made comes after it.
             if (const Origin* mark = tracer_.Winner(kSimSwitchConvert);
-                !ValueOf(kCarrierCode).empty() ||
+                survey_.switch_keys.count(ValueOf(kCarrierCode)) != 0 ||
                 (mark != nullptr &&
                  (mark->kind != OriginKind::kFile || mark->own_file() != kConvertFile))) {
                 return std::nullopt;
@@ -239,7 +239,7 @@ std::optional<Words> Requirements::KeyDirectoryWords(const Reading& reading) con
 // The file of an old nv key's target is loaded wherever switch keys are, the one without a target
 // for any operator pair.
 std::optional<Words> Requirements::OldKeyWords(const Reading& reading) const {
-    if (reading.root == Reading::kCompany) return std::nullopt;
+    if (reading.root == Reading::kCompany) return CompanyWords(reading);
     if (!reading.key.empty()) {
         auto words = FirstPassWords({"--nv", reading.key});
         return words ? ThroughRoot(reading, *words) : words;
@@ -318,6 +318,10 @@ std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
         }
         words = words + Words{"--edit",
                               std::string(key.key_file) + ":" + Setting(key.property, reading.key)};
+    }
+    if (reading.occasion == Occasion::kOldKeyFile) {
+        if (reading.key.empty()) return std::nullopt;
+        words = words + Words{"--nv", reading.key};
     }
     const int boots = static_cast<int>(report_.boots.size());
     if (boots > 1 && HasPersist()) return std::nullopt;
@@ -452,10 +456,31 @@ std::optional<Words> Requirements::ImportWords(const Importer& importer) {
         for (size_t size = importer.path.size() - before.size(); size > 0; --size) {
             const std::string value = importer.path.substr(before.size(), size);
             if (Substituted(text, unknown.name, value) != importer.path) continue;
+            std::set<std::string> way, done;
+            if (ImportsItself(own, unknown.name, value, &way, &done)) continue;
             if (auto set = ReferenceWords(unknown, value)) return *set + words;
         }
     }
     return std::nullopt;
+}
+
+// Whether the file leads back to one on the way to it, if the property has the value.
+bool Requirements::ImportsItself(const std::string& path, const std::string& name,
+                                 const std::string& value, std::set<std::string>* way,
+                                 std::set<std::string>* done) const {
+    if (!way->insert(path).second) return true;
+    auto file = files_.find(path);
+    if (file != files_.end() && done->insert(path).second) {
+        for (const SurveyedImport& import : file->second->imports) {
+            if (!import.filter.empty()) continue;  // whose file's own imports are not followed
+            const std::string text = Substituted(import.text, name, value);
+            for (const auto& [target, own] : import.targets) {
+                if (text == target && ImportsItself(own, name, value, way, done)) return true;
+            }
+        }
+    }
+    way->erase(path);
+    return false;
 }
 
 std::optional<Words> Requirements::ReferenceWords(const ReferringImport::Reference& reference,

@@ -4,6 +4,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,8 @@ class Requirements {
     std::optional<Words> CompanyWords(const Reading& reading) const;
     std::optional<Words> ImportWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> ImportWords(const Importer& importer);
+    bool ImportsItself(const std::string& path, const std::string& name, const std::string& value,
+                       std::set<std::string>* way, std::set<std::string>* done) const;
     std::optional<Words> ReferenceWords(const ReferringImport::Reference& reference,
                                         const std::string& value) const;
 

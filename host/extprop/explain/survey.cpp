@@ -382,6 +382,10 @@ class Surveyor {
     }
 
     void FindOldKeyState() {
+        for (const SurveyedFile& file : survey_.files) {
+            if (!EndsWith(file.path, kSwitchKeyMap)) continue;
+            for (const auto& [key, target] : LoadedFrom(file.path)) survey_.switch_keys.insert(key);
+        }
         PartitionSearchList = findPartitionRoots();
         for (const char* key : {"unmapped", "no key", "0"}) {
             std::string flag, target;

@@ -35,10 +35,11 @@ struct SurveyedFile {
 
 struct Survey {
     std::vector<SurveyedFile> files;
-    std::set<std::string> references;  // the properties that imports refer to
-    std::string unmapped_key;          // an old nv key that no file maps
-    std::string nv_target;             // what the old nv key is mapped to, if there is one
-    bool migrates = false;             // the first step persist would migrate an old key
+    std::set<std::string> references;   // the properties that imports refer to
+    std::set<std::string> switch_keys;  // older keys that some file maps to new ones
+    std::string unmapped_key;           // an old nv key that no file maps
+    std::string nv_target;              // what the old nv key is mapped to, if there is one
+    bool migrates = false;              // the first step persist would migrate an old key
 };
 
 // Surveys the device as it is before a boot; of the lines only those whose names are `wanted`.

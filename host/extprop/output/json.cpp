@@ -168,7 +168,7 @@ void Visit(Fields& fields, SurveyedFile& file) {
 template <typename Fields>
 void Visit(Fields& fields, Survey& survey) {
     fields("files", survey.files)("references", survey.references)(
-            "unmapped_key", survey.unmapped_key)("nv_target", survey.nv_target)("migrates",
+            "unmapped_key", survey.unmapped_key)("switch_keys", survey.switch_keys)("nv_target", survey.nv_target)("migrates",
                                                                                 survey.migrates);
 }
 
