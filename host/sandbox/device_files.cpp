@@ -54,7 +54,7 @@ std::vector<std::string> DeviceFiles::Notes() const {
 }
 
 std::string DeviceFiles::MakeState() const {
-    const std::string state = scratch_.path() + "/state";
+    std::string state = scratch_.path() + "/state";
     Check(mkdir(state.c_str(), 0700) == 0, state);
     return state;
 }

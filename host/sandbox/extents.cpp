@@ -227,7 +227,8 @@ std::string ReadBytes(const Extents& extents, uint64_t offset, size_t size) {
             bytes[begin + i] = reinterpret_cast<const char*>(&part.fill)[(part.offset + i) % 4];
         }
         if (part.file != nullptr &&
-            !android::base::ReadFullyAtOffset(*part.file, &bytes[begin], part.size, part.offset)) {
+            !android::base::ReadFullyAtOffset(*part.file, &bytes[begin], part.size,
+                                              static_cast<off64_t>(part.offset))) {
             Damaged("cannot be read");
         }
     }
@@ -267,9 +268,8 @@ Extents ContentOf(SharedFile file) {
     const off_t size = lseek(file->get(), 0, SEEK_END);  // of a block device too
     Check(size != -1, "cannot be read");
     const Extents whole = {{static_cast<uint64_t>(size), file, 0, 0}};
-    uint32_t magic = 0;
-    const bool sparse = size >= static_cast<off_t>(sizeof(magic)) &&
-                        (magic = RecordAt<uint32_t>(ReadBytes(whole, 0, 4), 0)) == kSparseMagic;
+    const bool sparse = size >= static_cast<off_t>(sizeof(kSparseMagic)) &&
+                        RecordAt<uint32_t>(ReadBytes(whole, 0, 4), 0) == kSparseMagic;
     return sparse ? SparseContent(file, whole) : whole;
 }
 

@@ -181,7 +181,7 @@ std::vector<std::string> RunTool(const std::string& command, const std::string& 
     if (WIFEXITED(status) && WEXITSTATUS(status) == kNotFound) {
         throw std::runtime_error(tool + " is missing, install " + package);
     }
-    const std::vector<std::string> lines = android::base::Split(said, "\n");
+    std::vector<std::string> lines = android::base::Split(said, "\n");
     if (!WIFEXITED(status) || WEXITSTATUS(status) > most_status) {
         if (is_error == nullptr) throw std::runtime_error(tool + " found it damaged");
         is_error = IsLine;

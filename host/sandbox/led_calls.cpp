@@ -295,15 +295,16 @@ long LeadMount(const char* source, const char* target, unsigned long flags) {
 // Does what was asked for. Returns the result or a negative errno.
 long Lead(int number, const unsigned long (&a)[6]) {
     const auto text = [&a](int index) { return reinterpret_cast<const char*>(a[index]); };
-    const auto at = static_cast<int>(a[0]);
+    const auto number_of = [&a](int index) { return static_cast<int>(a[index]); };
+    const int at = number_of(0);
     switch (number) {
 #ifdef SYS_open
         case SYS_open:
-            return LeadOpen(AT_FDCWD, text(0), static_cast<int>(a[1]), a[2]);
+            return LeadOpen(AT_FDCWD, text(0), number_of(1), a[2]);
         case SYS_creat:
             return LeadOpen(AT_FDCWD, text(0), O_CREAT | O_WRONLY | O_TRUNC, a[1]);
         case SYS_access:
-            return LeadAccess(AT_FDCWD, text(0), a[1]);
+            return LeadAccess(AT_FDCWD, text(0), number_of(1));
         case SYS_stat:
             return LeadStatus(AT_FDCWD, text(0), reinterpret_cast<struct stat*>(a[1]), 0);
         case SYS_lstat:
@@ -325,22 +326,23 @@ long Lead(int number, const unsigned long (&a)[6]) {
             return LeadChangeMode(AT_FDCWD, text(0), a[1]);
 #endif
         case SYS_openat:
-            return LeadOpen(at, text(1), static_cast<int>(a[2]), a[3]);
+            return LeadOpen(at, text(1), number_of(2), a[3]);
         case SYS_faccessat:
         case SYS_faccessat2:
-            return LeadAccess(at, text(1), a[2]);
+            return LeadAccess(at, text(1), number_of(2));
         case SYS_newfstatat:
-            return LeadStatus(at, text(1), reinterpret_cast<struct stat*>(a[2]), a[3]);
+            return LeadStatus(at, text(1), reinterpret_cast<struct stat*>(a[2]), number_of(3));
         case SYS_statx:
-            return LeadStatx(at, text(1), a[2], a[3], reinterpret_cast<struct statx*>(a[4]));
+            return LeadStatx(at, text(1), number_of(2), a[3],
+                             reinterpret_cast<struct statx*>(a[4]));
         case SYS_readlinkat:
             return LeadReadLink(at, text(1), reinterpret_cast<char*>(a[2]), a[3]);
         case SYS_mkdirat:
             return LeadMakeDirectory(at, text(1), a[2]);
         case SYS_unlinkat:
-            return LeadRemove(at, text(1), a[2]);
+            return LeadRemove(at, text(1), number_of(2));
         case SYS_fchownat:
-            return LeadChangeOwner(at, text(1), a[2], a[3], a[4]);
+            return LeadChangeOwner(at, text(1), a[2], a[3], number_of(4));
         case SYS_fchmodat:
             return LeadChangeMode(at, text(1), a[2]);
         case SYS_mount:

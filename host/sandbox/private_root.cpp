@@ -187,7 +187,7 @@ class PrivateRoot : public Root {
         root_ = std::move(fds[0]);
         mount_namespace_ = std::move(fds[1]);
         if (geteuid() != 0) user_namespace_ = std::move(fds[2]);
-        files_ = TakeSnapshot(Outside(""));
+        files_ = TakeSnapshot(PrivateRoot::Outside(""));
     }
 
     bool Enter() override {

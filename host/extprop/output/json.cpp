@@ -168,8 +168,8 @@ void Visit(Fields& fields, SurveyedFile& file) {
 template <typename Fields>
 void Visit(Fields& fields, Survey& survey) {
     fields("files", survey.files)("references", survey.references)(
-            "unmapped_key", survey.unmapped_key)("switch_keys", survey.switch_keys)("nv_target", survey.nv_target)("migrates",
-                                                                                survey.migrates);
+            "unmapped_key", survey.unmapped_key)("switch_keys", survey.switch_keys)(
+            "nv_target", survey.nv_target)("migrates", survey.migrates);
 }
 
 template <typename Fields>
