@@ -126,10 +126,6 @@ class BootedDevice {
     std::string last_file_;
 };
 
-bool IsPersistent(const std::string& name) {
-    return android::base::StartsWith(name, "persist.");
-}
-
 // Moves the persistent properties to the stored ones, which come in force later in a boot.
 void SeparateStored(BootPlan* plan) {
     for (auto property = plan->properties.begin(); property != plan->properties.end();) {

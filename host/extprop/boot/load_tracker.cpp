@@ -1,7 +1,6 @@
 #include "boot/load_tracker.h"
 
 #include <fcntl.h>
-#include <string.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -16,17 +15,6 @@
 #include "utils.h"
 
 namespace extprop {
-
-namespace {
-
-bool Passes(const std::string& name, const std::string& filter) {
-    // As the loader compares: as far as a zero byte, a "*" at the end standing for the rest.
-    if (filter.empty()) return true;
-    if (filter.back() == '*') return strncmp(name.c_str(), filter.c_str(), filter.size() - 1) == 0;
-    return strcmp(name.c_str(), filter.c_str()) == 0;
-}
-
-}  // namespace
 
 // A load that is under way.
 struct LoadTracker::Load {
@@ -123,7 +111,7 @@ void LoadTracker::ReadLines(Load* load, const std::string* import_path) {
         const PropertyLine& line = load->lines[load->next++];
         const std::string name(line.name);
         if (line.kind == PropertyLine::kProperty) {
-            const bool passed = Passes(name, load->filter);
+            const bool passed = PassesFilter(name, load->filter);
             if (passed && noted_map_ == load->map) noted_names_.insert(name);
             if (wanted_ && wanted_(name)) {
                 read.lines.push_back({line.number, name, std::string(line.value), passed});

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+#include <android-base/strings.h>
+
 #include "utils.h"
 
 namespace extprop {
@@ -12,6 +14,10 @@ Utf8Locale::Utf8Locale() {
     static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     if (utf8 == locale_t()) throw std::runtime_error("the locale C.UTF-8 is missing");
     previous_ = uselocale(utf8);
+}
+
+bool IsPersistent(const std::string& name) {
+    return android::base::StartsWith(name, "persist.");
 }
 
 std::optional<std::string> WhyRefused(const std::string& name, const std::string& value) {

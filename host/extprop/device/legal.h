@@ -22,6 +22,9 @@ class Utf8Locale {
     locale_t previous_;
 };
 
+// Whether the property is stored, and in force again after a reboot.
+bool IsPersistent(const std::string& name);
+
 // Returns why init refuses the property, by the library's own two functions, or nothing.
 std::optional<std::string> WhyRefused(const std::string& name, const std::string& value);
 

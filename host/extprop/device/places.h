@@ -55,10 +55,18 @@ const std::vector<SwitchKey>& SwitchKeys();
 // Whether the file lies in a switch key's directory below some root's "properties".
 bool IsOfSwitchKey(const std::string& path);
 
+// Words of a command line.
+using Words = std::vector<std::string>;
+
+inline Words operator+(Words words, const Words& more) {
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
 // One reason for which the library reads a file.
 struct Reading {
     Occasion occasion = Occasion::kPartition;
-    std::vector<std::string> root_words;  // that bring its root into the list of partitions
+    Words root_words;  // that bring its root into the list of partitions
     enum Root { kListed, kCompany, kPackage, kModule, kElsewhere } root = kListed;
     std::string place;  // of a root that is not listed: its path
     int key_index = 0;  // of a key directory: in SwitchKeys()

@@ -1,5 +1,7 @@
 #include "device/property_lines.h"
 
+#include <string.h>
+
 namespace extprop {
 
 namespace {
@@ -43,6 +45,13 @@ std::vector<PropertyLine> PropertyLines(std::string_view content, bool filtered)
         if (!text.empty() && text[0] != '#') lines.push_back(Divide(number, text, filtered));
     }
     return lines;
+}
+
+bool PassesFilter(const std::string& name, const std::string& filter) {
+    // As the loader compares: as far as a zero byte, a "*" at the end standing for the rest.
+    if (filter.empty()) return true;
+    if (filter.back() == '*') return strncmp(name.c_str(), filter.c_str(), filter.size() - 1) == 0;
+    return strcmp(name.c_str(), filter.c_str()) == 0;
 }
 
 std::vector<std::string> References(std::string_view text) {

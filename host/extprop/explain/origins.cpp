@@ -3,17 +3,12 @@
 #include <algorithm>
 #include <tuple>
 
-#include <android-base/strings.h>
-
 #include "TesvoExtensionProperty/names.h"
+#include "device/legal.h"
 
 namespace extprop {
 
 namespace {
-
-bool IsPersistent(const std::string& name) {
-    return android::base::StartsWith(name, "persist.");
-}
 
 // How much a fate says of a line that met with several: what it decided comes first.
 int Weight(Fate fate) {

@@ -35,23 +35,12 @@ constexpr char kTriedOperator[] = "if";
 const char* const kRecopyPreload = "persist.sys.recopy.preload.opinstalled";
 constexpr char kCarrierCode[] = "ro.boot.vxcarrier";
 
-Words operator+(Words words, const Words& more) {
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
-}
-
 std::string Setting(const std::string& name, const std::string& value) {
     return name + "=" + value;
 }
 
 bool IsWord(const Step& step, const char* word) {
     return strcmp(step.kind->word, word) == 0;
-}
-
-bool PassesFilter(const std::string& name, const std::string& filter) {
-    if (filter.empty()) return true;
-    if (filter.back() == '*') return StartsWith(name, filter.substr(0, filter.size() - 1));
-    return name == filter;
 }
 
 bool AddsStepWithoutReboot(const Words& words) {
@@ -91,8 +80,10 @@ std::string Substituted(std::string text, const std::string& name, const std::st
 
 const std::vector<const char*>& Requirements::ControlProperties() {
     static const std::vector<const char*> names = {
-            kSimSwitchFirst,     kSimSwitchCurrent,  kChannelInfo, kRegionSwitchFirst, kCompanyDate,
-            kCompanyDateApplied, kEmergencyShutdown, kCarrierCode, kRecopyPreload,
+            kSimSwitchFirst, kSimSwitchCurrent,   kChannelInfo,       kRegionSwitchFirst,
+            kCompanyDate,    kCompanyDateApplied, kEmergencyShutdown, kCarrierCode,
+            kRecopyPreload,  kCotaVerified,       kCotaRoot,          kOperatorA,
+            kOperatorB,      kSimSwitchConvert,
     };
     return names;
 }
@@ -156,7 +147,7 @@ std::optional<Words> Requirements::FileWords(const SurveyedFile& file) {
     if (!is_new) return entry->second;
     for (const Reading& reading : file.readings) {
         if (IsGone(path) || entry->second) break;
-        entry->second = ReadingWords(file, reading);
+        entry->second = ReadingWords(path, reading);
         // What is mounted over the file by then hides it from the steps that the words add.
         if (entry->second && IsCovered(path) && AddsStepWithoutReboot(*entry->second)) {
             entry->second.reset();
@@ -169,9 +160,8 @@ std::optional<Words> Requirements::FileWords(const SurveyedFile& file) {
     return known_[path];
 }
 
-std::optional<Words> Requirements::ReadingWords(const SurveyedFile& file,
+std::optional<Words> Requirements::ReadingWords(const std::string& path,
                                                 const Reading& reading) const {
-    const std::string& path = file.path;
     switch (reading.occasion) {
         case Occasion::kPartition:
             if (reading.root == Reading::kCompany) return CompanyWords(reading);

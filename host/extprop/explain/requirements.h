@@ -12,8 +12,6 @@
 
 namespace extprop {
 
-using Words = std::vector<std::string>;
-
 class Requirements {
   public:
     // What is known once the boot is over. All of it must live as long as this.
@@ -40,7 +38,7 @@ class Requirements {
     std::optional<Words> LineWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> FileWords(const SurveyedFile& file);
     std::optional<Words> WholeFileWords(const SurveyedFile& file);
-    std::optional<Words> ReadingWords(const SurveyedFile& file, const Reading& reading) const;
+    std::optional<Words> ReadingWords(const std::string& path, const Reading& reading) const;
     std::optional<Words> PartitionWords(const Reading& reading) const;
     std::optional<Words> KeyDirectoryWords(const Reading& reading) const;
     std::optional<Words> OldKeyWords(const Reading& reading) const;

@@ -38,12 +38,6 @@ using android::base::EndsWith;
 using android::base::StartsWith;
 
 using Readings = std::map<std::string, std::vector<Reading>>;  // by the device's own path
-using Words = std::vector<std::string>;
-
-Words operator+(Words words, const Words& more) {
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
-}
 
 // No brand that the library knows.
 constexpr char kNoBrand[] = "none";
