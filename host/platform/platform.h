@@ -4,6 +4,7 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "IInitExtensionProperty.h"
@@ -14,6 +15,9 @@ using android::init::PropertyMap;
 
 // Returns a copy of all system properties. Safe from any thread, as is everything below.
 PropertyMap AllProperties();
+
+// Returns the system property's value, or nothing if it is unset.
+std::optional<std::string> FindProperty(const std::string& name);
 
 // Makes `properties` the whole property store.
 void ResetProperties(PropertyMap properties);

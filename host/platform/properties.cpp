@@ -30,6 +30,13 @@ PropertyMap AllProperties() {
     return Store();
 }
 
+std::optional<std::string> FindProperty(const std::string& name) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    auto property = Store().find(name);
+    if (property == Store().end()) return std::nullopt;
+    return property->second;
+}
+
 void ResetProperties(PropertyMap properties) {
     std::lock_guard<std::mutex> lock(g_mutex);
     Store() = std::move(properties);

@@ -23,8 +23,11 @@ class DeviceFiles {
     const std::vector<UnpackedImage>& unpacked() const { return unpacked_; }
     const std::vector<std::string>& hidden() const { return images_.files; }
 
-    View& view() { return view_; }
-    const View& view() const { return view_; }
+    View& view() { return *view_; }
+    const View& view() const { return *view_; }
+
+    // Throws all changes away. In a child process the changes from here on are its own.
+    void Reset();
 
     // What Sandbox has under the same names.
     void AttachBlockDevice(const std::string& path);
@@ -36,13 +39,12 @@ class DeviceFiles {
     void LeaveInChild() { scratch_.LeaveInChild(); }
 
   private:
-    std::string MakeState() const;
-
+    std::string device_;
     ScratchDirectory scratch_;
-    View view_;
     Images images_;
-    std::vector<UnpackedImage>
-            unpacked_;  // the partitions, which are the view's trees but the first
+    // The partitions, which are the view's trees but the first.
+    std::vector<UnpackedImage> unpacked_;
+    std::optional<View> view_;
 };
 
 }  // namespace sandbox

@@ -343,8 +343,7 @@ Images OpenImages(const std::string& device, const Options& options) {
     return images;
 }
 
-UnpackedImage Unpack(const Image& image, const std::string& directory,
-                     std::vector<std::string>* left_out) {
+UnpackedImage Unpack(const Image& image, const std::string& directory) {
     return Naming(image.path, [&]() -> UnpackedImage {
         Extents content = image.content;
         const FileSystem& file_system = FileSystemIn(&content);
@@ -360,7 +359,8 @@ UnpackedImage Unpack(const Image& image, const std::string& directory,
         } else {
             WriteTo(content, file);
         }
-        file_system.unpack(file, directory, left_out);
+        std::vector<std::string> left_out;
+        file_system.unpack(file, directory, &left_out);
         if (is_plain) {
             fcntl(content[0].file->get(), F_SETFD, FD_CLOEXEC);
         } else {
@@ -369,7 +369,7 @@ UnpackedImage Unpack(const Image& image, const std::string& directory,
         MakeReadable(directory);
 
         const std::string parent = ParentOf(image.partition);
-        UnpackedImage unpacked = {directory, "", parent + image.partition, ""};
+        UnpackedImage unpacked = {directory, "", parent + image.partition, "", std::move(left_out)};
         if (parent != "/") unpacked.link = "/" + image.partition;
         // The system's image is that of the root, where there is one.
         const std::string inner = "/" + image.partition;

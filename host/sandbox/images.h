@@ -31,15 +31,14 @@ Images OpenImages(const std::string& device, const Options& options);
 // The files of an image on this machine, and where the device has them.
 struct UnpackedImage {
     std::string directory;
-    std::string path_in_image;  // of the directory, such as "" or "/system"
-    std::string place;          // such as "/mnt/vendor/my_region"
-    std::string link;           // where a link leads there too; empty for none
+    std::string path_in_image;          // of the directory, such as "" or "/system"
+    std::string place;                  // such as "/mnt/vendor/my_region"
+    std::string link;                   // where a link leads there too; empty for none
+    std::vector<std::string> left_out;  // directories whose files are not all there
 };
 
 // Puts the files that a boot can read into the new `directory`. Those that it cannot, such as apps,
-// may be missing; the directories of that kind are empty then and in `*left_out`. Throws
-// std::runtime_error naming the image.
-UnpackedImage Unpack(const Image& image, const std::string& directory,
-                     std::vector<std::string>* left_out);
+// may be missing. Throws std::runtime_error naming the image.
+UnpackedImage Unpack(const Image& image, const std::string& directory);
 
 }  // namespace sandbox

@@ -21,6 +21,11 @@ class LedRoot : public Root {
         return chdir("/") == 0 && LeadCalls(&files_.view());
     }
 
+    bool Reset() override {
+        files_.Reset();
+        return true;
+    }
+
     void AttachBlockDevice(const std::string& path) override { files_.AttachBlockDevice(path); }
 
     std::string Outside(const std::string& path) const override { return files_.Outside(path); }

@@ -20,6 +20,9 @@ class Root {
     // false, with errno set, if that cannot be.
     virtual bool Enter() = 0;
 
+    // Throws all changes away. Returns false if only a new root would be without them.
+    virtual bool Reset() { return false; }
+
     // What Sandbox has under the same names.
     virtual void AttachBlockDevice(const std::string& path) = 0;
     virtual std::string Outside(const std::string& path) const = 0;

@@ -118,7 +118,8 @@ bool Process::WaitForThreads(std::chrono::steady_clock::time_point deadline) con
     return false;
 }
 
-Sandbox::Sandbox(const std::string& device, Options options) : way_(AskedWay(options.way)) {
+Sandbox::Sandbox(const std::string& device, Options options)
+        : device_(device), options_(options), way_(AskedWay(options.way)) {
     const bool can_choose = way_ == Way::kAny;
     if (can_choose) way_ = CanLeadCalls() ? Way::kRedirect : Way::kOverlay;
     try {
@@ -133,6 +134,10 @@ Sandbox::Sandbox(const std::string& device, Options options) : way_(AskedWay(opt
 }
 
 Sandbox::~Sandbox() = default;
+
+void Sandbox::Reset() {
+    if (!root_->Reset()) root_ = MakeRoot(way_, device_, options_);
+}
 
 const char* Sandbox::way() const {
     for (const auto& known : kWays) {

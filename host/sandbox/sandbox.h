@@ -75,6 +75,10 @@ class Sandbox {
     explicit Sandbox(const std::string& device, Options options = {});
     ~Sandbox();
 
+    // Throws all changes away, so that the sandbox is as a new one; none of its processes may run.
+    // A process that has the object from its parent gets changes of its own so. Throws as above.
+    void Reset();
+
     // Starts a process in which the device is "/" and calls `function`, whose result is the
     // process's exit status. Mounts made there end with the process; written files stay. Signals
     // have their default action, the umask is 0 as init's, standard input is empty.
@@ -108,6 +112,8 @@ class Sandbox {
     std::vector<std::string> Notes() const;
 
   private:
+    std::string device_;
+    Options options_;
     Way way_;
     std::unique_ptr<Root> root_;
 };

@@ -75,7 +75,7 @@ class BootedDevice {
         }
         return root.Start([&] {
             channel_.reset();
-            return PlayInit(fetch, plan, theirs.get());
+            return PlayInit(fetch, plan, theirs.get(), &last_file_);
         });
     }
 
@@ -94,9 +94,6 @@ class BootedDevice {
                                    done = true;
                                },
                                [&](Event& event) {
-                                   if (auto* open = std::get_if<OpenEvent>(&event)) {
-                                       last_file_ = open->path;
-                                   }
                                    if (listener_ != nullptr) listener_->OnEvent(event);
                                    events->push_back(std::move(event));
                                },
@@ -115,15 +112,15 @@ class BootedDevice {
         if (!ending.timed_out && ending.signal != 0) {
             failure.signal = std::string("SIG") + sigabbrev_np(ending.signal);
         }
-        if (!last_file_.empty()) failure.last_file = last_file_;
+        if (const std::string file = last_file_.Get(); !file.empty()) failure.last_file = file;
         return failure;
     }
 
     unique_fd channel_;
+    LastFile last_file_;
     sandbox::Process process_;
     BootListener* listener_;
     PropertyMap properties_;
-    std::string last_file_;
 };
 
 // Moves the persistent properties to the stored ones, which come in force later in a boot.
@@ -154,6 +151,17 @@ PreparedDevice::PreparedDevice(const BootOptions& options)
           report_{DevicePath(options.device), {}, {}, {}, std::nullopt, {}},
           root_(report_.device) {
     const Utf8Locale loaded;
+    Prepare();
+}
+
+void PreparedDevice::Reset(const BootOptions& options) {
+    options_ = options;
+    report_ = {options_.device, {}, {}, {}, std::nullopt, {}};
+    root_.Reset();
+    Prepare();
+}
+
+void PreparedDevice::Prepare() {
     MakeEdits(options_.edits, root_);
     SeparateStored(&options_.plan);
     PrepareSplashPartition();

@@ -40,12 +40,18 @@ class PreparedDevice {
 
     const sandbox::Sandbox& root() const { return root_; }
 
-    // Performs the steps. A crash or hang of the library is part of the report. Call it once. The
-    // listener is told of the lines and imports, too, if it is told which lines are `traced`.
+    // Makes it as new, with other options for the same device. Throws as above. A process that has
+    // it from its parent has to do so first.
+    void Reset(const BootOptions& options);
+
+    // Performs the steps. A crash or hang of the library is part of the report. Call it once,
+    // or once for each Reset. The listener is told of the lines and imports, too, if it is told
+    // which lines are `traced`.
     Report Boot(BootListener* listener = nullptr,
                 const std::function<bool(const std::string& name)>& traced = nullptr);
 
   private:
+    void Prepare();
     void PrepareSplashPartition();
 
     BootOptions options_;

@@ -89,11 +89,12 @@ FetchExtension LoadExtension() {
     return reinterpret_cast<FetchExtension>(fetch);
 }
 
-int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel) {
-    Reporter reporter(channel, plan.quiet, plan.traced);
+int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file) {
+    Reporter reporter(channel, plan.detail, plan.traced, last_file);
     for (const std::string& path : plan.written) reporter.tracker()->Written(path);
     g_reporter = &reporter;
-    android::base::SetMinimumLogSeverity(android::base::VERBOSE);
+    const bool logs = plan.detail == Detail::kEverything;
+    android::base::SetMinimumLogSeverity(logs ? android::base::VERBOSE : android::base::FATAL);
     android::base::SetLogger(
             [&reporter](android::base::LogId, android::base::LogSeverity severity, const char*,
                         const char* file, unsigned line,
@@ -108,7 +109,8 @@ int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel) {
         const int index = std::get<StepRequest>(message).index;
         if (index >= 0) init.Perform(plan.steps[index]);
         if (index == kEndOfBoot) init.TakeStored();
-        reporter.Send(StepDone{platform::AllProperties()});
+        const bool asked = plan.detail == Detail::kEverything || index == kEndOfBoot;
+        reporter.Send(StepDone{asked ? platform::AllProperties() : PropertyMap()});
     }
     return 0;
 }

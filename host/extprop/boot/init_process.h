@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 
+#include "boot/last_file.h"
 #include "boot/steps.h"
 
 namespace extprop {
@@ -16,6 +17,13 @@ using FetchExtension = IInitExtensionProperty* (*)(const char* library);
 // Loads the extension library as init does. Throws std::runtime_error.
 FetchExtension LoadExtension();
 
+// What is told of a boot besides what init has at its end.
+enum class Detail {
+    kEverything,
+    kOrigins,  // what the origins of the traced names are found by, and no more
+    kNothing,
+};
+
 // What one boot is made of.
 struct BootPlan {
     std::vector<Step> steps;
@@ -23,7 +31,7 @@ struct BootPlan {
     PropertyMap stored;                 // the persistent ones that come in force behind `early`
     std::vector<std::string> requests;  // of the installing service, while a bind thread runs
     std::set<std::string> written;      // the files that an earlier boot wrote
-    bool quiet = false;                 // tells only what changes properties and files
+    Detail detail = Detail::kEverything;
     // The names whose lines are told of, so that their origins can be known; none if empty.
     std::function<bool(const std::string& name)> traced;
 };
@@ -31,8 +39,9 @@ struct BootPlan {
 // Plays init for one boot, in a process of its own: fetches the extension, then performs the step
 // of the plan whose index arrives at `channel`, until that is closed; kNoStep asks for nothing, and
 // kEndOfBoot for what belongs to a boot that no later step has brought. Sends an event for each
-// thing that happens and, after each request, StepDone. Returns the process's exit status.
-int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel);
+// thing that happens and, after each request, StepDone. Whatever becomes of the process,
+// `last_file` has the file that it opened last. Returns the process's exit status.
+int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file);
 
 inline constexpr int kNoStep = -1;
 inline constexpr int kEndOfBoot = -2;

@@ -22,7 +22,7 @@ void PlayInstallingService(const std::vector<std::string>& requests, Reporter* r
             std::this_thread::sleep_for(1ms);
             acknowledged = android::base::GetProperty(kCotaBindRequest, "") == kAcknowledged;
         }
-        if (!acknowledged) reporter->Send(UnacknowledgedEvent{request});
+        if (!acknowledged) reporter->Tell(UnacknowledgedEvent{request});
     }
 }
 

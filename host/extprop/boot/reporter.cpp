@@ -58,26 +58,6 @@ class Unobserved {
 
 thread_local int Unobserved::depth = 0;
 
-// Makes the properties the system's, but for those that init refuses, and tells what became of
-// them.
-Handover Apply(const PropertyMap& properties) {
-    Handover handover;
-    handover.properties = properties;
-    const PropertyMap before = platform::AllProperties();
-    for (const auto& [name, value] : properties) {
-        if (auto reason = WhyRefused(name, value)) {
-            handover.refused.push_back({name, value, *reason});
-            continue;
-        }
-        auto old = before.find(name);
-        if (old != before.end() && old->second == value) continue;
-        handover.changes.push_back({name, value, std::nullopt});
-        if (old != before.end()) handover.changes.back().previous = old->second;
-        platform::StoreProperty(name, value);
-    }
-    return handover;
-}
-
 // Returns the content of a regular file or block device; nothing of what might have no end.
 std::string LogoContent(const std::string& path) {
     struct stat status;
@@ -95,15 +75,40 @@ void Reporter::Send(const Message& message) {
     SendMessage(channel_, message);
 }
 
+void Reporter::Tell(Event event) {
+    if (detail_ != Detail::kNothing) Send(std::move(event));
+}
+
+// Makes the properties the system's, but for those that init refuses, and returns what became of
+// those that are told of.
+Handover Reporter::Apply(const PropertyMap& properties) const {
+    Handover handover;
+    for (const auto& [name, value] : properties) {
+        const bool told = detail_ == Detail::kEverything || (wanted_ && wanted_(name));
+        if (told) handover.properties.emplace_hint(handover.properties.end(), name, value);
+        if (auto reason = WhyRefused(name, value)) {
+            if (told) handover.refused.push_back({name, value, *reason});
+            continue;
+        }
+        auto old = platform::FindProperty(name);
+        if (old == value) continue;
+        platform::StoreProperty(name, value);
+        if (told) handover.changes.push_back({name, value, std::move(old)});
+    }
+    return handover;
+}
+
 void Reporter::OnCallback(int mode, const PropertyMap& properties, const void* frame) {
     const Unobserved unobserved;
     CallbackEvent event;
     event.mode = mode;
-    event.operations = CallChain();
-    event.map = tracker_.HandedOver(event.operations, frame);
+    if (detail_ != Detail::kNothing) {
+        event.operations = CallChain();
+        event.map = tracker_.HandedOver(event.operations, frame);
+    }
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
     static_cast<Handover&>(event) = Apply(properties);
-    Send(std::move(event));
+    Tell(std::move(event));
 }
 
 void Reporter::OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation) {
@@ -112,23 +117,23 @@ void Reporter::OnMap(const PropertyMap& loaded, const PropertyMap* map, const ch
     event.map = tracker_.TakenOver(map);
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
     static_cast<Handover&>(event) = Apply(loaded);
-    Send(std::move(event));
+    Tell(std::move(event));
 }
 
 void Reporter::OnStored(const PropertyMap& stored) {
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
-    Send(StoredEvent{Apply(stored)});
+    Tell(StoredEvent{Apply(stored)});
 }
 
 void Reporter::OnRequest(const std::string& name, const std::string& value) {
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
     platform::StoreProperty(name, value);
-    Send(RequestEvent{name, value});
+    Tell(RequestEvent{name, value});
 }
 
 void Reporter::OnLog(android::base::LogSeverity severity, const char* file, unsigned line,
                      const char* message) {
-    if (quiet_) return;
+    if (detail_ != Detail::kEverything) return;
     Send(LogEvent{SeverityName(severity), file, static_cast<int>(line), message});
 }
 
@@ -137,7 +142,7 @@ void Reporter::ReportLogo() {
     const Unobserved unobserved;
     const std::string logo = LogoContent(logo_source_);
     if (!logo.empty() && android::base::StartsWith(LogoContent(kSplashPartition), logo)) {
-        Send(LogoEvent{logo_source_, static_cast<int>(logo.size())});
+        Tell(LogoEvent{logo_source_, static_cast<int>(logo.size())});
     }
     logo_source_.clear();
 }
@@ -148,6 +153,7 @@ void Reporter::OnOpen(const char* path, int flags) {
     const bool writes = (flags & O_ACCMODE) != O_RDONLY;
     {
         std::lock_guard<std::mutex> lock(mutex_);
+        last_file_->Set(path);
         if (!writes) {
             last_read_ = path;
         } else if (std::string_view(path) == kSplashPartition) {
@@ -155,23 +161,23 @@ void Reporter::OnOpen(const char* path, int flags) {
         }
     }
     if (writes) tracker_.Written(path);
-    Send(OpenEvent{path, writes});
+    if (detail_ == Detail::kEverything) Send(OpenEvent{path, writes});
 }
 
 void Reporter::OnLoad(const char* path, const char* filter, const PropertyMap* properties) {
-    if (quiet_ && !tracker_.notes_names()) return;
+    if (!follows_loads()) return;
     const Unobserved unobserved;
     tracker_.Begin(path, filter, properties);
 }
 
 void Reporter::OnLoaded(const PropertyMap* properties) {
-    if (quiet_ && !tracker_.notes_names()) return;
+    if (!follows_loads()) return;
     const Unobserved unobserved;
     tracker_.End(properties);
 }
 
 void Reporter::OnLookUp(const char* path, const char* name) {
-    if (quiet_) return;
+    if (detail_ == Detail::kNothing) return;
     const Unobserved unobserved;
     LookUpEvent event;
     event.path = PlainPath(path);
@@ -205,16 +211,17 @@ void Reporter::OnMount(const char* source, const char* target, unsigned long fla
         event.covers = RealPath(target, true).value_or(target);
         tracker_.Bound(source, target, (flags & MS_REC) != 0);
     }
-    Send(std::move(event));
+    Tell(std::move(event));
 }
 
 void Reporter::OnPropertySet(const std::string& name, const std::string& value) {
+    if (detail_ == Detail::kNothing) return;
     const Unobserved unobserved;
     Send(PropertyEvent{name, value, CallChain()});
 }
 
 void Reporter::OnRestorecon(const char* path, unsigned int flags, int result) {
-    Send(RestoreconEvent{path, static_cast<int>(flags), result});
+    Tell(RestoreconEvent{path, static_cast<int>(flags), result});
 }
 
 }  // namespace extprop

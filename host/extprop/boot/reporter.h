@@ -7,6 +7,7 @@
 
 #include <android-base/logging.h>
 
+#include "boot/init_process.h"
 #include "boot/load_tracker.h"
 #include "boot/message.h"
 #include "platform.h"
@@ -15,14 +16,20 @@ namespace extprop {
 
 class Reporter : public platform::Observer, private LoadListener {
   public:
-    // Sends to `channel`; the lines of files only if their names are `wanted`.
-    Reporter(int channel, bool quiet, std::function<bool(const std::string& name)> wanted)
+    // Sends to `channel`; the lines of files only if their names are `wanted`. `last_file` must
+    // live as long as this.
+    Reporter(int channel, Detail detail, std::function<bool(const std::string& name)> wanted,
+             LastFile* last_file)
             : channel_(channel),
-              quiet_(quiet),
+              detail_(detail),
               wanted_(wanted),
-              tracker_(this, std::move(wanted)) {}
+              tracker_(this, std::move(wanted)),
+              last_file_(last_file) {}
 
     void Send(const Message& message);
+
+    // Sends the event if so much detail is asked for.
+    void Tell(Event event);
 
     // The callback of the library, called from the frame whose address is `frame` or one above.
     void OnCallback(int mode, const PropertyMap& properties, const void* frame);
@@ -54,15 +61,20 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnRestorecon(const char* path, unsigned int flags, int result) override;
 
   private:
-    void OnLoadBegun(LoadEvent event) override { Send(std::move(event)); }
+    bool follows_loads() const { return detail_ != Detail::kNothing || tracker_.notes_names(); }
+
+    Handover Apply(const PropertyMap& properties) const;
+
+    void OnLoadBegun(LoadEvent event) override { Tell(std::move(event)); }
     void OnLinesRead(LinesRead lines) override { Send(std::move(lines)); }
     void OnImportRead(ImportRead import) override { Send(std::move(import)); }
 
     std::mutex mutex_;
     int channel_;
-    bool quiet_;
+    Detail detail_;
     std::function<bool(const std::string& name)> wanted_;
     LoadTracker tracker_;
+    LastFile* last_file_;
     std::string last_read_;
     std::string logo_source_;  // what was read before the splash partition was opened for output
 };

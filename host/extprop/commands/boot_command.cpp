@@ -37,7 +37,7 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
     BootOptions options = OptionsOf(device, arguments);
     Report report;
     if (page.empty()) {
-        options.plan.quiet = quiet;
+        if (quiet) options.plan.detail = Detail::kNothing;
         report = PreparedDevice(options).Boot();
     } else {
         const Explanation explanation = Explain(options, {kEverything}, &report);

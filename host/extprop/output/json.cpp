@@ -143,11 +143,6 @@ void Visit(Fields& fields, StepRequest& request) {
 }
 
 template <typename Fields>
-void Visit(Fields& fields, StepDone& done) {
-    fields("properties", done.properties);
-}
-
-template <typename Fields>
 void Visit(Fields& fields, SurveyedImport& import) {
     fields("line", import.line)("text", import.text)("filter", import.filter)("targets",
                                                                               import.targets);
@@ -282,6 +277,30 @@ std::vector<LineRead> ReadLines(const std::string& text) {
     return lines;
 }
 
+// All properties of a device likewise: the lengths of the name and of the value, and both.
+std::string WriteProperties(const PropertyMap& properties) {
+    std::string text;
+    for (const auto& [name, value] : properties) {
+        text += std::to_string(name.size()) + " " + std::to_string(value.size()) + " " + name +
+                value;
+    }
+    return text;
+}
+
+PropertyMap ReadProperties(const std::string& text) {
+    PropertyMap properties;
+    for (size_t at = 0; at < text.size();) {
+        char* next = nullptr;
+        const size_t name = strtoul(text.c_str() + at, &next, 10);
+        const size_t value = strtoul(next, &next, 10);
+        at = next + 1 - text.c_str();
+        properties.emplace_hint(properties.end(), text.substr(at, name),
+                                text.substr(at + name, value));
+        at += name + value;
+    }
+    return properties;
+}
+
 template <typename T>
 json Write(const T& value) {
     if constexpr (kIsPlain<T>) {
@@ -374,7 +393,13 @@ json Document(const T& value, int format) {
 }  // namespace
 
 json ToJson(const Message& message) {
-    return {message.index(), std::visit([](const auto& kind) { return Write(kind); }, message)};
+    const json body = std::visit(
+            Overloaded{
+                    [](const StepDone& done) -> json { return WriteProperties(done.properties); },
+                    [](const auto& kind) { return Write(kind); },
+            },
+            message);
+    return {message.index(), body};
 }
 
 Message MessageFromJson(const json& document) {
@@ -385,7 +410,7 @@ Message MessageFromJson(const json& document) {
             Read(body, &message.emplace<StepRequest>());
             break;
         case 1:
-            Read(body, &message.emplace<StepDone>());
+            message = StepDone{ReadProperties(body.get_ref<const std::string&>())};
             break;
         case 2:
             Read(body, &message.emplace<Event>());
