@@ -25,6 +25,8 @@ constexpr Command kCommands[] = {
         {"boot", "Play init over a device directory and show what the library does", RunBoot},
         {"explain", "Boot, and tell where the values of properties come from", RunExplain},
         {"diff", "Boot twice and show which properties differ, and why", RunDiff},
+        {"matrix", "Boot every variant and show which values properties have, and for whom",
+         RunMatrix},
         {"lint", "Find in a device directory what would hurt on the phone", RunLint},
 };
 

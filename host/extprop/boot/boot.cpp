@@ -148,20 +148,20 @@ std::vector<FileEffect> FileChanges(sandbox::Sandbox* root) {
 PreparedDevice::PreparedDevice(const BootOptions& options)
         : options_(options),
           fetch_(LoadExtension()),
-          report_{DevicePath(options.device), {}, {}, {}, std::nullopt, {}},
-          root_(report_.device) {
+          path_(DevicePath(options.device)),
+          root_(path_) {
     const Utf8Locale loaded;
     Prepare();
 }
 
 void PreparedDevice::Reset(const BootOptions& options) {
     options_ = options;
-    report_ = {options_.device, {}, {}, {}, std::nullopt, {}};
     root_.Reset();
     Prepare();
 }
 
 void PreparedDevice::Prepare() {
+    report_ = {path_, {}, {}, {}, std::nullopt, {}};
     MakeEdits(options_.edits, root_);
     SeparateStored(&options_.plan);
     PrepareSplashPartition();

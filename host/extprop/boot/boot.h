@@ -56,6 +56,7 @@ class PreparedDevice {
 
     BootOptions options_;
     FetchExtension fetch_;
+    std::string path_;
     Report report_;
     sandbox::Sandbox root_;
 };

@@ -1,13 +1,19 @@
 #include "boot/message.h"
 
+#include <errno.h>
 #include <limits.h>
 #include <poll.h>
 #include <stdint.h>
 #include <string.h>
+#include <sys/socket.h>
 
 #include <algorithm>
+#include <stdexcept>
 
+#include <android-base/cmsg.h>
 #include <android-base/file.h>
+#include <android-base/logging.h>
+#include <android-base/unique_fd.h>
 
 #include "output/json.h"
 
@@ -35,6 +41,24 @@ Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
     if (!android::base::ReadFully(fd, body.data(), body.size())) return Received::kEnd;
     *document = json::from_cbor(body);
     return Received::kMessage;
+}
+
+std::optional<json> AskInside(const sandbox::Sandbox& root, const std::function<json()>& question,
+                              std::chrono::seconds limit) {
+    android::base::unique_fd ours, theirs;
+    if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &ours, &theirs)) {
+        throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
+    }
+    sandbox::Process process = root.Start([&] {
+        ours.reset();
+        android::base::SetLogger([](auto&&...) {});
+        return SendDocument(theirs.get(), question()) ? 0 : 1;
+    });
+    theirs.reset();
+    json answer;
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    if (ReceiveDocument(ours.get(), deadline, &answer) != Received::kMessage) return std::nullopt;
+    return answer;
 }
 
 bool SendMessage(int fd, const Message& message) {

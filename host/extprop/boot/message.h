@@ -3,11 +3,14 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
+#include <optional>
 #include <variant>
 
 #include <nlohmann/json.hpp>
 
 #include "boot/report.h"
+#include "sandbox.h"
 
 namespace extprop {
 
@@ -37,5 +40,11 @@ Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
 
 // Receives one message so.
 Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message);
+
+// Has the question answered in a process inside the sandbox. Returns nothing if that crashes or
+// does not come back within the limit.
+std::optional<nlohmann::json> AskInside(const sandbox::Sandbox& root,
+                                        const std::function<nlohmann::json()>& question,
+                                        std::chrono::seconds limit);
 
 }  // namespace extprop

@@ -39,10 +39,14 @@ void PrintJson(const nlohmann::json& document) {
     std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
 }
 
-ExitStatus Warn(const Report& report) {
+void TellNotes(const Report& report) {
     for (const std::string& note : report.notes) {
         std::cerr << "extprop: note: " << note << "\n";
     }
+}
+
+ExitStatus Warn(const Report& report) {
+    TellNotes(report);
     if (!report.failure) return kDone;
     std::cerr << "extprop: " << FailureText(*report.failure) << "\n";
     return kLibraryFailed;

@@ -25,6 +25,7 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
 ExitStatus RunExplain(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunDiff(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunLint(const Command& command, const std::vector<std::string>& words);
+ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& words);
 
 // Returns a parser for the command's words.
 std::unique_ptr<CLI::App> MakeApp(const Command& command);
@@ -34,6 +35,9 @@ bool Parse(CLI::App* app, std::vector<std::string> words);
 
 // Prints the document. Bytes that are not UTF-8 cannot stand in JSON and are replaced.
 void PrintJson(const nlohmann::json& document);
+
+// Says on standard error what the user should know of a boot besides what it came to.
+void TellNotes(const Report& report);
 
 // Says on standard error what the user should know of a boot besides its outcome, and returns the
 // exit status that it gives.

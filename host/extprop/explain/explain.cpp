@@ -8,14 +8,14 @@
 
 namespace extprop {
 
-namespace {
-
 bool Matches(const std::string& name, const std::vector<std::string>& patterns) {
     for (const std::string& pattern : patterns) {
         if (pattern == kEverything || fnmatch(pattern.c_str(), name.c_str(), 0) == 0) return true;
     }
     return false;
 }
+
+namespace {
 
 Origin UnloadedOrigin(const SurveyedFile& file, const LineRead& line) {
     Origin origin;

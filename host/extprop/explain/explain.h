@@ -13,6 +13,9 @@ namespace extprop {
 // The pattern of all names, which may be none.
 inline constexpr char kEverything[] = "*";
 
+// Whether the name matches one of the patterns, as in a shell.
+bool Matches(const std::string& name, const std::vector<std::string>& patterns);
+
 struct ExplainedProperty {
     std::string name;
     std::optional<std::string> value;  // at the end

@@ -193,6 +193,50 @@ void Visit(Fields& fields, Difference& difference) {
     fields("added", difference.added)("removed", difference.removed)("changed", difference.changed);
 }
 
+template <typename Fields>
+void Visit(Fields& fields, Outcome& outcome) {
+    fields("words", outcome.words)("changed", outcome.changed)("removed", outcome.removed)(
+            "failure", outcome.failure);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, VariantLine& line) {
+    fields("variant", line.variant)("properties", line.properties)("failure", line.failure);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, SummaryVariant& variant) {
+    fields("variant", variant.variant)("words", variant.words)("failure", variant.failure);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, SummaryValue& value) {
+    fields("value", value.value)("variants", value.variants)("origin", value.origin);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, SummaryProperty& property) {
+    fields("name", property.name)("values", property.values);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, Summary& summary) {
+    fields("device", summary.device)("variants", summary.variants)("properties",
+                                                                   summary.properties);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, MatrixChange& change) {
+    fields("name", change.name)("a", change.a)("b", change.b)("variants", change.variants);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, MatrixDifference& difference) {
+    fields("a", difference.device_a)("b", difference.device_b)("variants", difference.variants)(
+            "failed", difference.failed)("only_a", difference.only_a)("only_b", difference.only_b)(
+            "changes", difference.changes);
+}
+
 // The names of the kinds of events, in the order of the variant.
 constexpr const char* kEventNames[] = {
         "callback", "map",      "stored",     "log",  "open",    "load",          "look-up",
@@ -225,7 +269,7 @@ struct IsOptional<std::optional<T>> : std::true_type {};
 
 template <typename T>
 constexpr bool kIsPlain =
-        std::is_arithmetic_v<T> || std::is_same_v<T, std::string> ||
+        std::is_arithmetic_v<T> || std::is_same_v<T, std::string> || std::is_same_v<T, json> ||
         std::is_same_v<T, PropertyMap> || std::is_same_v<T, std::set<std::string>> ||
         std::is_same_v<T, std::pair<std::string, std::string>>;
 
@@ -301,6 +345,22 @@ PropertyMap ReadProperties(const std::string& text) {
     return properties;
 }
 
+json WriteVariant(const Variant& variant) {
+    json document = json::object();
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        if (variant[axis]) document[kAxisNames[axis]] = *variant[axis];
+    }
+    return document;
+}
+
+Variant ReadVariant(const json& document) {
+    Variant variant;
+    for (const auto& [name, value] : document.items()) {
+        variant[AxisNamed(name)] = value.get<std::string>();
+    }
+    return variant;
+}
+
 template <typename T>
 json Write(const T& value) {
     if constexpr (kIsPlain<T>) {
@@ -318,6 +378,8 @@ json Write(const T& value) {
         return array;
     } else if constexpr (std::is_same_v<T, Origin>) {
         return WriteOrigin(value);
+    } else if constexpr (std::is_same_v<T, Variant>) {
+        return WriteVariant(value);
     } else if constexpr (std::is_same_v<T, Event>) {
         json event = std::visit([](const auto& kind) { return Write(kind); }, value);
         event["event"] = kEventNames[value.index()];
@@ -373,6 +435,8 @@ void Read(const json& document, T* value) {
         for (const json& element : document) Read(element, &value->emplace_back());
     } else if constexpr (std::is_same_v<T, Event>) {
         ReadEvent(document, value);
+    } else if constexpr (std::is_same_v<T, Variant>) {
+        *value = ReadVariant(document);
     } else {
         Reader reader(document);
         Visit(reader, *value);
@@ -382,6 +446,9 @@ void Read(const json& document, T* value) {
 constexpr int kReportFormat = 2;
 constexpr int kExplanationFormat = 2;
 constexpr int kDifferenceFormat = 2;
+constexpr int kSummaryFormat = 1;
+constexpr int kMatrixDifferenceFormat = 1;
+constexpr int kVariantListFormat = 1;
 
 template <typename T>
 json Document(const T& value, int format) {
@@ -432,6 +499,50 @@ Survey SurveyFromJson(const json& document) {
     Survey survey;
     Read(document, &survey);
     return survey;
+}
+
+json ToJson(const Outcome& outcome) {
+    return Write(outcome);
+}
+
+Outcome OutcomeFromJson(const json& document) {
+    Outcome outcome;
+    Read(document, &outcome);
+    return outcome;
+}
+
+json ToJson(const Origin& origin) {
+    return Write(origin);
+}
+
+VariantLine VariantLineFromJson(const json& document) {
+    VariantLine line;
+    Read(document, &line);
+    return line;
+}
+
+Summary SummaryFromJson(const json& document) {
+    Summary summary;
+    Read(document, &summary);
+    return summary;
+}
+
+json ToJson(const VariantLine& line) {
+    return Write(line);
+}
+
+json ToJson(const Summary& summary) {
+    return Document(summary, kSummaryFormat);
+}
+
+json ToJson(const MatrixDifference& difference) {
+    return Document(difference, kMatrixDifferenceFormat);
+}
+
+json ToJson(const VariantList& list) {
+    json axes = json::object();
+    for (int axis = 0; axis < kAxisCount; ++axis) axes[kAxisNames[axis]] = list.axes[axis];
+    return {{"format", kVariantListFormat}, {"axes", axes}, {"variants", Write(list.variants)}};
 }
 
 json ToJson(const Report& report) {

@@ -9,6 +9,8 @@
 #include "boot/message.h"
 #include "explain/diff.h"
 #include "explain/explain.h"
+#include "matrix/lines.h"
+#include "matrix/matrix_diff.h"
 
 namespace extprop {
 
@@ -20,7 +22,19 @@ Message MessageFromJson(const json& message);
 json ToJson(const Survey& survey);
 Survey SurveyFromJson(const json& document);
 
+json ToJson(const Outcome& outcome);
+Outcome OutcomeFromJson(const json& document);
+
+json ToJson(const Origin& origin);
+
+VariantLine VariantLineFromJson(const json& document);
+Summary SummaryFromJson(const json& document);
+
 // The documents that docs/json.md describes.
+json ToJson(const VariantLine& line);
+json ToJson(const Summary& summary);
+json ToJson(const MatrixDifference& difference);
+json ToJson(const VariantList& list);
 json ToJson(const Report& report);
 json ToJson(const Explanation& explanation);
 json ToJson(const Difference& difference);

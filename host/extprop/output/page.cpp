@@ -12,7 +12,7 @@ namespace extprop {
 
 namespace {
 
-// Where page.html has its data.
+// Where the pages have their data.
 constexpr std::string_view kDataMark = "{{data}}";
 
 // JSON has "<" in strings only; escaped, no text of theirs can end the element it stands in.
@@ -21,14 +21,21 @@ std::string ScriptText(const json& data) {
     return android::base::StringReplace(text, "<", "\\u003c", true);
 }
 
+std::string Page(std::string page, const json& data) {
+    return page.replace(page.find(kDataMark), kDataMark.size(), ScriptText(data));
+}
+
 }  // namespace
 
 std::string ReportPage(const Report& report, const Explanation& explanation) {
     json data = ToJson(report);
     data["failure"] = report.failure ? json(FailureText(*report.failure)) : json();
     data["properties"] = ToJson(explanation)["properties"];
-    std::string page = kPage;
-    return page.replace(page.find(kDataMark), kDataMark.size(), ScriptText(data));
+    return Page(kPage, data);
+}
+
+std::string SummaryPage(const Summary& summary) {
+    return Page(kMatrixPage, ToJson(summary));
 }
 
 }  // namespace extprop

@@ -5,11 +5,15 @@
 #include <string>
 
 #include "explain/explain.h"
+#include "matrix/summary.h"
 
 namespace extprop {
 
 // Returns one self-contained page for a report and its explanation: each property with its origins,
 // then what the steps did. Its data are the documents of docs/json.md.
 std::string ReportPage(const Report& report, const Explanation& explanation);
+
+// Returns one self-contained page for the summary: its properties by its variants.
+std::string SummaryPage(const Summary& summary);
 
 }  // namespace extprop

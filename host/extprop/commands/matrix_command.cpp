@@ -1,0 +1,205 @@
+#include <stdio.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+
+#include <android-base/strings.h>
+
+#include "commands/command.h"
+#include "commands/matrix_options.h"
+#include "commands/options.h"
+#include "explain/explain.h"
+#include "input_error.h"
+#include "matrix/lines.h"
+#include "matrix/workers.h"
+#include "output/json.h"
+#include "output/matrix_text.h"
+#include "output/page.h"
+
+namespace extprop {
+
+namespace {
+
+struct Arguments {
+    std::vector<std::string> words;  // DEVICE, DEVICE, NAME and STEP
+    std::vector<std::string> devices;
+    std::vector<std::string> names;
+    BootArguments boot;
+    ChoiceArguments choice;
+    std::string shard;
+    std::vector<std::string> merged;
+    std::string page;
+    bool list = false;
+    bool json = false;
+};
+
+void Divide(Arguments* arguments) {
+    for (const std::string& word : arguments->words) {
+        if (IsStepWord(word)) {
+            arguments->boot.steps.push_back(word);
+        } else if (arguments->devices.empty() || word.find('/') != std::string::npos ||
+                   (arguments->devices.size() == 1 && arguments->names.empty() &&
+                    std::filesystem::is_directory(word))) {
+            arguments->devices.push_back(word);
+        } else {
+            arguments->names.push_back(word);
+        }
+    }
+    if (arguments->devices.size() > 2) throw InputError("matrix: more than two devices are given");
+}
+
+// Keeps those of the shard's, such as "2/3".
+void KeepShard(const std::string& shard, std::vector<Variant>* variants) {
+    if (shard.empty()) return;
+    size_t number = 0, count = 0;
+    char rest;
+    if (sscanf(shard.c_str(), "%zu/%zu%c", &number, &count, &rest) != 2 || number < 1 ||
+        number > count) {
+        throw InputError("--shard '" + shard + "': expected I/N, with I from 1 to N");
+    }
+    std::vector<Variant> kept;
+    for (size_t i = number - 1; i < variants->size(); i += count) kept.push_back((*variants)[i]);
+    *variants = std::move(kept);
+}
+
+void PrintLine(const json& document) {
+    std::cout << document.dump(-1, ' ', false, json::error_handler_t::replace) << "\n";
+}
+
+// Prints the words of every unknown name. Returns whether there is one.
+bool TellUnknown(const std::vector<std::string>& patterns, const Summary& summary) {
+    bool found = false;
+    for (const std::string& pattern : patterns) {
+        bool known = false;
+        for (const SummaryProperty& property : summary.properties) {
+            known |= Matches(property.name, {pattern});
+        }
+        if (known) continue;
+        std::cerr << "extprop: no variant has '" << pattern << "'\n";
+        found = true;
+    }
+    return found;
+}
+
+ExitStatus Print(const Summary& summary, const Arguments& arguments) {
+    if (!arguments.page.empty()) WriteOutput(arguments.page, SummaryPage(summary));
+    if (arguments.json) {
+        PrintLine({{"summary", ToJson(summary)}});
+    } else {
+        std::cout << SummaryText(summary);
+    }
+    for (const SummaryVariant& variant : summary.variants) {
+        if (variant.failure) return kLibraryFailed;
+    }
+    return TellUnknown(arguments.names, summary) ? kBadInput : kDone;
+}
+
+ExitStatus Merge(const Arguments& arguments) {
+    LineMerger merger;
+    for (const std::string& file : arguments.merged) merger.Read(file);
+    return Print(merger.Summarize(arguments.words), arguments);
+}
+
+ExitStatus Compare(const Arguments& arguments) {
+    if (!arguments.page.empty()) throw InputError("matrix: --html goes with one device");
+    Summary summaries[2];
+    for (int i = 0; i < 2; ++i) {
+        Matrix matrix(OptionsOf(arguments.devices[i], arguments.boot), arguments.choice.jobs);
+        const auto variants = Chosen(matrix.space(), arguments.choice, true);
+        Collector collector(matrix.base().properties);
+        BootWithProgress(&matrix, variants, [&](size_t number, Outcome outcome) {
+            collector.Add(variants[number], std::move(outcome));
+        });
+        const auto& names = arguments.names;
+        summaries[i] =
+                collector.Summarize(names.empty() ? std::vector<std::string>{kEverything} : names);
+        summaries[i].device = arguments.devices[i];
+    }
+    const MatrixDifference difference = extprop::Compare(summaries[0], summaries[1]);
+    if (arguments.json) {
+        PrintJson(ToJson(difference));
+    } else {
+        std::cout << MatrixDifferenceText(difference);
+    }
+    if (!difference.failed.empty()) return kLibraryFailed;
+    return difference.empty() ? kDone : kFound;
+}
+
+ExitStatus Show(const Arguments& arguments) {
+    Matrix matrix(OptionsOf(arguments.devices[0], arguments.boot), arguments.choice.jobs);
+    TellNotes(matrix.base());
+    std::vector<Variant> variants = Chosen(matrix.space(), arguments.choice, false);
+    KeepShard(arguments.shard, &variants);
+    Collector collector(matrix.base().properties);
+    const LineWriter writer(matrix.base().properties);
+    BootWithProgress(&matrix, variants, [&](size_t number, Outcome outcome) {
+        if (arguments.json) std::cout << writer.Line(variants[number], outcome) << std::flush;
+        collector.Add(variants[number], std::move(outcome));
+    });
+    Summary summary = collector.Summarize(arguments.names);
+    summary.device = matrix.device();
+    FindOrigins(&matrix, &summary);
+    return Print(summary, arguments);
+}
+
+ExitStatus List(const Arguments& arguments) {
+    const BootOptions options = OptionsOf(arguments.devices[0], arguments.boot);
+    const PreparedDevice device(options);
+    const VariantSpace space = FindVariantSpace(device.root(), options.time_limit);
+    std::vector<Variant> variants = Chosen(space, arguments.choice, false);
+    KeepShard(arguments.shard, &variants);
+    if (!arguments.json) {
+        std::cout << SpaceText(space, variants.size());
+        return kDone;
+    }
+    VariantList list{space.values, {}};
+    for (const Variant& variant : variants) {
+        list.variants.push_back({variant, WordsFor(variant, space, options), std::nullopt});
+    }
+    PrintJson(ToJson(list));
+    return kDone;
+}
+
+}  // namespace
+
+ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& words) {
+    Arguments arguments;
+    const auto app = MakeApp(command);
+    app->add_option("DEVICE", arguments.words,
+                    "One device directory, or two to compare; names of properties, or patterns "
+                    "such as 'ro.product.*' (default: those that are not the same everywhere); and "
+                    "steps, listed below");
+    AddBootOptions(app.get(), &arguments.boot);
+    AddChoiceOptions(app.get(), &arguments.choice);
+    auto* list = app->add_flag("--list", arguments.list,
+                               "Print what the axes can be and how many variants would be booted");
+    auto* shard = app->add_option("--shard", arguments.shard,
+                                  "Boot the I-th of N parts of the variants only")
+                          ->type_name("I/N");
+    app->add_option("--merge", arguments.merged,
+                    "Print the summary of lines that --json printed, put together in any order, "
+                    "and boot nothing")
+            ->type_name("FILE...")
+            ->excludes(list)
+            ->excludes(shard);
+    app->add_flag("--json", arguments.json,
+                  "Print a line of JSON for each variant as it is finished, and one for all");
+    app->add_option("--html", arguments.page, "Write a page for the browser to FILE as well")
+            ->type_name("FILE");
+    if (!Parse(app.get(), words)) return kDone;
+
+    if (!arguments.merged.empty()) return Merge(arguments);
+    Divide(&arguments);
+    if (arguments.devices.empty()) throw InputError("matrix: no DEVICE is given");
+    const bool compares = arguments.devices.size() == 2;
+    if (arguments.list && compares) throw InputError("matrix: --list goes with one device");
+    if (!arguments.shard.empty() && compares) {
+        throw InputError("matrix: --shard goes with one device");
+    }
+    if (arguments.list) return List(arguments);
+    return compares ? Compare(arguments) : Show(arguments);
+}
+
+}  // namespace extprop

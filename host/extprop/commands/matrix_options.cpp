@@ -1,0 +1,142 @@
+#include "commands/matrix_options.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <iostream>
+
+#include <android-base/strings.h>
+
+#include "input_error.h"
+#include "matrix/workers.h"
+
+namespace extprop {
+
+namespace {
+
+// Tells a terminal how much of something is done.
+class Progress {
+  public:
+    explicit Progress(size_t total) : total_(total) {}
+
+    ~Progress() {
+        if (is_shown_) std::cerr << "\r\x1b[K" << std::flush;
+    }
+    Progress& operator=(Progress&&) = delete;
+
+    void Advance() {
+        using namespace std::chrono;
+        ++done_;
+        const auto now = steady_clock::now();
+        if (isatty(STDERR_FILENO) != 1 || now - last_ < milliseconds(100)) return;
+        last_ = now;
+        const double left = duration<double>(now - start_).count() / done_ *
+                            static_cast<double>(total_ - done_);
+        std::cerr << "\r\x1b[K" << done_ << " of " << total_ << " variants, about "
+                  << static_cast<int>(left + 1) << " s left" << std::flush;
+        is_shown_ = true;
+    }
+
+  private:
+    const size_t total_;
+    size_t done_ = 0;
+    bool is_shown_ = false;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point last_ = start_;
+};
+
+using Values = std::array<std::set<std::string>, kAxisCount>;
+
+// Parses words such as "region=EU,IN".
+void ParseValues(const char* option, const std::vector<std::string>& words,
+                 const VariantSpace& space, bool may_have_it, Values* values) {
+    for (const std::string& word : words) {
+        const size_t equals = word.find('=');
+        if (equals == std::string::npos) {
+            throw InputError(std::string(option) + " '" + word + "': expected AXIS=VALUE,VALUE...");
+        }
+        const int axis = AxisNamed(word.substr(0, equals));
+        for (const std::string& value : android::base::Split(word.substr(equals + 1), ",")) {
+            if (!may_have_it && value != kAsItIs && space.values[axis].count(value) == 0) {
+                throw InputError(std::string(option) + " '" + word + "': the device has no " +
+                                 kAxisNames[axis] + " '" + value + "'; --list tells what it has");
+            }
+            (*values)[axis].insert(value);
+        }
+    }
+}
+
+}  // namespace
+
+void AddJobsOption(CLI::App* command, int* jobs) {
+    *jobs = ProcessorCount();
+    command->add_option("--jobs", *jobs, "Boot as many variants at once")
+            ->type_name("N")
+            ->check(CLI::Range(1, 1024))
+            ->capture_default_str();
+}
+
+void AddChoiceOptions(CLI::App* command, ChoiceArguments* arguments) {
+    constexpr bool kOneEach = false;
+    command->add_option("--over", arguments->over,
+                        "Boot every combination of these axes' values; without it each axis is "
+                        "varied by itself. The axes are brand, region, nv (the old radio store's "
+                        "key), sim-first, sim-current, channel and region-key")
+            ->type_name("AXIS,AXIS...")
+            ->delimiter(',')
+            ->allow_extra_args(kOneEach);
+    command->add_option("--only", arguments->only,
+                        "Boot only variants with one of these values; as-is is the device's own")
+            ->type_name("AXIS=VALUE,...")
+            ->allow_extra_args(kOneEach);
+    command->add_option("--except", arguments->except, "Boot no variants with one of these values")
+            ->type_name("AXIS=VALUE,...")
+            ->allow_extra_args(kOneEach);
+    AddJobsOption(command, &arguments->jobs);
+}
+
+std::vector<Variant> Chosen(const VariantSpace& space, const ChoiceArguments& arguments,
+                            bool may_have_it) {
+    Choice choice;
+    for (const std::string& axis : arguments.over) choice.over.push_back(AxisNamed(axis));
+    ParseValues("--only", arguments.only, space, may_have_it, &choice.only);
+    ParseValues("--except", arguments.except, space, may_have_it, &choice.except);
+    std::vector<Variant> variants = ChosenVariants(space, choice);
+    if (variants.empty() && !may_have_it) {
+        throw InputError("no variant is left to boot" +
+                         std::string(choice.over.empty()
+                                             ? "; each axis is varied by itself, --over AXIS,AXIS "
+                                               "takes their combinations"
+                                             : ""));
+    }
+    return variants;
+}
+
+void BootWithProgress(Matrix* matrix, const std::vector<Variant>& variants,
+                      const std::function<void(size_t, Outcome)>& done) {
+    Progress progress(variants.size());
+    matrix->Boot(variants, [&](size_t number, Outcome outcome) {
+        done(number, std::move(outcome));
+        progress.Advance();
+    });
+}
+
+void FindOrigins(Matrix* matrix, Summary* summary) {
+    std::vector<size_t> variants;
+    const std::vector<TraceRequest> requests = OriginsToFind(*summary, &variants);
+    std::map<size_t, nlohmann::json> origins;  // by the variant
+    Progress progress(requests.size());
+    matrix->Trace(requests, [&](size_t number, const nlohmann::json& found) {
+        origins[variants[number]] = found;
+        progress.Advance();
+    });
+    for (SummaryProperty& property : summary->properties) {
+        for (SummaryValue& value : property.values) {
+            if (!value.value) continue;
+            const nlohmann::json& found = origins[value.variants.front()];
+            if (found.contains(property.name)) value.origin = found.at(property.name);
+        }
+    }
+}
+
+}  // namespace extprop

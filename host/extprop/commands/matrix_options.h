@@ -1,0 +1,38 @@
+// What the commands that boot many variants share: the options that choose them, and booting with
+// a word on how far it is.
+
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "matrix/summary.h"
+
+namespace extprop {
+
+struct ChoiceArguments {
+    std::vector<std::string> over;
+    std::vector<std::string> only;
+    std::vector<std::string> except;
+    int jobs = 1;
+};
+
+void AddChoiceOptions(CLI::App* command, ChoiceArguments* arguments);
+void AddJobsOption(CLI::App* command, int* jobs);
+
+// Returns the chosen variants. Throws InputError if an argument is wrong, or nothing is left. A
+// value that the device does not have is wrong unless another device `may_have_it`.
+std::vector<Variant> Chosen(const VariantSpace& space, const ChoiceArguments& arguments,
+                            bool may_have_it);
+
+// Boots as Matrix does; a terminal on standard error shows how far it is.
+void BootWithProgress(Matrix* matrix, const std::vector<Variant>& variants,
+                      const std::function<void(size_t, Outcome)>& done);
+
+// Puts in where the summary's values come from.
+void FindOrigins(Matrix* matrix, Summary* summary);
+
+}  // namespace extprop

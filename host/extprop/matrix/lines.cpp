@@ -1,0 +1,133 @@
+#include "matrix/lines.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include <fstream>
+
+#include "input_error.h"
+#include "output/json.h"
+
+namespace extprop {
+
+namespace {
+
+constexpr char kSummary[] = "summary";
+
+std::string Text(const json& document) {
+    return document.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::string PropertyText(const std::string& name, const std::string& value) {
+    return Text(name) + ":" + Text(value);
+}
+
+}  // namespace
+
+LineWriter::LineWriter(const PropertyMap& base) {
+    for (const auto& [name, value] : base) base_[name] = PropertyText(name, value);
+}
+
+std::string LineWriter::Line(const Variant& variant, const Outcome& outcome) const {
+    std::map<std::string, std::string> changed;
+    for (const auto& [name, value] : outcome.changed) changed[name] = PropertyText(name, value);
+    const std::set<std::string> removed(outcome.removed.begin(), outcome.removed.end());
+    std::string properties;
+    const auto add = [&](const std::string& text) {
+        properties += (properties.empty() ? "" : ",") + text;
+    };
+    auto next = changed.begin();
+    for (const auto& [name, text] : base_) {
+        for (; next != changed.end() && next->first < name; ++next) add(next->second);
+        if (next != changed.end() && next->first == name) {
+            add((next++)->second);
+        } else if (removed.count(name) == 0) {
+            add(text);
+        }
+    }
+    for (; next != changed.end(); ++next) add(next->second);
+
+    // The properties are printed already, so the rest is made around them.
+    constexpr std::string_view kNone = "\"properties\":{}";
+    std::string line = Text(ToJson(VariantLine{variant, {}, outcome.failure}));
+    return line.insert(line.find(kNone) + kNone.size() - 1, properties) + "\n";
+}
+
+void LineMerger::Read(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) throw InputError(path + ": " + strerror(errno));
+    std::string line;
+    for (int number = 1; std::getline(file, line); ++number) {
+        if (line.empty()) continue;
+        const std::string place = path + ":" + std::to_string(number) + ": ";
+        try {
+            const json document = json::parse(line);
+            if (document.contains(kSummary)) {
+                Add(SummaryFromJson(document.at(kSummary)));
+            } else {
+                Add(VariantLineFromJson(document));
+            }
+        } catch (const json::exception& error) {
+            throw InputError(place + "not a line of extprop matrix --json: " + error.what());
+        } catch (const InputError& error) {
+            throw InputError(place + error.what());
+        }
+    }
+}
+
+void LineMerger::Add(VariantLine line) {
+    if (!read_.insert(line.variant).second) {
+        throw InputError("the variant '" + VariantText(line.variant) + "' was read before");
+    }
+    if (!collector_) {
+        base_ = line.properties;
+        collector_.emplace(base_);
+    }
+    Outcome outcome;
+    outcome.failure = std::move(line.failure);
+    for (const auto& [name, value] : base_) {
+        if (line.properties.count(name) == 0) outcome.removed.push_back(name);
+    }
+    for (auto& [name, value] : line.properties) {
+        auto old = base_.find(name);
+        if (old == base_.end() || old->second != value) outcome.changed[name] = std::move(value);
+    }
+    collector_->Add(line.variant, std::move(outcome));
+}
+
+void LineMerger::Add(const Summary& summary) {
+    device_ = summary.device;
+    for (const SummaryVariant& variant : summary.variants) {
+        words_[variant.variant] = variant.words;
+    }
+    for (const SummaryProperty& property : summary.properties) {
+        for (const SummaryValue& value : property.values) {
+            if (!value.value) continue;
+            const Variant& first = summary.variants.at(value.variants.at(0)).variant;
+            auto [known, is_new] =
+                    origins_.try_emplace({property.name, *value.value}, first, value.origin);
+            if (!is_new && VariantOrder()(first, known->second.first)) {
+                known->second = {first, value.origin};
+            }
+        }
+    }
+}
+
+Summary LineMerger::Summarize(const std::vector<std::string>& patterns) const {
+    if (!collector_) throw InputError("there is no line of a variant to merge");
+    Summary summary = collector_->Summarize(patterns);
+    summary.device = device_;
+    for (SummaryVariant& variant : summary.variants) {
+        auto words = words_.find(variant.variant);
+        if (words != words_.end()) variant.words = words->second;
+    }
+    for (SummaryProperty& property : summary.properties) {
+        for (SummaryValue& value : property.values) {
+            auto origin = origins_.find({property.name, value.value.value_or("")});
+            if (value.value && origin != origins_.end()) value.origin = origin->second.second;
+        }
+    }
+    return summary;
+}
+
+}  // namespace extprop

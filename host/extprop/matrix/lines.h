@@ -1,0 +1,56 @@
+// Variants as lines of JSON, which can be put together again.
+
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "matrix/summary.h"
+
+namespace extprop {
+
+struct VariantLine {
+    Variant variant;
+    PropertyMap properties;
+    std::optional<BootFailure> failure;
+};
+
+// Makes the lines of outcomes that are told against the same properties.
+class LineWriter {
+  public:
+    explicit LineWriter(const PropertyMap& base);
+
+    // Returns the line, with its end.
+    std::string Line(const Variant& variant, const Outcome& outcome) const;
+
+  private:
+    std::map<std::string, std::string> base_;  // each property as it is printed
+};
+
+// Puts lines of runs over one device together, in any order.
+class LineMerger {
+  public:
+    // Reads the file's lines, the summaries among them too. Throws InputError naming the line that
+    // is none, or has a variant that was read before.
+    void Read(const std::string& path);
+
+    // Returns the summary that one run over all variants would have. Origins and words are those
+    // of the summaries.
+    Summary Summarize(const std::vector<std::string>& patterns) const;
+
+  private:
+    using OriginOfValue = std::pair<Variant, nlohmann::json>;
+
+    void Add(VariantLine line);
+    void Add(const Summary& summary);
+
+    std::optional<Collector> collector_;
+    PropertyMap base_;
+    std::set<Variant, VariantOrder> read_;
+    std::string device_;
+    std::map<Variant, Words, VariantOrder> words_;
+    // By name and value: in the first variant of those whose summary tells it.
+    std::map<std::pair<std::string, std::string>, OriginOfValue> origins_;
+};
+
+}  // namespace extprop

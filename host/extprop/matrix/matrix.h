@@ -1,0 +1,63 @@
+// Boots the variants of one device side by side.
+
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "explain/origins.h"
+#include "matrix/variants.h"
+
+namespace extprop {
+
+// What a variant's boot came to, as against that of the device as it is.
+struct Outcome {
+    Words words;          // that make the variant
+    PropertyMap changed;  // properties that are new or have another value
+    std::vector<std::string> removed;
+    std::optional<BootFailure> failure;  // the properties are then those before it
+};
+
+// Whose origins are wanted: of these properties, in the boot of these words.
+struct TraceRequest {
+    Words words;
+    std::set<std::string> names;
+};
+
+class Matrix {
+  public:
+    // Prepares the device and boots it as it is. Throws as PreparedDevice does.
+    Matrix(const BootOptions& options, int jobs);
+
+    const VariantSpace& space() const { return space_; }
+    const std::string& device() const { return base_.device; }
+    const sandbox::Sandbox& root() const { return device_.root(); }
+
+    // The device as it is.
+    const Report& base() const { return base_; }
+
+    // Boots each variant and tells of it as it is finished.
+    void Boot(const std::vector<Variant>& variants,
+              const std::function<void(size_t, Outcome)>& done);
+
+    // Boots once for each request and tells of the origins, by name: the document of each, with a
+    // text besides. Properties without a value have none.
+    void Trace(const std::vector<TraceRequest>& requests,
+               const std::function<void(size_t, const nlohmann::json&)>& done);
+
+  private:
+    BootOptions OptionsWith(const Words& words, Detail detail) const;
+    Report BootWith(const Words& words);
+    Outcome BootVariant(const Variant& variant);
+
+    BootOptions options_;
+    int jobs_;
+    PreparedDevice device_;
+    VariantSpace space_;
+    Report base_;
+};
+
+}  // namespace extprop

@@ -1,0 +1,94 @@
+// Which values properties have in which variants.
+
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "matrix/matrix.h"
+
+namespace extprop {
+
+struct SummaryValue {
+    std::optional<std::string> value;  // none: the property is unset
+    std::vector<size_t> variants;      // in the summary's list, ascending
+    nlohmann::json origin;             // in the first of these variants, with a text; null for none
+};
+
+struct SummaryProperty {
+    std::string name;
+    std::vector<SummaryValue> values;  // the most common one last
+};
+
+struct SummaryVariant {
+    Variant variant;
+    Words words;  // of its boot
+    std::optional<BootFailure> failure;
+};
+
+// What would be booted.
+struct VariantList {
+    std::array<std::set<std::string>, kAxisCount> axes;
+    std::vector<SummaryVariant> variants;
+};
+
+struct Summary {
+    std::string device;
+    std::vector<SummaryVariant> variants;  // in VariantOrder
+    std::vector<SummaryProperty> properties;
+};
+
+// Collects outcomes, in any order, in memory that grows with what is different in them only.
+class Collector {
+  public:
+    // The properties that outcomes are told against.
+    explicit Collector(PropertyMap base) : base_(std::move(base)) {}
+
+    void Add(const Variant& variant, Outcome outcome);
+
+    // Returns the summary of the properties whose names match one of the patterns; without one, of
+    // those that are not the same everywhere. Variants that failed have no values.
+    Summary Summarize(const std::vector<std::string>& patterns) const;
+
+  private:
+    struct Added {
+        Variant variant;
+        Words words;
+        std::optional<BootFailure> failure;
+    };
+
+    PropertyMap base_;
+    std::vector<Added> added_;
+    // By name and value, the variants that were added with it; none for unset.
+    std::map<std::string, std::map<std::optional<std::string>, std::vector<size_t>>> others_;
+};
+
+// Returns one request for each variant that some value's origin is taken from.
+std::vector<TraceRequest> OriginsToFind(const Summary& summary, std::vector<size_t>* variants);
+
+// Tells which variants of a summary there are, in few words.
+class VariantsNamer {
+  public:
+    explicit VariantsNamer(const std::vector<SummaryVariant>& all);
+
+    // Returns a short text for the variants, numbers in the list: by a value of one axis where all
+    // variants with it are among them.
+    std::string Text(const std::vector<size_t>& variants) const;
+
+  private:
+    struct Group {
+        std::string text;
+        std::vector<size_t> variants;
+    };
+
+    const std::vector<SummaryVariant>& all_;
+    std::vector<Group> groups_;
+};
+
+// Returns the value of the property in each variant; none where it failed or is unset.
+std::vector<std::optional<std::string>> ValuesByVariant(const SummaryProperty& property,
+                                                        size_t variants);
+
+}  // namespace extprop

@@ -1,0 +1,298 @@
+#include "matrix/variants.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <stdexcept>
+
+#include <android-base/file.h>
+#include <android-base/strings.h>
+
+#include "InitExtensionPropertyImpl.h"
+#include "TesvoExtensionProperty/cota.h"
+#include "TesvoExtensionProperty/names.h"
+#include "TesvoExtensionProperty/partitions.h"
+#include "boot/message.h"
+#include "device/legal.h"
+#include "device/property_text.h"
+#include "input_error.h"
+#include "utils.h"
+
+namespace extprop {
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace android::init;
+using android::base::StartsWith;
+
+constexpr int kDeepestKey = 8;  // keys with slashes are taken as they are
+
+// A partition that the device does not have, for a property that nothing else can set so late.
+constexpr char kTriedRoot[] = "/data/what-if";
+
+// What a key file or the look-up can hold as a value.
+bool CanBeValue(const std::string& name) {
+    return !name.empty() && android::base::Trim(name) == name &&
+           name.find_first_of(std::string("\n\0", 2)) == std::string::npos;
+}
+
+std::vector<std::string> DirectoriesIn(const std::string& directory) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::error_code dangling;
+        if (entry->is_directory(dangling)) names.push_back(entry->path().filename());
+    }
+    return names;
+}
+
+PropertyMap LoadedFrom(const std::string& path) {
+    PropertyMap properties;
+    std::error_code error;
+    if (fs::is_regular_file(fs::symlink_status(path, error))) {
+        load_properties_from_file_without_se(path.c_str(), nullptr, &properties);
+    }
+    return properties;
+}
+
+// Looks inside the sandbox.
+class SpaceFinder {
+  public:
+    VariantSpace Find() {
+        FindRegions();
+        FindBrands();
+        for (const std::string& root : AllRoots()) {
+            for (const char* map : {kSwitchKeyMap, kNvFlagMap}) {
+                for (const auto& [key, target] : LoadedFrom(root + "/etc/" + map)) {
+                    if (CanBeValue(key) && key.size() <= kNvKeySize) {
+                        space_.values[kNvAxis].insert(key);
+                    }
+                }
+            }
+            FindKeys(root + "/properties", "");
+        }
+        FindKeyFiles();
+        return std::move(space_);
+    }
+
+  private:
+    // The roots that a region or brand adds to the list of partitions.
+    static std::vector<std::string> Added(const std::vector<std::string>& roots,
+                                          const std::vector<std::string>& others) {
+        std::vector<std::string> added;
+        for (const std::string& root : roots) {
+            if (std::find(others.begin(), others.end(), root) == others.end()) {
+                added.push_back(root);
+            }
+        }
+        return added;
+    }
+
+    void FindRegions() {
+        for (const std::string& root : Added(partitionRoots("", "x"), partitionRoots("", ""))) {
+            for (const std::string& name : DirectoriesIn(android::base::Dirname(root))) {
+                if (CanBeValue(name)) space_.values[kRegionAxis].insert(name);
+            }
+        }
+    }
+
+    void FindBrands() {
+        for (const Brand& brand : kBrands) {
+            for (const std::string& root :
+                 Added(partitionRoots(brand.code, ""), partitionRoots("", ""))) {
+                std::error_code error;
+                if (fs::is_directory(root, error)) space_.values[kBrandAxis].insert(brand.name);
+            }
+        }
+    }
+
+    std::set<std::string> AllRoots() const {
+        std::set<std::string> roots = {kCompanyRoot};
+        std::vector<std::string> codes = {""};
+        for (const Brand& brand : kBrands) codes.emplace_back(brand.code);
+        std::set<std::string> regions = space_.values[kRegionAxis];
+        regions.insert(load_property_from_file(kRegionBuildProp, kRegion));
+        for (const std::string& code : codes) {
+            for (const std::string& region : regions) {
+                for (const std::string& root : partitionRoots(code, region)) roots.insert(root);
+            }
+        }
+        // A mounted carrier package.
+        const PropertyMap info = LoadedFrom(kCotaMountInfoFile);
+        auto package = info.find(kCotaRoot);
+        if (package != info.end() && StartsWith(package->second, "/")) {
+            roots.insert({package->second, package->second + "/cust"});
+        }
+        return roots;
+    }
+
+    void FindKeys(const std::string& properties, const std::string& key) {
+        if (std::count(key.begin(), key.end(), '/') >= kDeepestKey) return;
+        for (const std::string& name : DirectoriesIn(properties + "/" + key)) {
+            for (size_t i = 0; i < SwitchKeys().size(); ++i) {
+                if (name == SwitchKeys()[i].leaf && CanBeValue(key)) {
+                    space_.values[kFirstKeyAxis + i].insert(key);
+                }
+            }
+            FindKeys(properties, key.empty() ? name : key + "/" + name);
+        }
+    }
+
+    void FindKeyFiles() {
+        for (size_t i = 0; i < SwitchKeys().size(); ++i) {
+            space_.key_files[i].insert(SwitchKeys()[i].key_file);
+        }
+        for (const FixedFile& file : FixedFiles()) {
+            if (file.occasion != Occasion::kKeyFiles && file.occasion != Occasion::kDataCommon) {
+                continue;
+            }
+            const PropertyMap properties = LoadedFrom(file.path);
+            for (size_t i = 0; i < SwitchKeys().size(); ++i) {
+                if (properties.count(SwitchKeys()[i].property) != 0) {
+                    space_.key_files[i].insert(file.path);
+                }
+            }
+        }
+    }
+
+    VariantSpace space_;
+};
+
+bool HasPersist(const BootOptions& options) {
+    return std::any_of(options.plan.steps.begin(), options.plan.steps.end(), [](const Step& step) {
+        return std::string_view(step.kind->word) == "persist";
+    });
+}
+
+bool IsChosen(const Variant& variant, const Choice& choice) {
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        const std::string value = variant[axis].value_or(kAsItIs);
+        if (!choice.only[axis].empty() && choice.only[axis].count(value) == 0) return false;
+        if (choice.except[axis].count(value) != 0) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int AxisNamed(const std::string& name) {
+    std::string known;
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        if (name == kAxisNames[axis]) return axis;
+        known += std::string(axis == 0 ? "" : ", ") + kAxisNames[axis];
+    }
+    throw InputError("there is no axis '" + name + "'; the axes are " + known);
+}
+
+bool VariantOrder::operator()(const Variant& a, const Variant& b) const {
+    const auto set = [](const Variant& variant) {
+        return std::count_if(variant.begin(), variant.end(),
+                             [](const auto& value) { return value.has_value(); });
+    };
+    if (set(a) != set(b)) return set(a) < set(b);
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        if (a[axis].has_value() != b[axis].has_value()) return a[axis].has_value();
+        if (a[axis] != b[axis]) return a[axis] < b[axis];
+    }
+    return false;
+}
+
+std::string VariantText(const Variant& variant) {
+    std::string text;
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        if (!variant[axis]) continue;
+        text += std::string(text.empty() ? "" : " ") + kAxisNames[axis] + "=" + *variant[axis];
+    }
+    return text.empty() ? "as it is" : text;
+}
+
+VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds limit) {
+    const auto answer = AskInside(
+            root,
+            [] {
+                const VariantSpace space = SpaceFinder().Find();
+                return nlohmann::json::array({space.values, space.key_files});
+            },
+            limit);
+    if (!answer) {
+        throw std::runtime_error(
+                "the variants cannot be told: the library does not come back from a mapping, key "
+                "or package file");
+    }
+    VariantSpace space;
+    answer->at(0).get_to(space.values);
+    answer->at(1).get_to(space.key_files);
+    return space;
+}
+
+std::vector<Variant> ChosenVariants(const VariantSpace& space, const Choice& choice) {
+    std::vector<Variant> variants = {{}};
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        const bool in_product = std::count(choice.over.begin(), choice.over.end(), axis) != 0;
+        if (!choice.over.empty() && !in_product) continue;
+        // In a product every variant so far gets every value; otherwise the first alone does.
+        const size_t bases = in_product ? variants.size() : 1;
+        for (size_t base = 0; base < bases; ++base) {
+            for (const std::string& value : space.values[axis]) {
+                variants.push_back(variants[base]);
+                variants.back()[axis] = value;
+            }
+        }
+    }
+    variants.erase(
+            std::remove_if(variants.begin(), variants.end(),
+                           [&](const Variant& variant) { return !IsChosen(variant, choice); }),
+            variants.end());
+    std::sort(variants.begin(), variants.end(), VariantOrder());
+    return variants;
+}
+
+Words WordsFor(const Variant& variant, const VariantSpace& space, const BootOptions& options) {
+    Words words;
+    constexpr const char* kOptions[kFirstKeyAxis] = {"--brand", "--region", "--nv"};
+    for (int axis = 0; axis < kFirstKeyAxis; ++axis) {
+        if (variant[axis]) words = words + Words{kOptions[axis], *variant[axis]};
+    }
+    for (size_t i = 0; i < SwitchKeys().size(); ++i) {
+        const auto& value = variant[kFirstKeyAxis + i];
+        if (!value) continue;
+        const std::string setting = SwitchKeys()[i].property + ("=" + *value);
+        // Without the step that reads the key files, the property alone says what the key is.
+        if (!HasPersist(options) && !WhyRefused(SwitchKeys()[i].property, *value)) {
+            words = words + Words{"--set", setting};
+        }
+        for (const std::string& file : space.key_files[i]) {
+            words = words + Words{"--edit", file + ":" + setting};
+        }
+    }
+    return words;
+}
+
+Words LateWordsFor(int axis, const std::string& value) {
+    const SwitchKey& key = SwitchKeys()[axis - kFirstKeyAxis];
+    return {"--edit", std::string(kTriedRoot) + "/build.prop:" + key.property + "=" + value,
+            std::string("early:") + kTriedRoot, std::string("sim:") + key.command};
+}
+
+void AddWords(const Words& words, BootOptions* options) {
+    for (size_t i = 0; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        if (!StartsWith(word, "--")) {
+            options->plan.steps.push_back(ParseStep(word));
+            continue;
+        }
+        const std::string& value = words[++i];
+        if (word == "--set") {
+            options->plan.properties.insert_or_assign(ParseSetting(value).first,
+                                                      ParseSetting(value).second);
+        } else {
+            options->edits.push_back(word == "--brand"    ? BrandEdit(value)
+                                     : word == "--region" ? RegionEdit(value)
+                                     : word == "--nv"     ? NvKeyEdit(value)
+                                                          : ParseEdit(value));
+        }
+    }
+}
+
+}  // namespace extprop

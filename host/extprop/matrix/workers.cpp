@@ -1,0 +1,137 @@
+#include "matrix/workers.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <new>
+#include <stdexcept>
+#include <vector>
+
+#include <android-base/cmsg.h>
+#include <android-base/unique_fd.h>
+
+#include "boot/message.h"
+
+namespace extprop {
+
+namespace {
+
+using android::base::unique_fd;
+using nlohmann::json;
+
+// The next number that nobody works on, known to all processes.
+class SharedCounter {
+  public:
+    SharedCounter() {
+        void* memory = mmap(nullptr, sizeof(std::atomic<size_t>), PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) throw std::bad_alloc();
+        next_ = new (memory) std::atomic<size_t>(0);
+    }
+    ~SharedCounter() { munmap(next_, sizeof(*next_)); }
+    SharedCounter& operator=(SharedCounter&&) = delete;
+
+    size_t Take() { return (*next_)++; }
+
+  private:
+    std::atomic<size_t>* next_;
+};
+
+class Worker {
+  public:
+    Worker(SharedCounter* counter, size_t count, const std::function<json(size_t)>& work) {
+        unique_fd theirs;
+        if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &channel_, &theirs)) {
+            throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
+        }
+        const pid_t parent = getpid();
+        pid_ = fork();
+        if (pid_ == -1) throw std::runtime_error(std::string("fork: ") + strerror(errno));
+        if (pid_ != 0) return;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(EXIT_FAILURE);
+        channel_.reset();
+        try {
+            for (size_t number; (number = counter->Take()) < count;) {
+                if (!SendDocument(theirs.get(), {number, work(number)})) break;
+            }
+        } catch (const std::exception& error) {
+            SendDocument(theirs.get(), error.what());
+        }
+        _exit(EXIT_SUCCESS);
+    }
+
+    ~Worker() {
+        if (pid_ == -1) return;
+        kill(pid_, SIGKILL);
+        TEMP_FAILURE_RETRY(waitpid(pid_, nullptr, 0));
+    }
+
+    Worker(Worker&& other) noexcept : pid_(other.pid_), channel_(std::move(other.channel_)) {
+        other.pid_ = -1;
+    }
+    Worker& operator=(Worker&&) = delete;
+
+    int channel() const { return channel_.get(); }
+
+    // Returns false if there is no more.
+    bool Receive(json* document) {
+        constexpr auto kForever = std::chrono::steady_clock::time_point::max();
+        if (ReceiveDocument(channel_.get(), kForever, document) == Received::kMessage) return true;
+        int status = 0;
+        TEMP_FAILURE_RETRY(waitpid(pid_, &status, 0));
+        pid_ = -1;
+        channel_.reset();
+        if (status != 0) throw std::runtime_error("a process that boots variants was killed");
+        return false;
+    }
+
+  private:
+    pid_t pid_ = -1;
+    unique_fd channel_;
+};
+
+}  // namespace
+
+void ForEachInParallel(size_t count, int jobs, const std::function<json(size_t)>& work,
+                       const std::function<void(size_t, json)>& done) {
+    SharedCounter counter;
+    std::vector<Worker> workers;
+    for (size_t i = 0; i < std::min<size_t>(count, jobs); ++i) {
+        workers.emplace_back(&counter, count, work);
+    }
+    for (size_t running = workers.size(); running > 0;) {
+        std::vector<pollfd> channels;  // those of ended workers are negative and so left out
+        for (const Worker& worker : workers) channels.push_back({worker.channel(), POLLIN, 0});
+        TEMP_FAILURE_RETRY(poll(channels.data(), channels.size(), -1));
+        for (size_t i = 0; i < workers.size(); ++i) {
+            if (channels[i].revents == 0) continue;
+            json document;
+            if (!workers[i].Receive(&document)) {
+                --running;
+            } else if (document.is_string()) {
+                throw std::runtime_error(document.get<std::string>());
+            } else {
+                done(document.at(0), std::move(document.at(1)));
+            }
+        }
+    }
+}
+
+int ProcessorCount() {
+    cpu_set_t processors;
+    if (sched_getaffinity(0, sizeof(processors), &processors) != 0) return 1;
+    return CPU_COUNT(&processors);
+}
+
+}  // namespace extprop

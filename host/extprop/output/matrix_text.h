@@ -1,0 +1,19 @@
+// What the variants of a device come to, for people.
+
+#pragma once
+
+#include <string>
+
+#include "matrix/matrix_diff.h"
+#include "matrix/summary.h"
+
+namespace extprop {
+
+std::string SummaryText(const Summary& summary);
+
+std::string MatrixDifferenceText(const MatrixDifference& difference);
+
+// Tells what each axis can be and how many variants are chosen.
+std::string SpaceText(const VariantSpace& space, size_t chosen);
+
+}  // namespace extprop
