@@ -27,6 +27,8 @@ constexpr Command kCommands[] = {
         {"diff", "Boot twice and show which properties differ, and why", RunDiff},
         {"matrix", "Boot every variant and show which values properties have, and for whom",
          RunMatrix},
+        {"check", "Boot the variants that a file has expectations of, and hold them against it",
+         RunCheck},
         {"lint", "Find in a device directory what would hurt on the phone", RunLint},
 };
 

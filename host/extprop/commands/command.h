@@ -25,6 +25,7 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
 ExitStatus RunExplain(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunDiff(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunLint(const Command& command, const std::vector<std::string>& words);
+ExitStatus RunCheck(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& words);
 
 // Returns a parser for the command's words.

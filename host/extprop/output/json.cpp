@@ -226,6 +226,13 @@ void Visit(Fields& fields, Summary& summary) {
 }
 
 template <typename Fields>
+void Visit(Fields& fields, UnmetExpectation& unmet) {
+    fields("file", unmet.file)("line", unmet.line)("expectation", unmet.expectation)(
+            "variant", unmet.variant)("property", unmet.property)("expected", unmet.expected)(
+            "value", unmet.value)("origin", unmet.origin)("failure", unmet.failure);
+}
+
+template <typename Fields>
 void Visit(Fields& fields, MatrixChange& change) {
     fields("name", change.name)("a", change.a)("b", change.b)("variants", change.variants);
 }
@@ -449,6 +456,7 @@ constexpr int kDifferenceFormat = 2;
 constexpr int kSummaryFormat = 1;
 constexpr int kMatrixDifferenceFormat = 1;
 constexpr int kVariantListFormat = 1;
+constexpr int kCheckFormat = 1;
 
 template <typename T>
 json Document(const T& value, int format) {
@@ -537,6 +545,17 @@ json ToJson(const Summary& summary) {
 
 json ToJson(const MatrixDifference& difference) {
     return Document(difference, kMatrixDifferenceFormat);
+}
+
+json ToJson(const CheckResult& result) {
+    json unmet = json::array();
+    for (const CheckedCase& checked : result.cases) {
+        for (const UnmetExpectation& each : checked.unmet) unmet.push_back(Write(each));
+    }
+    return {{"format", kCheckFormat},
+            {"variants", result.variants},
+            {"checked", result.checked},
+            {"unmet", unmet}};
 }
 
 json ToJson(const VariantList& list) {

@@ -9,6 +9,7 @@
 #include "boot/message.h"
 #include "explain/diff.h"
 #include "explain/explain.h"
+#include "matrix/check.h"
 #include "matrix/lines.h"
 #include "matrix/matrix_diff.h"
 
@@ -35,6 +36,7 @@ json ToJson(const VariantLine& line);
 json ToJson(const Summary& summary);
 json ToJson(const MatrixDifference& difference);
 json ToJson(const VariantList& list);
+json ToJson(const CheckResult& result);
 json ToJson(const Report& report);
 json ToJson(const Explanation& explanation);
 json ToJson(const Difference& difference);

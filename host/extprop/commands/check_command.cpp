@@ -1,0 +1,125 @@
+#include <iostream>
+
+#include "commands/command.h"
+#include "commands/matrix_options.h"
+#include "commands/options.h"
+#include "explain/explain.h"
+#include "input_error.h"
+#include "output/check_report.h"
+#include "output/json.h"
+#include "output/text.h"
+
+namespace extprop {
+
+namespace {
+
+constexpr char kFormatHelp[] =
+        "An expectations file:\n"
+        "  steps: [early, persist]            # these go without saying\n"
+        "  expectations:\n"
+        "    - name: Every carrier says who it is\n"
+        "      variants: {sim-first: '*'}     # all is each axis by itself; {} is as it is\n"
+        "      properties:\n"
+        "        ro.carrier.name: {matches: '[a-z]+'}\n"
+        "    - variants: {region: [EU, IN], sim-first: north}\n"
+        "      complete: true                 # what no expectation names is unset\n"
+        "      properties:\n"
+        "        ro.locale: en-GB             # also {equals: en-GB}\n"
+        "        ro.debug: {set: false}\n"
+        "        ro.region.name: {from: /mnt/vendor/my_region/build.prop}\n";
+
+ExitStatus Record(const std::string& device, const std::string& file,
+                  const BootArguments& arguments, int jobs) {
+    Matrix matrix(OptionsOf(device, arguments), jobs);
+    const std::vector<Variant> variants = ChosenVariants(matrix.space(), {});
+    Collector collector(matrix.base().properties);
+    BootWithProgress(&matrix, variants, [&](size_t number, Outcome outcome) {
+        collector.Add(variants[number], std::move(outcome));
+    });
+    const Summary summary = collector.Summarize({kEverything});
+    for (const SummaryVariant& variant : summary.variants) {
+        if (!variant.failure) continue;
+        std::cerr << "extprop: nothing is recorded; " << VariantText(variant.variant) << ": "
+                  << FailureText(*variant.failure) << "\n";
+        return kLibraryFailed;
+    }
+    std::vector<std::string> steps = arguments.steps;
+    if (steps.empty()) steps.assign(std::begin(kDefaultSteps), std::end(kDefaultSteps));
+    WriteOutput(file, RecordedExpectations(summary, steps));
+    std::cout << file << ": " << summary.properties.size() << " properties of "
+              << summary.variants.size() << " variants\n";
+    return kDone;
+}
+
+}  // namespace
+
+ExitStatus RunCheck(const Command& command, const std::vector<std::string>& words) {
+    std::string device;
+    std::vector<std::string> files_and_steps;
+    BootArguments arguments;
+    int jobs = 1;
+    bool record = false;
+    bool json = false;
+    std::string junit;
+
+    const auto app = MakeApp(command);
+    app->add_option("DEVICE", device, "Directory that looks like the device's root")->required();
+    app->add_option("EXPECTATIONS", files_and_steps,
+                    "YAML files that say what is expected; and steps, instead of the files' own")
+            ->required();
+    AddBootOptions(app.get(), &arguments);
+    AddJobsOption(app.get(), &jobs);
+    auto* record_flag = app->add_flag(
+            "--record", record, "Write the file so that it expects what the device does today");
+    app->add_flag("--json", json, "Print one JSON document")->excludes(record_flag);
+    app->add_option("--junit", junit, "Write a JUnit report to FILE as well")
+            ->type_name("FILE")
+            ->excludes(record_flag);
+    app->footer(app->get_footer() + kFormatHelp);
+    if (!Parse(app.get(), words)) return kDone;
+
+    std::vector<std::string> files;
+    for (const std::string& word : files_and_steps) {
+        (IsStepWord(word) ? arguments.steps : files).push_back(word);
+    }
+    if (files.empty()) throw InputError("check: no EXPECTATIONS file is given, only steps");
+    if (record && files.size() > 1) throw InputError("check: --record writes one file");
+    if (record) return Record(device, files.front(), arguments, jobs);
+
+    std::vector<Expectations> read;
+    std::string errors;
+    for (const std::string& file : files) {
+        try {
+            read.push_back(ReadExpectations(file));
+        } catch (const InputError& error) {
+            errors += (errors.empty() ? "" : "\n") + std::string(error.what());
+        }
+    }
+    if (!errors.empty()) throw InputError(errors);
+
+    CheckResult result;
+    for (const Expectations& expectations : read) {
+        BootArguments own = arguments;
+        if (own.steps.empty()) own.steps = expectations.steps;
+        Matrix matrix(OptionsOf(device, own), jobs);
+        TellNotes(matrix.base());
+        Check(
+                expectations, &matrix,
+                [&](const auto& variants, const auto& done) {
+                    BootWithProgress(&matrix, variants, done);
+                },
+                &result);
+    }
+    if (!junit.empty()) WriteOutput(junit, JunitReport(result));
+    if (json) {
+        PrintJson(ToJson(result));
+    } else {
+        std::cout << CheckText(result);
+    }
+    for (const CheckedCase& checked : result.cases) {
+        if (!checked.unmet.empty()) return kFound;
+    }
+    return kDone;
+}
+
+}  // namespace extprop

@@ -1,0 +1,315 @@
+#include "matrix/expectations.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include <algorithm>
+#include <fstream>
+#include <regex>
+#include <set>
+
+#include <yaml-cpp/yaml.h>
+
+#include "boot/steps.h"
+#include "input_error.h"
+
+namespace extprop {
+
+namespace {
+
+// The words of the file.
+constexpr char kSteps[] = "steps";
+constexpr char kExpectations[] = "expectations";
+constexpr char kName[] = "name";
+constexpr char kVariants[] = "variants";
+constexpr char kAll[] = "all";
+constexpr char kComplete[] = "complete";
+constexpr char kProperties[] = "properties";
+constexpr char kEquals[] = "equals";
+constexpr char kMatches[] = "matches";
+constexpr char kSet[] = "set";
+constexpr char kFrom[] = "from";
+
+// Reads one file and keeps every error, so that all are told at once.
+class Parser {
+  public:
+    explicit Parser(const std::string& path) { expectations_.file = path; }
+
+    Expectations Parse() {
+        std::ifstream file(expectations_.file);
+        if (!file) throw InputError(expectations_.file + ": " + strerror(errno));
+        try {
+            ReadDocument(YAML::Load(file));
+        } catch (const YAML::ParserException& error) {
+            Error(error.mark, error.msg);
+        }
+        if (!errors_.empty()) throw InputError(errors_);
+        return std::move(expectations_);
+    }
+
+  private:
+    void Error(const YAML::Mark& mark, const std::string& text) {
+        if (!errors_.empty()) errors_ += "\n";
+        errors_ += expectations_.file + ":" + std::to_string(mark.line + 1) + ":" +
+                   std::to_string(mark.column + 1) + ": " + text;
+    }
+
+    // Calls `read` for each key of the mapping that is one of those known, and tells of the others.
+    template <typename Read>
+    void ForEachKey(const YAML::Node& node, const char* what, const std::vector<const char*>& known,
+                    const Read& read) {
+        if (!node.IsMap()) {
+            Error(node.Mark(), std::string("expected ") + what);
+            return;
+        }
+        std::set<std::string> seen;
+        for (const auto& entry : node) {
+            const std::string key = entry.first.IsScalar() ? entry.first.Scalar() : "";
+            if (!seen.insert(key).second) {
+                Error(entry.first.Mark(), "'" + key + "' stands here twice");
+                continue;
+            }
+            const bool is_known =
+                    known.empty() || std::any_of(known.begin(), known.end(),
+                                                 [&](const char* word) { return key == word; });
+            if (is_known) {
+                read(key, entry.first, entry.second);
+                continue;
+            }
+            std::string words;
+            for (const char* word : known) words += std::string(words.empty() ? "" : ", ") + word;
+            Error(entry.first.Mark(), "unknown word '" + key + "'; expected " + words);
+        }
+    }
+
+    bool ReadText(const YAML::Node& node, const char* what, std::string* text) {
+        if (!node.IsScalar()) {
+            Error(node.Mark(), std::string("expected ") + what);
+            return false;
+        }
+        *text = node.Scalar();
+        return true;
+    }
+
+    bool ReadFlag(const YAML::Node& node, bool* flag) {
+        std::string text;
+        if (node.IsScalar()) text = node.Scalar();
+        *flag = text == "true";
+        if (text == "true" || text == "false") return true;
+        Error(node.Mark(), "expected true or false");
+        return false;
+    }
+
+    // Reads one text or a list of them.
+    std::vector<std::string> ReadTexts(const YAML::Node& node, const char* what) {
+        std::vector<std::string> texts;
+        if (!node.IsSequence()) {
+            std::string text;
+            if (ReadText(node, what, &text)) texts.push_back(text);
+            return texts;
+        }
+        for (const auto& element : node) {
+            std::string text;
+            if (ReadText(element, what, &text)) texts.push_back(text);
+        }
+        if (node.size() == 0) Error(node.Mark(), "this list is empty");
+        return texts;
+    }
+
+    void ReadDocument(const YAML::Node& document) {
+        ForEachKey(document, "a mapping with 'expectations'", {kSteps, kExpectations},
+                   [&](const std::string& key, const YAML::Node&, const YAML::Node& value) {
+                       key == kSteps ? ReadSteps(value) : ReadList(value);
+                   });
+        if (document.IsMap() && !document[kExpectations]) {
+            Error(document.Mark(), "there is no 'expectations'");
+        }
+    }
+
+    void ReadSteps(const YAML::Node& node) {
+        expectations_.steps = ReadTexts(node, "a step");
+        for (const std::string& step : expectations_.steps) {
+            try {
+                CheckStep(ParseStep(step));
+            } catch (const InputError& error) {
+                Error(node.Mark(), error.what());
+            }
+        }
+    }
+
+    void ReadList(const YAML::Node& node) {
+        if (!node.IsSequence() || node.size() == 0) {
+            Error(node.Mark(), "expected a list of expectations");
+            return;
+        }
+        for (const auto& element : node) ReadExpectation(element);
+    }
+
+    void ReadExpectation(const YAML::Node& node) {
+        Expectation expectation;
+        expectation.line = node.Mark().line + 1;
+        ForEachKey(node, "an expectation: a mapping with 'properties'",
+                   {kName, kVariants, kComplete, kProperties},
+                   [&](const std::string& key, const YAML::Node&, const YAML::Node& value) {
+                       if (key == kName) ReadText(value, "a name", &expectation.name);
+                       if (key == kVariants) ReadVariants(value, &expectation);
+                       if (key == kComplete) ReadFlag(value, &expectation.complete);
+                       if (key == kProperties) ReadProperties(value, &expectation);
+                   });
+        if (node.IsMap() && !node[kProperties]) Error(node.Mark(), "there is no 'properties'");
+        expectations_.expectations.push_back(std::move(expectation));
+    }
+
+    void ReadVariants(const YAML::Node& node, Expectation* expectation) {
+        if (node.IsScalar() && node.Scalar() == kAll) return;
+        expectation->all_variants = false;
+        if (!node.IsSequence()) {
+            ReadSelection(node, expectation);
+            return;
+        }
+        if (node.size() == 0) Error(node.Mark(), "this list is empty");
+        for (const auto& element : node) ReadSelection(element, expectation);
+    }
+
+    void ReadSelection(const YAML::Node& node, Expectation* expectation) {
+        VariantSelection selection;
+        ForEachKey(node, "all, or a mapping from axes to values", {},
+                   [&](const std::string& key, const YAML::Node& name, const YAML::Node& value) {
+                       try {
+                           selection.values[AxisNamed(key)] = ReadTexts(value, "a value");
+                       } catch (const InputError& error) {
+                           Error(name.Mark(), error.what());
+                       }
+                   });
+        expectation->selections.push_back(std::move(selection));
+    }
+
+    void ReadProperties(const YAML::Node& node, Expectation* expectation) {
+        ForEachKey(node, "a mapping from properties to what is expected of them", {},
+                   [&](const std::string& name, const YAML::Node&, const YAML::Node& value) {
+                       if (value.IsMap()) {
+                           ReadConditions(name, value, expectation);
+                       } else if (value.IsScalar()) {
+                           expectation->properties.push_back(
+                                   {name, {Expected::kEquals, value.Scalar()}});
+                       } else {
+                           Error(value.Mark(),
+                                 "expected a value, in quotes if it is empty, or a mapping with "
+                                 "equals, matches, set or from");
+                       }
+                   });
+    }
+
+    void ReadConditions(const std::string& name, const YAML::Node& node, Expectation* expectation) {
+        if (node.size() == 0) Error(node.Mark(), "nothing is expected here");
+        ForEachKey(node, "", {kEquals, kMatches, kSet, kFrom},
+                   [&](const std::string& key, const YAML::Node&, const YAML::Node& value) {
+                       Expected expected;
+                       if (key == kSet) {
+                           bool set = false;
+                           if (!ReadFlag(value, &set)) return;
+                           expected.kind = set ? Expected::kSet : Expected::kUnset;
+                       } else {
+                           if (!ReadText(value, "a text", &expected.text)) return;
+                           expected.kind = key == kEquals    ? Expected::kEquals
+                                           : key == kMatches ? Expected::kMatches
+                                                             : Expected::kFrom;
+                       }
+                       if (expected.kind == Expected::kMatches) CheckPattern(expected, value);
+                       if (expected.kind == Expected::kFrom && expected.text[0] != '/') {
+                           Error(value.Mark(), "expected an absolute path of the device");
+                       }
+                       expectation->properties.emplace_back(name, std::move(expected));
+                   });
+    }
+
+    void CheckPattern(const Expected& expected, const YAML::Node& node) {
+        try {
+            std::regex pattern(expected.text);
+        } catch (const std::regex_error& error) {
+            Error(node.Mark(), "'" + expected.text + "' is no regular expression: " + error.what());
+        }
+    }
+
+    Expectations expectations_;
+    std::string errors_;
+};
+
+}  // namespace
+
+Expectations ReadExpectations(const std::string& path) {
+    return Parser(path).Parse();
+}
+
+std::string RecordedExpectations(const Summary& summary, const std::vector<std::string>& steps) {
+    YAML::Emitter out;
+    const auto value = [&](const std::optional<std::string>& text) {
+        if (text) {
+            out << YAML::DoubleQuoted << *text;
+        } else {
+            out << YAML::Flow << YAML::BeginMap << YAML::Key << kSet << YAML::Value << false
+                << YAML::EndMap;
+        }
+    };
+    std::vector<const SummaryProperty*> varying;
+    out << YAML::Comment(
+            "What the device did when this was recorded; check it with extprop check.");
+    out << YAML::BeginMap << YAML::Key << kSteps << YAML::Value << YAML::Flow << steps;
+    out << YAML::Key << kExpectations << YAML::Value << YAML::BeginSeq;
+    out << YAML::BeginMap << YAML::Key << kName << YAML::Value << "the same in every variant";
+    out << YAML::Key << kVariants << YAML::Value << kAll;
+    out << YAML::Key << kComplete << YAML::Value << true;
+    out << YAML::Key << kProperties << YAML::Value << YAML::BeginMap;
+    for (const SummaryProperty& property : summary.properties) {
+        if (property.values.size() > 1) {
+            varying.push_back(&property);
+            continue;
+        }
+        out << YAML::Key << YAML::DoubleQuoted << property.name << YAML::Value;
+        value(property.values.front().value);
+    }
+    out << YAML::EndMap << YAML::EndMap;
+
+    std::vector<std::vector<std::optional<std::string>>> values;
+    for (const SummaryProperty* property : varying) {
+        values.push_back(ValuesByVariant(*property, summary.variants.size()));
+    }
+    for (size_t i = 0; i < summary.variants.size() && !varying.empty(); ++i) {
+        out << YAML::BeginMap << YAML::Key << kVariants << YAML::Value << YAML::Flow
+            << YAML::BeginMap;
+        for (int axis = 0; axis < kAxisCount; ++axis) {
+            const auto& chosen = summary.variants[i].variant[axis];
+            if (chosen) {
+                out << YAML::Key << kAxisNames[axis] << YAML::Value << YAML::DoubleQuoted
+                    << *chosen;
+            }
+        }
+        out << YAML::EndMap;
+        out << YAML::Key << kProperties << YAML::Value << YAML::BeginMap;
+        for (size_t j = 0; j < varying.size(); ++j) {
+            out << YAML::Key << YAML::DoubleQuoted << varying[j]->name << YAML::Value;
+            value(values[j][i]);
+        }
+        out << YAML::EndMap << YAML::EndMap;
+    }
+    out << YAML::EndSeq << YAML::EndMap << YAML::Newline;
+    return out.c_str();
+}
+
+std::string ExpectedText(const Expected& expected) {
+    switch (expected.kind) {
+        case Expected::kEquals:
+            return "'" + expected.text + "'";
+        case Expected::kMatches:
+            return "a value that matches '" + expected.text + "'";
+        case Expected::kSet:
+            return "any value";
+        case Expected::kUnset:
+            return "none";
+        case Expected::kFrom:
+            return "a value from " + expected.text;
+    }
+    return "";
+}
+
+}  // namespace extprop
