@@ -186,14 +186,14 @@ class Parser {
 
     void ReadProperties(const YAML::Node& node, Expectation* expectation) {
         ForEachKey(node, "a mapping from properties to what is expected of them", {},
-                   [&](const std::string& name, const YAML::Node&, const YAML::Node& value) {
+                   [&](const std::string& name, const YAML::Node& key, const YAML::Node& value) {
                        if (value.IsMap()) {
                            ReadConditions(name, value, expectation);
                        } else if (value.IsScalar()) {
                            expectation->properties.push_back(
                                    {name, {Expected::kEquals, value.Scalar()}});
                        } else {
-                           Error(value.Mark(),
+                           Error(value.IsNull() ? key.Mark() : value.Mark(),
                                  "expected a value, in quotes if it is empty, or a mapping with "
                                  "equals, matches, set or from");
                        }

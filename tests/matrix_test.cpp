@@ -1,0 +1,296 @@
+// All variants at once: that a matrix is what its variants' own boots are, and what is made of it.
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <map>
+#include <numeric>
+#include <random>
+
+#include <android-base/strings.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "random_device.h"
+#include "tool.h"
+
+namespace {
+
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+using Words = std::vector<std::string>;
+
+std::string Shell(const Words& words) {
+    std::string text;
+    for (const std::string& word : words) {
+        text += " '" + android::base::StringReplace(word, "'", "'\\''", true) + "'";
+    }
+    return text;
+}
+
+std::string Shell(const json& words) {
+    return Shell(words.get<Words>());
+}
+
+// One device that nobody has seen, or more by hand.
+std::vector<uint64_t> Seeds() {
+    const char* wanted = getenv("EXTPROP_TEST_DEVICES");
+    std::vector<uint64_t> seeds(wanted == nullptr ? 1 : strtoul(wanted, nullptr, 10));
+    std::iota(seeds.begin(), seeds.end(), std::random_device()() % 1000000);
+    return seeds;
+}
+
+class MatrixTest : public ToolTest {
+  protected:
+    // The lines of a run: the variants' by their variant's text, and the summary.
+    struct Lines {
+        std::map<std::string, json> variants;
+        json summary;
+    };
+
+    static Lines LinesOf(const Output& output) {
+        Lines lines;
+        for (const std::string& text : android::base::Split(output.out, "\n")) {
+            if (text.empty()) continue;
+            json line = json::parse(text);
+            if (line.contains("summary")) {
+                lines.summary = line.at("summary");
+            } else {
+                EXPECT_TRUE(lines.variants.emplace(line.at("variant").dump(), line).second);
+            }
+        }
+        return lines;
+    }
+
+    // An image for five regions and twenty carriers, of which one says too little.
+    std::string Carriers(const std::string& name) const {
+        const std::string vendor = name + "/mnt/vendor/";
+        for (const char* region : {"CN", "EU", "IN", "JP", "US"}) {
+            Write(vendor + "my_product/cust/" + region + "/build.prop",
+                  std::string("ro.test.locale=") + (*region == 'E' ? "en" : region) + "\n");
+        }
+        for (int carrier = 0; carrier < 20; ++carrier) {
+            const std::string key = "c" + std::to_string(carrier);
+            Write(vendor + "my_carrier/properties/" + key + "/SimSwitchFirstTime/a.prop",
+                  "ro.test.apn=" + key + ".example\n" + (carrier == 7 ? "" : "ro.test.volte=1\n"));
+        }
+        Write(vendor + "my_region/build.prop", "ro.tesvo.pipeline.region=EU\n");
+        // The device's own key file says otherwise than every variant but one.
+        Write(name + "/data/system/customize/sim_switch/sim_switch_first_file",
+              "sys.sim.switch.first=c3\n");
+        return Path(name);
+    }
+};
+
+TEST_F(MatrixTest, IsOneBootForEachVariant) {
+    for (const uint64_t seed : Seeds()) {
+        const std::string device = Path("/" + std::to_string(seed));
+        const std::string words = " " + device + Shell(MakeRandomDevice(device, seed, false));
+        SCOPED_TRACE("MakeRandomDevice " + words);
+        const Lines lines = LinesOf(Run("matrix --json" + words));
+        ASSERT_EQ(lines.variants.size(), lines.summary.at("variants").size());
+        for (const json& entry : lines.summary.at("variants")) {
+            SCOPED_TRACE(entry.dump());
+            const json& line = lines.variants.at(entry.at("variant").dump());
+            const json boot =
+                    json::parse(Run("boot --json" + words + Shell(entry.at("words"))).out);
+            EXPECT_EQ(json::diff(line.at("properties"), boot.at("properties")), json::array());
+            EXPECT_EQ(line.at("failure"), boot.at("failure"));
+        }
+        // The summary says the same once more, turned round.
+        for (const json& property : lines.summary.at("properties")) {
+            for (const json& value : property.at("values")) {
+                for (const size_t number : value.at("variants")) {
+                    const json& variant = lines.summary.at("variants").at(number).at("variant");
+                    const json& all = lines.variants.at(variant.dump()).at("properties");
+                    EXPECT_EQ(all.value(property.at("name").get<std::string>(), json()),
+                              value.at("value"));
+                }
+            }
+        }
+
+        const std::string over = words + " --over region,sim-first --json";
+        const Output whole = Run("matrix" + over);
+        std::string merged;
+        for (const char* part : {"3/3", "1/3", "2/3"}) {
+            merged += " " + Write("/part" + std::string(1, *part),
+                                  Run("matrix" + over + " --shard " + part).out);
+        }
+        EXPECT_EQ(LinesOf(Run("matrix --json --merge" + merged)).summary, LinesOf(whole).summary);
+        EXPECT_THAT(Run("matrix --merge" + merged + " " + Path("/part1")).err,
+                    HasSubstr("part1:1: the variant"));
+    }
+}
+
+TEST_F(MatrixTest, AnswersForWhom) {
+    const std::string device = Carriers("/image");
+    const Output list = Run("matrix --list " + device);
+    EXPECT_THAT(list.out, HasSubstr("region       CN EU IN JP US\n"));
+    EXPECT_THAT(list.out, HasSubstr("\n26 variants\n"));
+    EXPECT_THAT(Run("matrix --list --over region,sim-first --except region=US " + device).out,
+                HasSubstr("\n105 variants\n"));
+
+    const Output text = Run("matrix " + device);
+    EXPECT_EQ(text.status, 0) << text.err;
+    EXPECT_THAT(text.out,
+                HasSubstr("ro.test.volte\n"
+                          "  (unset)  sim-first=c7\n"
+                          "  1        all 25 others\n"
+                          "    persist /mnt/vendor/my_carrier/properties/c3/SimSwitchFirstTime/"
+                          "a.prop:2\n"));
+    EXPECT_THAT(text.out, HasSubstr("ro.test.locale\n"
+                                    "  CN  region=CN\n"
+                                    "    early /mnt/vendor/my_product/cust/CN/build.prop:1\n"));
+    EXPECT_THAT(Run("matrix " + device + " ro.test.locale --over region,sim-first").out,
+                HasSubstr("  IN  region=IN (21)\n"));
+    EXPECT_THAT(Run("matrix " + device + " --only sim-first=c0,c7 ro.test.volte").out,
+                HasSubstr("  1        sim-first=c0\n"));
+
+    const std::string other = Carriers("/other");
+    EXPECT_EQ(Run("matrix " + device + " " + other).status, 0);
+    Write("/other/mnt/vendor/my_product/build.prop", "ro.test.new=1\n");
+    Write("/other/mnt/vendor/my_product/cust/IN/build.prop", "ro.test.locale=hi\n");
+    Write("/other/mnt/vendor/my_carrier/properties/c20/SimSwitchFirstTime/a.prop", "");
+    const Output difference = Run("matrix --over region,sim-first " + device + " " + other);
+    EXPECT_EQ(difference.status, 1);
+    EXPECT_THAT(difference.out, HasSubstr("all 126 variants: ro.test.new (unset) -> 1\n"));
+    EXPECT_THAT(difference.out,
+                HasSubstr("21 variants: ro.test.locale IN -> hi  [region=IN (21)]\n"));
+    EXPECT_THAT(difference.out, HasSubstr("only " + other + " has sim-first=c20\n"));
+}
+
+TEST_F(MatrixTest, MakesKeysTrueThatTheBootDeletes) {
+    const std::string device = Carriers("/image");
+    Write("/image/odm/properties/shop/switchCarrierChannel/a.prop", "ro.test.channel=1\n");
+    Write("/image/data/system/customize/data_common_prop_file.prop",
+          "persist.sys.channel.info=other\n");
+    const Output output = Run("matrix --json --only channel=shop " + device +
+                              " --set persist.sys.911.shutdown=1");
+    const json properties = LinesOf(output).variants.begin()->second.at("properties");
+    EXPECT_EQ(properties.value("persist.sys.channel.info", ""), "shop") << output.out;
+    EXPECT_EQ(properties.value("ro.test.channel", ""), "1");
+}
+
+TEST_F(MatrixTest, TellsWhatIsWrongAndWhatFails) {
+    const std::string device = Carriers("/image");
+    const struct {
+        const char* arguments;
+        const char* error;
+    } mistakes[] = {
+            {"--only brnd=x", "there is no axis 'brnd'; the axes are brand, region"},
+            {"--only region=XX", "the device has no region 'XX'"},
+            {"--only region=EU --only sim-first=c0", "no variant is left to boot"},
+            {"--shard 3/2", "--shard '3/2': expected I/N"},
+            {"ro.nothing", "no variant has 'ro.nothing'"},
+            {"/nowhere", "/nowhere: No such file or directory"},
+    };
+    for (const auto& mistake : mistakes) {
+        const Output output = Run("matrix " + device + " " + mistake.arguments);
+        EXPECT_EQ(output.status, 2) << mistake.arguments;
+        EXPECT_THAT(output.err, HasSubstr(mistake.error)) << mistake.arguments;
+    }
+
+    Write("/image/mnt/vendor/my_product/cust/JP/build.prop",
+          "import /mnt/vendor/my_product/cust/JP/build.prop\n");
+    const Output failing = Run("matrix --json " + device);
+    EXPECT_EQ(failing.status, 3);
+    const json line = LinesOf(failing).variants.at(R"({"region":"JP"})");
+    EXPECT_EQ(line.at("failure").at("step"), "early");
+    EXPECT_EQ(Run("check " + device + " --record " + Path("/record.yaml")).status, 3);
+    EXPECT_FALSE(std::filesystem::exists(Path("/record.yaml")));
+}
+
+TEST_F(MatrixTest, ExpectationsHoldUntilAValueChanges) {
+    for (const uint64_t seed : Seeds()) {
+        const std::string device = Path("/" + std::to_string(seed));
+        MakeRandomDevice(device, seed, false);
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        const std::string check = "check " + device + " " + Path("/record.yaml");
+        ASSERT_EQ(Run(check + " --record").status, 0);
+        const Output same = Run(check);
+        EXPECT_EQ(same.status, 0) << same.out << same.err;
+        const Lines lines = LinesOf(Run("matrix --json " + device + " '*'"));
+        std::mt19937_64 random(seed);
+        const json& properties = lines.summary.at("properties");
+        for (int i = 0; i < 4; ++i) {
+            const json& property = properties.at(random() % properties.size());
+            const json& values = property.at("values");
+            const json& origin = values.at(random() % values.size()).at("origin");
+            if (origin.is_null() || origin.at("kind") != "file") continue;
+            const std::string file = origin.at(origin.at("source").is_null() ? "file" : "source");
+            const std::string edit =
+                    file + ":" + property.at("name").get<std::string>() + "=edited-here";
+            const Output edited = Run(check + Shell(Words{"--edit", edit}));
+            const Lines now =
+                    LinesOf(Run("matrix --json " + device + Shell(Words{"--edit", edit})));
+            bool differs = false;
+            for (const auto& [variant, line] : now.variants) {
+                auto known = lines.variants.find(variant);
+                differs |= known == lines.variants.end() ||
+                           known->second.at("properties") != line.at("properties");
+            }
+            EXPECT_EQ(edited.status, differs ? 1 : 0) << edit << "\n" << edited.out;
+        }
+    }
+}
+
+TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
+    const std::string device = Carriers("/image");
+    const std::string check = "check " + device + " ";
+    const Output output = Run(check +
+                              Write("/carriers.yaml",
+                                    "expectations:\n"
+                                    "  - name: Voice\n"
+                                    "    variants: {sim-first: '*'}\n"
+                                    "    properties:\n"
+                                    "      ro.test.volte: 1\n"
+                                    "      ro.test.apn: {matches: 'c[0-9]+\\.example'}\n"
+                                    "  - variants: [{region: [IN, as-is]}]\n"
+                                    "    properties:\n"
+                                    "      ro.test.locale:\n"
+                                    "        from: /mnt/vendor/my_product/cust/IN/"
+                                    "build.prop:1\n"
+                                    "      ro.test.none: {set: false}\n"
+                                    "      ro.test.apn: {equals: c3.example, set: true}\n") +
+                              " --junit " + Path("/report.xml"));
+    EXPECT_EQ(output.status, 1);
+    EXPECT_EQ(output.out,
+              "as it is: " + Path("/carriers.yaml") +
+                      ":7\n"
+                      "  ro.test.locale is 'en', expected a value from "
+                      "/mnt/vendor/my_product/cust/IN/build.prop:1; it comes from early "
+                      "/mnt/vendor/my_product/cust/EU/build.prop:1\n"
+                      "sim-first=c7: " +
+                      Path("/carriers.yaml") +
+                      ":2 (Voice)\n"
+                      "  ro.test.volte is unset, expected '1'\n"
+                      "22 variants, 48 properties checked, 2 not as expected\n");
+    std::string report;
+    android::base::ReadFileToString(Path("/report.xml"), &report);
+    EXPECT_THAT(report, HasSubstr("tests=\"22\" failures=\"2\""));
+    EXPECT_THAT(report, HasSubstr("name=\"sim-first=c7\"><failure"));
+
+    const Output wrong = Run(check + Write("/wrong.yaml",
+                                           "steps: [erly]\n"
+                                           "expectations:\n"
+                                           "  - variants: {regon: EU}\n"
+                                           "    properties:\n"
+                                           "      a: {matches: '['}\n"
+                                           "      b:\n"
+                                           "      b: {from: odm, set: yes}\n"
+                                           "    propertys: {}\n"
+                                           "  - {}\n"));
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_EQ(wrong.out, "");
+    for (const char* place : {":1:8: ", ":3:16: there is no axis 'regon'", ":5:20: '[' is no",
+                              ":6:7: expected a value", ":7:7: 'b' stands here twice",
+                              ":8:5: unknown word 'propertys'", ":9:5: there is no 'properties'"}) {
+        EXPECT_THAT(wrong.err, HasSubstr(Path("/wrong.yaml") + place));
+    }
+}
+
+}  // namespace
