@@ -5,7 +5,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -15,6 +14,7 @@
 
 #include "commands/command.h"
 #include "input_error.h"
+#include "nearest.h"
 
 namespace {
 
@@ -44,38 +44,13 @@ constexpr char kExamples[] =
         "tells\n"
         "more.\n";
 
-// How many letters have to be changed, added, left out or swapped to make one word the other.
-size_t Distance(const std::string& a, const std::string& b) {
-    std::vector<std::vector<size_t>> cost(a.size() + 1, std::vector<size_t>(b.size() + 1));
-    for (size_t i = 0; i <= a.size(); ++i) {
-        for (size_t j = 0; j <= b.size(); ++j) {
-            if (i == 0 || j == 0) {
-                cost[i][j] = i + j;
-                continue;
-            }
-            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1,
-                                   cost[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
-            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
-                cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
-            }
-        }
-    }
-    return cost[a.size()][b.size()];
-}
-
 std::string Unknown(const std::string& word) {
-    std::string text = "unknown command '" + word + "'";
-    const auto nearest = std::min_element(
-            std::begin(kCommands), std::end(kCommands), [&](const Command& a, const Command& b) {
-                return Distance(word, a.name) < Distance(word, b.name);
-            });
-    const size_t kNear = 2;
-    if (Distance(word, nearest->name) <= kNear) {
-        text += std::string("; did you mean ") + nearest->name + "?";
-    } else {
-        text += "; see extprop --help";
-    }
-    return text;
+    constexpr size_t kNear = 2;
+    std::vector<std::string> names;
+    for (const Command& command : kCommands) names.emplace_back(command.name);
+    const std::string nearest = Nearest(word, names, kNear);
+    const std::string text = "unknown command '" + word + "'";
+    return text + (nearest.empty() ? "; see extprop --help" : "; did you mean " + nearest + "?");
 }
 
 ExitStatus Run(const std::vector<std::string>& words) {

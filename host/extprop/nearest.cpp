@@ -1,0 +1,52 @@
+#include "nearest.h"
+
+#include <algorithm>
+
+namespace extprop {
+
+namespace {
+
+std::string LowerCase(std::string text) {
+    for (char& c : text) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return text;
+}
+
+}  // namespace
+
+size_t Distance(const std::string& a, const std::string& b) {
+    std::vector<std::vector<size_t>> cost(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    for (size_t i = 0; i <= a.size(); ++i) {
+        for (size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                cost[i][j] = i + j;
+                continue;
+            }
+            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1,
+                                   cost[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
+            }
+        }
+    }
+    return cost[a.size()][b.size()];
+}
+
+std::string Nearest(const std::string& word, const std::vector<std::string>& known, size_t most) {
+    const std::string lower = LowerCase(word);
+    std::string nearest;
+    size_t least = most + 1;
+    for (const std::string& candidate : known) {
+        // A difference in length is one in as many letters.
+        const auto [shorter, longer] = std::minmax(word.size(), candidate.size());
+        if (longer - shorter >= least) continue;
+        const size_t distance = Distance(lower, LowerCase(candidate));
+        if (distance >= least) continue;
+        least = distance;
+        nearest = candidate;
+    }
+    return nearest;
+}
+
+}  // namespace extprop
