@@ -14,41 +14,41 @@ namespace {
 
 class LedRoot : public Root {
   public:
-    LedRoot(const std::string& device, const Options& options) : files_(device, options) {}
+    explicit LedRoot(std::shared_ptr<DeviceFiles> files) : files_(std::move(files)) {}
 
     bool Enter() override {
-        files_.LeaveInChild();
-        return chdir("/") == 0 && LeadCalls(&files_.view());
+        files_->LeaveInChild();
+        return chdir("/") == 0 && LeadCalls(&files_->view());
     }
 
     bool Reset() override {
-        files_.Reset();
+        files_->Reset();
         return true;
     }
 
-    void AttachBlockDevice(const std::string& path) override { files_.AttachBlockDevice(path); }
+    void AttachBlockDevice(const std::string& path) override { files_->AttachBlockDevice(path); }
 
-    std::string Outside(const std::string& path) const override { return files_.Outside(path); }
+    std::string Outside(const std::string& path) const override { return files_->Outside(path); }
 
-    std::vector<FileChange> TakeChanges() override { return files_.view().TakeChanges(); }
+    std::vector<FileChange> TakeChanges() override { return files_->view().TakeChanges(); }
 
     std::optional<ImagePlace> ImageOf(const std::string& path) const override {
-        return files_.ImageOf(path);
+        return files_->ImageOf(path);
     }
 
-    std::vector<std::string> Notes() const override { return files_.Notes(); }
+    std::vector<std::string> Notes() const override { return files_->Notes(); }
 
   private:
-    DeviceFiles files_;
+    std::shared_ptr<DeviceFiles> files_;
 };
 
 }  // namespace
 
-std::unique_ptr<Root> MakeLedRoot(const std::string& device, const Options& options) {
+std::unique_ptr<Root> MakeLedRoot(std::shared_ptr<DeviceFiles> files) {
     if (!CanLeadCalls()) {
         throw std::runtime_error("the kernel takes no filters for system calls (seccomp)");
     }
-    return std::make_unique<LedRoot>(device, options);
+    return std::make_unique<LedRoot>(std::move(files));
 }
 
 }  // namespace sandbox

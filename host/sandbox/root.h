@@ -34,7 +34,7 @@ class Root {
 // Both throw std::runtime_error, saying why, if the root cannot be had.
 
 // A root that needs no privileges: the calls by which files are reached are led.
-std::unique_ptr<Root> MakeLedRoot(const std::string& device, const Options& options);
+std::unique_ptr<Root> MakeLedRoot(std::shared_ptr<DeviceFiles> files);
 
 // A root of the kernel's, in private namespaces: an overlay over the device directory, or a copy.
 std::unique_ptr<Root> MakePrivateRoot(const std::string& device, const Options& options,

@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "checks.h"
+#include "device_files.h"
 #include "led_calls.h"
 #include "root.h"
 
@@ -78,7 +79,9 @@ int WaitFor(pid_t pid) {
 }
 
 std::unique_ptr<Root> MakeRoot(Way way, const std::string& device, const Options& options) {
-    if (way == Way::kRedirect) return MakeLedRoot(device, options);
+    if (way == Way::kRedirect) {
+        return MakeLedRoot(std::make_shared<DeviceFiles>(device, options));
+    }
     return MakePrivateRoot(device, options, way == Way::kCopy);
 }
 
@@ -132,6 +135,9 @@ Sandbox::Sandbox(const std::string& device, Options options)
                 error.what() + "; docs/containers.md tells how to allow either");
     }
 }
+
+Sandbox::Sandbox(std::shared_ptr<DeviceFiles> files)
+        : way_(Way::kRedirect), root_(MakeLedRoot(std::move(files))) {}
 
 Sandbox::~Sandbox() = default;
 

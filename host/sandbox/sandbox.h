@@ -66,6 +66,7 @@ struct ImagePlace {
     std::string path;   // in the image, such as "/build.prop"
 };
 
+class DeviceFiles;
 class Root;
 
 class Sandbox {
@@ -73,6 +74,9 @@ class Sandbox {
     // Prepares a root over the directory `device`, in which a partition image is seen as the files
     // in it. Throws std::runtime_error, saying why, if the root cannot be had.
     explicit Sandbox(const std::string& device, Options options = {});
+
+    // The same over a device whose images are unpacked already, its calls led.
+    explicit Sandbox(std::shared_ptr<DeviceFiles> files);
     ~Sandbox();
 
     // Throws all changes away, so that the sandbox is as a new one; none of its processes may run.
