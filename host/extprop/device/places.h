@@ -37,6 +37,7 @@ struct FixedFile {
     const char* path;
     FileUse use;
     Occasion occasion;
+    const char* property = nullptr;  // the one that the library takes from it, if there is one
 };
 const std::vector<FixedFile>& FixedFiles();
 

@@ -2,11 +2,16 @@
 
 #pragma once
 
+#include <stdint.h>
+
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace extprop {
+
+// Far more bytes than a property file has, and few enough to be read.
+inline constexpr int64_t kMostBytes = 16 * 1024 * 1024;
 
 struct PropertyLine {
     enum Kind {

@@ -358,7 +358,9 @@ class Surveyor {
     void Read(const std::string& path, const std::optional<std::string>& source) {
         const std::string& own = source ? *source : path;
         if (!read_.insert(own).second) return;
-        const auto content = LoadTracker::Content(own);
+        struct stat status;
+        const bool is_huge = lstat(own.c_str(), &status) == 0 && status.st_size > kMostBytes;
+        const auto content = is_huge ? std::string() : LoadTracker::Content(own);
         if (!content) return;
         SurveyedFile file;
         file.path = path;

@@ -15,6 +15,9 @@ constexpr char kCotaModuleInfoFile[] = "/data/cota/cota_module_info.prop";
 
 constexpr char kBindPoint[] = "bind_point";
 
+// Where a package is bound whose message names no other place.
+constexpr char kCarrierRoot[] = "/my_carrier";
+
 // Reads the one-shot file at `path` and deletes it, also when it could not be read, so that it is
 // acted on once. Returns false if there is none. The texts go to the log, before the path.
 bool takeOneShotFile(const char* path, const char* missing, const char* loadFailed,

@@ -1,0 +1,282 @@
+#include "explain/dead_places.h"
+
+#include <string.h>
+
+#include <algorithm>
+#include <set>
+
+#include <android-base/file.h>
+#include <android-base/strings.h>
+
+#include "TesvoExtensionProperty/cota.h"
+#include "TesvoExtensionProperty/names.h"
+#include "TesvoExtensionProperty/partitions.h"
+#include "nearest.h"
+
+namespace extprop {
+
+namespace {
+
+using namespace android::init;
+using android::base::Basename;
+using android::base::Dirname;
+using android::base::EndsWith;
+using android::base::Join;
+using android::base::Split;
+using android::base::StartsWith;
+
+constexpr char kVendor[] = "/mnt/vendor";
+constexpr char kProperties[] = "properties";
+constexpr char kBuildProp[] = "build.prop";
+
+const std::vector<std::string>& KindNames() {
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> leaves;
+        for (const SwitchKey& key : SwitchKeys()) leaves.emplace_back(key.leaf);
+        return leaves;
+    }();
+    return names;
+}
+
+bool IsKind(const std::string& name) {
+    return std::find(KindNames().begin(), KindNames().end(), name) != KindNames().end();
+}
+
+std::string Quoted(const std::string& text) {
+    return "'" + text + "'";
+}
+
+std::string Meant(const std::string& nearest) {
+    return nearest.empty() ? "" : "; did you mean " + Quoted(nearest) + "?";
+}
+
+// Divides the dead files of one survey into the places that are at fault.
+class Finder {
+  public:
+    Finder(const Survey& survey, const std::map<std::string, FileMoments>& moments)
+            : survey_(survey), moments_(moments) {
+        for (const SurveyedFile& file : survey.files) {
+            paths_.insert(file.path);
+            if (IsRead(file)) AddLive(file.path);
+            if (UseOf(file.path) != FileUse::kCotaMessage) continue;
+            for (const LineRead& line : file.lines) {
+                if (line.name == kBindPoint) bind_points_.push_back(line.value + "/");
+            }
+        }
+        const std::string regions = Dirname(partitionRoots("", "x")[9]);
+        for (const SurveyedFile& file : survey.files) {
+            const size_t at = file.path.find(regions.substr(strlen(kVendor)) + "/");
+            if (at != 0 && at != strlen(kVendor)) continue;
+            const std::string below = file.path.substr(at + regions.size() - strlen(kVendor) + 1);
+            AddRoots("", below.substr(0, below.find('/')));
+        }
+        for (const Brand& brand : kBrands) AddRoots(brand.code, "");
+        AddRoots("", "");
+        for (const char* root : {kCompanyRoot, kCarrierRoot}) roots_.insert(root);
+        roots_.insert(kCarrierRoot + std::string("/cust"));
+    }
+
+    std::vector<DeadPlace> Find() {
+        for (const SurveyedFile& file : survey_.files) {
+            // Links and configurations of market names are read otherwise, or not at all.
+            if (file.source || IsRead(file) || UseOf(file.path) == FileUse::kDeviceName) continue;
+            // What a package is bound over is not meant to be read.
+            const bool is_covered = std::any_of(
+                    bind_points_.begin(), bind_points_.end(),
+                    [&](const std::string& point) { return StartsWith(file.path, point); });
+            if (!is_covered) Place(file);
+        }
+        std::vector<DeadPlace> places;
+        for (auto& entry : places_) places.push_back(std::move(entry.second));
+        return places;
+    }
+
+  private:
+    void AddRoots(const std::string& code, const std::string& region) {
+        for (const std::string& root : partitionRoots(code, region)) {
+            const std::string plain = EndsWith(root, "/") ? Dirname(root + "x") : root;
+            roots_.insert(plain);
+            // What is read there lies there, and is led to by a link.
+            const std::string shown =
+                    StartsWith(plain, kVendor) ? plain.substr(strlen(kVendor)) : "";
+            if (live_directories_.count(PartitionOf(shown)) != 0) roots_.insert(shown);
+        }
+    }
+
+    void AddLive(const std::string& path) {
+        for (std::string directory = Dirname(path); live_directories_.insert(directory).second;) {
+            directory = Dirname(directory);
+        }
+    }
+
+    bool IsRead(const SurveyedFile& file) const {
+        const auto known = moments_.find(file.path);
+        if (known == moments_.end()) return false;
+        return known->second.whole != kUnsearched || !known->second.filtered.empty();
+    }
+
+    void Add(DeadKind kind, const std::string& path, const std::string& reason) {
+        places_.try_emplace(path, DeadPlace{kind, path, reason});
+    }
+
+    void Place(const SurveyedFile& file) {
+        const std::string& path = file.path;
+        const std::string partition = PartitionOf(path);
+        const PartitionKind kind = KindOfPartition(partition);
+        const bool is_known = kind.kind == PartitionKind::kKnown;
+        if (kind.kind == PartitionKind::kSystems) {
+            PlaceNearKeyFile(path);
+        } else if (!is_known && live_directories_.count(partition) == 0) {
+            PlaceOnOtherPartition(path, partition, kind);
+        } else if (paths_.count(kVendor + path) != 0) {
+            // What the system shows at another place too is told of there.
+        } else if (const std::string root = RootOf(path); !root.empty()) {
+            PlaceBelowRoot(file, root);
+        } else if (is_known && live_directories_.count(partition) == 0) {
+            Add(DeadKind::kUnknownPartition, partition,
+                "the library reads " + Quoted(kVendor + partition) +
+                        ", and none of its roots lies here, where the phone may show the same");
+        } else {
+            Add(DeadKind::kUnreadFile, path,
+                "no root of the library lies here, and no file that is read imports "
+                "this one");
+        }
+    }
+
+    // A directory that holds key files may hold anything else.
+    void PlaceNearKeyFile(const std::string& path) {
+        constexpr size_t kNear = 2;
+        std::vector<std::string> names;
+        for (const FixedFile& file : FixedFiles()) {
+            if (Dirname(file.path) == Dirname(path)) names.push_back(Basename(file.path));
+        }
+        if (const std::string near = Nearest(Basename(path), names, kNear); !near.empty()) {
+            Add(DeadKind::kUnreadFile, path, "no file of this name is read here" + Meant(near));
+        }
+    }
+
+    void PlaceOnOtherPartition(const std::string& path, const std::string& partition,
+                               const PartitionKind& kind) {
+        if (kind.kind == PartitionKind::kMisspelt) {
+            Add(DeadKind::kMisspeltPartition, partition,
+                "no root of the library lies on this partition" + Meant(kind.nearest));
+        } else if (path == partition + "/" + kBuildProp ||
+                   StartsWith(path, partition + "/" + kProperties + "/")) {
+            Add(DeadKind::kUnknownPartition, partition,
+                "this looks like a partition of the library's, but none of its roots lies here");
+        }
+    }
+
+    // The longest root that the path lies below.
+    std::string RootOf(const std::string& path) const {
+        std::string directory = Dirname(path);
+        while (directory != "/" && roots_.count(directory) == 0) directory = Dirname(directory);
+        return directory == "/" ? "" : directory;
+    }
+
+    void PlaceBelowRoot(const SurveyedFile& file, const std::string& root) {
+        const std::vector<std::string> below = Split(file.path.substr(root.size() + 1), "/");
+        if (IsOfSwitchKey(file.path) && !EndsWith(file.path, ".prop")) {
+            Add(DeadKind::kSkippedFile, file.path,
+                "a switch key's files are loaded only if their names end in '.prop'");
+        } else if (below[0] == kProperties) {
+            PlaceInProperties(file.path, root + "/" + kProperties,
+                              {below.begin() + 1, below.end()});
+        } else if (!file.readings.empty()) {
+            const std::string& searched = file.readings[0].place;
+            Add(DeadKind::kUnsearchedRoot, searched + "/" + kProperties,
+                Quoted(searched) +
+                        " is none of the library's roots, so only the root of a carrier package "
+                        "would be searched here");
+        } else if (const std::string near = Nearest(below[0], {kProperties}, 3);
+                   below.size() > 1 && IsMisspelt(root + "/" + below[0], near, below)) {
+            Add(DeadKind::kMisspeltProperties, root + "/" + below[0],
+                "the switch keys' directories are looked for in 'properties', not here");
+        } else {
+            PlaceUnread(file.path, root, below);
+        }
+    }
+
+    // Whether it is DIRECTORY/KEY/KIND/FILE, or the directory has such a name and no other use.
+    bool IsMisspelt(const std::string& directory, const std::string& near,
+                    const std::vector<std::string>& below) const {
+        if (below.size() > 3 && IsKind(below[below.size() - 2])) return true;
+        return !near.empty() && live_directories_.count(directory) == 0;
+    }
+
+    // `below` is KEY/KIND/FILE where all is well.
+    void PlaceInProperties(const std::string& path, const std::string& properties,
+                           const std::vector<std::string>& below) {
+        const std::string directory = Dirname(path);
+        const size_t directories = below.size() - 1;
+        const auto directory_at = [&](size_t i) {
+            return properties + "/" +
+                   Join(std::vector<std::string>(below.begin(), below.begin() + i + 1), "/");
+        };
+        for (size_t i = 1; i + 1 < directories; ++i) {
+            if (!IsKind(below[i])) continue;
+            Add(DeadKind::kNestedDirectory, directory_at(i + 1),
+                "the files in " + Quoted(below[i]) + " are loaded, not those in directories there");
+            return;
+        }
+        if (directories == 0) {
+            Add(DeadKind::kNoKind, directory,
+                "here the switch keys' directories are looked for, no files");
+        } else if (directories == 1 && IsKind(below[0])) {
+            Add(DeadKind::kNoKind, directory,
+                "the key's directory is missing between 'properties' and this one");
+        } else if (directories == 1) {
+            Add(DeadKind::kNoKind, directory,
+                "here directories of the kinds are looked for, no files: " +
+                        Join(KindNames(), ", "));
+        } else if (!IsKind(below[directories - 1])) {
+            const std::string& name = below[directories - 1];
+            const std::string near =
+                    Nearest(name, KindNames(), std::max<size_t>(2, name.size() / 3));
+            Add(DeadKind::kUnknownKind, directory,
+                "this is no kind of switch key" +
+                        (near.empty() ? ", which are: " + Join(KindNames(), ", ") : Meant(near)));
+        } else {
+            Add(DeadKind::kUnreadFile, path, "no switch key leads here");
+        }
+    }
+
+    void PlaceUnread(const std::string& path, const std::string& root,
+                     const std::vector<std::string>& below) {
+        const std::string& name = below.back();
+        if (name == kBuildProp) {
+            Add(DeadKind::kUnreadFile, path,
+                Quoted(Dirname(path)) +
+                        " is none of the library's roots, and no file that is read imports this "
+                        "one");
+        } else if (below.size() == 2 && below[0] == "etc" && StartsWith(name, "build.")) {
+            Add(DeadKind::kUnreadFile, path,
+                "no " + Quoted(kNvFlagMap) +
+                        " leads an older key here, and no file that is read "
+                        "imports this one");
+        } else {
+            const std::string near =
+                    below.size() == 1 ? Nearest(name, {kBuildProp}, 2) : std::string();
+            Add(DeadKind::kUnreadFile, path,
+                "the library reads no file of this name in " + Quoted(root) +
+                        ", and no file that is read imports this one" + Meant(near));
+        }
+    }
+
+    const Survey& survey_;
+    const std::map<std::string, FileMoments>& moments_;
+    std::set<std::string> paths_;
+    std::set<std::string> live_directories_;  // with files that are read somewhere below
+    std::set<std::string> roots_;
+    std::vector<std::string> bind_points_;
+    std::map<std::string, DeadPlace> places_;
+};
+
+}  // namespace
+
+std::vector<DeadPlace> DeadPlaces(const Survey& survey,
+                                  const std::map<std::string, FileMoments>& moments) {
+    return Finder(survey, moments).Find();
+}
+
+}  // namespace extprop

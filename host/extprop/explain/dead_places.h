@@ -1,0 +1,36 @@
+// The files of a device that no boot reads, as far as that can be told without one.
+
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "explain/moments.h"
+
+namespace extprop {
+
+enum class DeadKind {
+    kSkippedFile,         // in a switch key's directory, without the suffix
+    kUnknownKind,         // a directory in which another kind's name is looked for
+    kNoKind,              // a directory in which only directories are looked for
+    kNestedDirectory,     // a directory in which nothing is looked for
+    kMisspeltProperties,  // a directory in which "properties" is looked for
+    kUnsearchedRoot,      // a directory's "properties"
+    kMisspeltPartition,
+    kUnknownPartition,
+    kUnreadFile,
+};
+
+struct DeadPlace {
+    DeadKind kind;
+    std::string path;    // of a file, or of a directory that stands for the files in it
+    std::string reason;  // a sentence without its full stop
+};
+
+// Returns what nothing reads on the partitions of the library, each place once, in the order of the
+// paths. `moments` are the survey's, which has to be taken with the lines of the name kBindPoint.
+std::vector<DeadPlace> DeadPlaces(const Survey& survey,
+                                  const std::map<std::string, FileMoments>& moments);
+
+}  // namespace extprop
