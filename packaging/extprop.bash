@@ -27,7 +27,7 @@ _extprop() {
         return
     fi
     case $prev in
-        --props | --html)
+        --props | --html | --sarif)
             _filedir
             return
             ;;
@@ -47,7 +47,7 @@ _extprop() {
         [boot]="$boot --json --quiet --verbose --html --help"
         [explain]="$boot --all --json --html --help"
         [diff]="$boot --json --a --b --help"
-        [lint]="--json --help"
+        [lint]="--json --sarif --help"
     )
     local command=${words[1]}
     if [[ $cur == -* ]]; then
@@ -58,7 +58,7 @@ _extprop() {
     local operand=1 i
     for ((i = 2; i < cword; ++i)); do
         case ${words[i]} in
-            --set | --props | --brand | --region | --nv | --edit | --request | --timeout | --html)
+            --set | --props | --brand | --region | --nv | --edit | --request | --timeout | --html | --sarif)
                 ((++i))
                 ;;
             -*) ;;

@@ -216,10 +216,15 @@ TEST_F(ExtpropTest, PageIsWrittenWholeOrNotAtAll) {
 }
 
 TEST_F(ExtpropTest, LintEndsWithTheErrorsThatItFinds) {
-    const Output faulty = Run("lint " + Sample("faulty"));
+    const Output faulty = Run("lint " + Sample("faulty") + " --sarif " + Path("/sarif"));
     EXPECT_EQ(faulty.status, 1);
     EXPECT_THAT(faulty.out, HasSubstr(Sample("faulty") + "/odm/etc/radio.prop:2: error: "));
     EXPECT_EQ(faulty.err, "");
+    std::string sarif;
+    ASSERT_TRUE(android::base::ReadFileToString(Path("/sarif"), &sarif));
+    EXPECT_EQ(json::parse(sarif)["runs"][0]["results"].size(),
+              static_cast<size_t>(std::count(faulty.out.begin(), faulty.out.end(), '\n')));
+    EXPECT_EQ(Run("lint " + Sample("faulty") + " --sarif " + Path("/none/x")).status, 2);
     const Output warned = Run("lint --json " + Sample("carrier-package"));
     EXPECT_EQ(warned.status, 0);
     EXPECT_EQ(json::parse(warned.out)["findings"][0]["severity"], "warning");

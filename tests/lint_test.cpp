@@ -8,8 +8,11 @@
 #include <fstream>
 
 #include <android-base/file.h>
+#include <android-base/strings.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "output/sarif.h"
 
 namespace {
 
@@ -33,8 +36,12 @@ class LintTest : public testing::Test {
         return directory_.path + path;
     }
 
-    void Write(const std::string& path, const std::string& content) const {
+    void Write(const std::string& path, const std::string& content = "ro.x=1\n") const {
         std::ofstream(Prepare(path), std::ios::binary) << content;
+    }
+
+    void Clear() const {
+        for (const auto& entry : fs::directory_iterator(directory_.path)) fs::remove_all(entry);
     }
 
     // "path:line identifier" of each finding.
@@ -62,16 +69,30 @@ TEST_F(LintTest, FaultySampleHasEachFaultOnce) {
     }
     EXPECT_THAT(found,
                 ElementsAre("/data/cota/cota_mount_info.prop:4: warning [not-forwarded]",
+                            "/mnt/vendor/my_carrier/north/properties:1: warning [unsearched-root]",
+                            "/mnt/vendor/my_carrier/properties/north/SimSwitchFirstTime/apn:1: "
+                            "error [nested-directory]",
                             "/mnt/vendor/my_carrier/properties/north/SimSwitchFirstTime/"
                             "apn.prop.bak:1: warning [skipped-file]",
+                            "/mnt/vendor/my_carrier/properties/south/SimSwitchFirstTme:1: error "
+                            "[unknown-kind]",
+                            "/mnt/vendor/my_carrier/properties/west:1: error [no-kind]",
+                            "/mnt/vendor/my_carrier/property:1: error [misspelt-properties]",
+                            "/mnt/vendor/my_games:1: warning [unknown-partition]",
                             "/mnt/vendor/my_product/build.prop:2: error [missing-import]",
                             "/mnt/vendor/my_product/build.prop:4: error [malformed-reference]",
                             "/mnt/vendor/my_product/build.prop:6: warning [unset-reference]",
                             "/mnt/vendor/my_product/build.prop:8: warning [missing-variant]",
+                            "/mnt/vendor/my_product/build.prop:8: warning [late-reference]",
                             "/mnt/vendor/my_product/build.prop:11: error [no-equals]",
                             "/mnt/vendor/my_product/build.prop:13: error [illegal-name]",
                             "/mnt/vendor/my_product/build.prop:15: error [value-too-long]",
                             "/mnt/vendor/my_product/build.prop:18: warning [duplicate-name]",
+                            "/mnt/vendor/my_regiom:1: error [misspelt-partition]",
+                            "/mnt/vendor/my_stock/build.prop:2: error [idle-filter]",
+                            "/mnt/vendor/my_stock/build.prop:4: warning [import-multiplies]",
+                            "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file:2: error "
+                            "[missing-key]",
                             "/my_company/media/logo/logo.img:1: error [logo-too-large]",
                             "/my_product/cust/EU/etc/devicename.cfg:2: error [rom-never-matches]",
                             "/odm/etc/binary.prop:3: error [binary]",
@@ -80,11 +101,13 @@ TEST_F(LintTest, FaultySampleHasEachFaultOnce) {
                             "/odm/etc/line_ends.prop:2: warning [crlf]",
                             "/odm/etc/line_ends.prop:3: error [carriage-return]",
                             "/odm/etc/link.prop:1: error [symbolic-link]",
-                            "/odm/etc/radio.prop:2: error [import-cycle]"));
+                            "/odm/etc/radio.prop:2: error [import-cycle]",
+                            "/odm/etc/spare.prop:1: warning [unread-file]"));
 }
 
 TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
     Write("/dev/block/by-name/splash_odm", "four");
+    fs::create_directory(Prepare("/odm"));
     const std::string most(91, 'x');
     const std::string more(92, 'x');
     const struct {
@@ -92,8 +115,10 @@ TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
         std::string content;
         Lines found;  // behind the path
     } cases[] = {
-            {"/odm/a.prop", "persist.x=" + most + "\nro.x=" + more + "\nro.y=M\xc3\xbcller", {}},
-            {"/odm/a.prop", "# M\xfcller\nx=1\nx=1\nx = 1\n", {}},
+            {"/odm/build.prop",
+             "persist.x=" + most + "\nro.x=" + more + "\nro.y=M\xc3\xbcller",
+             {}},
+            {"/odm/build.prop", "# M\xfcller\nx=1\nx=1\nx = 1\n", {}},
             {"/odm/etc/nvmap.prop", "a b=" + more, {}},
             {kReserve + std::string("sim_switch_first_file"), "north", {}},
             {kReserve + std::string("first_switch_none_clear"), "1", {}},
@@ -105,9 +130,21 @@ TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
             {"/odm/properties/a/other/x.txt", "?", {}},
             {"/my_company/media/logo/logo.bin", "1234", {}},
             {"/my_company/media/logo/logo.bin", "12345", {"1 logo-too-large"}},
-            {"/odm/a.prop", "persist.x=" + more + "\n=2", {"1 value-too-long", "2 illegal-name"}},
-            {"/odm/build.x.prop", "import\t/odm/b\na b=1", {"1 no-equals", "2 illegal-name"}},
-            {kReserve + std::string("sim_switch_first_file"), "north\nx=1", {"1 no-equals"}},
+            {"/odm/build.prop",
+             "persist.x=" + more + "\n=2",
+             {"1 value-too-long", "2 illegal-name"}},
+            {"/mnt/vendor/my_region/build.prop",
+             "import\t/odm/b\na b=1",
+             {"1 no-equals", "2 illegal-name"}},
+            {kReserve + std::string("sim_switch_first_file"),
+             "north\nx=1",
+             {"1 no-equals", "1 missing-key"}},
+            {kReserve + std::string("sim_switch_first_file"),
+             "sys.x=1\nimport /odm/none",  // which may give the key
+             {"2 missing-import"}},
+            {"/data/system/customize/sim_switch/sim_switch_first_file",
+             "north",
+             {"1 no-equals", "1 missing-key"}},
             {kCotaInfo, "sys.x=" + more + "\nvendor.x=1", {"1 value-too-long", "2 not-forwarded"}},
             {kDeviceName, "ROM=512GB\nROM=512", {"1 rom-never-matches", "2 duplicate-name"}},
             {"/odm/properties/a/b/regionSwitch/x.txt", "?", {"1 skipped-file"}},
@@ -136,10 +173,11 @@ TEST_F(LintTest, ImportsAreResolvedOnTheDevice) {
           "import /my_region/${ro.variant:-default}.prop\n"  // line 7
           "import /my_region/${ro.variant.none}.prop\n"
           "import /odm\n"
-          "import /my_region/${ro.other}/${\n");
+          "import /my_region/${ro.variant}/${\n");
     EXPECT_THAT(Found(),
-                ElementsAre("/odm/build.prop:7 missing-variant",
-                            "/odm/build.prop:8 unset-reference", "/odm/build.prop:9 missing-import",
+                ElementsAre("/odm/build.prop:5 late-reference", "/odm/build.prop:7 missing-variant",
+                            "/odm/build.prop:7 late-reference", "/odm/build.prop:8 unset-reference",
+                            "/odm/build.prop:9 missing-import",
                             "/odm/build.prop:10 malformed-reference"));
 }
 
@@ -147,11 +185,13 @@ TEST_F(LintTest, CyclesAreFoundHoweverTheyAreWritten) {
     fs::create_directory_symlink("/odm", Prepare("/alias"));
     Write("/odm/build.prop", "ro.x=b\nimport /odm/a\n");
     Write("/odm/a", "import /odm/leaf\nimport /alias/${ro.x}\n");
-    Write("/odm/b", "import ../odm/./b ro.*\nimport /odm/leaf\nimport a\nimport /odm/a\n");
+    Write("/odm/b", "import ../odm/./b ro.*\nimport /odm/leaf\nimport a\nimport /odm/a\nro.b=1\n");
     Write("/odm/leaf", "ro.leaf=1\n");
-    Write("/odm/self.prop", "import /odm/self.prop\n");
-    EXPECT_THAT(Found(), ElementsAre("/odm/b:3 missing-import", "/odm/b:4 import-cycle",
-                                     "/odm/self.prop:1 import-cycle"));
+    Write("/odm/etc/flags.prop", "import /odm/etc/flags.prop\n");
+    // The library runs into the last one when it is asked what it reads.
+    EXPECT_THAT(Found(),
+                ElementsAre(":1 not-checked", "/odm/b:3 missing-import", "/odm/b:4 import-cycle",
+                            "/odm/etc/flags.prop:1 import-cycle"));
 }
 
 TEST_F(LintTest, OddFilesAreNamedNotRead) {
@@ -164,6 +204,194 @@ TEST_F(LintTest, OddFilesAreNamedNotRead) {
                                      kDeviceName + std::string(":1 rom-never-matches"),
                                      "/odm/build.prop:2 missing-import",
                                      "/odm/fifo.prop:1 not-a-file", "/odm/huge.prop:1 unreadable"));
+}
+
+TEST_F(LintTest, WhatNothingReadsIsFoundAndNothingElse) {
+    const struct {
+        Lines paths;
+        Lines found;
+    } cases[] = {
+            {{"/odm/properties/a/simswitchfirst/x.prop"},
+             {"/odm/properties/a/simswitchfirst:1 unknown-kind 'SimSwitchFirstTime'"}},
+            {{"/odm/properties/a/b/c/x.prop"},
+             {"/odm/properties/a/b/c:1 unknown-kind switchCarrierChannel"}},
+            {{"/odm/properties/a/x.prop", "/odm/properties/x.prop"},
+             {"/odm/properties:1 no-kind", "/odm/properties/a:1 no-kind SimSwitchCurrentTime"}},
+            {{"/odm/properties/regionSwitch/x.prop"},
+             {"/odm/properties/regionSwitch:1 no-kind key"}},
+            {{"/odm/properties/a/regionSwitch/b/c/x.prop",
+              "/odm/properties/a/regionSwitch/b/y.prop"},
+             {"/odm/properties/a/regionSwitch/b:1 nested-directory"}},
+            {{"/odm/property/x.prop", "/odm/etc/a/regionSwitch/x.prop"},
+             {"/odm/etc:1 misspelt-properties", "/odm/property:1 misspelt-properties"}},
+            {{"/odm/etc/properties/a/regionSwitch/x.prop"},
+             {"/odm/etc/properties:1 unsearched-root '/odm/etc'"}},
+            {{"/mnt/vendor/My_Stocks/x.prop", "/mnt/vendor/my_stock/build.prop", "/odn/build.prop"},
+             {"/mnt/vendor/My_Stocks:1 misspelt-partition '/mnt/vendor/my_stock'",
+              "/odn:1 misspelt-partition '/odm'"}},
+            {{"/my_games/build.prop", "/my_media/etc/x.prop"}, {"/my_games:1 unknown-partition"}},
+            // The system shows the partitions there too, or these are all that there is.
+            {{"/my_stock/etc/x.prop", "/mnt/vendor/my_stock/etc/x.prop"},
+             {"/mnt/vendor/my_stock/etc/x.prop:1 unread-file"}},
+            {{"/my_stock/build.prop"}, {"/my_stock:1 unknown-partition '/mnt/vendor/my_stock'"}},
+            {{"/mnt/vendor/my_region/global/X/build.prop", "/mnt/vendor/my_region/buildprop.prop",
+              "/my_company/x.prop", "/data/cota/cota_mont_info.prop", "/odm/etc/build.north.prop"},
+             {"/data/cota/cota_mont_info.prop:1 unread-file 'cota_mount_info.prop'",
+              "/mnt/vendor/my_region/buildprop.prop:1 unread-file",
+              "/mnt/vendor/my_region/global/X/build.prop:1 unread-file none of the library's roots",
+              "/my_company/x.prop:1 unread-file", "/odm/etc/build.north.prop:1 unread-file"}},
+            // What another brand, region, key, package or step would read, or the system itself.
+            {{"/odm/build.prop", "/mnt/vendor/my_region/global/V/build.prop",
+              "/mnt/vendor/my_product/cust/XX/build.prop",
+              "/my_company/properties/a/regionSwitch/x.prop", "/my_carrier/build.prop",
+              "/my_carrier/cust/properties/a/b/regionSwitch/x.prop", "/mnt/cota/a/build.prop",
+              "/mnt/cota/a/properties/b/x.prop", "/oem/oem.prop", "/system/build.prop",
+              "/vendor/etc/x.prop", "/odm/etc/build.prop", "/mnt/vendor/persist/x.prop",
+              "/data/system/x.prop", "/odm/etc/nvmap.prop"},
+             {}},
+    };
+    for (const auto& test : cases) {
+        Clear();
+        for (const std::string& path : test.paths) Write(path);
+        const std::vector<Finding> findings = Lint(directory_.path);
+        EXPECT_EQ(findings.size(), test.found.size()) << testing::PrintToString(Found());
+        for (size_t i = 0; i < std::min(findings.size(), test.found.size()); ++i) {
+            // Its place and identifier, and a part of the message.
+            const size_t blank = test.found[i].find(' ');
+            const size_t part = std::min(test.found[i].find(' ', blank + 1), test.found[i].size());
+            EXPECT_EQ(Found()[i], test.found[i].substr(0, part));
+            if (part == test.found[i].size()) continue;
+            EXPECT_THAT(findings[i].message, HasSubstr(test.found[i].substr(part + 1)));
+        }
+    }
+}
+
+TEST_F(LintTest, PartitionsAreKnownBehindLinksAndPackages) {
+    Write("/data/cota/cota_mount_info.prop", "bind_point=/my_games\n");
+    Write("/my_games/build.prop");
+    Write("/my_games2/build.prop");
+    Write("/my_region/build.prop");
+    Write("/my_region/V/build.prop");
+    Write("/my_region/W/build.prop");
+    Write("/my_region/property/a/regionSwitch/x.prop");
+    Write("/my_stock/build.prop");
+    fs::create_directory_symlink("/my_region", Prepare("/mnt/vendor/my_region"));
+    EXPECT_THAT(Found(), ElementsAre("/my_games2:1 unknown-partition",
+                                     "/my_region/W/build.prop:1 unread-file",
+                                     "/my_region/property:1 misspelt-properties",
+                                     "/my_stock:1 unknown-partition"));
+}
+
+TEST_F(LintTest, ImportsKeepFilesAliveAsFarAsTheyAreFollowed) {
+    Write("/odm/build.prop",
+          "import /odm/etc/a.prop ro.*\nimport /odm/deep/${ro.dir}.prop\nimport /odm/etc/e.prop\n"
+          "import /my_regiom/g\n");
+    Write("/my_regiom/g");  // no misspelt partition then
+    Write("/my_regiom/build.prop");
+    Write("/odm/etc/a.prop", "ro.a=1\nimport /odm/etc/b.prop\n");  // under a filter
+    Write("/odm/etc/b.prop");
+    Write("/odm/deep/er/c.prop");  // a value may have slashes
+    Write("/mnt/vendor/my_stock/etc/d.prop", "import /odm/etc/e.prop\nimport /odm/etc/f.prop\n");
+    Write("/odm/etc/e.prop");
+    Write("/odm/etc/f.prop");
+    EXPECT_THAT(
+            Found(),
+            ElementsAre("/mnt/vendor/my_stock/etc/d.prop:1 unread-file",
+                        "/my_regiom/build.prop:1 unread-file", "/odm/build.prop:2 unset-reference",
+                        "/odm/etc/b.prop:1 unread-file", "/odm/etc/f.prop:1 unread-file"));
+}
+
+TEST_F(LintTest, ReferencesAreLateIfNoFileIsHandedOverBefore) {
+    constexpr char kEarly[] = "/odm/build.prop";
+    constexpr char kOverlay[] = "/odm/properties/a/regionSwitch/x.prop";
+    constexpr char kOtherOverlay[] = "/mnt/vendor/my_stock/properties/b/SimSwitchFirstTime/x.prop";
+    constexpr char kKey[] = "/data/system/customize/sim_switch/sim_switch_first_file";
+    constexpr char kCompany[] = "/my_company/build.prop";
+    constexpr char kData[] = "/data/system/customize/empty_appchannel_prop_file.prop";
+    const struct {
+        std::string setter;
+        std::string importer;
+        bool is_late;
+        std::string name = "ro.v";
+        std::string fallback = "x";
+    } cases[] = {
+            {kEarly, "/mnt/vendor/my_stock/build.prop", true},
+            {kOverlay, kEarly, true},
+            {kKey, kEarly, true},
+            {kEarly, kOverlay, false},
+            {kKey, kOverlay, false},
+            {kOtherOverlay, kOverlay, true},
+            {kData, kOverlay, false},  // by a later step sim
+            {kData, kCompany, true},
+            {kOverlay, kCompany, false},
+            {"/system/build.prop", kEarly, false},
+            {kEarly, "/my_carrier/build.prop", false},
+            {kOverlay, kEarly, false, "ro.boot.v"},
+            {kOverlay, kEarly, false, "ro.v", "1"},
+            {kOverlay, kEarly, true, "persist.v"},
+            {kOtherOverlay, kOverlay, false, "persist.v"},
+    };
+    for (const auto& test : cases) {
+        Clear();
+        Write(kEarly, "");
+        Write("/odm/x", "");
+        Write("/odm/1", "");
+        Write(test.importer, "import /odm/${" + test.name + ":-" + test.fallback + "}\n");
+        Write(test.setter, "sys.sim.switch.first=a\n" + test.name + "=1\n");
+        EXPECT_EQ(Found(), test.is_late ? Lines{test.importer + ":1 late-reference"} : Lines{})
+                << test.setter << " " << test.name;
+    }
+}
+
+TEST_F(LintTest, FiltersArePassedByTheImportedLines) {
+    Write("/odm/c=1");
+    Write("/odm/a.prop", "ro.a=1\nimport /odm/c=1\n");
+    Write("/odm/build.prop",
+          "import /odm/a.prop ro.a\n"
+          "import /odm/a.prop   ro.*\n"
+          "import /odm/a.prop import /odm/c\n"
+          "import /odm/a.prop ro.a # this one\n"
+          "import /odm/a.prop r.a*\n"
+          "import /odm/a.prop RO.A\n");
+    EXPECT_THAT(Found(),
+                ElementsAre("/odm/build.prop:4 idle-filter", "/odm/build.prop:5 idle-filter",
+                            "/odm/build.prop:6 idle-filter", "/odm/c=1:1 unread-file"));
+    EXPECT_THAT(Lint(directory_.path)[2].message, HasSubstr("did you mean 'ro.a'?"));
+}
+
+TEST_F(LintTest, LoadsAreCountedByTheWaysThatImportsLead) {
+    const struct {
+        int levels;
+        Lines found;
+    } cases[] = {
+            {6, {}},  // 96 times
+            {7, {"/odm/build.prop:1 import-multiplies"}},
+            {90, {"/odm/build.prop:1 import-multiplies"}},
+    };
+    for (const auto& test : cases) {
+        Clear();
+        // An import leads to one file of several, and is taken to lead to the one with most.
+        Write("/odm/build.prop",
+              "import /odm/etc/${ro.boot.v}.prop\nimport /odm/etc/1.prop\n"
+              "import /odm/etc/1.prop\n");
+        for (int i = 1; i < test.levels; ++i) {
+            const std::string line = "import /odm/etc/" + std::to_string(i + 1) + ".prop";
+            Write("/odm/etc/" + std::to_string(i) + ".prop", line + "\n" + line + "\n");
+        }
+        Write("/odm/etc/" + std::to_string(test.levels) + ".prop", "ro.x=1\nro.boot.v=x\n");
+        Write("/odm/etc/x.prop", "ro.boot.v=1\n");
+        EXPECT_EQ(Found(), test.found);
+        if (test.levels != 7) continue;
+        EXPECT_THAT(Lint(directory_.path)[0].message, HasSubstr("7.prop' 192 times"));
+    }
+    // Under a filter a file's own imports are not followed.
+    Clear();
+    std::string lines = "import /odm/etc/a.prop\n";
+    for (int i = 0; i < 98; ++i) lines += "import /odm/etc/a.prop ro.*\n";
+    Write("/odm/build.prop", lines);
+    Write("/odm/etc/a.prop", "ro.a=1\nimport /odm/etc/b.prop\nimport /odm/etc/b.prop\n");
+    Write("/odm/etc/b.prop");
+    EXPECT_EQ(Found(), Lines{});
 }
 
 TEST_F(LintTest, FindingsAreSafeToPrint) {
@@ -179,6 +407,59 @@ TEST_F(LintTest, FindingsAreSafeToPrint) {
     // A long line is not repeated in full, nor cut within a character.
     Write("/odm/build.prop", std::string(59, 'x') + "\xc3\xbc" + std::string(1000, 'x'));
     EXPECT_THAT(Lint(directory_.path).at(0).message, HasSubstr(std::string(59, 'x') + "...'"));
+}
+
+TEST_F(LintTest, WhatIsNoDeviceIsAnError) {
+    EXPECT_THAT(Found(), ElementsAre(":1 no-device"));
+    Write("/mnt/my_stock/x.prop");
+    Write("/phone/odm/build.prop", "import /none\n");
+    Write("/etc/build.prop");
+    EXPECT_THAT(Found(), ElementsAre(":1 no-device"));
+    EXPECT_THAT(Lint(directory_.path)[0].message, HasSubstr("'phone'"));
+    EXPECT_EQ(Lint(directory_.path)[0].severity, Severity::kError);
+}
+
+TEST(SarifTest, NamesRulesAndPlaces) {
+    const Finding finding{"a phone/odm/\xc3\xbc b\xff", 7, Severity::kWarning, "crlf", "\xff"};
+    const auto log = extprop::SarifLog(
+            "a phone//", {finding, {"a phone", 1, Severity::kError, "no-device", ""}});
+    EXPECT_EQ(log["version"], "2.1.0");
+    const auto& run = log["runs"].at(0);
+    const auto result = [](const char* rule, const char* level, const char* text, const char* uri,
+                           int line) {
+        return nlohmann::json{
+                {"ruleId", rule},
+                {"level", level},
+                {"message", {{"text", text}}},
+                {"locations",
+                 {{{"physicalLocation",
+                    {{"artifactLocation", {{"uri", uri}}}, {"region", {{"startLine", line}}}}}}}}};
+    };
+    EXPECT_EQ(run["results"],
+              (nlohmann::json{result("crlf", "warning", "\xff", "odm/%C3%BC%20b%FF", 7),
+                              result("no-device", "error", "", ".", 1)}));
+    const auto& driver = run["tool"]["driver"];
+    EXPECT_EQ(driver["name"], "extprop");
+
+    // The manual has a line for each rule in the same words, and no other.
+    std::string manual;
+    ASSERT_TRUE(android::base::ReadFileToString(SAMPLES_DIR "/../docs/lint.md", &manual));
+    Lines rows, rules;
+    for (const std::string& line : android::base::Split(manual, "\n")) {
+        if (android::base::StartsWith(line, "| `")) rows.push_back(line);
+    }
+    for (const auto& rule : driver["rules"]) {
+        std::string help = rule["help"]["markdown"];
+        rules.push_back("| `" + rule["id"].get<std::string>() + "` | " +
+                        rule["defaultConfiguration"]["level"].get<std::string>() + " | " +
+                        rule["shortDescription"]["text"].get<std::string>() + " | " + help + " |");
+    }
+    EXPECT_EQ(rules.size(), rows.size());
+    for (size_t i = 0; i < std::min(rules.size(), rows.size()); ++i) {
+        // Where the manual has columns the help has sentences.
+        const size_t column = rows[i].rfind(" | ");
+        EXPECT_EQ(rows[i].replace(column, 3, ". ").insert(rows[i].size() - 2, "."), rules[i]);
+    }
 }
 
 }  // namespace

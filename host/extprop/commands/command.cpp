@@ -35,8 +35,12 @@ bool Parse(CLI::App* app, std::vector<std::string> words) {
     }
 }
 
+std::string JsonText(const nlohmann::json& document) {
+    return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
 void PrintJson(const nlohmann::json& document) {
-    std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
+    std::cout << JsonText(document);
 }
 
 void TellNotes(const Report& report) {

@@ -34,7 +34,11 @@ std::unique_ptr<CLI::App> MakeApp(const Command& command);
 // Parses the words. Returns false if they ask for help, which is printed then.
 bool Parse(CLI::App* app, std::vector<std::string> words);
 
-// Prints the document. Bytes that are not UTF-8 cannot stand in JSON and are replaced.
+// Returns the document, a line at its end. Bytes that are not UTF-8 cannot stand in JSON and are
+// replaced.
+std::string JsonText(const nlohmann::json& document);
+
+// Prints the document's text.
 void PrintJson(const nlohmann::json& document);
 
 // Says on standard error what the user should know of a boot besides what it came to.

@@ -24,10 +24,10 @@ using android::base::EndsWith;
 using android::base::StartsWith;
 using android::init::kSplashPartition;
 
-constexpr Rule kRomNeverMatches = {"rom-never-matches", Severity::kError};
-constexpr Rule kNotChecked = {"not-checked", Severity::kWarning};
-constexpr Rule kSkippedFile = {"skipped-file", Severity::kWarning};
-constexpr Rule kLogoTooLarge = {"logo-too-large", Severity::kError};
+constexpr const Rule& kRomNeverMatches = RuleNamed("rom-never-matches");
+constexpr const Rule& kNotChecked = RuleNamed("not-checked");
+constexpr const Rule& kSkippedFile = RuleNamed("skipped-file");
+constexpr const Rule& kLogoTooLarge = RuleNamed("logo-too-large");
 
 bool g_market_name_given = false;
 

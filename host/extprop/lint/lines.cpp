@@ -10,14 +10,14 @@ namespace extprop {
 
 namespace {
 
-constexpr Rule kNoEquals = {"no-equals", Severity::kError};
-constexpr Rule kIllegalName = {"illegal-name", Severity::kError};
-constexpr Rule kValueTooLong = {"value-too-long", Severity::kError};
-constexpr Rule kNotUtf8 = {"not-utf8", Severity::kError};
-constexpr Rule kCarriageReturn = {"carriage-return", Severity::kError};
-constexpr Rule kCrlf = {"crlf", Severity::kWarning};
-constexpr Rule kDuplicateName = {"duplicate-name", Severity::kWarning};
-constexpr Rule kNotForwarded = {"not-forwarded", Severity::kWarning};
+constexpr const Rule& kNoEquals = RuleNamed("no-equals");
+constexpr const Rule& kIllegalName = RuleNamed("illegal-name");
+constexpr const Rule& kValueTooLong = RuleNamed("value-too-long");
+constexpr const Rule& kNotUtf8 = RuleNamed("not-utf8");
+constexpr const Rule& kCarriageReturn = RuleNamed("carriage-return");
+constexpr const Rule& kCrlf = RuleNamed("crlf");
+constexpr const Rule& kDuplicateName = RuleNamed("duplicate-name");
+constexpr const Rule& kNotForwarded = RuleNamed("not-forwarded");
 
 // Whether the library takes the text for a value that may be of any length.
 bool IsText(std::string_view text) {

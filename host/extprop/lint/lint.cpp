@@ -1,14 +1,22 @@
 #include "lint/lint.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
+#include <memory>
 #include <optional>
+#include <stdexcept>
 #include <tuple>
 
 #include <android-base/file.h>
+#include <android-base/strings.h>
 
+#include "TesvoExtensionProperty/cota.h"
+#include "TesvoExtensionProperty/partitions.h"
 #include "device/legal.h"
 #include "device_files.h"
+#include "explain/dead_places.h"
+#include "explain/survey.h"
 #include "input_error.h"
 #include "lint/rules.h"
 #include "output/printable.h"
@@ -20,12 +28,11 @@ namespace extprop {
 
 namespace {
 
-constexpr Rule kUnreadable = {"unreadable", Severity::kError};
-constexpr Rule kNotAFile = {"not-a-file", Severity::kWarning};
-constexpr Rule kBinary = {"binary", Severity::kError};
-
-// Far more than a property file holds, and little enough to be read.
-constexpr off_t kMostBytes = 16 * 1024 * 1024;
+constexpr const Rule& kUnreadable = RuleNamed("unreadable");
+constexpr const Rule& kNotAFile = RuleNamed("not-a-file");
+constexpr const Rule& kNotChecked = RuleNamed("not-checked");
+constexpr const Rule& kNoDevice = RuleNamed("no-device");
+constexpr const Rule& kBinary = RuleNamed("binary");
 
 // Gives the process's properties back when the rules are done with them.
 class PropertiesKept {
@@ -43,12 +50,62 @@ const char* SeverityName(Severity severity) {
 }
 
 // Returns the device's files, or throws InputError if `device` is no directory that can be used.
-sandbox::DeviceFiles FilesOf(const std::string& device) {
+std::shared_ptr<sandbox::DeviceFiles> FilesOf(const std::string& device) {
     std::error_code error;
     const auto path = std::filesystem::canonical(device, error);
     if (!error) std::filesystem::directory_iterator(path, error);
     if (error) throw InputError(device + ": " + error.message());
-    return sandbox::DeviceFiles(path, sandbox::Options());
+    return std::make_shared<sandbox::DeviceFiles>(path, sandbox::Options());
+}
+
+// Asks the library what it reads of the device, and returns nothing if it cannot be asked.
+std::optional<Survey> SurveyOf(const std::shared_ptr<sandbox::DeviceFiles>& files,
+                               Findings* findings) {
+    constexpr std::chrono::seconds kLimit(30);
+    std::string why =
+            "the library does not come back from the mapping files or the installing "
+            "service's messages";
+    try {
+        const sandbox::Sandbox root(files);
+        auto survey = TakeSurvey(
+                root, [](const std::string& name) { return name == android::init::kBindPoint; },
+                kLimit);
+        if (survey) return survey;
+    } catch (const std::runtime_error& error) {
+        why = error.what();
+    }
+    findings->Add(kNotChecked, "", 1, "it cannot be told which files no boot reads: " + why);
+    return std::nullopt;
+}
+
+// Whether the path is one of the places where the library reads, or a partition that holds some.
+bool IsOfDevice(const std::string& path) {
+    for (const FixedFile& file : FixedFiles()) {
+        if (path == file.path) return true;
+    }
+    if (path == android::init::kSystemExtBuildProp) return true;
+    return PartitionOf(path) == path && KindOfPartition(path).kind != PartitionKind::kSystems;
+}
+
+// Checks that the directory is a device's root at all. Returns false if it is not.
+bool CheckDevice(const std::vector<Place>& places, Findings* findings) {
+    std::string child;
+    for (const Place& place : places) {
+        if (IsOfDevice(place.path)) return true;
+        const size_t slash = place.path.find('/', 1);
+        if (!child.empty() || slash == std::string::npos) continue;
+        const std::string path = place.path.substr(slash);
+        // Where this is /mnt its own directory has partitions, too.
+        if (IsOfDevice(path) && !android::base::StartsWith(path, "/my_")) {
+            child = place.path.substr(1, slash - 1);
+        }
+    }
+    std::string what = places.empty() ? "this directory is empty"
+                                      : "this directory has nothing at any place where the library "
+                                        "reads, so it is no device's root";
+    if (!child.empty()) what += "; did you mean " + Quoted(child) + " in it?";
+    findings->Add(kNoDevice, "", 1, what);
+    return false;
 }
 
 }  // namespace
@@ -108,13 +165,14 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
         return;
     }
     file.content = std::move(*content);
+    file.was_read = true;
     // A look-up of single names knows no imports, as a load with a filter knows none.
     file.lines = PropertyLines(file.content, use == FileUse::kDeviceName);
 }
 
 std::vector<Finding> Lint(const std::string& device) {
-    const sandbox::DeviceFiles device_files = FilesOf(device);
-    const DeviceTree tree(device_files.view());
+    const auto device_files = FilesOf(device);
+    const DeviceTree tree(device_files->view());
     const Utf8Locale utf8;
     const PropertiesKept kept;
     Findings findings(device.substr(0, device.find_last_not_of('/') + 1));
@@ -124,16 +182,23 @@ std::vector<Finding> Lint(const std::string& device) {
     for (const std::string& directory : unreadable) {
         findings.Add(kUnreadable, directory, 1, "this directory cannot be read to its end");
     }
+    if (!CheckDevice(places, &findings)) return findings.Take();
     CheckKeyDirectories(places, &findings);
     CheckLogos(tree, places, &findings);
 
+    std::map<std::string, FileMoments> moments;
+    if (const auto survey = SurveyOf(device_files, &findings)) {
+        moments = MomentsOf(*survey);
+        CheckDeadPlaces(DeadPlaces(*survey, moments), &findings);
+    }
     PropertyFiles files;
     for (const Place& place : places) {
         if (auto use = UseOf(place.path)) AddPropertyFile(tree, place, *use, &files, &findings);
     }
-    CheckImports(tree, &files, &findings);
+    CheckImports(tree, moments, &files, &findings);
     for (const auto& [path, file] : files) {
         CheckLines(file, &findings);
+        CheckKeyFile(file, &findings);
         if (file.use == FileUse::kDeviceName) CheckDeviceName(file, &findings);
     }
     return findings.Take();

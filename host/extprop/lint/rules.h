@@ -10,21 +10,19 @@
 #include "device/device_tree.h"
 #include "device/places.h"
 #include "device/property_lines.h"
-#include "lint/lint.h"
+#include "explain/dead_places.h"
+#include "explain/moments.h"
+#include "lint/rule_table.h"
 
 namespace extprop {
 
-struct Rule {
-    const char* identifier;
-    Severity severity;
-};
-
-inline constexpr Rule kSymbolicLink = {"symbolic-link", Severity::kError};
+inline constexpr const Rule& kSymbolicLink = RuleNamed("symbolic-link");
 
 struct PropertyFile {
     std::string path;
     FileUse use;
     std::string content;
+    bool was_read = false;
     std::vector<PropertyLine> lines;  // of `content`, so a file is never copied
 };
 
@@ -55,8 +53,10 @@ std::string Quoted(std::string_view text);
 void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,
                      Findings* findings);
 
-// Adds to `*files` what they import, and checks each import.
-void CheckImports(const DeviceTree& tree, PropertyFiles* files, Findings* findings);
+// Adds to `*files` what they import, and checks each import. `moments` may be empty if nothing is
+// known of them.
+void CheckImports(const DeviceTree& tree, const std::map<std::string, FileMoments>& moments,
+                  PropertyFiles* files, Findings* findings);
 
 // Checks each line by itself and with the others of its file.
 void CheckLines(const PropertyFile& file, Findings* findings);
@@ -66,6 +66,12 @@ void CheckDeviceName(const PropertyFile& file, Findings* findings);
 
 // Checks that the files in the directories of the switch keys are loaded.
 void CheckKeyDirectories(const std::vector<Place>& places, Findings* findings);
+
+// Checks that something reads what lies on the library's partitions.
+void CheckDeadPlaces(const std::vector<DeadPlace>& places, Findings* findings);
+
+// Checks that a key file has the line that it is there for.
+void CheckKeyFile(const PropertyFile& file, Findings* findings);
 
 // Checks that the boot logos fit into the splash partition, if the device has one.
 void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Findings* findings);

@@ -1,0 +1,174 @@
+// The rules of lint in words, as docs/lint.md has them.
+
+#pragma once
+
+#include <string_view>
+
+#include "lint/lint.h"
+
+namespace extprop {
+
+struct Rule {
+    const char* identifier;
+    Severity severity;
+    const char* finds;  // these three in Markdown
+    const char* why;
+    const char* mend;
+};
+
+inline constexpr Rule kRules[] = {
+        {"import-cycle", Severity::kError, "Imports that lead back to a file that they come from",
+         "The loader recurses until the stack ends: the phone does not boot",
+         "Remove the import at this line, or give it a filter, with which the imported file's own "
+         "imports are not followed"},
+        {"missing-import", Severity::kError, "An import of what is no file of the device",
+         "The import is skipped, with a line in the log",
+         "Correct the name, or add the file; names are absolute paths of the device"},
+        {"missing-variant", Severity::kWarning,
+         "A reference in an import has several values on the device, or a default, and one of them "
+         "leads to no file",
+         "A phone with that value skips the import",
+         "Add the file for the value, or a default that exists"},
+        {"malformed-reference", Severity::kError,
+         "A `${` without `}`, a reference without a name, or the old form without braces",
+         "The library refuses the name, so the import is skipped",
+         "Write `${name}` or `${name:-default}`; `$$` stands for a `$`"},
+        {"unset-reference", Severity::kWarning,
+         "A reference without a default, to a property that no file of the device sets",
+         "Unless the property comes from elsewhere (the boot loader, the persistent store), the "
+         "import is skipped",
+         "Give a default: `${name:-default}`; or make sure that the property is set before the "
+         "import is read"},
+        {"late-reference", Severity::kWarning,
+         "A reference in an import to a property that files of the device do set, but none that is "
+         "handed to `init` before this file is loaded",
+         "The name is made from the system's properties, and what a step loads becomes those only "
+         "when it is done: the import takes the default, or is skipped",
+         "Name the file itself; or set the property in a `build.prop`, if the import is in a file "
+         "of a switch key, or before the first step (`ro.boot.*`)"},
+        {"idle-filter", Severity::kError,
+         "An import with a filter that no line of the imported file passes",
+         "Nothing is loaded. All that stands behind the file's name is the filter, what is meant "
+         "as a comment too",
+         "Write the whole name of one property, or its beginning and a `*`; put comments on lines "
+         "of their own"},
+        {"import-multiplies", Severity::kWarning,
+         "Imports that lead to the same file a hundred times or more while one file is loaded",
+         "The loader loads it anew each time, and the boot waits for it",
+         "Import a file in one place only"},
+        {"symbolic-link", Severity::kError,
+         "A property file, or the target of an import, that is a symbolic link",
+         "The loader refuses to open it",
+         "Put the file itself there; links among the directories that lead to it are allowed"},
+        {"not-a-file", Severity::kWarning,
+         "A directory, pipe or device with a property file's name", "It sets nothing", "Rename it"},
+        {"unreadable", Severity::kError,
+         "A file or directory that cannot be read, or a file of more than 16 MiB",
+         "What it sets is unknown; a huge file costs the phone the memory to hold it",
+         "Correct its mode; move what is no property file away"},
+        {"binary", Severity::kError, "A zero byte",
+         "No name or value can hold one, so the file is damaged or no text (UTF-16, for one)",
+         "Restore the file, or save it as UTF-8"},
+        {"not-utf8", Severity::kError,
+         "A line that is not UTF-8 text; comments may be what they like",
+         "`init` refuses such a value", "Save the file as UTF-8"},
+        {"carriage-return", Severity::kError, "A carriage return within a line",
+         "It ends no line: what follows it is part of the value or the comment",
+         "End lines with a line feed"},
+        {"crlf", Severity::kWarning,
+         "Lines that end in a carriage return and a line feed; the first one is shown",
+         "The loader drops the carriage return, other readers, such as those of a bare key, do not",
+         "End lines with a line feed"},
+        {"no-equals", Severity::kError,
+         "A line that is neither a comment, an import nor `name=value`; a key file may hold the "
+         "bare key",
+         "The loader skips it in silence",
+         "Add the `=`, or comment the line out; `import` takes a blank behind it, not a tab"},
+        {"illegal-name", Severity::kError,
+         "A name that is not made of letters, digits and `._-@:`, or with an empty part between "
+         "dots",
+         "`init` refuses the property", "Rename it"},
+        {"value-too-long", Severity::kError,
+         "A value of more than 91 bytes whose name does not begin with `ro.`",
+         "`init` refuses the property", "Shorten it, or make it a `ro.` property"},
+        {"duplicate-name", Severity::kWarning, "One name twice in a file, with different values",
+         "The loader takes the last value, a look-up of the one name (region, brand, market name) "
+         "the first",
+         "Keep one line"},
+        {"skipped-file", Severity::kWarning,
+         "A file in a switch key's directory whose name does not end in `.prop`",
+         "It is not loaded", "Rename it, or move it away"},
+        {"unknown-kind", Severity::kError,
+         "A directory with property files where a switch key's `SimSwitchFirstTime`, "
+         "`SimSwitchCurrentTime`, `switchCarrierChannel` or `regionSwitch` is looked for, of "
+         "another name",
+         "No boot looks into it", "Correct the name: `properties/KEY/SimSwitchFirstTime`"},
+        {"no-kind", Severity::kError,
+         "Property files in `properties` itself, or in a key's directory, where the directory of "
+         "the kind (or of the key) is missing",
+         "No boot looks for them there",
+         "Move them into `properties/KEY/SimSwitchFirstTime`, or whichever kind they are of"},
+        {"nested-directory", Severity::kError,
+         "Property files in a sub-directory of the directory in which a switch key's files are "
+         "looked for",
+         "The library does not look into sub-directories", "Move the files up"},
+        {"misspelt-properties", Severity::kError,
+         "The directories of switch keys in a directory of a root that is not called `properties`",
+         "No boot looks into it", "Rename it"},
+        {"unsearched-root", Severity::kWarning,
+         "Directories of switch keys below a directory that is no root of the library",
+         "No boot looks into them, unless the directory is made a carrier package's",
+         "Move `properties` to the root of a partition, or to one of the directories on it that "
+         "are roots too"},
+        {"misspelt-partition", Severity::kError,
+         "A partition's directory that no root of the library lies in, and whose name is nearly "
+         "that of one",
+         "No boot reads it", "Correct the name"},
+        {"unknown-partition", Severity::kWarning,
+         "A directory that looks like a partition of the library's and that no root of the library "
+         "lies in",
+         "No boot reads it",
+         "Move the files to a partition that is read, or let one of its files import them"},
+        {"unread-file", Severity::kWarning,
+         "A property file on one of the library's partitions that the library does not read there, "
+         "and that no file imports which is read. What the system's own `init` reads is left out",
+         "What it sets is unset on the phone, unless something else reads it",
+         "Correct the name or place, import it, or delete it"},
+        {"missing-key", Severity::kError,
+         "A key file without a line of the property that it is there for",
+         "The key is not set; on the reserve partition the whole text of a file with an `=` is "
+         "taken for a key in the old form",
+         "Write `sys.sim.switch.first=KEY`, or whichever property the file is for"},
+        {"not-forwarded", Severity::kWarning,
+         "A property in a message under `/data/cota` that begins with neither `sys.` nor `ro.`",
+         "It is not handed on when the package is mounted",
+         "Set `persist.` properties in the package itself"},
+        {"rom-never-matches", Severity::kError,
+         "A `devicename.cfg` whose `ROM` no storage size matches; the library itself was asked "
+         "about every size",
+         "The market name is never set", "Use 128, 256, 512 or 1024, digits only"},
+        {"not-checked", Severity::kWarning,
+         "A `devicename.cfg` that could not be tried out, or a device of which it could not be "
+         "found out what the library reads, because this machine allows no sandbox or the library "
+         "does not come back",
+         "Its `ROM` may never match; files that nothing reads are not found",
+         "Run lint where `extprop boot` runs; mend the other errors"},
+        {"logo-too-large", Severity::kError,
+         "A boot logo larger than the splash partition, where the device directory has one",
+         "The logo is never copied", "Make the logo smaller"},
+        {"no-device", Severity::kError,
+         "A directory that is empty, or holds nothing at any place where the library reads",
+         "It is no device's root, so there was nothing to check",
+         "Give the directory that holds `odm`, `mnt/vendor/my_region` and so on; "
+         "`docs/device-directory.md` tells how to make it"},
+};
+
+// Returns the rule of the table. A name that is not there does not compile as a constant.
+constexpr const Rule& RuleNamed(std::string_view identifier) {
+    for (const Rule& rule : kRules) {
+        if (identifier == rule.identifier) return rule;
+    }
+    throw "no such rule";
+}
+
+}  // namespace extprop
