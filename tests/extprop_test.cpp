@@ -227,6 +227,38 @@ TEST_F(ExtpropTest, LintEndsWithTheErrorsThatItFinds) {
               "extprop: " + Path("/none") + ": No such file or directory\n");
 }
 
+TEST_F(ExtpropTest, FilesInImagesAreThoseOfTheSlotAndSayWhereTheyLie) {
+    for (const std::string slot : {"a", "b"}) {
+        Write("/files/build.prop", "ro.slot=" + slot + "\nro.slot.bad\n");
+        const std::string image = Path("/d/my_region_" + slot + ".img");
+        Write("/d/my_region_" + slot + ".img", "");
+        ASSERT_EQ(system(("PATH=$PATH:/usr/sbin mkfs.ext4 -q -F -d " + Path("/files") + " " +
+                          image + " 2M")
+                                 .c_str()),
+                  0);
+    }
+    const std::string device = " " + Path("/d") + " ";
+    const std::string shown = "/mnt/vendor/my_region/build.prop";
+    const json place = {{"file", Path("/d/my_region_b.img")}, {"path", "/build.prop"}};
+
+    EXPECT_EQ(Run("boot -q" + device + "early").out, "[ro.slot]: [a]\n");
+    EXPECT_EQ(Run("explain --slot b" + device + "ro.slot early").out,
+              "ro.slot=b\n  * early " + shown + ":1 (/build.prop in my_region_b.img)  b\n");
+    EXPECT_EQ(Run("explain" + device + "ro.slot media:/my_x").out,
+              "ro.slot is not set\n    " + shown +
+                      ":1 (/build.prop in my_region_a.img)  a  [not loaded; it takes early]\n");
+    const Output diff = Run("diff --json" + device + "early --a --slot a --b --slot b");
+    EXPECT_EQ(json::parse(diff.out)["changed"][0]["b"]["origin"]["image"], place);
+    EXPECT_THAT(Run("boot --verbose" + device + "early").out, HasSubstr("sandbox: redirect\n"));
+
+    const Output lint = Run("lint --slot b" + device);
+    EXPECT_THAT(lint.out, HasSubstr(shown + ":2: error: "));
+    EXPECT_THAT(lint.out, HasSubstr("[no-equals] (/build.prop in my_region_b.img)\n"));
+    EXPECT_EQ(lint.err,
+              "extprop: note: " + Path("/d/my_region_a.img") + ": of the other slot, not read\n");
+    EXPECT_EQ(json::parse(Run("lint --json --slot b" + device).out)["findings"][0]["image"], place);
+}
+
 TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
     const std::string file = Write("/odm/build.prop", "import /odm/other.prop\n");
     Write("/odm/other.prop", "import /odm/build.prop\n");
@@ -294,6 +326,7 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
             {device + " --props " + file, file + ":2: expected name=value"},
             {device + " --props " + open, open + ":2: the value's closing ] is missing"},
             {device + " --props " + import, import + ":1: imports are not followed here"},
+            {device + " --slot c", "--slot: c not in {a,b}"},
             {device + " --quiet --json", "--json excludes --quiet"},
     };
     for (const auto& known : cases) {

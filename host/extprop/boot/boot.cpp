@@ -38,7 +38,8 @@ class BootedDevice {
   public:
     BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan,
                  BootListener* listener)
-            : process_(Start(root, fetch, plan)),
+            : root_(root),
+              process_(Start(root, fetch, plan)),
               listener_(listener),
               properties_(plan.properties) {}
 
@@ -97,6 +98,7 @@ class BootedDevice {
                                    if (auto* open = std::get_if<OpenEvent>(&event)) {
                                        last_file_ = open->path;
                                    }
+                                   FindImage(&event);
                                    if (listener_ != nullptr) listener_->OnEvent(event);
                                    events->push_back(std::move(event));
                                },
@@ -106,6 +108,15 @@ class BootedDevice {
                        message);
         }
         return received;
+    }
+
+    // The process itself sees the files of all images alike.
+    void FindImage(Event* event) const {
+        if (auto* load = std::get_if<LoadEvent>(event)) {
+            load->image = root_.ImageOf(load->source.value_or(load->path));
+        } else if (auto* look_up = std::get_if<LookUpEvent>(event)) {
+            look_up->image = root_.ImageOf(look_up->source.value_or(look_up->path));
+        }
     }
 
     BootFailure Failure(std::chrono::seconds limit) {
@@ -119,6 +130,7 @@ class BootedDevice {
         return failure;
     }
 
+    const sandbox::Sandbox& root_;
     unique_fd channel_;
     sandbox::Process process_;
     BootListener* listener_;
@@ -152,7 +164,8 @@ PreparedDevice::PreparedDevice(const BootOptions& options)
         : options_(options),
           fetch_(LoadExtension()),
           report_{DevicePath(options.device), {}, {}, {}, std::nullopt, {}},
-          root_(report_.device) {
+          root_(report_.device, {sandbox::Way::kAny, options.slot}) {
+    report_.way = root_.way();
     const Utf8Locale loaded;
     MakeEdits(options_.edits, root_);
     SeparateStored(&options_.plan);

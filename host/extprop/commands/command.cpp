@@ -39,10 +39,12 @@ void PrintJson(const nlohmann::json& document) {
     std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
 }
 
+void PrintNotes(const std::vector<std::string>& notes) {
+    for (const std::string& note : notes) std::cerr << "extprop: note: " << note << "\n";
+}
+
 ExitStatus Warn(const Report& report) {
-    for (const std::string& note : report.notes) {
-        std::cerr << "extprop: note: " << note << "\n";
-    }
+    PrintNotes(report.notes);
     if (!report.failure) return kDone;
     std::cerr << "extprop: " << FailureText(*report.failure) << "\n";
     return kLibraryFailed;

@@ -35,6 +35,9 @@ bool Parse(CLI::App* app, std::vector<std::string> words);
 // Prints the document. Bytes that are not UTF-8 cannot stand in JSON and are replaced.
 void PrintJson(const nlohmann::json& document);
 
+// Says the notes on standard error.
+void PrintNotes(const std::vector<std::string>& notes);
+
 // Says on standard error what the user should know of a boot besides its outcome, and returns the
 // exit status that it gives.
 ExitStatus Warn(const Report& report);

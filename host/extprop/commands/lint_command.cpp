@@ -1,6 +1,7 @@
 #include <iostream>
 
 #include "commands/command.h"
+#include "commands/options.h"
 #include "lint/lint.h"
 
 namespace extprop {
@@ -8,16 +9,24 @@ namespace extprop {
 ExitStatus RunLint(const Command& command, const std::vector<std::string>& words) {
     constexpr int kFindingsFormat = 1;
     std::string device;
+    std::string slot;
     bool json = false;
 
     const auto app = MakeApp(command);
     app->add_option("DEVICE", device, "Directory that looks like the device's root")->required();
+    AddSlotOption(app.get(), &slot);
     app->add_flag("--json", json, "Print one JSON document");
     app->footer("Exit status: 0 no errors; 1 errors found; 2 bad input.\n");
     if (!Parse(app.get(), words)) return kDone;
 
-    const std::vector<Finding> findings = Lint(device);
-    if (json) PrintJson({{"format", kFindingsFormat}, {"findings", FindingsJson(findings)}});
+    std::vector<std::string> notes;
+    const std::vector<Finding> findings = Lint(device, slot[0], &notes);
+    PrintNotes(notes);
+    if (json) {
+        PrintJson({{"format", kFindingsFormat},
+                   {"notes", notes},
+                   {"findings", FindingsJson(findings)}});
+    }
     bool errors = false;
     for (const Finding& finding : findings) {
         if (!json) std::cout << FindingText(finding) << "\n";

@@ -58,15 +58,21 @@ void Visit(Fields& fields, OpenEvent& event) {
 }
 
 template <typename Fields>
+void Visit(Fields& fields, sandbox::ImagePlace& place) {
+    fields("file", place.image)("path", place.path);
+}
+
+template <typename Fields>
 void Visit(Fields& fields, LoadEvent& event) {
-    fields("path", event.path)("source", event.source)("filter", event.filter)(
-            "imported_by", event.imported_by)("written", event.written)("map", event.map);
+    fields("path", event.path)("source", event.source)("image", event.image)(
+            "filter", event.filter)("imported_by", event.imported_by)("written", event.written)(
+            "map", event.map);
 }
 
 template <typename Fields>
 void Visit(Fields& fields, LookUpEvent& event) {
-    fields("path", event.path)("source", event.source)("name", event.name)("line", event.line)(
-            "operations", event.operations);
+    fields("path", event.path)("source", event.source)("image", event.image)("name", event.name)(
+            "line", event.line)("operations", event.operations);
 }
 
 template <typename Fields>
@@ -123,8 +129,9 @@ void Visit(Fields& fields, BootStart& boot) {
 
 template <typename Fields>
 void Visit(Fields& fields, Report& report) {
-    fields("device", report.device)("notes", report.notes)("boots", report.boots)(
-            "steps", report.steps)("failure", report.failure)("properties", report.properties);
+    fields("device", report.device)("way", report.way)("notes", report.notes)(
+            "boots", report.boots)("steps", report.steps)("failure", report.failure)(
+            "properties", report.properties);
 }
 
 template <typename Fields>
@@ -243,8 +250,8 @@ json WriteOrigin(const Origin& origin) {
     if (origin.step) fields("step", origin.step);
     if (origin.kind == OriginKind::kFile) {
         fields("file", origin.file)("line", origin.line)("source", origin.source)(
-                "imported_by", origin.imported_by)("filter", origin.filter)("written",
-                                                                            origin.written);
+                "image", origin.image)("imported_by", origin.imported_by)("filter", origin.filter)(
+                "written", origin.written);
     }
     if (origin.kind == OriginKind::kOperation || origin.fate == Fate::kLookedUp) {
         fields("operations", origin.operations);

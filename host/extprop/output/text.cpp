@@ -86,6 +86,7 @@ class EventPrinter {
         if (!verbose_) return;
         out_ << "  load " << Printable(event.path);
         if (event.source) out_ << " (" << Printable(*event.source) << ")";
+        if (event.image) out_ << " (" << Printable(Name(*event.image)) << ")";
         if (event.filter) out_ << ", only " << Printable(*event.filter);
         if (event.imported_by) out_ << ", imported by " << Printable(*event.imported_by);
         out_ << "\n";
@@ -189,6 +190,7 @@ std::string SideText(const DifferenceSide& side) {
 
 std::string ReportText(const Report& report, bool verbose) {
     std::ostringstream out;
+    if (verbose) out << "sandbox: " << report.way << "\n\n";
     for (const StepReport& step : report.steps) {
         out << "== " << Printable(step.step);
         if (step.boot != 1) out << " (boot " << step.boot << ")";
