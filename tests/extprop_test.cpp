@@ -1,6 +1,9 @@
 // The tool as people and scripts use it: its arguments, output and exit status.
 
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -277,6 +280,46 @@ TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
                                        {"timed_out", true},
                                        {"signal", nullptr},
                                        {"last_file", "/odm/build.prop"}}));
+}
+
+// Whatever moment of a command it is, and whether one process is ended or all of a terminal's.
+TEST_F(ExtpropTest, AnEndedCommandLeavesNothing) {
+    const std::string temporary = Path("/temporary");
+    std::filesystem::create_directory(temporary);
+    std::string steps;
+    for (int i = 0; i < 50; ++i) steps += " early reboot";
+    const std::string command = "TMPDIR=" + temporary + " exec " EXTPROP " boot -q " +
+                                Sample("boot-logo") + steps +
+                                " sim:triggerLogoCopyFromCompanyBoot >/dev/null 2>&1";
+    const std::vector<std::string> ways = geteuid() == 0
+                                                  ? std::vector<std::string>{"redirect", "overlay"}
+                                                  : std::vector<std::string>{"redirect"};
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // what the command leaves becomes this process's child
+    for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
+        for (int i = 0; i < 24; ++i) {
+            const pid_t pid = fork();
+            if (pid == 0) {
+                setpgid(0, 0);
+                const std::string way = "EXTPROP_SANDBOX=" + ways[i / 2 % ways.size()] + " ";
+                execl("/bin/sh", "sh", "-c", (way + command).c_str(), nullptr);
+                _exit(EXIT_FAILURE);
+            }
+            setpgid(pid, pid);
+            usleep(3'000 * i);
+            kill(i % 2 == 0 ? pid : -pid, signal);
+            int waited = 0;
+            for (int t = 0; t < 1000 && (waited = waitpid(-1, nullptr, WNOHANG)) != -1; ++t) {
+                if (waited == 0) usleep(10'000);
+            }
+            EXPECT_EQ(waited, -1) << "a process is left " << i;
+        }
+        EXPECT_TRUE(std::filesystem::is_empty(temporary)) << strsignal(signal);
+        std::filesystem::remove_all(temporary);
+        std::filesystem::create_directory(temporary);
+    }
+    EXPECT_NE(system(("grep -s " + Path("") + " /proc/self/mountinfo /sys/block/loop*/loop/*")
+                             .c_str()),
+              0);
 }
 
 TEST_F(ExtpropTest, PropertiesComeFromFiles) {
