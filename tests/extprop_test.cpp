@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -218,6 +219,86 @@ TEST_F(ExtpropTest, PageIsWrittenWholeOrNotAtAll) {
     EXPECT_EQ(nowhere.err, "extprop: " + Path("/none/x") + ": No such file or directory\n");
 }
 
+TEST_F(ExtpropTest, PageGoesThroughWhateverIsNoPlainFile) {
+    const std::string link = Path("/link"), fifo = Path("/fifo"), node = Path("/null");
+    Write("/target", "old");
+    std::filesystem::create_symlink("target", link);
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const auto boot = [](const std::string& page) {
+        return Run("boot -q " + Sample("market-name") + " early --html " + page).status;
+    };
+    EXPECT_EQ(boot(link), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(system(("timeout 20 cat " + fifo + " >" + Path("/read") + " &").c_str()), 0);
+    EXPECT_EQ(boot(fifo), 0);
+    EXPECT_TRUE(std::filesystem::is_fifo(fifo));
+    // The reader may not have come to its end yet.
+    EXPECT_EQ(system(("for i in $(seq 500); do cmp -s " + Path("/target") + " " + Path("/read") +
+                      " && exit 0; sleep 0.01; done; exit 1")
+                             .c_str()),
+              0);
+    EXPECT_EQ(system(("grep -q '^</html>' " + Path("/target")).c_str()), 0);
+    if (mknod(node.c_str(), S_IFCHR | 0600, makedev(1, 3)) != 0) return;
+    EXPECT_EQ(boot(node), 0);
+    EXPECT_TRUE(std::filesystem::is_character_file(node));
+}
+
+TEST_F(ExtpropTest, AResultThatCannotBeWrittenIsAnError) {
+    const std::string device = Sample("overlay") + " early ";
+    for (const std::string& arguments :
+         {"boot " + device, "boot --json " + device, "boot -q " + device, "explain --all " + device,
+          "explain --all --json " + device, "diff " + device + "--a --set ro.x=1",
+          "diff --json " + device, "lint " + Sample("carrier-package"),
+          "lint --json " + Sample("overlay"), std::string("--version"),
+          std::string("lint --help")}) {
+        for (const char* nowhere : {">/dev/full", ">&-"}) {
+            const Output output = Run(arguments, nowhere);
+            EXPECT_EQ(output.status, 2) << arguments << nowhere;
+            EXPECT_THAT(output.err, HasSubstr("extprop: the result cannot be written: "));
+        }
+    }
+}
+
+TEST_F(ExtpropTest, ControlCharactersReachNoTerminal) {
+    const std::string value = "a\x1b[2Jb\rc\x7f\xc2\x9b", shown = "a\\x1b[2Jb\\x0dc\\x7f\\xc2\\x9b";
+    Write("/d/odm/build.prop", "ro.a=" + value + "\nimport /" + value + "\n");
+    const std::string device = Path("/d") + " early:/odm";
+    for (const std::string& arguments :
+         {"boot " + device, "boot --verbose " + device, "explain --all " + device,
+          "diff " + Path("/d") + " --a early:/odm --b early:/none", "lint " + Path("/d")}) {
+        const std::string out = Run(arguments).out;
+        EXPECT_THAT(out, HasSubstr(shown)) << arguments;
+        EXPECT_EQ(out.find_first_of("\x1b\r\x7f\x9b"), std::string::npos) << out;
+    }
+    EXPECT_EQ(Run("boot -q " + device).out, "[ro.a]: [" + value + "]\n");
+    EXPECT_EQ(json::parse(Run("boot --json " + device).out)["properties"]["ro.a"], value);
+    const std::string typed = Path("/typed");
+    EXPECT_EQ(system(("script -qec '" EXTPROP " boot -q " + device + "' " + typed + " >/dev/null")
+                             .c_str()),
+              0);
+    std::string content;
+    ASSERT_TRUE(android::base::ReadFileToString(typed, &content));
+    EXPECT_THAT(content, HasSubstr("[ro.a]: [" + shown + "]"));
+}
+
+TEST_F(ExtpropTest, AnImageThatIsNoFileEndsEveryCommandAtOnce) {
+    std::filesystem::create_directory(Path("/d"));
+    const std::string image = Path("/d/my_x.img");
+    const auto expect_error = [&] {
+        for (const std::string command : {"boot ", "explain --all ", "diff ", "lint "}) {
+            const Output output = Run(command + Path("/d"), "</dev/null");
+            EXPECT_EQ(output.status, 2) << command;
+            EXPECT_EQ(output.err, "extprop: " + image + ": neither a file nor a block device\n");
+        }
+        std::filesystem::remove(image);
+    };
+    ASSERT_EQ(mkfifo(image.c_str(), 0600), 0);
+    expect_error();
+    std::filesystem::create_symlink("/dev/zero", image);
+    expect_error();
+    if (mknod(image.c_str(), S_IFCHR | 0600, makedev(1, 5)) == 0) expect_error();
+}
+
 TEST_F(ExtpropTest, LintEndsWithTheErrorsThatItFinds) {
     const Output faulty = Run("lint " + Sample("faulty"));
     EXPECT_EQ(faulty.status, 1);
@@ -345,6 +426,7 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
             {"boot " + Path("/none"), Path("/none") + ": No such file or directory"},
             {"boot " + file, file + ": Not a directory"},
             {device + " earl", "unknown step 'earl'; see extprop boot --help"},
+            {"diff early", "diff: no DEVICE is given, only steps"},
             {device + " persist:x", "step 'persist:x': 'persist' takes no argument"},
             {device + " sim:simSwitch",
              "step 'sim:simSwitch': the library ignores it, it takes one of simSwitchCurrent "
@@ -377,6 +459,10 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
         EXPECT_EQ(output.status, 2) << known.arguments;
         EXPECT_EQ(output.out, "") << known.arguments;
         EXPECT_EQ(output.err, "extprop: " + known.error + "\n");
+    }
+    for (const char* ignored : {"sim:Bogus", "sim:", "early:", "media:foo", "early --request x"}) {
+        EXPECT_EQ(Run(device + " " + ignored).status, 2) << ignored;
+        EXPECT_EQ(Run(device + " --any-word " + ignored).status, 0) << ignored;
     }
     const Output help = Run("boot --help");
     EXPECT_EQ(help.status, 0);
