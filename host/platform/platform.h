@@ -4,6 +4,7 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "IInitExtensionProperty.h"
@@ -18,8 +19,9 @@ PropertyMap AllProperties();
 // Makes `properties` the whole property store.
 void ResetProperties(PropertyMap properties);
 
-// Sets a property as init does from its own memory: any length, read-only ones too.
-void StoreProperty(const std::string& name, const std::string& value);
+// Sets a property as init does from its own memory: any length, read-only ones too. Returns its
+// value before, if it had one.
+std::optional<std::string> StoreProperty(const std::string& name, const std::string& value);
 
 // Held while a property is changed and the change is told of, so that changes are told of in their
 // order. Whoever changes properties and tells of it himself takes it too.

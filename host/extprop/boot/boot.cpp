@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -33,12 +34,20 @@ std::string DevicePath(const std::string& device) {
     return path;
 }
 
+std::unique_ptr<LastFile, void (*)(LastFile*)> ShareLastFile() {
+    void* memory = mmap(nullptr, sizeof(LastFile), PROT_READ | PROT_WRITE,
+                        MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) throw std::runtime_error(std::string("mmap: ") + strerror(errno));
+    return {static_cast<LastFile*>(memory), [](LastFile* file) { munmap(file, sizeof(*file)); }};
+}
+
 // One boot: the process that plays init, and what has come from it.
 class BootedDevice {
   public:
     BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan,
                  BootListener* listener)
             : root_(root),
+              last_file_(ShareLastFile()),
               process_(Start(root, fetch, plan)),
               listener_(listener),
               properties_(plan.properties) {}
@@ -76,7 +85,7 @@ class BootedDevice {
         }
         return root.Start([&] {
             channel_.reset();
-            return PlayInit(fetch, plan, theirs.get());
+            return PlayInit(fetch, plan, theirs.get(), last_file_.get());
         });
     }
 
@@ -95,9 +104,6 @@ class BootedDevice {
                                    done = true;
                                },
                                [&](Event& event) {
-                                   if (auto* open = std::get_if<OpenEvent>(&event)) {
-                                       last_file_ = open->path;
-                                   }
                                    FindImage(&event);
                                    if (listener_ != nullptr) listener_->OnEvent(event);
                                    events->push_back(std::move(event));
@@ -126,16 +132,16 @@ class BootedDevice {
         if (!ending.timed_out && ending.signal != 0) {
             failure.signal = std::string("SIG") + sigabbrev_np(ending.signal);
         }
-        if (!last_file_.empty()) failure.last_file = last_file_;
+        if (last_file_->path[0] != '\0') failure.last_file = last_file_->path;
         return failure;
     }
 
     const sandbox::Sandbox& root_;
+    std::unique_ptr<LastFile, void (*)(LastFile*)> last_file_;
     unique_fd channel_;
     sandbox::Process process_;
     BootListener* listener_;
     PropertyMap properties_;
-    std::string last_file_;
 };
 
 // Moves the persistent properties to the stored ones, which come in force later in a boot.

@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <limits.h>
+
 #include <functional>
 #include <optional>
 #include <set>
@@ -15,6 +17,11 @@ using FetchExtension = IInitExtensionProperty* (*)(const char* library);
 
 // Loads the extension library as init does. Throws std::runtime_error.
 FetchExtension LoadExtension();
+
+// The file that was opened last, in memory that outlives the process.
+struct LastFile {
+    char path[PATH_MAX];
+};
 
 // What one boot is made of.
 struct BootPlan {
@@ -32,7 +39,7 @@ struct BootPlan {
 // of the plan whose index arrives at `channel`, until that is closed; kNoStep asks for nothing, and
 // kEndOfBoot for what belongs to a boot that no later step has brought. Sends an event for each
 // thing that happens and, after each request, StepDone. Returns the process's exit status.
-int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel);
+int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file);
 
 inline constexpr int kNoStep = -1;
 inline constexpr int kEndOfBoot = -2;

@@ -1,6 +1,7 @@
 #include "boot/reporter.h"
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -60,20 +61,17 @@ thread_local int Unobserved::depth = 0;
 
 // Makes the properties the system's, but for those that init refuses, and tells what became of
 // them.
-Handover Apply(const PropertyMap& properties) {
+Handover Apply(PropertyMap properties) {
     Handover handover;
-    handover.properties = properties;
-    const PropertyMap before = platform::AllProperties();
-    for (const auto& [name, value] : properties) {
+    handover.properties = std::move(properties);
+    for (const auto& [name, value] : handover.properties) {
         if (auto reason = WhyRefused(name, value)) {
             handover.refused.push_back({name, value, *reason});
             continue;
         }
-        auto old = before.find(name);
-        if (old != before.end() && old->second == value) continue;
-        handover.changes.push_back({name, value, std::nullopt});
-        if (old != before.end()) handover.changes.back().previous = old->second;
-        platform::StoreProperty(name, value);
+        std::optional<std::string> previous = platform::StoreProperty(name, value);
+        if (previous == value) continue;
+        handover.changes.push_back({name, value, std::move(previous)});
     }
     return handover;
 }
@@ -90,28 +88,28 @@ std::string LogoContent(const std::string& path) {
 
 }  // namespace
 
-void Reporter::Send(const Message& message) {
+void Reporter::Send(Message message) {
     std::lock_guard<std::mutex> lock(mutex_);
-    SendMessage(channel_, message);
+    SendMessage(channel_, std::move(message));
 }
 
-void Reporter::OnCallback(int mode, const PropertyMap& properties, const void* frame) {
+void Reporter::OnCallback(int mode, PropertyMap properties, const void* frame) {
     const Unobserved unobserved;
     CallbackEvent event;
     event.mode = mode;
     event.operations = CallChain();
     event.map = tracker_.HandedOver(event.operations, frame);
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
-    static_cast<Handover&>(event) = Apply(properties);
+    static_cast<Handover&>(event) = Apply(std::move(properties));
     Send(std::move(event));
 }
 
-void Reporter::OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation) {
+void Reporter::OnMap(PropertyMap loaded, const PropertyMap* map, const char* operation) {
     MapEvent event;
     event.operations = {operation};
     event.map = tracker_.TakenOver(map);
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
-    static_cast<Handover&>(event) = Apply(loaded);
+    static_cast<Handover&>(event) = Apply(std::move(loaded));
     Send(std::move(event));
 }
 
@@ -148,6 +146,7 @@ void Reporter::OnOpen(const char* path, int flags) {
     const bool writes = (flags & O_ACCMODE) != O_RDONLY;
     {
         std::lock_guard<std::mutex> lock(mutex_);
+        snprintf(last_file_->path, sizeof(last_file_->path), "%s", path);
         if (!writes) {
             last_read_ = path;
         } else if (std::string_view(path) == kSplashPartition) {
@@ -155,7 +154,7 @@ void Reporter::OnOpen(const char* path, int flags) {
         }
     }
     if (writes) tracker_.Written(path);
-    Send(OpenEvent{path, writes});
+    if (!quiet_) Send(OpenEvent{path, writes});
 }
 
 void Reporter::OnLoad(const char* path, const char* filter, const PropertyMap* properties) {

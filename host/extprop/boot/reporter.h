@@ -7,6 +7,7 @@
 
 #include <android-base/logging.h>
 
+#include "boot/init_process.h"
 #include "boot/load_tracker.h"
 #include "boot/message.h"
 #include "platform.h"
@@ -16,19 +17,21 @@ namespace extprop {
 class Reporter : public platform::Observer, private LoadListener {
   public:
     // Sends to `channel`; the lines of files only if their names are `wanted`.
-    Reporter(int channel, bool quiet, std::function<bool(const std::string& name)> wanted)
+    Reporter(int channel, LastFile* last_file, bool quiet,
+             std::function<bool(const std::string& name)> wanted)
             : channel_(channel),
+              last_file_(last_file),
               quiet_(quiet),
               wanted_(wanted),
               tracker_(this, std::move(wanted)) {}
 
-    void Send(const Message& message);
+    void Send(Message message);
 
     // The callback of the library, called from the frame whose address is `frame` or one above.
-    void OnCallback(int mode, const PropertyMap& properties, const void* frame);
+    void OnCallback(int mode, PropertyMap properties, const void* frame);
 
     // init takes what the step loaded into its own map.
-    void OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation);
+    void OnMap(PropertyMap loaded, const PropertyMap* map, const char* operation);
 
     // init takes the stored persistent properties.
     void OnStored(const PropertyMap& stored);
@@ -60,6 +63,7 @@ class Reporter : public platform::Observer, private LoadListener {
 
     std::mutex mutex_;
     int channel_;
+    LastFile* last_file_;
     bool quiet_;
     std::function<bool(const std::string& name)> wanted_;
     LoadTracker tracker_;

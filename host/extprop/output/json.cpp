@@ -317,14 +317,14 @@ json Write(const T& value) {
     }
 }
 
-// ---- From JSON.
+// ---- From JSON, whose strings are taken: a document may be as large as a device's files.
 
 template <typename T>
-void Read(const json& document, T* value);
+void Read(json& document, T* value);
 
 class Reader {
   public:
-    explicit Reader(const json& document) : document_(document) {}
+    explicit Reader(json& document) : document_(document) {}
     template <typename T>
     Reader& operator()(const char* name, T& value) {
         Read(document_.at(name), &value);
@@ -332,11 +332,11 @@ class Reader {
     }
 
   private:
-    const json& document_;
+    json& document_;
 };
 
 template <size_t kIndex = 0>
-void ReadEvent(const json& document, Event* event) {
+void ReadEvent(json& document, Event* event) {
     if constexpr (kIndex < std::variant_size_v<Event>) {
         if (document.at("event") != kEventNames[kIndex]) {
             ReadEvent<kIndex + 1>(document, event);
@@ -347,8 +347,17 @@ void ReadEvent(const json& document, Event* event) {
 }
 
 template <typename T>
-void Read(const json& document, T* value) {
-    if constexpr (kIsPlain<T>) {
+void Read(json& document, T* value) {
+    if constexpr (std::is_same_v<T, std::string>) {
+        *value = std::move(document.get_ref<std::string&>());
+    } else if constexpr (std::is_same_v<T, PropertyMap>) {
+        auto& object = document.get_ref<json::object_t&>();
+        while (!object.empty()) {
+            auto node = object.extract(object.begin());
+            value->emplace_hint(value->end(), std::move(node.key()),
+                                std::move(node.mapped().get_ref<std::string&>()));
+        }
+    } else if constexpr (kIsPlain<T>) {
         document.get_to(*value);
     } else if constexpr (std::is_enum_v<T>) {
         *value = static_cast<T>(document.get<int>());
@@ -358,7 +367,7 @@ void Read(const json& document, T* value) {
         *value = ReadLines(document.get_ref<const std::string&>());
     } else if constexpr (IsVector<T>::value) {
         value->reserve(document.size());
-        for (const json& element : document) Read(element, &value->emplace_back());
+        for (json& element : document) Read(element, &value->emplace_back());
     } else if constexpr (std::is_same_v<T, Event>) {
         ReadEvent(document, value);
     } else {
@@ -384,8 +393,8 @@ json ToJson(const Message& message) {
     return {message.index(), std::visit([](const auto& kind) { return Write(kind); }, message)};
 }
 
-Message MessageFromJson(const json& document) {
-    const json& body = document.at(1);
+Message MessageFromJson(json document) {
+    json& body = document.at(1);
     Message message;
     switch (document.at(0).get<int>()) {
         case 0:
@@ -410,7 +419,7 @@ json ToJson(const Survey& survey) {
     return Write(survey);
 }
 
-Survey SurveyFromJson(const json& document) {
+Survey SurveyFromJson(json document) {
     Survey survey;
     Read(document, &survey);
     return survey;

@@ -15,10 +15,10 @@ namespace extprop {
 using nlohmann::json;
 
 json ToJson(const Message& message);
-Message MessageFromJson(const json& message);
+Message MessageFromJson(json message);
 
 json ToJson(const Survey& survey);
-Survey SurveyFromJson(const json& document);
+Survey SurveyFromJson(json document);
 
 // The documents that docs/json.md describes.
 json ToJson(const Report& report);
