@@ -39,6 +39,9 @@ class Observer {
     // A file is about to be opened, by open(2) or a file stream. That may hang or fail.
     virtual void OnOpen(const char* /*path*/, int /*flags*/) {}
 
+    // mount(2) is about to be called, which may change what the paths lead to.
+    virtual void OnMounting(const char* /*source*/, const char* /*target*/) {}
+
     // mount(2) was called and returned `result`, with `error` in errno.
     virtual void OnMount(const char* /*source*/, const char* /*target*/, unsigned long /*flags*/,
                          int /*result*/, int /*error*/) {}

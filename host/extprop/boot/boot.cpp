@@ -179,20 +179,13 @@ PreparedDevice::PreparedDevice(const BootOptions& options)
 }
 
 // Makes the splash partition, a plain file in a device directory, a block device as on a phone, if
-// the plan writes to it. Where that cannot be had there is no partition, rather than a truncated
-// file, and a note says why.
+// the plan writes to it.
 void PreparedDevice::PrepareSplashPartition() {
     const std::vector<Step>& steps = options_.plan.steps;
     const bool wanted = std::any_of(steps.begin(), steps.end(),
                                     [](const Step& step) { return step.copies_logo(); });
     if (!wanted || !std::filesystem::is_regular_file(root_.Outside(kSplashPartition))) return;
-    try {
-        root_.AttachBlockDevice(kSplashPartition);
-    } catch (const std::runtime_error& error) {
-        report_.notes.push_back(std::string("the logo copy cannot be played here: ") +
-                                error.what());
-        root_.Run([] { return unlink(kSplashPartition); });
-    }
+    root_.AttachBlockDevice(kSplashPartition);
 }
 
 Report PreparedDevice::Boot(BootListener* listener,

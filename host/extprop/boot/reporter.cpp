@@ -59,6 +59,9 @@ class Unobserved {
 
 thread_local int Unobserved::depth = 0;
 
+// The paths, without links, of the mount that this thread is about to make.
+thread_local struct { std::optional<std::string> source, target; } mounting;
+
 // Makes the properties the system's, but for those that init refuses, and tells what became of
 // them.
 Handover Apply(PropertyMap properties) {
@@ -194,6 +197,11 @@ void Reporter::OnLookUp(const char* path, const char* name) {
     if (!read.lines.empty()) Send(std::move(read));
 }
 
+void Reporter::OnMounting(const char* source, const char* target) {
+    const Unobserved unobserved;
+    mounting = {RealPath(source, true), RealPath(target, true)};
+}
+
 void Reporter::OnMount(const char* source, const char* target, unsigned long flags, int result,
                        int error) {
     const Unobserved unobserved;
@@ -201,8 +209,8 @@ void Reporter::OnMount(const char* source, const char* target, unsigned long fla
     if (result != 0) {
         event.error = strerror(error);
     } else {
-        event.covers = RealPath(target, true).value_or(target);
-        tracker_.Bound(source, target, (flags & MS_REC) != 0);
+        event.covers = mounting.target.value_or(target);
+        tracker_.Bound(mounting.source.value_or(source), *event.covers, (flags & MS_REC) != 0);
     }
     Send(std::move(event));
 }

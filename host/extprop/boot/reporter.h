@@ -51,6 +51,7 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnLoad(const char* path, const char* filter, const PropertyMap* properties) override;
     void OnLoaded(const PropertyMap* properties) override;
     void OnLookUp(const char* path, const char* name) override;
+    void OnMounting(const char* source, const char* target) override;
     void OnMount(const char* source, const char* target, unsigned long flags, int result,
                  int error) override;
     void OnPropertySet(const std::string& name, const std::string& value) override;
