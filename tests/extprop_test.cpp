@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include <gmock/gmock.h>
@@ -340,13 +341,18 @@ TEST_F(ExtpropTest, FilesInImagesAreThoseOfTheSlotAndSayWhereTheyLie) {
 }
 
 TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
-    const std::string file = Write("/odm/build.prop", "import /odm/other.prop\n");
+    const std::string file = Write("/odm/build.prop", "import /${none}\nimport /odm/other.prop\n");
     Write("/odm/other.prop", "import /odm/build.prop\n");
     const Output crashed = Run("boot -q " + Path("") + " early");
     EXPECT_EQ(crashed.status, 3);
     EXPECT_EQ(crashed.out, "");
     EXPECT_THAT(crashed.err, testing::MatchesRegex("extprop: the library crashed with SIGSEGV in "
                                                    "step early, last loading /odm/[a-z]+.prop\n"));
+
+    // What each of thousands of loads says is said once.
+    const std::string said = Run("boot " + Path("") + " early").out;
+    EXPECT_THAT(said, HasSubstr(" times)\n"));
+    EXPECT_LT(std::count(said.begin(), said.end(), '\n'), 12) << said;
 
     std::filesystem::remove(file);
     ASSERT_EQ(mkfifo(file.c_str(), 0644), 0);
