@@ -36,18 +36,22 @@ _extprop() {
             mapfile -t COMPREPLY < <(compgen -W "$requests" -- "$cur")
             return
             ;;
+        --slot)
+            mapfile -t COMPREPLY < <(compgen -W "a b" -- "$cur")
+            return
+            ;;
         --set | --brand | --region | --nv | --edit | --timeout)
             return
             ;;
     esac
 
-    local boot="--set --props --brand --region --nv --edit --request --no-complete --any-word"
-    boot+=" --timeout"
+    local boot="--set --props --brand --region --nv --edit --slot --request --no-complete"
+    boot+=" --any-word --timeout"
     local -A options=(
         [boot]="$boot --json --quiet --verbose --html --help"
         [explain]="$boot --all --json --html --help"
         [diff]="$boot --json --a --b --help"
-        [lint]="--json --sarif --help"
+        [lint]="--slot --json --sarif --help"
     )
     local command=${words[1]}
     if [[ $cur == -* ]]; then
@@ -58,7 +62,7 @@ _extprop() {
     local operand=1 i
     for ((i = 2; i < cword; ++i)); do
         case ${words[i]} in
-            --set | --props | --brand | --region | --nv | --edit | --request | --timeout | --html | --sarif)
+            --set | --props | --brand | --region | --nv | --edit | --slot | --request | --timeout | --html | --sarif)
                 ((++i))
                 ;;
             -*) ;;

@@ -260,4 +260,15 @@ TEST_F(ExplainTest, DiffShowsBothOrigins) {
     EXPECT_EQ(Run("diff " + Path("") + " " + Sample("overlay")).status, 3);
 }
 
+TEST_F(ExplainTest, NamesTheFileBehindAMountThatCoversItsOwnSource) {
+    Write("/d/my_m/build.prop", "ro.a=covered\n");
+    const std::string source = "/my_m/pack/media";
+    Write("/d" + source + "/build.prop", "ro.a=shown\n");
+    const Output output = Run("explain " + Path("/d") + " ro.a media:/my_m early:/my_m " +
+                              "--set ro.sys.custommedia.sourcepath=" + source);
+    EXPECT_THAT(output.out,
+                HasSubstr("* early:/my_m /my_m/build.prop:1 (" + source + "/build.prop)  shown\n"))
+            << output.err;
+}
+
 }  // namespace

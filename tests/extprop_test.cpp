@@ -1,8 +1,13 @@
 // The tool as people and scripts use it: its arguments, output and exit status.
 
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include <gmock/gmock.h>
@@ -149,14 +154,10 @@ TEST_F(ExtpropTest, ASecondBootKeepsFilesAndPersistentProperties) {
     EXPECT_THAT(emergency.out, Not(HasSubstr("ro.sys.customize.flashback.company")));
 }
 
-TEST_F(ExtpropTest, LogoIsCopiedOrSaidNotToBePlayable) {
+TEST_F(ExtpropTest, LogoIsCopiedOnce) {
     const std::string steps = " early sim:triggerLogoCopyFromCompanyBoot ";
     const Output output = Run("boot " + Sample("boot-logo") + steps + "reboot" + steps);
     EXPECT_EQ(output.status, 0);
-    if (geteuid() != 0) {
-        EXPECT_THAT(output.err, HasSubstr("extprop: note: the logo copy cannot be played here: "));
-        return;
-    }
     const std::string copied =
             "  property_set persist.record.my_company.date.forlogo=1763683200\n"
             "  logo: 2000 bytes of /my_company/media/logo/logo.img written to the splash "
@@ -215,6 +216,86 @@ TEST_F(ExtpropTest, PageIsWrittenWholeOrNotAtAll) {
     EXPECT_EQ(nowhere.err, "extprop: " + Path("/none/x") + ": No such file or directory\n");
 }
 
+TEST_F(ExtpropTest, PageGoesThroughWhateverIsNoPlainFile) {
+    const std::string link = Path("/link"), fifo = Path("/fifo"), node = Path("/null");
+    Write("/target", "old");
+    std::filesystem::create_symlink("target", link);
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const auto boot = [](const std::string& page) {
+        return Run("boot -q " + Sample("market-name") + " early --html " + page).status;
+    };
+    EXPECT_EQ(boot(link), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(system(("timeout 20 cat " + fifo + " >" + Path("/read") + " &").c_str()), 0);
+    EXPECT_EQ(boot(fifo), 0);
+    EXPECT_TRUE(std::filesystem::is_fifo(fifo));
+    // The reader may not have come to its end yet.
+    EXPECT_EQ(system(("for i in $(seq 500); do cmp -s " + Path("/target") + " " + Path("/read") +
+                      " && exit 0; sleep 0.01; done; exit 1")
+                             .c_str()),
+              0);
+    EXPECT_EQ(system(("grep -q '^</html>' " + Path("/target")).c_str()), 0);
+    if (mknod(node.c_str(), S_IFCHR | 0600, makedev(1, 3)) != 0) return;
+    EXPECT_EQ(boot(node), 0);
+    EXPECT_TRUE(std::filesystem::is_character_file(node));
+}
+
+TEST_F(ExtpropTest, AResultThatCannotBeWrittenIsAnError) {
+    const std::string device = Sample("overlay") + " early ";
+    for (const std::string& arguments :
+         {"boot " + device, "boot --json " + device, "boot -q " + device, "explain --all " + device,
+          "explain --all --json " + device, "diff " + device + "--a --set ro.x=1",
+          "diff --json " + device, "lint " + Sample("carrier-package"),
+          "lint --json " + Sample("overlay"), std::string("--version"),
+          std::string("lint --help")}) {
+        for (const char* nowhere : {">/dev/full", ">&-"}) {
+            const Output output = Run(arguments, nowhere);
+            EXPECT_EQ(output.status, 2) << arguments << nowhere;
+            EXPECT_THAT(output.err, HasSubstr("extprop: the result cannot be written: "));
+        }
+    }
+}
+
+TEST_F(ExtpropTest, ControlCharactersReachNoTerminal) {
+    const std::string value = "a\x1b[2Jb\rc\x7f\xc2\x9b", shown = "a\\x1b[2Jb\\x0dc\\x7f\\xc2\\x9b";
+    Write("/d/odm/build.prop", "ro.a=" + value + "\nimport /" + value + "\n");
+    const std::string device = Path("/d") + " early:/odm";
+    for (const std::string& arguments :
+         {"boot " + device, "boot --verbose " + device, "explain --all " + device,
+          "diff " + Path("/d") + " --a early:/odm --b early:/none", "lint " + Path("/d")}) {
+        const std::string out = Run(arguments).out;
+        EXPECT_THAT(out, HasSubstr(shown)) << arguments;
+        EXPECT_EQ(out.find_first_of("\x1b\r\x7f\x9b"), std::string::npos) << out;
+    }
+    EXPECT_EQ(Run("boot -q " + device).out, "[ro.a]: [" + value + "]\n");
+    EXPECT_EQ(json::parse(Run("boot --json " + device).out)["properties"]["ro.a"], value);
+    const std::string typed = Path("/typed");
+    EXPECT_EQ(system(("script -qec '" EXTPROP " boot -q " + device + "' " + typed + " >/dev/null")
+                             .c_str()),
+              0);
+    std::string content;
+    ASSERT_TRUE(android::base::ReadFileToString(typed, &content));
+    EXPECT_THAT(content, HasSubstr("[ro.a]: [" + shown + "]"));
+}
+
+TEST_F(ExtpropTest, AnImageThatIsNoFileEndsEveryCommandAtOnce) {
+    std::filesystem::create_directory(Path("/d"));
+    const std::string image = Path("/d/my_x.img");
+    const auto expect_error = [&] {
+        for (const std::string command : {"boot ", "explain --all ", "diff ", "lint "}) {
+            const Output output = Run(command + Path("/d"), "</dev/null");
+            EXPECT_EQ(output.status, 2) << command;
+            EXPECT_EQ(output.err, "extprop: " + image + ": neither a file nor a block device\n");
+        }
+        std::filesystem::remove(image);
+    };
+    ASSERT_EQ(mkfifo(image.c_str(), 0600), 0);
+    expect_error();
+    std::filesystem::create_symlink("/dev/zero", image);
+    expect_error();
+    if (mknod(image.c_str(), S_IFCHR | 0600, makedev(1, 5)) == 0) expect_error();
+}
+
 TEST_F(ExtpropTest, LintEndsWithTheErrorsThatItFinds) {
     const Output faulty = Run("lint " + Sample("faulty") + " --sarif " + Path("/sarif"));
     EXPECT_EQ(faulty.status, 1);
@@ -232,14 +313,51 @@ TEST_F(ExtpropTest, LintEndsWithTheErrorsThatItFinds) {
               "extprop: " + Path("/none") + ": No such file or directory\n");
 }
 
+TEST_F(ExtpropTest, FilesInImagesAreThoseOfTheSlotAndSayWhereTheyLie) {
+    for (const std::string slot : {"a", "b"}) {
+        Write("/files/build.prop", "ro.slot=" + slot + "\nro.slot.bad\n");
+        const std::string image = Path("/d/my_region_" + slot + ".img");
+        Write("/d/my_region_" + slot + ".img", "");
+        ASSERT_EQ(system(("PATH=$PATH:/usr/sbin mkfs.ext4 -q -F -d " + Path("/files") + " " +
+                          image + " 2M")
+                                 .c_str()),
+                  0);
+    }
+    const std::string device = " " + Path("/d") + " ";
+    const std::string shown = "/mnt/vendor/my_region/build.prop";
+    const json place = {{"file", Path("/d/my_region_b.img")}, {"path", "/build.prop"}};
+
+    EXPECT_EQ(Run("boot -q" + device + "early").out, "[ro.slot]: [a]\n");
+    EXPECT_EQ(Run("explain --slot b" + device + "ro.slot early").out,
+              "ro.slot=b\n  * early " + shown + ":1 (/build.prop in my_region_b.img)  b\n");
+    EXPECT_EQ(Run("explain" + device + "ro.slot media:/my_x").out,
+              "ro.slot is not set\n    " + shown +
+                      ":1 (/build.prop in my_region_a.img)  a  [not loaded; it takes early]\n");
+    const Output diff = Run("diff --json" + device + "early --a --slot a --b --slot b");
+    EXPECT_EQ(json::parse(diff.out)["changed"][0]["b"]["origin"]["image"], place);
+    EXPECT_THAT(Run("boot --verbose" + device + "early").out, HasSubstr("sandbox: redirect\n"));
+
+    const Output lint = Run("lint --slot b" + device);
+    EXPECT_THAT(lint.out, HasSubstr(shown + ":2: error: "));
+    EXPECT_THAT(lint.out, HasSubstr("[no-equals] (/build.prop in my_region_b.img)\n"));
+    EXPECT_EQ(lint.err,
+              "extprop: note: " + Path("/d/my_region_a.img") + ": of the other slot, not read\n");
+    EXPECT_EQ(json::parse(Run("lint --json --slot b" + device).out)["findings"][0]["image"], place);
+}
+
 TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
-    const std::string file = Write("/odm/build.prop", "import /odm/other.prop\n");
+    const std::string file = Write("/odm/build.prop", "import /${none}\nimport /odm/other.prop\n");
     Write("/odm/other.prop", "import /odm/build.prop\n");
     const Output crashed = Run("boot -q " + Path("") + " early");
     EXPECT_EQ(crashed.status, 3);
     EXPECT_EQ(crashed.out, "");
     EXPECT_THAT(crashed.err, testing::MatchesRegex("extprop: the library crashed with SIGSEGV in "
                                                    "step early, last loading /odm/[a-z]+.prop\n"));
+
+    // What each of thousands of loads says is said once.
+    const std::string said = Run("boot " + Path("") + " early").out;
+    EXPECT_THAT(said, HasSubstr(" times)\n"));
+    EXPECT_LT(std::count(said.begin(), said.end(), '\n'), 12) << said;
 
     std::filesystem::remove(file);
     ASSERT_EQ(mkfifo(file.c_str(), 0644), 0);
@@ -250,6 +368,46 @@ TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
                                        {"timed_out", true},
                                        {"signal", nullptr},
                                        {"last_file", "/odm/build.prop"}}));
+}
+
+// Whatever moment of a command it is, and whether one process is ended or all of a terminal's.
+TEST_F(ExtpropTest, AnEndedCommandLeavesNothing) {
+    const std::string temporary = Path("/temporary");
+    std::filesystem::create_directory(temporary);
+    std::string steps;
+    for (int i = 0; i < 50; ++i) steps += " early reboot";
+    const std::string command = "TMPDIR=" + temporary + " exec " EXTPROP " boot -q " +
+                                Sample("boot-logo") + steps +
+                                " sim:triggerLogoCopyFromCompanyBoot >/dev/null 2>&1";
+    const std::vector<std::string> ways = geteuid() == 0
+                                                  ? std::vector<std::string>{"redirect", "overlay"}
+                                                  : std::vector<std::string>{"redirect"};
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // what the command leaves becomes this process's child
+    for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
+        for (int i = 0; i < 24; ++i) {
+            const pid_t pid = fork();
+            if (pid == 0) {
+                setpgid(0, 0);
+                const std::string way = "EXTPROP_SANDBOX=" + ways[i / 2 % ways.size()] + " ";
+                execl("/bin/sh", "sh", "-c", (way + command).c_str(), nullptr);
+                _exit(EXIT_FAILURE);
+            }
+            setpgid(pid, pid);
+            usleep(3'000 * i);
+            kill(i % 2 == 0 ? pid : -pid, signal);
+            int waited = 0;
+            for (int t = 0; t < 1000 && (waited = waitpid(-1, nullptr, WNOHANG)) != -1; ++t) {
+                if (waited == 0) usleep(10'000);
+            }
+            EXPECT_EQ(waited, -1) << "a process is left " << i;
+        }
+        EXPECT_TRUE(std::filesystem::is_empty(temporary)) << strsignal(signal);
+        std::filesystem::remove_all(temporary);
+        std::filesystem::create_directory(temporary);
+    }
+    EXPECT_NE(system(("grep -s " + Path("") + " /proc/self/mountinfo /sys/block/loop*/loop/*")
+                             .c_str()),
+              0);
 }
 
 TEST_F(ExtpropTest, PropertiesComeFromFiles) {
@@ -275,6 +433,7 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
             {"boot " + Path("/none"), Path("/none") + ": No such file or directory"},
             {"boot " + file, file + ": Not a directory"},
             {device + " earl", "unknown step 'earl'; see extprop boot --help"},
+            {"diff early", "diff: no DEVICE is given, only steps"},
             {device + " persist:x", "step 'persist:x': 'persist' takes no argument"},
             {device + " sim:simSwitch",
              "step 'sim:simSwitch': the library ignores it, it takes one of simSwitchCurrent "
@@ -299,6 +458,7 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
             {device + " --props " + file, file + ":2: expected name=value"},
             {device + " --props " + open, open + ":2: the value's closing ] is missing"},
             {device + " --props " + import, import + ":1: imports are not followed here"},
+            {device + " --slot c", "--slot: c not in {a,b}"},
             {device + " --quiet --json", "--json excludes --quiet"},
     };
     for (const auto& known : cases) {
@@ -306,6 +466,10 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
         EXPECT_EQ(output.status, 2) << known.arguments;
         EXPECT_EQ(output.out, "") << known.arguments;
         EXPECT_EQ(output.err, "extprop: " + known.error + "\n");
+    }
+    for (const char* ignored : {"sim:Bogus", "sim:", "early:", "media:foo", "early --request x"}) {
+        EXPECT_EQ(Run(device + " " + ignored).status, 2) << ignored;
+        EXPECT_EQ(Run(device + " --any-word " + ignored).status, 0) << ignored;
     }
     const Output help = Run("boot --help");
     EXPECT_EQ(help.status, 0);

@@ -403,7 +403,8 @@ TEST_F(LintTest, FindingsAreSafeToPrint) {
                                       {"line", 7},
                                       {"severity", "error"},
                                       {"identifier", "no-equals"},
-                                      {"message", finding.message}}}));
+                                      {"message", finding.message},
+                                      {"image", nullptr}}}));
     // A long line is not repeated in full, nor cut within a character.
     Write("/odm/build.prop", std::string(59, 'x') + "\xc3\xbc" + std::string(1000, 'x'));
     EXPECT_THAT(Lint(directory_.path).at(0).message, HasSubstr(std::string(59, 'x') + "...'"));

@@ -11,11 +11,11 @@ ToolTest::ToolTest() {
     chmod(directory_.path, 0755);
 }
 
-Output ToolTest::Run(const std::string& arguments) {
+Output ToolTest::Run(const std::string& arguments, const std::string& redirections) {
     const TemporaryFile out;
     const TemporaryFile err;
-    const std::string command =
-            std::string(EXTPROP) + " " + arguments + " >" + out.path + " 2>" + err.path;
+    const std::string command = std::string(EXTPROP) + " " + arguments + " >" + out.path + " 2>" +
+                                err.path + " " + redirections;
     Output output{WEXITSTATUS(system(command.c_str())), "", ""};
     android::base::ReadFileToString(out.path, &output.out);
     android::base::ReadFileToString(err.path, &output.err);

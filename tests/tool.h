@@ -17,8 +17,8 @@ class ToolTest : public testing::Test {
   protected:
     ToolTest();
 
-    // Runs the tool with the arguments, as a shell divides them.
-    static Output Run(const std::string& arguments);
+    // Runs the tool with the arguments, as a shell divides them, and with its files led elsewhere.
+    static Output Run(const std::string& arguments, const std::string& redirections = "");
 
     // Returns the path of a sample.
     static std::string Sample(const std::string& name);

@@ -16,14 +16,12 @@ using android::init::PropertyMap;
 // Returns a copy of all system properties. Safe from any thread, as is everything below.
 PropertyMap AllProperties();
 
-// Returns the system property's value, or nothing if it is unset.
-std::optional<std::string> FindProperty(const std::string& name);
-
 // Makes `properties` the whole property store.
 void ResetProperties(PropertyMap properties);
 
-// Sets a property as init does from its own memory: any length, read-only ones too.
-void StoreProperty(const std::string& name, const std::string& value);
+// Sets a property as init does from its own memory: any length, read-only ones too. Returns its
+// value before, if it had one.
+std::optional<std::string> StoreProperty(const std::string& name, const std::string& value);
 
 // Held while a property is changed and the change is told of, so that changes are told of in their
 // order. Whoever changes properties and tells of it himself takes it too.
@@ -40,6 +38,9 @@ class Observer {
 
     // A file is about to be opened, by open(2) or a file stream. That may hang or fail.
     virtual void OnOpen(const char* /*path*/, int /*flags*/) {}
+
+    // mount(2) is about to be called, which may change what the paths lead to.
+    virtual void OnMounting(const char* /*source*/, const char* /*target*/) {}
 
     // mount(2) was called and returned `result`, with `error` in errno.
     virtual void OnMount(const char* /*source*/, const char* /*target*/, unsigned long /*flags*/,

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <mutex>
+#include <utility>
 
 #include <android-base/properties.h>
 #include <cutils/properties.h>
@@ -30,13 +31,6 @@ PropertyMap AllProperties() {
     return Store();
 }
 
-std::optional<std::string> FindProperty(const std::string& name) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    auto property = Store().find(name);
-    if (property == Store().end()) return std::nullopt;
-    return property->second;
-}
-
 void ResetProperties(PropertyMap properties) {
     std::lock_guard<std::mutex> lock(g_mutex);
     Store() = std::move(properties);
@@ -47,9 +41,11 @@ std::mutex& ChangeMutex() {
     return *mutex;
 }
 
-void StoreProperty(const std::string& name, const std::string& value) {
+std::optional<std::string> StoreProperty(const std::string& name, const std::string& value) {
     std::lock_guard<std::mutex> lock(g_mutex);
-    Store()[name] = value;
+    const auto [property, is_new] = Store().try_emplace(name, value);
+    if (is_new) return std::nullopt;
+    return std::exchange(property->second, value);
 }
 
 }  // namespace platform

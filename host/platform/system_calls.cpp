@@ -61,6 +61,7 @@ FILE* fopen64(const char* path, const char* mode) {
 
 int mount(const char* source, const char* target, const char* type, unsigned long flags,
           const void* data) noexcept {
+    if (auto* observer = platform::CurrentObserver()) observer->OnMounting(source, target);
     const int result = static_cast<int>(syscall(SYS_mount, source, target, type, flags, data));
     const int error = result == 0 ? 0 : errno;
     if (auto* observer = platform::CurrentObserver()) {

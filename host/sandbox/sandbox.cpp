@@ -87,6 +87,10 @@ std::unique_ptr<Root> MakeRoot(Way way, const std::string& device, const Options
 
 }  // namespace
 
+std::string Name(const ImagePlace& place) {
+    return place.path + " in " + place.image.substr(place.image.rfind('/') + 1);
+}
+
 Process::Process(pid_t pid)
         : pid_(pid), pidfd_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
 

@@ -66,6 +66,9 @@ struct ImagePlace {
     std::string path;   // in the image, such as "/build.prop"
 };
 
+// Such as "/build.prop in my_region.img".
+std::string Name(const ImagePlace& place);
+
 class DeviceFiles;
 class Root;
 

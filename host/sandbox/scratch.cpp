@@ -2,10 +2,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <linux/close_range.h>
+#include <limits.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,18 +30,23 @@ void CloseAllBut(int kept) {
     syscall(SYS_close_range, kept + 1, ~0u, 0);
 }
 
-// Waits until the other end of the pipe is closed or says so, and removes the directory.
-[[noreturn]] void Remove(const std::string& path, int pipe) {
-    // What ends a terminal's or a job's processes has to leave this one to do its work.
+// Makes the directory and tells its path, waits until the other end of the channel is closed or
+// says so, and removes it. Ends with the error, if it cannot be made.
+[[noreturn]] void Keep(std::string path, int channel) {
+    // What ends a terminal's or a job's processes has to leave this one to do its work, so there is
+    // no directory before it stands apart.
     setsid();
     sigset_t all;
     sigfillset(&all);
     sigprocmask(SIG_BLOCK, &all, nullptr);
     prctl(PR_SET_NAME, "extprop-scratch");
-    if (pipe == 0) pipe = dup(pipe);
-    CloseAllBut(pipe);
+    if (channel == 0) channel = dup(channel);
+    CloseAllBut(channel);
+    if (mkdtemp(path.data()) == nullptr) _exit(errno);
     char byte;
-    TEMP_FAILURE_RETRY(read(pipe, &byte, 1));
+    if (send(channel, path.data(), path.size(), 0) > 0) {
+        TEMP_FAILURE_RETRY(recv(channel, &byte, 1, 0));
+    }
     // A process that is only just being killed may still be writing there.
     constexpr int kAttempts = 100;
     std::error_code error;
@@ -56,23 +62,33 @@ void CloseAllBut(int kept) {
 
 ScratchDirectory::ScratchDirectory() {
     std::error_code error;
-    path_ = fs::temp_directory_path(error).string() + "/extprop-XXXXXX";
-    if (error) path_ = "/tmp/extprop-XXXXXX";
-    unique_fd end;
-    Check(android::base::Pipe(&end, &keeper_), "pipe");
-    Check(mkdtemp(path_.data()) != nullptr, "cannot make a temporary directory, " + path_);
-    remover_ = fork();
-    if (remover_ == 0) Remove(path_, end.get());
-    if (remover_ == -1) {
-        rmdir(path_.c_str());
-        Fail("fork");
+    std::string path = fs::temp_directory_path(error).string() + "/extprop-XXXXXX";
+    if (error) path = "/tmp/extprop-XXXXXX";
+    unique_fd theirs;
+    Check(android::base::Socketpair(SOCK_SEQPACKET | SOCK_CLOEXEC, &keeper_, &theirs),
+          "socketpair");
+    keeper_process_ = fork();
+    if (keeper_process_ == 0) {
+        keeper_.reset();
+        Keep(path, theirs.get());
     }
+    Check(keeper_process_ != -1, "fork");
+    theirs.reset();
+    char made[PATH_MAX];
+    const ssize_t size = TEMP_FAILURE_RETRY(recv(keeper_.get(), made, sizeof(made), 0));
+    if (size <= 0) {
+        int status = 0;
+        TEMP_FAILURE_RETRY(waitpid(keeper_process_, &status, 0));
+        errno = WIFEXITED(status) ? WEXITSTATUS(status) : EINTR;
+        Fail("cannot make a temporary directory, " + path);
+    }
+    path_.assign(made, size);
 }
 
 ScratchDirectory::~ScratchDirectory() {
     // Another child may have a copy of this end, so that closing it is not enough.
-    TEMP_FAILURE_RETRY(write(keeper_.get(), "", 1));
-    TEMP_FAILURE_RETRY(waitpid(remover_, nullptr, 0));
+    TEMP_FAILURE_RETRY(send(keeper_.get(), "", 1, MSG_NOSIGNAL));
+    TEMP_FAILURE_RETRY(waitpid(keeper_process_, nullptr, 0));
 }
 
 }  // namespace sandbox

@@ -26,8 +26,8 @@ class ScratchDirectory {
 
   private:
     std::string path_;
-    android::base::unique_fd keeper_;  // what the remover waits for the end of
-    pid_t remover_;
+    android::base::unique_fd keeper_;  // a process of its own waits for this to be closed
+    pid_t keeper_process_;
 };
 
 }  // namespace sandbox

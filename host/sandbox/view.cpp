@@ -594,7 +594,7 @@ long View::Bind(const char* source, const char* target, bool recursive) {
 
 std::pair<size_t, std::string> View::TreeAt(const std::string& path) const {
     Entry entry;
-    if (Find(path, false, &entry) < 0) return {0, ""};
+    if (trees_.size() == 1 || Find(path, false, &entry) < 0) return {0, ""};
     return {mounts_[entry.mount].tree, entry.path};
 }
 

@@ -32,13 +32,13 @@ std::string DevicePath(const std::string& device) {
     if (!std::filesystem::is_directory(path)) throw InputError(device + ": Not a directory");
     return path;
 }
-
 // One boot: the process that plays init, and what has come from it.
 class BootedDevice {
   public:
     BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan,
                  BootListener* listener)
-            : process_(Start(root, fetch, plan)),
+            : root_(root),
+              process_(Start(root, fetch, plan)),
               listener_(listener),
               properties_(plan.properties) {}
 
@@ -94,6 +94,7 @@ class BootedDevice {
                                    done = true;
                                },
                                [&](Event& event) {
+                                   FindImage(&event);
                                    if (listener_ != nullptr) listener_->OnEvent(event);
                                    events->push_back(std::move(event));
                                },
@@ -103,6 +104,15 @@ class BootedDevice {
                        message);
         }
         return received;
+    }
+
+    // The process itself sees the files of all images alike.
+    void FindImage(Event* event) const {
+        if (auto* load = std::get_if<LoadEvent>(event)) {
+            load->image = root_.ImageOf(load->source.value_or(load->path));
+        } else if (auto* look_up = std::get_if<LookUpEvent>(event)) {
+            look_up->image = root_.ImageOf(look_up->source.value_or(look_up->path));
+        }
     }
 
     BootFailure Failure(std::chrono::seconds limit) {
@@ -116,6 +126,7 @@ class BootedDevice {
         return failure;
     }
 
+    const sandbox::Sandbox& root_;
     unique_fd channel_;
     LastFile last_file_;
     sandbox::Process process_;
@@ -149,7 +160,7 @@ PreparedDevice::PreparedDevice(const BootOptions& options)
         : options_(options),
           fetch_(LoadExtension()),
           path_(DevicePath(options.device)),
-          root_(path_) {
+          root_(path_, {sandbox::Way::kAny, options.slot}) {
     const Utf8Locale loaded;
     Prepare();
 }
@@ -162,26 +173,20 @@ void PreparedDevice::Reset(const BootOptions& options) {
 
 void PreparedDevice::Prepare() {
     report_ = {path_, {}, {}, {}, std::nullopt, {}};
+    report_.way = root_.way();
     MakeEdits(options_.edits, root_);
     SeparateStored(&options_.plan);
     PrepareSplashPartition();
 }
 
 // Makes the splash partition, a plain file in a device directory, a block device as on a phone, if
-// the plan writes to it. Where that cannot be had there is no partition, rather than a truncated
-// file, and a note says why.
+// the plan writes to it.
 void PreparedDevice::PrepareSplashPartition() {
     const std::vector<Step>& steps = options_.plan.steps;
     const bool wanted = std::any_of(steps.begin(), steps.end(),
                                     [](const Step& step) { return step.copies_logo(); });
     if (!wanted || !std::filesystem::is_regular_file(root_.Outside(kSplashPartition))) return;
-    try {
-        root_.AttachBlockDevice(kSplashPartition);
-    } catch (const std::runtime_error& error) {
-        report_.notes.push_back(std::string("the logo copy cannot be played here: ") +
-                                error.what());
-        root_.Run([] { return unlink(kSplashPartition); });
-    }
+    root_.AttachBlockDevice(kSplashPartition);
 }
 
 Report PreparedDevice::Boot(BootListener* listener,

@@ -13,6 +13,7 @@ namespace extprop {
 
 struct BootOptions {
     std::string device;                   // the device directory
+    char slot = 'a';                      // of partitions with images for two slots
     BootPlan plan;                        // its properties are set again after a reboot
     bool names_no_steps = false;          // the plan's are those that go without saying
     std::vector<Edit> edits;              // made before the first boot

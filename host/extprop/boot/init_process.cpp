@@ -24,7 +24,7 @@ constexpr char kFetchFunction[] = "KSVI_FETCH_IInitExtensionProperty";
 Reporter* g_reporter = nullptr;
 
 void OnProperties(int mode, PropertyMap properties) {
-    g_reporter->OnCallback(mode, properties, __builtin_frame_address(0));
+    g_reporter->OnCallback(mode, std::move(properties), __builtin_frame_address(0));
 }
 
 class Init {
@@ -68,7 +68,7 @@ class Init {
             loaded.emplace(name, early_properties_.at(name));
         }
         if (!loaded.empty()) {
-            reporter_->OnMap(loaded, &early_properties_, step.kind->operation);
+            reporter_->OnMap(std::move(loaded), &early_properties_, step.kind->operation);
         }
     }
 

@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <limits.h>
+
 #include <functional>
 #include <optional>
 #include <set>

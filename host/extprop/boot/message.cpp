@@ -61,14 +61,16 @@ std::optional<json> AskInside(const sandbox::Sandbox& root, const std::function<
     return answer;
 }
 
-bool SendMessage(int fd, const Message& message) {
-    return SendDocument(fd, ToJson(message));
+bool SendMessage(int fd, Message message) {
+    const json document = ToJson(message);
+    message = StepRequest();  // which may have been large
+    return SendDocument(fd, document);
 }
 
 Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message) {
     json document;
     const Received received = ReceiveDocument(fd, deadline, &document);
-    if (received == Received::kMessage) *message = MessageFromJson(document);
+    if (received == Received::kMessage) *message = MessageFromJson(std::move(document));
     return received;
 }
 

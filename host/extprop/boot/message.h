@@ -30,7 +30,7 @@ using Message = std::variant<StepRequest, StepDone, Event, LinesRead, ImportRead
 bool SendDocument(int fd, const nlohmann::json& document);
 
 // Sends one message. Returns false when the other side is gone.
-bool SendMessage(int fd, const Message& message);
+bool SendMessage(int fd, Message message);
 
 enum class Received { kMessage, kEnd, kTimeOut };
 

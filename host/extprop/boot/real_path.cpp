@@ -107,10 +107,7 @@ std::optional<std::string> RealPath(const std::string& path, bool follow_last) {
 
 void BindMounts::Add(const std::string& source, const std::string& target, bool recursive) {
     Directories().Forget();
-    const auto real_source = RealPath(source, true);
-    const auto real_target = RealPath(target, true);
-    if (!real_source || !real_target) return;
-    binds_.push_back({*real_source, Below(*real_source, binds_.size()), *real_target, recursive});
+    binds_.push_back({source, Below(source, binds_.size()), target, recursive});
 }
 
 std::string BindMounts::OwnPath(const std::string& path) const {

@@ -19,7 +19,8 @@ std::optional<std::string> RealPath(const std::string& path, bool follow_last);
 // The bind mounts that were made since the process began.
 class BindMounts {
   public:
-    // `source` was bound over `target`, with what is mounted below it if `recursive`.
+    // `source` was bound over `target`, both without links before that, with what is mounted below
+    // it if `recursive`.
     void Add(const std::string& source, const std::string& target, bool recursive);
 
     // Returns the device's own path of what is at `path`, a last component that is a link not
@@ -28,7 +29,7 @@ class BindMounts {
 
   private:
     struct Bind {
-        std::string source;      // without links
+        std::string source;
         std::string own_source;  // beneath all older binds
         std::string target;
         bool recursive;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "IInitExtensionProperty.h"
+#include "sandbox.h"
 
 namespace extprop {
 
@@ -63,18 +64,20 @@ struct OpenEvent {
 
 // The loader begins a property file.
 struct LoadEvent {
-    std::string path;                        // as it is opened, without doubled slashes
-    std::optional<std::string> source;       // the device's own file, where that is another
-    std::optional<std::string> filter;       // of the import that led here
-    std::optional<std::string> imported_by;  // "file:line"
-    bool written = false;                    // the boot itself wrote the file before
-    int map = 0;                             // which of the library's maps it goes to
+    std::string path;                          // as it is opened, without doubled slashes
+    std::optional<std::string> source;         // the device's own file, where that is another
+    std::optional<sandbox::ImagePlace> image;  // that the device's own file lies in
+    std::optional<std::string> filter;         // of the import that led here
+    std::optional<std::string> imported_by;    // "file:line"
+    bool written = false;                      // the boot itself wrote the file before
+    int map = 0;                               // which of the library's maps it goes to
 };
 
 // The library looked up one property.
 struct LookUpEvent {
     std::string path;
     std::optional<std::string> source;
+    std::optional<sandbox::ImagePlace> image;
     std::string name;
     std::optional<int> line;  // the line that was taken
     std::vector<std::string> operations;
@@ -170,6 +173,7 @@ struct Report {
     std::vector<StepReport> steps;
     std::optional<BootFailure> failure;
     PropertyMap properties;  // at the end, or after the last step before a failure
+    std::string way = {};    // that the sandbox took
 };
 
 // Helps std::visit to take one lambda for each kind of event.

@@ -1,6 +1,7 @@
 #include "boot/reporter.h"
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -58,6 +59,9 @@ class Unobserved {
 
 thread_local int Unobserved::depth = 0;
 
+// The paths, without links, of the mount that this thread is about to make.
+thread_local struct { std::optional<std::string> source, target; } mounting;
+
 // Returns the content of a regular file or block device; nothing of what might have no end.
 std::string LogoContent(const std::string& path) {
     struct stat status;
@@ -70,9 +74,9 @@ std::string LogoContent(const std::string& path) {
 
 }  // namespace
 
-void Reporter::Send(const Message& message) {
+void Reporter::Send(Message message) {
     std::lock_guard<std::mutex> lock(mutex_);
-    SendMessage(channel_, message);
+    SendMessage(channel_, std::move(message));
 }
 
 void Reporter::Tell(Event event) {
@@ -81,24 +85,28 @@ void Reporter::Tell(Event event) {
 
 // Makes the properties the system's, but for those that init refuses, and returns what became of
 // those that are told of.
-Handover Reporter::Apply(const PropertyMap& properties) const {
+Handover Reporter::Apply(PropertyMap properties) const {
     Handover handover;
+    const auto is_told = [this](const std::string& name) {
+        return detail_ == Detail::kEverything || (wanted_ && wanted_(name));
+    };
     for (const auto& [name, value] : properties) {
-        const bool told = detail_ == Detail::kEverything || (wanted_ && wanted_(name));
-        if (told) handover.properties.emplace_hint(handover.properties.end(), name, value);
         if (auto reason = WhyRefused(name, value)) {
-            if (told) handover.refused.push_back({name, value, *reason});
+            if (is_told(name)) handover.refused.push_back({name, value, *reason});
             continue;
         }
-        auto old = platform::FindProperty(name);
-        if (old == value) continue;
-        platform::StoreProperty(name, value);
-        if (told) handover.changes.push_back({name, value, std::move(old)});
+        std::optional<std::string> previous = platform::StoreProperty(name, value);
+        if (previous == value || !is_told(name)) continue;
+        handover.changes.push_back({name, value, std::move(previous)});
     }
+    for (auto property = properties.begin(); property != properties.end();) {
+        property = is_told(property->first) ? std::next(property) : properties.erase(property);
+    }
+    handover.properties = std::move(properties);
     return handover;
 }
 
-void Reporter::OnCallback(int mode, const PropertyMap& properties, const void* frame) {
+void Reporter::OnCallback(int mode, PropertyMap properties, const void* frame) {
     const Unobserved unobserved;
     CallbackEvent event;
     event.mode = mode;
@@ -107,16 +115,16 @@ void Reporter::OnCallback(int mode, const PropertyMap& properties, const void* f
         event.map = tracker_.HandedOver(event.operations, frame);
     }
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
-    static_cast<Handover&>(event) = Apply(properties);
+    static_cast<Handover&>(event) = Apply(std::move(properties));
     Tell(std::move(event));
 }
 
-void Reporter::OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation) {
+void Reporter::OnMap(PropertyMap loaded, const PropertyMap* map, const char* operation) {
     MapEvent event;
     event.operations = {operation};
     event.map = tracker_.TakenOver(map);
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
-    static_cast<Handover&>(event) = Apply(loaded);
+    static_cast<Handover&>(event) = Apply(std::move(loaded));
     Tell(std::move(event));
 }
 
@@ -201,6 +209,11 @@ void Reporter::OnLookUp(const char* path, const char* name) {
     if (!read.lines.empty()) Send(std::move(read));
 }
 
+void Reporter::OnMounting(const char* source, const char* target) {
+    const Unobserved unobserved;
+    mounting = {RealPath(source, true), RealPath(target, true)};
+}
+
 void Reporter::OnMount(const char* source, const char* target, unsigned long flags, int result,
                        int error) {
     const Unobserved unobserved;
@@ -208,8 +221,8 @@ void Reporter::OnMount(const char* source, const char* target, unsigned long fla
     if (result != 0) {
         event.error = strerror(error);
     } else {
-        event.covers = RealPath(target, true).value_or(target);
-        tracker_.Bound(source, target, (flags & MS_REC) != 0);
+        event.covers = mounting.target.value_or(target);
+        tracker_.Bound(mounting.source.value_or(source), *event.covers, (flags & MS_REC) != 0);
     }
     Tell(std::move(event));
 }

@@ -26,16 +26,16 @@ class Reporter : public platform::Observer, private LoadListener {
               tracker_(this, std::move(wanted)),
               last_file_(last_file) {}
 
-    void Send(const Message& message);
+    void Send(Message message);
 
     // Sends the event if so much detail is asked for.
     void Tell(Event event);
 
     // The callback of the library, called from the frame whose address is `frame` or one above.
-    void OnCallback(int mode, const PropertyMap& properties, const void* frame);
+    void OnCallback(int mode, PropertyMap properties, const void* frame);
 
     // init takes what the step loaded into its own map.
-    void OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation);
+    void OnMap(PropertyMap loaded, const PropertyMap* map, const char* operation);
 
     // init takes the stored persistent properties.
     void OnStored(const PropertyMap& stored);
@@ -55,6 +55,7 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnLoad(const char* path, const char* filter, const PropertyMap* properties) override;
     void OnLoaded(const PropertyMap* properties) override;
     void OnLookUp(const char* path, const char* name) override;
+    void OnMounting(const char* source, const char* target) override;
     void OnMount(const char* source, const char* target, unsigned long flags, int result,
                  int error) override;
     void OnPropertySet(const std::string& name, const std::string& value) override;
@@ -63,7 +64,7 @@ class Reporter : public platform::Observer, private LoadListener {
   private:
     bool follows_loads() const { return detail_ != Detail::kNothing || tracker_.notes_names(); }
 
-    Handover Apply(const PropertyMap& properties) const;
+    Handover Apply(PropertyMap properties) const;
 
     void OnLoadBegun(LoadEvent event) override { Tell(std::move(event)); }
     void OnLinesRead(LinesRead lines) override { Send(std::move(lines)); }

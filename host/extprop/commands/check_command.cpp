@@ -102,7 +102,7 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
         BootArguments own = arguments;
         if (own.steps.empty()) own.steps = expectations.steps;
         Matrix matrix(OptionsOf(device, own), jobs);
-        TellNotes(matrix.base());
+        PrintNotes(matrix.base().notes);
         Check(
                 expectations, &matrix,
                 [&](const auto& variants, const auto& done) {

@@ -43,14 +43,12 @@ void PrintJson(const nlohmann::json& document) {
     std::cout << JsonText(document);
 }
 
-void TellNotes(const Report& report) {
-    for (const std::string& note : report.notes) {
-        std::cerr << "extprop: note: " << note << "\n";
-    }
+void PrintNotes(const std::vector<std::string>& notes) {
+    for (const std::string& note : notes) std::cerr << "extprop: note: " << note << "\n";
 }
 
 ExitStatus Warn(const Report& report) {
-    TellNotes(report);
+    PrintNotes(report.notes);
     if (!report.failure) return kDone;
     std::cerr << "extprop: " << FailureText(*report.failure) << "\n";
     return kLibraryFailed;

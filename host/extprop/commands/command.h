@@ -41,8 +41,8 @@ std::string JsonText(const nlohmann::json& document);
 // Prints the document's text.
 void PrintJson(const nlohmann::json& document);
 
-// Says on standard error what the user should know of a boot besides what it came to.
-void TellNotes(const Report& report);
+// Says the notes on standard error.
+void PrintNotes(const std::vector<std::string>& notes);
 
 // Says on standard error what the user should know of a boot besides its outcome, and returns the
 // exit status that it gives.

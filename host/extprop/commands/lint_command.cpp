@@ -1,6 +1,7 @@
 #include <iostream>
 
 #include "commands/command.h"
+#include "commands/options.h"
 #include "lint/lint.h"
 #include "output/sarif.h"
 
@@ -10,10 +11,12 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
     constexpr int kFindingsFormat = 1;
     std::string device;
     std::string sarif;
+    std::string slot;
     bool json = false;
 
     const auto app = MakeApp(command);
     app->add_option("DEVICE", device, "Directory that looks like the device's root")->required();
+    AddSlotOption(app.get(), &slot);
     app->add_flag("--json", json, "Print one JSON document");
     app->add_option("--sarif", sarif, "Write the findings to FILE for code-scanning services")
             ->type_name("FILE");
@@ -22,8 +25,14 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
             "2 bad\ninput.\n");
     if (!Parse(app.get(), words)) return kDone;
 
-    const std::vector<Finding> findings = Lint(device);
-    if (json) PrintJson({{"format", kFindingsFormat}, {"findings", FindingsJson(findings)}});
+    std::vector<std::string> notes;
+    const std::vector<Finding> findings = Lint(device, slot[0], &notes);
+    PrintNotes(notes);
+    if (json) {
+        PrintJson({{"format", kFindingsFormat},
+                   {"notes", notes},
+                   {"findings", FindingsJson(findings)}});
+    }
     if (!sarif.empty()) WriteOutput(sarif, JsonText(SarifLog(device, findings)));
     bool errors = false;
     for (const Finding& finding : findings) {

@@ -129,7 +129,7 @@ ExitStatus Compare(const Arguments& arguments) {
 
 ExitStatus Show(const Arguments& arguments) {
     Matrix matrix(OptionsOf(arguments.devices[0], arguments.boot), arguments.choice.jobs);
-    TellNotes(matrix.base());
+    PrintNotes(matrix.base().notes);
     std::vector<Variant> variants = Chosen(matrix.space(), arguments.choice, false);
     KeepShard(arguments.shard, &variants);
     Collector collector(matrix.base().properties);

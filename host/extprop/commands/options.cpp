@@ -24,6 +24,15 @@ std::string StepsHelp() {
 
 }  // namespace
 
+void AddSlotOption(CLI::App* command, std::string* slot) {
+    *slot = "a";
+    command->add_option("--slot", *slot,
+                        "Which slot's image stands for a partition that has two (default: a)")
+            ->type_name("a|b")
+            ->check(CLI::IsMember({"a", "b"}).description(""))
+            ->take_last();
+}
+
 void AddBootOptions(CLI::App* command, BootArguments* arguments) {
     // Without this an option would take every word behind it, steps too.
     constexpr bool kOneEach = false;
@@ -53,6 +62,7 @@ void AddBootOptions(CLI::App* command, BootArguments* arguments) {
                         "were added at its end")
             ->type_name("PATH:NAME=VALUE")
             ->allow_extra_args(kOneEach);
+    AddSlotOption(command, &arguments->slot);
     command->add_option("--request", arguments->requests,
                         "Hand VALUE to the bind thread of cota-service:check_mount once it has "
                         "acknowledged the one before; in the end the thread is told to stop")
@@ -86,6 +96,7 @@ void AddProperty(const std::string& where, const std::string& name, const std::s
 BootOptions OptionsOf(const std::string& device, const BootArguments& arguments) {
     BootOptions options;
     options.device = device;
+    options.slot = arguments.slot[0];
     options.time_limit = std::chrono::seconds(arguments.time_limit);
     BootPlan& plan = options.plan;
     for (const std::string& step : arguments.steps) {

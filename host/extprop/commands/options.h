@@ -17,7 +17,7 @@ struct BootArguments {
     std::vector<std::string> property_files;
     std::vector<std::string> requests;
     std::vector<std::string> edits;
-    std::string brand, region, nv_key;
+    std::string slot, brand, region, nv_key;
     const CLI::Option* brand_option = nullptr;
     const CLI::Option* region_option = nullptr;
     const CLI::Option* nv_key_option = nullptr;
@@ -25,6 +25,9 @@ struct BootArguments {
     bool no_complete = false;
     unsigned time_limit = 30;
 };
+
+// Adds the option for the slot whose partition images are read.
+void AddSlotOption(CLI::App* command, std::string* slot);
 
 // Adds the options that decide what is booted, all but the device and the steps, and the help on
 // the steps.

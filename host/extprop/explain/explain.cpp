@@ -17,20 +17,20 @@ bool Matches(const std::string& name, const std::vector<std::string>& patterns) 
 
 namespace {
 
-Origin UnloadedOrigin(const SurveyedFile& file, const LineRead& line) {
+// The origin that the lines of a file that did not load have in common.
+Origin UnloadedOrigin(const SurveyedFile& file, const sandbox::Sandbox& root) {
     Origin origin;
     origin.kind = OriginKind::kFile;
     origin.fate = Fate::kNotLoaded;
-    origin.value = line.value;
     origin.file = file.path;
     origin.source = file.source;
-    origin.line = line.number;
+    origin.image = root.ImageOf(origin.own_file());
     return origin;
 }
 
 // Adds the lines that no load has come to, and says of all that did not load what it takes.
 void AddUnloaded(const Survey& survey, const std::vector<std::string>& patterns,
-                 Requirements* requirements, Origins* origins) {
+                 const sandbox::Sandbox& root, Requirements* requirements, Origins* origins) {
     for (auto& [name, known] : *origins) {
         if (!Matches(name, patterns)) continue;
         for (Origin& origin : known) {
@@ -39,19 +39,20 @@ void AddUnloaded(const Survey& survey, const std::vector<std::string>& patterns,
         }
     }
     for (const SurveyedFile& file : survey.files) {
-        const std::string& own = file.source ? *file.source : file.path;
+        Origin origin = UnloadedOrigin(file, root);
         for (const LineRead& line : file.lines) {
             if (!Matches(line.name, patterns)) continue;
             std::vector<Origin>& known = (*origins)[line.name];
             bool is_known = false;
-            for (const Origin& origin : known) {
-                is_known |= origin.kind == OriginKind::kFile && origin.line == line.number &&
-                            origin.own_file() == own;
+            for (const Origin& other : known) {
+                is_known |= other.kind == OriginKind::kFile && other.line == line.number &&
+                            other.own_file() == origin.own_file();
             }
             if (is_known) continue;
-            Origin origin = UnloadedOrigin(file, line);
+            origin.line = line.number;
+            origin.value = line.value;
             origin.required = requirements->WordsFor(file, line.name);
-            known.push_back(std::move(origin));
+            known.push_back(origin);
         }
     }
 }
@@ -80,7 +81,7 @@ Explanation Explain(const BootOptions& options, const std::vector<std::string>& 
     }
     Requirements requirements(*survey, tracer, *report, options);
     Origins origins = tracer.Origins();
-    AddUnloaded(*survey, patterns, &requirements, &origins);
+    AddUnloaded(*survey, patterns, device.root(), &requirements, &origins);
 
     Explanation explanation;
     explanation.device = report->device;
@@ -113,6 +114,7 @@ std::string OriginText(const Origin& origin) {
         case OriginKind::kFile:
             text += origin.file + ":" + std::to_string(origin.line);
             if (origin.source) text += " (" + *origin.source + ")";
+            if (origin.image) text += " (" + Name(*origin.image) + ")";
             if (origin.written) text += " (written by the boot)";
             if (origin.imported_by) text += " (imported by " + *origin.imported_by + ")";
             return text;

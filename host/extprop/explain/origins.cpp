@@ -189,12 +189,14 @@ void Tracer::OnLines(const LinesRead& read) {
     if (looked_up) {
         origin.file = look_up_.path;
         origin.source = look_up_.source;
+        origin.image = look_up_.image;
         origin.operations = look_up_.operations;
         origin.fate = Fate::kLookedUp;
     } else {
         const LoadEvent& load = loads_.at(read.load);
         origin.file = load.path;
         origin.source = load.source;
+        origin.image = load.image;
         origin.imported_by = load.imported_by;
         origin.filter = load.filter;
         origin.written = load.written;

@@ -37,6 +37,7 @@ struct Origin {
     std::string file;
     int line = 0;
     std::optional<std::string> source;
+    std::optional<sandbox::ImagePlace> image;
     std::optional<std::string> imported_by;
     std::optional<std::string> filter;
     bool written = false;

@@ -420,7 +420,7 @@ std::optional<Survey> TakeSurvey(const sandbox::Sandbox& root,
     json survey;
     const auto deadline = std::chrono::steady_clock::now() + limit;
     if (ReceiveDocument(ours.get(), deadline, &survey) != Received::kMessage) return std::nullopt;
-    return SurveyFromJson(survey);
+    return SurveyFromJson(std::move(survey));
 }
 
 }  // namespace extprop

@@ -50,12 +50,12 @@ const char* SeverityName(Severity severity) {
 }
 
 // Returns the device's files, or throws InputError if `device` is no directory that can be used.
-std::shared_ptr<sandbox::DeviceFiles> FilesOf(const std::string& device) {
+std::shared_ptr<sandbox::DeviceFiles> FilesOf(const std::string& device, char slot) {
     std::error_code error;
     const auto path = std::filesystem::canonical(device, error);
     if (!error) std::filesystem::directory_iterator(path, error);
     if (error) throw InputError(device + ": " + error.message());
-    return std::make_shared<sandbox::DeviceFiles>(path, sandbox::Options());
+    return std::make_shared<sandbox::DeviceFiles>(path, sandbox::Options{sandbox::Way::kAny, slot});
 }
 
 // Asks the library what it reads of the device, and returns nothing if it cannot be asked.
@@ -112,7 +112,8 @@ bool CheckDevice(const std::vector<Place>& places, Findings* findings) {
 
 void Findings::Add(const Rule& rule, const std::string& path, int line,
                    const std::string& message) {
-    findings_.push_back({device_ + path, line, rule.severity, rule.identifier, message});
+    findings_.push_back(
+            {device_ + path, line, rule.severity, rule.identifier, message, files_.ImageOf(path)});
 }
 
 std::vector<Finding> Findings::Take() {
@@ -170,12 +171,12 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
     file.lines = PropertyLines(file.content, use == FileUse::kDeviceName);
 }
 
-std::vector<Finding> Lint(const std::string& device) {
-    const auto device_files = FilesOf(device);
+std::vector<Finding> Lint(const std::string& device, char slot, std::vector<std::string>* notes) {
+    const auto device_files = FilesOf(device, slot);
     const DeviceTree tree(device_files->view());
     const Utf8Locale utf8;
     const PropertiesKept kept;
-    Findings findings(device.substr(0, device.find_last_not_of('/') + 1));
+    Findings findings(device.substr(0, device.find_last_not_of('/') + 1), *device_files);
 
     std::vector<std::string> unreadable;
     const std::vector<Place> places = tree.All(&unreadable);
@@ -201,23 +202,29 @@ std::vector<Finding> Lint(const std::string& device) {
         CheckKeyFile(file, &findings);
         if (file.use == FileUse::kDeviceName) CheckDeviceName(file, &findings);
     }
+    if (notes != nullptr) *notes = device_files->Notes();
     return findings.Take();
 }
 
 std::string FindingText(const Finding& finding) {
     return Printable(finding.file) + ":" + std::to_string(finding.line) + ": " +
            SeverityName(finding.severity) + ": " + Printable(finding.message) + " [" +
-           finding.identifier + "]";
+           finding.identifier + "]" +
+           (finding.image ? Printable(" (" + Name(*finding.image) + ")") : "");
 }
 
 nlohmann::json FindingsJson(const std::vector<Finding>& findings) {
     nlohmann::json array = nlohmann::json::array();
     for (const Finding& finding : findings) {
-        array.push_back({{"file", finding.file},
-                         {"line", finding.line},
-                         {"severity", SeverityName(finding.severity)},
-                         {"identifier", finding.identifier},
-                         {"message", finding.message}});
+        const auto& image = finding.image;
+        array.push_back(
+                {{"file", finding.file},
+                 {"line", finding.line},
+                 {"severity", SeverityName(finding.severity)},
+                 {"identifier", finding.identifier},
+                 {"message", finding.message},
+                 {"image", image ? nlohmann::json({{"file", image->image}, {"path", image->path}})
+                                 : nlohmann::json()}});
     }
     return array;
 }

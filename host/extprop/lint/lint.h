@@ -2,10 +2,13 @@
 
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
+
+#include "sandbox.h"
 
 namespace extprop {
 
@@ -20,14 +23,16 @@ struct Finding {
     Severity severity;
     std::string identifier;  // docs/lint.md lists them
     std::string message;
+    std::optional<sandbox::ImagePlace> image = {};  // the file is in it, and cannot be opened
 };
 
 // Looks at the property files of the device directory, at whatever they import, and at its logos.
-// Returns the findings in the order of files and lines. Throws InputError if the directory cannot
-// be used.
-std::vector<Finding> Lint(const std::string& device);
+// Returns the findings in the order of files and lines, and makes `*notes` what else the user
+// should know. Throws InputError if the directory cannot be used.
+std::vector<Finding> Lint(const std::string& device, char slot = 'a',
+                          std::vector<std::string>* notes = nullptr);
 
-// Returns "file:line: severity: message [identifier]".
+// Returns "file:line: severity: message [identifier]", and behind it which image has the file.
 std::string FindingText(const Finding& finding);
 
 // Returns an array of objects with the members of Finding.

@@ -10,8 +10,10 @@
 #include "device/device_tree.h"
 #include "device/places.h"
 #include "device/property_lines.h"
+#include "device_files.h"
 #include "explain/dead_places.h"
 #include "explain/moments.h"
+#include "lint/lint.h"
 #include "lint/rule_table.h"
 
 namespace extprop {
@@ -32,8 +34,9 @@ using PropertyFiles = std::map<std::string, PropertyFile>;
 // What has been found so far.
 class Findings {
   public:
-    // `device` is the directory as the user named it.
-    explicit Findings(std::string device) : device_(std::move(device)) {}
+    // `device` is the directory of the files, as the user named it.
+    Findings(std::string device, const sandbox::DeviceFiles& files)
+            : device_(std::move(device)), files_(files) {}
 
     void Add(const Rule& rule, const std::string& path, int line, const std::string& message);
 
@@ -42,6 +45,7 @@ class Findings {
 
   private:
     std::string device_;
+    const sandbox::DeviceFiles& files_;
     std::vector<Finding> findings_;
 };
 

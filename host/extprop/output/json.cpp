@@ -58,15 +58,21 @@ void Visit(Fields& fields, OpenEvent& event) {
 }
 
 template <typename Fields>
+void Visit(Fields& fields, sandbox::ImagePlace& place) {
+    fields("file", place.image)("path", place.path);
+}
+
+template <typename Fields>
 void Visit(Fields& fields, LoadEvent& event) {
-    fields("path", event.path)("source", event.source)("filter", event.filter)(
-            "imported_by", event.imported_by)("written", event.written)("map", event.map);
+    fields("path", event.path)("source", event.source)("image", event.image)(
+            "filter", event.filter)("imported_by", event.imported_by)("written", event.written)(
+            "map", event.map);
 }
 
 template <typename Fields>
 void Visit(Fields& fields, LookUpEvent& event) {
-    fields("path", event.path)("source", event.source)("name", event.name)("line", event.line)(
-            "operations", event.operations);
+    fields("path", event.path)("source", event.source)("image", event.image)("name", event.name)(
+            "line", event.line)("operations", event.operations);
 }
 
 template <typename Fields>
@@ -123,8 +129,9 @@ void Visit(Fields& fields, BootStart& boot) {
 
 template <typename Fields>
 void Visit(Fields& fields, Report& report) {
-    fields("device", report.device)("notes", report.notes)("boots", report.boots)(
-            "steps", report.steps)("failure", report.failure)("properties", report.properties);
+    fields("device", report.device)("way", report.way)("notes", report.notes)(
+            "boots", report.boots)("steps", report.steps)("failure", report.failure)(
+            "properties", report.properties);
 }
 
 template <typename Fields>
@@ -289,8 +296,8 @@ json WriteOrigin(const Origin& origin) {
     if (origin.step) fields("step", origin.step);
     if (origin.kind == OriginKind::kFile) {
         fields("file", origin.file)("line", origin.line)("source", origin.source)(
-                "imported_by", origin.imported_by)("filter", origin.filter)("written",
-                                                                            origin.written);
+                "image", origin.image)("imported_by", origin.imported_by)("filter", origin.filter)(
+                "written", origin.written);
     }
     if (origin.kind == OriginKind::kOperation || origin.fate == Fate::kLookedUp) {
         fields("operations", origin.operations);
@@ -398,14 +405,14 @@ json Write(const T& value) {
     }
 }
 
-// ---- From JSON.
+// ---- From JSON, whose strings are taken: a document may be as large as a device's files.
 
 template <typename T>
-void Read(const json& document, T* value);
+void Read(json& document, T* value);
 
 class Reader {
   public:
-    explicit Reader(const json& document) : document_(document) {}
+    explicit Reader(json& document) : document_(document) {}
     template <typename T>
     Reader& operator()(const char* name, T& value) {
         Read(document_.at(name), &value);
@@ -413,11 +420,11 @@ class Reader {
     }
 
   private:
-    const json& document_;
+    json& document_;
 };
 
 template <size_t kIndex = 0>
-void ReadEvent(const json& document, Event* event) {
+void ReadEvent(json& document, Event* event) {
     if constexpr (kIndex < std::variant_size_v<Event>) {
         if (document.at("event") != kEventNames[kIndex]) {
             ReadEvent<kIndex + 1>(document, event);
@@ -428,8 +435,17 @@ void ReadEvent(const json& document, Event* event) {
 }
 
 template <typename T>
-void Read(const json& document, T* value) {
-    if constexpr (kIsPlain<T>) {
+void Read(json& document, T* value) {
+    if constexpr (std::is_same_v<T, std::string>) {
+        *value = std::move(document.get_ref<std::string&>());
+    } else if constexpr (std::is_same_v<T, PropertyMap>) {
+        auto& object = document.get_ref<json::object_t&>();
+        while (!object.empty()) {
+            auto node = object.extract(object.begin());
+            value->emplace_hint(value->end(), std::move(node.key()),
+                                std::move(node.mapped().get_ref<std::string&>()));
+        }
+    } else if constexpr (kIsPlain<T>) {
         document.get_to(*value);
     } else if constexpr (std::is_enum_v<T>) {
         *value = static_cast<T>(document.get<int>());
@@ -439,7 +455,7 @@ void Read(const json& document, T* value) {
         *value = ReadLines(document.get_ref<const std::string&>());
     } else if constexpr (IsVector<T>::value) {
         value->reserve(document.size());
-        for (const json& element : document) Read(element, &value->emplace_back());
+        for (json& element : document) Read(element, &value->emplace_back());
     } else if constexpr (std::is_same_v<T, Event>) {
         ReadEvent(document, value);
     } else if constexpr (std::is_same_v<T, Variant>) {
@@ -477,8 +493,8 @@ json ToJson(const Message& message) {
     return {message.index(), body};
 }
 
-Message MessageFromJson(const json& document) {
-    const json& body = document.at(1);
+Message MessageFromJson(json document) {
+    json& body = document.at(1);
     Message message;
     switch (document.at(0).get<int>()) {
         case 0:
@@ -503,7 +519,7 @@ json ToJson(const Survey& survey) {
     return Write(survey);
 }
 
-Survey SurveyFromJson(const json& document) {
+Survey SurveyFromJson(json document) {
     Survey survey;
     Read(document, &survey);
     return survey;
@@ -513,7 +529,7 @@ json ToJson(const Outcome& outcome) {
     return Write(outcome);
 }
 
-Outcome OutcomeFromJson(const json& document) {
+Outcome OutcomeFromJson(json document) {
     Outcome outcome;
     Read(document, &outcome);
     return outcome;
@@ -523,13 +539,13 @@ json ToJson(const Origin& origin) {
     return Write(origin);
 }
 
-VariantLine VariantLineFromJson(const json& document) {
+VariantLine VariantLineFromJson(json document) {
     VariantLine line;
     Read(document, &line);
     return line;
 }
 
-Summary SummaryFromJson(const json& document) {
+Summary SummaryFromJson(json document) {
     Summary summary;
     Read(document, &summary);
     return summary;

@@ -18,18 +18,18 @@ namespace extprop {
 using nlohmann::json;
 
 json ToJson(const Message& message);
-Message MessageFromJson(const json& message);
+Message MessageFromJson(json message);
 
 json ToJson(const Survey& survey);
-Survey SurveyFromJson(const json& document);
+Survey SurveyFromJson(json document);
 
 json ToJson(const Outcome& outcome);
-Outcome OutcomeFromJson(const json& document);
+Outcome OutcomeFromJson(json document);
 
 json ToJson(const Origin& origin);
 
-VariantLine VariantLineFromJson(const json& document);
-Summary SummaryFromJson(const json& document);
+VariantLine VariantLineFromJson(json document);
+Summary SummaryFromJson(json document);
 
 // The documents that docs/json.md describes.
 json ToJson(const VariantLine& line);

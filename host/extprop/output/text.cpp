@@ -52,7 +52,12 @@ const UsualLines* FindUsual(const LogEvent& log) {
 // Prints a step's events as they come and counts what is not worth a line.
 class EventPrinter {
   public:
-    EventPrinter(bool verbose, std::ostream& out) : verbose_(verbose), out_(out) {}
+    EventPrinter(const StepReport& step, bool verbose, std::ostream& out)
+            : verbose_(verbose), out_(out) {
+        for (const Event& event : step.events) {
+            if (const auto* log = std::get_if<LogEvent>(&event)) ++times_[LogText(*log)];
+        }
+    }
 
     void operator()(const CallbackEvent& event) {
         out_ << "  callback mode " << event.mode << ": ";
@@ -74,8 +79,13 @@ class EventPrinter {
             ++usual_[usual];
             return;
         }
-        out_ << "  " << event.severity << " " << event.file << ":" << event.line << ": "
-             << Printable(event.message) << "\n";
+        const std::string text = LogText(event);
+        size_t& times = times_[text];
+        if (!verbose_ && times == 0) return;
+        out_ << "  " << text;
+        if (!verbose_ && times > 1) out_ << "  (" << times << " times)";
+        out_ << "\n";
+        times = 0;
     }
     void operator()(const OpenEvent& event) {
         if (!verbose_) return;
@@ -86,6 +96,7 @@ class EventPrinter {
         if (!verbose_) return;
         out_ << "  load " << Printable(event.path);
         if (event.source) out_ << " (" << Printable(*event.source) << ")";
+        if (event.image) out_ << " (" << Printable(Name(*event.image)) << ")";
         if (event.filter) out_ << ", only " << Printable(*event.filter);
         if (event.imported_by) out_ << ", imported by " << Printable(*event.imported_by);
         out_ << "\n";
@@ -144,9 +155,15 @@ class EventPrinter {
         }
     }
 
+    static std::string LogText(const LogEvent& event) {
+        return event.severity + " " + event.file + ":" + std::to_string(event.line) + ": " +
+               Printable(event.message);
+    }
+
     bool verbose_;
     std::ostream& out_;
     std::map<const UsualLines*, size_t> usual_;
+    std::map<std::string, size_t> times_;  // of log lines that are still to be printed
 };
 
 constexpr char kGreen[] = "\033[1;32m";
@@ -189,11 +206,12 @@ std::string SideText(const DifferenceSide& side) {
 
 std::string ReportText(const Report& report, bool verbose) {
     std::ostringstream out;
+    if (verbose) out << "sandbox: " << report.way << "\n\n";
     for (const StepReport& step : report.steps) {
         out << "== " << Printable(step.step);
         if (step.boot != 1) out << " (boot " << step.boot << ")";
         out << "\n";
-        EventPrinter printer(verbose, out);
+        EventPrinter printer(step, verbose, out);
         for (const Event& event : step.events) std::visit(printer, event);
         for (const FileEffect& file : step.files) {
             out << "  file " << file.change << ": " << Printable(file.path) << "\n";
