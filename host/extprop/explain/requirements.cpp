@@ -231,8 +231,10 @@ std::optional<Words> Requirements::KeyDirectoryWords(const Reading& reading) con
 std::optional<Words> Requirements::OldKeyWords(const Reading& reading) const {
     if (reading.root == Reading::kCompany) return CompanyWords(reading);
     if (!reading.key.empty()) {
-        auto words = FirstPassWords({"--nv", reading.key});
-        return words ? ThroughRoot(reading, *words) : words;
+        const bool is_listed = reading.root == Reading::kListed;
+        auto words =
+                FirstPassWords({"--nv", reading.key}, is_listed ? InBoot::kAny : InBoot::kLast);
+        return words ? ThroughRoot(reading, *words) : std::nullopt;
     }
     if (!survey_.nv_target.empty()) return std::nullopt;
     const auto a = SetWords(kOperatorA, kTriedOperator, nullptr);
@@ -244,15 +246,12 @@ std::optional<Words> Requirements::OldKeyWords(const Reading& reading) const {
 // Adds what makes the library look below the reading's root for what the switch keys select.
 std::optional<Words> Requirements::ThroughRoot(const Reading& reading, Words words) const {
     const char* message = MessageOf(reading.root);
-    if (message != nullptr && !IsGone(message)) return words + Words{ServiceStep(reading.root)};
-    switch (reading.root) {
-        case Reading::kPackage:
-        case Reading::kModule:
-        case Reading::kElsewhere:
-            return ElsewhereWords(reading);
-        default:
-            return reading.root_words + words;
+    if (message != nullptr ? IsGone(message) : reading.root == Reading::kElsewhere) {
+        return ElsewhereWords(reading);
     }
+    words = reading.root_words + words;
+    if (message != nullptr) words.push_back(ServiceStep(reading.root));
+    return words;
 }
 
 // The one way to a root that nothing searches: what is called a verified carrier package is
@@ -262,7 +261,7 @@ std::optional<Words> Requirements::ElsewhereWords(const Reading& reading) const 
     std::vector<std::pair<std::string, std::string>> settings = {{kCotaVerified, "1"},
                                                                  {kCotaRoot, reading.place}};
     Words steps = {kTriedStep, "sim"};
-    Words options;
+    Words options = reading.root_words;
     if (reading.occasion == Occasion::kKeyDirectory) {
         const std::string key = SwitchKeys()[reading.key_index].property;
         settings.emplace_back(key, reading.key);
@@ -276,9 +275,9 @@ std::optional<Words> Requirements::ElsewhereWords(const Reading& reading) const 
         settings.emplace_back(kOperatorB, kTriedOperator);
     } else {
         settings.emplace_back(kRegionSwitchFirst, kTriedKey);
-        auto words = FirstPassWords({"--nv", reading.key});
+        auto words = FirstPassWords({"--nv", reading.key}, InBoot::kLast);
         if (!words) return std::nullopt;
-        options = *words;
+        options = options + *words;
     }
     Words words;
     for (const auto& [name, value] : settings) {
@@ -311,7 +310,7 @@ std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
     }
     if (reading.occasion == Occasion::kOldKeyFile) {
         if (reading.key.empty()) return std::nullopt;
-        words = words + Words{"--nv", reading.key};
+        words = words + reading.root_words + Words{"--nv", reading.key};
     }
     const int boots = static_cast<int>(report_.boots.size());
     if (boots > 1 && HasPersist()) return std::nullopt;
@@ -354,21 +353,25 @@ std::optional<Words> Requirements::LateSetWords(const char* property,
                  kTriedStep};
 }
 
-// Adds what makes a step persist find the key files as the words leave them.
-std::optional<Words> Requirements::FirstPassWords(Words words) const {
+// Adds what makes a step persist, one of any boot or of the last, find the key files as the words
+// leave them.
+std::optional<Words> Requirements::FirstPassWords(Words words, InBoot boot) const {
     bool fresh = true;  // no step of the boot has filled the switch keys yet
     bool persist_in_boot = false;
+    bool is_there = false;
     for (const Step& step : steps_) {
         if (step.is_reboot()) {
             fresh = true;
             persist_in_boot = false;
+            if (boot == InBoot::kLast) is_there = false;
         } else if (IsWord(step, "persist")) {
-            if (fresh && !words.empty()) return words;  // it is there already
+            is_there |= fresh;
             persist_in_boot = true;
         } else if (IsWord(step, "sim")) {
             fresh = false;
         }
     }
+    if (is_there && !words.empty()) return words;
     if (!fresh || persist_in_boot) words.push_back("reboot");
     words.push_back("persist");
     return words;
@@ -384,7 +387,7 @@ Words Requirements::AtEnd(Words words) const {
 std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const std::string& name) {
     for (const Importer& importer : importers_[file.path]) {
         if (!PassesFilter(name, importer.import->filter)) continue;
-        if (auto words = ImportWords(importer)) return words;
+        if (auto words = ImportWords(importer); words && !Cover(*words, file)) return words;
     }
     return std::nullopt;
 }
@@ -397,7 +400,9 @@ std::optional<Words> Requirements::WholeFileWords(const SurveyedFile& file) {
     if (!is_new) return entry->second;
     std::optional<Words> words;
     for (const Importer& importer : importers_[file.path]) {
-        if (!words && importer.import->filter.empty()) words = ImportWords(importer);
+        if (words || !importer.import->filter.empty()) continue;
+        words = ImportWords(importer);
+        if (words && Cover(*words, file)) words.reset();
     }
     return whole_[file.path] = words;
 }
@@ -508,6 +513,16 @@ bool Requirements::IsGone(const std::string& path) const {
         }
     }
     return false;
+}
+
+// Whether a step among the words mounts something over the file before it imports it.
+bool Requirements::Cover(const Words& words, const SurveyedFile& file) const {
+    const auto covers = [&](Reading::Root root, const std::optional<std::string>& target) {
+        return target && StartsWith(file.source.value_or(file.path), *target + "/") &&
+               std::find(words.begin(), words.end(), ServiceStep(root)) != words.end();
+    };
+    return covers(Reading::kPackage, survey_.package_target) ||
+           covers(Reading::kModule, survey_.module_target);
 }
 
 // Whether something is mounted over the file.

@@ -55,7 +55,8 @@ class Requirements {
     std::optional<Words> SetWords(const char* property, const std::string& value,
                                   const char* key_file) const;
     std::optional<Words> LateSetWords(const char* property, const std::string& value) const;
-    std::optional<Words> FirstPassWords(Words words) const;
+    enum class InBoot { kAny, kLast };
+    std::optional<Words> FirstPassWords(Words words, InBoot boot = InBoot::kAny) const;
     Words AtEnd(Words words) const;
     Words WithDefaultSteps(Words words) const;
 
@@ -63,6 +64,7 @@ class Requirements {
     bool HasPersist() const;
     bool IsGone(const std::string& path) const;
     bool IsCovered(const std::string& path) const;
+    bool Cover(const Words& words, const SurveyedFile& file) const;
     std::string ValueOf(const std::string& name) const;
     bool RestoresChannel() const;
 

@@ -14,6 +14,7 @@ constexpr char kCotaMountInfoFile[] = "/data/cota/cota_mount_info.prop";
 constexpr char kCotaModuleInfoFile[] = "/data/cota/cota_module_info.prop";
 
 constexpr char kBindPoint[] = "bind_point";
+constexpr char kCarrierRoot[] = "/my_carrier";  // where a package is bound that names no such point
 
 // Reads the one-shot file at `path` and deletes it, also when it could not be read, so that it is
 // acted on once. Returns false if there is none. The texts go to the log, before the path.

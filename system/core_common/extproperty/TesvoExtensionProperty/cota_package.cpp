@@ -11,8 +11,6 @@ namespace init {
 
 namespace {
 
-constexpr char kCarrierRoot[] = "/my_carrier";
-
 constexpr char kMountInfoMissing[] = "not valid cota mount info file: ";
 constexpr char kMountInfoLoadFailed[] = "cota info prop load failed:";
 
