@@ -27,6 +27,9 @@ constexpr size_t kLongestRead = 91;
 constexpr char kTriedRoot[] = "/data/what-if";
 constexpr char kTriedStep[] = "early:/data/what-if";
 
+// Does nothing, but brings the stored persistent properties in force, which win over early ones.
+constexpr char kStoredStep[] = "media:/my_what-if";
+
 // A company image's date, a switch key and an operator that no device has.
 constexpr char kTriedDate[] = "what-if";
 constexpr char kTriedKey[] = "what-if";
@@ -260,15 +263,15 @@ std::optional<Words> Requirements::ThroughRoot(const Reading& reading, Words wor
 std::optional<Words> Requirements::ElsewhereWords(const Reading& reading) const {
     std::vector<std::pair<std::string, std::string>> settings = {{kCotaVerified, "1"},
                                                                  {kCotaRoot, reading.place}};
-    Words steps = {kTriedStep, "sim"};
     Words options = reading.root_words;
+    Words commands = {"sim"};
     if (reading.occasion == Occasion::kKeyDirectory) {
         const std::string key = SwitchKeys()[reading.key_index].property;
         settings.emplace_back(key, reading.key);
         if (key == kChannelInfo) {
             settings.emplace_back(kRegionSwitchFirst, kTriedKey);
             const std::string command = SwitchKeys()[reading.key_index].command;
-            steps = Words{kTriedStep, "sim:" + command} + steps;
+            commands = {"sim:" + command, "sim"};
         }
     } else if (reading.key.empty()) {
         settings.emplace_back(kOperatorA, kTriedOperator);
@@ -279,13 +282,20 @@ std::optional<Words> Requirements::ElsewhereWords(const Reading& reading) const 
         if (!words) return std::nullopt;
         options = options + *words;
     }
-    Words words;
+    Words words, steps;
     for (const auto& [name, value] : settings) {
         const auto set = LateSetWords(name.c_str(), value);
         if (!set) return std::nullopt;
-        words.insert(words.end(), set->begin(), set->begin() + 2);  // its step comes once, below
+        words.insert(words.end(), set->begin(), set->begin() + 2);
+        const Words tried(set->begin() + 2, set->end());  // once, behind the options
+        if (tried.size() > steps.size()) steps = tried;
     }
-    return words + options + steps;
+    // A command may hand on another value of what was tried.
+    for (const std::string& command : commands) {
+        options = options + steps + Words{command};
+        steps = {kTriedStep};
+    }
+    return words + options;
 }
 
 // The company's own root is read by the first step persist that finds a new image.
@@ -344,13 +354,17 @@ std::optional<Words> Requirements::SetWords(const char* property, const std::str
 std::optional<Words> Requirements::LateSetWords(const char* property,
                                                 const std::string& value) const {
     if (value.size() > kLongestRead || WhyRefused(property, value)) return std::nullopt;
-    const bool stored_come_later = StartsWith(property, "persist.") &&
-                                   std::all_of(steps_.begin(), steps_.end(), [](const Step& step) {
-                                       return step.is_early() || step.is_reboot();
-                                   });
-    if (stored_come_later) return Words{"--set", Setting(property, value)};
-    return Words{"--edit", std::string(kTriedRoot) + "/build.prop:" + Setting(property, value),
-                 kTriedStep};
+    return Words{"--edit", std::string(kTriedRoot) + "/build.prop:" + Setting(property, value)} +
+           TriedSteps(property);
+}
+
+// The steps that load the tried partition where the property keeps the value.
+Words Requirements::TriedSteps(const std::string& property) const {
+    const auto last = std::find_if(steps_.rbegin(), steps_.rend(),
+                                   [](const Step& step) { return !step.is_early(); });
+    const bool stored_come_later = last == steps_.rend() || last->is_reboot();
+    if (!stored_come_later || !StartsWith(property, "persist.")) return {kTriedStep};
+    return {kStoredStep, kTriedStep};
 }
 
 // Adds what makes a step persist, one of any boot or of the last, find the key files as the words

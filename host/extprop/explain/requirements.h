@@ -56,6 +56,7 @@ class Requirements {
                                   const char* key_file) const;
     std::optional<Words> LateSetWords(const char* property, const std::string& value) const;
     enum class InBoot { kAny, kLast };
+    Words TriedSteps(const std::string& property) const;
     std::optional<Words> FirstPassWords(Words words, InBoot boot = InBoot::kAny) const;
     Words AtEnd(Words words) const;
     Words WithDefaultSteps(Words words) const;
