@@ -46,9 +46,13 @@ bool IsWord(const Step& step, const char* word) {
     return strcmp(step.kind->word, word) == 0;
 }
 
-bool AddsStepWithoutReboot(const Words& words) {
-    return std::any_of(words.begin(), words.end(), IsStepWord) &&
-           std::find(words.begin(), words.end(), "reboot") == words.end();
+// Returns the words with what makes them count behind a reboot, if they can.
+std::optional<Words> BehindReboot(const Words& words, const Reading& reading) {
+    if (std::find(words.begin(), words.end(), "reboot") != words.end()) return words;
+    if (std::any_of(words.begin(), words.end(), IsStepWord)) return std::nullopt;
+    if (reading.root == Reading::kCompany) return std::nullopt;  // it is applied once
+    const bool is_early = reading.occasion == Occasion::kPartition;
+    return words + Words{"reboot", is_early ? "early" : "persist"};
 }
 
 // The installing service's message that makes the root a package's or a module's, or null.
@@ -151,10 +155,8 @@ std::optional<Words> Requirements::FileWords(const SurveyedFile& file) {
     for (const Reading& reading : file.readings) {
         if (IsGone(path) || entry->second) break;
         entry->second = ReadingWords(path, reading);
-        // What is mounted over the file by then hides it from the steps that the words add.
-        if (entry->second && IsCovered(path) && AddsStepWithoutReboot(*entry->second)) {
-            entry->second.reset();
-        }
+        // What is mounted over the file hides it until a reboot.
+        if (entry->second && IsCovered(path)) entry->second = BehindReboot(*entry->second, reading);
     }
     if (!entry->second && !IsGone(path) && !file.source &&
         android::base::Basename(path) == "build.prop") {
@@ -180,15 +182,7 @@ std::optional<Words> Requirements::ReadingWords(const std::string& path,
             if (survey_.unmapped_key.empty()) return std::nullopt;
             return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
         case Occasion::kNvMap:
-            if (survey_.unmapped_key.empty() || !survey_.migrates) return std::nullopt;
-            // The mark of the migration that this boot made comes after it.
-            if (const Origin* mark = tracer_.Winner(kSimSwitchConvert);
-                survey_.switch_keys.count(ValueOf(kCarrierCode)) != 0 ||
-                (mark != nullptr &&
-                 (mark->kind != OriginKind::kFile || mark->own_file() != kConvertFile))) {
-                return std::nullopt;
-            }
-            return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
+            return SwitchKeyMapWords(reading);
         case Occasion::kKeyFiles: {
             const bool is_state = path == kReserveCommonFile || path == kReserveRegionFile ||
                                   path == kDataRegionFile;
@@ -207,6 +201,30 @@ std::optional<Words> Requirements::ReadingWords(const std::string& path,
             return Words{ServiceStep(Reading::kModule)};
     }
     return std::nullopt;
+}
+
+// All maps are read where neither the carrier's code nor the old nv key is found in one.
+std::optional<Words> Requirements::SwitchKeyMapWords(const Reading& reading) const {
+    const std::string& unmapped = survey_.unmapped_key;
+    if (unmapped.empty() || !survey_.migrates) return std::nullopt;
+    // The mark of the migration that this boot made comes after it.
+    const Origin* mark = tracer_.Winner(kSimSwitchConvert);
+    if (mark != nullptr && (mark->kind != OriginKind::kFile || mark->own_file() != kConvertFile)) {
+        return std::nullopt;
+    }
+    Words words = reading.root_words + Words{"--nv", unmapped};
+    if (survey_.switch_keys.count(ValueOf(kCarrierCode)) != 0) {
+        const Origin* code = tracer_.Winner(kCarrierCode);
+        const std::string setting = Setting(kCarrierCode, unmapped);
+        if (code != nullptr && code->kind == OriginKind::kGiven) {
+            words = Words{"--set", setting} + words;
+        } else if (code != nullptr && code->kind == OriginKind::kFile) {
+            words = Words{"--edit", code->own_file() + ":" + setting} + words;
+        } else {
+            return std::nullopt;
+        }
+    }
+    return FirstPassWords(words);
 }
 
 std::optional<Words> Requirements::PartitionWords(const Reading& reading) const {

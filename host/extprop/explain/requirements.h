@@ -39,6 +39,7 @@ class Requirements {
     std::optional<Words> FileWords(const SurveyedFile& file);
     std::optional<Words> WholeFileWords(const SurveyedFile& file);
     std::optional<Words> ReadingWords(const std::string& path, const Reading& reading) const;
+    std::optional<Words> SwitchKeyMapWords(const Reading& reading) const;
     std::optional<Words> PartitionWords(const Reading& reading) const;
     std::optional<Words> KeyDirectoryWords(const Reading& reading) const;
     std::optional<Words> OldKeyWords(const Reading& reading) const;
