@@ -210,7 +210,7 @@ class ReadingFinder {
         for (const std::string& root : PartitionSearchList) {
             for (const auto& [key, target] : LoadedFrom(root + "/etc/" + kNvFlagMap)) {
                 std::string found;
-                if (key.empty() || key.size() > kNvKeySize) continue;
+                if (key.empty() || key.size() > kNvKeySize || target.empty()) continue;
                 find_nv_ssv_target_key(key, kNvFlagMap, &found);
                 if (found == target) old_keys.push_back({target, key, words});
             }
