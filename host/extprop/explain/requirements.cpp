@@ -224,7 +224,9 @@ std::optional<Words> Requirements::SwitchKeyMapWords(const Reading& reading) con
             return std::nullopt;
         }
     }
-    return FirstPassWords(words);
+    if (reading.root_words.empty()) return FirstPassWords(words);
+    // What the partitions of another brand or region say of the mark does not outlast a reboot.
+    return words + Words{"reboot", "persist"};
 }
 
 std::optional<Words> Requirements::PartitionWords(const Reading& reading) const {
