@@ -209,6 +209,12 @@ TEST_F(ExtpropTest, PageIsWrittenWholeOrNotAtAll) {
     EXPECT_THAT(content, HasSubstr("\"/mnt/vendor/my_engineering/build.prop\""));
     EXPECT_EQ(Run("explain --all " + Sample("overlay") + " early --html " + page).status, 0);
 
+    // A page that does not fit leaves nothing of it.
+    const std::string small = "trap '' XFSZ; ulimit -f 16; " EXTPROP " boot -q " +
+                              Sample("overlay") + " early --html " + Path("/full.html");
+    EXPECT_NE(system((small + " >/dev/null 2>&1").c_str()), 0);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Path("")), {}), 1);
+
     const Output nowhere = Run("boot " + Sample("overlay") + " early --html " + Path("/none/x"));
     EXPECT_EQ(nowhere.status, 2);
     EXPECT_EQ(nowhere.out, "");
