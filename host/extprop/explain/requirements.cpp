@@ -207,12 +207,18 @@ std::optional<Words> Requirements::ReadingWords(const std::string& path,
 std::optional<Words> Requirements::SwitchKeyMapWords(const Reading& reading) const {
     const std::string& unmapped = survey_.unmapped_key;
     if (unmapped.empty() || !survey_.migrates) return std::nullopt;
-    // The mark of the migration that this boot made comes after it.
-    const Origin* mark = tracer_.Winner(kSimSwitchConvert);
-    if (mark != nullptr && (mark->kind != OriginKind::kFile || mark->own_file() != kConvertFile)) {
-        return std::nullopt;
-    }
     Words words = reading.root_words + Words{"--nv", unmapped};
+    // What partitions say of the mark of the migration, those of another brand or region too, does
+    // not outlast a reboot. The mark that this boot's migration made comes after it.
+    bool takes_reboot = !reading.root_words.empty();
+    if (const Origin* mark = tracer_.Winner(kSimSwitchConvert); mark != nullptr) {
+        if (mark->kind == OriginKind::kGiven) {
+            words = Words{"--set", Setting(kSimSwitchConvert, "false")} + words;
+        } else if (mark->kind != OriginKind::kFile) {
+            return std::nullopt;
+        }
+        takes_reboot |= mark->kind == OriginKind::kFile && mark->own_file() != kConvertFile;
+    }
     if (survey_.switch_keys.count(ValueOf(kCarrierCode)) != 0) {
         const Origin* code = tracer_.Winner(kCarrierCode);
         const std::string setting = Setting(kCarrierCode, unmapped);
@@ -224,9 +230,7 @@ std::optional<Words> Requirements::SwitchKeyMapWords(const Reading& reading) con
             return std::nullopt;
         }
     }
-    if (reading.root_words.empty()) return FirstPassWords(words);
-    // What the partitions of another brand or region say of the mark does not outlast a reboot.
-    return words + Words{"reboot", "persist"};
+    return takes_reboot ? words + Words{"reboot", "persist"} : FirstPassWords(words);
 }
 
 std::optional<Words> Requirements::PartitionWords(const Reading& reading) const {
@@ -259,11 +263,16 @@ std::optional<Words> Requirements::OldKeyWords(const Reading& reading) const {
                 FirstPassWords({"--nv", reading.key}, is_listed ? InBoot::kAny : InBoot::kLast);
         return words ? ThroughRoot(reading, *words) : std::nullopt;
     }
-    if (!survey_.nv_target.empty()) return std::nullopt;
-    const auto a = SetWords(kOperatorA, kTriedOperator, nullptr);
-    const auto b = SetWords(kOperatorB, kTriedOperator, nullptr);
-    if (!a || !b) return std::nullopt;
-    return ThroughRoot(reading, *a + *b + Words{"sim"});
+    // A boot without the step persist knows no old key.
+    const bool has_target = !survey_.nv_target.empty();
+    Words words = has_target ? Words{"reboot", kStoredStep} : Words{};
+    for (const char* property : {kOperatorA, kOperatorB}) {
+        const auto set = has_target ? LateSetWords(property, kTriedOperator)
+                                    : SetWords(property, kTriedOperator, nullptr);
+        if (!set) return std::nullopt;
+        words = words + *set;
+    }
+    return ThroughRoot(reading, words + Words{"sim"});
 }
 
 // Adds what makes the library look below the reading's root for what the switch keys select.
@@ -294,6 +303,7 @@ std::optional<Words> Requirements::ElsewhereWords(const Reading& reading) const 
             commands = {"sim:" + command, "sim"};
         }
     } else if (reading.key.empty()) {
+        if (!survey_.nv_target.empty()) options = options + Words{"reboot", kStoredStep};
         settings.emplace_back(kOperatorA, kTriedOperator);
         settings.emplace_back(kOperatorB, kTriedOperator);
     } else {
