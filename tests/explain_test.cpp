@@ -28,64 +28,6 @@ class ExplainTest : public ToolTest {
     }
 };
 
-std::string FileLine(const std::string& path, int number) {
-    std::string content;
-    android::base::ReadFileToString(path, &content);
-    size_t start = 0;
-    for (int i = 1; i < number; ++i) start = content.find('\n', start) + 1;
-    return content.substr(start, content.find('\n', start) - start);
-}
-
-// Whatever a boot does, each property that is set has one origin that wins, with its value; each
-// that is not has none; and each line that is named has the name and value in it.
-TEST_F(ExplainTest, ExplainsEveryPropertyOfEverySample) {
-    const struct {
-        const char* sample;
-        const char* steps;
-    } boots[] = {
-            {"overlay", "early persist early:/odm --set ro.sample.apn=given"},
-            {"limited-edition", "duskrider"},
-            {"boot-logo", "early sim:triggerLogoCopyFromCompanyBoot"},
-            {"market-name", "early persist"},
-            {"emergency", "early persist reboot early persist"},
-            {"sim-keys", "early persist sim --set sys.sim.switch.first=south"},
-            {"older-software", "early persist reboot early persist"},
-            {"company-image", "early persist reboot early persist"},
-            {"carrier-package", "early persist cota-service:check_mount cota --request boot_mount"},
-            {"carrier-modules", "early cota-service:bind_basic_point"},
-    };
-    for (const auto& boot : boots) {
-        SCOPED_TRACE(boot.sample);
-        const std::string arguments = Sample(boot.sample) + " " + boot.steps;
-        const json booted = json::parse(Run("boot --json " + arguments).out)["properties"];
-        const json explained = json::parse(Run("explain --all --json " + arguments).out);
-        json values = json::object();
-        for (const json& property : explained["properties"]) {
-            SCOPED_TRACE(property.dump(2));
-            if (!property["value"].is_null()) {
-                values[property["name"].get<std::string>()] = property["value"];
-            }
-            int winners = 0;
-            for (const json& origin : property["origins"]) {
-                if (origin["fate"] == "wins") {
-                    ++winners;
-                    EXPECT_EQ(origin["value"], property["value"]);
-                }
-                if (origin["kind"] != "file") continue;
-                const std::string file =
-                        origin["source"].is_null() ? origin["file"] : origin["source"];
-                const std::string line = FileLine(Sample(boot.sample) + file, origin["line"]);
-                // What the boot itself wrote is not what the sample has.
-                if (origin["written"] || line.empty()) continue;
-                EXPECT_THAT(line, HasSubstr(property["name"].get<std::string>()));
-                EXPECT_THAT(line, HasSubstr(origin["value"].get<std::string>()));
-            }
-            EXPECT_EQ(winners, property["value"].is_null() ? 0 : 1);
-        }
-        EXPECT_EQ(values, booted);
-    }
-}
-
 TEST_F(ExplainTest, NamesPlacesInOrderOfTime) {
     Write("/odm/build.prop",
           "a=1\na=2\nimport /odm/in.prop\nimport ${none}\nimport /odm/in.prop b*\na=5\n");
