@@ -107,7 +107,9 @@ class EverybodyTest : public ToolTest {
         const std::string name = "/device" + std::to_string(seed);
         MakeRandomDevice(Path(name), seed, false);
         Write(name + android::init::kSplashPartition, std::string(1024, '#'));
-        Write(name + "/my_company/media/logo/logo.bin", "logo");
+        if (!fs::is_symlink(Path(name + "/my_company"))) {
+            Write(name + "/my_company/media/logo/logo.bin", "logo");
+        }
         std::mt19937 random(seed);
         const auto pick = [&random](size_t count) { return random() % count; };
         for (const auto& entry : fs::recursive_directory_iterator(Path(name))) {

@@ -458,7 +458,8 @@ std::optional<Words> Requirements::ImportWords(const Importer& importer) {
     if (import.text == importer.path) return WholeFileWords(*importer.file);
     ReferringImport read;
     Words words;
-    if (tracer_.loaded().count(own) != 0) {
+    const bool is_loaded = tracer_.loaded().count(own) != 0;
+    if (is_loaded) {
         auto found = tracer_.imports().find({own, import.line});
         if (found == tracer_.imports().end()) return std::nullopt;
         read = found->second;
@@ -469,7 +470,11 @@ std::optional<Words> Requirements::ImportWords(const Importer& importer) {
         // What is loaded by steps that were there already is loaded before others give values.
         const bool at_end = std::any_of(words.begin(), words.end(), IsStepWord);
         for (const std::string& reference : References(import.text)) {
-            const Origin* winner = at_end ? tracer_.Winner(reference) : nullptr;
+            // In between a file may have set it already, or not yet.
+            const Origin* winner = tracer_.Winner(reference);
+            if (!at_end && winner != nullptr && winner->kind == OriginKind::kGiven) {
+                winner = nullptr;
+            }
             auto given = given_.find(reference);
             const std::string value = at_end                  ? ValueOf(reference)
                                       : given != given_.end() ? given->second
@@ -497,7 +502,11 @@ std::optional<Words> Requirements::ImportWords(const Importer& importer) {
             if (Substituted(text, unknown.name, value) != importer.path) continue;
             std::set<std::string> way, done;
             if (ImportsItself(own, unknown.name, value, &way, &done)) continue;
-            if (auto set = ReferenceWords(unknown, value)) return *set + words;
+            const auto set = ReferenceWords(unknown, value);
+            if (!set) continue;
+            const bool in_between = !is_loaded && !unknown.stored_in_force && unknown.origin;
+            if (in_between) words = Words{"--set", Setting(unknown.name, value)} + words;
+            return *set + words;
         }
     }
     return std::nullopt;
