@@ -1,4 +1,6 @@
 #include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <system_error>
 #include <thread>
@@ -8,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "device.h"
+#include "utils.h"
 
 namespace {
 
@@ -143,6 +146,20 @@ TEST(CotaService, ThreadThatCannotBeMadeLeavesTheLockTaken) {
         WriteFiles();
         EXPECT_TRUE(Serves(init, "module_bind_single_boot"));
         EXPECT_THAT(init.TakeLog(), ElementsAre(kBegun, "I cota module bind from: /mnt to: /mnt"));
+    });
+}
+
+// A directory without its label or owner is better than none.
+TEST(CotaService, DirectoryIsMadeEvenWithoutItsLabelOrOwner) {
+    Device device;
+    device.MakeDirectory("/a");
+    device.Boot([](Init& init) {
+        ASSERT_EQ(chmod("/a", 0777), 0);
+        platform::FailRestorecon(true);
+        ASSERT_EQ(seteuid(1000), 0);
+        EXPECT_EQ(createCotaDirectory("/a/d"), 0);
+        EXPECT_THAT(init.TakeLog(android::base::ERROR),
+                    ElementsAre("E Unable to chown file: /a/d", "E Failed to restorecon: /a/d"));
     });
 }
 

@@ -83,10 +83,6 @@ void Device::MakeDirectory(const std::string& path) {
     fs::create_directory(Prepare(path));
 }
 
-void Device::Link(const std::string& path, const std::string& target) {
-    fs::create_symlink(target, Prepare(path));
-}
-
 sandbox::Sandbox& Device::root() {
     if (!root_) {
         chmod(directory_.path, 0755);
@@ -96,10 +92,6 @@ sandbox::Sandbox& Device::root() {
         root_ = std::make_unique<sandbox::Sandbox>(directory_.path, options);
     }
     return *root_;
-}
-
-void Device::AttachBlockDevice(const std::string& path) {
-    root().AttachBlockDevice(path);
 }
 
 sandbox::Ending Device::BootToTheEnd(const std::function<void(Init&)>& body,

@@ -59,10 +59,6 @@ class Device {
     // Changes the device before its first boot.
     void Write(const std::string& path, const std::string& content);
     void MakeDirectory(const std::string& path);
-    void Link(const std::string& path, const std::string& target);
-
-    // Makes the file at `path` a block device, whose content Read returns as the file's.
-    void AttachBlockDevice(const std::string& path);
 
     // Boots the device and runs `body` as init; its failed expectations fail the test. Written
     // files stay for the next boot.

@@ -21,6 +21,7 @@
 #include <android-base/strings.h>
 
 #include "TesvoExtensionProperty/names.h"
+#include "random_device.h"
 #include "tool.h"
 
 namespace {
@@ -101,74 +102,16 @@ class EverybodyTest : public ToolTest {
         }
     }
 
-    // Writes a device with whatever the steps act on, with all kinds of owners and modes.
+    // Makes a device of whatever the library reads, with all kinds of owners and modes.
     std::string RandomDevice(unsigned seed) const {
+        const std::string name = "/device" + std::to_string(seed);
+        MakeRandomDevice(Path(name), seed, false);
+        Write(name + android::init::kSplashPartition, std::string(1024, '#'));
+        if (!fs::is_symlink(Path(name + "/my_company"))) {
+            Write(name + "/my_company/media/logo/logo.bin", "logo");
+        }
         std::mt19937 random(seed);
         const auto pick = [&random](size_t count) { return random() % count; };
-        const std::string name = "/device" + std::to_string(seed);
-        constexpr const char* kRoots[] = {"/odm",
-                                          "/mnt/vendor/my_region",
-                                          "/mnt/vendor/my_region/global/Q",
-                                          "/my_company",
-                                          "/mnt/pack",
-                                          "/mnt/vendor/my_stock",
-                                          "/mnt/vendor/my_carrier",
-                                          "/my_carrier"};
-        constexpr const char* kFiles[] = {"/build.prop",
-                                          "/properties/one/SimSwitchFirstTime/a.prop",
-                                          "/properties/one/SimSwitchFirstTime/b.prop",
-                                          "/properties/two/regionSwitch/a.prop",
-                                          "/etc/nvmap.prop",
-                                          "/cust/build.prop",
-                                          "/media/logo/logo.bin"};
-        constexpr const char* kStateFiles[] = {
-                android::init::kReserveFirstFile,    android::init::kReserveCurrentFile,
-                android::init::kReserveRegionFile,   android::init::kDataFirstFile,
-                android::init::kDataRegionFile,      android::init::kDataCommonFile,
-                android::init::kEmptyAppChannelFile, android::init::kOldActionFile,
-                android::init::kForceConnectFile,    android::init::kSplashPartition,
-                android::init::kReserveCommonFile,   android::init::kConvertFile};
-        constexpr const char* kLines[] = {"ro.a=1",
-                                          "ro.a=2",
-                                          "sys.sim.switch.first=one",
-                                          "sys.region.switch.first=two",
-                                          "one",
-                                          "persist.b=3",
-                                          "import /common.prop ro.*",
-                                          "import /${ro.b:-common}.prop",
-                                          "ro.tesvo.image.my_company.date.utc=5",
-                                          "ro.sys.custommedia.sourcepath=/mnt/pack",
-                                          "ro.tesvo.image.system_ext.brand=quba"};
-        const auto lines = [&](size_t most) {
-            std::string content;
-            for (size_t i = pick(most + 1); i > 0; --i)
-                content += std::string(kLines[pick(11)]) + "\n";
-            return content;
-        };
-        Write(name + "/common.prop", "ro.common=1\npersist.common=2\n");
-        for (const char* root : kRoots) {
-            for (const char* file : kFiles) {
-                if (pick(3) == 0) Write(name + root + file, lines(4));
-            }
-        }
-        for (const char* file : kStateFiles) {
-            if (pick(2) == 0) Write(name + file, lines(2) + std::string(pick(2) * 1024, '#'));
-        }
-        if (pick(2) == 0) {
-            Write(name + "/data/cota/cota_mount_info.prop",
-                  "sys.cotaimg.verify=1\nsys.cota.load.properties=/mnt/pack\nro.c=1\nmodule=" +
-                          std::string(pick(2) ? "/mnt/cota/x/y" : "/data/system/customize/z") +
-                          "\n");
-        }
-        if (pick(2) == 0) {
-            Write(name + "/data/cota/cota_module_info.prop",
-                  "module_type=configure\nmount_point=/mnt/pack\nbind_point=/my_carrier\n");
-        }
-        if (pick(3) == 0) {
-            fs::create_directories(Path(name + "/mnt/vendor"));
-            std::error_code exists;
-            fs::create_symlink("../../odm", Path(name + "/mnt/vendor/my_product"), exists);
-        }
         for (const auto& entry : fs::recursive_directory_iterator(Path(name))) {
             constexpr mode_t kModes[] = {0, 0, 0444, 0604, 0777, 0555};
             if (entry.is_symlink() || pick(3) != 0 || geteuid() != 0) continue;

@@ -36,6 +36,7 @@ class SandboxTest : public testing::TestWithParam<Way> {
         fs::create_directories(Path("/d/sub"));
         Write(Path("/d/kept"), "kept");
         Write(Path("/d/old"), "old");
+        Write(Path("/d/given"), "given");
         Write(Path("/d/sub/gone"), "gone");
         fs::create_symlink("/d", Path("/link"));
     }
@@ -88,14 +89,21 @@ TEST_P(SandboxTest, ChangesAreListedAndTheDeviceStaysAsItWas) {
     EXPECT_EQ(changes([] {
                   if (Read("/link/old") != "old") return 1;
                   Write("/d/new", "new");
+                  struct stat was;
+                  stat("/d/old", &was);
                   Write("/link/old", "odd");
+                  // As if all of it were within one tick of the clock, where that can be had.
+                  const timespec times[] = {was.st_atim, was.st_mtim};
+                  utimensat(AT_FDCWD, "/d/old", times, 0);
                   if (unlink("/d/sub/gone") != 0 || rmdir("/d/sub") != 0) return 2;
-                  if (mkdir("/made", 0700) != 0 || chmod("/d/kept", 0600) != 0) return 3;
+                  if (lchown("/d/given", 1000, 1000) != 0) return 4;
+                  if (mkdir("/made", 0777) != 0 || chmod("/d/kept", 0600) != 0) return 3;
                   return 0;
               }),
-              "changed /d/kept\ncreated /d/new\nchanged /d/old\ndeleted /d/sub\n"
+              "changed /d/given\nchanged /d/kept\ncreated /d/new\nchanged /d/old\ndeleted /d/sub\n"
               "deleted /d/sub/gone\ncreated /made\n");
     EXPECT_EQ(Read(root.Outside("/d/old")), "odd");
+    EXPECT_EQ(fs::status(root.Outside("/made")).permissions(), fs::perms::all);  // umask 0
 
     // The next process finds the files as the last one left them; another sandbox does not.
     EXPECT_EQ(changes([] {

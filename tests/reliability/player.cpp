@@ -20,6 +20,7 @@
 
 #include <android-base/file.h>
 #include <android-base/logging.h>
+#include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
 #include "boot/installing_service.h"
@@ -67,8 +68,24 @@ void OnProperties(int mode, PropertyMap properties) {
 
 void OnLog(android::base::LogId, android::base::LogSeverity severity, const char*, const char*,
            unsigned, const char* message) {
-    if (severity >= android::base::INFO) Tell('e', std::string("log ") + message);
+    if (severity >= android::base::INFO)
+        Tell('e', "VDIWEFF"[severity] + (" " + std::string(message)));
 }
+
+// Tells of what the library asks of the system besides files.
+class Requests : public platform::Observer {
+    void OnMount(const char* source, const char* target, unsigned long flags, int result,
+                 int) override {
+        Tell('e', android::base::StringPrintf("mount %s on %s, flags %lu: %d", source, target,
+                                              flags, result));
+    }
+    void OnPropertySet(const std::string& name, const std::string& value) override {
+        Tell('e', "set " + name + "=" + value);
+    }
+    void OnRestorecon(const char* path, unsigned int flags, int result) override {
+        Tell('e', android::base::StringPrintf("label %s, flags %u: %d", path, flags, result));
+    }
+};
 
 // Plays the installing service: waits until the thread has served the request that stands.
 void EndBindThread() {
@@ -114,8 +131,11 @@ void PlayInit(const Life& life, const faults::Fault& fault, const PropertyMap& p
     android::base::SetLogger(OnLog);
     const std::set<int> before = OpenDescriptors();
 
+    Requests requests;
     faults::Arm(fault);
+    platform::SetObserver(&requests);
     PlaySteps(life);
+    platform::SetObserver(nullptr);
     for (const faults::Call& call : faults::Disarm()) {
         Tell('c', call.name + "\t" + call.path + "\t" + (call.writes ? "w" : "") + "\t" +
                           (call.succeeded ? "s" : ""));
@@ -134,7 +154,9 @@ void Take(char kind, const std::string& text, Outcome* outcome) {
             break;
         case 'v':
             outcome->values.insert(text);
-            if (text.compare(0, 8, "callback") == 0) outcome->events.push_back(text);
+            if (text.compare(0, 8, "callback") != 0) break;
+            outcome->events.push_back(text);
+            outcome->handed.insert(text.substr(text.find(' ', strlen("callback ")) + 1));
             break;
         case 'p':
             outcome->persistent[text.substr(0, equals)] = text.substr(equals + 1);
@@ -231,8 +253,8 @@ Files World::Snapshot() {
             content = " " + content;
         }
         files[entry.path().string().substr(strlen(kWorld))] =
-                std::to_string(status.st_mode) + content + " " + std::to_string(status.st_uid) +
-                ":" + std::to_string(status.st_gid);
+                android::base::StringPrintf("%o", status.st_mode & 07777) + content + " " +
+                std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid);
     }
     return files;
 }

@@ -33,7 +33,8 @@ struct Outcome {
     std::set<std::string> values;     // what init was handed, and the system properties at the end
     Files files;                      // path to mode, content and owner
     std::vector<faults::Call> calls;
-    PropertyMap persistent;  // the persist.* properties that init was handed
+    PropertyMap persistent;        // the persist.* properties that init was handed
+    std::set<std::string> handed;  // "name=value" of all that init was handed
 };
 
 // Runs `body` in a process that may make worlds, and returns its result.

@@ -11,5 +11,8 @@ int Crashes(int argc, char** argv);
 // growth [BOOTS]: looks for growth of memory and descriptors in one process.
 int Growth(int argc, char** argv);
 
+// cases: plays the devices that the input tells of.
+int Cases(int argc, char** argv);
+
 // huge [MIB]: measures the memory that a huge file takes.
 int Huge(int argc, char** argv);

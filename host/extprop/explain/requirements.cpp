@@ -27,6 +27,9 @@ constexpr size_t kLongestRead = 91;
 constexpr char kTriedRoot[] = "/data/what-if";
 constexpr char kTriedStep[] = "early:/data/what-if";
 
+// Does nothing, but brings the stored persistent properties in force, which win over early ones.
+constexpr char kStoredStep[] = "media:/my_what-if";
+
 // A company image's date, a switch key and an operator that no device has.
 constexpr char kTriedDate[] = "what-if";
 constexpr char kTriedKey[] = "what-if";
@@ -43,9 +46,13 @@ bool IsWord(const Step& step, const char* word) {
     return strcmp(step.kind->word, word) == 0;
 }
 
-bool AddsStepWithoutReboot(const Words& words) {
-    return std::any_of(words.begin(), words.end(), IsStepWord) &&
-           std::find(words.begin(), words.end(), "reboot") == words.end();
+// Returns the words with what makes them count behind a reboot, if they can.
+std::optional<Words> BehindReboot(const Words& words, const Reading& reading) {
+    if (std::find(words.begin(), words.end(), "reboot") != words.end()) return words;
+    if (std::any_of(words.begin(), words.end(), IsStepWord)) return std::nullopt;
+    if (reading.root == Reading::kCompany) return std::nullopt;  // it is applied once
+    const bool is_early = reading.occasion == Occasion::kPartition;
+    return words + Words{"reboot", is_early ? "early" : "persist"};
 }
 
 // The installing service's message that makes the root a package's or a module's, or null.
@@ -148,10 +155,8 @@ std::optional<Words> Requirements::FileWords(const SurveyedFile& file) {
     for (const Reading& reading : file.readings) {
         if (IsGone(path) || entry->second) break;
         entry->second = ReadingWords(path, reading);
-        // What is mounted over the file by then hides it from the steps that the words add.
-        if (entry->second && IsCovered(path) && AddsStepWithoutReboot(*entry->second)) {
-            entry->second.reset();
-        }
+        // What is mounted over the file hides it until a reboot.
+        if (entry->second && IsCovered(path)) entry->second = BehindReboot(*entry->second, reading);
     }
     if (!entry->second && !IsGone(path) && !file.source &&
         android::base::Basename(path) == "build.prop") {
@@ -177,15 +182,7 @@ std::optional<Words> Requirements::ReadingWords(const std::string& path,
             if (survey_.unmapped_key.empty()) return std::nullopt;
             return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
         case Occasion::kNvMap:
-            if (survey_.unmapped_key.empty() || !survey_.migrates) return std::nullopt;
-            // The mark of the migration that this boot made comes after it.
-            if (const Origin* mark = tracer_.Winner(kSimSwitchConvert);
-                survey_.switch_keys.count(ValueOf(kCarrierCode)) != 0 ||
-                (mark != nullptr &&
-                 (mark->kind != OriginKind::kFile || mark->own_file() != kConvertFile))) {
-                return std::nullopt;
-            }
-            return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
+            return SwitchKeyMapWords(reading);
         case Occasion::kKeyFiles: {
             const bool is_state = path == kReserveCommonFile || path == kReserveRegionFile ||
                                   path == kDataRegionFile;
@@ -204,6 +201,36 @@ std::optional<Words> Requirements::ReadingWords(const std::string& path,
             return Words{ServiceStep(Reading::kModule)};
     }
     return std::nullopt;
+}
+
+// All maps are read where neither the carrier's code nor the old nv key is found in one.
+std::optional<Words> Requirements::SwitchKeyMapWords(const Reading& reading) const {
+    const std::string& unmapped = survey_.unmapped_key;
+    if (unmapped.empty() || !survey_.migrates) return std::nullopt;
+    Words words = reading.root_words + Words{"--nv", unmapped};
+    // What partitions say of the mark of the migration, those of another brand or region too, does
+    // not outlast a reboot. The mark that this boot's migration made comes after it.
+    bool takes_reboot = !reading.root_words.empty();
+    if (const Origin* mark = tracer_.Winner(kSimSwitchConvert); mark != nullptr) {
+        if (mark->kind == OriginKind::kGiven) {
+            words = Words{"--set", Setting(kSimSwitchConvert, "false")} + words;
+        } else if (mark->kind != OriginKind::kFile) {
+            return std::nullopt;
+        }
+        takes_reboot |= mark->kind == OriginKind::kFile && mark->own_file() != kConvertFile;
+    }
+    if (survey_.switch_keys.count(ValueOf(kCarrierCode)) != 0) {
+        const Origin* code = tracer_.Winner(kCarrierCode);
+        const std::string setting = Setting(kCarrierCode, unmapped);
+        if (code != nullptr && code->kind == OriginKind::kGiven) {
+            words = Words{"--set", setting} + words;
+        } else if (code != nullptr && code->kind == OriginKind::kFile) {
+            words = Words{"--edit", code->own_file() + ":" + setting} + words;
+        } else {
+            return std::nullopt;
+        }
+    }
+    return takes_reboot ? words + Words{"reboot", "persist"} : FirstPassWords(words);
 }
 
 std::optional<Words> Requirements::PartitionWords(const Reading& reading) const {
@@ -231,28 +258,32 @@ std::optional<Words> Requirements::KeyDirectoryWords(const Reading& reading) con
 std::optional<Words> Requirements::OldKeyWords(const Reading& reading) const {
     if (reading.root == Reading::kCompany) return CompanyWords(reading);
     if (!reading.key.empty()) {
-        auto words = FirstPassWords({"--nv", reading.key});
-        return words ? ThroughRoot(reading, *words) : words;
+        const bool is_listed = reading.root == Reading::kListed;
+        auto words =
+                FirstPassWords({"--nv", reading.key}, is_listed ? InBoot::kAny : InBoot::kLast);
+        return words ? ThroughRoot(reading, *words) : std::nullopt;
     }
-    if (!survey_.nv_target.empty()) return std::nullopt;
-    const auto a = SetWords(kOperatorA, kTriedOperator, nullptr);
-    const auto b = SetWords(kOperatorB, kTriedOperator, nullptr);
-    if (!a || !b) return std::nullopt;
-    return ThroughRoot(reading, *a + *b + Words{"sim"});
+    // A boot without the step persist knows no old key.
+    const bool has_target = !survey_.nv_target.empty();
+    Words words = has_target ? Words{"reboot", kStoredStep} : Words{};
+    for (const char* property : {kOperatorA, kOperatorB}) {
+        const auto set = has_target ? LateSetWords(property, kTriedOperator)
+                                    : SetWords(property, kTriedOperator, nullptr);
+        if (!set) return std::nullopt;
+        words = words + *set;
+    }
+    return ThroughRoot(reading, words + Words{"sim"});
 }
 
 // Adds what makes the library look below the reading's root for what the switch keys select.
 std::optional<Words> Requirements::ThroughRoot(const Reading& reading, Words words) const {
     const char* message = MessageOf(reading.root);
-    if (message != nullptr && !IsGone(message)) return words + Words{ServiceStep(reading.root)};
-    switch (reading.root) {
-        case Reading::kPackage:
-        case Reading::kModule:
-        case Reading::kElsewhere:
-            return ElsewhereWords(reading);
-        default:
-            return reading.root_words + words;
+    if (message != nullptr ? IsGone(message) : reading.root == Reading::kElsewhere) {
+        return ElsewhereWords(reading);
     }
+    words = reading.root_words + words;
+    if (message != nullptr) words.push_back(ServiceStep(reading.root));
+    return words;
 }
 
 // The one way to a root that nothing searches: what is called a verified carrier package is
@@ -261,32 +292,40 @@ std::optional<Words> Requirements::ThroughRoot(const Reading& reading, Words wor
 std::optional<Words> Requirements::ElsewhereWords(const Reading& reading) const {
     std::vector<std::pair<std::string, std::string>> settings = {{kCotaVerified, "1"},
                                                                  {kCotaRoot, reading.place}};
-    Words steps = {kTriedStep, "sim"};
-    Words options;
+    Words options = reading.root_words;
+    Words commands = {"sim"};
     if (reading.occasion == Occasion::kKeyDirectory) {
         const std::string key = SwitchKeys()[reading.key_index].property;
         settings.emplace_back(key, reading.key);
         if (key == kChannelInfo) {
             settings.emplace_back(kRegionSwitchFirst, kTriedKey);
             const std::string command = SwitchKeys()[reading.key_index].command;
-            steps = Words{kTriedStep, "sim:" + command} + steps;
+            commands = {"sim:" + command, "sim"};
         }
     } else if (reading.key.empty()) {
+        if (!survey_.nv_target.empty()) options = options + Words{"reboot", kStoredStep};
         settings.emplace_back(kOperatorA, kTriedOperator);
         settings.emplace_back(kOperatorB, kTriedOperator);
     } else {
         settings.emplace_back(kRegionSwitchFirst, kTriedKey);
-        auto words = FirstPassWords({"--nv", reading.key});
+        auto words = FirstPassWords({"--nv", reading.key}, InBoot::kLast);
         if (!words) return std::nullopt;
-        options = *words;
+        options = options + *words;
     }
-    Words words;
+    Words words, steps;
     for (const auto& [name, value] : settings) {
         const auto set = LateSetWords(name.c_str(), value);
         if (!set) return std::nullopt;
-        words.insert(words.end(), set->begin(), set->begin() + 2);  // its step comes once, below
+        words.insert(words.end(), set->begin(), set->begin() + 2);
+        const Words tried(set->begin() + 2, set->end());  // once, behind the options
+        if (tried.size() > steps.size()) steps = tried;
     }
-    return words + options + steps;
+    // A command may hand on another value of what was tried.
+    for (const std::string& command : commands) {
+        options = options + steps + Words{command};
+        steps = {kTriedStep};
+    }
+    return words + options;
 }
 
 // The company's own root is read by the first step persist that finds a new image.
@@ -311,7 +350,7 @@ std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
     }
     if (reading.occasion == Occasion::kOldKeyFile) {
         if (reading.key.empty()) return std::nullopt;
-        words = words + Words{"--nv", reading.key};
+        words = words + reading.root_words + Words{"--nv", reading.key};
     }
     const int boots = static_cast<int>(report_.boots.size());
     if (boots > 1 && HasPersist()) return std::nullopt;
@@ -345,30 +384,38 @@ std::optional<Words> Requirements::SetWords(const char* property, const std::str
 std::optional<Words> Requirements::LateSetWords(const char* property,
                                                 const std::string& value) const {
     if (value.size() > kLongestRead || WhyRefused(property, value)) return std::nullopt;
-    const bool stored_come_later = StartsWith(property, "persist.") &&
-                                   std::all_of(steps_.begin(), steps_.end(), [](const Step& step) {
-                                       return step.is_early() || step.is_reboot();
-                                   });
-    if (stored_come_later) return Words{"--set", Setting(property, value)};
-    return Words{"--edit", std::string(kTriedRoot) + "/build.prop:" + Setting(property, value),
-                 kTriedStep};
+    return Words{"--edit", std::string(kTriedRoot) + "/build.prop:" + Setting(property, value)} +
+           TriedSteps(property);
 }
 
-// Adds what makes a step persist find the key files as the words leave them.
-std::optional<Words> Requirements::FirstPassWords(Words words) const {
+// The steps that load the tried partition where the property keeps the value.
+Words Requirements::TriedSteps(const std::string& property) const {
+    const auto last = std::find_if(steps_.rbegin(), steps_.rend(),
+                                   [](const Step& step) { return !step.is_early(); });
+    const bool stored_come_later = last == steps_.rend() || last->is_reboot();
+    if (!stored_come_later || !StartsWith(property, "persist.")) return {kTriedStep};
+    return {kStoredStep, kTriedStep};
+}
+
+// Adds what makes a step persist, one of any boot or of the last, find the key files as the words
+// leave them.
+std::optional<Words> Requirements::FirstPassWords(Words words, InBoot boot) const {
     bool fresh = true;  // no step of the boot has filled the switch keys yet
     bool persist_in_boot = false;
+    bool is_there = false;
     for (const Step& step : steps_) {
         if (step.is_reboot()) {
             fresh = true;
             persist_in_boot = false;
+            if (boot == InBoot::kLast) is_there = false;
         } else if (IsWord(step, "persist")) {
-            if (fresh && !words.empty()) return words;  // it is there already
+            is_there |= fresh;
             persist_in_boot = true;
         } else if (IsWord(step, "sim")) {
             fresh = false;
         }
     }
+    if (is_there && !words.empty()) return words;
     if (!fresh || persist_in_boot) words.push_back("reboot");
     words.push_back("persist");
     return words;
@@ -384,7 +431,7 @@ Words Requirements::AtEnd(Words words) const {
 std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const std::string& name) {
     for (const Importer& importer : importers_[file.path]) {
         if (!PassesFilter(name, importer.import->filter)) continue;
-        if (auto words = ImportWords(importer)) return words;
+        if (auto words = ImportWords(importer); words && !Cover(*words, file)) return words;
     }
     return std::nullopt;
 }
@@ -397,7 +444,9 @@ std::optional<Words> Requirements::WholeFileWords(const SurveyedFile& file) {
     if (!is_new) return entry->second;
     std::optional<Words> words;
     for (const Importer& importer : importers_[file.path]) {
-        if (!words && importer.import->filter.empty()) words = ImportWords(importer);
+        if (words || !importer.import->filter.empty()) continue;
+        words = ImportWords(importer);
+        if (words && Cover(*words, file)) words.reset();
     }
     return whole_[file.path] = words;
 }
@@ -409,7 +458,8 @@ std::optional<Words> Requirements::ImportWords(const Importer& importer) {
     if (import.text == importer.path) return WholeFileWords(*importer.file);
     ReferringImport read;
     Words words;
-    if (tracer_.loaded().count(own) != 0) {
+    const bool is_loaded = tracer_.loaded().count(own) != 0;
+    if (is_loaded) {
         auto found = tracer_.imports().find({own, import.line});
         if (found == tracer_.imports().end()) return std::nullopt;
         read = found->second;
@@ -420,7 +470,11 @@ std::optional<Words> Requirements::ImportWords(const Importer& importer) {
         // What is loaded by steps that were there already is loaded before others give values.
         const bool at_end = std::any_of(words.begin(), words.end(), IsStepWord);
         for (const std::string& reference : References(import.text)) {
-            const Origin* winner = at_end ? tracer_.Winner(reference) : nullptr;
+            // In between a file may have set it already, or not yet.
+            const Origin* winner = tracer_.Winner(reference);
+            if (!at_end && winner != nullptr && winner->kind == OriginKind::kGiven) {
+                winner = nullptr;
+            }
             auto given = given_.find(reference);
             const std::string value = at_end                  ? ValueOf(reference)
                                       : given != given_.end() ? given->second
@@ -448,7 +502,11 @@ std::optional<Words> Requirements::ImportWords(const Importer& importer) {
             if (Substituted(text, unknown.name, value) != importer.path) continue;
             std::set<std::string> way, done;
             if (ImportsItself(own, unknown.name, value, &way, &done)) continue;
-            if (auto set = ReferenceWords(unknown, value)) return *set + words;
+            const auto set = ReferenceWords(unknown, value);
+            if (!set) continue;
+            const bool in_between = !is_loaded && !unknown.stored_in_force && unknown.origin;
+            if (in_between) words = Words{"--set", Setting(unknown.name, value)} + words;
+            return *set + words;
         }
     }
     return std::nullopt;
@@ -508,6 +566,16 @@ bool Requirements::IsGone(const std::string& path) const {
         }
     }
     return false;
+}
+
+// Whether a step among the words mounts something over the file before it imports it.
+bool Requirements::Cover(const Words& words, const SurveyedFile& file) const {
+    const auto covers = [&](Reading::Root root, const std::optional<std::string>& target) {
+        return target && StartsWith(file.source.value_or(file.path), *target + "/") &&
+               std::find(words.begin(), words.end(), ServiceStep(root)) != words.end();
+    };
+    return covers(Reading::kPackage, survey_.package_target) ||
+           covers(Reading::kModule, survey_.module_target);
 }
 
 // Whether something is mounted over the file.

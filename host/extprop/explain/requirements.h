@@ -39,6 +39,7 @@ class Requirements {
     std::optional<Words> FileWords(const SurveyedFile& file);
     std::optional<Words> WholeFileWords(const SurveyedFile& file);
     std::optional<Words> ReadingWords(const std::string& path, const Reading& reading) const;
+    std::optional<Words> SwitchKeyMapWords(const Reading& reading) const;
     std::optional<Words> PartitionWords(const Reading& reading) const;
     std::optional<Words> KeyDirectoryWords(const Reading& reading) const;
     std::optional<Words> OldKeyWords(const Reading& reading) const;
@@ -55,7 +56,9 @@ class Requirements {
     std::optional<Words> SetWords(const char* property, const std::string& value,
                                   const char* key_file) const;
     std::optional<Words> LateSetWords(const char* property, const std::string& value) const;
-    std::optional<Words> FirstPassWords(Words words) const;
+    enum class InBoot { kAny, kLast };
+    Words TriedSteps(const std::string& property) const;
+    std::optional<Words> FirstPassWords(Words words, InBoot boot = InBoot::kAny) const;
     Words AtEnd(Words words) const;
     Words WithDefaultSteps(Words words) const;
 
@@ -63,6 +66,7 @@ class Requirements {
     bool HasPersist() const;
     bool IsGone(const std::string& path) const;
     bool IsCovered(const std::string& path) const;
+    bool Cover(const Words& words, const SurveyedFile& file) const;
     std::string ValueOf(const std::string& name) const;
     bool RestoresChannel() const;
 

@@ -34,6 +34,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace android::init;
+using android::base::Dirname;
 using android::base::EndsWith;
 using android::base::StartsWith;
 
@@ -112,12 +113,19 @@ PropertyMap LoadedFrom(const std::string& path) {
     return properties;
 }
 
+// An old nv key, the target that it leads to, and the words of the brand and region where it does.
+struct OldKey {
+    std::string target;
+    std::string key;
+    Words root_words;
+};
+
 // Finds what makes the library read the files of the device, by looking where the library looks.
 class ReadingFinder {
   public:
     // A device with mapping files takes a look at every combination of brand and region.
-    ReadingFinder(Readings* readings, bool has_mapping)
-            : readings_(readings), has_mapping_(has_mapping) {}
+    ReadingFinder(Readings* readings, bool has_mapping, Survey* survey)
+            : readings_(readings), has_mapping_(has_mapping), survey_(*survey) {}
 
     void FindAll() {
         for (const FixedFile& file : FixedFiles()) {
@@ -161,7 +169,7 @@ class ReadingFinder {
             brands.push_back({brand.code, {"--brand", brand.name}});
         }
         brands.push_back({"", {"--brand", kNoBrand}});
-        std::vector<Entry> entries = EntriesIn(android::base::Dirname(partitionRoots("", "x")[9]));
+        std::vector<Entry> entries = EntriesIn(Dirname(partitionRoots("", "x")[9]));
         entries.push_back({"", true});
         for (const Entry& entry : entries) {
             // A look-up drops the white space around a value.
@@ -188,27 +196,26 @@ class ReadingFinder {
         Reading reading;
         reading.root_words = words;
         PartitionSearchList = roots;  // the mapping files are looked for there
-        FindOldKeys();
+        const std::vector<OldKey> old_keys = FindOldKeys(words);
+        old_keys_.insert(old_keys_.end(), old_keys.begin(), old_keys.end());
         for (const std::string& root : roots) {
-            if (known_roots_.insert(PlainPath(root)).second) {
-                AddRoot(root, reading);
-            } else {
-                AddOldKeyFiles(root, reading);  // the mapping files are others
-            }
+            AddOldKeyFiles(root, reading, old_keys);
+            if (known_roots_.insert(PlainPath(root)).second) AddRoot(root, reading);
         }
     }
 
     // Finds which old nv key leads to which target.
-    void FindOldKeys() {
-        old_keys_.clear();
+    static std::vector<OldKey> FindOldKeys(const Words& words) {
+        std::vector<OldKey> old_keys;
         for (const std::string& root : PartitionSearchList) {
             for (const auto& [key, target] : LoadedFrom(root + "/etc/" + kNvFlagMap)) {
                 std::string found;
-                if (key.empty() || key.size() > kNvKeySize) continue;
+                if (key.empty() || key.size() > kNvKeySize || target.empty()) continue;
                 find_nv_ssv_target_key(key, kNvFlagMap, &found);
-                if (found == target) old_keys_[target] = key;
+                if (found == target) old_keys.push_back({target, key, words});
             }
         }
+        return old_keys;
     }
 
     void AddRoot(const std::string& root, Reading reading) {
@@ -220,19 +227,21 @@ class ReadingFinder {
             Add(root + "/etc/" + kSwitchKeyMap, reading);
             reading.occasion = Occasion::kFlagMap;
             Add(root + "/etc/" + kNvFlagMap, reading);
+        } else {
+            AddOldKeyFiles(root, reading, old_keys_);
         }
-        AddOldKeyFiles(root, reading);
         reading.occasion = Occasion::kKeyDirectory;
         AddKeyDirectories(root + kProperties, "", &reading);
     }
 
-    void AddOldKeyFiles(const std::string& root, Reading reading) {
+    void AddOldKeyFiles(const std::string& root, Reading reading,
+                        const std::vector<OldKey>& old_keys) {
         reading.occasion = Occasion::kOldKeyFile;
-        reading.key.clear();
         Add(root + "/etc/build..prop", reading);
-        for (const auto& [target, key] : old_keys_) {
-            reading.key = key;
-            Add(root + "/etc/build." + target + ".prop", reading);
+        for (const OldKey& old : old_keys) {
+            reading.key = old.key;
+            reading.root_words = old.root_words;
+            Add(root + "/etc/build." + old.target + ".prop", reading);
         }
     }
 
@@ -260,6 +269,7 @@ class ReadingFinder {
         const PropertyMap info = LoadedFrom(kCotaMountInfoFile);
         const std::string source = valueOf(info, kCotaRoot);
         if (valueOf(info, kCotaVerified) == "1" && StartsWith(source, "/")) {
+            survey_.package_target = BoundOver(source, valueOf(info, kBindPoint, kCarrierRoot));
             AddRoot(source, At(source, Reading::kPackage));
             AddRoot(source + "/cust", At(source + "/cust", Reading::kPackage));
         }
@@ -267,14 +277,23 @@ class ReadingFinder {
         const std::string module_source = valueOf(module, "mount_point");
         if (valueOf(module, "module_type") == "configure" && IsDirectory(module_source) &&
             IsDirectory(valueOf(module, kBindPoint))) {
+            survey_.module_target = BoundOver(module_source, valueOf(module, kBindPoint));
             AddRoot(module_source, At(module_source, Reading::kModule));
         }
     }
 
+    // Returns the device's own path of the target that the source will be mounted over.
+    static std::optional<std::string> BoundOver(const std::string& source,
+                                                const std::string& target) {
+        if (source == target || !IsDirectory(source)) return std::nullopt;
+        return RealPath(target, true);
+    }
+
     Readings* readings_;
     bool has_mapping_;
+    Survey& survey_;
     std::set<std::string> known_roots_;
-    std::map<std::string, std::string> old_keys_;  // by target
+    std::vector<OldKey> old_keys_;  // the device's own first
 };
 
 class Surveyor {
@@ -292,7 +311,7 @@ class Surveyor {
         const bool has_mapping = std::any_of(
                 survey_.files.begin(), survey_.files.end(),
                 [](const SurveyedFile& file) { return UseOf(file.path) == FileUse::kMapping; });
-        ReadingFinder finder(&readings, has_mapping);
+        ReadingFinder finder(&readings, has_mapping, &survey_);
         finder.FindAll();
         for (const std::string& root : key_roots_) finder.AddElsewhere(root);
         for (SurveyedFile& file : survey_.files) {
@@ -311,8 +330,9 @@ class Surveyor {
              entry.increment(error)) {
             const std::string& path = entry->path().native();
             if (path == "/proc" || path == "/sys") entry.disable_recursion_pending();
-            if (EndsWith(path, kProperties)) {
-                key_roots_.push_back(path.substr(0, path.size() - strlen(kProperties)));
+            if (EndsWith(path, kProperties)) key_roots_.push_back(Dirname(path));
+            if (fnmatch("*/etc/build.*.prop", path.c_str(), 0) == 0) {
+                key_roots_.push_back(Dirname(Dirname(path)));
             }
             if (!UseOf(path) && !IsOfSwitchKey(path)) continue;
             std::error_code gone;
@@ -399,7 +419,7 @@ class Surveyor {
     Survey survey_;
     std::set<std::string> read_;
     std::vector<std::string> links_;
-    std::vector<std::string> key_roots_;  // whatever has directories of switch keys
+    std::vector<std::string> key_roots_;  // whatever has properties that keys select
 };
 
 }  // namespace

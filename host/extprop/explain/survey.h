@@ -40,6 +40,9 @@ struct Survey {
     std::string unmapped_key;           // an old nv key that no file maps
     std::string nv_target;              // what the old nv key is mapped to, if there is one
     bool migrates = false;              // the first step persist would migrate an old key
+    // What the installing service's messages have mounted over, the device's own paths.
+    std::optional<std::string> package_target;
+    std::optional<std::string> module_target;
 };
 
 // Surveys the device as it is before a boot; of the lines only those whose names are `wanted`.

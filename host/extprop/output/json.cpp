@@ -171,7 +171,8 @@ template <typename Fields>
 void Visit(Fields& fields, Survey& survey) {
     fields("files", survey.files)("references", survey.references)(
             "unmapped_key", survey.unmapped_key)("switch_keys", survey.switch_keys)(
-            "nv_target", survey.nv_target)("migrates", survey.migrates);
+            "nv_target", survey.nv_target)("migrates", survey.migrates)(
+            "package_target", survey.package_target)("module_target", survey.module_target);
 }
 
 template <typename Fields>

@@ -246,41 +246,6 @@ TEST_F(UtilsTest, LoadsPropertyLines) {
     EXPECT_THAT(properties, ElementsAre(Pair("a", "0"), Pair("z", "9")));
 }
 
-TEST_F(UtilsTest, FiltersNames) {
-    const std::string path = Write("file", "ro.=0\nro.x=1\nro.xy=2\nrox=3\n*=4\nimport /missing=5");
-    EXPECT_THAT(Load(path, "ro.x"), ElementsAre(Pair("ro.x", "1")));
-    EXPECT_THAT(Load(path, "ro.*"),
-                ElementsAre(Pair("ro.", "0"), Pair("ro.x", "1"), Pair("ro.xy", "2")));
-    EXPECT_THAT(Load(path, "*"),
-                ElementsAre(Pair("*", "4"), Pair("import /missing", "5"), Pair("ro.", "0"),
-                            Pair("ro.x", "1"), Pair("ro.xy", "2"), Pair("rox", "3")));
-    EXPECT_THAT(TakeLog(), ElementsAre());
-    EXPECT_THAT(Load(Write("zero", std::string("ro.x\0y=1", 8)), "ro.x"),
-                ElementsAre(Pair(std::string("ro.x\0y", 6), "1")));
-}
-
-TEST_F(UtilsTest, FollowsImports) {
-    Write("inner", "b=inner\nro.c=3\n");
-    const std::string middle = Write("middle", "import " + Path("inner") + "\nd=4\n");
-    SetProperty("debug.ext.file", "inner");
-    EXPECT_THAT(Load(Write("outer", "b=outer\nimport  " + middle + "  \nb=last\n")),
-                ElementsAre(Pair("b", "last"), Pair("d", "4"), Pair("ro.c", "3")));
-    EXPECT_THAT(Load(Write("outer", "import " + Path("${debug.ext.file}") + "   ro.*")),
-                ElementsAre(Pair("ro.c", "3")));
-    // A filtered import follows none of the file's own.
-    EXPECT_THAT(Load(Write("outer", "import " + middle + " *\n")), ElementsAre(Pair("d", "4")));
-    TakeLog();
-
-    EXPECT_THAT(Load(Write("outer", "import /missing/${none}\nimport /missing/file\na=1\n")),
-                ElementsAre(Pair("a", "1")));
-    EXPECT_THAT(TakeLog(),
-                ElementsAre("E Could not expand filename ': property 'none' doesn't exist while "
-                            "expanding '/missing/${none}'",
-                            "W Couldn't load property file '/missing/file': open() failed: No such "
-                            "file or directory",
-                            "E expand filename load failed : /missing/file"));
-}
-
 TEST_F(UtilsTest, CreatesTheDirectoriesOfAPath) {
     umask(0);
     EXPECT_EQ(createDirectory(""), 0);
