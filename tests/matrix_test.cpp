@@ -134,7 +134,11 @@ TEST_F(MatrixTest, AnswersForWhom) {
     EXPECT_THAT(Run("matrix --list --over region,sim-first --except region=US " + device).out,
                 HasSubstr("\n105 variants\n"));
 
+    Write("/image/odm/properties/c1/SimSwitchFirstTme/a.prop", "ro.test.lost=1\n");
     const Output text = Run("matrix " + device);
+    EXPECT_THAT(text.out, HasSubstr("No variant and no step reads:\n"
+                                    "  /odm/properties/c1/SimSwitchFirstTme\n"));
+    std::filesystem::remove_all(device + "/odm");
     EXPECT_EQ(text.status, 0) << text.err;
     EXPECT_THAT(text.out,
                 HasSubstr("ro.test.volte\n"

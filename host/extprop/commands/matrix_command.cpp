@@ -141,6 +141,7 @@ ExitStatus Show(const Arguments& arguments) {
     Summary summary = collector.Summarize(arguments.names);
     summary.device = matrix.device();
     FindOrigins(&matrix, &summary);
+    if (arguments.names.empty()) summary.dead = matrix.FindDeadPlaces();
     return Print(summary, arguments);
 }
 

@@ -279,4 +279,10 @@ std::vector<DeadPlace> DeadPlaces(const Survey& survey,
     return Finder(survey, moments).Find();
 }
 
+std::vector<DeadPlace> DeadPlacesOf(const sandbox::Sandbox& root, std::chrono::seconds limit) {
+    const auto survey = TakeSurvey(
+            root, [](const std::string& name) { return name == kBindPoint; }, limit);
+    return survey ? DeadPlaces(*survey, MomentsOf(*survey)) : std::vector<DeadPlace>();
+}
+
 }  // namespace extprop

@@ -1,21 +1,15 @@
 #include "explain/survey.h"
 
-#include <errno.h>
 #include <fnmatch.h>
 #include <string.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <stdexcept>
 
-#include <android-base/cmsg.h>
 #include <android-base/file.h>
-#include <android-base/logging.h>
 #include <android-base/strings.h>
-#include <android-base/unique_fd.h>
 
 #include "InitExtensionPropertyImpl.h"
 #include "TesvoExtensionProperty/cota.h"
@@ -427,20 +421,10 @@ class Surveyor {
 std::optional<Survey> TakeSurvey(const sandbox::Sandbox& root,
                                  const std::function<bool(const std::string& name)>& wanted,
                                  std::chrono::seconds limit) {
-    android::base::unique_fd ours, theirs;
-    if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &ours, &theirs)) {
-        throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
-    }
-    sandbox::Process process = root.Start([&] {
-        ours.reset();
-        android::base::SetLogger([](auto&&...) {});
-        return SendDocument(theirs.get(), ToJson(Surveyor(wanted).Take())) ? 0 : 1;
-    });
-    theirs.reset();
-    json survey;
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    if (ReceiveDocument(ours.get(), deadline, &survey) != Received::kMessage) return std::nullopt;
-    return SurveyFromJson(std::move(survey));
+    auto survey = AskInside(
+            root, [&] { return ToJson(Surveyor(wanted).Take()); }, limit);
+    if (!survey) return std::nullopt;
+    return SurveyFromJson(std::move(*survey));
 }
 
 }  // namespace extprop

@@ -97,6 +97,7 @@ void LineMerger::Add(VariantLine line) {
 
 void LineMerger::Add(const Summary& summary) {
     device_ = summary.device;
+    dead_ = summary.dead;
     for (const SummaryVariant& variant : summary.variants) {
         words_[variant.variant] = variant.words;
     }
@@ -117,6 +118,7 @@ Summary LineMerger::Summarize(const std::vector<std::string>& patterns) const {
     if (!collector_) throw InputError("there is no line of a variant to merge");
     Summary summary = collector_->Summarize(patterns);
     summary.device = device_;
+    if (patterns.empty()) summary.dead = dead_;
     for (SummaryVariant& variant : summary.variants) {
         auto words = words_.find(variant.variant);
         if (words != words_.end()) variant.words = words->second;

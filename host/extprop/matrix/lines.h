@@ -48,6 +48,7 @@ class LineMerger {
     PropertyMap base_;
     std::set<Variant, VariantOrder> read_;
     std::string device_;
+    std::vector<DeadPlace> dead_;
     std::map<Variant, Words, VariantOrder> words_;
     // By name and value: in the first variant of those whose summary tells it.
     std::map<std::pair<std::string, std::string>, OriginOfValue> origins_;

@@ -73,6 +73,11 @@ Outcome Matrix::BootVariant(const Variant& variant) {
     return outcome;
 }
 
+std::vector<DeadPlace> Matrix::FindDeadPlaces() {
+    device_.Reset(options_);  // what the boot of the device as it is has written is not its own
+    return DeadPlacesOf(device_.root(), options_.time_limit);
+}
+
 void Matrix::Boot(const std::vector<Variant>& variants,
                   const std::function<void(size_t, Outcome)>& done) {
     ForEachInParallel(

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "explain/dead_places.h"
 #include "explain/origins.h"
 #include "matrix/variants.h"
 
@@ -47,6 +48,9 @@ class Matrix {
     // text besides. Properties without a value have none.
     void Trace(const std::vector<TraceRequest>& requests,
                const std::function<void(size_t, const nlohmann::json&)>& done);
+
+    // Returns what no variant and no step reads.
+    std::vector<DeadPlace> FindDeadPlaces();
 
   private:
     BootOptions OptionsWith(const Words& words, Detail detail) const;

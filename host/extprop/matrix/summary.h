@@ -38,6 +38,7 @@ struct Summary {
     std::string device;
     std::vector<SummaryVariant> variants;  // in VariantOrder
     std::vector<SummaryProperty> properties;
+    std::vector<DeadPlace> dead;  // looked for in a summary of all properties
 };
 
 // Collects outcomes, in any order, in memory that grows with what is different in them only.

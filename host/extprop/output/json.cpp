@@ -228,9 +228,14 @@ void Visit(Fields& fields, SummaryProperty& property) {
 }
 
 template <typename Fields>
+void Visit(Fields& fields, DeadPlace& place) {
+    fields("path", place.path)("reason", place.reason);
+}
+
+template <typename Fields>
 void Visit(Fields& fields, Summary& summary) {
-    fields("device", summary.device)("variants", summary.variants)("properties",
-                                                                   summary.properties);
+    fields("device", summary.device)("variants", summary.variants)(
+            "properties", summary.properties)("dead", summary.dead);
 }
 
 template <typename Fields>

@@ -59,6 +59,10 @@ std::string SummaryText(const Summary& summary) {
         }
     }
     if (summary.properties.empty()) text += "no property differs between the variants\n";
+    if (!summary.dead.empty()) text += "\nNo variant and no step reads:\n";
+    for (const DeadPlace& place : summary.dead) {
+        text += "  " + Printable(place.path) + "\n    " + Printable(place.reason) + "\n";
+    }
     text += "\n" + VariantCount(summary.variants.size());
     if (good < summary.variants.size()) {
         text += ", of which the library did not survive " +

@@ -14,7 +14,6 @@ constexpr char kCotaMountInfoFile[] = "/data/cota/cota_mount_info.prop";
 constexpr char kCotaModuleInfoFile[] = "/data/cota/cota_module_info.prop";
 
 constexpr char kBindPoint[] = "bind_point";
-constexpr char kCarrierRoot[] = "/my_carrier";  // where a package is bound that names no such point
 
 // Where a package is bound whose message names no other place.
 constexpr char kCarrierRoot[] = "/my_carrier";
