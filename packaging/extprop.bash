@@ -23,11 +23,11 @@ _extprop() {
     _init_completion -s -n : || return
 
     if ((cword == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W "boot explain diff lint --help --version" -- "$cur")
+        mapfile -t COMPREPLY < <(compgen -W "boot explain diff matrix check lint --help --version" -- "$cur")
         return
     fi
     case $prev in
-        --props | --html | --sarif)
+        --props | --html | --sarif | --merge | --junit)
             _filedir
             return
             ;;
@@ -40,7 +40,11 @@ _extprop() {
             mapfile -t COMPREPLY < <(compgen -W "a b" -- "$cur")
             return
             ;;
-        --set | --brand | --region | --nv | --edit | --timeout)
+        --over)
+            mapfile -t COMPREPLY < <(compgen -W "brand region nv sim-first sim-current channel region-key" -- "$cur")
+            return
+            ;;
+        --set | --brand | --region | --nv | --edit | --timeout | --only | --except | --jobs | --shard)
             return
             ;;
     esac
@@ -51,6 +55,8 @@ _extprop() {
         [boot]="$boot --json --quiet --verbose --html --help"
         [explain]="$boot --all --json --html --help"
         [diff]="$boot --json --a --b --help"
+        [matrix]="$boot --over --only --except --jobs --list --shard --merge --json --html --help"
+        [check]="$boot --jobs --record --json --junit --help"
         [lint]="--slot --json --sarif --help"
     )
     local command=${words[1]}
@@ -62,7 +68,8 @@ _extprop() {
     local operand=1 i
     for ((i = 2; i < cword; ++i)); do
         case ${words[i]} in
-            --set | --props | --brand | --region | --nv | --edit | --slot | --request | --timeout | --html | --sarif)
+            --set | --props | --brand | --region | --nv | --edit | --slot | --request | --timeout | --html | --sarif | \
+                --over | --only | --except | --jobs | --shard | --merge | --junit)
                 ((++i))
                 ;;
             -*) ;;
@@ -70,9 +77,13 @@ _extprop() {
         esac
     done
     case $command:$operand in
-        boot:1 | explain:1 | diff:1 | lint:1) _filedir -d ;;
+        boot:1 | explain:1 | diff:1 | matrix:1 | check:1 | lint:1) _filedir -d ;;
         boot:* | explain:*) _extprop_steps ;;
-        diff:*)
+        check:*)
+            ((operand == 2)) && _filedir
+            [[ ${#COMPREPLY[@]} -eq 0 ]] && _extprop_steps
+            ;;
+        diff:* | matrix:*)
             ((operand == 2)) && _filedir -d
             [[ ${#COMPREPLY[@]} -eq 0 ]] && _extprop_steps
             ;;

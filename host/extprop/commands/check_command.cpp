@@ -15,18 +15,18 @@ namespace {
 
 constexpr char kFormatHelp[] =
         "An expectations file:\n"
-        "  steps: [early, persist]            # these go without saying\n"
-        "  expectations:\n"
-        "    - name: Every carrier says who it is\n"
-        "      variants: {sim-first: '*'}     # all is each axis by itself; {} is as it is\n"
-        "      properties:\n"
-        "        ro.carrier.name: {matches: '[a-z]+'}\n"
-        "    - variants: {region: [EU, IN], sim-first: north}\n"
-        "      complete: true                 # what no expectation names is unset\n"
-        "      properties:\n"
-        "        ro.locale: en-GB             # also {equals: en-GB}\n"
-        "        ro.debug: {set: false}\n"
-        "        ro.region.name: {from: /mnt/vendor/my_region/build.prop}\n";
+        "    steps: [early, persist]            # these go without saying\n"
+        "    expectations:\n"
+        "      - name: Every carrier says who it is\n"
+        "        variants: {sim-first: '*'}     # all is each axis by itself; {} is as it is\n"
+        "        properties:\n"
+        "          ro.carrier.name: {matches: '[a-z]+'}\n"
+        "      - variants: {region: [EU, IN], sim-first: north}\n"
+        "        complete: true                 # what no expectation names is unset\n"
+        "        properties:\n"
+        "          ro.locale: en-GB             # also {equals: en-GB}\n"
+        "          ro.debug: {set: false}\n"
+        "          ro.region.name: {from: /mnt/vendor/my_region/build.prop}\n";
 
 ExitStatus Record(const std::string& device, const std::string& file,
                   const BootArguments& arguments, int jobs) {
