@@ -20,7 +20,9 @@ void Done(long result, const std::string& what) {
 }  // namespace
 
 DeviceFiles::DeviceFiles(const std::string& device, const Options& options)
-        : device_(device), images_(OpenImages(device, options)) {
+        : device_(device),
+          images_(OpenImages(device, options)),
+          scratch_(images_.partitions.empty()) {
     const std::string directory = scratch_.path() + "/images";
     if (!images_.partitions.empty()) Check(mkdir(directory.c_str(), 0700) == 0, directory);
     for (Image& image : images_.partitions) {

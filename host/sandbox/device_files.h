@@ -40,8 +40,8 @@ class DeviceFiles {
 
   private:
     std::string device_;
-    ScratchDirectory scratch_;
     Images images_;
+    ScratchDirectory scratch_;
     // The partitions, which are the view's trees but the first.
     std::vector<UnpackedImage> unpacked_;
     std::optional<View> view_;

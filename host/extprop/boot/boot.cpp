@@ -35,10 +35,11 @@ std::string DevicePath(const std::string& device) {
 // One boot: the process that plays init, and what has come from it.
 class BootedDevice {
   public:
+    // Makes the edits first.
     BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan,
-                 BootListener* listener)
+                 const std::vector<Edit>& edits, BootListener* listener)
             : root_(root),
-              process_(Start(root, fetch, plan)),
+              process_(Start(root, fetch, plan, edits)),
               listener_(listener),
               properties_(plan.properties) {}
 
@@ -65,16 +66,23 @@ class BootedDevice {
 
     // The system properties after the last step that was survived.
     const PropertyMap& properties() const { return properties_; }
+    const std::vector<std::string>& removed() const { return removed_; }
+
+    // Whether the failure is that an edit could not be made.
+    bool edits_failed() const { return edits_failed_; }
 
   private:
-    sandbox::Process Start(const sandbox::Sandbox& root, FetchExtension fetch,
-                           const BootPlan& plan) {
+    static constexpr int kEditsFailed = 77;
+
+    sandbox::Process Start(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan,
+                           const std::vector<Edit>& edits) {
         unique_fd theirs;
         if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &channel_, &theirs)) {
             throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
         }
         return root.Start([&] {
             channel_.reset();
+            if (MakeEditsHere(edits)) return kEditsFailed;
             return PlayInit(fetch, plan, theirs.get(), &last_file_);
         });
     }
@@ -91,6 +99,7 @@ class BootedDevice {
                                [](const StepRequest&) {},
                                [&](StepDone& step) {
                                    properties_ = std::move(step.properties);
+                                   removed_ = std::move(step.removed);
                                    done = true;
                                },
                                [&](Event& event) {
@@ -117,6 +126,7 @@ class BootedDevice {
 
     BootFailure Failure(std::chrono::seconds limit) {
         const sandbox::Ending ending = process_.Wait(limit);
+        edits_failed_ = ending.exit_status == kEditsFailed;
         BootFailure failure;
         failure.timed_out = ending.timed_out;
         if (!ending.timed_out && ending.signal != 0) {
@@ -132,6 +142,8 @@ class BootedDevice {
     sandbox::Process process_;
     BootListener* listener_;
     PropertyMap properties_;
+    std::vector<std::string> removed_;
+    bool edits_failed_ = false;
 };
 
 // Moves the persistent properties to the stored ones, which come in force later in a boot.
@@ -174,7 +186,7 @@ void PreparedDevice::Reset(const BootOptions& options) {
 void PreparedDevice::Prepare() {
     report_ = {path_, {}, {}, {}, std::nullopt, {}};
     report_.way = root_.way();
-    MakeEdits(options_.edits, root_);
+    if (tells_files()) MakeEdits(options_.edits, root_);
     SeparateStored(&options_.plan);
     PrepareSplashPartition();
 }
@@ -196,7 +208,10 @@ Report PreparedDevice::Boot(BootListener* listener,
     std::unique_ptr<BootedDevice> booted;
     const auto start = [&] {
         booted.reset();  // nothing of the old boot may still act on the files
-        booted = std::make_unique<BootedDevice>(root_, fetch_, plan, listener);
+        // Where no file's change is told of, the process itself makes the edits, which is quicker.
+        const bool edits = !tells_files() && report_.boots.empty();
+        booted = std::make_unique<BootedDevice>(
+                root_, fetch_, plan, edits ? options_.edits : std::vector<Edit>(), listener);
         report_.boots.push_back({plan.properties, plan.stored});
         if (listener != nullptr) listener->OnBoot(report_.boots.back());
     };
@@ -208,7 +223,7 @@ Report PreparedDevice::Boot(BootListener* listener,
     };
 
     start();
-    root_.TakeChanges();  // those that prepared the boot
+    if (tells_files()) root_.TakeChanges();  // those that prepared the boot
     for (size_t i = 0; i < plan.steps.size() && !report_.failure; ++i) {
         const Step& step = plan.steps[i];
         if (step.is_reboot()) {
@@ -227,12 +242,14 @@ Report PreparedDevice::Boot(BootListener* listener,
         report_.failure =
                 booted->Perform(step, static_cast<int>(i), options_.time_limit, &done.events);
         if (listener != nullptr) listener->OnStepEnd();
-        done.files = FileChanges(&root_);
+        if (tells_files()) done.files = FileChanges(&root_);
         for (const FileEffect& file : done.files) plan.written.insert(file.path);
         report_.steps.push_back(std::move(done));
     }
     if (!report_.failure) end();
+    if (booted->edits_failed()) MakeEdits(options_.edits, root_);  // which says what is wrong
     report_.properties = booted->properties();
+    report_.removed = booted->removed();
     for (const std::string& note : root_.Notes()) report_.notes.push_back(note);
     return std::move(report_);
 }

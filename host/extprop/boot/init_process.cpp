@@ -79,6 +79,18 @@ class Init {
     bool stored_taken_ = false;
 };
 
+StepDone Against(const PropertyMap& base, const PropertyMap& properties) {
+    StepDone done;
+    for (const auto& [name, value] : properties) {
+        auto old = base.find(name);
+        if (old == base.end() || old->second != value) done.properties.emplace(name, value);
+    }
+    for (const auto& [name, value] : base) {
+        if (properties.count(name) == 0) done.removed.push_back(name);
+    }
+    return done;
+}
+
 }  // namespace
 
 FetchExtension LoadExtension() {
@@ -110,7 +122,13 @@ int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* 
         if (index >= 0) init.Perform(plan.steps[index]);
         if (index == kEndOfBoot) init.TakeStored();
         const bool asked = plan.detail == Detail::kEverything || index == kEndOfBoot;
-        reporter.Send(StepDone{asked ? platform::AllProperties() : PropertyMap()});
+        if (!asked) {
+            reporter.Send(StepDone());
+        } else if (plan.base == nullptr) {
+            reporter.Send(StepDone{platform::AllProperties(), {}});
+        } else {
+            reporter.Send(Against(*plan.base, platform::AllProperties()));
+        }
     }
     return 0;
 }

@@ -21,7 +21,8 @@ struct StepRequest {
 
 // The step asked for is done; the system properties then.
 struct StepDone {
-    PropertyMap properties;
+    PropertyMap properties;            // those that differ, of a boot that is told against others
+    std::vector<std::string> removed;  // those of the others that it has not
 };
 
 using Message = std::variant<StepRequest, StepDone, Event, LinesRead, ImportRead>;

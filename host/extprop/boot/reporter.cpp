@@ -99,6 +99,7 @@ Handover Reporter::Apply(PropertyMap properties) const {
         if (previous == value || !is_told(name)) continue;
         handover.changes.push_back({name, value, std::move(previous)});
     }
+    if (detail_ == Detail::kNothing) return handover;
     for (auto property = properties.begin(); property != properties.end();) {
         property = is_told(property->first) ? std::next(property) : properties.erase(property);
     }

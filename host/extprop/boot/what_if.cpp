@@ -95,13 +95,18 @@ Edit NvKeyEdit(const std::string& key) {
     return {kNvStores[0], "", key, false};
 }
 
+std::optional<size_t> MakeEditsHere(const std::vector<Edit>& edits) {
+    for (size_t i = 0; i < edits.size(); ++i) {
+        if (!Make(edits[i])) return i;
+    }
+    return std::nullopt;
+}
+
 void MakeEdits(const std::vector<Edit>& edits, const sandbox::Sandbox& root) {
     if (edits.empty()) return;
     const sandbox::Ending ending = root.Run([&edits] {
-        for (size_t i = 0; i < edits.size(); ++i) {
-            if (!Make(edits[i])) return static_cast<int>(std::min<size_t>(i, 254)) + 1;
-        }
-        return 0;
+        const auto failing = MakeEditsHere(edits);
+        return failing ? static_cast<int>(std::min<size_t>(*failing, 254)) + 1 : 0;
     });
     if (ending.ok()) return;
     const size_t failed = std::max(ending.exit_status, 1) - 1;

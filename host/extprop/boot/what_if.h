@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,5 +28,9 @@ Edit NvKeyEdit(const std::string& key);
 // Makes the changes, in their order: every line of the name gets the value, or one is added at the
 // file's end, and a missing file is made. Throws InputError naming the path that cannot be written.
 void MakeEdits(const std::vector<Edit>& edits, const sandbox::Sandbox& root);
+
+// The same in this process, which is inside the sandbox. Returns which one cannot be made, if one
+// cannot.
+std::optional<size_t> MakeEditsHere(const std::vector<Edit>& edits);
 
 }  // namespace extprop

@@ -1,5 +1,8 @@
 #include "matrix/matrix.h"
 
+#include <algorithm>
+#include <functional>
+
 #include "explain/explain.h"
 #include "matrix/workers.h"
 #include "output/json.h"
@@ -8,14 +11,17 @@ namespace extprop {
 
 namespace {
 
-// Returns the switch key that the variant has and the outcome has not, if there is one.
-std::optional<int> LostKey(const Variant& variant, const PropertyMap& properties) {
-    for (int axis = kFirstKeyAxis; axis < kAxisCount; ++axis) {
-        if (!variant[axis]) continue;
-        auto key = properties.find(SwitchKeys()[axis - kFirstKeyAxis].property);
-        if (key == properties.end() || key->second != *variant[axis]) return axis;
+Outcome Against(const PropertyMap& base, Report report) {
+    Outcome outcome;
+    outcome.failure = std::move(report.failure);
+    for (auto& [name, value] : report.properties) {
+        auto old = base.find(name);
+        if (old == base.end() || old->second != value) outcome.changed[name] = std::move(value);
     }
-    return std::nullopt;
+    for (const auto& [name, value] : base) {
+        if (report.properties.count(name) == 0) outcome.removed.push_back(name);
+    }
+    return outcome;
 }
 
 }  // namespace
@@ -25,7 +31,7 @@ Matrix::Matrix(const BootOptions& options, int jobs)
           jobs_(jobs),
           device_(options),
           space_(FindVariantSpace(device_.root(), options.time_limit)),
-          base_(BootWith({})) {}
+          base_(BootAlone({})) {}
 
 BootOptions Matrix::OptionsWith(const Words& words, Detail detail) const {
     BootOptions options = options_;
@@ -34,8 +40,8 @@ BootOptions Matrix::OptionsWith(const Words& words, Detail detail) const {
     return options;
 }
 
-// Boots in silence; a boot that fails is repeated for what can be told of it.
-Report Matrix::BootWith(const Words& words) {
+// Boots in silence. A boot that fails is repeated for what can be told of it.
+Report Matrix::BootAlone(const Words& words) {
     device_.Reset(OptionsWith(words, Detail::kNothing));
     Report report = device_.Boot();
     if (report.failure) {
@@ -45,32 +51,53 @@ Report Matrix::BootWith(const Words& words) {
     return report;
 }
 
-Outcome Matrix::BootVariant(const Variant& variant) {
+Outcome Matrix::BootAgainstBase(const Words& words) {
+    BootOptions options = OptionsWith(words, Detail::kNothing);
+    const auto& steps = options.plan.steps;
     Outcome outcome;
-    outcome.words = WordsFor(variant, space_, options_);
-    Report report = BootWith(outcome.words);
+    if (std::any_of(steps.begin(), steps.end(), std::mem_fn(&Step::is_reboot))) {
+        // The properties in between count, too.
+        outcome = Against(base_.properties, BootAlone(words));
+    } else {
+        options.plan.base = &base_.properties;
+        device_.Reset(options);
+        Report report = device_.Boot();
+        if (report.failure) {
+            outcome = Against(base_.properties, BootAlone(words));
+        } else {
+            outcome.changed = std::move(report.properties);
+            outcome.removed = std::move(report.removed);
+        }
+    }
+    outcome.words = words;
+    return outcome;
+}
+
+// Returns the switch key that the variant has and the outcome has not, if there is one.
+std::optional<int> Matrix::LostKey(const Variant& variant, const Outcome& outcome) const {
+    for (int axis = kFirstKeyAxis; axis < kAxisCount; ++axis) {
+        if (!variant[axis]) continue;
+        const char* property = SwitchKeys()[axis - kFirstKeyAxis].property;
+        auto changed = outcome.changed.find(property);
+        auto kept = base_.properties.find(property);
+        const bool is_changed = changed != outcome.changed.end();
+        const bool is_kept =
+                kept != base_.properties.end() &&
+                std::count(outcome.removed.begin(), outcome.removed.end(), property) == 0;
+        if (!is_changed && !is_kept) return axis;
+        if ((is_changed ? changed : kept)->second != *variant[axis]) return axis;
+    }
+    return std::nullopt;
+}
+
+Outcome Matrix::BootVariant(const Variant& variant) {
+    Outcome outcome = BootAgainstBase(WordsFor(variant, space_, options_));
     // A boot may delete key files before it reads them. The key is in force all the same if what
     // init does when it changes is done behind the rest.
-    const auto lost = LostKey(variant, report.properties);
-    if (lost && options_.names_no_steps && !report.failure) {
-        const Words late = outcome.words + LateWordsFor(*lost, *variant[*lost]);
-        Report again = BootWith(late);
-        if (!again.failure && LostKey(variant, again.properties) != lost) {
-            outcome.words = late;
-            report = std::move(again);
-        }
-    }
-    outcome.failure = report.failure;
-    for (const auto& [name, value] : report.properties) {
-        auto old = base_.properties.find(name);
-        if (old == base_.properties.end() || old->second != value) {
-            outcome.changed.emplace_hint(outcome.changed.end(), name, value);
-        }
-    }
-    for (const auto& [name, value] : base_.properties) {
-        if (report.properties.count(name) == 0) outcome.removed.push_back(name);
-    }
-    return outcome;
+    const auto lost = LostKey(variant, outcome);
+    if (!lost || !options_.names_no_steps || outcome.failure) return outcome;
+    Outcome again = BootAgainstBase(outcome.words + LateWordsFor(*lost, *variant[*lost]));
+    return again.failure || LostKey(variant, again) == lost ? outcome : again;
 }
 
 std::vector<DeadPlace> Matrix::FindDeadPlaces() {

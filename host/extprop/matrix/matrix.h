@@ -54,7 +54,9 @@ class Matrix {
 
   private:
     BootOptions OptionsWith(const Words& words, Detail detail) const;
-    Report BootWith(const Words& words);
+    Report BootAlone(const Words& words);
+    Outcome BootAgainstBase(const Words& words);
+    std::optional<int> LostKey(const Variant& variant, const Outcome& outcome) const;
     Outcome BootVariant(const Variant& variant);
 
     BootOptions options_;

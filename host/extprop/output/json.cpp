@@ -490,12 +490,14 @@ json Document(const T& value, int format) {
 }  // namespace
 
 json ToJson(const Message& message) {
-    const json body = std::visit(
-            Overloaded{
-                    [](const StepDone& done) -> json { return WriteProperties(done.properties); },
-                    [](const auto& kind) { return Write(kind); },
-            },
-            message);
+    const json body =
+            std::visit(Overloaded{
+                               [](const StepDone& done) -> json {
+                                   return {WriteProperties(done.properties), done.removed};
+                               },
+                               [](const auto& kind) { return Write(kind); },
+                       },
+                       message);
     return {message.index(), body};
 }
 
@@ -507,7 +509,8 @@ Message MessageFromJson(json document) {
             Read(body, &message.emplace<StepRequest>());
             break;
         case 1:
-            message = StepDone{ReadProperties(body.get_ref<const std::string&>())};
+            message = StepDone{ReadProperties(body.at(0).get_ref<const std::string&>()),
+                               body.at(1).get<std::vector<std::string>>()};
             break;
         case 2:
             Read(body, &message.emplace<Event>());
