@@ -309,7 +309,7 @@ long View::Walk(const Start& start, std::string_view path, Last last, Entry* ent
         if (mount != entry->mount) LookAt(mount, below, entry);
         if ((!is_last || ends_in_slash) && !entry->is_directory()) return -ENOTDIR;
         if (is_last) return 0;
-        at = DirectoryAt(entry->mount, entry->path);
+        at = {entry->mount, entry->path, entry->is_private};
     }
 }
 
