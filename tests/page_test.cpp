@@ -54,6 +54,17 @@ TEST(PageTest, DataIsWhatTheDocumentsSay) {
               "the library crashed with SIGSEGV in step early, last loading /f");
 }
 
+TEST(PageTest, TheMatrixHasItsSummaryAsItIs) {
+    extprop::Summary summary;
+    summary.device = "</script><b>";
+    summary.variants.resize(1);
+    summary.variants[0].variant[extprop::kRegionAxis] = "{{data}}";
+    summary.properties = {{"ro.x", {{"\n<!--", {0}, nullptr}}}};
+    const Parts page = PartsOf(extprop::SummaryPage(summary));
+    EXPECT_EQ(json::parse(page.data), ToJson(summary));
+    EXPECT_THAT(page.after, Not(HasSubstr("<b>")));
+}
+
 // Whatever a device's files say, it comes back from the data as it is and changes nothing else.
 TEST(PageTest, HostileTextStaysText) {
     const Parts plain = PartsOf(ReportPage(MakeReport("m"), MakeExplanation("a")));
