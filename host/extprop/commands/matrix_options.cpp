@@ -1,5 +1,6 @@
 #include "commands/matrix_options.h"
 
+#include <stdint.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -17,7 +18,7 @@ namespace {
 // Tells a terminal how much of something is done.
 class Progress {
   public:
-    explicit Progress(size_t total) : total_(total) {}
+    explicit Progress(size_t total) : total_(static_cast<int64_t>(total)) {}
 
     ~Progress() {
         if (is_shown_) std::cerr << "\r\x1b[K" << std::flush;
@@ -30,16 +31,15 @@ class Progress {
         const auto now = steady_clock::now();
         if (isatty(STDERR_FILENO) != 1 || now - last_ < milliseconds(100)) return;
         last_ = now;
-        const double left = duration<double>(now - start_).count() / done_ *
-                            static_cast<double>(total_ - done_);
+        const auto left = (now - start_) / done_ * (total_ - done_);
         std::cerr << "\r\x1b[K" << done_ << " of " << total_ << " variants, about "
-                  << static_cast<int>(left + 1) << " s left" << std::flush;
+                  << duration_cast<seconds>(left).count() + 1 << " s left" << std::flush;
         is_shown_ = true;
     }
 
   private:
-    const size_t total_;
-    size_t done_ = 0;
+    const int64_t total_;
+    int64_t done_ = 0;
     bool is_shown_ = false;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::chrono::steady_clock::time_point last_ = start_;

@@ -210,8 +210,9 @@ class Finder {
         const std::string directory = Dirname(path);
         const size_t directories = below.size() - 1;
         const auto directory_at = [&](size_t i) {
-            return properties + "/" +
-                   Join(std::vector<std::string>(below.begin(), below.begin() + i + 1), "/");
+            std::string path = properties;
+            for (size_t j = 0; j <= i; ++j) path += "/" + below[j];
+            return path;
         };
         for (size_t i = 1; i + 1 < directories; ++i) {
             if (!IsKind(below[i])) continue;

@@ -140,9 +140,10 @@ std::string VariantsNamer::Text(const std::vector<size_t>& variants) const {
         if (wanted[variant]) texts.push_back(VariantText(all_[variant].variant));
     }
     const size_t listed = std::min(texts.size(), kMostListed);
-    std::string text = android::base::Join(
-            std::vector<std::string>(texts.begin(), texts.begin() + listed), ", ");
-    if (listed < texts.size()) text += " and " + std::to_string(texts.size() - listed) + " more";
+    const size_t more = texts.size() - listed;
+    texts.resize(listed);
+    std::string text = android::base::Join(texts, ", ");
+    if (more > 0) text += " and " + std::to_string(more) + " more";
     return text;
 }
 
