@@ -58,7 +58,8 @@ std::string SummaryText(const Summary& summary) {
             }
         }
     }
-    if (summary.properties.empty() && good > 0) text += "no property differs between the variants\n";
+    if (summary.properties.empty() && good > 0)
+        text += "no property differs between the variants\n";
     if (!summary.dead.empty()) text += "\nNo variant and no step reads:\n";
     for (const DeadPlace& place : summary.dead) {
         text += "  " + Printable(place.path) + "\n    " + Printable(place.reason) + "\n";
