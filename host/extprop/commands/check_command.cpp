@@ -43,9 +43,7 @@ ExitStatus Record(const std::string& device, const std::string& file,
                   << FailureText(*variant.failure) << "\n";
         return kLibraryFailed;
     }
-    std::vector<std::string> steps = arguments.steps;
-    if (steps.empty()) steps.assign(std::begin(kDefaultSteps), std::end(kDefaultSteps));
-    WriteOutput(file, RecordedExpectations(summary, steps));
+    WriteOutput(file, RecordedExpectations(summary, arguments.steps));
     std::cout << file << ": " << summary.properties.size() << " properties of "
               << summary.variants.size() << " variants\n";
     return kDone;
