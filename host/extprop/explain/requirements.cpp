@@ -431,7 +431,9 @@ Words Requirements::AtEnd(Words words) const {
 std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const std::string& name) {
     for (const Importer& importer : importers_[file.path]) {
         if (!PassesFilter(name, importer.import->filter)) continue;
-        if (auto words = ImportWords(importer); words && !Cover(*words, file)) return words;
+        auto words = ImportWords(importer);
+        if (words) words = WordsToImported(*words, file);
+        if (words) return words;
     }
     return std::nullopt;
 }
@@ -446,7 +448,7 @@ std::optional<Words> Requirements::WholeFileWords(const SurveyedFile& file) {
     for (const Importer& importer : importers_[file.path]) {
         if (words || !importer.import->filter.empty()) continue;
         words = ImportWords(importer);
-        if (words && Cover(*words, file)) words.reset();
+        if (words) words = WordsToImported(*words, file);
     }
     return whole_[file.path] = words;
 }
@@ -566,6 +568,17 @@ bool Requirements::IsGone(const std::string& path) const {
         }
     }
     return false;
+}
+
+// Makes the words, which load what imports the file, find it where something is mounted over it.
+std::optional<Words> Requirements::WordsToImported(Words words, const SurveyedFile& file) const {
+    if (Cover(words, file)) return std::nullopt;
+    const auto step = std::find_if(words.begin(), words.end(), IsStepWord);
+    const bool reboots = std::find(words.begin(), words.end(), "reboot") != words.end();
+    if (IsCovered(file.source.value_or(file.path)) && step != words.end() && !reboots) {
+        words.insert(step, "reboot");
+    }
+    return words;
 }
 
 // Whether a step among the words mounts something over the file before it imports it.

@@ -67,6 +67,7 @@ class Requirements {
     bool IsGone(const std::string& path) const;
     bool IsCovered(const std::string& path) const;
     bool Cover(const Words& words, const SurveyedFile& file) const;
+    std::optional<Words> WordsToImported(Words words, const SurveyedFile& file) const;
     std::string ValueOf(const std::string& name) const;
     bool RestoresChannel() const;
 
