@@ -96,10 +96,11 @@ ExitStatus Print(const Summary& summary, const Arguments& arguments) {
     return TellUnknown(arguments.names, summary) ? kBadInput : kDone;
 }
 
-ExitStatus Merge(const Arguments& arguments) {
+ExitStatus Merge(Arguments arguments) {
     LineMerger merger;
     for (const std::string& file : arguments.merged) merger.Read(file);
-    return Print(merger.Summarize(arguments.words), arguments);
+    arguments.names = arguments.words;
+    return Print(merger.Summarize(arguments.names), arguments);
 }
 
 ExitStatus Compare(const Arguments& arguments) {
