@@ -432,7 +432,7 @@ std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const s
     for (const Importer& importer : importers_[file.path]) {
         if (!PassesFilter(name, importer.import->filter)) continue;
         auto words = ImportWords(importer);
-        if (words) words = WordsToImported(*words, file);
+        if (words) words = WordsToImported(*words, file, *importer.file);
         if (words) return words;
     }
     return std::nullopt;
@@ -448,7 +448,7 @@ std::optional<Words> Requirements::WholeFileWords(const SurveyedFile& file) {
     for (const Importer& importer : importers_[file.path]) {
         if (words || !importer.import->filter.empty()) continue;
         words = ImportWords(importer);
-        if (words) words = WordsToImported(*words, file);
+        if (words) words = WordsToImported(*words, file, *importer.file);
     }
     return whole_[file.path] = words;
 }
@@ -571,8 +571,17 @@ bool Requirements::IsGone(const std::string& path) const {
 }
 
 // Makes the words, which load what imports the file, find it where something is mounted over it.
-std::optional<Words> Requirements::WordsToImported(Words words, const SurveyedFile& file) const {
-    if (Cover(words, file)) return std::nullopt;
+std::optional<Words> Requirements::WordsToImported(Words words, const SurveyedFile& file,
+                                                   const SurveyedFile& importer) {
+    // The installing service's message, and what it imports, is read before the mount.
+    const bool is_before = importer.path == kCotaMountInfoFile ||
+                           importer.path == kCotaModuleInfoFile ||
+                           of_messages_.count(importer.path) != 0;
+    if (is_before) {
+        of_messages_.insert(file.path);
+    } else if (Cover(words, file)) {
+        return std::nullopt;
+    }
     const auto step = std::find_if(words.begin(), words.end(), IsStepWord);
     const bool reboots = std::find(words.begin(), words.end(), "reboot") != words.end();
     if (IsCovered(file.source.value_or(file.path)) && step != words.end() && !reboots) {

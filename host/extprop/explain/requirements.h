@@ -67,7 +67,8 @@ class Requirements {
     bool IsGone(const std::string& path) const;
     bool IsCovered(const std::string& path) const;
     bool Cover(const Words& words, const SurveyedFile& file) const;
-    std::optional<Words> WordsToImported(Words words, const SurveyedFile& file) const;
+    std::optional<Words> WordsToImported(Words words, const SurveyedFile& file,
+                                         const SurveyedFile& importer);
     std::string ValueOf(const std::string& name) const;
     bool RestoresChannel() const;
 
@@ -80,6 +81,7 @@ class Requirements {
     std::map<std::string, const SurveyedFile*> files_;        // by the device's own path
     std::map<std::string, std::vector<Importer>> importers_;  // by the device's own path
     bool has_filters_ = false;
+    std::set<std::string> of_messages_;                  // the files that are imported by messages
     std::map<std::string, std::optional<Words>> known_;  // of files for their own sake
     std::map<std::string, std::optional<Words>> whole_;  // and for their importers'
     std::map<std::pair<std::string, std::string>, std::optional<Words>> imported_;
