@@ -8,7 +8,10 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <iterator>
+#include <ostream>
 #include <stdexcept>
+#include <streambuf>
 
 #include <android-base/cmsg.h>
 #include <android-base/file.h>
@@ -19,13 +22,47 @@
 
 namespace extprop {
 
+namespace {
+
+// Writes to a file and counts, or only counts, so that what may be large is never held whole.
+class Output : public std::streambuf {
+  public:
+    // Counts only if `fd` is negative.
+    explicit Output(int fd) : fd_(fd) { setp(buffer_, std::end(buffer_)); }
+
+    bool Flush() { return overflow(traits_type::eof()) != traits_type::eof(); }
+    size_t size() const { return size_; }
+
+  protected:
+    int_type overflow(int_type next) override {
+        const size_t count = pptr() - pbase();
+        size_ += count;
+        setp(buffer_, std::end(buffer_));
+        if (fd_ >= 0 && !android::base::WriteFully(fd_, buffer_, count)) return traits_type::eof();
+        if (next != traits_type::eof()) sputc(traits_type::to_char_type(next));
+        return traits_type::not_eof(next);
+    }
+
+  private:
+    int fd_;
+    size_t size_ = 0;
+    char buffer_[16 * 1024];
+};
+
+}  // namespace
+
 // CBOR rather than text: property values are bytes, not always UTF-8. Its size goes first.
 bool SendDocument(int fd, const json& document) {
-    std::vector<uint8_t> body(sizeof(uint32_t));
-    json::to_cbor(document, body);
-    const uint32_t size = body.size() - sizeof(uint32_t);
-    memcpy(body.data(), &size, sizeof(size));
-    return android::base::WriteFully(fd, body.data(), body.size());
+    Output counter(-1);
+    std::ostream counted(&counter);
+    json::to_cbor(document, counted);
+    counter.Flush();
+    const uint32_t size = counter.size();
+    Output output(fd);
+    std::ostream out(&output);
+    out.write(reinterpret_cast<const char*>(&size), sizeof(size));
+    json::to_cbor(document, out);
+    return out.good() && output.Flush();
 }
 
 Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline, json* document) {

@@ -47,9 +47,9 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
     if (json) {
         PrintJson(ToJson(report));
     } else if (!quiet) {
-        std::cout << ReportText(report, verbose);
+        PrintReport(report, verbose, std::cout);
     } else if (!report.failure) {
-        std::cout << PropertyListing(report.properties, isatty(STDOUT_FILENO) == 1);
+        PrintProperties(report.properties, isatty(STDOUT_FILENO) == 1, std::cout);
     }
     return status;
 }

@@ -72,13 +72,11 @@ PropertyMap ReadProperties(const std::string& path) {
     return properties;
 }
 
-std::string PropertyListing(const PropertyMap& properties, bool for_terminal) {
-    std::string listing;
+void PrintProperties(const PropertyMap& properties, bool for_terminal, std::ostream& out) {
     for (const auto& [name, value] : properties) {
         const std::string line = "[" + name + kSeparator + value + "]";
-        listing += (for_terminal ? Printable(line) : line) + "\n";
+        out << (for_terminal ? Printable(line) : line) << "\n";
     }
-    return listing;
 }
 
 }  // namespace extprop

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <iosfwd>
 #include <string>
 #include <utility>
 
@@ -19,7 +20,7 @@ std::pair<std::string, std::string> ParseSetting(const std::string& text);
 // an earlier one. Throws InputError naming the file and the line at fault.
 PropertyMap ReadProperties(const std::string& path);
 
-// Returns "[name]: [value]\n" for each property, byte for byte unless it is for a terminal.
-std::string PropertyListing(const PropertyMap& properties, bool for_terminal);
+// Prints "[name]: [value]\n" for each property, byte for byte unless it is for a terminal.
+void PrintProperties(const PropertyMap& properties, bool for_terminal, std::ostream& out);
 
 }  // namespace extprop

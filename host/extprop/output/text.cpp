@@ -204,8 +204,7 @@ std::string SideText(const DifferenceSide& side) {
 
 }  // namespace
 
-std::string ReportText(const Report& report, bool verbose) {
-    std::ostringstream out;
+void PrintReport(const Report& report, bool verbose, std::ostream& out) {
     if (verbose) out << "sandbox: " << report.way << "\n\n";
     for (const StepReport& step : report.steps) {
         out << "== " << Printable(step.step);
@@ -219,9 +218,9 @@ std::string ReportText(const Report& report, bool verbose) {
         printer.PrintUsual();
         out << "\n";
     }
-    if (report.failure) return out.str();
-    out << "== properties\n" << PropertyListing(report.properties, true);
-    return out.str();
+    if (report.failure) return;
+    out << "== properties\n";
+    PrintProperties(report.properties, true, out);
 }
 
 std::string FailureText(const BootFailure& failure) {

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <iosfwd>
 #include <string>
 
 #include "explain/diff.h"
@@ -9,9 +10,9 @@
 
 namespace extprop {
 
-// Returns a boot's report. A verbose one has every log line and opened file; otherwise warnings
+// Prints a boot's report. A verbose one has every log line and opened file; otherwise warnings
 // that every device gives are counted. The properties end it unless the boot failed.
-std::string ReportText(const Report& report, bool verbose);
+void PrintReport(const Report& report, bool verbose, std::ostream& out);
 
 // Returns one line that says what the library did not survive.
 std::string FailureText(const BootFailure& failure);
