@@ -1,7 +1,6 @@
 #include "output/text.h"
 
 #include <algorithm>
-#include <sstream>
 
 #include <android-base/strings.h>
 
