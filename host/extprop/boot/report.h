@@ -15,9 +15,9 @@ namespace extprop {
 
 using android::init::PropertyMap;
 
+// A property that init was given with a new value, which stands among all that it was given.
 struct Change {
     std::string name;
-    std::string value;
     std::optional<std::string> previous;
 };
 

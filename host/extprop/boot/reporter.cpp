@@ -97,7 +97,7 @@ Handover Reporter::Apply(PropertyMap properties) const {
         }
         std::optional<std::string> previous = platform::StoreProperty(name, value);
         if (previous == value || !is_told(name)) continue;
-        handover.changes.push_back({name, value, std::move(previous)});
+        handover.changes.push_back({name, std::move(previous)});
     }
     if (detail_ == Detail::kNothing) return handover;
     for (auto property = properties.begin(); property != properties.end();) {

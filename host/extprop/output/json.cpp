@@ -13,7 +13,7 @@ namespace {
 
 template <typename Fields>
 void Visit(Fields& fields, Change& change) {
-    fields("name", change.name)("value", change.value)("previous", change.previous);
+    fields("name", change.name)("previous", change.previous);
 }
 
 template <typename Fields>
@@ -590,7 +590,17 @@ json ToJson(const VariantList& list) {
 }
 
 json ToJson(const Report& report) {
-    return Document(report, kReportFormat);
+    json document = Document(report, kReportFormat);
+    for (json& step : document.at("steps")) {
+        for (json& event : step.at("events")) {
+            if (!event.contains("changes")) continue;
+            for (json& change : event.at("changes")) {
+                change["value"] =
+                        event.at("properties").at(change.at("name").get_ref<std::string&>());
+            }
+        }
+    }
+    return document;
 }
 
 json ToJson(const Explanation& explanation) {

@@ -144,7 +144,7 @@ class EventPrinter {
         out_ << "\n";
         for (const Change& change : handover.changes) {
             out_ << (change.previous ? "    ~ " : "    + ") << Printable(change.name) << "="
-                 << Printable(change.value);
+                 << Printable(handover.properties.at(change.name));
             if (change.previous) out_ << "  (was " << Printable(*change.previous) << ")";
             out_ << "\n";
         }
