@@ -8,7 +8,7 @@ TEST_PACKAGES="clang clang-format clang-tidy libclang-rt-dev libgtest-dev libgmo
     libglib2.0-dev pkg-config blueprint-tools bash-completion dpkg-dev file mandoc zsh e2fsprogs
     erofs-utils android-sdk-libsparse-utils"
 ARM64_PACKAGES="g++-aarch64-linux-gnu qemu-user-static android-libbase-dev:arm64 libfmt-dev:arm64
-    libgtest-dev:arm64 libgmock-dev:arm64 libssl-dev:arm64 libyaml-cpp-dev:arm64"
+    libgtest-dev:arm64 libgmock-dev:arm64 libssl-dev:arm64"
 
 # Runs a command as root.
 as_root() {
