@@ -22,6 +22,15 @@
 #include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 
+namespace sandbox {
+
+// As it stands in the names of tests.
+void PrintTo(Way way, std::ostream* out) {
+    *out << (way == Way::kRedirect ? "redirect" : way == Way::kOverlay ? "overlay" : "copy");
+}
+
+}  // namespace sandbox
+
 namespace {
 
 namespace fs = std::filesystem;
