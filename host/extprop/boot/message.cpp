@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <istream>
 #include <iterator>
 #include <ostream>
 #include <stdexcept>
@@ -24,45 +25,72 @@ namespace extprop {
 
 namespace {
 
-// Writes to a file and counts, or only counts, so that what may be large is never held whole.
-class Output : public std::streambuf {
-  public:
-    // Counts only if `fd` is negative.
-    explicit Output(int fd) : fd_(fd) { setp(buffer_, std::end(buffer_)); }
+// A document goes in chunks, so that it is never held whole besides its own form: each behind its
+// size, the last one's with the mark.
+using ChunkHead = uint32_t;
+constexpr ChunkHead kLastChunk = ChunkHead{1} << 31;
+constexpr size_t kChunkSize = 16 * 1024;
 
-    bool Flush() { return overflow(traits_type::eof()) != traits_type::eof(); }
-    size_t size() const { return size_; }
+class ChunkWriter : public std::streambuf {
+  public:
+    explicit ChunkWriter(int fd) : fd_(fd) { Restart(); }
+
+    // Sends what is left.
+    bool End() { return Send(kLastChunk); }
 
   protected:
     int_type overflow(int_type next) override {
-        const size_t count = pptr() - pbase();
-        size_ += count;
-        setp(buffer_, std::end(buffer_));
-        if (fd_ >= 0 && !android::base::WriteFully(fd_, buffer_, count)) return traits_type::eof();
-        if (next != traits_type::eof()) sputc(traits_type::to_char_type(next));
-        return traits_type::not_eof(next);
+        if (!Send(0)) return traits_type::eof();
+        Restart();
+        return sputc(traits_type::to_char_type(next));
+    }
+
+  private:
+    void Restart() { setp(buffer_ + sizeof(ChunkHead), std::end(buffer_)); }
+
+    bool Send(ChunkHead mark) {
+        const ChunkHead head = static_cast<ChunkHead>(pptr() - pbase()) | mark;
+        memcpy(buffer_, &head, sizeof(head));
+        return android::base::WriteFully(fd_, buffer_, pptr() - buffer_);
+    }
+
+    int fd_;
+    char buffer_[sizeof(ChunkHead) + kChunkSize];
+};
+
+class ChunkReader : public std::streambuf {
+  public:
+    explicit ChunkReader(int fd) : fd_(fd) {}
+
+  protected:
+    int_type underflow() override {
+        ChunkHead head = 0;
+        if (is_last_ || !android::base::ReadFully(fd_, &head, sizeof(head))) {
+            return traits_type::eof();
+        }
+        is_last_ = (head & kLastChunk) != 0;
+        const size_t size = head & ~kLastChunk;
+        if (size == 0 || size > kChunkSize || !android::base::ReadFully(fd_, buffer_, size)) {
+            return traits_type::eof();
+        }
+        setg(buffer_, buffer_, buffer_ + size);
+        return traits_type::to_int_type(*gptr());
     }
 
   private:
     int fd_;
-    size_t size_ = 0;
-    char buffer_[16 * 1024];
+    bool is_last_ = false;
+    char buffer_[kChunkSize];
 };
 
 }  // namespace
 
-// CBOR rather than text: property values are bytes, not always UTF-8. Its size goes first.
+// CBOR rather than text: property values are bytes, not always UTF-8.
 bool SendDocument(int fd, const json& document) {
-    Output counter(-1);
-    std::ostream counted(&counter);
-    json::to_cbor(document, counted);
-    counter.Flush();
-    const uint32_t size = counter.size();
-    Output output(fd);
-    std::ostream out(&output);
-    out.write(reinterpret_cast<const char*>(&size), sizeof(size));
+    ChunkWriter chunks(fd);
+    std::ostream out(&chunks);
     json::to_cbor(document, out);
-    return out.good() && output.Flush();
+    return out.good() && chunks.End();
 }
 
 Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline, json* document) {
@@ -72,12 +100,10 @@ Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
     pollfd ready{fd, POLLIN, 0};
     if (TEMP_FAILURE_RETRY(poll(&ready, 1, wait)) != 1) return Received::kTimeOut;
 
-    uint32_t size = 0;
-    if (!android::base::ReadFully(fd, &size, sizeof(size))) return Received::kEnd;
-    std::vector<uint8_t> body(size);
-    if (!android::base::ReadFully(fd, body.data(), body.size())) return Received::kEnd;
-    *document = json::from_cbor(body);
-    return Received::kMessage;
+    ChunkReader chunks(fd);
+    std::istream in(&chunks);
+    *document = json::from_cbor(in, true, false);
+    return document->is_discarded() ? Received::kEnd : Received::kMessage;
 }
 
 std::optional<json> AskInside(const sandbox::Sandbox& root, const std::function<json()>& question,
