@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -15,6 +16,9 @@ using android::init::PropertyMap;
 
 // Returns a copy of all system properties. Safe from any thread, as is everything below.
 PropertyMap AllProperties();
+
+// Shows all system properties to `read`, which must not set any.
+void ReadProperties(const std::function<void(const PropertyMap&)>& read);
 
 // Makes `properties` the whole property store.
 void ResetProperties(PropertyMap properties);

@@ -31,6 +31,11 @@ PropertyMap AllProperties() {
     return Store();
 }
 
+void ReadProperties(const std::function<void(const PropertyMap&)>& read) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    read(Store());
+}
+
 void ResetProperties(PropertyMap properties) {
     std::lock_guard<std::mutex> lock(g_mutex);
     Store() = std::move(properties);

@@ -32,6 +32,7 @@ std::string DevicePath(const std::string& device) {
     if (!std::filesystem::is_directory(path)) throw InputError(device + ": Not a directory");
     return path;
 }
+
 // One boot: the process that plays init, and what has come from it.
 class BootedDevice {
   public:
@@ -98,8 +99,8 @@ class BootedDevice {
             std::visit(Overloaded{
                                [](const StepRequest&) {},
                                [&](StepDone& step) {
-                                   properties_ = std::move(step.properties);
-                                   removed_ = std::move(step.removed);
+                                   properties_ = std::move(step.delta.changed);
+                                   removed_ = std::move(step.delta.removed);
                                    done = true;
                                },
                                [&](Event& event) {

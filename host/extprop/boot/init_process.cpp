@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <iterator>
 #include <stdexcept>
 
 #include <android-base/logging.h>
@@ -11,6 +10,7 @@
 #include "boot/call_chain.h"
 #include "boot/installing_service.h"
 #include "boot/message.h"
+#include "boot/property_delta.h"
 #include "boot/reporter.h"
 #include "platform.h"
 
@@ -61,15 +61,13 @@ class Init {
         if (!before.empty()) tracker->NoteNames(&early_properties_);
         step.kind->perform(context_, step.argument);
         PropertyMap loaded;
-        std::set_difference(early_properties_.begin(), early_properties_.end(), before.begin(),
-                            before.end(), std::inserter(loaded, loaded.end()));
+        if (!before.empty()) loaded = DeltaFrom(before, early_properties_).changed;
         tracker->NoteNames(nullptr);
         for (const std::string& name : tracker->TakeNames()) {
             loaded.emplace(name, early_properties_.at(name));
         }
-        if (!loaded.empty()) {
-            reporter_->OnMap(std::move(loaded), &early_properties_, step.kind->operation);
-        }
+        const PropertyMap& taken = before.empty() ? early_properties_ : loaded;
+        if (!taken.empty()) reporter_->OnMap(taken, &early_properties_, step.kind->operation);
     }
 
     const BootPlan& plan_;
@@ -78,18 +76,6 @@ class Init {
     StepContext context_;
     bool stored_taken_ = false;
 };
-
-StepDone Against(const PropertyMap& base, const PropertyMap& properties) {
-    StepDone done;
-    for (const auto& [name, value] : properties) {
-        auto old = base.find(name);
-        if (old == base.end() || old->second != value) done.properties.emplace(name, value);
-    }
-    for (const auto& [name, value] : base) {
-        if (properties.count(name) == 0) done.removed.push_back(name);
-    }
-    return done;
-}
 
 }  // namespace
 
@@ -122,13 +108,14 @@ int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* 
         if (index >= 0) init.Perform(plan.steps[index]);
         if (index == kEndOfBoot) init.TakeStored();
         const bool asked = plan.detail == Detail::kEverything || index == kEndOfBoot;
-        if (!asked) {
-            reporter.Send(StepDone());
-        } else if (plan.base == nullptr) {
-            reporter.Send(StepDone{platform::AllProperties(), {}});
-        } else {
-            reporter.Send(Against(*plan.base, platform::AllProperties()));
+        StepDone done;
+        if (asked) {
+            platform::ReadProperties([&](const PropertyMap& properties) {
+                static const PropertyMap kNone;
+                done = {DeltaFrom(plan.base != nullptr ? *plan.base : kNone, properties)};
+            });
         }
+        reporter.Send(std::move(done));
     }
     return 0;
 }

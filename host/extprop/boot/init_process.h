@@ -2,8 +2,6 @@
 
 #pragma once
 
-#include <limits.h>
-
 #include <functional>
 #include <optional>
 #include <set>
@@ -34,7 +32,7 @@ struct BootPlan {
     std::vector<std::string> requests;  // of the installing service, while a bind thread runs
     std::set<std::string> written;      // the files that an earlier boot wrote
     Detail detail = Detail::kEverything;
-    // Of a boot that tells nothing: what its end is told against, null for nothing.
+    // What the properties are told against; they are told whole if it is null.
     const PropertyMap* base = nullptr;
     // The names whose lines are told of, so that their origins can be known; none if empty.
     std::function<bool(const std::string& name)> traced;

@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "boot/property_delta.h"
 #include "boot/report.h"
 #include "sandbox.h"
 
@@ -19,10 +20,10 @@ struct StepRequest {
     int index = 0;
 };
 
-// The step asked for is done; the system properties then.
+// The step asked for is done; the system properties then, if they are told, as against the plan's
+// base.
 struct StepDone {
-    PropertyMap properties;            // those that differ, of a boot that is told against others
-    std::vector<std::string> removed;  // those of the others that it has not
+    PropertyDelta delta;
 };
 
 using Message = std::variant<StepRequest, StepDone, Event, LinesRead, ImportRead>;

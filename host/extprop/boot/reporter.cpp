@@ -83,27 +83,34 @@ void Reporter::Tell(Event event) {
     if (detail_ != Detail::kNothing) Send(std::move(event));
 }
 
+bool Reporter::IsTold(const std::string& name) const {
+    return detail_ == Detail::kEverything || (wanted_ && wanted_(name));
+}
+
+PropertyMap Reporter::Told(PropertyMap properties) const {
+    for (auto property = properties.begin(); property != properties.end();) {
+        property = IsTold(property->first) ? std::next(property) : properties.erase(property);
+    }
+    return properties;
+}
+
 // Makes the properties the system's, but for those that init refuses, and returns what became of
-// those that are told of.
-Handover Reporter::Apply(PropertyMap properties) const {
+// those that are told of. They are copied only if they are told of and not the last to be used.
+template <typename Properties>
+Handover Reporter::Apply(Properties&& properties) const {
     Handover handover;
-    const auto is_told = [this](const std::string& name) {
-        return detail_ == Detail::kEverything || (wanted_ && wanted_(name));
-    };
     for (const auto& [name, value] : properties) {
         if (auto reason = WhyRefused(name, value)) {
-            if (is_told(name)) handover.refused.push_back({name, value, *reason});
+            if (IsTold(name)) handover.refused.push_back({name, value, *reason});
             continue;
         }
         std::optional<std::string> previous = platform::StoreProperty(name, value);
-        if (previous == value || !is_told(name)) continue;
+        if (previous == value || !IsTold(name)) continue;
         handover.changes.push_back({name, std::move(previous)});
     }
-    if (detail_ == Detail::kNothing) return handover;
-    for (auto property = properties.begin(); property != properties.end();) {
-        property = is_told(property->first) ? std::next(property) : properties.erase(property);
+    if (detail_ != Detail::kNothing) {
+        handover.properties = Told(std::forward<Properties>(properties));
     }
-    handover.properties = std::move(properties);
     return handover;
 }
 
@@ -120,12 +127,12 @@ void Reporter::OnCallback(int mode, PropertyMap properties, const void* frame) {
     Tell(std::move(event));
 }
 
-void Reporter::OnMap(PropertyMap loaded, const PropertyMap* map, const char* operation) {
+void Reporter::OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation) {
     MapEvent event;
     event.operations = {operation};
     event.map = tracker_.TakenOver(map);
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
-    static_cast<Handover&>(event) = Apply(std::move(loaded));
+    static_cast<Handover&>(event) = Apply(loaded);
     Tell(std::move(event));
 }
 

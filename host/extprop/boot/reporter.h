@@ -35,7 +35,7 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnCallback(int mode, PropertyMap properties, const void* frame);
 
     // init takes what the step loaded into its own map.
-    void OnMap(PropertyMap loaded, const PropertyMap* map, const char* operation);
+    void OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation);
 
     // init takes the stored persistent properties.
     void OnStored(const PropertyMap& stored);
@@ -64,7 +64,10 @@ class Reporter : public platform::Observer, private LoadListener {
   private:
     bool follows_loads() const { return detail_ != Detail::kNothing || tracker_.notes_names(); }
 
-    Handover Apply(PropertyMap properties) const;
+    bool IsTold(const std::string& name) const;
+    PropertyMap Told(PropertyMap properties) const;
+    template <typename Properties>
+    Handover Apply(Properties&& properties) const;
 
     void OnLoadBegun(LoadEvent event) override { Tell(std::move(event)); }
     void OnLinesRead(LinesRead lines) override { Send(std::move(lines)); }

@@ -34,7 +34,8 @@ std::string LineWriter::Line(const Variant& variant, const Outcome& outcome) con
     const std::set<std::string> removed(outcome.removed.begin(), outcome.removed.end());
     std::string properties;
     const auto add = [&](const std::string& text) {
-        properties += (properties.empty() ? "" : ",") + text;
+        if (!properties.empty()) properties += ',';
+        properties += text;
     };
     auto next = changed.begin();
     for (const auto& [name, text] : base_) {
@@ -83,16 +84,7 @@ void LineMerger::Add(VariantLine line) {
         base_ = line.properties;
         collector_.emplace(base_);
     }
-    Outcome outcome;
-    outcome.failure = std::move(line.failure);
-    for (const auto& [name, value] : base_) {
-        if (line.properties.count(name) == 0) outcome.removed.push_back(name);
-    }
-    for (auto& [name, value] : line.properties) {
-        auto old = base_.find(name);
-        if (old == base_.end() || old->second != value) outcome.changed[name] = std::move(value);
-    }
-    collector_->Add(line.variant, std::move(outcome));
+    collector_->Add(line.variant, {DeltaFrom(base_, line.properties), {}, std::move(line.failure)});
 }
 
 void LineMerger::Add(const Summary& summary) {

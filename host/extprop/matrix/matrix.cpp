@@ -12,16 +12,7 @@ namespace extprop {
 namespace {
 
 Outcome Against(const PropertyMap& base, Report report) {
-    Outcome outcome;
-    outcome.failure = std::move(report.failure);
-    for (auto& [name, value] : report.properties) {
-        auto old = base.find(name);
-        if (old == base.end() || old->second != value) outcome.changed[name] = std::move(value);
-    }
-    for (const auto& [name, value] : base) {
-        if (report.properties.count(name) == 0) outcome.removed.push_back(name);
-    }
-    return outcome;
+    return {DeltaFrom(base, report.properties), {}, std::move(report.failure)};
 }
 
 }  // namespace
@@ -65,8 +56,7 @@ Outcome Matrix::BootAgainstBase(const Words& words) {
         if (report.failure) {
             outcome = Against(base_.properties, BootAlone(words));
         } else {
-            outcome.changed = std::move(report.properties);
-            outcome.removed = std::move(report.removed);
+            outcome = {{std::move(report.properties), std::move(report.removed)}, {}, {}};
         }
     }
     outcome.words = words;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "boot/property_delta.h"
 #include "explain/dead_places.h"
 #include "explain/origins.h"
 #include "matrix/variants.h"
@@ -15,10 +16,8 @@
 namespace extprop {
 
 // What a variant's boot came to, as against that of the device as it is.
-struct Outcome {
-    Words words;          // that make the variant
-    PropertyMap changed;  // properties that are new or have another value
-    std::vector<std::string> removed;
+struct Outcome : PropertyDelta {
+    Words words;                         // that make the variant
     std::optional<BootFailure> failure;  // the properties are then those before it
 };
 

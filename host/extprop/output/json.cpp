@@ -493,7 +493,7 @@ json ToJson(const Message& message) {
     const json body =
             std::visit(Overloaded{
                                [](const StepDone& done) -> json {
-                                   return {WriteProperties(done.properties), done.removed};
+                                   return {WriteProperties(done.delta.changed), done.delta.removed};
                                },
                                [](const auto& kind) { return Write(kind); },
                        },
@@ -509,8 +509,8 @@ Message MessageFromJson(json document) {
             Read(body, &message.emplace<StepRequest>());
             break;
         case 1:
-            message = StepDone{ReadProperties(body.at(0).get_ref<const std::string&>()),
-                               body.at(1).get<std::vector<std::string>>()};
+            message = StepDone{{ReadProperties(body.at(0).get_ref<const std::string&>()),
+                                body.at(1).get<std::vector<std::string>>()}};
             break;
         case 2:
             Read(body, &message.emplace<Event>());

@@ -1,0 +1,19 @@
+// What some properties are as against others.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "boot/report.h"
+
+namespace extprop {
+
+struct PropertyDelta {
+    PropertyMap changed;  // properties that are new or have another value
+    std::vector<std::string> removed;
+};
+
+PropertyDelta DeltaFrom(const PropertyMap& base, const PropertyMap& properties);
+
+}  // namespace extprop
