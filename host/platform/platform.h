@@ -17,8 +17,8 @@ using android::init::PropertyMap;
 // Returns a copy of all system properties. Safe from any thread, as is everything below.
 PropertyMap AllProperties();
 
-// Shows all system properties to `read`, which must not set any.
-void ReadProperties(const std::function<void(const PropertyMap&)>& read);
+// Shows all system properties to `show`, which must not set any.
+void ShowProperties(const std::function<void(const PropertyMap&)>& show);
 
 // Makes `properties` the whole property store.
 void ResetProperties(PropertyMap properties);

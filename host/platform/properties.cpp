@@ -31,9 +31,9 @@ PropertyMap AllProperties() {
     return Store();
 }
 
-void ReadProperties(const std::function<void(const PropertyMap&)>& read) {
+void ShowProperties(const std::function<void(const PropertyMap&)>& show) {
     std::lock_guard<std::mutex> lock(g_mutex);
-    read(Store());
+    show(Store());
 }
 
 void ResetProperties(PropertyMap properties) {

@@ -110,7 +110,7 @@ int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* 
         const bool asked = plan.detail == Detail::kEverything || index == kEndOfBoot;
         StepDone done;
         if (asked) {
-            platform::ReadProperties([&](const PropertyMap& properties) {
+            platform::ShowProperties([&](const PropertyMap& properties) {
                 static const PropertyMap kNone;
                 done = {DeltaFrom(plan.base != nullptr ? *plan.base : kNone, properties)};
             });
