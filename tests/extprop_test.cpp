@@ -325,7 +325,7 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
         std::string error;
     } cases[] = {
             {"", "A subcommand is required"},
-            {"boto x", "unknown command 'boto'; did you mean boot?"},
+            {"boto x", "unknown command 'boto'; did you mean 'boot'?"},
             {"boot", "DEVICE is required"},
             {"boot " + Path("/none"), Path("/none") + ": No such file or directory"},
             {"boot " + file, file + ": Not a directory"},

@@ -50,7 +50,7 @@ std::string Unknown(const std::string& word) {
     for (const Command& command : kCommands) names.emplace_back(command.name);
     const std::string nearest = Nearest(word, names, kNear);
     const std::string text = "unknown command '" + word + "'";
-    return text + (nearest.empty() ? "; see extprop --help" : "; did you mean " + nearest + "?");
+    return text + (nearest.empty() ? "; see extprop --help" : Meant(nearest));
 }
 
 ExitStatus Run(const std::vector<std::string>& words) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "output/printable.h"
+
 namespace extprop {
 
 namespace {
@@ -47,6 +49,10 @@ std::string Nearest(const std::string& word, const std::vector<std::string>& kno
         nearest = candidate;
     }
     return nearest;
+}
+
+std::string Meant(const std::string& nearest) {
+    return nearest.empty() ? "" : "; did you mean " + Quoted(nearest) + "?";
 }
 
 }  // namespace extprop

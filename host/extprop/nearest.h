@@ -14,4 +14,7 @@ size_t Distance(const std::string& a, const std::string& b);
 // `most` letters differ.
 std::string Nearest(const std::string& word, const std::vector<std::string>& known, size_t most);
 
+// Returns what asks for the nearest word behind a message, nothing if there is none.
+std::string Meant(const std::string& nearest);
+
 }  // namespace extprop

@@ -95,6 +95,11 @@ Edit NvKeyEdit(const std::string& key) {
     return {kNvStores[0], "", key, false};
 }
 
+Words TriedWords(const std::string& property, const std::string& value) {
+    const std::string root = kTriedStep + strlen("early:");
+    return {"--edit", root + "/" + kBuildProp + ":" + property + "=" + value};
+}
+
 std::optional<size_t> MakeEditsHere(const std::vector<Edit>& edits) {
     for (size_t i = 0; i < edits.size(); ++i) {
         if (!Make(edits[i])) return i;

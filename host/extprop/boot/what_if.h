@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "device/places.h"
 #include "sandbox.h"
 
 namespace extprop {
@@ -24,6 +25,11 @@ Edit ParseEdit(const std::string& text);
 Edit BrandEdit(const std::string& name);
 Edit RegionEdit(const std::string& code);
 Edit NvKeyEdit(const std::string& key);
+
+// What sets a property behind all else: a partition that the device does not have, made with these
+// words to hold the property, and the step that loads it.
+Words TriedWords(const std::string& property, const std::string& value);
+inline constexpr char kTriedStep[] = "early:/data/what-if";
 
 // Makes the changes, in their order: every line of the name gets the value, or one is added at the
 // file's end, and a missing file is made. Throws InputError naming the path that cannot be written.

@@ -1,10 +1,13 @@
 #include "device/places.h"
 
+#include <algorithm>
+
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/names.h"
+#include "TesvoExtensionProperty/partitions.h"
 
 namespace extprop {
 
@@ -60,9 +63,24 @@ bool IsOfSwitchKey(const std::string& path) {
     const std::string leaf = android::base::Basename(directory);
     for (const SwitchKey& key : SwitchKeys()) {
         if (leaf != key.leaf) continue;
-        return android::base::Dirname(directory).find("/properties/") != std::string::npos;
+        return android::base::Dirname(directory).find(std::string("/") + kKeysDirectory + "/") !=
+               std::string::npos;
     }
     return false;
+}
+
+std::vector<std::string> AddedRoots(const std::string& brand_code, const std::string& region) {
+    const std::vector<std::string> others = partitionRoots("", "");
+    std::vector<std::string> added;
+    for (const std::string& root : partitionRoots(brand_code, region)) {
+        if (std::find(others.begin(), others.end(), root) == others.end()) added.push_back(root);
+    }
+    return added;
+}
+
+const std::string& RegionsDirectory() {
+    static const std::string directory = android::base::Dirname(AddedRoots("", "any").front());
+    return directory;
 }
 
 }  // namespace extprop

@@ -53,8 +53,21 @@ struct SwitchKey {
 };
 const std::vector<SwitchKey>& SwitchKeys();
 
+// Below each root, the directory in which the switch keys' directories lie.
+inline constexpr char kKeysDirectory[] = "properties";
+
 // Whether the file lies in a switch key's directory below some root's "properties".
 bool IsOfSwitchKey(const std::string& path);
+
+// The file of a root that every boot reads.
+inline constexpr char kBuildProp[] = "build.prop";
+
+// Returns the roots that the brand of this code or the region, or both, add to the list of
+// partitions.
+std::vector<std::string> AddedRoots(const std::string& brand_code, const std::string& region);
+
+// Returns the directory of which each one in it is a region's root.
+const std::string& RegionsDirectory();
 
 // Words of a command line.
 using Words = std::vector<std::string>;

@@ -42,6 +42,11 @@ void ParseListed(const std::string& path, const std::vector<std::string>& lines,
 
 }  // namespace
 
+bool CanBeValue(const std::string& text) {
+    return !text.empty() && Trim(text) == text &&
+           text.find_first_of(std::string("\n\0", 2)) == std::string::npos;
+}
+
 std::pair<std::string, std::string> ParseSetting(const std::string& text) {
     const size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0) {

@@ -12,6 +12,9 @@ namespace extprop {
 
 using android::init::PropertyMap;
 
+// Whether a key file, or the look-up of one property, can give this value.
+bool CanBeValue(const std::string& text);
+
 // Splits "NAME=VALUE". Throws InputError if there is no "=" or no name before it.
 std::pair<std::string, std::string> ParseSetting(const std::string& text);
 

@@ -12,6 +12,7 @@
 #include "TesvoExtensionProperty/names.h"
 #include "TesvoExtensionProperty/partitions.h"
 #include "nearest.h"
+#include "output/printable.h"
 
 namespace extprop {
 
@@ -26,8 +27,6 @@ using android::base::Split;
 using android::base::StartsWith;
 
 constexpr char kVendor[] = "/mnt/vendor";
-constexpr char kProperties[] = "properties";
-constexpr char kBuildProp[] = "build.prop";
 
 const std::vector<std::string>& KindNames() {
     static const std::vector<std::string> names = [] {
@@ -40,14 +39,6 @@ const std::vector<std::string>& KindNames() {
 
 bool IsKind(const std::string& name) {
     return std::find(KindNames().begin(), KindNames().end(), name) != KindNames().end();
-}
-
-std::string Quoted(const std::string& text) {
-    return "'" + text + "'";
-}
-
-std::string Meant(const std::string& nearest) {
-    return nearest.empty() ? "" : "; did you mean " + Quoted(nearest) + "?";
 }
 
 // Divides the dead files of one survey into the places that are at fault.
@@ -63,7 +54,7 @@ class Finder {
                 if (line.name == kBindPoint) bind_points_.push_back(line.value + "/");
             }
         }
-        const std::string regions = Dirname(partitionRoots("", "x")[9]);
+        const std::string& regions = RegionsDirectory();
         for (const SurveyedFile& file : survey.files) {
             const size_t at = file.path.find(regions.substr(strlen(kVendor)) + "/");
             if (at != 0 && at != strlen(kVendor)) continue;
@@ -161,7 +152,7 @@ class Finder {
             Add(DeadKind::kMisspeltPartition, partition,
                 "no root of the library lies on this partition" + Meant(kind.nearest));
         } else if (path == partition + "/" + kBuildProp ||
-                   StartsWith(path, partition + "/" + kProperties + "/")) {
+                   StartsWith(path, partition + "/" + kKeysDirectory + "/")) {
             Add(DeadKind::kUnknownPartition, partition,
                 "this looks like a partition of the library's, but none of its roots lies here");
         }
@@ -179,16 +170,16 @@ class Finder {
         if (IsOfSwitchKey(file.path) && !EndsWith(file.path, ".prop")) {
             Add(DeadKind::kSkippedFile, file.path,
                 "a switch key's files are loaded only if their names end in '.prop'");
-        } else if (below[0] == kProperties) {
-            PlaceInProperties(file.path, root + "/" + kProperties,
+        } else if (below[0] == kKeysDirectory) {
+            PlaceInProperties(file.path, root + "/" + kKeysDirectory,
                               {below.begin() + 1, below.end()});
         } else if (!file.readings.empty()) {
             const std::string& searched = file.readings[0].place;
-            Add(DeadKind::kUnsearchedRoot, searched + "/" + kProperties,
+            Add(DeadKind::kUnsearchedRoot, searched + "/" + kKeysDirectory,
                 Quoted(searched) +
                         " is none of the library's roots, so only the root of a carrier package "
                         "would be searched here");
-        } else if (const std::string near = Nearest(below[0], {kProperties}, 3);
+        } else if (const std::string near = Nearest(below[0], {kKeysDirectory}, 3);
                    below.size() > 1 && IsMisspelt(root + "/" + below[0], near, below)) {
             Add(DeadKind::kMisspeltProperties, root + "/" + below[0],
                 "the switch keys' directories are looked for in 'properties', not here");
@@ -280,10 +271,10 @@ std::vector<DeadPlace> DeadPlaces(const Survey& survey,
     return Finder(survey, moments).Find();
 }
 
-std::vector<DeadPlace> DeadPlacesOf(const sandbox::Sandbox& root, std::chrono::seconds limit) {
-    const auto survey = TakeSurvey(
+std::optional<Survey> SurveyForDeadPlaces(const sandbox::Sandbox& root,
+                                          std::chrono::seconds limit) {
+    return TakeSurvey(
             root, [](const std::string& name) { return name == kBindPoint; }, limit);
-    return survey ? DeadPlaces(*survey, MomentsOf(*survey)) : std::vector<DeadPlace>();
 }
 
 }  // namespace extprop

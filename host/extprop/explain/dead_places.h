@@ -33,7 +33,7 @@ struct DeadPlace {
 std::vector<DeadPlace> DeadPlaces(const Survey& survey,
                                   const std::map<std::string, FileMoments>& moments);
 
-// Surveys the device for them. Returns none where the library does not come back in time.
-std::vector<DeadPlace> DeadPlacesOf(const sandbox::Sandbox& root, std::chrono::seconds limit);
+// Surveys the device so.
+std::optional<Survey> SurveyForDeadPlaces(const sandbox::Sandbox& root, std::chrono::seconds limit);
 
 }  // namespace extprop

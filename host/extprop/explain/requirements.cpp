@@ -10,6 +10,7 @@
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/names.h"
 #include "boot/real_path.h"
+#include "boot/what_if.h"
 #include "device/legal.h"
 #include "device/property_lines.h"
 
@@ -22,10 +23,6 @@ using android::base::StartsWith;
 
 // Properties are read into buffers of this size less the closing zero.
 constexpr size_t kLongestRead = 91;
-
-// A partition that the device does not have, for properties that nothing else can set so late.
-constexpr char kTriedRoot[] = "/data/what-if";
-constexpr char kTriedStep[] = "early:/data/what-if";
 
 // Does nothing, but brings the stored persistent properties in force, which win over early ones.
 constexpr char kStoredStep[] = "media:/my_what-if";
@@ -384,8 +381,7 @@ std::optional<Words> Requirements::SetWords(const char* property, const std::str
 std::optional<Words> Requirements::LateSetWords(const char* property,
                                                 const std::string& value) const {
     if (value.size() > kLongestRead || WhyRefused(property, value)) return std::nullopt;
-    return Words{"--edit", std::string(kTriedRoot) + "/build.prop:" + Setting(property, value)} +
-           TriedSteps(property);
+    return TriedWords(property, value) + TriedSteps(property);
 }
 
 // The steps that load the tried partition where the property keeps the value.

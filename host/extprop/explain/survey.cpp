@@ -18,6 +18,7 @@
 #include "boot/load_tracker.h"
 #include "boot/message.h"
 #include "boot/real_path.h"
+#include "device/inside.h"
 #include "device/property_lines.h"
 #include "output/json.h"
 #include "utils.h"
@@ -36,40 +37,6 @@ using Readings = std::map<std::string, std::vector<Reading>>;  // by the device'
 
 // No brand that the library knows.
 constexpr char kNoBrand[] = "none";
-
-// How deep the directories of a switch key may lie: keys with slashes are taken as they are.
-constexpr int kDeepestKey = 8;
-
-// The directory below a root in which the switch keys' directories lie.
-constexpr char kProperties[] = "/properties";
-
-bool IsRegular(const std::string& path) {
-    struct stat status;
-    return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
-bool IsDirectory(const std::string& path) {
-    struct stat status;
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-struct Entry {
-    std::string name;
-    bool is_directory;  // or a link to one
-};
-
-std::vector<Entry> EntriesIn(const std::string& directory) {
-    std::vector<Entry> entries;
-    std::error_code error;
-    for (fs::directory_iterator entry(directory, error);
-         !error && entry != fs::directory_iterator(); entry.increment(error)) {
-        std::error_code dangling;
-        entries.push_back({entry->path().filename(), entry->is_directory(dangling)});
-    }
-    std::sort(entries.begin(), entries.end(),
-              [](const Entry& a, const Entry& b) { return a.name < b.name; });
-    return entries;
-}
 
 // Returns the regular files to which a text with references may lead, whatever the properties'
 // values, as long as these have no slash.
@@ -98,13 +65,6 @@ std::vector<std::string> PathsLike(const std::string& text) {
         paths = std::move(longer);
     }
     return paths;
-}
-
-PropertyMap LoadedFrom(const std::string& path) {
-    PropertyMap properties;
-    if (!IsRegular(path)) return properties;
-    load_properties_from_file_without_se(path.c_str(), nullptr, &properties);
-    return properties;
 }
 
 // An old nv key, the target that it leads to, and the words of the brand and region where it does.
@@ -163,15 +123,12 @@ class ReadingFinder {
             brands.push_back({brand.code, {"--brand", brand.name}});
         }
         brands.push_back({"", {"--brand", kNoBrand}});
-        std::vector<Entry> entries = EntriesIn(Dirname(partitionRoots("", "x")[9]));
-        entries.push_back({"", true});
-        for (const Entry& entry : entries) {
-            // A look-up drops the white space around a value.
-            const bool can_be = entry.is_directory && entry.name != region &&
-                                android::base::Trim(entry.name) == entry.name &&
-                                entry.name.find('\n') == std::string::npos;
-            if (can_be) regions.push_back({entry.name, {"--region", entry.name}});
+        for (const Entry& entry : EntriesIn(RegionsDirectory())) {
+            if (entry.is_directory && entry.name != region && CanBeValue(entry.name)) {
+                regions.push_back({entry.name, {"--region", entry.name}});
+            }
         }
+        if (!region.empty()) regions.push_back({"", {"--region", ""}});
 
         for (const auto& [code, words] : brands) AddRoots(partitionRoots(code, region), words);
         for (const auto& [name, words] : regions) {
@@ -215,7 +172,7 @@ class ReadingFinder {
     void AddRoot(const std::string& root, Reading reading) {
         reading.occasion = Occasion::kPartition;
         // Any root's own file has a step of its own.
-        if (reading.root != Reading::kElsewhere) Add(root + "/build.prop", reading);
+        if (reading.root != Reading::kElsewhere) Add(root + "/" + kBuildProp, reading);
         if (reading.root == Reading::kListed) {
             reading.occasion = Occasion::kNvMap;
             Add(root + "/etc/" + kSwitchKeyMap, reading);
@@ -225,7 +182,14 @@ class ReadingFinder {
             AddOldKeyFiles(root, reading, old_keys_);
         }
         reading.occasion = Occasion::kKeyDirectory;
-        AddKeyDirectories(root + kProperties, "", &reading);
+        ForEachKeyDirectory(
+                root, [&](size_t index, const std::string& key, const std::string& directory) {
+                    reading.key_index = static_cast<int>(index);
+                    reading.key = key;
+                    for (const Entry& file : EntriesIn(directory)) {
+                        if (EndsWith(file.name, ".prop")) Add(directory + "/" + file.name, reading);
+                    }
+                });
     }
 
     void AddOldKeyFiles(const std::string& root, Reading reading,
@@ -236,26 +200,6 @@ class ReadingFinder {
             reading.key = old.key;
             reading.root_words = old.root_words;
             Add(root + "/etc/build." + old.target + ".prop", reading);
-        }
-    }
-
-    void AddKeyDirectories(const std::string& properties, const std::string& key,
-                           Reading* reading) {
-        const std::string directory = key.empty() ? properties : properties + "/" + key;
-        if (std::count(key.begin(), key.end(), '/') >= kDeepestKey) return;
-        for (const Entry& entry : EntriesIn(directory)) {
-            if (!entry.is_directory) continue;
-            const std::string path = directory + "/" + entry.name;
-            for (size_t i = 0; i < SwitchKeys().size() && !key.empty(); ++i) {
-                if (entry.name != SwitchKeys()[i].leaf) continue;
-                reading->key_index = static_cast<int>(i);
-                reading->key = key;
-                for (const Entry& file : EntriesIn(path)) {
-                    if (EndsWith(file.name, ".prop")) Add(path + "/" + file.name, *reading);
-                }
-            }
-            AddKeyDirectories(properties, key.empty() ? entry.name : key + "/" + entry.name,
-                              reading);
         }
     }
 
@@ -324,7 +268,8 @@ class Surveyor {
              entry.increment(error)) {
             const std::string& path = entry->path().native();
             if (path == "/proc" || path == "/sys") entry.disable_recursion_pending();
-            if (EndsWith(path, kProperties)) key_roots_.push_back(Dirname(path));
+            if (EndsWith(path, std::string("/") + kKeysDirectory))
+                key_roots_.push_back(Dirname(path));
             if (fnmatch("*/etc/build.*.prop", path.c_str(), 0) == 0) {
                 key_roots_.push_back(Dirname(Dirname(path)));
             }

@@ -45,6 +45,11 @@ struct Survey {
     std::optional<std::string> module_target;
 };
 
+// Why there is no survey.
+inline constexpr char kNoSurvey[] =
+        "the library does not come back from the mapping files or the installing service's "
+        "messages";
+
 // Surveys the device as it is before a boot; of the lines only those whose names are `wanted`.
 // Returns nothing where the library, which is asked about mapping files, does not come back in
 // time.

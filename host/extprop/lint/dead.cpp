@@ -5,6 +5,7 @@
 #include "TesvoExtensionProperty/names.h"
 #include "lint/rules.h"
 #include "nearest.h"
+#include "output/printable.h"
 
 namespace extprop {
 
@@ -60,7 +61,7 @@ void CheckKeyFile(const PropertyFile& file, Findings* findings) {
     // What else the file holds is the system's affair.
     if (misspelt.empty() && fixed->occasion == Occasion::kDataCommon) return;
     const std::string found =
-            misspelt.empty() ? "no line has the name" : Quoted(misspelt) + " is not the name";
+            misspelt.empty() ? "no line has the name" : QuotedShort(misspelt) + " is not the name";
     findings->Add(kMissingKey, file.path, line_number,
                   found + " '" + fixed->property + "' that the library looks for here" +
                           (takes_bare ? ", so it takes the whole text for a key in the old form"

@@ -12,6 +12,7 @@
 
 #include "lint/rules.h"
 #include "nearest.h"
+#include "output/printable.h"
 #include "platform.h"
 #include "utils.h"
 
@@ -169,11 +170,11 @@ Targets FindTargets(const DeviceTree& tree, const std::set<std::string>& paths) 
     for (const std::string& path : paths) {
         Place place;
         if (!tree.Find(path, false, &place)) {
-            targets.missing.push_back(Quoted(path) + ": " + strerror(errno));
+            targets.missing.push_back(QuotedShort(path) + ": " + strerror(errno));
         } else if (place.is_link()) {
-            targets.links.push_back(Quoted(path));
+            targets.links.push_back(QuotedShort(path));
         } else if (!place.is_file()) {
-            targets.missing.push_back(Quoted(path) + " is no file");
+            targets.missing.push_back(QuotedShort(path) + " is no file");
         } else {
             targets.files.push_back(place.path);
         }
@@ -228,12 +229,12 @@ void CheckFilter(const PropertyFile& file, const PropertyLine& line, const Targe
             if (PassesFilter(names.back(), filter)) return;
         }
     }
-    std::string message = Quoted(filter) +
-                          ", all that stands behind the file's name, is a filter "
-                          "that no line there passes, so nothing is loaded";
     const std::string near = Nearest(filter, names, std::max<size_t>(2, filter.size() / 8));
-    if (!near.empty()) message += "; did you mean " + Quoted(near) + "?";
-    findings->Add(kIdleFilter, file.path, line.number, message);
+    findings->Add(kIdleFilter, file.path, line.number,
+                  QuotedShort(filter) +
+                          ", all that stands behind the file's name, is a filter "
+                          "that no line there passes, so nothing is loaded" +
+                          Meant(near));
 }
 
 // Returns the lines that set what imports refer to.
@@ -299,7 +300,7 @@ void CheckReferences(const PropertyFile& file, const PropertyLine& line, unsigne
                       "init is given what " + setter.file->path + ":" +
                               std::to_string(setter.line->number) + " sets as '" + name +
                               "' only after this file is loaded, so the import " +
-                              (fallback.empty() ? "is skipped" : "takes " + Quoted(fallback)) +
+                              (fallback.empty() ? "is skipped" : "takes " + QuotedShort(fallback)) +
                               ", unless something else sets it before");
         return;
     }
@@ -445,7 +446,7 @@ void CheckMultiplication(const ImportGraph& graph, const std::set<std::string>& 
         const LoadCounter::Worst worst = counter.WorstOf(path);
         if (worst.loads < kManyLoads) continue;
         findings->Add(kImportMultiplies, path, worst.line,
-                      "one load of this file may load " + Quoted(worst.file) + " " +
+                      "one load of this file may load " + QuotedShort(worst.file) + " " +
                               std::to_string(worst.loads) +
                               " times, as its imports lead there on so many ways");
     }

@@ -4,6 +4,7 @@
 
 #include "TesvoExtensionProperty/cota.h"
 #include "lint/rules.h"
+#include "output/printable.h"
 #include "utils.h"
 
 namespace extprop {
@@ -66,12 +67,13 @@ void CheckProperty(const PropertyFile& file, const PropertyLine& line, Findings*
     const std::string name(line.name);
     if (NamesProperty(file, name)) {
         if (!IsLegalPropertyName(name)) {
-            findings->Add(kIllegalName, file.path, line.number,
-                          Quoted(name) + " is no legal property name, and init will refuse it");
+            findings->Add(
+                    kIllegalName, file.path, line.number,
+                    QuotedShort(name) + " is no legal property name, and init will refuse it");
         }
         if (!IsLegalPropertyValue(name, std::string(line.value)).ok()) {
             findings->Add(kValueTooLong, file.path, line.number,
-                          "the value of " + Quoted(name) + " has " +
+                          "the value of " + QuotedShort(name) + " has " +
                                   std::to_string(line.value.size()) +
                                   " bytes, too many for a name that does not begin with 'ro.', and "
                                   "init will refuse it");
@@ -81,7 +83,7 @@ void CheckProperty(const PropertyFile& file, const PropertyLine& line, Findings*
         // Instructions and modules have no dot in their names.
         findings->Add(
                 kNotForwarded, file.path, line.number,
-                Quoted(name) +
+                QuotedShort(name) +
                         " is not forwarded when the package is mounted: only names that begin "
                         "with 'sys.' or 'ro.' are");
     }
@@ -101,16 +103,18 @@ void CheckLines(const PropertyFile& file, Findings* findings) {
             continue;
         }
         if (line.kind == PropertyLine::kOther && !bare_key) {
-            findings->Add(kNoEquals, file.path, line.number,
-                          "there is no '=' in " + Quoted(line.text) + ", so the line sets nothing");
+            findings->Add(
+                    kNoEquals, file.path, line.number,
+                    "there is no '=' in " + QuotedShort(line.text) + ", so the line sets nothing");
         }
         if (line.kind != PropertyLine::kProperty) continue;
         CheckProperty(file, line, findings);
         const PropertyLine*& previous = last[line.name];
         if (previous != nullptr && previous->value != line.value) {
             findings->Add(kDuplicateName, file.path, line.number,
-                          Quoted(line.name) + " is " + Quoted(previous->value) + " in line " +
-                                  std::to_string(previous->number) + " and " + Quoted(line.value) +
+                          QuotedShort(line.name) + " is " + QuotedShort(previous->value) +
+                                  " in line " + std::to_string(previous->number) + " and " +
+                                  QuotedShort(line.value) +
                                   " here: the loader takes the last value, a look-up of the one "
                                   "name the first");
         }

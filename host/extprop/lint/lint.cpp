@@ -62,15 +62,10 @@ std::shared_ptr<sandbox::DeviceFiles> FilesOf(const std::string& device, char sl
 std::optional<Survey> SurveyOf(const std::shared_ptr<sandbox::DeviceFiles>& files,
                                Findings* findings) {
     constexpr std::chrono::seconds kLimit(30);
-    std::string why =
-            "the library does not come back from the mapping files or the installing "
-            "service's messages";
+    std::string why = kNoSurvey;
     try {
         const sandbox::Sandbox root(files);
-        auto survey = TakeSurvey(
-                root, [](const std::string& name) { return name == android::init::kBindPoint; },
-                kLimit);
-        if (survey) return survey;
+        if (auto survey = SurveyForDeadPlaces(root, kLimit)) return survey;
     } catch (const std::runtime_error& error) {
         why = error.what();
     }
@@ -103,7 +98,7 @@ bool CheckDevice(const std::vector<Place>& places, Findings* findings) {
     std::string what = places.empty() ? "this directory is empty"
                                       : "this directory has nothing at any place where the library "
                                         "reads, so it is no device's root";
-    if (!child.empty()) what += "; did you mean " + Quoted(child) + " in it?";
+    if (!child.empty()) what += "; did you mean " + QuotedShort(child) + " in it?";
     findings->Add(kNoDevice, "", 1, what);
     return false;
 }
@@ -121,14 +116,6 @@ std::vector<Finding> Findings::Take() {
         return std::tie(a.file, a.line) < std::tie(b.file, b.line);
     });
     return std::move(findings_);
-}
-
-std::string Quoted(std::string_view text) {
-    constexpr size_t kShown = 60;
-    if (text.size() <= kShown) return "'" + std::string(text) + "'";
-    size_t end = kShown;
-    while (end > 0 && (text[end] & 0xc0) == 0x80) --end;  // not within a character
-    return "'" + std::string(text.substr(0, end)) + "...'";
 }
 
 void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,

@@ -49,9 +49,6 @@ class Findings {
     std::vector<Finding> findings_;
 };
 
-// Returns the text in quotes, without its middle if it is long.
-std::string Quoted(std::string_view text);
-
 // Adds the property file at `place` to `*files` unless it is there. One that cannot be read is
 // empty there, and a finding says why.
 void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,

@@ -92,7 +92,8 @@ Outcome Matrix::BootVariant(const Variant& variant) {
 
 std::vector<DeadPlace> Matrix::FindDeadPlaces() {
     device_.Reset(options_);  // what the boot of the device as it is has written is not its own
-    return DeadPlacesOf(device_.root(), options_.time_limit);
+    const auto survey = SurveyForDeadPlaces(device_.root(), options_.time_limit);
+    return survey ? DeadPlaces(*survey, MomentsOf(*survey)) : std::vector<DeadPlace>();
 }
 
 void Matrix::Boot(const std::vector<Variant>& variants,

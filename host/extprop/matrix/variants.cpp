@@ -1,7 +1,6 @@
 #include "matrix/variants.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <stdexcept>
 
 #include <android-base/file.h>
@@ -12,6 +11,7 @@
 #include "TesvoExtensionProperty/names.h"
 #include "TesvoExtensionProperty/partitions.h"
 #include "boot/message.h"
+#include "device/inside.h"
 #include "device/legal.h"
 #include "device/property_text.h"
 #include "input_error.h"
@@ -21,40 +21,8 @@ namespace extprop {
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace android::init;
 using android::base::StartsWith;
-
-constexpr int kDeepestKey = 8;  // keys with slashes are taken as they are
-
-// A partition that the device does not have, for a property that nothing else can set so late.
-constexpr char kTriedRoot[] = "/data/what-if";
-
-// What a key file or the look-up can hold as a value.
-bool CanBeValue(const std::string& name) {
-    return !name.empty() && android::base::Trim(name) == name &&
-           name.find_first_of(std::string("\n\0", 2)) == std::string::npos;
-}
-
-std::vector<std::string> DirectoriesIn(const std::string& directory) {
-    std::vector<std::string> names;
-    std::error_code error;
-    for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
-         entry.increment(error)) {
-        std::error_code dangling;
-        if (entry->is_directory(dangling)) names.push_back(entry->path().filename());
-    }
-    return names;
-}
-
-PropertyMap LoadedFrom(const std::string& path) {
-    PropertyMap properties;
-    std::error_code error;
-    if (fs::is_regular_file(fs::symlink_status(path, error))) {
-        load_properties_from_file_without_se(path.c_str(), nullptr, &properties);
-    }
-    return properties;
-}
 
 // Looks inside the sandbox.
 class SpaceFinder {
@@ -70,39 +38,29 @@ class SpaceFinder {
                     }
                 }
             }
-            FindKeys(root + "/properties", "");
+            ForEachKeyDirectory(root,
+                                [&](size_t index, const std::string& key, const std::string&) {
+                                    if (CanBeValue(key))
+                                        space_.values[kFirstKeyAxis + index].insert(key);
+                                });
         }
         FindKeyFiles();
         return std::move(space_);
     }
 
   private:
-    // The roots that a region or brand adds to the list of partitions.
-    static std::vector<std::string> Added(const std::vector<std::string>& roots,
-                                          const std::vector<std::string>& others) {
-        std::vector<std::string> added;
-        for (const std::string& root : roots) {
-            if (std::find(others.begin(), others.end(), root) == others.end()) {
-                added.push_back(root);
-            }
-        }
-        return added;
-    }
-
     void FindRegions() {
-        for (const std::string& root : Added(partitionRoots("", "x"), partitionRoots("", ""))) {
-            for (const std::string& name : DirectoriesIn(android::base::Dirname(root))) {
-                if (CanBeValue(name)) space_.values[kRegionAxis].insert(name);
+        for (const Entry& entry : EntriesIn(RegionsDirectory())) {
+            if (entry.is_directory && CanBeValue(entry.name)) {
+                space_.values[kRegionAxis].insert(entry.name);
             }
         }
     }
 
     void FindBrands() {
         for (const Brand& brand : kBrands) {
-            for (const std::string& root :
-                 Added(partitionRoots(brand.code, ""), partitionRoots("", ""))) {
-                std::error_code error;
-                if (fs::is_directory(root, error)) space_.values[kBrandAxis].insert(brand.name);
+            for (const std::string& root : AddedRoots(brand.code, "")) {
+                if (IsDirectory(root)) space_.values[kBrandAxis].insert(brand.name);
             }
         }
     }
@@ -125,18 +83,6 @@ class SpaceFinder {
             roots.insert({package->second, package->second + "/cust"});
         }
         return roots;
-    }
-
-    void FindKeys(const std::string& properties, const std::string& key) {
-        if (std::count(key.begin(), key.end(), '/') >= kDeepestKey) return;
-        for (const std::string& name : DirectoriesIn(properties + "/" + key)) {
-            for (size_t i = 0; i < SwitchKeys().size(); ++i) {
-                if (name == SwitchKeys()[i].leaf && CanBeValue(key)) {
-                    space_.values[kFirstKeyAxis + i].insert(key);
-                }
-            }
-            FindKeys(properties, key.empty() ? name : key + "/" + name);
-        }
     }
 
     void FindKeyFiles() {
@@ -271,8 +217,7 @@ Words WordsFor(const Variant& variant, const VariantSpace& space, const BootOpti
 
 Words LateWordsFor(int axis, const std::string& value) {
     const SwitchKey& key = SwitchKeys()[axis - kFirstKeyAxis];
-    return {"--edit", std::string(kTriedRoot) + "/build.prop:" + key.property + "=" + value,
-            std::string("early:") + kTriedRoot, std::string("sim:") + key.command};
+    return TriedWords(key.property, value) + Words{kTriedStep, std::string("sim:") + key.command};
 }
 
 void AddWords(const Words& words, BootOptions* options) {

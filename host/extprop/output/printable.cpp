@@ -23,4 +23,16 @@ std::string Printable(const std::string& text) {
     return printable;
 }
 
+std::string Quoted(std::string_view text) {
+    return "'" + std::string(text) + "'";
+}
+
+std::string QuotedShort(std::string_view text) {
+    constexpr size_t kShown = 60;
+    if (text.size() <= kShown) return Quoted(text);
+    size_t end = kShown;
+    while (end > 0 && (text[end] & 0xc0) == 0x80) --end;  // not within a character
+    return "'" + std::string(text.substr(0, end)) + "...'";
+}
+
 }  // namespace extprop
