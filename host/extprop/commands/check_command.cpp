@@ -31,12 +31,8 @@ constexpr char kFormatHelp[] =
 ExitStatus Record(const std::string& device, const std::string& file,
                   const BootArguments& arguments, int jobs) {
     Matrix matrix(OptionsOf(device, arguments), jobs);
-    const std::vector<Variant> variants = ChosenVariants(matrix.space(), {});
-    Collector collector(matrix.base().properties);
-    BootWithProgress(&matrix, variants, [&](size_t number, Outcome outcome) {
-        collector.Add(variants[number], std::move(outcome));
-    });
-    const Summary summary = collector.Summarize({kEverything});
+    const Summary summary =
+            Collect(&matrix, ChosenVariants(matrix.space(), {})).Summarize({kEverything});
     for (const SummaryVariant& variant : summary.variants) {
         if (!variant.failure) continue;
         std::cerr << "extprop: nothing is recorded; " << VariantText(variant.variant) << ": "
@@ -101,12 +97,11 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
         if (own.steps.empty()) own.steps = expectations.steps;
         Matrix matrix(OptionsOf(device, own), jobs);
         PrintNotes(matrix.base().notes);
-        Check(
-                expectations, &matrix,
-                [&](const auto& variants, const auto& done) {
-                    BootWithProgress(&matrix, variants, done);
-                },
-                &result);
+        Checker checker(expectations, &matrix);
+        BootWithProgress(&matrix, checker.variants(), [&](size_t number, const Outcome& outcome) {
+            checker.Add(number, outcome);
+        });
+        checker.Finish(&result);
     }
     if (!junit.empty()) WriteOutput(junit, JunitReport(result));
     if (json) {

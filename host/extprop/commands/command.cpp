@@ -15,6 +15,7 @@
 #include <android-base/unique_fd.h>
 
 #include "input_error.h"
+#include "output/json.h"
 #include "output/text.h"
 
 namespace extprop {
@@ -33,10 +34,6 @@ bool Parse(CLI::App* app, std::vector<std::string> words) {
         app->exit(error);
         return false;
     }
-}
-
-std::string JsonText(const nlohmann::json& document) {
-    return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 void PrintJson(const nlohmann::json& document) {

@@ -3,6 +3,7 @@
 #include "commands/command.h"
 #include "commands/options.h"
 #include "lint/lint.h"
+#include "output/json.h"
 #include "output/sarif.h"
 
 namespace extprop {

@@ -1,11 +1,7 @@
 #include <stdio.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <iostream>
-
-#include <android-base/strings.h>
 
 #include "commands/command.h"
 #include "commands/matrix_options.h"
@@ -13,7 +9,6 @@
 #include "explain/explain.h"
 #include "input_error.h"
 #include "matrix/lines.h"
-#include "matrix/workers.h"
 #include "output/json.h"
 #include "output/matrix_text.h"
 #include "output/page.h"
@@ -64,29 +59,21 @@ void KeepShard(const std::string& shard, std::vector<Variant>* variants) {
     *variants = std::move(kept);
 }
 
-void PrintLine(const json& document) {
-    std::cout << document.dump(-1, ' ', false, json::error_handler_t::replace) << "\n";
-}
-
-// Prints the words of every unknown name. Returns whether there is one.
+// Prints the names that no variant has. Returns whether there is one.
 bool TellUnknown(const std::vector<std::string>& patterns, const Summary& summary) {
-    bool found = false;
-    for (const std::string& pattern : patterns) {
-        bool known = false;
-        for (const SummaryProperty& property : summary.properties) {
-            known |= Matches(property.name, {pattern});
-        }
-        if (known) continue;
+    std::vector<std::string> names;
+    for (const SummaryProperty& property : summary.properties) names.push_back(property.name);
+    const std::vector<std::string> unknown = Unmatched(patterns, names);
+    for (const std::string& pattern : unknown) {
         std::cerr << "extprop: no variant has '" << pattern << "'\n";
-        found = true;
     }
-    return found;
+    return !unknown.empty();
 }
 
 ExitStatus Print(const Summary& summary, const Arguments& arguments) {
     if (!arguments.page.empty()) WriteOutput(arguments.page, SummaryPage(summary));
     if (arguments.json) {
-        PrintLine({{"summary", ToJson(summary)}});
+        std::cout << JsonLine({{"summary", ToJson(summary)}}) << "\n";
     } else {
         std::cout << SummaryText(summary);
     }
@@ -108,14 +95,10 @@ ExitStatus Compare(const Arguments& arguments) {
     Summary summaries[2];
     for (int i = 0; i < 2; ++i) {
         Matrix matrix(OptionsOf(arguments.devices[i], arguments.boot), arguments.choice.jobs);
-        const auto variants = Chosen(matrix.space(), arguments.choice, true);
-        Collector collector(matrix.base().properties);
-        BootWithProgress(&matrix, variants, [&](size_t number, Outcome outcome) {
-            collector.Add(variants[number], std::move(outcome));
-        });
         const auto& names = arguments.names;
         summaries[i] =
-                collector.Summarize(names.empty() ? std::vector<std::string>{kEverything} : names);
+                Collect(&matrix, Chosen(matrix.space(), arguments.choice, true))
+                        .Summarize(names.empty() ? std::vector<std::string>{kEverything} : names);
         summaries[i].device = arguments.devices[i];
     }
     const MatrixDifference difference = extprop::Compare(summaries[0], summaries[1]);
@@ -133,13 +116,11 @@ ExitStatus Show(const Arguments& arguments) {
     PrintNotes(matrix.base().notes);
     std::vector<Variant> variants = Chosen(matrix.space(), arguments.choice, false);
     KeepShard(arguments.shard, &variants);
-    Collector collector(matrix.base().properties);
     const LineWriter writer(matrix.base().properties);
-    BootWithProgress(&matrix, variants, [&](size_t number, Outcome outcome) {
-        if (arguments.json) std::cout << writer.Line(variants[number], outcome) << std::flush;
-        collector.Add(variants[number], std::move(outcome));
-    });
-    Summary summary = collector.Summarize(arguments.names);
+    Summary summary =
+            Collect(&matrix, variants, [&](const Variant& variant, const Outcome& outcome) {
+                if (arguments.json) std::cout << writer.Line(variant, outcome) << std::flush;
+            }).Summarize(arguments.names);
     summary.device = matrix.device();
     FindOrigins(&matrix, &summary);
     if (arguments.names.empty()) summary.dead = matrix.FindDeadPlaces();

@@ -121,6 +121,16 @@ void BootWithProgress(Matrix* matrix, const std::vector<Variant>& variants,
     });
 }
 
+Collector Collect(Matrix* matrix, const std::vector<Variant>& variants,
+                  const std::function<void(const Variant&, const Outcome&)>& tell) {
+    Collector collector(matrix->base().properties);
+    BootWithProgress(matrix, variants, [&](size_t number, Outcome outcome) {
+        if (tell) tell(variants[number], outcome);
+        collector.Add(variants[number], std::move(outcome));
+    });
+    return collector;
+}
+
 void FindOrigins(Matrix* matrix, Summary* summary) {
     std::vector<size_t> variants;
     const std::vector<TraceRequest> requests = OriginsToFind(*summary, &variants);

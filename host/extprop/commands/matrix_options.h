@@ -32,6 +32,10 @@ std::vector<Variant> Chosen(const VariantSpace& space, const ChoiceArguments& ar
 void BootWithProgress(Matrix* matrix, const std::vector<Variant>& variants,
                       const std::function<void(size_t, Outcome)>& done);
 
+// Boots so and collects what comes of it; `tell` gets each outcome first.
+Collector Collect(Matrix* matrix, const std::vector<Variant>& variants,
+                  const std::function<void(const Variant&, const Outcome&)>& tell = nullptr);
+
 // Puts in where the summary's values come from.
 void FindOrigins(Matrix* matrix, Summary* summary);
 

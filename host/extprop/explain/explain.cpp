@@ -2,17 +2,37 @@
 
 #include <fnmatch.h>
 
+#include <algorithm>
 #include <set>
 
 #include "explain/requirements.h"
 
 namespace extprop {
 
+namespace {
+
+bool MatchesPattern(const std::string& name, const std::string& pattern) {
+    return pattern == kEverything || fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
+}
+
+}  // namespace
+
 bool Matches(const std::string& name, const std::vector<std::string>& patterns) {
+    return std::any_of(patterns.begin(), patterns.end(),
+                       [&](const std::string& pattern) { return MatchesPattern(name, pattern); });
+}
+
+std::vector<std::string> Unmatched(const std::vector<std::string>& patterns,
+                                   const std::vector<std::string>& names) {
+    std::vector<std::string> unmatched;
     for (const std::string& pattern : patterns) {
-        if (pattern == kEverything || fnmatch(pattern.c_str(), name.c_str(), 0) == 0) return true;
+        const bool found = pattern == kEverything ||
+                           std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+                               return MatchesPattern(name, pattern);
+                           });
+        if (!found) unmatched.push_back(pattern);
     }
-    return false;
+    return unmatched;
 }
 
 namespace {
@@ -75,9 +95,8 @@ Explanation Explain(const BootOptions& options, const std::vector<std::string>& 
         return controls.count(name) != 0 || matches(name);
     });
     if (!surveyed) {
-        report->notes.emplace_back(
-                "the files that were not loaded are not told of: the library does not come back "
-                "from the mapping files or the installing service's messages");
+        report->notes.emplace_back(std::string("the files that were not loaded are not told of: ") +
+                                   kNoSurvey);
     }
     Requirements requirements(*survey, tracer, *report, options);
     Origins origins = tracer.Origins();
@@ -92,13 +111,9 @@ Explanation Explain(const BootOptions& options, const std::vector<std::string>& 
         if (value != report->properties.end()) property.value = value->second;
         explanation.properties.push_back(std::move(property));
     }
-    for (const std::string& pattern : patterns) {
-        bool found = pattern == kEverything;
-        for (const ExplainedProperty& property : explanation.properties) {
-            found |= fnmatch(pattern.c_str(), property.name.c_str(), 0) == 0;
-        }
-        if (!found) explanation.unknown.push_back(pattern);
-    }
+    std::vector<std::string> names;
+    for (const ExplainedProperty& property : explanation.properties) names.push_back(property.name);
+    explanation.unknown = Unmatched(patterns, names);
     return explanation;
 }
 

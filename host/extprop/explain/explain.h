@@ -16,6 +16,10 @@ inline constexpr char kEverything[] = "*";
 // Whether the name matches one of the patterns, as in a shell.
 bool Matches(const std::string& name, const std::vector<std::string>& patterns);
 
+// Returns the patterns that match none of the names, though kEverything may.
+std::vector<std::string> Unmatched(const std::vector<std::string>& patterns,
+                                   const std::vector<std::string>& names);
+
 struct ExplainedProperty {
     std::string name;
     std::optional<std::string> value;  // at the end

@@ -60,134 +60,98 @@ bool IsFrom(const nlohmann::json& origin, const std::string& place) {
     return false;
 }
 
-class Checker {
-  public:
-    Checker(const Expectations& expectations, Matrix* matrix)
-            : expectations_(expectations), matrix_(matrix) {
-        for (const Expectation& expectation : expectations.expectations) {
-            for (const Variant& variant : VariantsOf(expectation, matrix->space())) {
-                asked_[variant].push_back(&expectation);
-            }
-        }
-        for (const auto& [variant, expected] : asked_) variants_.push_back(variant);
-        cases_.resize(variants_.size());
-        words_.resize(variants_.size());
-    }
-
-    const std::vector<Variant>& variants() const { return variants_; }
-
-    void Add(size_t number, const Outcome& outcome) {
-        words_[number] = outcome.words;
-        PropertyMap properties = matrix_->base().properties;
-        for (const std::string& name : outcome.removed) properties.erase(name);
-        for (const auto& [name, value] : outcome.changed) properties[name] = value;
-
-        std::set<std::string> named;
-        for (const Expectation* expectation : asked_[variants_[number]]) {
-            for (const auto& [name, expected] : expectation->properties) named.insert(name);
-        }
-        for (const Expectation* expectation : asked_[variants_[number]]) {
-            cases_[number].push_back({expectations_.file,
-                                      expectation->line,
-                                      expectation->name,
-                                      variants_[number],
-                                      {}});
-            CheckedCase& checked = cases_[number].back();
-            UnmetExpectation unmet{checked.file,    checked.line, checked.expectation,
-                                   checked.variant, "",           "",
-                                   std::nullopt,    nullptr,      outcome.failure};
-            if (outcome.failure) {
-                unmet.expected = "a boot";
-                checked.unmet.push_back(unmet);
-                continue;
-            }
-            for (const auto& [name, expected] : expectation->properties) {
-                ++checked_;
-                unmet.property = name;
-                unmet.expected = ExpectedText(expected);
-                auto found = properties.find(name);
-                unmet.value =
-                        found == properties.end() ? std::nullopt : std::optional(found->second);
-                if (!Meets(unmet.value, expected)) {
-                    checked.unmet.push_back(unmet);
-                    if (unmet.value) traced_[number].insert(name);
-                } else if (expected.kind == Expected::kFrom) {
-                    traced_[number].insert(name);
-                    from_[number].push_back({cases_[number].size() - 1, unmet, expected.text});
-                }
-            }
-            for (const auto& [name, value] : properties) {
-                if (!expectation->complete || named.count(name) != 0) continue;
-                ++checked_;
-                unmet.property = name;
-                unmet.expected = "none, since the expectations do not name it";
-                unmet.value = value;
-                checked.unmet.push_back(unmet);
-                traced_[number].insert(name);
-            }
-        }
-    }
-
-    // Finds where the values come from that are not, or may not be, as expected.
-    void FindOrigins() {
-        std::vector<TraceRequest> requests;
-        std::vector<size_t> numbers;
-        for (const auto& [number, names] : traced_) {
-            requests.push_back({words_[number], names});
-            numbers.push_back(number);
-        }
-        matrix_->Trace(requests, [&](size_t request, const nlohmann::json& origins) {
-            const size_t number = numbers[request];
-            const auto origin = [&](const std::string& name) {
-                return origins.contains(name) ? origins.at(name) : nlohmann::json();
-            };
-            for (auto& [place, unmet, file] : from_[number]) {
-                if (IsFrom(origin(unmet.property), file)) continue;
-                cases_[number][place].unmet.push_back(unmet);
-            }
-            for (CheckedCase& checked : cases_[number]) {
-                for (UnmetExpectation& unmet : checked.unmet) unmet.origin = origin(unmet.property);
-            }
-        });
-    }
-
-    void Deliver(CheckResult* result) {
-        result->variants += variants_.size();
-        result->checked += checked_;
-        for (auto& cases : cases_) {
-            for (CheckedCase& checked : cases) result->cases.push_back(std::move(checked));
-        }
-    }
-
-  private:
-    struct FromFile {
-        size_t place;  // of its case
-        UnmetExpectation unmet;
-        std::string file;
-    };
-
-    const Expectations& expectations_;
-    Matrix* matrix_;
-    std::map<Variant, std::vector<const Expectation*>, VariantOrder> asked_;
-    std::vector<Variant> variants_;
-    std::vector<std::vector<CheckedCase>> cases_;  // by variant
-    std::vector<Words> words_;
-    std::map<size_t, std::set<std::string>> traced_;
-    std::map<size_t, std::vector<FromFile>> from_;
-    size_t checked_ = 0;
-};
-
 }  // namespace
 
-void Check(const Expectations& expectations, Matrix* matrix,
-           const std::function<void(const std::vector<Variant>&,
-                                    const std::function<void(size_t, Outcome)>&)>& boot,
-           CheckResult* result) {
-    Checker checker(expectations, matrix);
-    boot(checker.variants(),
-         [&](size_t number, const Outcome& outcome) { checker.Add(number, outcome); });
-    checker.FindOrigins();
-    checker.Deliver(result);
+Checker::Checker(const Expectations& expectations, Matrix* matrix)
+        : expectations_(expectations), matrix_(matrix) {
+    for (const Expectation& expectation : expectations.expectations) {
+        for (const Variant& variant : VariantsOf(expectation, matrix->space())) {
+            asked_[variant].push_back(&expectation);
+        }
+    }
+    for (const auto& [variant, expected] : asked_) variants_.push_back(variant);
+    cases_.resize(variants_.size());
+    words_.resize(variants_.size());
+}
+
+void Checker::Add(size_t number, const Outcome& outcome) {
+    words_[number] = outcome.words;
+    PropertyMap properties = matrix_->base().properties;
+    for (const std::string& name : outcome.removed) properties.erase(name);
+    for (const auto& [name, value] : outcome.changed) properties[name] = value;
+
+    std::set<std::string> named;
+    for (const Expectation* expectation : asked_[variants_[number]]) {
+        for (const auto& [name, expected] : expectation->properties) named.insert(name);
+    }
+    for (const Expectation* expectation : asked_[variants_[number]]) {
+        cases_[number].push_back(
+                {expectations_.file, expectation->line, expectation->name, variants_[number], {}});
+        CheckedCase& checked = cases_[number].back();
+        UnmetExpectation unmet{checked.file,    checked.line, checked.expectation,
+                               checked.variant, "",           "",
+                               std::nullopt,    nullptr,      outcome.failure};
+        if (outcome.failure) {
+            unmet.expected = "a boot";
+            checked.unmet.push_back(unmet);
+            continue;
+        }
+        for (const auto& [name, expected] : expectation->properties) {
+            ++checked_;
+            unmet.property = name;
+            unmet.expected = ExpectedText(expected);
+            auto found = properties.find(name);
+            unmet.value = found == properties.end() ? std::nullopt : std::optional(found->second);
+            if (!Meets(unmet.value, expected)) {
+                checked.unmet.push_back(unmet);
+                if (unmet.value) traced_[number].insert(name);
+            } else if (expected.kind == Expected::kFrom) {
+                traced_[number].insert(name);
+                from_[number].push_back({cases_[number].size() - 1, unmet, expected.text});
+            }
+        }
+        for (const auto& [name, value] : properties) {
+            if (!expectation->complete || named.count(name) != 0) continue;
+            ++checked_;
+            unmet.property = name;
+            unmet.expected = "none, since the expectations do not name it";
+            unmet.value = value;
+            checked.unmet.push_back(unmet);
+            traced_[number].insert(name);
+        }
+    }
+}
+
+// Finds where the values come from that are not, or may not be, as expected.
+void Checker::FindOrigins() {
+    std::vector<TraceRequest> requests;
+    std::vector<size_t> numbers;
+    for (const auto& [number, names] : traced_) {
+        requests.push_back({words_[number], names});
+        numbers.push_back(number);
+    }
+    matrix_->Trace(requests, [&](size_t request, const nlohmann::json& origins) {
+        const size_t number = numbers[request];
+        const auto origin = [&](const std::string& name) {
+            return origins.contains(name) ? origins.at(name) : nlohmann::json();
+        };
+        for (auto& [place, unmet, file] : from_[number]) {
+            if (IsFrom(origin(unmet.property), file)) continue;
+            cases_[number][place].unmet.push_back(unmet);
+        }
+        for (CheckedCase& checked : cases_[number]) {
+            for (UnmetExpectation& unmet : checked.unmet) unmet.origin = origin(unmet.property);
+        }
+    });
+}
+
+void Checker::Finish(CheckResult* result) {
+    FindOrigins();
+    result->variants += variants_.size();
+    result->checked += checked_;
+    for (auto& cases : cases_) {
+        for (CheckedCase& checked : cases) result->cases.push_back(std::move(checked));
+    }
 }
 
 }  // namespace extprop

@@ -2,9 +2,9 @@
 
 #pragma once
 
-#include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,10 +40,39 @@ struct CheckResult {
     std::vector<CheckedCase> cases;
 };
 
-// Boots what the expectations are about, with `boot`, and adds what came of it to `*result`.
-void Check(const Expectations& expectations, Matrix* matrix,
-           const std::function<void(const std::vector<Variant>&,
-                                    const std::function<void(size_t, Outcome)>&)>& boot,
-           CheckResult* result);
+class Checker {
+  public:
+    // Both have to outlive this.
+    Checker(const Expectations& expectations, Matrix* matrix);
+
+    // What the expectations are about, to be booted.
+    const std::vector<Variant>& variants() const { return variants_; }
+
+    // Holds the outcome of that one of them against what is expected.
+    void Add(size_t number, const Outcome& outcome);
+
+    // Boots for the origins that are to be told or are expected, and adds what came of it all to
+    // `*result`.
+    void Finish(CheckResult* result);
+
+  private:
+    struct FromFile {
+        size_t place;  // of its case
+        UnmetExpectation unmet;
+        std::string file;
+    };
+
+    void FindOrigins();
+
+    const Expectations& expectations_;
+    Matrix* matrix_;
+    std::map<Variant, std::vector<const Expectation*>, VariantOrder> asked_;
+    std::vector<Variant> variants_;
+    std::vector<std::vector<CheckedCase>> cases_;  // by variant
+    std::vector<Words> words_;
+    std::map<size_t, std::set<std::string>> traced_;
+    std::map<size_t, std::vector<FromFile>> from_;
+    size_t checked_ = 0;
+};
 
 }  // namespace extprop

@@ -14,12 +14,8 @@ namespace {
 
 constexpr char kSummary[] = "summary";
 
-std::string Text(const json& document) {
-    return document.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
 std::string PropertyText(const std::string& name, const std::string& value) {
-    return Text(name) + ":" + Text(value);
+    return JsonLine(name) + ":" + JsonLine(value);
 }
 
 }  // namespace
@@ -50,7 +46,7 @@ std::string LineWriter::Line(const Variant& variant, const Outcome& outcome) con
 
     // The properties are printed already, so the rest is made around them.
     constexpr std::string_view kNone = "\"properties\":{}";
-    std::string line = Text(ToJson(VariantLine{variant, {}, outcome.failure}));
+    std::string line = JsonLine(ToJson(VariantLine{variant, {}, outcome.failure}));
     return line.insert(line.find(kNone) + kNone.size() - 1, properties) + "\n";
 }
 

@@ -607,15 +607,20 @@ json ToJson(const Explanation& explanation) {
     return Document(explanation, kExplanationFormat);
 }
 
+std::string JsonLine(const json& document) {
+    return document.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::string JsonText(const json& document) {
+    return document.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
 void PrintJson(const Explanation& explanation, std::ostream& out) {
-    const auto text = [](const json& part) {
-        return part.dump(-1, ' ', false, json::error_handler_t::replace);
-    };
-    out << "{\"format\": " << kExplanationFormat << ", \"device\": " << text(explanation.device)
-        << ", \"unknown\": " << text(explanation.unknown) << ", \"properties\": [";
+    out << "{\"format\": " << kExplanationFormat << ", \"device\": " << JsonLine(explanation.device)
+        << ", \"unknown\": " << JsonLine(explanation.unknown) << ", \"properties\": [";
     const char* separator = "\n";
     for (const ExplainedProperty& property : explanation.properties) {
-        out << separator << text(Write(property));
+        out << separator << JsonLine(Write(property));
         separator = ",\n";
     }
     out << "\n]}\n";

@@ -41,6 +41,11 @@ json ToJson(const Report& report);
 json ToJson(const Explanation& explanation);
 json ToJson(const Difference& difference);
 
+// Returns the document on one line without an end, or on lines that are indented. Bytes that are no
+// UTF-8 are replaced.
+std::string JsonLine(const json& document);
+std::string JsonText(const json& document);
+
 // Prints the explanation's document, a line a property, without holding the whole of it.
 void PrintJson(const Explanation& explanation, std::ostream& out);
 

@@ -17,8 +17,7 @@ constexpr std::string_view kDataMark = "{{data}}";
 
 // JSON has "<" in strings only; escaped, no text of theirs can end the element it stands in.
 std::string ScriptText(const json& data) {
-    const std::string text = data.dump(-1, ' ', false, json::error_handler_t::replace);
-    return android::base::StringReplace(text, "<", "\\u003c", true);
+    return android::base::StringReplace(JsonLine(data), "<", "\\u003c", true);
 }
 
 std::string Page(std::string page, const json& data) {
