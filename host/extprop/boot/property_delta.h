@@ -10,8 +10,8 @@
 namespace extprop {
 
 struct PropertyDelta {
-    PropertyMap changed;  // properties that are new or have another value
-    std::vector<std::string> removed;
+    PropertyMap changed;               // properties that are new or have another value
+    std::vector<std::string> removed;  // in the order of the names
 };
 
 PropertyDelta DeltaFrom(const PropertyMap& base, const PropertyMap& properties);

@@ -21,33 +21,44 @@ std::string PropertyText(const std::string& name, const std::string& value) {
 }  // namespace
 
 LineWriter::LineWriter(const PropertyMap& base) {
-    for (const auto& [name, value] : base) base_[name] = PropertyText(name, value);
+    for (const auto& [name, value] : base) {
+        base_.emplace_back(name, PropertyText(name, value));
+        size_ += base_.back().second.size() + 1;
+    }
 }
 
 std::string LineWriter::Line(const Variant& variant, const Outcome& outcome) const {
-    std::map<std::string, std::string> changed;
-    for (const auto& [name, value] : outcome.changed) changed[name] = PropertyText(name, value);
-    const std::set<std::string> removed(outcome.removed.begin(), outcome.removed.end());
-    std::string properties;
+    // What there is besides the properties, which go in between.
+    constexpr std::string_view kNone = "\"properties\":{}";
+    std::string line = JsonLine(ToJson(VariantLine{variant, {}, outcome.failure}));
+    const size_t begin = line.find(kNone) + kNone.size() - 1;
+    const std::string rest = line.substr(begin);
+    line.erase(begin);
+    line.reserve(line.size() + size_ + rest.size());
+
     const auto add = [&](const std::string& text) {
-        if (!properties.empty()) properties += ',';
-        properties += text;
+        if (line.size() > begin) line += ',';
+        line += text;
     };
-    auto next = changed.begin();
+    auto changed = outcome.changed.begin();
+    const auto add_changed = [&] {
+        add(PropertyText(changed->first, changed->second));
+        ++changed;
+    };
+    auto removed = outcome.removed.begin();
     for (const auto& [name, text] : base_) {
-        for (; next != changed.end() && next->first < name; ++next) add(next->second);
-        if (next != changed.end() && next->first == name) {
-            add((next++)->second);
-        } else if (removed.count(name) == 0) {
+        while (changed != outcome.changed.end() && changed->first < name) add_changed();
+        if (changed != outcome.changed.end() && changed->first == name) {
+            add_changed();
+        } else if (removed != outcome.removed.end() && *removed == name) {
+            ++removed;
+        } else {
             add(text);
         }
     }
-    for (; next != changed.end(); ++next) add(next->second);
-
-    // The properties are printed already, so the rest is made around them.
-    constexpr std::string_view kNone = "\"properties\":{}";
-    std::string line = JsonLine(ToJson(VariantLine{variant, {}, outcome.failure}));
-    return line.insert(line.find(kNone) + kNone.size() - 1, properties) + "\n";
+    while (changed != outcome.changed.end()) add_changed();
+    line += rest;
+    return line += '\n';
 }
 
 void LineMerger::Read(const std::string& path) {

@@ -24,7 +24,8 @@ class LineWriter {
     std::string Line(const Variant& variant, const Outcome& outcome) const;
 
   private:
-    std::map<std::string, std::string> base_;  // each property as it is printed
+    std::vector<std::pair<std::string, std::string>> base_;  // each property and how it is printed
+    size_t size_ = 0;                                        // of all that is printed
 };
 
 // Puts lines of runs over one device together, in any order.
