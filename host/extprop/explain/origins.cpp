@@ -94,6 +94,12 @@ Origin* Tracer::FindWinner(const std::string& name) {
     return index == winners_.end() ? nullptr : &origins_[name][index->second];
 }
 
+const std::vector<Origin>& Tracer::GivenTo(const std::string& name) const {
+    static const std::vector<Origin> kNone;
+    auto known = origins_.find(name);
+    return known == origins_.end() ? kNone : known->second;
+}
+
 const Origin* Tracer::Winner(const std::string& name) const {
     auto index = winners_.find(name);
     return index == winners_.end() ? nullptr : &origins_.at(name)[index->second];

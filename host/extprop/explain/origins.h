@@ -79,6 +79,9 @@ class Tracer : public BootListener {
     // The origin of the property's present value, or null.
     const Origin* Winner(const std::string& name) const;
 
+    // The origins of all values that the property was given so far.
+    const std::vector<Origin>& GivenTo(const std::string& name) const;
+
     // The device's own files that were loaded without a filter.
     const std::set<std::string>& loaded() const { return loaded_whole_; }
     // By the importing file, the device's own, and the line.

@@ -44,12 +44,31 @@ bool IsWord(const Step& step, const char* word) {
 }
 
 // Returns the words with what makes them count behind a reboot, if they can.
-std::optional<Words> BehindReboot(const Words& words, const Reading& reading) {
+std::optional<Words> BehindReboot(Words words, const Reading& reading) {
     if (std::find(words.begin(), words.end(), "reboot") != words.end()) return words;
-    if (std::any_of(words.begin(), words.end(), IsStepWord)) return std::nullopt;
     if (reading.root == Reading::kCompany) return std::nullopt;  // it is applied once
-    const bool is_early = reading.occasion == Occasion::kPartition;
-    return words + Words{"reboot", is_early ? "early" : "persist"};
+    const auto step = std::find_if(words.begin(), words.end(), IsStepWord);
+    if (step == words.end()) {
+        const bool is_early = reading.occasion == Occasion::kPartition;
+        return words + Words{"reboot", is_early ? "early" : "persist"};
+    }
+    // The boot's first step has nothing before it that brings the stored properties in force.
+    Words reboot = {"reboot"};
+    if (*step == kTriedStep) reboot.emplace_back(kStoredStep);
+    words.insert(step, reboot.begin(), reboot.end());
+    return words;
+}
+
+// Whether the file goes when a step persist restores the sales channel.
+bool IsChannelState(const std::string& path) {
+    constexpr const char* kFiles[] = {kEmptyAppChannelFile, kReserveCommonFile, kDataCommonFile,
+                                      kDataRegionFile, kReserveRegionFile};
+    return std::find(std::begin(kFiles), std::end(kFiles), path) != std::end(kFiles);
+}
+
+bool Mounts(const Words& words) {
+    return std::any_of(words.begin(), words.end(),
+                       [](const std::string& word) { return StartsWith(word, "cota-service:"); });
 }
 
 // The installing service's message that makes the root a package's or a module's, or null.
@@ -149,21 +168,42 @@ std::optional<Words> Requirements::FileWords(const SurveyedFile& file) {
     const std::string& path = file.source ? *file.source : file.path;
     auto [entry, is_new] = known_.try_emplace(path);
     if (!is_new) return entry->second;
+    const bool is_restored = IsChannelState(path) && (IsGone(path) || RestoresChannel());
     for (const Reading& reading : file.readings) {
-        if (IsGone(path) || entry->second) break;
-        entry->second = ReadingWords(path, reading);
+        if ((IsGone(path) && !is_restored) || entry->second) break;
+        entry->second = ReadingWords(reading);
+        if (entry->second && is_restored) entry->second = WithoutRestore() + *entry->second;
         // What is mounted over the file hides it until a reboot.
         if (entry->second && IsCovered(path)) entry->second = BehindReboot(*entry->second, reading);
     }
-    if (!entry->second && !IsGone(path) && !file.source &&
-        android::base::Basename(path) == "build.prop") {
-        entry->second = AtEnd({"early:" + android::base::Dirname(path)});
-    }
-    return known_[path];
+    if (!entry->second) entry->second = OwnStepWords(file);
+    return entry->second;
 }
 
-std::optional<Words> Requirements::ReadingWords(const std::string& path,
-                                                const Reading& reading) const {
+// Any root's own file has a step.
+std::optional<Words> Requirements::OwnStepWords(const SurveyedFile& file) const {
+    if (IsGone(file.path) || file.source || android::base::Basename(file.path) != kBuildProp) {
+        return std::nullopt;
+    }
+    return AtEnd({"early:" + android::base::Dirname(file.path)});
+}
+
+// Returns the words that load a file of a carrier package or module, and mount neither.
+std::optional<Words> Requirements::UnmountedWords(const SurveyedFile& file) const {
+    if (auto words = OwnStepWords(file)) return words;
+    const std::string& path = file.source ? *file.source : file.path;
+    for (Reading reading : file.readings) {
+        if (MessageOf(reading.root) == nullptr || IsGone(path)) continue;
+        reading.root = Reading::kElsewhere;
+        if (reading.occasion == Occasion::kPartition) continue;
+        auto words = ReadingWords(reading);
+        if (words && IsCovered(path)) words = BehindReboot(*words, reading);
+        if (words) return words;
+    }
+    return std::nullopt;
+}
+
+std::optional<Words> Requirements::ReadingWords(const Reading& reading) const {
     switch (reading.occasion) {
         case Occasion::kPartition:
             if (reading.root == Reading::kCompany) return CompanyWords(reading);
@@ -180,12 +220,8 @@ std::optional<Words> Requirements::ReadingWords(const std::string& path,
             return FirstPassWords(reading.root_words + Words{"--nv", survey_.unmapped_key});
         case Occasion::kNvMap:
             return SwitchKeyMapWords(reading);
-        case Occasion::kKeyFiles: {
-            const bool is_state = path == kReserveCommonFile || path == kReserveRegionFile ||
-                                  path == kDataRegionFile;
-            if (is_state && RestoresChannel()) return std::nullopt;
+        case Occasion::kKeyFiles:
             return FirstPassWords({});
-        }
         case Occasion::kDataCommon:
             return Words{"sim:updateDataCommonProp"};
         case Occasion::kEmptyChannel:
@@ -216,17 +252,20 @@ std::optional<Words> Requirements::SwitchKeyMapWords(const Reading& reading) con
         }
         takes_reboot |= mark->kind == OriginKind::kFile && mark->own_file() != kConvertFile;
     }
-    if (survey_.switch_keys.count(ValueOf(kCarrierCode)) != 0) {
-        const Origin* code = tracer_.Winner(kCarrierCode);
-        const std::string setting = Setting(kCarrierCode, unmapped);
-        if (code != nullptr && code->kind == OriginKind::kGiven) {
-            words = Words{"--set", setting} + words;
-        } else if (code != nullptr && code->kind == OriginKind::kFile) {
-            words = Words{"--edit", code->own_file() + ":" + setting} + words;
+    // Any boot may be the one that would migrate the carrier's code.
+    std::set<Words> changes;
+    const std::string setting = Setting(kCarrierCode, unmapped);
+    for (const Origin& code : tracer_.GivenTo(kCarrierCode)) {
+        if (survey_.switch_keys.count(code.value) == 0) continue;
+        if (code.kind == OriginKind::kGiven) {
+            changes.insert({"--set", setting});
+        } else if (code.kind == OriginKind::kFile) {
+            changes.insert({"--edit", code.own_file() + ":" + setting});
         } else {
             return std::nullopt;
         }
     }
+    for (const Words& change : changes) words = change + words;
     return takes_reboot ? words + Words{"reboot", "persist"} : FirstPassWords(words);
 }
 
@@ -333,7 +372,8 @@ std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
     Words words = {"--set", Setting(kCompanyDate, kTriedDate)};
     if (reading.occasion == Occasion::kKeyDirectory) {
         const SwitchKey& key = SwitchKeys()[reading.key_index];
-        if (WhyRefused(key.property, reading.key) || RestoresChannel()) return std::nullopt;
+        if (WhyRefused(key.property, reading.key)) return std::nullopt;
+        if (RestoresChannel()) words = words + WithoutRestore();
         // What a later key file says of the key would win.
         const Origin* winner = tracer_.Winner(key.property);
         if (winner != nullptr && winner->kind == OriginKind::kFile &&
@@ -437,7 +477,12 @@ std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const s
 // Returns the words that make the library load the file without a filter, so that its imports are
 // followed.
 std::optional<Words> Requirements::WholeFileWords(const SurveyedFile& file) {
-    if (auto words = FileWords(file)) return words;
+    // What it imports may lie where something would be mounted.
+    auto own = FileWords(file);
+    if (own && Mounts(*own)) {
+        if (auto unmounted = UnmountedWords(file)) own = unmounted;
+    }
+    if (own) return own;
     auto [entry, is_new] = whole_.try_emplace(file.path);  // none while its importers are looked at
     if (!is_new) return entry->second;
     std::optional<Words> words;
@@ -612,6 +657,18 @@ std::string Requirements::ValueOf(const std::string& name) const {
 bool Requirements::RestoresChannel() const {
     auto given = given_.find(kEmergencyShutdown);
     return (given != given_.end() && given->second == "1") || ValueOf(kEmergencyShutdown) == "1";
+}
+
+// Returns the words with which no step persist does so.
+Words Requirements::WithoutRestore() const {
+    Words words = {"--set", Setting(kEmergencyShutdown, "0")};
+    // What an early step loads gives way to what is stored.
+    const Origin* winner = tracer_.Winner(kEmergencyShutdown);
+    if (winner != nullptr && winner->kind == OriginKind::kFile &&
+        !StartsWith(winner->step.value_or(""), "early")) {
+        words = words + Words{"--edit", winner->own_file() + ":" + words.back()};
+    }
+    return words;
 }
 
 }  // namespace extprop

@@ -37,8 +37,10 @@ class Requirements {
 
     std::optional<Words> LineWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> FileWords(const SurveyedFile& file);
+    std::optional<Words> OwnStepWords(const SurveyedFile& file) const;
+    std::optional<Words> UnmountedWords(const SurveyedFile& file) const;
     std::optional<Words> WholeFileWords(const SurveyedFile& file);
-    std::optional<Words> ReadingWords(const std::string& path, const Reading& reading) const;
+    std::optional<Words> ReadingWords(const Reading& reading) const;
     std::optional<Words> SwitchKeyMapWords(const Reading& reading) const;
     std::optional<Words> PartitionWords(const Reading& reading) const;
     std::optional<Words> KeyDirectoryWords(const Reading& reading) const;
@@ -71,6 +73,7 @@ class Requirements {
                                          const SurveyedFile& importer);
     std::string ValueOf(const std::string& name) const;
     bool RestoresChannel() const;
+    Words WithoutRestore() const;
 
     const Survey& survey_;
     const Tracer& tracer_;
