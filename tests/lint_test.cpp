@@ -91,6 +91,8 @@ TEST_F(LintTest, FaultySampleHasEachFaultOnce) {
                             "/mnt/vendor/my_regiom:1: error [misspelt-partition]",
                             "/mnt/vendor/my_stock/build.prop:2: error [idle-filter]",
                             "/mnt/vendor/my_stock/build.prop:4: warning [import-multiplies]",
+                            "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_current_file:1: error "
+                            "[bare-key]",
                             "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file:2: error "
                             "[missing-key]",
                             "/my_company/media/logo/logo.img:1: error [logo-too-large]",
@@ -136,6 +138,8 @@ TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
             {"/mnt/vendor/my_region/build.prop",
              "import\t/odm/b\na b=1",
              {"1 no-equals", "2 illegal-name"}},
+            {kReserve + std::string("sim_switch_first_file"), "north", {}},
+            {kReserve + std::string("sim_switch_first_file"), "north\n", {"1 bare-key"}},
             {kReserve + std::string("sim_switch_first_file"),
              "north\nx=1",
              {"1 no-equals", "1 missing-key"}},

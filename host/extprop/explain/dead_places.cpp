@@ -198,7 +198,9 @@ class Finder {
     // `below` is KEY/KIND/FILE where all is well.
     void PlaceInProperties(const std::string& path, const std::string& properties,
                            const std::vector<std::string>& below) {
-        const std::string directory = Dirname(path);
+        // Where something else is read the file itself is at fault.
+        const bool is_live = live_directories_.count(Dirname(path)) != 0;
+        const std::string directory = is_live ? path : Dirname(path);
         const size_t directories = below.size() - 1;
         const auto directory_at = [&](size_t i) {
             std::string path = properties;

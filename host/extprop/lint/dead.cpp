@@ -12,6 +12,7 @@ namespace extprop {
 namespace {
 
 constexpr const Rule& kMissingKey = RuleNamed("missing-key");
+constexpr const Rule& kBareKey = RuleNamed("bare-key");
 
 // What other rules find without a survey has none.
 constexpr struct {
@@ -45,7 +46,14 @@ void CheckKeyFile(const PropertyFile& file, Findings* findings) {
     if (!file.was_read || fixed == FixedFiles().end() || fixed->property == nullptr) return;
     // The older form is the bare key.
     const bool takes_bare = file.use == FileUse::kKeyFile;
-    if (takes_bare && file.content.find('=') == std::string::npos) return;
+    if (takes_bare && file.content.find('=') == std::string::npos) {
+        if (file.content.find_first_of("# \t\r\n") == std::string::npos) return;
+        findings->Add(kBareKey, file.path, 1,
+                      "without a line '" + std::string(fixed->property) +
+                              "=KEY' the whole text is taken for the key, what stands besides it "
+                              "and the line end too");
+        return;
+    }
     int line_number = 1;
     std::string misspelt;
     for (const PropertyLine& line : file.lines) {

@@ -8,8 +8,11 @@
 #include <functional>
 #include <set>
 
+#include <android-base/file.h>
 #include <android-base/strings.h>
 
+#include "TesvoExtensionProperty/cota.h"
+#include "TesvoExtensionProperty/names.h"
 #include "lint/rules.h"
 #include "nearest.h"
 #include "output/printable.h"
@@ -165,12 +168,39 @@ std::map<std::string, Expansion> FollowImports(const DeviceTree& tree, PropertyF
     return expansions;
 }
 
-Targets FindTargets(const DeviceTree& tree, const std::set<std::string>& paths) {
+// Finds the file that the path leads to while a carrier package or module is mounted.
+bool FindMounted(const DeviceTree& tree, const std::string& path, const PropertyFiles& files,
+                 Place* place) {
+    for (const auto& [message, file] : files) {
+        if (file.use != FileUse::kCotaMessage) continue;
+        std::string source, target = android::init::kCarrierRoot;
+        for (const PropertyLine& line : file.lines) {
+            if (line.name == android::init::kCotaRoot || line.name == "mount_point") {
+                source = line.value;
+            } else if (line.name == android::init::kBindPoint) {
+                target = line.value;
+            }
+        }
+        Place point, above_place;
+        if (source.empty() || !tree.Find(target, true, &point)) continue;
+        for (std::string above = android::base::Dirname(path); above.size() > 1;
+             above = android::base::Dirname(above)) {
+            if (!tree.Find(above, true, &above_place) || above_place.path != point.path) continue;
+            if (tree.Find(source + path.substr(above.size()), false, place)) return true;
+        }
+    }
+    return false;
+}
+
+Targets FindTargets(const DeviceTree& tree, const std::set<std::string>& paths,
+                    const PropertyFiles& files) {
     Targets targets;
     for (const std::string& path : paths) {
         Place place;
-        if (!tree.Find(path, false, &place)) {
-            targets.missing.push_back(QuotedShort(path) + ": " + strerror(errno));
+        const bool is_there = tree.Find(path, false, &place);
+        const std::string reason = is_there ? "" : strerror(errno);
+        if (!is_there && !FindMounted(tree, path, files, &place)) {
+            targets.missing.push_back(QuotedShort(path) + ": " + reason);
         } else if (place.is_link()) {
             targets.links.push_back(QuotedShort(path));
         } else if (!place.is_file()) {
@@ -188,6 +218,15 @@ std::string FirstOf(const std::vector<std::string>& texts) {
     return texts[0] + " (and " + std::to_string(texts.size() - 1) + " more like it)";
 }
 
+// Whether the text refers to the switch key that is in force whenever the file is read.
+bool RefersToOwnKey(const std::string& path, const std::string& text) {
+    if (!IsOfSwitchKey(path)) return false;
+    const std::string leaf = android::base::Basename(android::base::Dirname(path));
+    return std::any_of(SwitchKeys().begin(), SwitchKeys().end(), [&](const SwitchKey& key) {
+        return leaf == key.leaf && text.find(std::string("${") + key.property) != std::string::npos;
+    });
+}
+
 void CheckImport(const PropertyFile& file, const PropertyLine& line, const Expansion& expansion,
                  const Targets& targets, Findings* findings) {
     const auto add = [&](const Rule& rule, const std::string& message) {
@@ -195,7 +234,7 @@ void CheckImport(const PropertyFile& file, const PropertyLine& line, const Expan
     };
     if (!expansion.malformed.empty()) {
         add(kMalformedReference, expansion.malformed);
-    } else if (expansion.paths.empty()) {
+    } else if (expansion.paths.empty() && !RefersToOwnKey(file.path, std::string(line.name))) {
         add(kUnsetReference, expansion.unset +
                                      ": no property file of the device sets it, so it must come "
                                      "from elsewhere");
@@ -459,7 +498,7 @@ void CheckImports(const DeviceTree& tree, const std::map<std::string, FileMoment
     const auto expansions = FollowImports(tree, files, findings);
     std::map<std::string, Targets> targets;
     for (const auto& [text, expansion] : expansions) {
-        targets[text] = FindTargets(tree, expansion.paths);
+        targets[text] = FindTargets(tree, expansion.paths, *files);
     }
     const Setters setters = SettersIn(*files, moments);
     ImportGraph graph;

@@ -55,7 +55,8 @@ bool NamesProperty(const PropertyFile& file, const std::string& name) {
         case FileUse::kKeyFile:
             return true;
         case FileUse::kCotaMessage:
-            return android::init::isSystemProperty(name);
+            // Instructions and modules have no dot in their names.
+            return name.find('.') != std::string::npos;
         case FileUse::kMapping:
         case FileUse::kDeviceName:
             return false;
@@ -65,22 +66,20 @@ bool NamesProperty(const PropertyFile& file, const std::string& name) {
 
 void CheckProperty(const PropertyFile& file, const PropertyLine& line, Findings* findings) {
     const std::string name(line.name);
-    if (NamesProperty(file, name)) {
-        if (!IsLegalPropertyName(name)) {
-            findings->Add(
-                    kIllegalName, file.path, line.number,
-                    QuotedShort(name) + " is no legal property name, and init will refuse it");
-        }
-        if (!IsLegalPropertyValue(name, std::string(line.value)).ok()) {
-            findings->Add(kValueTooLong, file.path, line.number,
-                          "the value of " + QuotedShort(name) + " has " +
-                                  std::to_string(line.value.size()) +
-                                  " bytes, too many for a name that does not begin with 'ro.', and "
-                                  "init will refuse it");
-        }
-    } else if (file.use == FileUse::kCotaMessage && name.find('.') != std::string::npos &&
-               !android::base::StartsWith(name, "persisit.")) {
-        // Instructions and modules have no dot in their names.
+    if (!NamesProperty(file, name)) return;
+    if (!IsLegalPropertyName(name)) {
+        findings->Add(kIllegalName, file.path, line.number,
+                      QuotedShort(name) + " is no legal property name, and init will refuse it");
+    }
+    if (!IsLegalPropertyValue(name, std::string(line.value)).ok()) {
+        findings->Add(kValueTooLong, file.path, line.number,
+                      "the value of " + QuotedShort(name) + " has " +
+                              std::to_string(line.value.size()) +
+                              " bytes, too many for a name that does not begin with 'ro.', and "
+                              "init will refuse it");
+    }
+    if (file.use == FileUse::kCotaMessage && !android::init::isSystemProperty(name) &&
+        !android::base::StartsWith(name, "persisit.")) {
         findings->Add(
                 kNotForwarded, file.path, line.number,
                 QuotedShort(name) +

@@ -139,6 +139,11 @@ inline constexpr Rule kRules[] = {
          "The key is not set; on the reserve partition the whole text of a file with an `=` is "
          "taken for a key in the old form",
          "Write `sys.sim.switch.first=KEY`, or whichever property the file is for"},
+        {"bare-key", Severity::kError,
+         "A key file on the reserve partition with a bare key and a line end, a comment or white "
+         "space besides",
+         "All of the text is the key, so no directory of the key's name is loaded",
+         "Write `sys.sim.switch.first=KEY`, or nothing but the key"},
         {"not-forwarded", Severity::kWarning,
          "A property in a message under `/data/cota` that begins with neither `sys.` nor `ro.`",
          "It is not handed on when the package is mounted",
