@@ -64,11 +64,13 @@ TEST_F(ExplainTest, NamesPlacesInOrderOfTime) {
 
 // What each word that is said to load a line does.
 TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
-    const std::string region = "--region IN ";
+    constexpr char kModule[] =
+            "mount_point=/mnt/m\nmodule_type=configure\nbind_point=/mnt/vendor/my_carrier\n";
     const struct {
         std::string path;
         const char* words;  // "null": nothing loads it
         const char* steps = "early";
+        std::vector<std::pair<const char*, const char*>> others = {};  // files of the device
     } cases[] = {
             {"/mnt/vendor/my_region/global/L/build.prop", R"(["--brand","lumora"])"},
             {"/mnt/vendor/my_product/cust/IN/build.prop", R"(["--region","IN"])"},
@@ -90,11 +92,42 @@ TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
             {"/mnt/vendor/tesvoreserve/system/ssv/sim_switch_current_file", R"(["persist"])"},
             {"/my_carrier/build.prop", R"(["early:/my_carrier"])"},
             {"/odm/etc/more.prop", "null"},
+            {"/mnt/vendor/tesvoreserve/system/ssv/region_switch_file",
+             R"(["--set","persist.sys.911.shutdown=0","reboot","persist"])",
+             "early persist",
+             {{"/odm/build.prop", "persist.sys.911.shutdown=1\n"}}},
+            {"/mnt/vendor/my_carrier/properties/k/regionSwitch/a.prop",
+             R"(["--edit","/data/what-if/build.prop:sys.region.switch.first=k","reboot",)"
+             R"("media:/my_what-if","early:/data/what-if","sim:regionSwitch"])",
+             "early persist cota-service:module_bind_single",
+             {{"/data/cota/cota_module_info.prop", kModule}, {"/mnt/m/x", ""}}},
+            {"/mnt/m/etc/e.prop",
+             R"(["cota-service:module_bind_single"])",
+             "early persist",
+             {{"/data/cota/cota_module_info.prop", kModule},
+              {"/mnt/vendor/my_carrier/x", ""},
+              {"/mnt/m/build.prop", "import /mnt/vendor/my_carrier/etc/e.prop\n"}}},
+            {"/odm/etc/d/e.prop",
+             R"(["--set","ro.a=d","--set","ro.b=e","early:/odm"])",
+             "early",
+             {{"/odm/build.prop", "import /odm/etc/${ro.a}/${ro.b}.prop\n"}}},
+            {"/odm/etc/p/r.prop",  // which takes two values at once
+             "null",
+             "early",
+             {{"/odm/build.prop", "import /odm/etc/${ro.a}.prop\n"},
+              {"/odm/etc/q.prop", "import /odm/etc/${ro.a}/r.prop\n"}}},
+            {"/mnt/vendor/my_product/cust/IN/build.prop",  // where the library does not die
+             R"(["--region","IN"])",
+             "early",
+             {{"/mnt/vendor/my_region/build.prop", "ro.tesvo.pipeline.region=EU\n"},
+              {"/mnt/vendor/my_product/cust/EU/build.prop",
+               "import /mnt/vendor/my_product/cust/EU/build.prop\n"}}},
     };
     for (const auto& known : cases) {
         SCOPED_TRACE(known.path);
         const std::string device = "/" + std::to_string(&known - cases);
         Write(device + known.path, "sys.wanted=yes\n");
+        for (const auto& [path, content] : known.others) Write(device + path, content);
         const std::string explain =
                 "explain --json " + Path(device) + " sys.wanted " + known.steps + " ";
         const json origin = json::parse(Run(explain).out)["properties"][0]["origins"][0];

@@ -15,6 +15,7 @@
 
 #include "TesvoExtensionProperty/names.h"
 #include "device/legal.h"
+#include "device/property_text.h"
 #include "input_error.h"
 
 namespace extprop {
@@ -184,10 +185,17 @@ void PreparedDevice::Reset(const BootOptions& options) {
     Prepare();
 }
 
+std::vector<Edit> PreparedDevice::Edits() const {
+    std::vector<Edit> edits;
+    for (const auto& [option, edit] : options_.named_edits) edits.push_back(edit);
+    edits.insert(edits.end(), options_.edits.begin(), options_.edits.end());
+    return edits;
+}
+
 void PreparedDevice::Prepare() {
     report_ = {path_, {}, {}, {}, std::nullopt, {}};
     report_.way = root_.way();
-    if (tells_files()) MakeEdits(options_.edits, root_);
+    if (tells_files()) MakeEdits(Edits(), root_);
     SeparateStored(&options_.plan);
     PrepareSplashPartition();
 }
@@ -211,8 +219,8 @@ Report PreparedDevice::Boot(BootListener* listener,
         booted.reset();  // nothing of the old boot may still act on the files
         // Where no file's change is told of, the process itself makes the edits, which is quicker.
         const bool edits = !tells_files() && report_.boots.empty();
-        booted = std::make_unique<BootedDevice>(
-                root_, fetch_, plan, edits ? options_.edits : std::vector<Edit>(), listener);
+        booted = std::make_unique<BootedDevice>(root_, fetch_, plan,
+                                                edits ? Edits() : std::vector<Edit>(), listener);
         report_.boots.push_back({plan.properties, plan.stored});
         if (listener != nullptr) listener->OnBoot(report_.boots.back());
     };
@@ -248,11 +256,32 @@ Report PreparedDevice::Boot(BootListener* listener,
         report_.steps.push_back(std::move(done));
     }
     if (!report_.failure) end();
-    if (booted->edits_failed()) MakeEdits(options_.edits, root_);  // which says what is wrong
+    if (booted->edits_failed()) MakeEdits(Edits(), root_);  // which says what is wrong
     report_.properties = booted->properties();
     report_.removed = booted->removed();
     for (const std::string& note : root_.Notes()) report_.notes.push_back(note);
     return std::move(report_);
+}
+
+void AddWords(const Words& words, BootOptions* options) {
+    for (size_t i = 0; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        if (!android::base::StartsWith(word, "--")) {
+            options->plan.steps.push_back(ParseStep(word));
+            continue;
+        }
+        const std::string& value = words[++i];
+        if (word == "--set") {
+            options->plan.properties.insert_or_assign(ParseSetting(value).first,
+                                                      ParseSetting(value).second);
+        } else if (word == "--edit") {
+            options->edits.push_back(ParseEdit(value));
+        } else {
+            options->named_edits[word] = word == "--brand"    ? BrandEdit(value)
+                                         : word == "--region" ? RegionEdit(value)
+                                                              : NvKeyEdit(value);
+        }
+    }
 }
 
 }  // namespace extprop

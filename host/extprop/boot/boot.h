@@ -12,11 +12,13 @@
 namespace extprop {
 
 struct BootOptions {
-    std::string device;                   // the device directory
-    char slot = 'a';                      // of partitions with images for two slots
-    BootPlan plan;                        // its properties are set again after a reboot
-    bool names_no_steps = false;          // the plan's are those that go without saying
-    std::vector<Edit> edits;              // made before the first boot
+    std::string device;           // the device directory
+    char slot = 'a';              // of partitions with images for two slots
+    BootPlan plan;                // its properties are set again after a reboot
+    bool names_no_steps = false;  // the plan's are those that go without saying
+    // Made before the first boot, those of a brand, region and old key, by their option, first.
+    std::map<std::string, Edit> named_edits;
+    std::vector<Edit> edits;
     std::chrono::seconds time_limit{30};  // for each step
 };
 
@@ -31,6 +33,9 @@ class BootListener {
     virtual void OnImport(const ImportRead& import) = 0;
     virtual void OnStepEnd() = 0;
 };
+
+// Adds words of a command line to the options: steps, --set, --edit, --brand, --region and --nv.
+void AddWords(const Words& words, BootOptions* options);
 
 // A device directory with a throw-away layer, and the changes that were asked for made in it.
 class PreparedDevice {
@@ -56,6 +61,9 @@ class PreparedDevice {
 
     void Prepare();
     void PrepareSplashPartition();
+
+    // All of them, in their order.
+    std::vector<Edit> Edits() const;
 
     BootOptions options_;
     FetchExtension fetch_;

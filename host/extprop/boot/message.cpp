@@ -51,7 +51,13 @@ class ChunkWriter : public std::streambuf {
     bool Send(ChunkHead mark) {
         const ChunkHead head = static_cast<ChunkHead>(pptr() - pbase()) | mark;
         memcpy(buffer_, &head, sizeof(head));
-        return android::base::WriteFully(fd_, buffer_, pptr() - buffer_);
+        // Whoever was to read it may be gone.
+        for (const char* next = buffer_; next < pptr();) {
+            const ssize_t sent = TEMP_FAILURE_RETRY(send(fd_, next, pptr() - next, MSG_NOSIGNAL));
+            if (sent <= 0) return false;
+            next += sent;
+        }
+        return true;
     }
 
     int fd_;

@@ -123,9 +123,9 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
     }
     plan.requests = arguments.requests;
     if (!arguments.no_complete) plan.requests.push_back(kBindComplete);
-    if (arguments.brand_option->count() > 0) options.edits.push_back(BrandEdit(arguments.brand));
-    if (arguments.region_option->count() > 0) options.edits.push_back(RegionEdit(arguments.region));
-    if (arguments.nv_key_option->count() > 0) options.edits.push_back(NvKeyEdit(arguments.nv_key));
+    if (arguments.brand_option->count() > 0) AddWords({"--brand", arguments.brand}, &options);
+    if (arguments.region_option->count() > 0) AddWords({"--region", arguments.region}, &options);
+    if (arguments.nv_key_option->count() > 0) AddWords({"--nv", arguments.nv_key}, &options);
     for (const std::string& edit : arguments.edits) options.edits.push_back(ParseEdit(edit));
     return options;
 }

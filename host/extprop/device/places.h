@@ -82,9 +82,10 @@ struct Reading {
     Occasion occasion = Occasion::kPartition;
     Words root_words;  // that bring its root into the list of partitions
     enum Root { kListed, kCompany, kPackage, kModule, kElsewhere } root = kListed;
-    std::string place;  // of a root that is not listed: its path
-    int key_index = 0;  // of a key directory: in SwitchKeys()
-    std::string key;    // of a key directory; of an old key file an nv key that leads there
+    std::string place;              // of a root that is not listed: its path
+    bool is_through_mount = false;  // a package's or module's file at a listed root
+    int key_index = 0;              // of a key directory: in SwitchKeys()
+    std::string key;  // of a key directory; of an old key file an nv key that leads there
 };
 
 }  // namespace extprop

@@ -3,9 +3,12 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <map>
 #include <set>
 
+#include "device/property_lines.h"
 #include "explain/requirements.h"
+#include "input_error.h"
 
 namespace extprop {
 
@@ -36,6 +39,55 @@ std::vector<std::string> Unmatched(const std::vector<std::string>& patterns,
 }
 
 namespace {
+
+// Boots the device again with words added to its command line.
+class Trials {
+  public:
+    Trials(PreparedDevice* device, const BootOptions& options)
+            : device_(device), options_(options) {}
+
+    bool Load(const Words& words, const SurveyedFile& file, const std::string& name) {
+        auto [loads, is_new] = known_.try_emplace(words);
+        if (is_new) loads->second = LoadsOf(words);
+        const std::string& own = file.source ? *file.source : file.path;
+        const auto [begin, end] = loads->second.equal_range(own);
+        return std::any_of(begin, end,
+                           [&](const auto& load) { return PassesFilter(name, load.second); });
+    }
+
+  private:
+    using FilesAndFilters = std::multimap<std::string, std::string>;  // the device's own files
+
+    FilesAndFilters LoadsOf(const Words& words) {
+        BootOptions options = options_;
+        options.plan.detail = Detail::kOrigins;
+        // A command line that names a step has none of those that go without saying.
+        if (options.names_no_steps && std::any_of(words.begin(), words.end(), IsStepWord)) {
+            options.plan.steps.clear();
+        }
+        Report report;
+        try {
+            AddWords(words, &options);
+            device_->Reset(options);
+            report = device_->Boot();
+        } catch (const InputError&) {
+            return {};  // an edit that cannot be made
+        }
+        FilesAndFilters loads;
+        for (const StepReport& step : report.steps) {
+            for (const Event& event : step.events) {
+                const auto* load = std::get_if<LoadEvent>(&event);
+                if (load == nullptr || report.failure) continue;
+                loads.emplace(load->source.value_or(load->path), load->filter.value_or(""));
+            }
+        }
+        return loads;
+    }
+
+    PreparedDevice* device_;
+    const BootOptions& options_;
+    std::map<Words, FilesAndFilters> known_;
+};
 
 // The origin that the lines of a file that did not load have in common.
 Origin UnloadedOrigin(const SurveyedFile& file, const sandbox::Sandbox& root) {
@@ -98,7 +150,11 @@ Explanation Explain(const BootOptions& options, const std::vector<std::string>& 
         report->notes.emplace_back(std::string("the files that were not loaded are not told of: ") +
                                    kNoSurvey);
     }
-    Requirements requirements(*survey, tracer, *report, options);
+    Trials trials(&device, options);
+    const Loads loads = [&](const Words& words, const SurveyedFile& file, const std::string& name) {
+        return trials.Load(words, file, name);
+    };
+    Requirements requirements(*survey, tracer, *report, options, loads);
     Origins origins = tracer.Origins();
     AddUnloaded(*survey, patterns, device.root(), &requirements, &origins);
 

@@ -46,15 +46,21 @@ bool IsWord(const Step& step, const char* word) {
 // Returns the words with what makes them count behind a reboot, if they can.
 std::optional<Words> BehindReboot(Words words, const Reading& reading) {
     if (std::find(words.begin(), words.end(), "reboot") != words.end()) return words;
-    if (reading.root == Reading::kCompany) return std::nullopt;  // it is applied once
     const auto step = std::find_if(words.begin(), words.end(), IsStepWord);
     if (step == words.end()) {
+        if (reading.root == Reading::kCompany) return std::nullopt;  // it is applied once
         const bool is_early = reading.occasion == Occasion::kPartition;
         return words + Words{"reboot", is_early ? "early" : "persist"};
     }
-    // The boot's first step has nothing before it that brings the stored properties in force.
+    // The new boot has to find the old key again, and otherwise has nothing before its first step
+    // that brings the stored properties in force.
+    const bool takes_old_key = reading.occasion == Occasion::kOldKeyFile && !reading.key.empty();
     Words reboot = {"reboot"};
-    if (*step == kTriedStep) reboot.emplace_back(kStoredStep);
+    if (takes_old_key && *step != "persist") {
+        reboot.emplace_back("persist");
+    } else if (*step == kTriedStep) {
+        reboot.emplace_back(kStoredStep);
+    }
     words.insert(step, reboot.begin(), reboot.end());
     return words;
 }
@@ -64,6 +70,11 @@ bool IsChannelState(const std::string& path) {
     constexpr const char* kFiles[] = {kEmptyAppChannelFile, kReserveCommonFile, kDataCommonFile,
                                       kDataRegionFile, kReserveRegionFile};
     return std::find(std::begin(kFiles), std::end(kFiles), path) != std::end(kFiles);
+}
+
+// Whether an edit of the file can give a property this value: a line's ends are dropped.
+bool CanEdit(const std::string& path, const std::string& value) {
+    return path.find(':') == std::string::npos && android::base::Trim(value) == value;
 }
 
 bool Mounts(const Words& words) {
@@ -99,6 +110,29 @@ std::string Substituted(std::string text, const std::string& name, const std::st
     return text;
 }
 
+// The name of no reference.
+constexpr char kNoName[] = "{";
+
+// Returns the values of the references in the text with which it becomes the path, if it can.
+using Values = std::vector<std::pair<std::string, std::string>>;
+std::optional<Values> ValuesThatLead(const std::string& text, const std::string& path) {
+    const size_t start = text.find("${");
+    const size_t end = start == std::string::npos ? start : text.find('}', start);
+    if (end == std::string::npos) return text == path ? std::optional(Values()) : std::nullopt;
+    if (path.compare(0, start, text, 0, start) != 0) return std::nullopt;
+    const std::string inside = text.substr(start + 2, end - start - 2);
+    const std::string name = inside.substr(0, inside.find(":-"));
+    for (size_t size = path.size() - start; size > 0; --size) {
+        const std::string value = path.substr(start, size);
+        // The same name has the same value everywhere.
+        auto values = ValuesThatLead(Substituted(text, name, value), path);
+        if (!values) continue;
+        values->insert(values->begin(), {name, value});
+        return values;
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 const std::vector<const char*>& Requirements::ControlProperties() {
@@ -112,8 +146,9 @@ const std::vector<const char*>& Requirements::ControlProperties() {
 }
 
 Requirements::Requirements(const Survey& survey, const Tracer& tracer, const Report& report,
-                           const BootOptions& options)
+                           const BootOptions& options, const Loads& loads)
         : survey_(survey),
+          loads_(loads),
           tracer_(tracer),
           report_(report),
           steps_(options.plan.steps),
@@ -121,12 +156,18 @@ Requirements::Requirements(const Survey& survey, const Tracer& tracer, const Rep
           names_no_steps_(options.names_no_steps) {
     for (const SurveyedFile& file : survey.files) {
         files_[file.source.value_or(file.path)] = &file;
+        for (const Reading& reading : file.readings) has_mounted_maps_ |= reading.is_through_mount;
         for (const SurveyedImport& import : file.imports) {
             has_filters_ |= !import.filter.empty();
             for (const auto& [path, own] : import.targets) {
                 importers_[own].push_back({&file, &import, path});
             }
         }
+    }
+    is_all_tried_ = report.failure.has_value();
+    std::set<std::string> way, done;
+    for (const SurveyedFile& file : survey.files) {
+        is_all_tried_ |= ImportsItself(file.path, kNoName, "", &way, &done);
     }
 }
 
@@ -137,9 +178,16 @@ std::optional<Words> Requirements::WordsFor(const std::string& path, const std::
 }
 
 std::optional<Words> Requirements::WordsFor(const SurveyedFile& file, const std::string& name) {
-    auto words = LineWords(file, name);
+    // What did not come back once would not do so again, and be waited for each time.
+    if (report_.failure && report_.failure->timed_out) return std::nullopt;
+    auto words = FileWords(file);
     if (words) words = WithDefaultSteps(*words);
-    return words;
+    if (words && (!is_all_tried_ || loads_(*words, file, name))) return words;
+    if (IsGone(file.source.value_or(file.path))) return std::nullopt;
+    // Only filters make a difference between the lines of a file.
+    auto [entry, is_new] = imported_.try_emplace({file.path, has_filters_ ? name : ""});
+    if (is_new) entry->second = ImportWords(file, name);
+    return entry->second;
 }
 
 // A command line that names a step has none of those that go without saying.
@@ -153,16 +201,6 @@ Words Requirements::WithDefaultSteps(Words words) const {
     return words;
 }
 
-std::optional<Words> Requirements::LineWords(const SurveyedFile& file, const std::string& name) {
-    if (report_.failure) return std::nullopt;  // no word is reached behind what the library died of
-    if (auto words = FileWords(file)) return words;
-    if (IsGone(file.source.value_or(file.path))) return std::nullopt;
-    // Only filters make a difference between the lines of a file.
-    auto [entry, is_new] = imported_.try_emplace({file.path, has_filters_ ? name : ""});
-    if (is_new) entry->second = ImportWords(file, name);
-    return entry->second;
-}
-
 // Returns the words that make the library load the file for its own sake.
 std::optional<Words> Requirements::FileWords(const SurveyedFile& file) {
     const std::string& path = file.source ? *file.source : file.path;
@@ -171,13 +209,51 @@ std::optional<Words> Requirements::FileWords(const SurveyedFile& file) {
     const bool is_restored = IsChannelState(path) && (IsGone(path) || RestoresChannel());
     for (const Reading& reading : file.readings) {
         if ((IsGone(path) && !is_restored) || entry->second) break;
+        if (HangsOnMount(reading)) continue;
         entry->second = ReadingWords(reading);
         if (entry->second && is_restored) entry->second = WithoutRestore() + *entry->second;
         // What is mounted over the file hides it until a reboot.
         if (entry->second && IsCovered(path)) entry->second = BehindReboot(*entry->second, reading);
     }
     if (!entry->second) entry->second = OwnStepWords(file);
+    for (const Reading& reading : file.readings) {
+        if (!HangsOnMount(reading)) continue;
+        for (const Words& words : MountedMapWords(reading)) {
+            if (!entry->second && loads_(WithDefaultSteps(words), file, "")) entry->second = words;
+        }
+    }
     return entry->second;
+}
+
+// Whether a map that something brings when it is mounted decides about the reading.
+bool Requirements::HangsOnMount(const Reading& reading) const {
+    const bool is_of_old_key = reading.occasion == Occasion::kFlagMap ||
+                               reading.occasion == Occasion::kNvMap ||
+                               (reading.occasion == Occasion::kOldKeyFile && !reading.key.empty());
+    return reading.is_through_mount || (has_mounted_maps_ && is_of_old_key);
+}
+
+// Returns the words that may have the boot look for an old key while a package or module is
+// mounted.
+std::vector<Words> Requirements::MountedMapWords(const Reading& reading) const {
+    const bool is_map = reading.occasion != Occasion::kOldKeyFile;
+    const Words key =
+            reading.root_words + Words{"--nv", is_map ? survey_.unmapped_key : reading.key};
+    std::vector<Words> ways;
+    if (auto words = reading.is_through_mount ? std::nullopt : ReadingWords(reading)) {
+        ways.push_back(*words);
+        if (auto behind = BehindReboot(*words, reading)) ways.push_back(*behind);
+    }
+    if (auto words = FirstPassWords(key)) ways.push_back(*words);
+    ways.push_back(key + Words{"reboot", "persist"});
+    for (const Reading::Root root : {Reading::kPackage, Reading::kModule}) {
+        const auto& target =
+                root == Reading::kPackage ? survey_.package_target : survey_.module_target;
+        if (!target || IsGone(MessageOf(root))) continue;
+        ways.push_back(key + Words{ServiceStep(root), "persist"});
+        ways.push_back(key + Words{"reboot", ServiceStep(root), "persist"});
+    }
+    return ways;
 }
 
 // Any root's own file has a step.
@@ -239,21 +315,24 @@ std::optional<Words> Requirements::ReadingWords(const Reading& reading) const {
 // All maps are read where neither the carrier's code nor the old nv key is found in one.
 std::optional<Words> Requirements::SwitchKeyMapWords(const Reading& reading) const {
     const std::string& unmapped = survey_.unmapped_key;
-    if (unmapped.empty() || !survey_.migrates) return std::nullopt;
-    Words words = reading.root_words + Words{"--nv", unmapped};
-    // What partitions say of the mark of the migration, those of another brand or region too, does
-    // not outlast a reboot. The mark that this boot's migration made comes after it.
+    if (unmapped.empty() || survey_.has_first_key) return std::nullopt;
+    std::set<Words> changes;
+    // The mark that this boot's migration makes comes after it.
+    const std::string no_mark = Setting(kSimSwitchConvert, "false");
+    if (survey_.has_mark) changes.insert({"--edit", std::string(kConvertFile) + ":" + no_mark});
+    // What partitions say of the mark, those of another brand or region too, does not outlast a
+    // reboot.
     bool takes_reboot = !reading.root_words.empty();
-    if (const Origin* mark = tracer_.Winner(kSimSwitchConvert); mark != nullptr) {
-        if (mark->kind == OriginKind::kGiven) {
-            words = Words{"--set", Setting(kSimSwitchConvert, "false")} + words;
-        } else if (mark->kind != OriginKind::kFile) {
+    for (const Origin& mark : tracer_.GivenTo(kSimSwitchConvert)) {
+        if (mark.value != "true") continue;
+        if (mark.kind == OriginKind::kGiven) {
+            changes.insert({"--set", no_mark});
+        } else if (mark.kind != OriginKind::kFile) {
             return std::nullopt;
         }
-        takes_reboot |= mark->kind == OriginKind::kFile && mark->own_file() != kConvertFile;
+        takes_reboot |= mark.kind == OriginKind::kFile && mark.own_file() != kConvertFile;
     }
     // Any boot may be the one that would migrate the carrier's code.
-    std::set<Words> changes;
     const std::string setting = Setting(kCarrierCode, unmapped);
     for (const Origin& code : tracer_.GivenTo(kCarrierCode)) {
         if (survey_.switch_keys.count(code.value) == 0) continue;
@@ -265,6 +344,7 @@ std::optional<Words> Requirements::SwitchKeyMapWords(const Reading& reading) con
             return std::nullopt;
         }
     }
+    Words words = reading.root_words + Words{"--nv", unmapped};
     for (const Words& change : changes) words = change + words;
     return takes_reboot ? words + Words{"reboot", "persist"} : FirstPassWords(words);
 }
@@ -366,32 +446,61 @@ std::optional<Words> Requirements::ElsewhereWords(const Reading& reading) const 
 
 // The company's own root is read by the first step persist that finds a new image.
 std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
-    for (const char* date : {kCompanyDate, kCompanyDateApplied}) {
-        if (tracer_.Winner(date) != nullptr) return std::nullopt;
+    const bool is_dated = tracer_.Winner(kCompanyDate) != nullptr ||
+                          tracer_.Winner(kCompanyDateApplied) != nullptr;
+    const bool is_key = reading.occasion == Occasion::kKeyDirectory;
+    const SwitchKey& key = SwitchKeys()[reading.key_index];
+    // What a later key file says of the key would win.
+    const Origin* winner = is_key ? tracer_.Winner(key.property) : nullptr;
+    const bool is_said_later = winner != nullptr && winner->kind == OriginKind::kFile &&
+                               winner->own_file() != key.key_file && !winner->written &&
+                               winner->own_file() != kReserveFirstFile &&
+                               winner->own_file() != kReserveCurrentFile &&
+                               winner->own_file() != kReserveRegionFile;
+    const bool is_of_operator = reading.occasion == Occasion::kOldKeyFile && reading.key.empty();
+    if (is_dated || is_said_later || is_of_operator || (report_.boots.size() > 1 && HasPersist())) {
+        return LateCompanyWords(reading);
     }
     Words words = {"--set", Setting(kCompanyDate, kTriedDate)};
-    if (reading.occasion == Occasion::kKeyDirectory) {
-        const SwitchKey& key = SwitchKeys()[reading.key_index];
+    if (is_key) {
         if (WhyRefused(key.property, reading.key)) return std::nullopt;
         if (RestoresChannel()) words = words + WithoutRestore();
-        // What a later key file says of the key would win.
-        const Origin* winner = tracer_.Winner(key.property);
-        if (winner != nullptr && winner->kind == OriginKind::kFile &&
-            winner->own_file() != key.key_file && !winner->written &&
-            winner->own_file() != kReserveFirstFile && winner->own_file() != kReserveCurrentFile &&
-            winner->own_file() != kReserveRegionFile) {
-            return std::nullopt;
-        }
         words = words + Words{"--edit",
                               std::string(key.key_file) + ":" + Setting(key.property, reading.key)};
     }
     if (reading.occasion == Occasion::kOldKeyFile) {
-        if (reading.key.empty()) return std::nullopt;
         words = words + reading.root_words + Words{"--nv", reading.key};
     }
-    const int boots = static_cast<int>(report_.boots.size());
-    if (boots > 1 && HasPersist()) return std::nullopt;
     return FirstPassWords(words);
+}
+
+// The same whatever the steps so far have made of it: a last step persist finds an image that none
+// before it did.
+std::optional<Words> Requirements::LateCompanyWords(const Reading& reading) const {
+    std::vector<std::pair<std::string, std::string>> settings = {{kCompanyDate, kTriedDate}};
+    Words rest;
+    if (reading.occasion == Occasion::kKeyDirectory) {
+        const SwitchKey& key = SwitchKeys()[reading.key_index];
+        settings.emplace_back(key.property, reading.key);
+        rest = TriedSteps(key.property) + Words{std::string("sim:") + key.command};
+    } else if (reading.occasion == Occasion::kOldKeyFile && reading.key.empty()) {
+        // With a switch key of its own the boot looks for no old one.
+        settings.emplace_back(kOperatorA, kTriedOperator);
+        settings.emplace_back(kOperatorB, kTriedOperator);
+        settings.emplace_back(kRegionSwitchFirst, kTriedKey);
+        rest = {"reboot", kStoredStep, kTriedStep, "sim"};
+    } else if (reading.occasion == Occasion::kOldKeyFile) {
+        const auto words =
+                FirstPassWords(reading.root_words + Words{"--nv", reading.key}, InBoot::kLast);
+        if (!words) return std::nullopt;
+        rest = *words;
+    }
+    Words words;
+    for (const auto& [name, value] : settings) {
+        if (value.size() > kLongestRead || WhyRefused(name, value)) return std::nullopt;
+        words = words + TriedWords(name, value);
+    }
+    return words + rest + Words{kTriedStep, "persist"};
 }
 
 // Returns the words that make the property have the value when the steps so far are done.
@@ -406,12 +515,14 @@ std::optional<Words> Requirements::SetWords(const char* property, const std::str
         return Words{"--set", Setting(property, value)};
     }
     if (winner != nullptr && winner->kind == OriginKind::kFile && !is_reset) {
+        if (!CanEdit(winner->own_file(), value)) return std::nullopt;
         return Words{"--edit", winner->own_file() + ":" + Setting(property, value)};
     }
     const bool is_key = property == std::string_view(kSimSwitchFirst) ||
                         property == std::string_view(kSimSwitchCurrent) ||
                         property == std::string_view(kRegionSwitchFirst);
-    if (winner != nullptr && winner->kind == OriginKind::kOperation && is_key) {
+    if (winner != nullptr && winner->kind == OriginKind::kOperation && is_key &&
+        CanEdit(key_file, value)) {
         return Words{"--edit", std::string(key_file) + ":" + Setting(property, value)};
     }
     return LateSetWords(property, value);
@@ -421,6 +532,7 @@ std::optional<Words> Requirements::SetWords(const char* property, const std::str
 std::optional<Words> Requirements::LateSetWords(const char* property,
                                                 const std::string& value) const {
     if (value.size() > kLongestRead || WhyRefused(property, value)) return std::nullopt;
+    if (!CanEdit("", value)) return std::nullopt;
     return TriedWords(property, value) + TriedSteps(property);
 }
 
@@ -464,14 +576,106 @@ Words Requirements::AtEnd(Words words) const {
     return words;
 }
 
+// Words that hang on what properties are at some moment are tried out.
 std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const std::string& name) {
     for (const Importer& importer : importers_[file.path]) {
         if (!PassesFilter(name, importer.import->filter)) continue;
-        auto words = ImportWords(importer);
-        if (words) words = WordsToImported(*words, file, *importer.file);
-        if (words) return words;
+        for (const Words& way : WaysTo(file, importer)) {
+            const auto words = WordsToImported(way, file, *importer.file);
+            if (!words) continue;
+            const bool is_certain = !is_all_tried_ && uncertain_.count(way) == 0;
+            const Words whole = WithDefaultSteps(*words);
+            if (is_certain || loads_(whole, file, name)) return whole;
+        }
     }
     return std::nullopt;
+}
+
+// Returns the words that may bring the import to the file, the likeliest first.
+std::vector<Words> Requirements::WaysTo(const SurveyedFile& file, const Importer& importer) {
+    std::vector<Words> ways;
+    if (auto words = ImportWords(importer)) ways.push_back(*words);
+    // What every boot reads is not itself come to by what is set.
+    const auto& readings = importer.file->readings;
+    const bool is_always_read =
+            std::any_of(readings.begin(), readings.end(), [](const Reading& reading) {
+                return reading.occasion == Occasion::kPartition &&
+                       reading.root == Reading::kListed && reading.root_words.empty();
+            });
+    const bool is_plain =
+            is_always_read && ways.size() == 1 && ways[0].size() == 2 && ways[0][0] == "--set";
+    const bool refers = importer.import->text != importer.path;
+    if ((refers && !is_plain) || MayBeMounted(file)) {
+        if (!ways.empty()) uncertain_.insert(ways[0]);
+        for (Words& words : OtherWaysTo(importer)) {
+            uncertain_.insert(words);
+            ways.push_back(std::move(words));
+        }
+    }
+    return ways;
+}
+
+// Whether an import may lead to the file only while something is mounted, or while nothing is.
+bool Requirements::MayBeMounted(const SurveyedFile& file) const {
+    const auto& sources = survey_.mounted_sources;
+    return IsCovered(file.path) ||
+           std::any_of(sources.begin(), sources.end(), [&](const std::string& source) {
+               return StartsWith(file.path, source + "/");
+           });
+}
+
+std::vector<Words> Requirements::OtherWaysTo(const Importer& importer) {
+    std::vector<Words> ways;
+    const auto own_step = OwnStepWords(*importer.file);
+    const auto loading = FileWords(*importer.file);
+    const auto whole = WholeFileWords(*importer.file);
+    // A boot that the words add has to load the properties again.
+    if (auto words = ImportWords(importer)) {
+        Words early, unedited;
+        for (size_t i = 0; i < words->size(); ++i) {
+            const std::string& word = (*words)[i];
+            early.push_back(word);
+            if (word == "reboot") early.emplace_back("early");
+            if (word == "--edit") {
+                ++i;
+                early.push_back((*words)[i]);
+            } else {
+                unedited.push_back(word);
+            }
+        }
+        ways.push_back(early);
+        ways.push_back(unedited);
+    }
+    if (whole) ways.push_back(*whole);
+    if (loading) ways.push_back(*loading);
+    for (const Reading::Root root : {Reading::kPackage, Reading::kModule}) {
+        const auto& target =
+                root == Reading::kPackage ? survey_.package_target : survey_.module_target;
+        if (!target || IsGone(MessageOf(root))) continue;
+        ways.push_back({ServiceStep(root), "early"});
+        if (own_step) ways.push_back(Words{ServiceStep(root)} + *own_step);
+    }
+    const auto values = ValuesThatLead(importer.import->text, importer.path);
+    if (!values) return ways;
+    Words set, tried;
+    for (const auto& [name, value] : *values) {
+        if (WhyRefused(name, value) || !CanEdit("", value)) return ways;
+        set = set + Words{"--set", Setting(name, value)};
+        tried = tried + TriedWords(name, value);
+    }
+    ways.push_back(set + whole.value_or(Words()));
+    // What is said last is in force when the file is loaded behind it.
+    for (const auto& last : {own_step, whole}) {
+        if (!last) continue;
+        Words late = *last;
+        auto step = std::find_if(late.begin(), late.end(), IsStepWord);
+        if (step == late.end()) continue;
+        if (*step == "reboot") ++step;
+        late.insert(step, {kStoredStep, kTriedStep});
+        ways.push_back(tried + late);
+    }
+    ways.push_back(tried + Words{kStoredStep, kTriedStep, "early"});
+    return ways;
 }
 
 // Returns the words that make the library load the file without a filter, so that its imports are
@@ -489,7 +693,10 @@ std::optional<Words> Requirements::WholeFileWords(const SurveyedFile& file) {
     for (const Importer& importer : importers_[file.path]) {
         if (words || !importer.import->filter.empty()) continue;
         words = ImportWords(importer);
+        const bool is_uncertain =
+                words && (importer.import->text != importer.path || uncertain_.count(*words) != 0);
         if (words) words = WordsToImported(*words, file, *importer.file);
+        if (words && is_uncertain) uncertain_.insert(*words);
     }
     return whole_[file.path] = words;
 }
@@ -584,7 +791,10 @@ std::optional<Words> Requirements::ReferenceWords(const ReferringImport::Referen
         }
         return Words{"--set", Setting(reference.name, value)};
     }
-    if (reference.origin->kind != OriginKind::kFile) return std::nullopt;
+    if (reference.origin->kind != OriginKind::kFile ||
+        !CanEdit(reference.origin->own_file(), value)) {
+        return std::nullopt;
+    }
     return Words{"--edit", reference.origin->own_file() + ":" + Setting(reference.name, value)};
 }
 
@@ -655,8 +865,9 @@ std::string Requirements::ValueOf(const std::string& name) const {
 
 // Whether a step persist deletes the sales channel's state files, or did so.
 bool Requirements::RestoresChannel() const {
-    auto given = given_.find(kEmergencyShutdown);
-    return (given != given_.end() && given->second == "1") || ValueOf(kEmergencyShutdown) == "1";
+    const auto& values = tracer_.GivenTo(kEmergencyShutdown);
+    return std::any_of(values.begin(), values.end(),
+                       [](const Origin& origin) { return origin.value == "1"; });
 }
 
 // Returns the words with which no step persist does so.

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -12,11 +13,16 @@
 
 namespace extprop {
 
+// Whether a boot with the words added to its command line loads the line of the name from the file.
+using Loads =
+        std::function<bool(const Words& words, const SurveyedFile& file, const std::string& name)>;
+
 class Requirements {
   public:
-    // What is known once the boot is over. All of it must live as long as this.
+    // What is known once the boot is over, and a trial of what cannot be reckoned for certain. All
+    // of it must live as long as this.
     Requirements(const Survey& survey, const Tracer& tracer, const Report& report,
-                 const BootOptions& options);
+                 const BootOptions& options, const Loads& loads);
 
     // The properties whose origins have to be known, whatever is asked for.
     static const std::vector<const char*>& ControlProperties();
@@ -35,8 +41,9 @@ class Requirements {
         std::string path;  // what the import has to become
     };
 
-    std::optional<Words> LineWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> FileWords(const SurveyedFile& file);
+    bool HangsOnMount(const Reading& reading) const;
+    std::vector<Words> MountedMapWords(const Reading& reading) const;
     std::optional<Words> OwnStepWords(const SurveyedFile& file) const;
     std::optional<Words> UnmountedWords(const SurveyedFile& file) const;
     std::optional<Words> WholeFileWords(const SurveyedFile& file);
@@ -48,8 +55,12 @@ class Requirements {
     std::optional<Words> ThroughRoot(const Reading& reading, Words words) const;
     std::optional<Words> ElsewhereWords(const Reading& reading) const;
     std::optional<Words> CompanyWords(const Reading& reading) const;
+    std::optional<Words> LateCompanyWords(const Reading& reading) const;
     std::optional<Words> ImportWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> ImportWords(const Importer& importer);
+    std::vector<Words> WaysTo(const SurveyedFile& file, const Importer& importer);
+    std::vector<Words> OtherWaysTo(const Importer& importer);
+    bool MayBeMounted(const SurveyedFile& file) const;
     bool ImportsItself(const std::string& path, const std::string& name, const std::string& value,
                        std::set<std::string>* way, std::set<std::string>* done) const;
     std::optional<Words> ReferenceWords(const ReferringImport::Reference& reference,
@@ -76,6 +87,8 @@ class Requirements {
     Words WithoutRestore() const;
 
     const Survey& survey_;
+    const Loads& loads_;
+    bool is_all_tried_ = false;  // whatever is said may meet what the library dies of
     const Tracer& tracer_;
     const Report& report_;
     const std::vector<Step>& steps_;
@@ -84,7 +97,9 @@ class Requirements {
     std::map<std::string, const SurveyedFile*> files_;        // by the device's own path
     std::map<std::string, std::vector<Importer>> importers_;  // by the device's own path
     bool has_filters_ = false;
-    std::set<std::string> of_messages_;                  // the files that are imported by messages
+    bool has_mounted_maps_ = false;
+    std::set<Words> uncertain_;          // words that hang on what properties are at some moment
+    std::set<std::string> of_messages_;  // the files that are imported by messages
     std::map<std::string, std::optional<Words>> known_;  // of files for their own sake
     std::map<std::string, std::optional<Words>> whole_;  // and for their importers'
     std::map<std::pair<std::string, std::string>, std::optional<Words>> imported_;

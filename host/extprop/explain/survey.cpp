@@ -67,11 +67,51 @@ std::vector<std::string> PathsLike(const std::string& text) {
     return paths;
 }
 
+// What a message of the installing service has mounted.
+struct Mounted {
+    std::string source;
+    std::optional<std::string> target;  // the device's own path, if the source can be mounted there
+};
+
+std::optional<std::string> BoundOver(const std::string& source, const std::string& target) {
+    if (source == target || !IsDirectory(source)) return std::nullopt;
+    return RealPath(target, true);
+}
+
+std::optional<Mounted> FindPackage() {
+    const PropertyMap info = LoadedFrom(kCotaMountInfoFile);
+    const std::string source = valueOf(info, kCotaRoot);
+    if (valueOf(info, kCotaVerified) != "1" || !StartsWith(source, "/")) return std::nullopt;
+    return Mounted{source, BoundOver(source, valueOf(info, kBindPoint, kCarrierRoot))};
+}
+
+std::optional<Mounted> FindModule() {
+    const PropertyMap info = LoadedFrom(kCotaModuleInfoFile);
+    const std::string source = valueOf(info, "mount_point");
+    const std::string target = valueOf(info, kBindPoint);
+    if (valueOf(info, "module_type") != "configure" || !IsDirectory(source) ||
+        !IsDirectory(target)) {
+        return std::nullopt;
+    }
+    return Mounted{source, BoundOver(source, target)};
+}
+
+// Returns the file that the path leads to while that is mounted, if it leads there.
+std::optional<std::string> ThroughMount(const std::string& path, const Mounted& mounted) {
+    for (std::string above = Dirname(path); mounted.target && above.size() > 1;
+         above = Dirname(above)) {
+        if (RealPath(above, true) != mounted.target) continue;
+        return RealPath(mounted.source + path.substr(above.size()), false);
+    }
+    return std::nullopt;
+}
+
 // An old nv key, the target that it leads to, and the words of the brand and region where it does.
 struct OldKey {
     std::string target;
     std::string key;
     Words root_words;
+    bool is_through_mount = false;
 };
 
 // Finds what makes the library read the files of the device, by looking where the library looks.
@@ -147,11 +187,34 @@ class ReadingFinder {
         Reading reading;
         reading.root_words = words;
         PartitionSearchList = roots;  // the mapping files are looked for there
-        const std::vector<OldKey> old_keys = FindOldKeys(words);
+        std::vector<OldKey> old_keys = FindOldKeys(words);
+        if (words.empty()) AddMountedMaps(roots, &old_keys);
         old_keys_.insert(old_keys_.end(), old_keys.begin(), old_keys.end());
         for (const std::string& root : roots) {
             AddOldKeyFiles(root, reading, old_keys);
             if (known_roots_.insert(PlainPath(root)).second) AddRoot(root, reading);
+        }
+    }
+
+    // Adds the maps that a package or module brings to the roots, and what they lead to.
+    void AddMountedMaps(const std::vector<std::string>& roots, std::vector<OldKey>* old_keys) {
+        Reading reading;
+        reading.is_through_mount = true;
+        for (const auto& mounted : {FindPackage(), FindModule()}) {
+            for (const std::string& root : roots) {
+                if (!mounted) continue;
+                for (const char* name : {kNvFlagMap, kSwitchKeyMap}) {
+                    const auto map = ThroughMount(root + "/etc/" + name, *mounted);
+                    if (!map) continue;
+                    reading.occasion = name == kNvFlagMap ? Occasion::kFlagMap : Occasion::kNvMap;
+                    Add(*map, reading);
+                    if (name != kNvFlagMap) continue;
+                    for (const auto& [key, target] : LoadedFrom(*map)) {
+                        const bool can_be = !key.empty() && key.size() <= kNvKeySize;
+                        if (can_be && !target.empty()) old_keys->push_back({target, key, {}, true});
+                    }
+                }
+            }
         }
     }
 
@@ -199,32 +262,21 @@ class ReadingFinder {
         for (const OldKey& old : old_keys) {
             reading.key = old.key;
             reading.root_words = old.root_words;
+            reading.is_through_mount = old.is_through_mount;
             Add(root + "/etc/build." + old.target + ".prop", reading);
         }
     }
 
     void AddCarrierPackage() {
-        const PropertyMap info = LoadedFrom(kCotaMountInfoFile);
-        const std::string source = valueOf(info, kCotaRoot);
-        if (valueOf(info, kCotaVerified) == "1" && StartsWith(source, "/")) {
-            survey_.package_target = BoundOver(source, valueOf(info, kBindPoint, kCarrierRoot));
-            AddRoot(source, At(source, Reading::kPackage));
-            AddRoot(source + "/cust", At(source + "/cust", Reading::kPackage));
+        if (const auto package = FindPackage()) {
+            survey_.package_target = package->target;
+            AddRoot(package->source, At(package->source, Reading::kPackage));
+            AddRoot(package->source + "/cust", At(package->source + "/cust", Reading::kPackage));
         }
-        const PropertyMap module = LoadedFrom(kCotaModuleInfoFile);
-        const std::string module_source = valueOf(module, "mount_point");
-        if (valueOf(module, "module_type") == "configure" && IsDirectory(module_source) &&
-            IsDirectory(valueOf(module, kBindPoint))) {
-            survey_.module_target = BoundOver(module_source, valueOf(module, kBindPoint));
-            AddRoot(module_source, At(module_source, Reading::kModule));
+        if (const auto module = FindModule()) {
+            survey_.module_target = module->target;
+            AddRoot(module->source, At(module->source, Reading::kModule));
         }
-    }
-
-    // Returns the device's own path of the target that the source will be mounted over.
-    static std::optional<std::string> BoundOver(const std::string& source,
-                                                const std::string& target) {
-        if (source == target || !IsDirectory(source)) return std::nullopt;
-        return RealPath(target, true);
     }
 
     Readings* readings_;
@@ -286,6 +338,12 @@ class Surveyor {
 
     // Files that property files import may have any name.
     void FollowImports() {
+        std::vector<Mounted> mounted;
+        for (const auto& each : {FindPackage(), FindModule()}) {
+            if (!each || !each->target) continue;
+            mounted.push_back(*each);
+            survey_.mounted_sources.push_back(RealPath(each->source, true).value_or(each->source));
+        }
         for (size_t i = 0; i < survey_.files.size(); ++i) {
             for (size_t j = 0; j < survey_.files[i].imports.size(); ++j) {
                 const std::string text = survey_.files[i].imports[j].text;
@@ -295,12 +353,18 @@ class Surveyor {
                         survey_.references.insert(name);
                     }
                     paths = PathsLike(text);
+                    // With the defaults alone, which may have slashes.
+                    const auto expanded = ExpandProps(text);
+                    if (expanded.ok()) paths.push_back(*expanded);
                 }
                 for (const std::string& path : paths) {
-                    const auto own = RealPath(path, false);
-                    if (!own || !IsRegular(*own)) continue;
-                    survey_.files[i].imports[j].targets.emplace_back(path, *own);
-                    Read(*own, std::nullopt);
+                    std::vector<std::optional<std::string>> found = {RealPath(path, false)};
+                    for (const Mounted& each : mounted) found.push_back(ThroughMount(path, each));
+                    for (const auto& own : found) {
+                        if (!own || !IsRegular(*own)) continue;
+                        survey_.files[i].imports[j].targets.emplace_back(path, *own);
+                        Read(*own, std::nullopt);
+                    }
                 }
             }
         }
@@ -350,8 +414,8 @@ class Surveyor {
         }
         std::string nv_key;
         load_old_nv_key(&nv_key, &survey_.nv_target);
-        survey_.migrates = access(kReserveFirstFile, F_OK) != 0 &&
-                           valueOf(LoadedFrom(kConvertFile), kSimSwitchConvert) != "true";
+        survey_.has_first_key = access(kReserveFirstFile, F_OK) == 0;
+        survey_.has_mark = valueOf(LoadedFrom(kConvertFile), kSimSwitchConvert) == "true";
     }
 
     const std::function<bool(const std::string& name)>& wanted_;

@@ -39,8 +39,11 @@ struct Survey {
     std::set<std::string> switch_keys;  // older keys that some file maps to new ones
     std::string unmapped_key;           // an old nv key that no file maps
     std::string nv_target;              // what the old nv key is mapped to, if there is one
-    bool migrates = false;              // the first step persist would migrate an old key
-    // What the installing service's messages have mounted over, the device's own paths.
+    // Either keeps the first step persist from migrating an old key.
+    bool has_first_key = false;
+    bool has_mark = false;
+    // What the installing service's messages have mounted, and over what: the device's own paths.
+    std::vector<std::string> mounted_sources;
     std::optional<std::string> package_target;
     std::optional<std::string> module_target;
 };
