@@ -3,7 +3,7 @@
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 TOOL_PACKAGES="g++ cmake ninja-build android-libbase-dev libfmt-dev libcli11-dev nlohmann-json3-dev
-    libssl-dev libyaml-cpp-dev"
+    libssl-dev libyaml-cpp-dev libre2-dev"
 TEST_PACKAGES="clang clang-format clang-tidy libclang-rt-dev libgtest-dev libgmock-dev libbenchmark-dev
     libglib2.0-dev pkg-config blueprint-tools bash-completion dpkg-dev file mandoc zsh e2fsprogs
     erofs-utils android-sdk-libsparse-utils"

@@ -139,9 +139,15 @@ TEST_F(MatrixTest, AnswersForWhom) {
                 HasSubstr("\n105 variants\n"));
 
     Write("/image/odm/properties/c1/SimSwitchFirstTme/a.prop", "ro.test.lost=1\n");
-    const Output text = Run("matrix " + device);
-    EXPECT_THAT(text.out, HasSubstr("No variant and no step reads:\n"
-                                    "  /odm/properties/c1/SimSwitchFirstTme\n"));
+    Write("/image/odm/properties/c1/SimSwitchFirstTime/a.prop", "ro.test.apn=c1.example\n");
+    Write("/image/odm/properties/c1/loose.prop", "ro.test.lost=1\n");
+    Write("/image/mnt/vendor/my_own/build.prop", "ro.test.own=1\n");
+    const Output text = Run("matrix " + device + " early persist early:/mnt/vendor/my_own");
+    EXPECT_THAT(text.out,
+                AllOf(HasSubstr("No variant and no step reads:\n"
+                                "  /odm/properties/c1/SimSwitchFirstTme\n"),
+                      HasSubstr("\n  /odm/properties/c1/loose.prop\n"), Not(HasSubstr("my_own"))));
+    std::filesystem::remove_all(device + "/mnt/vendor/my_own");
     std::filesystem::remove_all(device + "/odm");
     EXPECT_EQ(text.status, 0) << text.err;
     EXPECT_THAT(text.out,
@@ -157,6 +163,16 @@ TEST_F(MatrixTest, AnswersForWhom) {
                 HasSubstr("  IN  region=IN (21)\n"));
     EXPECT_THAT(Run("matrix " + device + " --only sim-first=c0,c7 ro.test.volte").out,
                 HasSubstr("  1        sim-first=c0\n"));
+
+    std::string parts;
+    for (const std::string part : {"4", "2", "1", "3"}) {
+        parts += " " +
+                 Write("/part" + part, Run("matrix --json --shard " + part + "/4 " + device).out);
+    }
+    EXPECT_EQ(LinesOf(Run("matrix --json --merge" + parts)).summary,
+              LinesOf(Run("matrix --json " + device)).summary);
+    EXPECT_THAT(Run("matrix --merge " + Path("/part2")).err,
+                HasSubstr("the lines of --shard 1/4 are missing"));
 
     const std::string other = Carriers("/other");
     EXPECT_EQ(Run("matrix " + device + " " + other).status, 0);
@@ -181,6 +197,16 @@ TEST_F(MatrixTest, MakesKeysTrueThatTheBootDeletes) {
     const json properties = LinesOf(output).variants.begin()->second.at("properties");
     EXPECT_EQ(properties.value("persist.sys.channel.info", ""), "shop") << output.out;
     EXPECT_EQ(properties.value("ro.test.channel", ""), "1");
+}
+
+TEST_F(MatrixTest, MakesKeysTrueThatAPartitionSays) {
+    const std::string device = Carriers("/image");
+    Write("/image/odm/etc/more.prop", "sys.sim.switch.first=c1\n");
+    Write("/image/odm/build.prop", "import /odm/etc/more.prop\n");
+    const Output output =
+            Run("matrix --json --only sim-first=c2 " + device + " early sim:simSwitchFirst");
+    const json properties = LinesOf(output).variants.begin()->second.at("properties");
+    EXPECT_EQ(properties.value("ro.test.apn", ""), "c2.example") << output.out;
 }
 
 TEST_F(MatrixTest, TellsWhatIsWrongAndWhatFails) {
@@ -263,7 +289,9 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
                                     "        from: /mnt/vendor/my_product/cust/IN/"
                                     "build.prop:1\n"
                                     "      ro.test.none: {set: false}\n"
-                                    "      ro.test.apn: {equals: c3.example, set: true}\n") +
+                                    "      ro.test.apn: {equals: c3.example, set: true}\n"
+                                    "  - variants: {sim-first: [c0, none], channel: '*'}\n"
+                                    "    properties: {ro.test.apn: {matches: '(c+)+x'}}\n") +
                               " --junit " + Path("/report.xml"));
     EXPECT_EQ(output.status, 1);
     EXPECT_EQ(output.out,
@@ -276,10 +304,18 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
                       Path("/carriers.yaml") +
                       ":2 (Voice)\n"
                       "  ro.test.volte is unset, expected '1'\n"
-                      "22 variants, 48 properties checked, 2 not as expected\n");
+                      "sim-first=none: " +
+                      Path("/carriers.yaml") +
+                      ":13\n"
+                      "  expected a device that has sim-first 'none'\n"
+                      "channel=*: " +
+                      Path("/carriers.yaml") +
+                      ":13\n"
+                      "  expected a device that has any channel\n"
+                      "22 variants, 48 properties checked, 4 not as expected\n");
     std::string report;
     android::base::ReadFileToString(Path("/report.xml"), &report);
-    EXPECT_THAT(report, HasSubstr("tests=\"22\" failures=\"2\""));
+    EXPECT_THAT(report, HasSubstr("tests=\"24\" failures=\"4\""));
     EXPECT_THAT(report, HasSubstr("name=\"sim-first=c7\"><failure"));
 
     const Output wrong = Run(check + Write("/wrong.yaml",
@@ -291,12 +327,18 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
                                            "      b:\n"
                                            "      b: {from: odm, set: yes}\n"
                                            "    propertys: {}\n"
-                                           "  - {}\n"));
+                                           "  - {}\n"
+                                           "  - properties: {<<: {c: 1}, 'd e': 1}\n"
+                                           "  - properties: {f: {set: false, equals: 1}}\n"
+                                           "---\n"
+                                           "expectations: []\n"));
     EXPECT_EQ(wrong.status, 2);
     EXPECT_EQ(wrong.out, "");
-    for (const char* place : {":1:8: ", ":3:16: there is no axis 'regon'", ":5:20: '[' is no",
-                              ":6:7: expected a value", ":7:7: 'b' stands here twice",
-                              ":8:5: unknown word 'propertys'", ":9:5: there is no 'properties'"}) {
+    for (const char* place :
+         {":1:8: ", ":3:16: there is no axis 'regon'", ":5:20: '[' is no", ":6:7: expected a value",
+          ":7:7: 'b' stands here twice", ":8:5: unknown word 'propertys'",
+          ":9:5: there is no 'properties'", ":10:18: lines are not merged",
+          ":10:30: no property can have", ":11:21: what is unset", ":13:1: a second document"}) {
         EXPECT_THAT(wrong.err, HasSubstr(Path("/wrong.yaml") + place));
     }
 }

@@ -1,5 +1,6 @@
 #include <stdio.h>
 
+#include <deque>
 #include <filesystem>
 #include <iostream>
 
@@ -45,18 +46,21 @@ void Divide(Arguments* arguments) {
     if (arguments->devices.size() > 2) throw InputError("matrix: more than two devices are given");
 }
 
-// Keeps those of the shard's, such as "2/3".
-void KeepShard(const std::string& shard, std::vector<Variant>* variants) {
-    if (shard.empty()) return;
-    size_t number = 0, count = 0;
+// Parses words such as "2/3" and keeps that part of the variants.
+std::optional<Shard> KeepShard(const std::string& words, std::vector<Variant>* variants) {
+    if (words.empty()) return std::nullopt;
+    Shard shard;
     char rest;
-    if (sscanf(shard.c_str(), "%zu/%zu%c", &number, &count, &rest) != 2 || number < 1 ||
-        number > count) {
-        throw InputError("--shard '" + shard + "': expected I/N, with I from 1 to N");
+    if (sscanf(words.c_str(), "%zu/%zu%c", &shard.number, &shard.count, &rest) != 2 ||
+        shard.number < 1 || shard.number > shard.count) {
+        throw InputError("--shard '" + words + "': expected I/N, with I from 1 to N");
     }
     std::vector<Variant> kept;
-    for (size_t i = number - 1; i < variants->size(); i += count) kept.push_back((*variants)[i]);
+    for (size_t i = shard.number - 1; i < variants->size(); i += shard.count) {
+        kept.push_back((*variants)[i]);
+    }
     *variants = std::move(kept);
+    return shard;
 }
 
 // Prints the names that no variant has. Returns whether there is one.
@@ -92,15 +96,26 @@ ExitStatus Merge(Arguments arguments) {
 
 ExitStatus Compare(const Arguments& arguments) {
     if (!arguments.page.empty()) throw InputError("matrix: --html goes with one device");
+    // A value that one of the two has may be named.
+    std::deque<Matrix> matrices;
+    VariantSpace known;
+    for (const std::string& device : arguments.devices) {
+        matrices.emplace_back(OptionsOf(device, arguments.boot), arguments.choice.jobs);
+        for (int axis = 0; axis < kAxisCount; ++axis) {
+            const auto& values = matrices.back().space().values[axis];
+            known.values[axis].insert(values.begin(), values.end());
+        }
+    }
     Summary summaries[2];
+    const auto& names = arguments.names;
     for (int i = 0; i < 2; ++i) {
-        Matrix matrix(OptionsOf(arguments.devices[i], arguments.boot), arguments.choice.jobs);
-        const auto& names = arguments.names;
+        const auto variants = Chosen(matrices[i].space(), arguments.choice, known);
         summaries[i] =
-                Collect(&matrix, Chosen(matrix.space(), arguments.choice, true))
+                Collect(&matrices[i], variants)
                         .Summarize(names.empty() ? std::vector<std::string>{kEverything} : names);
         summaries[i].device = arguments.devices[i];
     }
+    CheckSomeAreLeft(summaries[0].variants.size() + summaries[1].variants.size(), arguments.choice);
     const MatrixDifference difference = extprop::Compare(summaries[0], summaries[1]);
     if (arguments.json) {
         PrintJson(ToJson(difference));
@@ -114,14 +129,18 @@ ExitStatus Compare(const Arguments& arguments) {
 ExitStatus Show(const Arguments& arguments) {
     Matrix matrix(OptionsOf(arguments.devices[0], arguments.boot), arguments.choice.jobs);
     PrintNotes(matrix.base().notes);
-    std::vector<Variant> variants = Chosen(matrix.space(), arguments.choice, false);
-    KeepShard(arguments.shard, &variants);
+    std::vector<Variant> variants = Chosen(matrix.space(), arguments.choice, matrix.space());
+    CheckSomeAreLeft(variants.size(), arguments.choice);
+    const std::optional<Shard> shard = KeepShard(arguments.shard, &variants);
     const LineWriter writer(matrix.base().properties);
-    Summary summary =
+    const Collector collector =
             Collect(&matrix, variants, [&](const Variant& variant, const Outcome& outcome) {
                 if (arguments.json) std::cout << writer.Line(variant, outcome) << std::flush;
-            }).Summarize(arguments.names);
+            });
+    Summary summary = collector.Summarize(arguments.names);
     summary.device = matrix.device();
+    summary.shard = shard;
+    if (shard && arguments.names.empty()) summary.same = collector.SameEverywhere(summary);
     FindOrigins(&matrix, &summary);
     if (arguments.names.empty()) summary.dead = matrix.FindDeadPlaces();
     return Print(summary, arguments);
@@ -131,7 +150,8 @@ ExitStatus List(const Arguments& arguments) {
     const BootOptions options = OptionsOf(arguments.devices[0], arguments.boot);
     const PreparedDevice device(options);
     const VariantSpace space = FindVariantSpace(device.root(), options.time_limit);
-    std::vector<Variant> variants = Chosen(space, arguments.choice, false);
+    std::vector<Variant> variants = Chosen(space, arguments.choice, space);
+    CheckSomeAreLeft(variants.size(), arguments.choice);
     KeepShard(arguments.shard, &variants);
     if (!arguments.json) {
         std::cout << SpaceText(space, variants.size());
@@ -163,7 +183,7 @@ ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& wor
                           ->type_name("I/N");
     app->add_option("--merge", arguments.merged,
                     "Print the summary of lines that --json printed, put together in any order, "
-                    "and boot nothing")
+                    "and boot nothing; names of properties go before it")
             ->type_name("FILE...")
             ->excludes(list)
             ->excludes(shard);

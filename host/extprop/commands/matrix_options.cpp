@@ -49,7 +49,7 @@ using Values = std::array<std::set<std::string>, kAxisCount>;
 
 // Parses words such as "region=EU,IN".
 void ParseValues(const char* option, const std::vector<std::string>& words,
-                 const VariantSpace& space, bool may_have_it, Values* values) {
+                 const VariantSpace& known, Values* values) {
     for (const std::string& word : words) {
         const size_t equals = word.find('=');
         if (equals == std::string::npos) {
@@ -57,7 +57,7 @@ void ParseValues(const char* option, const std::vector<std::string>& words,
         }
         const int axis = AxisNamed(word.substr(0, equals));
         for (const std::string& value : android::base::Split(word.substr(equals + 1), ",")) {
-            if (!may_have_it && value != kAsItIs && space.values[axis].count(value) == 0) {
+            if (value != kAsItIs && known.values[axis].count(value) == 0) {
                 throw InputError(std::string(option) + " '" + word + "': the device has no " +
                                  kAxisNames[axis] + " '" + value + "'; --list tells what it has");
             }
@@ -96,20 +96,21 @@ void AddChoiceOptions(CLI::App* command, ChoiceArguments* arguments) {
 }
 
 std::vector<Variant> Chosen(const VariantSpace& space, const ChoiceArguments& arguments,
-                            bool may_have_it) {
+                            const VariantSpace& known) {
     Choice choice;
     for (const std::string& axis : arguments.over) choice.over.push_back(AxisNamed(axis));
-    ParseValues("--only", arguments.only, space, may_have_it, &choice.only);
-    ParseValues("--except", arguments.except, space, may_have_it, &choice.except);
-    std::vector<Variant> variants = ChosenVariants(space, choice);
-    if (variants.empty() && !may_have_it) {
-        throw InputError("no variant is left to boot" +
-                         std::string(choice.over.empty()
-                                             ? "; each axis is varied by itself, --over AXIS,AXIS "
-                                               "takes their combinations"
-                                             : ""));
-    }
-    return variants;
+    ParseValues("--only", arguments.only, known, &choice.only);
+    ParseValues("--except", arguments.except, known, &choice.except);
+    return ChosenVariants(space, choice);
+}
+
+void CheckSomeAreLeft(size_t variants, const ChoiceArguments& arguments) {
+    if (variants != 0) return;
+    throw InputError("no variant is left to boot" +
+                     std::string(arguments.over.empty()
+                                         ? "; each axis is varied by itself, --over AXIS,AXIS "
+                                           "takes their combinations"
+                                         : ""));
 }
 
 void BootWithProgress(Matrix* matrix, const std::vector<Variant>& variants,
@@ -140,11 +141,13 @@ void FindOrigins(Matrix* matrix, Summary* summary) {
         origins[variants[number]] = found;
         progress.Advance();
     });
-    for (SummaryProperty& property : summary->properties) {
-        for (SummaryValue& value : property.values) {
-            if (!value.value) continue;
-            const nlohmann::json& found = origins[value.variants.front()];
-            if (found.contains(property.name)) value.origin = found.at(property.name);
+    for (auto* properties : {&summary->properties, &summary->same}) {
+        for (SummaryProperty& property : *properties) {
+            for (SummaryValue& value : property.values) {
+                if (!value.value) continue;
+                const nlohmann::json& found = origins[value.variants.front()];
+                if (found.contains(property.name)) value.origin = found.at(property.name);
+            }
         }
     }
 }

@@ -23,10 +23,13 @@ struct ChoiceArguments {
 void AddChoiceOptions(CLI::App* command, ChoiceArguments* arguments);
 void AddJobsOption(CLI::App* command, int* jobs);
 
-// Returns the chosen variants. Throws InputError if an argument is wrong, or nothing is left. A
-// value that the device does not have is wrong unless another device `may_have_it`.
+// Returns the chosen variants of those in `space`. Throws InputError if an argument is wrong, as a
+// value that is not `known` is.
 std::vector<Variant> Chosen(const VariantSpace& space, const ChoiceArguments& arguments,
-                            bool may_have_it);
+                            const VariantSpace& known);
+
+// Throws InputError if the choice leaves no variants.
+void CheckSomeAreLeft(size_t variants, const ChoiceArguments& arguments);
 
 // Boots as Matrix does; a terminal on standard error shows how far it is.
 void BootWithProgress(Matrix* matrix, const std::vector<Variant>& variants,

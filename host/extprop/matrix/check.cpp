@@ -1,24 +1,37 @@
 #include "matrix/check.h"
 
-#include <regex>
 #include <set>
+
+#include <re2/re2.h>
 
 namespace extprop {
 
 namespace {
 
-// Returns the variants that the expectation is about, of those that the device has.
-std::vector<Variant> VariantsOf(const Expectation& expectation, const VariantSpace& space) {
-    if (expectation.all_variants) return ChosenVariants(space, {});
+struct ExpectedVariants {
+    std::vector<Variant> variants;
+    std::vector<std::pair<int, std::string>> missing;  // axes and values that the device has not
+};
+
+// Returns what the expectation is about.
+ExpectedVariants VariantsOf(const Expectation& expectation, const VariantSpace& space) {
+    if (expectation.all_variants) return {ChosenVariants(space, {}), {}};
     std::set<Variant, VariantOrder> variants;
+    ExpectedVariants expected;
     for (const VariantSelection& selection : expectation.selections) {
         std::vector<Variant> selected = {{}};
         for (int axis = 0; axis < kAxisCount; ++axis) {
-            std::set<std::string> values(selection.values[axis].begin(),
-                                         selection.values[axis].end());
-            if (values.empty()) continue;
-            if (values.erase(kAnyValue) != 0) {
-                values.insert(space.values[axis].begin(), space.values[axis].end());
+            const std::set<std::string>& known = space.values[axis];
+            if (selection.values[axis].empty()) continue;
+            std::set<std::string> values;
+            for (const std::string& value : selection.values[axis]) {
+                if (value == kAnyValue && !known.empty()) {
+                    values.insert(known.begin(), known.end());
+                } else if (value == kAsItIs || known.count(value) != 0) {
+                    values.insert(value);
+                } else {
+                    expected.missing.emplace_back(axis, value);
+                }
             }
             std::vector<Variant> longer;
             for (const Variant& variant : selected) {
@@ -31,7 +44,8 @@ std::vector<Variant> VariantsOf(const Expectation& expectation, const VariantSpa
         }
         variants.insert(selected.begin(), selected.end());
     }
-    return {variants.begin(), variants.end()};
+    expected.variants = {variants.begin(), variants.end()};
+    return expected;
 }
 
 bool Meets(const std::optional<std::string>& value, const Expected& expected) {
@@ -39,7 +53,7 @@ bool Meets(const std::optional<std::string>& value, const Expected& expected) {
         case Expected::kEquals:
             return value == expected.text;
         case Expected::kMatches:
-            return value && std::regex_match(*value, std::regex(expected.text));
+            return value && re2::RE2::FullMatch(*value, *expected.pattern);
         case Expected::kSet:
         case Expected::kFrom:  // which the origin tells
             return value.has_value();
@@ -65,8 +79,19 @@ bool IsFrom(const nlohmann::json& origin, const std::string& place) {
 Checker::Checker(const Expectations& expectations, Matrix* matrix)
         : expectations_(expectations), matrix_(matrix) {
     for (const Expectation& expectation : expectations.expectations) {
-        for (const Variant& variant : VariantsOf(expectation, matrix->space())) {
-            asked_[variant].push_back(&expectation);
+        const ExpectedVariants about = VariantsOf(expectation, matrix->space());
+        for (const Variant& variant : about.variants) asked_[variant].push_back(&expectation);
+        for (const auto& [axis, value] : about.missing) {
+            CheckedCase missing{expectations.file, expectation.line, expectation.name, {}, {}};
+            missing.variant[axis] = value;
+            UnmetExpectation unmet{missing.file,    missing.line, missing.expectation,
+                                   missing.variant, "",           "",
+                                   std::nullopt,    nullptr,      std::nullopt};
+            unmet.expected = std::string("a device that has ") +
+                             (value == kAnyValue ? std::string("any ") + kAxisNames[axis]
+                                                 : kAxisNames[axis] + (" '" + value + "'"));
+            missing.unmet.push_back(std::move(unmet));
+            missing_.push_back(std::move(missing));
         }
     }
     for (const auto& [variant, expected] : asked_) variants_.push_back(variant);
@@ -149,6 +174,7 @@ void Checker::Finish(CheckResult* result) {
     FindOrigins();
     result->variants += variants_.size();
     result->checked += checked_;
+    cases_.push_back(std::move(missing_));
     for (auto& cases : cases_) {
         for (CheckedCase& checked : cases) result->cases.push_back(std::move(checked));
     }

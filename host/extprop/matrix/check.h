@@ -18,7 +18,7 @@ struct UnmetExpectation {
     int line = 0;
     std::string expectation;  // its name, if it has one
     Variant variant;
-    std::string property;  // empty if the boot failed
+    std::string property;  // empty if the boot failed or the device has no such variant
     std::string expected;
     std::optional<std::string> value;
     nlohmann::json origin;  // of the value, with a text; null for none
@@ -69,6 +69,7 @@ class Checker {
     std::map<Variant, std::vector<const Expectation*>, VariantOrder> asked_;
     std::vector<Variant> variants_;
     std::vector<std::vector<CheckedCase>> cases_;  // by variant
+    std::vector<CheckedCase> missing_;             // of values that the device has not
     std::vector<Words> words_;
     std::map<size_t, std::set<std::string>> traced_;
     std::map<size_t, std::vector<FromFile>> from_;

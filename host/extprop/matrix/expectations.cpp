@@ -4,13 +4,15 @@
 #include <string.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
-#include <regex>
 #include <set>
 
+#include <re2/re2.h>
 #include <yaml-cpp/yaml.h>
 
 #include "boot/steps.h"
+#include "device/legal.h"
 #include "input_error.h"
 
 namespace extprop {
@@ -38,8 +40,16 @@ class Parser {
     Expectations Parse() {
         std::ifstream file(expectations_.file);
         if (!file) throw InputError(expectations_.file + ": " + strerror(errno));
+        std::error_code error;
+        if (std::filesystem::is_directory(expectations_.file, error)) {
+            throw InputError(expectations_.file + ": " + strerror(EISDIR));
+        }
         try {
-            ReadDocument(YAML::Load(file));
+            const std::vector<YAML::Node> documents = YAML::LoadAll(file);
+            ReadDocument(documents.empty() ? YAML::Node() : documents[0]);
+            for (size_t i = 1; i < documents.size(); ++i) {
+                Error(documents[i].Mark(), "a second document begins here; one file has one");
+            }
         } catch (const YAML::ParserException& error) {
             Error(error.mark, error.msg);
         }
@@ -50,8 +60,9 @@ class Parser {
   private:
     void Error(const YAML::Mark& mark, const std::string& text) {
         if (!errors_.empty()) errors_ += "\n";
-        errors_ += expectations_.file + ":" + std::to_string(mark.line + 1) + ":" +
-                   std::to_string(mark.column + 1) + ": " + text;
+        // What is not there has no place.
+        errors_ += expectations_.file + ":" + std::to_string(std::max(mark.line, 0) + 1) + ":" +
+                   std::to_string(std::max(mark.column, 0) + 1) + ": " + text;
     }
 
     // Calls `read` for each key of the mapping that is one of those known, and tells of the others.
@@ -64,7 +75,15 @@ class Parser {
         }
         std::set<std::string> seen;
         for (const auto& entry : node) {
-            const std::string key = entry.first.IsScalar() ? entry.first.Scalar() : "";
+            if (!entry.first.IsScalar()) {
+                Error(entry.first.Mark(), "expected a word before the colon");
+                continue;
+            }
+            const std::string& key = entry.first.Scalar();
+            if (key == "<<") {
+                Error(entry.first.Mark(), "lines are not merged here; write them out");
+                continue;
+            }
             if (!seen.insert(key).second) {
                 Error(entry.first.Mark(), "'" + key + "' stands here twice");
                 continue;
@@ -157,6 +176,8 @@ class Parser {
                        if (key == kProperties) ReadProperties(value, &expectation);
                    });
         if (node.IsMap() && !node[kProperties]) Error(node.Mark(), "there is no 'properties'");
+        const bool is_empty = expectation.properties.empty() && !expectation.complete;
+        if (is_empty && errors_.empty()) Error(node.Mark(), "nothing is expected here");
         expectations_.expectations.push_back(std::move(expectation));
     }
 
@@ -187,7 +208,9 @@ class Parser {
     void ReadProperties(const YAML::Node& node, Expectation* expectation) {
         ForEachKey(node, "a mapping from properties to what is expected of them", {},
                    [&](const std::string& name, const YAML::Node& key, const YAML::Node& value) {
-                       if (value.IsMap()) {
+                       if (WhyRefused(name, "")) {
+                           Error(key.Mark(), "no property can have the name '" + name + "'");
+                       } else if (value.IsMap()) {
                            ReadConditions(name, value, expectation);
                        } else if (value.IsScalar()) {
                            expectation->properties.push_back(
@@ -202,6 +225,7 @@ class Parser {
 
     void ReadConditions(const std::string& name, const YAML::Node& node, Expectation* expectation) {
         if (node.size() == 0) Error(node.Mark(), "nothing is expected here");
+        bool is_unset = false;
         ForEachKey(node, "", {kEquals, kMatches, kSet, kFrom},
                    [&](const std::string& key, const YAML::Node&, const YAML::Node& value) {
                        Expected expected;
@@ -209,26 +233,29 @@ class Parser {
                            bool set = false;
                            if (!ReadFlag(value, &set)) return;
                            expected.kind = set ? Expected::kSet : Expected::kUnset;
+                           is_unset = !set;
                        } else {
                            if (!ReadText(value, "a text", &expected.text)) return;
                            expected.kind = key == kEquals    ? Expected::kEquals
                                            : key == kMatches ? Expected::kMatches
                                                              : Expected::kFrom;
                        }
-                       if (expected.kind == Expected::kMatches) CheckPattern(expected, value);
+                       if (expected.kind == Expected::kMatches) ReadPattern(value, &expected);
                        if (expected.kind == Expected::kFrom && expected.text[0] != '/') {
                            Error(value.Mark(), "expected an absolute path of the device");
                        }
                        expectation->properties.emplace_back(name, std::move(expected));
                    });
+        if (is_unset && node.size() > 1) {
+            Error(node.Mark(), "what is unset has no value of which more can be expected");
+        }
     }
 
-    void CheckPattern(const Expected& expected, const YAML::Node& node) {
-        try {
-            std::regex pattern(expected.text);
-        } catch (const std::regex_error& error) {
-            Error(node.Mark(), "'" + expected.text + "' is no regular expression: " + error.what());
-        }
+    void ReadPattern(const YAML::Node& node, Expected* expected) {
+        expected->pattern = std::make_shared<re2::RE2>(expected->text, re2::RE2::Quiet);
+        if (expected->pattern->ok()) return;
+        Error(node.Mark(),
+              "'" + expected->text + "' is no regular expression: " + expected->pattern->error());
     }
 
     Expectations expectations_;

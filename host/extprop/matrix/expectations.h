@@ -2,11 +2,16 @@
 
 #pragma once
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "matrix/summary.h"
+
+namespace re2 {
+class RE2;
+}
 
 namespace extprop {
 
@@ -20,6 +25,7 @@ struct Expected {
         kFrom,  // a file of the device, or a line of it: "/odm/build.prop:3"
     } kind = kEquals;
     std::string text;
+    std::shared_ptr<const re2::RE2> pattern = nullptr;  // that the text is, of kMatches
 };
 
 // The variants that have one of the values of each of the named axes and are as the device is

@@ -100,21 +100,39 @@ void LineMerger::Add(const Summary& summary) {
     for (const SummaryVariant& variant : summary.variants) {
         words_[variant.variant] = variant.words;
     }
-    for (const SummaryProperty& property : summary.properties) {
-        for (const SummaryValue& value : property.values) {
-            if (!value.value) continue;
-            const Variant& first = summary.variants.at(value.variants.at(0)).variant;
-            auto [known, is_new] =
-                    origins_.try_emplace({property.name, *value.value}, first, value.origin);
-            if (!is_new && VariantOrder()(first, known->second.first)) {
-                known->second = {first, value.origin};
-            }
+    for (const auto* properties : {&summary.properties, &summary.same}) {
+        for (const SummaryProperty& property : *properties) {
+            for (const SummaryValue& value : property.values)
+                AddOrigin(property.name, value, summary);
+        }
+    }
+    if (summary.shard) shards_[summary.shard->count].insert(summary.shard->number);
+}
+
+void LineMerger::AddOrigin(const std::string& name, const SummaryValue& value,
+                           const Summary& summary) {
+    if (!value.value) return;
+    const Variant& first = summary.variants.at(value.variants.at(0)).variant;
+    auto [known, is_new] = origins_.try_emplace({name, *value.value}, first, value.origin);
+    if (!is_new && VariantOrder()(first, known->second.first)) {
+        known->second = {first, value.origin};
+    }
+}
+
+// Parts that nobody misses would pass for the whole.
+void LineMerger::CheckShards() const {
+    for (const auto& [count, numbers] : shards_) {
+        for (size_t number = 1; number <= count; ++number) {
+            if (numbers.count(number) != 0) continue;
+            throw InputError("the lines of --shard " + std::to_string(number) + "/" +
+                             std::to_string(count) + " are missing");
         }
     }
 }
 
 Summary LineMerger::Summarize(const std::vector<std::string>& patterns) const {
     if (!collector_) throw InputError("there is no line of a variant to merge");
+    CheckShards();
     Summary summary = collector_->Summarize(patterns);
     summary.device = device_;
     if (patterns.empty()) summary.dead = dead_;

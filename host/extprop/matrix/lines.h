@@ -36,7 +36,7 @@ class LineMerger {
     void Read(const std::string& path);
 
     // Returns the summary that one run over all variants would have. Origins and words are those
-    // of the summaries.
+    // of the summaries. Throws InputError if a part is missing.
     Summary Summarize(const std::vector<std::string>& patterns) const;
 
   private:
@@ -44,12 +44,15 @@ class LineMerger {
 
     void Add(VariantLine line);
     void Add(const Summary& summary);
+    void AddOrigin(const std::string& name, const SummaryValue& value, const Summary& summary);
+    void CheckShards() const;
 
     std::optional<Collector> collector_;
     PropertyMap base_;
     std::set<Variant, VariantOrder> read_;
     std::string device_;
     std::vector<DeadPlace> dead_;
+    std::map<size_t, std::set<size_t>> shards_;  // the numbers of each count
     std::map<Variant, Words, VariantOrder> words_;
     // By name and value: in the first variant of those whose summary tells it.
     std::map<std::pair<std::string, std::string>, OriginOfValue> origins_;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <functional>
 
+#include <android-base/strings.h>
+
 #include "explain/explain.h"
 #include "matrix/workers.h"
 #include "output/json.h"
@@ -93,7 +95,24 @@ Outcome Matrix::BootVariant(const Variant& variant) {
 std::vector<DeadPlace> Matrix::FindDeadPlaces() {
     device_.Reset(options_);  // what the boot of the device as it is has written is not its own
     const auto survey = SurveyForDeadPlaces(device_.root(), options_.time_limit);
-    return survey ? DeadPlaces(*survey, MomentsOf(*survey)) : std::vector<DeadPlace>();
+    if (!survey) return {};
+    std::vector<DeadPlace> places = DeadPlaces(*survey, MomentsOf(*survey));
+
+    // The given steps may read what others do not.
+    std::vector<std::string> loaded;
+    for (const StepReport& step : device_.Boot().steps) {
+        for (const Event& event : step.events) {
+            const auto* load = std::get_if<LoadEvent>(&event);
+            if (load != nullptr) loaded.push_back(load->source.value_or(load->path));
+        }
+    }
+    const auto is_read = [&](const DeadPlace& place) {
+        return std::any_of(loaded.begin(), loaded.end(), [&](const std::string& path) {
+            return path == place.path || android::base::StartsWith(path, place.path + "/");
+        });
+    };
+    places.erase(std::remove_if(places.begin(), places.end(), is_read), places.end());
+    return places;
 }
 
 void Matrix::Boot(const std::vector<Variant>& variants,

@@ -84,11 +84,34 @@ Summary Collector::Summarize(const std::vector<std::string>& patterns) const {
     return summary;
 }
 
+std::vector<SummaryProperty> Collector::SameEverywhere(const Summary& summary) const {
+    const auto is_good = [](const SummaryVariant& variant) { return !variant.failure; };
+    const auto& variants = summary.variants;
+    const auto first = std::find_if(variants.begin(), variants.end(), is_good);
+    if (first == variants.end()) return {};
+    PropertyMap same = base_;
+    for (const auto& [name, values] : others_) {
+        same.erase(name);
+        const auto& [value, having] = *values.begin();
+        const bool is_same = having.size() == static_cast<size_t>(std::count_if(
+                                                      variants.begin(), variants.end(), is_good));
+        if (is_same && value) same[name] = *value;
+    }
+    std::vector<SummaryProperty> properties;
+    const auto number = static_cast<size_t>(first - variants.begin());
+    for (auto& [name, value] : same) {
+        properties.push_back({name, {{std::move(value), {number}, nullptr}}});
+    }
+    return properties;
+}
+
 std::vector<TraceRequest> OriginsToFind(const Summary& summary, std::vector<size_t>* variants) {
     std::map<size_t, std::set<std::string>> names;
-    for (const SummaryProperty& property : summary.properties) {
-        for (const SummaryValue& value : property.values) {
-            if (value.value) names[value.variants.front()].insert(property.name);
+    for (const auto* properties : {&summary.properties, &summary.same}) {
+        for (const SummaryProperty& property : *properties) {
+            for (const SummaryValue& value : property.values) {
+                if (value.value) names[value.variants.front()].insert(property.name);
+            }
         }
     }
     std::vector<TraceRequest> requests;

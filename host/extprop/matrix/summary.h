@@ -34,11 +34,21 @@ struct VariantList {
     std::vector<SummaryVariant> variants;
 };
 
+// One of the parts that the variants were divided into.
+struct Shard {
+    size_t number = 1;
+    size_t count = 1;
+};
+
 struct Summary {
     std::string device;
     std::vector<SummaryVariant> variants;  // in VariantOrder
     std::vector<SummaryProperty> properties;
     std::vector<DeadPlace> dead;  // looked for in a summary of all properties
+    // Of a part: which one, and the properties that have one value in all of its variants, each
+    // with the first of these; others may tell of another value elsewhere.
+    std::optional<Shard> shard;
+    std::vector<SummaryProperty> same;
 };
 
 // Collects outcomes, in any order, in memory that grows with what is different in them only.
@@ -52,6 +62,10 @@ class Collector {
     // Returns the summary of the properties whose names match one of the patterns; without one, of
     // those that are not the same everywhere. Variants that failed have no values.
     Summary Summarize(const std::vector<std::string>& patterns) const;
+
+    // Returns the properties that have one value in all variants of this summary, each with the
+    // first of these.
+    std::vector<SummaryProperty> SameEverywhere(const Summary& summary) const;
 
   private:
     struct Added {

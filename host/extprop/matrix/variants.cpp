@@ -10,9 +10,12 @@
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/names.h"
 #include "TesvoExtensionProperty/partitions.h"
+#include "boot/load_tracker.h"
 #include "boot/message.h"
+#include "boot/real_path.h"
 #include "device/inside.h"
 #include "device/legal.h"
+#include "device/property_lines.h"
 #include "device/property_text.h"
 #include "input_error.h"
 #include "utils.h"
@@ -28,6 +31,12 @@ using android::base::StartsWith;
 class SpaceFinder {
   public:
     VariantSpace Find() {
+        space_.region = load_property_from_file(kRegionBuildProp, kRegion);
+        for (const Brand& brand : kBrands) {
+            if (partitionRoots(brand.code, space_.region) == findPartitionRoots()) {
+                space_.brand_code = brand.code;
+            }
+        }
         FindRegions();
         FindBrands();
         for (const std::string& root : AllRoots()) {
@@ -43,6 +52,7 @@ class SpaceFinder {
                                     if (CanBeValue(key))
                                         space_.values[kFirstKeyAxis + index].insert(key);
                                 });
+            FindKeyLines(root);
         }
         FindKeyFiles();
         return std::move(space_);
@@ -70,7 +80,7 @@ class SpaceFinder {
         std::vector<std::string> codes = {""};
         for (const Brand& brand : kBrands) codes.emplace_back(brand.code);
         std::set<std::string> regions = space_.values[kRegionAxis];
-        regions.insert(load_property_from_file(kRegionBuildProp, kRegion));
+        regions.insert(space_.region);
         for (const std::string& code : codes) {
             for (const std::string& region : regions) {
                 for (const std::string& root : partitionRoots(code, region)) roots.insert(root);
@@ -85,9 +95,33 @@ class SpaceFinder {
         return roots;
     }
 
+    // Finds the files with a key's line of those that the root's own one leads to. They are not
+    // loaded, as one that imports itself would end this.
+    void FindKeyLines(const std::string& root) {
+        std::vector<std::string> paths = {root + "/" + kBuildProp};
+        std::set<std::string> seen;
+        while (!paths.empty()) {
+            const auto own = RealPath(paths.back(), false);
+            paths.pop_back();
+            if (!own || !seen.insert(*own).second) continue;
+            const std::string content = LoadTracker::Content(*own).value_or("");
+            for (const PropertyLine& line : PropertyLines(content)) {
+                if (line.kind == PropertyLine::kImport) {
+                    if (const auto path = ExpandProps(std::string(line.name)); path.ok()) {
+                        paths.push_back(*path);
+                    }
+                }
+                for (size_t i = 0; i < SwitchKeys().size(); ++i) {
+                    if (line.name == SwitchKeys()[i].property)
+                        space_.key_files[i][root].insert(*own);
+                }
+            }
+        }
+    }
+
     void FindKeyFiles() {
         for (size_t i = 0; i < SwitchKeys().size(); ++i) {
-            space_.key_files[i].insert(SwitchKeys()[i].key_file);
+            space_.key_files[i][""].insert(SwitchKeys()[i].key_file);
         }
         for (const FixedFile& file : FixedFiles()) {
             if (file.occasion != Occasion::kKeyFiles && file.occasion != Occasion::kDataCommon) {
@@ -96,7 +130,7 @@ class SpaceFinder {
             const PropertyMap properties = LoadedFrom(file.path);
             for (size_t i = 0; i < SwitchKeys().size(); ++i) {
                 if (properties.count(SwitchKeys()[i].property) != 0) {
-                    space_.key_files[i].insert(file.path);
+                    space_.key_files[i][""].insert(file.path);
                 }
             }
         }
@@ -104,6 +138,15 @@ class SpaceFinder {
 
     VariantSpace space_;
 };
+
+// Returns the partitions that the variant loads.
+std::vector<std::string> RootsOf(const Variant& variant, const VariantSpace& space) {
+    std::string code = space.brand_code;
+    for (const Brand& brand : kBrands) {
+        if (variant[kBrandAxis] == brand.name) code = brand.code;
+    }
+    return partitionRoots(code, variant[kRegionAxis].value_or(space.region));
+}
 
 bool HasPersist(const BootOptions& options) {
     return std::any_of(options.plan.steps.begin(), options.plan.steps.end(), [](const Step& step) {
@@ -158,7 +201,8 @@ VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds
             root,
             [] {
                 const VariantSpace space = SpaceFinder().Find();
-                return nlohmann::json::array({space.values, space.key_files});
+                return nlohmann::json::array(
+                        {space.values, space.key_files, space.brand_code, space.region});
             },
             limit);
     if (!answer) {
@@ -169,6 +213,8 @@ VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds
     VariantSpace space;
     answer->at(0).get_to(space.values);
     answer->at(1).get_to(space.key_files);
+    answer->at(2).get_to(space.brand_code);
+    answer->at(3).get_to(space.region);
     return space;
 }
 
@@ -200,6 +246,7 @@ Words WordsFor(const Variant& variant, const VariantSpace& space, const BootOpti
     for (int axis = 0; axis < kFirstKeyAxis; ++axis) {
         if (variant[axis]) words = words + Words{kOptions[axis], *variant[axis]};
     }
+    const std::vector<std::string> roots = RootsOf(variant, space);
     for (size_t i = 0; i < SwitchKeys().size(); ++i) {
         const auto& value = variant[kFirstKeyAxis + i];
         if (!value) continue;
@@ -208,9 +255,13 @@ Words WordsFor(const Variant& variant, const VariantSpace& space, const BootOpti
         if (!HasPersist(options) && !WhyRefused(SwitchKeys()[i].property, *value)) {
             words = words + Words{"--set", setting};
         }
-        for (const std::string& file : space.key_files[i]) {
-            words = words + Words{"--edit", file + ":" + setting};
+        std::set<std::string> sayers;
+        for (const auto& [root, files] : space.key_files[i]) {
+            if (!root.empty() && std::count(roots.begin(), roots.end(), root) == 0) continue;
+            sayers.insert(files.begin(), files.end());
         }
+        for (const std::string& file : sayers)
+            words = words + Words{"--edit", file + ":" + setting};
     }
     return words;
 }
@@ -218,26 +269,6 @@ Words WordsFor(const Variant& variant, const VariantSpace& space, const BootOpti
 Words LateWordsFor(int axis, const std::string& value) {
     const SwitchKey& key = SwitchKeys()[axis - kFirstKeyAxis];
     return TriedWords(key.property, value) + Words{kTriedStep, std::string("sim:") + key.command};
-}
-
-void AddWords(const Words& words, BootOptions* options) {
-    for (size_t i = 0; i < words.size(); ++i) {
-        const std::string& word = words[i];
-        if (!StartsWith(word, "--")) {
-            options->plan.steps.push_back(ParseStep(word));
-            continue;
-        }
-        const std::string& value = words[++i];
-        if (word == "--set") {
-            options->plan.properties.insert_or_assign(ParseSetting(value).first,
-                                                      ParseSetting(value).second);
-        } else {
-            options->edits.push_back(word == "--brand"    ? BrandEdit(value)
-                                     : word == "--region" ? RegionEdit(value)
-                                     : word == "--nv"     ? NvKeyEdit(value)
-                                                          : ParseEdit(value));
-        }
-    }
 }
 
 }  // namespace extprop

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <chrono>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -39,8 +40,13 @@ std::string VariantText(const Variant& variant);
 // What a device directory tells of its variants.
 struct VariantSpace {
     std::array<std::set<std::string>, kAxisCount> values;
-    // For each switch key the key files that have to say it, so that none says otherwise.
-    std::array<std::set<std::string>, kAxisCount - kFirstKeyAxis> key_files;
+    // For each switch key the files that have to say it, so that none says otherwise: by the root
+    // that loads them, or of no root.
+    using FilesByRoot = std::map<std::string, std::set<std::string>>;
+    std::array<FilesByRoot, kAxisCount - kFirstKeyAxis> key_files;
+    // The device's own.
+    std::string brand_code;
+    std::string region;
 };
 
 // Looks the space up in the device. Throws std::runtime_error if the library, which reads mapping
@@ -64,8 +70,5 @@ Words WordsFor(const Variant& variant, const VariantSpace& space, const BootOpti
 // Returns the words that, behind those above, set a switch key once more behind the steps that go
 // without saying and have its directories loaded: where these steps lose it.
 Words LateWordsFor(int axis, const std::string& value);
-
-// Adds the words, of the kinds that the two functions above return, to the options.
-void AddWords(const Words& words, BootOptions* options);
 
 }  // namespace extprop

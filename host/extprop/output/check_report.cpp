@@ -1,5 +1,8 @@
 #include "output/check_report.h"
 
+#include <android-base/strings.h>
+
+#include "output/json.h"
 #include "output/printable.h"
 #include "output/text.h"
 
@@ -15,6 +18,7 @@ std::string CaseName(const CheckedCase& checked) {
 // Returns one line that says what is not as expected, without the variant.
 std::string UnmetText(const UnmetExpectation& unmet) {
     if (unmet.failure) return FailureText(*unmet.failure);
+    if (unmet.property.empty()) return Printable("expected " + unmet.expected);
     std::string text = unmet.property + " is " +
                        (unmet.value ? "'" + *unmet.value + "'" : "unset") + ", expected " +
                        unmet.expected;
@@ -25,8 +29,14 @@ std::string UnmetText(const UnmetExpectation& unmet) {
 }
 
 std::string XmlText(const std::string& text) {
+    // XML takes no bytes that are no UTF-8 and not every character.
+    constexpr char kReplacement[] = "\xef\xbf\xbd";
+    std::string valid = json::parse(JsonLine(Printable(text)));
+    for (const char* refused : {"\xef\xbf\xbe", "\xef\xbf\xbf"}) {
+        valid = android::base::StringReplace(valid, refused, kReplacement, true);
+    }
     std::string escaped;
-    for (const char c : Printable(text)) {
+    for (const char c : valid) {
         switch (c) {
             case '&':
                 escaped += "&amp;";
@@ -59,8 +69,8 @@ std::string CheckText(const CheckResult& result) {
         for (const UnmetExpectation& each : checked.unmet) text += "  " + UnmetText(each) + "\n";
         unmet += checked.unmet.size();
     }
-    return text + std::to_string(result.variants) + " variants, " + std::to_string(result.checked) +
-           " properties checked, " +
+    return text + Count(result.variants, "variant", "variants") + ", " +
+           Count(result.checked, "property", "properties") + " checked, " +
            (unmet == 0 ? "all as expected" : std::to_string(unmet) + " not as expected") + "\n";
 }
 

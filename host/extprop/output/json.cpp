@@ -158,7 +158,8 @@ void Visit(Fields& fields, SurveyedImport& import) {
 template <typename Fields>
 void Visit(Fields& fields, Reading& reading) {
     fields("occasion", reading.occasion)("root_words", reading.root_words)("root", reading.root)(
-            "place", reading.place)("key_index", reading.key_index)("key", reading.key);
+            "place", reading.place)("is_through_mount", reading.is_through_mount)(
+            "key_index", reading.key_index)("key", reading.key);
 }
 
 template <typename Fields>
@@ -171,7 +172,8 @@ template <typename Fields>
 void Visit(Fields& fields, Survey& survey) {
     fields("files", survey.files)("references", survey.references)(
             "unmapped_key", survey.unmapped_key)("switch_keys", survey.switch_keys)(
-            "nv_target", survey.nv_target)("migrates", survey.migrates)(
+            "nv_target", survey.nv_target)("has_first_key", survey.has_first_key)(
+            "has_mark", survey.has_mark)("mounted_sources", survey.mounted_sources)(
             "package_target", survey.package_target)("module_target", survey.module_target);
 }
 
@@ -233,9 +235,15 @@ void Visit(Fields& fields, DeadPlace& place) {
 }
 
 template <typename Fields>
+void Visit(Fields& fields, Shard& shard) {
+    fields("number", shard.number)("count", shard.count);
+}
+
+template <typename Fields>
 void Visit(Fields& fields, Summary& summary) {
     fields("device", summary.device)("variants", summary.variants)(
-            "properties", summary.properties)("dead", summary.dead);
+            "properties", summary.properties)("dead", summary.dead)("shard", summary.shard)(
+            "same", summary.same);
 }
 
 template <typename Fields>

@@ -35,4 +35,8 @@ std::string QuotedShort(std::string_view text) {
     return "'" + std::string(text.substr(0, end)) + "...'";
 }
 
+std::string Count(size_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
 }  // namespace extprop

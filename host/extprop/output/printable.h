@@ -15,4 +15,7 @@ std::string Printable(const std::string& text);
 std::string Quoted(std::string_view text);
 std::string QuotedShort(std::string_view text);
 
+// Returns such as "1 property" or "2 properties".
+std::string Count(size_t count, const char* one, const char* many);
+
 }  // namespace extprop

@@ -13,10 +13,6 @@ namespace {
 
 using android::base::StartsWith;
 
-std::string Count(size_t count, const char* one, const char* many) {
-    return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
 // Log lines that say what is usual, with what their number says.
 struct UsualLines {
     std::vector<const char*> beginnings;
