@@ -246,14 +246,22 @@ std::vector<Words> Requirements::MountedMapWords(const Reading& reading) const {
     }
     if (auto words = FirstPassWords(key)) ways.push_back(*words);
     ways.push_back(key + Words{"reboot", "persist"});
+    for (const std::string& step : MountingSteps()) {
+        ways.push_back(key + Words{step, "persist"});
+        ways.push_back(key + Words{"reboot", step, "persist"});
+    }
+    return ways;
+}
+
+// Returns the steps that would still mount a package or module.
+Words Requirements::MountingSteps() const {
+    Words steps;
     for (const Reading::Root root : {Reading::kPackage, Reading::kModule}) {
         const auto& target =
                 root == Reading::kPackage ? survey_.package_target : survey_.module_target;
-        if (!target || IsGone(MessageOf(root))) continue;
-        ways.push_back(key + Words{ServiceStep(root), "persist"});
-        ways.push_back(key + Words{"reboot", ServiceStep(root), "persist"});
+        if (target && !IsGone(MessageOf(root))) steps.emplace_back(ServiceStep(root));
     }
-    return ways;
+    return steps;
 }
 
 // Any root's own file has a step.
@@ -593,8 +601,9 @@ std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const s
 
 // Returns the words that may bring the import to the file, the likeliest first.
 std::vector<Words> Requirements::WaysTo(const SurveyedFile& file, const Importer& importer) {
+    const auto reckoned = ImportWords(importer);
     std::vector<Words> ways;
-    if (auto words = ImportWords(importer)) ways.push_back(*words);
+    if (reckoned) ways.push_back(*reckoned);
     // What every boot reads is not itself come to by what is set.
     const auto& readings = importer.file->readings;
     const bool is_always_read =
@@ -603,11 +612,11 @@ std::vector<Words> Requirements::WaysTo(const SurveyedFile& file, const Importer
                        reading.root == Reading::kListed && reading.root_words.empty();
             });
     const bool is_plain =
-            is_always_read && ways.size() == 1 && ways[0].size() == 2 && ways[0][0] == "--set";
+            is_always_read && reckoned && reckoned->size() == 2 && reckoned->front() == "--set";
     const bool refers = importer.import->text != importer.path;
     if ((refers && !is_plain) || MayBeMounted(file)) {
-        if (!ways.empty()) uncertain_.insert(ways[0]);
-        for (Words& words : OtherWaysTo(importer)) {
+        if (reckoned) uncertain_.insert(*reckoned);
+        for (Words& words : OtherWaysTo(importer, reckoned)) {
             uncertain_.insert(words);
             ways.push_back(std::move(words));
         }
@@ -624,21 +633,22 @@ bool Requirements::MayBeMounted(const SurveyedFile& file) const {
            });
 }
 
-std::vector<Words> Requirements::OtherWaysTo(const Importer& importer) {
+std::vector<Words> Requirements::OtherWaysTo(const Importer& importer,
+                                             const std::optional<Words>& reckoned) {
     std::vector<Words> ways;
     const auto own_step = OwnStepWords(*importer.file);
     const auto loading = FileWords(*importer.file);
     const auto whole = WholeFileWords(*importer.file);
     // A boot that the words add has to load the properties again.
-    if (auto words = ImportWords(importer)) {
+    if (reckoned) {
         Words early, unedited;
-        for (size_t i = 0; i < words->size(); ++i) {
-            const std::string& word = (*words)[i];
+        for (size_t i = 0; i < reckoned->size(); ++i) {
+            const std::string& word = (*reckoned)[i];
             early.push_back(word);
             if (word == "reboot") early.emplace_back("early");
             if (word == "--edit") {
                 ++i;
-                early.push_back((*words)[i]);
+                early.push_back((*reckoned)[i]);
             } else {
                 unedited.push_back(word);
             }
@@ -648,12 +658,9 @@ std::vector<Words> Requirements::OtherWaysTo(const Importer& importer) {
     }
     if (whole) ways.push_back(*whole);
     if (loading) ways.push_back(*loading);
-    for (const Reading::Root root : {Reading::kPackage, Reading::kModule}) {
-        const auto& target =
-                root == Reading::kPackage ? survey_.package_target : survey_.module_target;
-        if (!target || IsGone(MessageOf(root))) continue;
-        ways.push_back({ServiceStep(root), "early"});
-        if (own_step) ways.push_back(Words{ServiceStep(root)} + *own_step);
+    for (const std::string& step : MountingSteps()) {
+        ways.push_back({step, "early"});
+        if (own_step) ways.push_back(Words{step} + *own_step);
     }
     const auto values = ValuesThatLead(importer.import->text, importer.path);
     if (!values) return ways;

@@ -44,6 +44,7 @@ class Requirements {
     std::optional<Words> FileWords(const SurveyedFile& file);
     bool HangsOnMount(const Reading& reading) const;
     std::vector<Words> MountedMapWords(const Reading& reading) const;
+    Words MountingSteps() const;
     std::optional<Words> OwnStepWords(const SurveyedFile& file) const;
     std::optional<Words> UnmountedWords(const SurveyedFile& file) const;
     std::optional<Words> WholeFileWords(const SurveyedFile& file);
@@ -59,7 +60,7 @@ class Requirements {
     std::optional<Words> ImportWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> ImportWords(const Importer& importer);
     std::vector<Words> WaysTo(const SurveyedFile& file, const Importer& importer);
-    std::vector<Words> OtherWaysTo(const Importer& importer);
+    std::vector<Words> OtherWaysTo(const Importer& importer, const std::optional<Words>& reckoned);
     bool MayBeMounted(const SurveyedFile& file) const;
     bool ImportsItself(const std::string& path, const std::string& name, const std::string& value,
                        std::set<std::string>* way, std::set<std::string>* done) const;

@@ -89,13 +89,12 @@ std::vector<SummaryProperty> Collector::SameEverywhere(const Summary& summary) c
     const auto& variants = summary.variants;
     const auto first = std::find_if(variants.begin(), variants.end(), is_good);
     if (first == variants.end()) return {};
+    const auto good = static_cast<size_t>(std::count_if(variants.begin(), variants.end(), is_good));
     PropertyMap same = base_;
     for (const auto& [name, values] : others_) {
         same.erase(name);
         const auto& [value, having] = *values.begin();
-        const bool is_same = having.size() == static_cast<size_t>(std::count_if(
-                                                      variants.begin(), variants.end(), is_good));
-        if (is_same && value) same[name] = *value;
+        if (having.size() == good && value) same[name] = *value;
     }
     std::vector<SummaryProperty> properties;
     const auto number = static_cast<size_t>(first - variants.begin());
