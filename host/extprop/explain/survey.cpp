@@ -96,6 +96,11 @@ std::optional<Mounted> FindModule() {
     return Mounted{source, BoundOver(source, target)};
 }
 
+struct MountedSources {
+    std::optional<Mounted> package = FindPackage();
+    std::optional<Mounted> module = FindModule();
+};
+
 // Returns the file that the path leads to while that is mounted, if it leads there.
 std::optional<std::string> ThroughMount(const std::string& path, const Mounted& mounted) {
     for (std::string above = Dirname(path); mounted.target && above.size() > 1;
@@ -118,8 +123,8 @@ struct OldKey {
 class ReadingFinder {
   public:
     // A device with mapping files takes a look at every combination of brand and region.
-    ReadingFinder(Readings* readings, bool has_mapping, Survey* survey)
-            : readings_(readings), has_mapping_(has_mapping), survey_(*survey) {}
+    ReadingFinder(Readings* readings, bool has_mapping, const MountedSources& mounted)
+            : readings_(readings), has_mapping_(has_mapping), mounted_(mounted) {}
 
     void FindAll() {
         for (const FixedFile& file : FixedFiles()) {
@@ -200,7 +205,7 @@ class ReadingFinder {
     void AddMountedMaps(const std::vector<std::string>& roots, std::vector<OldKey>* old_keys) {
         Reading reading;
         reading.is_through_mount = true;
-        for (const auto& mounted : {FindPackage(), FindModule()}) {
+        for (const auto& mounted : {mounted_.package, mounted_.module}) {
             for (const std::string& root : roots) {
                 if (!mounted) continue;
                 for (const char* name : {kNvFlagMap, kSwitchKeyMap}) {
@@ -268,20 +273,18 @@ class ReadingFinder {
     }
 
     void AddCarrierPackage() {
-        if (const auto package = FindPackage()) {
-            survey_.package_target = package->target;
+        if (const auto& package = mounted_.package) {
             AddRoot(package->source, At(package->source, Reading::kPackage));
             AddRoot(package->source + "/cust", At(package->source + "/cust", Reading::kPackage));
         }
-        if (const auto module = FindModule()) {
-            survey_.module_target = module->target;
+        if (const auto& module = mounted_.module) {
             AddRoot(module->source, At(module->source, Reading::kModule));
         }
     }
 
     Readings* readings_;
     bool has_mapping_;
-    Survey& survey_;
+    const MountedSources& mounted_;
     std::set<std::string> known_roots_;
     std::vector<OldKey> old_keys_;  // the device's own first
 };
@@ -301,7 +304,7 @@ class Surveyor {
         const bool has_mapping = std::any_of(
                 survey_.files.begin(), survey_.files.end(),
                 [](const SurveyedFile& file) { return UseOf(file.path) == FileUse::kMapping; });
-        ReadingFinder finder(&readings, has_mapping, &survey_);
+        ReadingFinder finder(&readings, has_mapping, mounted_);
         finder.FindAll();
         for (const std::string& root : key_roots_) finder.AddElsewhere(root);
         for (SurveyedFile& file : survey_.files) {
@@ -338,8 +341,10 @@ class Surveyor {
 
     // Files that property files import may have any name.
     void FollowImports() {
+        if (mounted_.package) survey_.package_target = mounted_.package->target;
+        if (mounted_.module) survey_.module_target = mounted_.module->target;
         std::vector<Mounted> mounted;
-        for (const auto& each : {FindPackage(), FindModule()}) {
+        for (const auto& each : {mounted_.package, mounted_.module}) {
             if (!each || !each->target) continue;
             mounted.push_back(*each);
             survey_.mounted_sources.push_back(RealPath(each->source, true).value_or(each->source));
@@ -423,6 +428,7 @@ class Surveyor {
     std::set<std::string> read_;
     std::vector<std::string> links_;
     std::vector<std::string> key_roots_;  // whatever has properties that keys select
+    const MountedSources mounted_;
 };
 
 }  // namespace
