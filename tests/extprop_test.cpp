@@ -126,12 +126,14 @@ TEST_F(ExtpropTest, PageGoesThroughWhateverIsNoPlainFile) {
     EXPECT_EQ(system(("timeout 20 cat " + fifo + " >" + Path("/read") + " &").c_str()), 0);
     EXPECT_EQ(boot(fifo), 0);
     EXPECT_TRUE(std::filesystem::is_fifo(fifo));
-    // The reader may not have come to its end yet.
-    EXPECT_EQ(system(("for i in $(seq 500); do cmp -s " + Path("/target") + " " + Path("/read") +
-                      " && exit 0; sleep 0.01; done; exit 1")
-                             .c_str()),
-              0);
-    EXPECT_EQ(system(("grep -q '^</html>' " + Path("/target")).c_str()), 0);
+    // Not compared with each other: each says how long its own boot took to load the files. The
+    // reader may not have come to its end yet.
+    for (const char* page : {"/target", "/read"}) {
+        EXPECT_EQ(system(("for i in $(seq 500); do grep -q '^</html>' " + Path(page) +
+                          " && exit 0; sleep 0.01; done; exit 1")
+                                 .c_str()),
+                  0);
+    }
     if (mknod(node.c_str(), S_IFCHR | 0600, makedev(1, 3)) != 0) return;
     EXPECT_EQ(boot(node), 0);
     EXPECT_TRUE(std::filesystem::is_character_file(node));
