@@ -52,11 +52,15 @@ std::vector<Origin> OncePerLine(const std::vector<Origin>& origins) {
     return once;
 }
 
-// Whether the operation hands a property on as it read it, so that its value is not of its making.
-bool PassesOn(const std::vector<std::string>& operations, bool has_carrier_version) {
+// Whether the operation hands the property on as it read it, so that its value is not of its making
+// if it stays the same.
+bool PassesOn(const std::vector<std::string>& operations, const std::string& name,
+              bool has_carrier_version) {
     const std::string operation = operations.empty() ? "" : operations.front();
     if (operation == "loadCustomizeDisplayVersionName") return !has_carrier_version;
-    return operation == "loadSwitchKeys" || operation == "settleSwitchKeys";
+    if (operation != "loadSwitchKeys" && operation != "settleSwitchKeys") return false;
+    // The current switch's key is never read: if it stays the same, a key file said it again.
+    return name != android::init::kSimSwitchCurrent;
 }
 
 }  // namespace
@@ -120,7 +124,7 @@ void Tracer::AddOperation(OriginKind kind, const std::string& name, const std::s
     const Origin* winner = FindWinner(name);
     const Origin* version = FindWinner(android::init::kCarrierVersionName);
     if (winner != nullptr && winner->value == value &&
-        PassesOn(operations, version != nullptr && !version->value.empty())) {
+        PassesOn(operations, name, version != nullptr && !version->value.empty())) {
         return;
     }
     if (winner != nullptr && winner->kind == kind && winner->value == value &&
