@@ -30,7 +30,7 @@ class ExplainTest : public ToolTest {
 
 TEST_F(ExplainTest, NamesPlacesInOrderOfTime) {
     Write("/odm/build.prop",
-          "a=1\na=2\nimport /odm/in.prop\nimport ${none}\nimport /odm/in.prop b*\na=5\n");
+          "a=1\na=2\nimport /odm/in.prop\nimport /none/${none}\nimport /odm/in.prop b*\na=5\n");
     Write("/odm/in.prop", "a=3\nb1=x\nc=out\nimport /odm/deep.prop\n");
     Write("/odm/deep.prop", "a=4\nb2=y\n");
     Write("/odm/only.prop", "c=in\n");
@@ -111,8 +111,13 @@ TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
              R"(["--set","ro.a=d","--set","ro.b=e","early:/odm"])",
              "early",
              {{"/odm/build.prop", "import /odm/etc/${ro.a}/${ro.b}.prop\n"}}},
-            {"/odm/etc/p/r.prop",  // which takes two values at once
+            {"/odm/etc/p/r",  // which takes two values at once
              "null",
+             "early",
+             {{"/odm/build.prop", "import /odm/etc/${ro.a}.prop\n"},
+              {"/odm/etc/q.prop", "import /odm/etc/${ro.a}/r\n"}}},
+            {"/odm/etc/p/r.prop",
+             R"(["--set","ro.a=p/r"])",
              "early",
              {{"/odm/build.prop", "import /odm/etc/${ro.a}.prop\n"},
               {"/odm/etc/q.prop", "import /odm/etc/${ro.a}/r.prop\n"}}},
@@ -179,6 +184,16 @@ TEST_F(ExplainTest, TellsTrueOrigins) {
     EXPECT_EQ(Origins(device + " early --set persist.early=stored", "persist.early"),
               "/odm/build.prop:4 overridden;\"given\":0 wins;");
     EXPECT_EQ(Origins(device + " early reboot early", "persist.early"), "/odm/build.prop:4 wins;");
+
+    // A key file in the old format says again what a partition said.
+    Write("/old/odm/build.prop", "sys.sim.switch.current=k\nsys.sim.switch.first=k\n");
+    const std::string reserve = "/old/mnt/vendor/tesvoreserve/system/ssv/sim_switch_";
+    for (const char* key : {"current", "first"}) Write(reserve + key + "_file", "k");
+    EXPECT_EQ(Origins(Path("/old") + " early persist", "sys.sim.switch.current"),
+              "/odm/build.prop:1 overridden;[\"loadSwitchKeys\",\"settleSwitchKeys\","
+              "\"loadPersistOverrideProperties\"]:0 wins;");
+    EXPECT_EQ(Origins(Path("/old") + " early persist", "sys.sim.switch.first"),
+              "/odm/build.prop:2 wins;");
 
     std::string deep = "ro.deep=1\n";
     for (int i = 0; i < 70; ++i) {

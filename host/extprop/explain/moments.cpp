@@ -1,7 +1,5 @@
 #include "explain/moments.h"
 
-#include <fnmatch.h>
-
 #include <algorithm>
 
 #include <android-base/file.h>
@@ -99,23 +97,6 @@ unsigned MomentsOfReading(const Reading& reading) {
             return kAnyTime;
     }
     return 0;
-}
-
-// Whether an import's text leads to the path for some values of the properties in it.
-bool MayLeadTo(const std::string& text, const std::string& path) {
-    std::string pattern;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const std::string two = text.substr(i, 2);
-        if (two == "${") {
-            i = text.find('}', i);
-            if (i == std::string::npos) return false;
-            pattern += '*';
-        } else {
-            i += two == "$$";
-            pattern += {'\\', text[i]};
-        }
-    }
-    return fnmatch(pattern.c_str(), path.c_str(), 0) == 0;
 }
 
 // Spreads the moments of the files over those that they import.

@@ -77,6 +77,11 @@ bool CanEdit(const std::string& path, const std::string& value) {
     return path.find(':') == std::string::npos && android::base::Trim(value) == value;
 }
 
+// Whether a tried partition can give the property this value, and the library read it whole.
+bool CanBeTried(const std::string& name, const std::string& value) {
+    return value.size() <= kLongestRead && !WhyRefused(name, value) && CanEdit("", value);
+}
+
 bool Mounts(const Words& words) {
     return std::any_of(words.begin(), words.end(),
                        [](const std::string& word) { return StartsWith(word, "cota-service:"); });
@@ -161,6 +166,9 @@ Requirements::Requirements(const Survey& survey, const Tracer& tracer, const Rep
             has_filters_ |= !import.filter.empty();
             for (const auto& [path, own] : import.targets) {
                 importers_[own].push_back({&file, &import, path});
+            }
+            if (import.text.find('$') != std::string::npos) {
+                referring_.push_back({&file, &import, ""});
             }
         }
     }
@@ -505,7 +513,7 @@ std::optional<Words> Requirements::LateCompanyWords(const Reading& reading) cons
     }
     Words words;
     for (const auto& [name, value] : settings) {
-        if (value.size() > kLongestRead || WhyRefused(name, value)) return std::nullopt;
+        if (!CanBeTried(name, value)) return std::nullopt;
         words = words + TriedWords(name, value);
     }
     return words + rest + Words{kTriedStep, "persist"};
@@ -539,8 +547,7 @@ std::optional<Words> Requirements::SetWords(const char* property, const std::str
 // The same whatever the steps so far have made of the property.
 std::optional<Words> Requirements::LateSetWords(const char* property,
                                                 const std::string& value) const {
-    if (value.size() > kLongestRead || WhyRefused(property, value)) return std::nullopt;
-    if (!CanEdit("", value)) return std::nullopt;
+    if (!CanBeTried(property, value)) return std::nullopt;
     return TriedWords(property, value) + TriedSteps(property);
 }
 
@@ -586,7 +593,7 @@ Words Requirements::AtEnd(Words words) const {
 
 // Words that hang on what properties are at some moment are tried out.
 std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const std::string& name) {
-    for (const Importer& importer : importers_[file.path]) {
+    for (const Importer& importer : ImportersOf(file)) {
         if (!PassesFilter(name, importer.import->filter)) continue;
         for (const Words& way : WaysTo(file, importer)) {
             const auto words = WordsToImported(way, file, *importer.file);
@@ -597,6 +604,21 @@ std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const s
         }
     }
     return std::nullopt;
+}
+
+// Returns what may import the file; what takes a value with slashes to do so comes last.
+const std::vector<Requirements::Importer>& Requirements::ImportersOf(const SurveyedFile& file) {
+    std::vector<Importer>& importers = importers_[file.path];
+    if (file.source || !has_all_importers_.insert(file.path).second) return importers;
+    for (const Importer& far : referring_) {
+        const bool is_known =
+                std::any_of(importers.begin(), importers.end(),
+                            [&](const Importer& near) { return near.import == far.import; });
+        if (!is_known && MayLeadTo(far.import->text, file.path)) {
+            importers.push_back({far.file, far.import, file.path});
+        }
+    }
+    return importers;
 }
 
 // Returns the words that may bring the import to the file, the likeliest first.
@@ -697,7 +719,7 @@ std::optional<Words> Requirements::WholeFileWords(const SurveyedFile& file) {
     auto [entry, is_new] = whole_.try_emplace(file.path);  // none while its importers are looked at
     if (!is_new) return entry->second;
     std::optional<Words> words;
-    for (const Importer& importer : importers_[file.path]) {
+    for (const Importer& importer : ImportersOf(file)) {
         if (words || !importer.import->filter.empty()) continue;
         words = ImportWords(importer);
         const bool is_uncertain =
@@ -778,9 +800,12 @@ bool Requirements::ImportsItself(const std::string& path, const std::string& nam
     if (file != files_.end() && done->insert(path).second) {
         for (const SurveyedImport& import : file->second->imports) {
             if (!import.filter.empty()) continue;  // whose file's own imports are not followed
-            const std::string text = Substituted(import.text, name, value);
+            std::string leads_to = Substituted(import.text, name, value);
             for (const auto& [target, own] : import.targets) {
-                if (text == target && ImportsItself(own, name, value, way, done)) return true;
+                if (leads_to == target) leads_to = own;
+            }
+            if (files_.count(leads_to) != 0 && ImportsItself(leads_to, name, value, way, done)) {
+                return true;
             }
         }
     }

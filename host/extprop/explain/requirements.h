@@ -59,6 +59,7 @@ class Requirements {
     std::optional<Words> LateCompanyWords(const Reading& reading) const;
     std::optional<Words> ImportWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> ImportWords(const Importer& importer);
+    const std::vector<Importer>& ImportersOf(const SurveyedFile& file);
     std::vector<Words> WaysTo(const SurveyedFile& file, const Importer& importer);
     std::vector<Words> OtherWaysTo(const Importer& importer, const std::optional<Words>& reckoned);
     bool MayBeMounted(const SurveyedFile& file) const;
@@ -97,6 +98,8 @@ class Requirements {
     bool names_no_steps_;
     std::map<std::string, const SurveyedFile*> files_;        // by the device's own path
     std::map<std::string, std::vector<Importer>> importers_;  // by the device's own path
+    std::vector<Importer> referring_;                         // that lead to more than one path
+    std::set<std::string> has_all_importers_;                 // the referring ones too
     bool has_filters_ = false;
     bool has_mounted_maps_ = false;
     std::set<Words> uncertain_;          // words that hang on what properties are at some moment

@@ -433,6 +433,22 @@ class Surveyor {
 
 }  // namespace
 
+bool MayLeadTo(const std::string& text, const std::string& path) {
+    std::string pattern;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const std::string two = text.substr(i, 2);
+        if (two == "${") {
+            i = text.find('}', i);
+            if (i == std::string::npos) return false;
+            pattern += '*';
+        } else {
+            i += two == "$$";
+            pattern += {'\\', text[i]};
+        }
+    }
+    return fnmatch(pattern.c_str(), path.c_str(), 0) == 0;
+}
+
 std::optional<Survey> TakeSurvey(const sandbox::Sandbox& root,
                                  const std::function<bool(const std::string& name)>& wanted,
                                  std::chrono::seconds limit) {

@@ -21,7 +21,8 @@ struct SurveyedImport {
     int line = 0;
     std::string text;  // the file as it is written
     std::string filter;
-    // The files to which it can lead, as it names them then and as the device's own.
+    // The files to which it can lead by values without slashes, as it names them then and as the
+    // device's own.
     std::vector<std::pair<std::string, std::string>> targets;
 };
 
@@ -47,6 +48,10 @@ struct Survey {
     std::optional<std::string> package_target;
     std::optional<std::string> module_target;
 };
+
+// Whether an import's text becomes the path for some values of the properties in it. These may have
+// slashes, so that it leads farther than to the import's targets.
+bool MayLeadTo(const std::string& text, const std::string& path);
 
 // Why there is no survey.
 inline constexpr char kNoSurvey[] =
