@@ -190,7 +190,8 @@ ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& wor
     app->add_flag("--json", arguments.json,
                   "Print a line of JSON for each variant as it is finished, and one for all");
     app->add_option("--html", arguments.page, "Write a page for the browser to FILE as well")
-            ->type_name("FILE");
+            ->type_name("FILE")
+            ->excludes(list);
     if (!Parse(app.get(), words)) return kDone;
 
     if (!arguments.merged.empty()) return Merge(arguments);

@@ -27,8 +27,7 @@ constexpr size_t kLongestRead = 91;
 // Does nothing, but brings the stored persistent properties in force, which win over early ones.
 constexpr char kStoredStep[] = "media:/my_what-if";
 
-// A company image's date, a switch key and an operator that no device has.
-constexpr char kTriedDate[] = "what-if";
+// A switch key and an operator that no device has.
 constexpr char kTriedKey[] = "what-if";
 constexpr char kTriedOperator[] = "if";
 
@@ -477,7 +476,7 @@ std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
     if (is_dated || is_said_later || is_of_operator || (report_.boots.size() > 1 && HasPersist())) {
         return LateCompanyWords(reading);
     }
-    Words words = {"--set", Setting(kCompanyDate, kTriedDate)};
+    Words words = {"--set", Setting(kCompanyDate, TriedDate())};
     if (is_key) {
         if (WhyRefused(key.property, reading.key)) return std::nullopt;
         if (RestoresChannel()) words = words + WithoutRestore();
@@ -490,10 +489,21 @@ std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
     return FirstPassWords(words);
 }
 
+// Returns the date of a company image that this boot has neither had nor applied.
+std::string Requirements::TriedDate() const {
+    std::set<std::string> known;
+    for (const char* name : {kCompanyDate, kCompanyDateApplied}) {
+        for (const Origin& origin : tracer_.GivenTo(name)) known.insert(origin.value);
+    }
+    std::string date = "what-if";
+    while (known.count(date) != 0) date += "-again";
+    return date;
+}
+
 // The same whatever the steps so far have made of it: a last step persist finds an image that none
 // before it did.
 std::optional<Words> Requirements::LateCompanyWords(const Reading& reading) const {
-    std::vector<std::pair<std::string, std::string>> settings = {{kCompanyDate, kTriedDate}};
+    std::vector<std::pair<std::string, std::string>> settings = {{kCompanyDate, TriedDate()}};
     Words rest;
     if (reading.occasion == Occasion::kKeyDirectory) {
         const SwitchKey& key = SwitchKeys()[reading.key_index];

@@ -56,6 +56,7 @@ class Requirements {
     std::optional<Words> ThroughRoot(const Reading& reading, Words words) const;
     std::optional<Words> ElsewhereWords(const Reading& reading) const;
     std::optional<Words> CompanyWords(const Reading& reading) const;
+    std::string TriedDate() const;
     std::optional<Words> LateCompanyWords(const Reading& reading) const;
     std::optional<Words> ImportWords(const SurveyedFile& file, const std::string& name);
     std::optional<Words> ImportWords(const Importer& importer);
