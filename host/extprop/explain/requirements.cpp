@@ -377,9 +377,7 @@ std::optional<Words> Requirements::PartitionWords(const Reading& reading) const 
 std::optional<Words> Requirements::KeyDirectoryWords(const Reading& reading) const {
     if (reading.root == Reading::kElsewhere) return ElsewhereWords(reading);
     const SwitchKey& key = SwitchKeys()[reading.key_index];
-    // Another brand or region may bring other values.
-    auto words = reading.root_words.empty() ? SetWords(key.property, reading.key, key.key_file)
-                                            : LateSetWords(key.property, reading.key);
+    auto words = SetWords(reading, key.property, reading.key, key.key_file);
     if (!words) return std::nullopt;
     return ThroughRoot(reading, *words + Words{std::string("sim:") + key.command});
 }
@@ -399,7 +397,7 @@ std::optional<Words> Requirements::OldKeyWords(const Reading& reading) const {
     Words words = has_target ? Words{"reboot", kStoredStep} : Words{};
     for (const char* property : {kOperatorA, kOperatorB}) {
         const auto set = has_target ? LateSetWords(property, kTriedOperator)
-                                    : SetWords(property, kTriedOperator, nullptr);
+                                    : SetWords(reading, property, kTriedOperator, nullptr);
         if (!set) return std::nullopt;
         words = words + *set;
     }
@@ -530,9 +528,10 @@ std::optional<Words> Requirements::LateCompanyWords(const Reading& reading) cons
 }
 
 // Returns the words that make the property have the value when the steps so far are done.
-std::optional<Words> Requirements::SetWords(const char* property, const std::string& value,
-                                            const char* key_file) const {
-    if (!IsPlain()) return LateSetWords(property, value);
+std::optional<Words> Requirements::SetWords(const Reading& reading, const char* property,
+                                            const std::string& value, const char* key_file) const {
+    // Another brand or region may bring other values.
+    if (!IsPlain() || !reading.root_words.empty()) return LateSetWords(property, value);
     if (value.size() > kLongestRead || WhyRefused(property, value)) return std::nullopt;
     if (ValueOf(property) == value) return Words{};
     const Origin* winner = tracer_.Winner(property);

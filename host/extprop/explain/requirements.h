@@ -69,8 +69,8 @@ class Requirements {
     std::optional<Words> ReferenceWords(const ReferringImport::Reference& reference,
                                         const std::string& value) const;
 
-    std::optional<Words> SetWords(const char* property, const std::string& value,
-                                  const char* key_file) const;
+    std::optional<Words> SetWords(const Reading& reading, const char* property,
+                                  const std::string& value, const char* key_file) const;
     std::optional<Words> LateSetWords(const char* property, const std::string& value) const;
     enum class InBoot { kAny, kLast };
     Words TriedSteps(const std::string& property) const;
