@@ -505,8 +505,15 @@ std::optional<Words> Requirements::LateCompanyWords(const Reading& reading) cons
     Words rest;
     if (reading.occasion == Occasion::kKeyDirectory) {
         const SwitchKey& key = SwitchKeys()[reading.key_index];
+        const SwitchKey& first = SwitchKeys().front();
         settings.emplace_back(key.property, reading.key);
-        rest = TriedSteps(key.property) + Words{std::string("sim:") + key.command};
+        rest = TriedSteps(key.property);
+        // With a first key no step persist reads the key files, which may say otherwise.
+        if (&key != &first) {
+            settings.emplace_back(first.property, kTriedKey);
+            rest = rest + Words{std::string("sim:") + first.command};
+        }
+        rest = rest + Words{std::string("sim:") + key.command};
     } else if (reading.occasion == Occasion::kOldKeyFile && reading.key.empty()) {
         // With a switch key of its own the boot looks for no old one.
         settings.emplace_back(kOperatorA, kTriedOperator);
