@@ -34,6 +34,9 @@ constexpr char kTriedOperator[] = "if";
 const char* const kRecopyPreload = "persist.sys.recopy.preload.opinstalled";
 constexpr char kCarrierCode[] = "ro.boot.vxcarrier";
 
+// To try words that are reckoned for certain, boots may come to so many files in all.
+constexpr size_t kMostFilesTried = 1500;
+
 std::string Setting(const std::string& name, const std::string& value) {
     return name + "=" + value;
 }
@@ -189,12 +192,20 @@ std::optional<Words> Requirements::WordsFor(const SurveyedFile& file, const std:
     if (report_.failure && report_.failure->timed_out) return std::nullopt;
     auto words = FileWords(file);
     if (words) words = WithDefaultSteps(*words);
-    if (words && (!is_all_tried_ || loads_(*words, file, name))) return words;
+    if (words && (!IsToBeTried(*words) || loads_(*words, file, name))) return words;
     if (IsGone(file.source.value_or(file.path))) return std::nullopt;
     // Only filters make a difference between the lines of a file.
     auto [entry, is_new] = imported_.try_emplace({file.path, has_filters_ ? name : ""});
     if (is_new) entry->second = ImportWords(file, name);
     return entry->second;
+}
+
+// Whether the words are tried although they are reckoned from all that is known: where a boot may
+// die of them, and where boots are cheap, so that no mistake in the reckoning is told.
+bool Requirements::IsToBeTried(const Words& words) {
+    if (is_all_tried_ || tried_.count(words) != 0) return true;
+    if ((tried_.size() + 1) * survey_.files.size() > kMostFilesTried) return false;
+    return tried_.insert(words).second;
 }
 
 // A command line that names a step has none of those that go without saying.
@@ -484,7 +495,10 @@ std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
     if (reading.occasion == Occasion::kOldKeyFile) {
         words = words + reading.root_words + Words{"--nv", reading.key};
     }
-    return FirstPassWords(words);
+    const auto first_pass = FirstPassWords(words);
+    // A step persist that comes too late for the keys applies the image all the same.
+    if (HasPersist() && first_pass->size() > words.size()) return LateCompanyWords(reading);
+    return first_pass;
 }
 
 // Returns the date of a company image that this boot has neither had nor applied.
@@ -614,9 +628,9 @@ std::optional<Words> Requirements::ImportWords(const SurveyedFile& file, const s
         for (const Words& way : WaysTo(file, importer)) {
             const auto words = WordsToImported(way, file, *importer.file);
             if (!words) continue;
-            const bool is_certain = !is_all_tried_ && uncertain_.count(way) == 0;
             const Words whole = WithDefaultSteps(*words);
-            if (is_certain || loads_(whole, file, name)) return whole;
+            const bool is_tried = uncertain_.count(way) != 0 || IsToBeTried(whole);
+            if (!is_tried || loads_(whole, file, name)) return whole;
         }
     }
     return std::nullopt;

@@ -78,6 +78,7 @@ class Requirements {
     Words AtEnd(Words words) const;
     Words WithDefaultSteps(Words words) const;
 
+    bool IsToBeTried(const Words& words);
     bool IsPlain() const;
     bool HasPersist() const;
     bool IsGone(const std::string& path) const;
@@ -92,6 +93,7 @@ class Requirements {
     const Survey& survey_;
     const Loads& loads_;
     bool is_all_tried_ = false;  // whatever is said may meet what the library dies of
+    std::set<Words> tried_;      // only because it costs little
     const Tracer& tracer_;
     const Report& report_;
     const std::vector<Step>& steps_;
