@@ -403,8 +403,8 @@ std::optional<Words> Requirements::OldKeyWords(const Reading& reading) const {
                 FirstPassWords({"--nv", reading.key}, is_listed ? InBoot::kAny : InBoot::kLast);
         return words ? ThroughRoot(reading, *words) : std::nullopt;
     }
-    // A boot without the step persist knows no old key.
-    const bool has_target = !survey_.nv_target.empty();
+    // A boot without the step persist knows no old key. Another brand or region may map one.
+    const bool has_target = !survey_.nv_target.empty() || !reading.root_words.empty();
     Words words = has_target ? Words{"reboot", kStoredStep} : Words{};
     for (const char* property : {kOperatorA, kOperatorB}) {
         const auto set = has_target ? LateSetWords(property, kTriedOperator)
