@@ -38,22 +38,62 @@ using Readings = std::map<std::string, std::vector<Reading>>;  // by the device'
 // No brand that the library knows.
 constexpr char kNoBrand[] = "none";
 
+// Returns the text of an import with one "$" for each "$$", or nothing if it cannot be expanded.
+// One that would look like a reference then is not told apart from what cannot.
+std::optional<std::string> PlainText(std::string_view text) {
+    std::string plain;
+    for (size_t i = 0; i < text.size(); ++i) {
+        size_t end = i;
+        if (text[i] == '$') {
+            const char next = i + 1 < text.size() ? text[i + 1] : '\0';
+            end = next == '{' ? text.find('}', i) : i + 1;
+            if (end == std::string::npos || (next != '{' && next != '$')) return std::nullopt;
+            if (next == '$' && text.substr(end, 2) == "${") return std::nullopt;
+            if (next == '$') i = end;
+        }
+        plain += text.substr(i, end + 1 - i);
+        i = end;
+    }
+    return plain;
+}
+
+// Returns the shell pattern of the paths that an import may become.
+std::string PatternOf(const std::string& text) {
+    std::string pattern;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text.substr(i, 2) == "${") {
+            pattern += '*';
+            i = text.find('}', i);
+            continue;
+        }
+        if (strchr("*?[\\", text[i]) != nullptr) pattern += '\\';
+        pattern += text[i];
+    }
+    return pattern;
+}
+
+// Returns the name that the pattern is of, if it is of one only.
+std::optional<std::string> OnlyName(const std::string& pattern) {
+    std::string name;
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        if (pattern[i] == '*') return std::nullopt;
+        if (pattern[i] == '\\') ++i;
+        name += pattern[i];
+    }
+    return name;
+}
+
 // Returns the regular files to which a text with references may lead, whatever the properties'
 // values, as long as these have no slash.
 std::vector<std::string> PathsLike(const std::string& text) {
-    std::string pattern = text;
-    for (size_t at = 0; (at = pattern.find("${", at)) != std::string::npos; ++at) {
-        const size_t close = pattern.find('}', at);
-        if (close == std::string::npos) return {};
-        pattern.replace(at, close + 1 - at, "*");
-    }
     std::vector<std::string> paths = {""};
-    for (const std::string& component : android::base::Split(pattern, "/")) {
+    for (const std::string& component : android::base::Split(PatternOf(text), "/")) {
         if (component.empty()) continue;
+        const auto only = OnlyName(component);
         std::vector<std::string> longer;
         for (const std::string& path : paths) {
-            if (component.find('*') == std::string::npos) {
-                longer.push_back(path + "/" + component);
+            if (only) {
+                longer.push_back(path + "/" + *only);
                 continue;
             }
             for (const Entry& entry : EntriesIn(path + "/")) {
@@ -397,7 +437,8 @@ class Surveyor {
              PropertyLines(*content, UseOf(path) == FileUse::kDeviceName)) {
             const std::string name(line.name);
             if (line.kind == PropertyLine::kImport) {
-                file.imports.push_back({line.number, name, std::string(line.value), {}});
+                const auto text = PlainText(line.name);
+                if (text) file.imports.push_back({line.number, *text, std::string(line.value), {}});
             } else if (line.kind == PropertyLine::kProperty && wanted_(name)) {
                 file.lines.push_back({line.number, name, std::string(line.value), true});
             }
@@ -434,19 +475,7 @@ class Surveyor {
 }  // namespace
 
 bool MayLeadTo(const std::string& text, const std::string& path) {
-    std::string pattern;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const std::string two = text.substr(i, 2);
-        if (two == "${") {
-            i = text.find('}', i);
-            if (i == std::string::npos) return false;
-            pattern += '*';
-        } else {
-            i += two == "$$";
-            pattern += {'\\', text[i]};
-        }
-    }
-    return fnmatch(pattern.c_str(), path.c_str(), 0) == 0;
+    return fnmatch(PatternOf(text).c_str(), path.c_str(), 0) == 0;
 }
 
 std::optional<Survey> TakeSurvey(const sandbox::Sandbox& root,

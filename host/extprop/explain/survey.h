@@ -19,7 +19,7 @@ namespace extprop {
 
 struct SurveyedImport {
     int line = 0;
-    std::string text;  // the file as it is written
+    std::string text;  // the file as it is written, with "$" for "$$"
     std::string filter;
     // The files to which it can lead by values without slashes, as it names them then and as the
     // device's own.
