@@ -108,7 +108,7 @@ TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
               {"/mnt/vendor/my_carrier/x", ""},
               {"/mnt/m/build.prop", "import /mnt/vendor/my_carrier/etc/e.prop\n"}}},
             {"/odm/etc/d/e.prop",
-             R"(["--set","ro.a=d","--set","ro.b=e","early:/odm"])",
+             R"(["--set","ro.a=d","--set","ro.b=e"])",
              "early",
              {{"/odm/build.prop", "import /odm/etc/${ro.a}/${ro.b}.prop\n"}}},
             {"/odm/etc/p/r",  // which takes two values at once

@@ -34,6 +34,9 @@ constexpr char kTriedOperator[] = "if";
 const char* const kRecopyPreload = "persist.sys.recopy.preload.opinstalled";
 constexpr char kCarrierCode[] = "ro.boot.vxcarrier";
 
+// So many ways are tried in which imports may lead to a file.
+constexpr size_t kMostChains = 8;
+
 // To try words that are reckoned for certain, boots may come to so many files in all.
 constexpr size_t kMostFilesTried = 1500;
 
@@ -714,27 +717,54 @@ std::vector<Words> Requirements::OtherWaysTo(const Importer& importer,
         ways.push_back({step, "early"});
         if (own_step) ways.push_back(Words{step} + *own_step);
     }
-    const auto values = ValuesThatLead(importer.import->text, importer.path);
-    if (!values) return ways;
-    Words set, tried;
-    for (const auto& [name, value] : *values) {
-        if (WhyRefused(name, value) || !CanEdit("", value)) return ways;
-        set = set + Words{"--set", Setting(name, value)};
-        tried = tried + TriedWords(name, value);
-    }
-    ways.push_back(set + whole.value_or(Words()));
-    // What is said last is in force when the file is loaded behind it.
-    for (const auto& last : {own_step, whole}) {
-        if (!last) continue;
-        Words late = *last;
+    std::set<std::string> way;
+    for (const Chain& chain : ChainsTo(importer, &way)) {
+        Words set, tried;
+        bool can_be_tried = true;
+        for (const auto& [name, value] : chain.values) {
+            set = set + Words{"--set", Setting(name, value)};
+            tried = tried + TriedWords(name, value);
+            can_be_tried &= CanEdit("", value);
+        }
+        ways.push_back(set + chain.loading);
+        if (!can_be_tried) continue;
+        // What is said last is in force when the file is loaded behind it.
+        Words late = chain.loading.empty() ? Words{"early"} : chain.loading;
         auto step = std::find_if(late.begin(), late.end(), IsStepWord);
         if (step == late.end()) continue;
         if (*step == "reboot") ++step;
         late.insert(step, {kStoredStep, kTriedStep});
         ways.push_back(tried + late);
     }
-    ways.push_back(tried + Words{kStoredStep, kTriedStep, "early"});
     return ways;
+}
+
+// Returns the imports that lead to each other from what a boot loads for its own sake, with the
+// values that make all of them do so.
+std::vector<Requirements::Chain> Requirements::ChainsTo(const Importer& importer,
+                                                        std::set<std::string>* way) {
+    const SurveyedFile& file = *importer.file;
+    const auto values = ValuesThatLead(importer.import->text, importer.path);
+    if (!values || !way->insert(file.path).second) return {};
+    std::vector<Chain> heads;
+    if (tracer_.loaded().count(file.source.value_or(file.path)) != 0) heads.emplace_back();
+    for (const auto& words : {OwnStepWords(file), FileWords(file)}) {
+        if (words) heads.push_back({{}, *words});
+    }
+    for (const Importer& next : ImportersOf(file)) {
+        if (!next.import->filter.empty()) continue;
+        for (Chain& head : ChainsTo(next, way)) heads.push_back(std::move(head));
+    }
+    std::vector<Chain> chains;
+    for (Chain& head : heads) {
+        bool agrees = true;
+        for (const auto& [name, value] : *values) {
+            agrees &= head.values.try_emplace(name, value).first->second == value &&
+                      !WhyRefused(name, value);
+        }
+        if (agrees && chains.size() < kMostChains) chains.push_back(std::move(head));
+    }
+    return chains;
 }
 
 // Returns the words that make the library load the file without a filter, so that its imports are

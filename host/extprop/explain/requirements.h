@@ -41,6 +41,11 @@ class Requirements {
         std::string path;  // what the import has to become
     };
 
+    struct Chain {
+        std::map<std::string, std::string> values;  // of the properties in the imports
+        Words loading;                              // the first of the files
+    };
+
     std::optional<Words> FileWords(const SurveyedFile& file);
     bool HangsOnMount(const Reading& reading) const;
     std::vector<Words> MountedMapWords(const Reading& reading) const;
@@ -63,6 +68,7 @@ class Requirements {
     const std::vector<Importer>& ImportersOf(const SurveyedFile& file);
     std::vector<Words> WaysTo(const SurveyedFile& file, const Importer& importer);
     std::vector<Words> OtherWaysTo(const Importer& importer, const std::optional<Words>& reckoned);
+    std::vector<Chain> ChainsTo(const Importer& importer, std::set<std::string>* way);
     bool MayBeMounted(const SurveyedFile& file) const;
     bool ImportsItself(const std::string& path, const std::string& name, const std::string& value,
                        std::set<std::string>* way, std::set<std::string>* done) const;
