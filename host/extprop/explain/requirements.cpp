@@ -498,7 +498,7 @@ std::optional<Words> Requirements::CompanyWords(const Reading& reading) const {
     if (reading.occasion == Occasion::kOldKeyFile) {
         words = words + reading.root_words + Words{"--nv", reading.key};
     }
-    const auto first_pass = FirstPassWords(words);
+    auto first_pass = FirstPassWords(words);
     // A step persist that comes too late for the keys applies the image all the same.
     if (HasPersist() && first_pass->size() > words.size()) return LateCompanyWords(reading);
     return first_pass;
