@@ -184,6 +184,8 @@ TEST_F(ExplainTest, TellsTrueOrigins) {
               "/system_ext/etc/build.prop:1 looked up;");
     EXPECT_EQ(Origins(device + " early --brand none", "ro.r"),
               "/mnt/vendor/my_region/build.prop:2 wins;");
+    EXPECT_EQ(Origins(device + " early reboot --brand none", "ro.r"),
+              "/mnt/vendor/my_region/build.prop:2 gone with the reboot;");
 
     // Stored persistent properties come in force behind `early`, a reboot's too.
     EXPECT_EQ(Origins(device + " early --set persist.early=stored", "persist.early"),

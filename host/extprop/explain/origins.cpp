@@ -14,11 +14,10 @@ namespace {
 int Weight(Fate fate) {
     switch (fate) {
         case Fate::kWins:
-            return 6;
-        case Fate::kRefused:
             return 5;
-        case Fate::kOverridden:
+        case Fate::kRefused:
             return 4;
+        case Fate::kOverridden:
         case Fate::kGone:
             return 3;
         case Fate::kNotHandedOn:
@@ -67,6 +66,7 @@ bool PassesOn(const std::vector<std::string>& operations, const std::string& nam
 
 void Tracer::OnBoot(const BootStart& start) {
     ++boot_;
+    step_.reset();
     loads_.clear();
     maps_.clear();
     own_map_.reset();

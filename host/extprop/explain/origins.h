@@ -123,7 +123,7 @@ class Tracer : public BootListener {
     std::vector<std::string> covered_;
     bool stored_in_force_ = false;
     int boot_ = 0;
-    std::string step_;
+    std::optional<std::string> step_;  // none before the first of a boot
 };
 
 }  // namespace extprop
