@@ -93,8 +93,14 @@ TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
             {"/my_carrier/build.prop", R"(["early:/my_carrier"])"},
             {"/odm/etc/more.prop", "null"},
             {"/mnt/vendor/tesvoreserve/system/ssv/region_switch_file",
-             R"(["--set","persist.sys.911.shutdown=0","reboot","persist"])",
+             R"(["--set","persist.sys.911.shutdown=0","--edit",)"
+             R"("/odm/build.prop:persist.sys.911.shutdown=0","reboot","persist"])",
              "early persist",
+             {{"/odm/build.prop", "persist.sys.911.shutdown=1\n"}}},
+            {"/data/system/customize/sim_switch/region_switch_file",
+             R"(["--set","persist.sys.911.shutdown=0","--edit",)"
+             R"("/odm/build.prop:persist.sys.911.shutdown=0","reboot","persist"])",
+             "sim early",
              {{"/odm/build.prop", "persist.sys.911.shutdown=1\n"}}},
             {"/mnt/vendor/my_carrier/properties/k/regionSwitch/a.prop",
              R"(["--edit","/data/what-if/build.prop:sys.region.switch.first=k","reboot",)"

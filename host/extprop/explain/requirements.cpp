@@ -964,12 +964,13 @@ bool Requirements::RestoresChannel() const {
 
 // Returns the words with which no step persist does so.
 Words Requirements::WithoutRestore() const {
-    Words words = {"--set", Setting(kEmergencyShutdown, "0")};
-    // What an early step loads gives way to what is stored.
-    const Origin* winner = tracer_.Winner(kEmergencyShutdown);
-    if (winner != nullptr && winner->kind == OriginKind::kFile &&
-        !StartsWith(winner->step.value_or(""), "early")) {
-        words = words + Words{"--edit", winner->own_file() + ":" + words.back()};
+    const std::string none = Setting(kEmergencyShutdown, "0");
+    Words words = {"--set", none};
+    std::set<std::string> files;
+    for (const Origin& origin : tracer_.GivenTo(kEmergencyShutdown)) {
+        if (origin.kind != OriginKind::kFile || origin.value != "1") continue;
+        if (!files.insert(origin.own_file()).second) continue;
+        words = words + Words{"--edit", origin.own_file() + ":" + none};
     }
     return words;
 }
