@@ -34,8 +34,9 @@ constexpr char kTriedOperator[] = "if";
 const char* const kRecopyPreload = "persist.sys.recopy.preload.opinstalled";
 constexpr char kCarrierCode[] = "ro.boot.vxcarrier";
 
-// So many ways are tried in which imports may lead to a file.
+// So many ways are tried in which imports may lead to a file, of so many that are looked at.
 constexpr size_t kMostChains = 8;
+constexpr size_t kMostLinks = 1000;
 
 // To try words that are reckoned for certain, boots may come to so many files in all.
 constexpr size_t kMostFilesTried = 1500;
@@ -717,7 +718,7 @@ std::vector<Words> Requirements::OtherWaysTo(const Importer& importer,
         ways.push_back({step, "early"});
         if (own_step) ways.push_back(Words{step} + *own_step);
     }
-    std::set<std::string> way;
+    Way way = {{}, kMostLinks};
     for (const Chain& chain : ChainsTo(importer, &way)) {
         Words set, tried;
         bool can_be_tried = true;
@@ -741,11 +742,11 @@ std::vector<Words> Requirements::OtherWaysTo(const Importer& importer,
 
 // Returns the imports that lead to each other from what a boot loads for its own sake, with the
 // values that make all of them do so.
-std::vector<Requirements::Chain> Requirements::ChainsTo(const Importer& importer,
-                                                        std::set<std::string>* way) {
+std::vector<Requirements::Chain> Requirements::ChainsTo(const Importer& importer, Way* way) {
     const SurveyedFile& file = *importer.file;
     const auto values = ValuesThatLead(importer.import->text, importer.path);
-    if (!values || !way->insert(file.path).second) return {};
+    if (!values || way->left == 0 || !way->files.insert(file.path).second) return {};
+    --way->left;
     std::vector<Chain> heads;
     if (tracer_.loaded().count(file.source.value_or(file.path)) != 0) heads.emplace_back();
     for (const auto& words : {OwnStepWords(file), FileWords(file)}) {
@@ -755,6 +756,7 @@ std::vector<Requirements::Chain> Requirements::ChainsTo(const Importer& importer
         if (!next.import->filter.empty()) continue;
         for (Chain& head : ChainsTo(next, way)) heads.push_back(std::move(head));
     }
+    way->files.erase(file.path);
     std::vector<Chain> chains;
     for (Chain& head : heads) {
         bool agrees = true;

@@ -46,6 +46,11 @@ class Requirements {
         Words loading;                              // the first of the files
     };
 
+    struct Way {
+        std::set<std::string> files;  // that are on it
+        size_t left;                  // how many imports are still looked at
+    };
+
     std::optional<Words> FileWords(const SurveyedFile& file);
     bool HangsOnMount(const Reading& reading) const;
     std::vector<Words> MountedMapWords(const Reading& reading) const;
@@ -68,7 +73,7 @@ class Requirements {
     const std::vector<Importer>& ImportersOf(const SurveyedFile& file);
     std::vector<Words> WaysTo(const SurveyedFile& file, const Importer& importer);
     std::vector<Words> OtherWaysTo(const Importer& importer, const std::optional<Words>& reckoned);
-    std::vector<Chain> ChainsTo(const Importer& importer, std::set<std::string>* way);
+    std::vector<Chain> ChainsTo(const Importer& importer, Way* way);
     bool MayBeMounted(const SurveyedFile& file) const;
     bool ImportsItself(const std::string& path, const std::string& name, const std::string& value,
                        std::set<std::string>* way, std::set<std::string>* done) const;
