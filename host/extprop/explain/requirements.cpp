@@ -670,7 +670,7 @@ std::vector<Words> Requirements::WaysTo(const SurveyedFile& file, const Importer
     const bool is_plain =
             is_always_read && reckoned && reckoned->size() == 2 && reckoned->front() == "--set";
     const bool refers = importer.import->text != importer.path;
-    if ((refers && !is_plain) || MayBeMounted(file)) {
+    if (!reckoned || (refers && !is_plain) || MayBeMounted(file)) {
         if (reckoned) uncertain_.insert(*reckoned);
         for (Words& words : OtherWaysTo(importer, reckoned)) {
             uncertain_.insert(words);
