@@ -670,7 +670,9 @@ std::vector<Words> Requirements::WaysTo(const SurveyedFile& file, const Importer
     const bool is_plain =
             is_always_read && reckoned && reckoned->size() == 2 && reckoned->front() == "--set";
     const bool refers = importer.import->text != importer.path;
-    if (!reckoned || (refers && !is_plain) || MayBeMounted(file)) {
+    // Where the library dies, each trial is slow and few others would not do so too.
+    const bool is_tried = !reckoned || (refers && !is_plain) || MayBeMounted(file);
+    if (is_tried && !report_.failure) {
         if (reckoned) uncertain_.insert(*reckoned);
         for (Words& words : OtherWaysTo(importer, reckoned)) {
             uncertain_.insert(words);
