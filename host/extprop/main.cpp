@@ -60,13 +60,13 @@ ExitStatus Run(const std::vector<std::string>& words) {
         }
     }
     if (!words.empty() && words[0].rfind('-', 0) != 0) throw InputError(Unknown(words[0]));
-    CLI::App app("Shows on a workstation what libtesvoextproperty will do on a phone, and why.",
-                 "extprop");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "extprop " EXTPROP_VERSION);
-    app.footer(kExamples);
-    for (const Command& command : kCommands) app.add_subcommand(command.name, command.summary);
-    Parse(&app, words);
+    CommandLine line("extprop",
+                     "Shows on a workstation what libtesvoextproperty will do on a phone, and "
+                     "why.");
+    line.AddVersion("extprop " EXTPROP_VERSION);
+    line.AddFooter(kExamples);
+    for (const Command& command : kCommands) line.AddCommand(command.name, command.summary);
+    line.Parse(words);
     return kDone;
 }
 

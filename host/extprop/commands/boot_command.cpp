@@ -21,18 +21,17 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
     bool quiet = false;
     bool verbose = false;
 
-    const auto app = MakeApp(command);
-    app->add_option("DEVICE", device,
-                    "Directory that looks like the device's root; it is never changed")
-            ->required();
-    app->add_option("STEP", arguments.steps, "Steps of the boot, listed below");
-    AddBootOptions(app.get(), &arguments);
-    auto* json_flag = app->add_flag("--json", json, "Print one JSON document");
-    app->add_flag("--quiet,-q", quiet, "Print only the properties")->excludes(json_flag);
-    app->add_flag("--verbose,-v", verbose, "Print every log line and opened file as well");
-    app->add_option("--html", page, "Write a page for the browser to FILE as well")
-            ->type_name("FILE");
-    if (!Parse(app.get(), words)) return kDone;
+    CommandLine line = LineOf(command);
+    line.AddArgument("DEVICE", &device,
+                     "Directory that looks like the device's root; it is never changed");
+    line.AddArguments("STEP", &arguments.steps, "Steps of the boot, listed below");
+    AddBootOptions(&line, &arguments);
+    line.AddFlag("--json", &json, "Print one JSON document");
+    line.AddFlag("--quiet,-q", &quiet, "Print only the properties");
+    line.Exclude("--quiet", {"--json"});
+    line.AddFlag("--verbose,-v", &verbose, "Print every log line and opened file as well");
+    line.AddOption("--html", "FILE", &page, "Write a page for the browser to FILE as well");
+    if (!line.Parse(words)) return kDone;
 
     BootOptions options = OptionsOf(device, arguments);
     Report report;

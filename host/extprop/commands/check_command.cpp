@@ -56,21 +56,20 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     bool json = false;
     std::string junit;
 
-    const auto app = MakeApp(command);
-    app->add_option("DEVICE", device, "Directory that looks like the device's root")->required();
-    app->add_option("EXPECTATIONS", files_and_steps,
-                    "YAML files that say what is expected; and steps, instead of the files' own")
-            ->required();
-    AddBootOptions(app.get(), &arguments);
-    AddJobsOption(app.get(), &jobs);
-    auto* record_flag = app->add_flag(
-            "--record", record, "Write the file so that it expects what the device does today");
-    app->add_flag("--json", json, "Print one JSON document")->excludes(record_flag);
-    app->add_option("--junit", junit, "Write a JUnit report to FILE as well")
-            ->type_name("FILE")
-            ->excludes(record_flag);
-    app->footer(app->get_footer() + kFormatHelp);
-    if (!Parse(app.get(), words)) return kDone;
+    CommandLine line = LineOf(command);
+    line.AddArgument("DEVICE", &device, "Directory that looks like the device's root");
+    line.AddArguments("EXPECTATIONS", &files_and_steps,
+                      "YAML files that say what is expected; and steps, instead of the files' own",
+                      CommandLine::kOneAtLeast);
+    AddBootOptions(&line, &arguments);
+    AddJobsOption(&line, &jobs);
+    line.AddFlag("--record", &record,
+                 "Write the file so that it expects what the device does today");
+    line.AddFlag("--json", &json, "Print one JSON document");
+    line.AddOption("--junit", "FILE", &junit, "Write a JUnit report to FILE as well");
+    line.Exclude("--record", {"--json", "--junit"});
+    line.AddFooter(kFormatHelp);
+    if (!line.Parse(words)) return kDone;
 
     std::vector<std::string> files;
     for (const std::string& word : files_and_steps) {

@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <iostream>
 
 #include <android-base/file.h>
@@ -20,20 +19,8 @@
 
 namespace extprop {
 
-std::unique_ptr<CLI::App> MakeApp(const Command& command) {
-    return std::make_unique<CLI::App>(command.summary, std::string("extprop ") + command.name);
-}
-
-bool Parse(CLI::App* app, std::vector<std::string> words) {
-    std::reverse(words.begin(), words.end());  // as CLI11 takes them
-    try {
-        app->parse(words);
-        return true;
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() != 0) throw InputError(error.what());
-        app->exit(error);
-        return false;
-    }
+CommandLine LineOf(const Command& command) {
+    return CommandLine(std::string("extprop ") + command.name, command.summary);
 }
 
 void PrintJson(const nlohmann::json& document) {

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "boot/report.h"
+#include "commands/command_line.h"
 
 namespace extprop {
 
@@ -28,15 +28,8 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
 ExitStatus RunCheck(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& words);
 
-// Returns a parser for the command's words.
-std::unique_ptr<CLI::App> MakeApp(const Command& command);
-
-// Parses the words. Returns false if they ask for help, which is printed then.
-bool Parse(CLI::App* app, std::vector<std::string> words);
-
-// Returns the document, a line at its end. Bytes that are not UTF-8 cannot stand in JSON and are
-// replaced.
-std::string JsonText(const nlohmann::json& document);
+// Returns the command's line, to which the command adds what it takes.
+CommandLine LineOf(const Command& command);
 
 // Prints the document's text.
 void PrintJson(const nlohmann::json& document);

@@ -38,17 +38,15 @@ ExitStatus RunDiff(const Command& command, const std::vector<std::string>& words
     for (int i = 0; i < 2; ++i) {
         std::vector<std::string> devices_and_steps;
         BootArguments arguments;
-        const auto app = MakeApp(command);
-        app->add_option("DEVICE", devices_and_steps,
-                        "One device directory, or two; and steps, listed below")
-                ->required();
-        AddBootOptions(app.get(), &arguments);
-        app->add_flag("--json", json, "Print one JSON document");
-        app->add_option("--a", "Options of the first boot only, up to --b or the end")
-                ->type_name("OPTION...");
-        app->add_option("--b", "Options of the second boot only, up to --a or the end")
-                ->type_name("OPTION...");
-        if (!Parse(app.get(), sides[i])) return kDone;
+        CommandLine line = LineOf(command);
+        line.AddArguments("DEVICE", &devices_and_steps,
+                          "One device directory, or two; and steps, listed below",
+                          CommandLine::kOneAtLeast);
+        AddBootOptions(&line, &arguments);
+        line.AddFlag("--json", &json, "Print one JSON document");
+        line.AddToHelp("--a", "OPTION...", "Options of the first boot only, up to --b or the end");
+        line.AddToHelp("--b", "OPTION...", "Options of the second boot only, up to --a or the end");
+        if (!line.Parse(sides[i])) return kDone;
 
         std::vector<std::string> devices;
         for (const std::string& word : devices_and_steps) {

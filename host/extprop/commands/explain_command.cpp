@@ -19,17 +19,17 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
     bool all = false;
     bool json = false;
 
-    const auto app = MakeApp(command);
-    app->add_option("DEVICE", device, "Directory that looks like the device's root")->required();
-    app->add_option("NAME", names_and_steps,
-                    "Names of properties, or patterns such as 'ro.product.*'; and steps, listed "
-                    "below");
-    app->add_flag("--all", all, "Explain every property");
-    AddBootOptions(app.get(), &arguments);
-    app->add_flag("--json", json, "Print one JSON document");
-    app->add_option("--html", page, "With --all: write a page for the browser to FILE as well")
-            ->type_name("FILE");
-    if (!Parse(app.get(), words)) return kDone;
+    CommandLine line = LineOf(command);
+    line.AddArgument("DEVICE", &device, "Directory that looks like the device's root");
+    line.AddArguments("NAME", &names_and_steps,
+                      "Names of properties, or patterns such as 'ro.product.*'; and steps, listed "
+                      "below");
+    line.AddFlag("--all", &all, "Explain every property");
+    AddBootOptions(&line, &arguments);
+    line.AddFlag("--json", &json, "Print one JSON document");
+    line.AddOption("--html", "FILE", &page,
+                   "With --all: write a page for the browser to FILE as well");
+    if (!line.Parse(words)) return kDone;
 
     std::vector<std::string> patterns;
     if (all) patterns = {kEverything};

@@ -1,5 +1,7 @@
 #include <iostream>
 
+#include <nlohmann/json.hpp>
+
 #include "commands/command.h"
 #include "commands/options.h"
 #include "lint/lint.h"
@@ -15,16 +17,16 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
     std::string slot;
     bool json = false;
 
-    const auto app = MakeApp(command);
-    app->add_option("DEVICE", device, "Directory that looks like the device's root")->required();
-    AddSlotOption(app.get(), &slot);
-    app->add_flag("--json", json, "Print one JSON document");
-    app->add_option("--sarif", sarif, "Write the findings to FILE for code-scanning services")
-            ->type_name("FILE");
-    app->footer(
+    CommandLine line = LineOf(command);
+    line.AddArgument("DEVICE", &device, "Directory that looks like the device's root");
+    AddSlotOption(&line, &slot);
+    line.AddFlag("--json", &json, "Print one JSON document");
+    line.AddOption("--sarif", "FILE", &sarif,
+                   "Write the findings to FILE for code-scanning services");
+    line.AddFooter(
             "Exit status: 0 no errors; 1 errors found, such as a DEVICE that is no device's root; "
             "2 bad\ninput.\n");
-    if (!Parse(app.get(), words)) return kDone;
+    if (!line.Parse(words)) return kDone;
 
     std::vector<std::string> notes;
     const std::vector<Finding> findings = Lint(device, slot[0], &notes);

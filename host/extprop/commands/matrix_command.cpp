@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <iostream>
 
+#include <nlohmann/json.hpp>
+
 #include "commands/command.h"
 #include "commands/matrix_options.h"
 #include "commands/options.h"
@@ -169,30 +171,27 @@ ExitStatus List(const Arguments& arguments) {
 
 ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& words) {
     Arguments arguments;
-    const auto app = MakeApp(command);
-    app->add_option("DEVICE", arguments.words,
-                    "One device directory, or two to compare; names of properties, or patterns "
-                    "such as 'ro.product.*' (default: those that are not the same everywhere); and "
-                    "steps, listed below");
-    AddBootOptions(app.get(), &arguments.boot);
-    AddChoiceOptions(app.get(), &arguments.choice);
-    auto* list = app->add_flag("--list", arguments.list,
-                               "Print what the axes can be and how many variants would be booted");
-    auto* shard = app->add_option("--shard", arguments.shard,
-                                  "Boot the I-th of N parts of the variants only")
-                          ->type_name("I/N");
-    app->add_option("--merge", arguments.merged,
-                    "Print the summary of lines that --json printed, put together in any order, "
-                    "and boot nothing; names of properties go before it")
-            ->type_name("FILE...")
-            ->excludes(list)
-            ->excludes(shard);
-    app->add_flag("--json", arguments.json,
-                  "Print a line of JSON for each variant as it is finished, and one for all");
-    app->add_option("--html", arguments.page, "Write a page for the browser to FILE as well")
-            ->type_name("FILE")
-            ->excludes(list);
-    if (!Parse(app.get(), words)) return kDone;
+    CommandLine line = LineOf(command);
+    line.AddArguments("DEVICE", &arguments.words,
+                      "One device directory, or two to compare; names of properties, or patterns "
+                      "such as 'ro.product.*' (default: those that are not the same everywhere); "
+                      "and steps, listed below");
+    AddBootOptions(&line, &arguments.boot);
+    AddChoiceOptions(&line, &arguments.choice);
+    line.AddFlag("--list", &arguments.list,
+                 "Print what the axes can be and how many variants would be booted");
+    line.AddOption("--shard", "I/N", &arguments.shard,
+                   "Boot the I-th of N parts of the variants only");
+    line.AddGreedyOption("--merge", "FILE...", &arguments.merged,
+                         "Print the summary of lines that --json printed, put together in any "
+                         "order, and boot nothing; names of properties go before it");
+    line.Exclude("--merge", {"--list", "--shard"});
+    line.AddFlag("--json", &arguments.json,
+                 "Print a line of JSON for each variant as it is finished, and one for all");
+    line.AddOption("--html", "FILE", &arguments.page,
+                   "Write a page for the browser to FILE as well");
+    line.Exclude("--html", {"--list"});
+    if (!line.Parse(words)) return kDone;
 
     if (!arguments.merged.empty()) return Merge(arguments);
     Divide(&arguments);

@@ -68,31 +68,21 @@ void ParseValues(const char* option, const std::vector<std::string>& words,
 
 }  // namespace
 
-void AddJobsOption(CLI::App* command, int* jobs) {
+void AddJobsOption(CommandLine* line, int* jobs) {
     *jobs = ProcessorCount();
-    command->add_option("--jobs", *jobs, "Boot as many variants at once")
-            ->type_name("N")
-            ->check(CLI::Range(1, 1024))
-            ->capture_default_str();
+    line->AddNumber("--jobs", "N", 1, 1024, jobs, "Boot as many variants at once");
 }
 
-void AddChoiceOptions(CLI::App* command, ChoiceArguments* arguments) {
-    constexpr bool kOneEach = false;
-    command->add_option("--over", arguments->over,
+void AddChoiceOptions(CommandLine* line, ChoiceArguments* arguments) {
+    line->AddListOption("--over", "AXIS,AXIS...", &arguments->over,
                         "Boot every combination of these axes' values; without it each axis is "
                         "varied by itself. The axes are brand, region, nv (the old radio store's "
-                        "key), sim-first, sim-current, channel and region-key")
-            ->type_name("AXIS,AXIS...")
-            ->delimiter(',')
-            ->allow_extra_args(kOneEach);
-    command->add_option("--only", arguments->only,
-                        "Boot only variants with one of these values; as-is is the device's own")
-            ->type_name("AXIS=VALUE,...")
-            ->allow_extra_args(kOneEach);
-    command->add_option("--except", arguments->except, "Boot no variants with one of these values")
-            ->type_name("AXIS=VALUE,...")
-            ->allow_extra_args(kOneEach);
-    AddJobsOption(command, &arguments->jobs);
+                        "key), sim-first, sim-current, channel and region-key");
+    line->AddOption("--only", "AXIS=VALUE,...", &arguments->only,
+                    "Boot only variants with one of these values; as-is is the device's own");
+    line->AddOption("--except", "AXIS=VALUE,...", &arguments->except,
+                    "Boot no variants with one of these values");
+    AddJobsOption(line, &arguments->jobs);
 }
 
 std::vector<Variant> Chosen(const VariantSpace& space, const ChoiceArguments& arguments,

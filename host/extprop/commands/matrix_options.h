@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "commands/command_line.h"
 #include "matrix/summary.h"
 
 namespace extprop {
@@ -20,8 +19,8 @@ struct ChoiceArguments {
     int jobs = 1;
 };
 
-void AddChoiceOptions(CLI::App* command, ChoiceArguments* arguments);
-void AddJobsOption(CLI::App* command, int* jobs);
+void AddChoiceOptions(CommandLine* line, ChoiceArguments* arguments);
+void AddJobsOption(CommandLine* line, int* jobs);
 
 // Returns the chosen variants of those in `space`. Throws InputError if an argument is wrong, as a
 // value that is not `known` is.

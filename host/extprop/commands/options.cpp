@@ -24,61 +24,37 @@ std::string StepsHelp() {
 
 }  // namespace
 
-void AddSlotOption(CLI::App* command, std::string* slot) {
+void AddSlotOption(CommandLine* line, std::string* slot) {
     *slot = "a";
-    command->add_option("--slot", *slot,
-                        "Which slot's image stands for a partition that has two (default: a)")
-            ->type_name("a|b")
-            ->check(CLI::IsMember({"a", "b"}).description(""))
-            ->take_last();
+    line->AddChoice("--slot", {"a", "b"}, slot,
+                    "Which slot's image stands for a partition that has two (default: a)");
 }
 
-void AddBootOptions(CLI::App* command, BootArguments* arguments) {
-    // Without this an option would take every word behind it, steps too.
-    constexpr bool kOneEach = false;
-    command->add_option("--set", arguments->settings, "Set a system property before the first step")
-            ->type_name("NAME=VALUE")
-            ->allow_extra_args(kOneEach);
-    command->add_option("--props", arguments->property_files,
-                        "Set the properties in FILE, a property file or getprop's output, before "
-                        "those of --set")
-            ->type_name("FILE")
-            ->allow_extra_args(kOneEach);
-    arguments->brand_option = command->add_option("--brand", arguments->brand,
-                                                  "What if the device were of this brand")
-                                      ->type_name("NAME")
-                                      ->take_last();
-    arguments->region_option =
-            command->add_option("--region", arguments->region, "What if it were of this region")
-                    ->type_name("CODE")
-                    ->take_last();
-    arguments->nv_key_option =
-            command->add_option("--nv", arguments->nv_key,
-                                "What if older software had left this key in its radio store")
-                    ->type_name("KEY")
-                    ->take_last();
-    command->add_option("--edit", arguments->edits,
-                        "What if the property's line in the device's file PATH had this value, or "
-                        "were added at its end")
-            ->type_name("PATH:NAME=VALUE")
-            ->allow_extra_args(kOneEach);
-    AddSlotOption(command, &arguments->slot);
-    command->add_option("--request", arguments->requests,
-                        "Hand VALUE to the bind thread of cota-service:check_mount once it has "
-                        "acknowledged the one before; in the end the thread is told to stop")
-            ->type_name("VALUE")
-            ->allow_extra_args(kOneEach);
-    command->add_flag("--no-complete", arguments->no_complete,
-                      "Do not tell the bind thread to stop; it gives up after 20 s without a "
-                      "request");
-    command->add_flag("--any-word", arguments->any_word,
-                      "Take commands, paths and requests too that the library ignores");
-    command->add_option("--timeout", arguments->time_limit,
-                        "Seconds that a step may take before the library counts as hung")
-            ->type_name("SECONDS")
-            ->check(CLI::Range(1, 3600))
-            ->capture_default_str();
-    command->footer(StepsHelp());
+void AddBootOptions(CommandLine* line, BootArguments* arguments) {
+    line->AddOption("--set", "NAME=VALUE", &arguments->settings,
+                    "Set a system property before the first step");
+    line->AddOption("--props", "FILE", &arguments->property_files,
+                    "Set the properties in FILE, a property file or getprop's output, before "
+                    "those of --set");
+    line->AddOption("--brand", "NAME", &arguments->brand, "What if the device were of this brand");
+    line->AddOption("--region", "CODE", &arguments->region, "What if it were of this region");
+    line->AddOption("--nv", "KEY", &arguments->nv_key,
+                    "What if older software had left this key in its radio store");
+    line->AddOption("--edit", "PATH:NAME=VALUE", &arguments->edits,
+                    "What if the property's line in the device's file PATH had this value, or "
+                    "were added at its end");
+    AddSlotOption(line, &arguments->slot);
+    line->AddOption("--request", "VALUE", &arguments->requests,
+                    "Hand VALUE to the bind thread of cota-service:check_mount once it has "
+                    "acknowledged the one before; in the end the thread is told to stop");
+    line->AddFlag("--no-complete", &arguments->no_complete,
+                  "Do not tell the bind thread to stop; it gives up after 20 s without a "
+                  "request");
+    line->AddFlag("--any-word", &arguments->any_word,
+                  "Take commands, paths and requests too that the library ignores");
+    line->AddNumber("--timeout", "SECONDS", 1, 3600, &arguments->time_limit,
+                    "Seconds that a step may take before the library counts as hung");
+    line->AddFooter(StepsHelp());
 }
 
 namespace {
@@ -123,9 +99,9 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
     }
     plan.requests = arguments.requests;
     if (!arguments.no_complete) plan.requests.push_back(kBindComplete);
-    if (arguments.brand_option->count() > 0) AddWords({"--brand", arguments.brand}, &options);
-    if (arguments.region_option->count() > 0) AddWords({"--region", arguments.region}, &options);
-    if (arguments.nv_key_option->count() > 0) AddWords({"--nv", arguments.nv_key}, &options);
+    if (arguments.brand) AddWords({"--brand", *arguments.brand}, &options);
+    if (arguments.region) AddWords({"--region", *arguments.region}, &options);
+    if (arguments.nv_key) AddWords({"--nv", *arguments.nv_key}, &options);
     for (const std::string& edit : arguments.edits) options.edits.push_back(ParseEdit(edit));
     return options;
 }

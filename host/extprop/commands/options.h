@@ -2,12 +2,12 @@
 
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "boot/boot.h"
+#include "commands/command_line.h"
 
 namespace extprop {
 
@@ -17,21 +17,19 @@ struct BootArguments {
     std::vector<std::string> property_files;
     std::vector<std::string> requests;
     std::vector<std::string> edits;
-    std::string slot, brand, region, nv_key;
-    const CLI::Option* brand_option = nullptr;
-    const CLI::Option* region_option = nullptr;
-    const CLI::Option* nv_key_option = nullptr;
+    std::string slot;
+    std::optional<std::string> brand, region, nv_key;
     bool any_word = false;
     bool no_complete = false;
-    unsigned time_limit = 30;
+    int time_limit = 30;
 };
 
 // Adds the option for the slot whose partition images are read.
-void AddSlotOption(CLI::App* command, std::string* slot);
+void AddSlotOption(CommandLine* line, std::string* slot);
 
 // Adds the options that decide what is booted, all but the device and the steps, and the help on
 // the steps.
-void AddBootOptions(CLI::App* command, BootArguments* arguments);
+void AddBootOptions(CommandLine* line, BootArguments* arguments);
 
 // Returns the boot that the arguments ask for, early and persist where they name no steps. Throws
 // InputError.
