@@ -20,7 +20,7 @@ struct Node {
     mode_t mode = 0;  // type and permissions, as in stat
     uid_t user = 0;
     gid_t group = 0;
-    uint64_t size = 0;  // in bytes; of a directory not more than a hint
+    uint64_t size = 0;    // in bytes; of a directory not more than a hint
     int64_t seconds = 0;  // of the last change of the content
     uint32_t nanoseconds = 0;
 };
