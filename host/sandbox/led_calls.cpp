@@ -8,16 +8,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <linux/audit.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
@@ -27,19 +23,12 @@
 #include <initializer_list>
 #include <vector>
 
-#include "kernel.h"
+#include "../filter.h"
+#include "../kernel.h"
 
 namespace sandbox {
 
 namespace {
-
-#if defined(__x86_64__)
-constexpr unsigned kArchitecture = AUDIT_ARCH_X86_64;
-#elif defined(__aarch64__)
-constexpr unsigned kArchitecture = AUDIT_ARCH_AARCH64;
-#else
-#error "the registers of a system call are not known here"
-#endif
 
 constexpr int kLedCalls[] = {
 #ifdef SYS_open  // of the older architectures
@@ -371,58 +360,51 @@ void OnCall(int, siginfo_t* info, void* context) {
     errno = saved_errno;
 }
 
-constexpr sock_filter Statement(uint16_t code, uint32_t value) {
-    return {code, 0, 0, value};
-}
-
-constexpr sock_filter JumpIf(uint16_t compare, uint32_t value, uint8_t yes, uint8_t no) {
-    return {static_cast<uint16_t>(BPF_JMP | compare | BPF_K), yes, no, value};
-}
-
 std::vector<sock_filter> Filter() {
-    const auto load = [](size_t offset) {
-        return Statement(BPF_LD | BPF_W | BPF_ABS, static_cast<uint32_t>(offset));
-    };
-    constexpr size_t kLastArgument = offsetof(seccomp_data, args) + 5 * sizeof(uint64_t);
-    constexpr auto kReturn = BPF_RET | BPF_K;
-    const sock_filter refuse = Statement(kReturn, SECCOMP_RET_ERRNO | EPERM);
-    const sock_filter unknown = Statement(kReturn, SECCOMP_RET_ERRNO | ENOSYS);
-    const sock_filter allow = Statement(kReturn, SECCOMP_RET_ALLOW);
+    using filter::JumpIf;
+    using filter::Load;
+    constexpr size_t kLastArgument = filter::Argument(5);
+    const sock_filter refuse = filter::Return(SECCOMP_RET_ERRNO | EPERM);
+    const sock_filter unknown = filter::Return(SECCOMP_RET_ERRNO | ENOSYS);
+    const sock_filter allow = filter::Return(SECCOMP_RET_ALLOW);
 
-    std::vector<sock_filter> filter = {
-            load(offsetof(seccomp_data, arch)), JumpIf(BPF_JEQ, kArchitecture, 1, 0), unknown,
-            load(offsetof(seccomp_data, nr)),   JumpIf(BPF_JGT, kLastCall, 0, 1),     unknown,
+    std::vector<sock_filter> statements = {
+            Load(offsetof(seccomp_data, arch)),
+            JumpIf(BPF_JEQ, filter::kArchitecture, 1, 0),
+            unknown,
+            Load(offsetof(seccomp_data, nr)),
+            JumpIf(BPF_JGT, kLastCall, 0, 1),
+            unknown,
     };
-    const auto answer = [&filter](std::initializer_list<sock_filter> answer, int call) {
-        filter.push_back(JumpIf(BPF_JEQ, call, 0, answer.size()));
-        filter.insert(filter.end(), answer);
+    const auto answer = [&statements](std::initializer_list<sock_filter> answer, int call) {
+        statements.push_back(JumpIf(BPF_JEQ, call, 0, answer.size()));
+        statements.insert(statements.end(), answer);
     };
     // Kernel()'s own.
-    const sock_filter trap = Statement(kReturn, SECCOMP_RET_TRAP);
+    const sock_filter trap = filter::Return(SECCOMP_RET_TRAP);
     const auto answer_unmarked = [&](const sock_filter& verdict, int call) {
-        answer({load(kLastArgument), JumpIf(BPF_JEQ, static_cast<uint32_t>(kMark), 0, 3),
-                load(kLastArgument + 4), JumpIf(BPF_JEQ, static_cast<uint32_t>(kMark >> 32), 0, 1),
+        answer({Load(kLastArgument), JumpIf(BPF_JEQ, static_cast<uint32_t>(kMark), 0, 3),
+                Load(kLastArgument + 4), JumpIf(BPF_JEQ, static_cast<uint32_t>(kMark >> 32), 0, 1),
                 allow, verdict},
                call);
     };
     for (const int call : kLedCalls) answer_unmarked(trap, call);
     for (const int call : kRefusedCalls) answer_unmarked(refuse, call);
-    filter.push_back(JumpIf(BPF_JEQ, SYS_ioctl, 0, 1 + 2 * std::size(kAllowedRequests) + 1));
-    filter.push_back(load(offsetof(seccomp_data, args) + sizeof(uint64_t)));
+    statements.push_back(JumpIf(BPF_JEQ, SYS_ioctl, 0, 1 + 2 * std::size(kAllowedRequests) + 1));
+    statements.push_back(Load(filter::Argument(1)));
     for (const unsigned request : kAllowedRequests) {
-        filter.push_back(JumpIf(BPF_JEQ, request, 0, 1));
-        filter.push_back(allow);
+        statements.push_back(JumpIf(BPF_JEQ, request, 0, 1));
+        statements.push_back(allow);
     }
-    filter.push_back(refuse);
-    filter.push_back(allow);
-    return filter;
+    statements.push_back(refuse);
+    statements.push_back(allow);
+    return statements;
 }
 
 }  // namespace
 
 bool CanLeadCalls() {
-    // Without a filter to read this fails: for that reason where filters are to be had.
-    return prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, nullptr) == -1 && errno == EFAULT;
+    return filter::IsPossible();
 }
 
 bool LeadCalls(View* view) {
@@ -449,10 +431,7 @@ bool LeadCalls(View* view) {
     sigaddset(&blocked, SIGSYS);
     if (pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr) != 0) return false;
 
-    std::vector<sock_filter> filter = Filter();
-    const sock_fprog program = {static_cast<unsigned short>(filter.size()), filter.data()};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+    return filter::Install(Filter());
 }
 
 }  // namespace sandbox

@@ -19,7 +19,7 @@
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
-#include "kernel.h"
+#include "../kernel.h"
 
 using android::base::unique_fd;
 
