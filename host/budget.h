@@ -12,5 +12,19 @@ namespace limits {
 inline constexpr uint64_t kImageFile = uint64_t{1} << 30;        // one file of an image, in bytes
 inline constexpr uint64_t kImageDirectory = uint64_t{32} << 20;  // a directory's data, in bytes
 inline constexpr size_t kImageNames = 200'000;                   // in one directory
+inline constexpr size_t kSparseChunks = 1 << 20;                 // of a sparse image
+inline constexpr uint32_t kSuperMetadata = 16 << 20;             // of a super image, in bytes
+inline constexpr size_t kSuperPartitions = 1024;                 // of a super image
+inline constexpr size_t kSuperExtents = 65536;    // of all partitions of a super image together
+inline constexpr uint64_t kExt4Groups = 1 << 18;  // of blocks; as many take 16 MiB of descriptors
+
+// The process that reads an image.
+inline constexpr uint64_t kReaderMemory = uint64_t{192} << 20;  // beyond what it starts with, bytes
+inline constexpr uint64_t kReaderCache = uint64_t{16} << 20;  // of what was read already, in bytes
+inline constexpr uint64_t kReaderCachedFile = uint64_t{1} << 20;  // a file kept there, in bytes
+inline constexpr int kReaderDescriptors = 1024;  // so many processes can ask at the same time
+inline constexpr int kRequestSeconds = 10;       // of processor time for one answer
+inline constexpr int kReplySeconds = 30;         // until an answer must have come
+inline constexpr int kReaderSeconds = 3600;      // of processor time in all
 
 }  // namespace limits

@@ -52,6 +52,10 @@ class FileSystem {
     virtual std::string Target(uint64_t link) const = 0;
 };
 
+// Throws Damage that names the directory unless its names are as List() promises, and their number
+// is within the limit.
+void CheckNames(uint64_t directory, const std::vector<Name>& names);
+
 // Each returns the file system in the source, which must live as long, or null if the source has
 // not its magic. Throw Damage if its head cannot be used.
 std::unique_ptr<FileSystem> OpenErofs(const Source& source);

@@ -17,12 +17,6 @@
 
 namespace images {
 
-// What an image file holds: one volume without a name, or the logical partitions of a super image.
-struct Volume {
-    std::string name;
-    uint64_t size;  // in bytes
-};
-
 class Reader {
   public:
     // Starts the process over an open regular file or block device, which may be an Android sparse

@@ -28,6 +28,12 @@ class Source {
     virtual void Read(uint64_t offset, void* to, size_t size) const = 0;
 };
 
+// What an image file holds: one volume without a name, or the logical partitions of a super image.
+struct Volume {
+    std::string name;
+    uint64_t size;  // in bytes
+};
+
 // Returns bytes of the source. Throws Damage as above. The caller bounds `size` first.
 inline std::string ReadBytes(const Source& source, uint64_t offset, size_t size) {
     std::string bytes(size, '\0');

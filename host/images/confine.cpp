@@ -1,0 +1,146 @@
+#include "confine.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
+#include <stdint.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <android-base/file.h>
+
+#include "../budget.h"
+#include "../filter.h"
+
+namespace images {
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;
+#elif defined(__has_feature)
+constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
+// What a call's argument must be; a size of 0 stands for no condition.
+struct AllowedCall {
+    int number;
+    int argument;
+    uint32_t mask;  // of the argument's lower half
+    uint32_t value;
+};
+
+constexpr AllowedCall kAllowed[] = {
+        {SYS_lseek, 0, UINT32_MAX, kImage},
+        {SYS_pread64, 0, UINT32_MAX, kImage},
+        // its sockets
+        {SYS_recvmsg, 0, 0, 0},
+        {SYS_sendmsg, 0, 0, 0},
+        {SYS_ppoll, 0, 0, 0},
+        {SYS_close, 0, 0, 0},
+        // its memory
+        {SYS_brk, 0, 0, 0},
+        {SYS_mmap, 2, PROT_EXEC, 0},
+        {SYS_mprotect, 2, PROT_EXEC, 0},
+        {SYS_mremap, 0, 0, 0},
+        {SYS_munmap, 0, 0, 0},
+        {SYS_madvise, 0, 0, 0},
+        // itself
+        {SYS_futex, 0, 0, 0},
+        {SYS_rt_sigreturn, 0, 0, 0},
+        {SYS_clock_gettime, 0, 0, 0},
+        {SYS_getrandom, 0, 0, 0},
+        {SYS_setitimer, 0, 0, 0},
+        {SYS_exit, 0, 0, 0},
+        {SYS_exit_group, 0, 0, 0},
+};
+
+std::vector<sock_filter> Filter() {
+    using filter::JumpIf;
+    const auto allow = filter::Return(SECCOMP_RET_ALLOW);
+    const auto refuse = filter::Return(SECCOMP_RET_ERRNO | EPERM);
+    std::vector<sock_filter> statements = {
+            filter::Load(offsetof(seccomp_data, arch)),
+            JumpIf(BPF_JEQ, filter::kArchitecture, 1, 0),
+            filter::Return(SECCOMP_RET_KILL_PROCESS),
+            filter::Load(offsetof(seccomp_data, nr)),
+    };
+    for (const auto& [number, argument, mask, value] : kAllowed) {
+        if (mask == 0) {
+            statements.insert(statements.end(), {JumpIf(BPF_JEQ, number, 0, 1), allow});
+            continue;
+        }
+        statements.insert(statements.end(),
+                          {JumpIf(BPF_JEQ, number, 0, 5), filter::Load(filter::Argument(argument)),
+                           filter::Statement(BPF_ALU | BPF_AND | BPF_K, mask),
+                           JumpIf(BPF_JEQ, value, 0, 1), allow, refuse});
+    }
+    statements.push_back(refuse);
+    return statements;
+}
+
+// Returns the size of this process's memory as the kernel counts it against a limit.
+uint64_t AddressSpace() {
+    std::string pages;
+    android::base::ReadFileToString("/proc/self/statm", &pages);
+    return strtoull(pages.c_str(), nullptr, 10) * sysconf(_SC_PAGESIZE);
+}
+
+bool SetLimits() {
+    const struct {
+        __rlimit_resource resource;
+        uint64_t limit;
+    } limits[] = {
+            // A sanitizer's own memory is most of the address space.
+            {RLIMIT_AS, kIsSanitized ? RLIM_INFINITY : AddressSpace() + limits::kReaderMemory},
+            {RLIMIT_CORE, 0},
+            {RLIMIT_CPU, limits::kReaderSeconds},
+            {RLIMIT_FSIZE, 0},
+            {RLIMIT_NOFILE, limits::kReaderDescriptors},
+            {RLIMIT_NPROC, 0},
+    };
+    for (const auto& [resource, limit] : limits) {
+        rlimit set = {};
+        if (getrlimit(resource, &set) != 0) return false;
+        set.rlim_cur = set.rlim_max = std::min<rlim_t>(limit, set.rlim_max);
+        if (setrlimit(resource, &set) != 0) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool Confine(int image, int control) {
+    setsid();  // what a terminal sends to the tool is not for this
+    for (int number = 1; number < NSIG; ++number) signal(number, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    if (sigprocmask(SIG_SETMASK, &none, nullptr) != 0 || !SetLimits()) return false;
+
+    // Out of each other's way first.
+    constexpr int kFirstFree = 3;
+    image = fcntl(image, F_DUPFD, kFirstFree);
+    control = fcntl(control, F_DUPFD, kFirstFree);
+    if (image == -1 || control == -1) return false;
+    // Nothing that libc might say in an emergency gets anywhere; a sanitizer's words do.
+    if (dup2(image, kImage) == -1 || dup2(control, kControl) == -1 ||
+        (!kIsSanitized && dup2(image, STDERR_FILENO) == -1)) {
+        return false;
+    }
+    if (syscall(SYS_close_range, kFirstFree, UINT_MAX, 0) != 0) {
+        if (errno != ENOSYS) return false;
+        for (int fd = kFirstFree; fd < sysconf(_SC_OPEN_MAX); ++fd) close(fd);
+    }
+    return filter::Install(Filter());
+}
+
+}  // namespace images

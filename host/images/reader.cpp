@@ -1,0 +1,337 @@
+// The side of the protocol that asks. Once it has seen the image the reader counts as a stranger,
+// too: its answers are checked, and waited for no longer than they may take.
+
+#include "reader.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <stdexcept>
+#include <type_traits>
+
+#include "../budget.h"
+#include "../filter.h"
+#include "../kernel.h"
+#include "protocol.h"
+
+namespace images {
+
+using android::base::unique_fd;
+using sandbox::Kernel;
+
+namespace {
+
+constexpr char kNonsense[] = "the process that reads it answers nonsense";
+
+int64_t Milliseconds() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+struct Packet {
+    ReplyHeader header;
+    char bytes[kPacketBytes];
+};
+
+// One process's way to the reader.
+struct Connection {
+    pid_t owner;
+    long socket = -1;
+    std::mutex mutex;
+    std::string failed;  // why there is nothing to be had any more
+    Packet packet;       // the last reply
+    Connection* older;   // of the processes that this one comes from
+
+    explicit Connection(pid_t pid, Connection* before) : owner(pid), older(before) {}
+};
+
+}  // namespace
+
+class Reader::Process {
+  public:
+    Process(unique_fd image, char slot);
+    ~Process();
+    Process& operator=(Process&&) = delete;
+
+    // Returns a part of an answer, up to the request's size, and the whole's size.
+    std::string Ask(const Request& request, uint64_t* whole) const;
+
+    // Returns a whole answer of at most `most` bytes.
+    std::string AskAll(Question question, uint32_t volume, uint64_t node, uint64_t most) const;
+
+    std::vector<Volume> volumes;
+
+  private:
+    Connection* Own() const;
+    bool Connect(Connection* connection) const;
+    std::string Exchange(Connection* connection, const Request& request, size_t* size) const;
+    std::string HowItEnded() const;
+
+    pid_t starter_;
+    pid_t pid_;
+    unique_fd control_;
+    mutable std::atomic<Connection*> connection_{nullptr};
+};
+
+Reader::Process::Process(unique_fd image, char slot) : starter_(getpid()) {
+    if (!filter::IsPossible()) {
+        throw std::runtime_error(
+                "images cannot be read: the kernel has no filters for system "
+                "calls here (CONFIG_SECCOMP_FILTER)");
+    }
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+        throw std::runtime_error(std::string("images cannot be read: ") + strerror(errno));
+    }
+    control_.reset(ends[0]);
+    const unique_fd other(ends[1]);
+    pid_ = fork();
+    if (pid_ == 0) Serve(image.get(), other.get(), slot);
+    if (pid_ == -1) {
+        throw std::runtime_error(std::string("images cannot be read: ") + strerror(errno));
+    }
+}
+
+Reader::Process::~Process() {
+    Connection* connection = connection_;
+    while (connection != nullptr) {
+        if (connection->owner == getpid() && connection->socket >= 0) {
+            close(static_cast<int>(connection->socket));
+        }
+        Connection* older = connection->older;
+        delete connection;
+        connection = older;
+    }
+    if (getpid() != starter_) return;
+    kill(pid_, SIGKILL);
+    while (waitpid(pid_, nullptr, 0) == -1 && errno == EINTR) continue;
+}
+
+// Returns this process's connection: one that came over a fork is another process's, and a thread
+// that is not here may hold it.
+Connection* Reader::Process::Own() const {
+    const auto pid = static_cast<pid_t>(Kernel(SYS_getpid));
+    Connection* current = connection_;
+    while (current == nullptr || current->owner != pid) {
+        auto* made = new Connection(pid, current);
+        if (connection_.compare_exchange_strong(current, made)) {
+            // The older one's descriptor would hold its owner's place with the reader.
+            if (current != nullptr && current->socket >= 0) Kernel(SYS_close, current->socket);
+            return made;
+        }
+        delete made;
+    }
+    return current;
+}
+
+bool Reader::Process::Connect(Connection* connection) const {
+    int ends[2];
+    if (Kernel(SYS_socketpair, AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return false;
+    char byte = 0;
+    iovec data = {&byte, sizeof(byte)};
+    alignas(cmsghdr) char space[CMSG_SPACE(sizeof(int))] = {};
+    msghdr message = {};
+    message.msg_iov = &data;
+    message.msg_iovlen = 1;
+    message.msg_control = space;
+    message.msg_controllen = sizeof(space);
+    cmsghdr* header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof(int));
+    memcpy(CMSG_DATA(header), &ends[1], sizeof(int));
+    const long sent = Kernel(SYS_sendmsg, control_.get(), &message, MSG_NOSIGNAL);
+    Kernel(SYS_close, ends[1]);
+    if (sent != sizeof(byte)) {
+        Kernel(SYS_close, ends[0]);
+        return false;
+    }
+    connection->socket = ends[0];
+    return true;
+}
+
+// Puts the reply into the connection's packet. Returns what went wrong.
+std::string Reader::Process::Exchange(Connection* connection, const Request& request,
+                                      size_t* size) const {
+    if (connection->socket < 0 && !Connect(connection)) return HowItEnded();
+    iovec data = {const_cast<Request*>(&request), sizeof(request)};
+    msghdr message = {};
+    message.msg_iov = &data;
+    message.msg_iovlen = 1;
+    if (Kernel(SYS_sendmsg, connection->socket, &message, MSG_NOSIGNAL) != sizeof(request)) {
+        return HowItEnded();
+    }
+    const int64_t deadline = Milliseconds() + int64_t{limits::kReplySeconds} * 1000;
+    while (true) {
+        const int64_t left = std::max<int64_t>(deadline - Milliseconds(), 0);
+        const timespec timeout = {static_cast<time_t>(left / 1000), left % 1000 * 1'000'000};
+        pollfd ready = {static_cast<int>(connection->socket), POLLIN, 0};
+        const long count = Kernel(SYS_ppoll, &ready, 1, &timeout, nullptr, 0);
+        if (count == -EINTR) continue;
+        if (count == 0) {
+            return "reading takes longer than " + std::to_string(limits::kReplySeconds) +
+                   " seconds";
+        }
+        break;
+    }
+    data = {&connection->packet, sizeof(connection->packet)};
+    const long received = Kernel(SYS_recvmsg, connection->socket, &message, MSG_DONTWAIT);
+    if (received <= 0) return HowItEnded();
+    if (received < static_cast<long>(sizeof(ReplyHeader))) return kNonsense;
+    *size = received - sizeof(ReplyHeader);
+    return "";
+}
+
+std::string Reader::Process::Ask(const Request& request, uint64_t* whole) const {
+    Connection* connection = Own();
+    const std::lock_guard<std::mutex> lock(connection->mutex);
+    size_t size = 0;
+    // After a failure the next reply could be one to an earlier request.
+    if (connection->failed.empty()) connection->failed = Exchange(connection, request, &size);
+    if (!connection->failed.empty()) throw Damage(connection->failed);
+    const auto& [header, bytes] = connection->packet;
+    if (header.outcome != Outcome::kDone) {
+        constexpr size_t kMostText = 1000;
+        throw Damage(std::string(bytes, std::min(size, kMostText)));
+    }
+    if (size > request.size) throw Damage(kNonsense);
+    *whole = header.size;
+    return std::string(bytes, size);
+}
+
+std::string Reader::Process::AskAll(Question question, uint32_t volume, uint64_t node,
+                                    uint64_t most) const {
+    std::string answer;
+    uint64_t whole = 0;
+    do {
+        const std::string part = Ask({question, volume, node, answer.size(), kPacketBytes}, &whole);
+        answer += part;
+        if (whole > most || (part.size() < kPacketBytes && answer.size() < whole)) {
+            throw Damage(kNonsense);
+        }
+    } while (answer.size() < whole);
+    return answer;
+}
+
+std::string Reader::Process::HowItEnded() const {
+    const std::string ended = "the process that reads it ended";
+    siginfo_t info = {};
+    if (Kernel(SYS_getpid) != starter_ || waitid(P_PID, pid_, &info, WEXITED | WNOWAIT) != 0) {
+        return ended;
+    }
+    if (info.si_code == CLD_EXITED) {
+        if (info.si_status == kNotConfined) {
+            throw std::runtime_error(
+                    "images cannot be read: the process that reads them cannot "
+                    "give up what it has to");
+        }
+        return ended;
+    }
+    if (info.si_status == SIGPROF || info.si_status == SIGXCPU) {
+        return "reading takes longer than " + std::to_string(limits::kRequestSeconds) + " seconds";
+    }
+    return ended + ": " + strsignal(info.si_status);
+}
+
+namespace {
+
+// A file system that the reader reads.
+template <typename Process>
+class Remote : public FileSystem {
+  public:
+    Remote(std::shared_ptr<Process> process, uint32_t volume)
+            : process_(std::move(process)), volume_(volume) {
+        root_ = Parser(process_->AskAll(Question::kRoot, volume_, 0, sizeof(root_))).Number();
+    }
+
+    uint64_t root() const override { return root_; }
+
+    Node Look(uint64_t number) const override {
+        static_assert(std::is_trivially_copyable_v<Node>);
+        Node node;
+        const std::string answer = process_->AskAll(Question::kLook, volume_, number, sizeof(node));
+        if (answer.size() != sizeof(node)) throw Damage(kNonsense);
+        memcpy(&node, answer.data(), sizeof(node));
+        node.id = number;
+        for (const mode_t type : {S_IFREG, S_IFDIR, S_IFLNK, S_IFCHR, S_IFBLK, S_IFIFO, S_IFSOCK}) {
+            if ((node.mode & S_IFMT) == type) return node;
+        }
+        throw Damage("inode " + std::to_string(number) + ": of no known type");
+    }
+
+    std::vector<Name> List(uint64_t directory) const override {
+        constexpr uint64_t kMost = limits::kImageDirectory + limits::kImageNames * 16;
+        const std::string answer = process_->AskAll(Question::kList, volume_, directory, kMost);
+        std::vector<Name> names;
+        for (Parser parser(answer); !parser.is_done();) {
+            std::string name = parser.Text();
+            names.push_back({std::move(name), parser.Number()});
+        }
+        CheckNames(directory, names);
+        return names;
+    }
+
+    std::string Read(uint64_t file, uint64_t offset, size_t size) const override {
+        std::string content;
+        while (content.size() < size) {
+            const uint64_t at = offset + content.size();
+            const uint64_t wanted = std::min(size - content.size(), kPacketBytes);
+            uint64_t whole = 0;
+            const std::string part =
+                    process_->Ask({Question::kRead, volume_, file, at, wanted}, &whole);
+            content += part;
+            if (part.size() == wanted) continue;
+            if (at < whole && at + part.size() != whole) throw Damage(kNonsense);
+            break;
+        }
+        return content;
+    }
+
+    std::string Target(uint64_t link) const override {
+        constexpr uint64_t kLongest = 4095;
+        std::string target = process_->AskAll(Question::kTarget, volume_, link, kLongest);
+        if (target.empty() || target.find('\0') != std::string::npos) throw Damage(kNonsense);
+        return target;
+    }
+
+  private:
+    std::shared_ptr<Process> process_;
+    uint32_t volume_;
+    uint64_t root_ = 0;
+};
+
+}  // namespace
+
+Reader::Reader(unique_fd image, char slot)
+        : process_(std::make_shared<Process>(std::move(image), slot)) {
+    constexpr uint64_t kMostName = 36;
+    const std::string answer =
+            process_->AskAll(Question::kVolumes, 0, 0, limits::kSuperPartitions * (kMostName + 16));
+    for (Parser parser(answer); !parser.is_done();) {
+        std::string name = parser.Text();
+        process_->volumes.push_back({std::move(name), parser.Number()});
+    }
+}
+
+Reader::~Reader() = default;
+
+const std::vector<Volume>& Reader::volumes() const {
+    return process_->volumes;
+}
+
+std::unique_ptr<FileSystem> Reader::Open(size_t volume) const {
+    return std::make_unique<Remote<Process>>(process_, volume);
+}
+
+}  // namespace images

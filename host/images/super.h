@@ -1,0 +1,42 @@
+// The logical partitions of a super partition.
+
+#pragma once
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "source.h"
+
+namespace images {
+
+class Super {
+  public:
+    // Returns the partitions by the metadata for the slot, 'a' or 'b', whose checksums are checked;
+    // where they are wrong by its backup copy. Null if the source is no super partition. The source
+    // must live as long. Throws Damage if no metadata can be used.
+    static std::unique_ptr<Super> Open(const Source& source, char slot);
+
+    // In the order of the image's own table; any bytes may be a name.
+    const std::vector<Volume>& volumes() const { return volumes_; }
+
+    // Returns a partition's content. Throws Damage if it is not all there.
+    std::unique_ptr<Source> OpenVolume(size_t index) const;
+
+  private:
+    struct Extents {
+        uint64_t first;
+        uint32_t count;
+    };
+
+    Super(const Source& source, std::string metadata);
+
+    const Source& source_;
+    std::string metadata_;
+    std::vector<Volume> volumes_;
+    std::vector<Extents> extents_;  // of each volume
+};
+
+}  // namespace images
