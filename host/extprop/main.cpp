@@ -15,6 +15,7 @@
 #include "commands/command.h"
 #include "input_error.h"
 #include "nearest.h"
+#include "output/tell.h"
 
 namespace {
 
@@ -91,8 +92,10 @@ int main(int argc, char** argv) {
                              std::string(strerror(errno == 0 ? EIO : errno)));
         }
         return status;
+    } catch (const InputError& error) {
+        for (const std::string& line : error.lines()) Tell(line);
     } catch (const std::exception& error) {
-        std::cerr << "extprop: " << error.what() << "\n";
-        return kBadInput;
+        Tell(error.what());
     }
+    return kBadInput;
 }

@@ -7,6 +7,7 @@
 #include "device/property_text.h"
 #include "explain/explain.h"
 #include "input_error.h"
+#include "named_file.h"
 #include "output/json.h"
 #include "output/page.h"
 #include "output/text.h"
@@ -40,7 +41,7 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
         report = PreparedDevice(options).Boot();
     } else {
         const Explanation explanation = Explain(options, {kEverything}, &report);
-        WriteOutput(page, ReportPage(report, explanation));
+        WriteOutput(page, device, ReportPage(report, explanation));
     }
     const ExitStatus status = Warn(report);
     if (json) {

@@ -5,8 +5,11 @@
 #include "commands/options.h"
 #include "explain/explain.h"
 #include "input_error.h"
+#include "named_file.h"
 #include "output/check_report.h"
 #include "output/json.h"
+#include "output/printable.h"
+#include "output/tell.h"
 #include "output/text.h"
 
 namespace extprop {
@@ -35,13 +38,15 @@ ExitStatus Record(const std::string& device, const std::string& file,
             Collect(&matrix, ChosenVariants(matrix.space(), {})).Summarize({kEverything});
     for (const SummaryVariant& variant : summary.variants) {
         if (!variant.failure) continue;
-        std::cerr << "extprop: nothing is recorded; " << VariantText(variant.variant) << ": "
-                  << FailureText(*variant.failure) << "\n";
+        Tell("nothing is recorded; " + VariantText(variant.variant) + ": " +
+             FailureText(*variant.failure));
         return kLibraryFailed;
     }
-    WriteOutput(file, RecordedExpectations(summary, arguments.steps));
-    std::cout << file << ": " << summary.properties.size() << " properties of "
-              << summary.variants.size() << " variants\n";
+    WriteOutput(file, device, RecordedExpectations(summary, arguments.steps));
+    Text text;
+    text << file << ": " << summary.properties.size() << " properties of "
+         << summary.variants.size() << " variants\n";
+    std::cout << text.string();
     return kDone;
 }
 
@@ -80,12 +85,12 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     if (record) return Record(device, files.front(), arguments, jobs);
 
     std::vector<Expectations> read;
-    std::string errors;
+    std::vector<std::string> errors;
     for (const std::string& file : files) {
         try {
             read.push_back(ReadExpectations(file));
         } catch (const InputError& error) {
-            errors += (errors.empty() ? "" : "\n") + std::string(error.what());
+            errors.insert(errors.end(), error.lines().begin(), error.lines().end());
         }
     }
     if (!errors.empty()) throw InputError(errors);
@@ -102,7 +107,7 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
         });
         checker.Finish(&result);
     }
-    if (!junit.empty()) WriteOutput(junit, JunitReport(result));
+    if (!junit.empty()) WriteOutput(junit, device, JunitReport(result));
     if (json) {
         PrintJson(ToJson(result));
     } else {

@@ -41,10 +41,6 @@ void PrintNotes(const std::vector<std::string>& notes);
 // exit status that it gives.
 ExitStatus Warn(const Report& report);
 
-// Writes the content to the file at `path`: whole or not at all where that is a regular file or
-// nothing yet, and through whatever else is there. Throws InputError.
-void WriteOutput(const std::string& path, const std::string& content);
-
 bool WantColours();
 
 }  // namespace extprop

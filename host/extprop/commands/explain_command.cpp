@@ -5,8 +5,10 @@
 #include "commands/command.h"
 #include "commands/options.h"
 #include "input_error.h"
+#include "named_file.h"
 #include "output/json.h"
 #include "output/page.h"
+#include "output/tell.h"
 #include "output/text.h"
 
 namespace extprop {
@@ -42,14 +44,14 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
     Report report;
     const Explanation explanation = Explain(OptionsOf(device, arguments), patterns, &report);
     const ExitStatus status = Warn(report);
-    if (!page.empty()) WriteOutput(page, ReportPage(report, explanation));
+    if (!page.empty()) WriteOutput(page, device, ReportPage(report, explanation));
     if (json) {
         PrintJson(explanation, std::cout);
     } else {
         std::cout << ExplanationText(explanation, WantColours());
     }
     for (const std::string& pattern : explanation.unknown) {
-        std::cerr << "extprop: no property file or step has '" << pattern << "'\n";
+        Tell("no property file or step has '" + pattern + "'");
     }
     return status == kDone && !explanation.unknown.empty() ? kBadInput : status;
 }

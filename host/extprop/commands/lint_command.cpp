@@ -5,6 +5,7 @@
 #include "commands/command.h"
 #include "commands/options.h"
 #include "lint/lint.h"
+#include "named_file.h"
 #include "output/json.h"
 #include "output/sarif.h"
 
@@ -36,7 +37,7 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
                    {"notes", notes},
                    {"findings", FindingsJson(findings)}});
     }
-    if (!sarif.empty()) WriteOutput(sarif, JsonText(SarifLog(device, findings)));
+    if (!sarif.empty()) WriteOutput(sarif, device, JsonText(SarifLog(device, findings)));
     bool errors = false;
     for (const Finding& finding : findings) {
         if (!json) std::cout << FindingText(finding) << "\n";

@@ -12,9 +12,11 @@
 #include "explain/explain.h"
 #include "input_error.h"
 #include "matrix/lines.h"
+#include "named_file.h"
 #include "output/json.h"
 #include "output/matrix_text.h"
 #include "output/page.h"
+#include "output/tell.h"
 
 namespace extprop {
 
@@ -71,13 +73,16 @@ bool TellUnknown(const std::vector<std::string>& patterns, const Summary& summar
     for (const SummaryProperty& property : summary.properties) names.push_back(property.name);
     const std::vector<std::string> unknown = Unmatched(patterns, names);
     for (const std::string& pattern : unknown) {
-        std::cerr << "extprop: no variant has '" << pattern << "'\n";
+        Tell("no variant has '" + pattern + "'");
     }
     return !unknown.empty();
 }
 
 ExitStatus Print(const Summary& summary, const Arguments& arguments) {
-    if (!arguments.page.empty()) WriteOutput(arguments.page, SummaryPage(summary));
+    if (!arguments.page.empty()) {
+        const std::string device = arguments.devices.empty() ? "" : arguments.devices[0];
+        WriteOutput(arguments.page, device, SummaryPage(summary));
+    }
     if (arguments.json) {
         std::cout << JsonLine({{"summary", ToJson(summary)}}) << "\n";
     } else {

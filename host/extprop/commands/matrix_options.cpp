@@ -1,15 +1,14 @@
 #include "commands/matrix_options.h"
 
 #include <stdint.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <iostream>
 
 #include <android-base/strings.h>
 
 #include "input_error.h"
 #include "matrix/workers.h"
+#include "output/tell.h"
 
 namespace extprop {
 
@@ -20,27 +19,21 @@ class Progress {
   public:
     explicit Progress(size_t total) : total_(static_cast<int64_t>(total)) {}
 
-    ~Progress() {
-        if (is_shown_) std::cerr << "\r\x1b[K" << std::flush;
-    }
-    Progress& operator=(Progress&&) = delete;
-
     void Advance() {
         using namespace std::chrono;
         ++done_;
         const auto now = steady_clock::now();
-        if (isatty(STDERR_FILENO) != 1 || now - last_ < milliseconds(100)) return;
+        if (!StatusLine::IsSeen() || now - last_ < milliseconds(100)) return;
         last_ = now;
         const auto left = (now - start_) / done_ * (total_ - done_);
-        std::cerr << "\r\x1b[K" << done_ << " of " << total_ << " variants, about "
-                  << duration_cast<seconds>(left).count() + 1 << " s left" << std::flush;
-        is_shown_ = true;
+        line_.Show(std::to_string(done_) + " of " + std::to_string(total_) + " variants, about " +
+                   std::to_string(duration_cast<seconds>(left).count() + 1) + " s left");
     }
 
   private:
     const int64_t total_;
     int64_t done_ = 0;
-    bool is_shown_ = false;
+    StatusLine line_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::chrono::steady_clock::time_point last_ = start_;
 };

@@ -194,10 +194,11 @@ std::vector<Finding> Lint(const std::string& device, char slot, std::vector<std:
 }
 
 std::string FindingText(const Finding& finding) {
-    return Printable(finding.file) + ":" + std::to_string(finding.line) + ": " +
-           SeverityName(finding.severity) + ": " + Printable(finding.message) + " [" +
-           finding.identifier + "]" +
-           (finding.image ? Printable(" (" + Name(*finding.image) + ")") : "");
+    Text text;
+    text << finding.file << ":" << finding.line << ": " << SeverityName(finding.severity) << ": "
+         << finding.message << " [" << finding.identifier << "]";
+    if (finding.image) text << " (" << Name(*finding.image) << ")";
+    return text.string();
 }
 
 nlohmann::json FindingsJson(const std::vector<Finding>& findings) {

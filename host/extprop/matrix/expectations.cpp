@@ -59,10 +59,9 @@ class Parser {
 
   private:
     void Error(const YAML::Mark& mark, const std::string& text) {
-        if (!errors_.empty()) errors_ += "\n";
         // What is not there has no place.
-        errors_ += expectations_.file + ":" + std::to_string(std::max(mark.line, 0) + 1) + ":" +
-                   std::to_string(std::max(mark.column, 0) + 1) + ": " + text;
+        errors_.push_back(expectations_.file + ":" + std::to_string(std::max(mark.line, 0) + 1) +
+                          ":" + std::to_string(std::max(mark.column, 0) + 1) + ": " + text);
     }
 
     // Calls `read` for each key of the mapping that is one of those known, and tells of the others.
@@ -259,7 +258,7 @@ class Parser {
     }
 
     Expectations expectations_;
-    std::string errors_;
+    std::vector<std::string> errors_;
 };
 
 }  // namespace

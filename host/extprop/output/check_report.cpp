@@ -15,17 +15,17 @@ std::string CaseName(const CheckedCase& checked) {
     return checked.expectation.empty() ? place : place + " (" + checked.expectation + ")";
 }
 
-// Returns one line that says what is not as expected, without the variant.
+// Returns what is not as expected, without the variant.
 std::string UnmetText(const UnmetExpectation& unmet) {
     if (unmet.failure) return FailureText(*unmet.failure);
-    if (unmet.property.empty()) return Printable("expected " + unmet.expected);
+    if (unmet.property.empty()) return "expected " + unmet.expected;
     std::string text = unmet.property + " is " +
                        (unmet.value ? "'" + *unmet.value + "'" : "unset") + ", expected " +
                        unmet.expected;
     if (!unmet.origin.is_null()) {
         text += "; it comes from " + unmet.origin.at("text").get<std::string>();
     }
-    return Printable(text);
+    return text;
 }
 
 std::string XmlText(const std::string& text) {
@@ -60,18 +60,18 @@ std::string XmlText(const std::string& text) {
 }  // namespace
 
 std::string CheckText(const CheckResult& result) {
-    std::string text;
+    Text text;
     size_t unmet = 0;
     for (const CheckedCase& checked : result.cases) {
         if (checked.unmet.empty()) continue;
-        text += Printable(VariantText(checked.variant)) + ": " + Printable(CaseName(checked)) +
-                "\n";
-        for (const UnmetExpectation& each : checked.unmet) text += "  " + UnmetText(each) + "\n";
+        text << VariantText(checked.variant) << ": " << CaseName(checked) << "\n";
+        for (const UnmetExpectation& each : checked.unmet) text << "  " << UnmetText(each) << "\n";
         unmet += checked.unmet.size();
     }
-    return text + Count(result.variants, "variant", "variants") + ", " +
-           Count(result.checked, "property", "properties") + " checked, " +
-           (unmet == 0 ? "all as expected" : std::to_string(unmet) + " not as expected") + "\n";
+    text << Count(result.variants, "variant", "variants") << ", "
+         << Count(result.checked, "property", "properties") << " checked, "
+         << (unmet == 0 ? "all as expected" : std::to_string(unmet) + " not as expected") << "\n";
+    return text.string();
 }
 
 std::string JunitReport(const CheckResult& result) {

@@ -5,6 +5,8 @@
 #include <ostream>
 #include <type_traits>
 
+#include "output/printable.h"
+
 namespace extprop {
 
 namespace {
@@ -616,11 +618,11 @@ json ToJson(const Explanation& explanation) {
 }
 
 std::string JsonLine(const json& document) {
-    return document.dump(-1, ' ', false, json::error_handler_t::replace);
+    return PrintableJson(document.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
 std::string JsonText(const json& document) {
-    return document.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+    return PrintableJson(document.dump(2, ' ', false, json::error_handler_t::replace)) + "\n";
 }
 
 void PrintJson(const Explanation& explanation, std::ostream& out) {

@@ -11,21 +11,18 @@ namespace {
 
 std::string ValueText(const std::optional<std::string>& value) {
     if (!value) return "(unset)";
-    return value->empty() ? "(empty)" : Printable(*value);
+    return value->empty() ? "(empty)" : *value;
 }
 
 std::string VariantCount(size_t count) {
-    return std::to_string(count) + (count == 1 ? " variant" : " variants");
+    return Count(count, "variant", "variants");
 }
 
-std::string FailuresText(const std::vector<SummaryVariant>& variants) {
-    std::string text;
+void AddFailures(const std::vector<SummaryVariant>& variants, Text* text) {
     for (const SummaryVariant& variant : variants) {
         if (!variant.failure) continue;
-        text += Printable(VariantText(variant.variant)) + ": " + FailureText(*variant.failure) +
-                "\n";
+        *text << VariantText(variant.variant) << ": " << FailureText(*variant.failure) << "\n";
     }
-    return text;
 }
 
 }  // namespace
@@ -34,60 +31,59 @@ std::string SummaryText(const Summary& summary) {
     const VariantsNamer namer(summary.variants);
     size_t good = 0;
     for (const SummaryVariant& variant : summary.variants) good += !variant.failure;
-    std::string text;
+    Text text;
     for (const SummaryProperty& property : summary.properties) {
-        text += Printable(property.name) + "\n";
+        text << property.name << "\n";
+        std::vector<std::string> shown;
         size_t width = 0;
         for (const SummaryValue& value : property.values) {
-            width = std::max(width, std::min<size_t>(ValueText(value.value).size(), 40));
+            shown.push_back(Printable(ValueText(value.value)));
+            width = std::max(width, std::min<size_t>(shown.back().size(), 40));
         }
+        auto next = shown.begin();
         for (const SummaryValue& value : property.values) {
-            std::string shown = ValueText(value.value);
-            shown.resize(std::max(shown.size(), width), ' ');
-            text += "  " + shown + "  ";
+            next->resize(std::max(next->size(), width), ' ');
+            text << "  " << *next++ << "  ";
             if (value.variants.size() == good) {
-                text += good == 1 ? "the one variant" : "all " + VariantCount(good);
+                text << (good == 1 ? "the one variant" : "all " + VariantCount(good));
             } else if (&value == &property.values.back() && value.variants.size() > 1) {
-                text += "all " + std::to_string(value.variants.size()) + " others";
+                text << "all " << value.variants.size() << " others";
             } else {
-                text += Printable(namer.Text(value.variants));
+                text << namer.Text(value.variants);
             }
-            text += "\n";
+            text << "\n";
             if (!value.origin.is_null()) {
-                text += "    " + Printable(value.origin.at("text")) + "\n";
+                text << "    " << value.origin.at("text").get<std::string>() << "\n";
             }
         }
     }
-    if (summary.properties.empty() && good > 0)
-        text += "no property differs between the variants\n";
-    if (!summary.dead.empty()) text += "\nNo variant and no step reads:\n";
+    if (summary.properties.empty() && good > 0) {
+        text << "no property differs between the variants\n";
+    }
+    if (!summary.dead.empty()) text << "\nNo variant and no step reads:\n";
     for (const DeadPlace& place : summary.dead) {
-        text += "  " + Printable(place.path) + "\n    " + Printable(place.reason) + "\n";
+        text << "  " << place.path << "\n    " << place.reason << "\n";
     }
-    text += "\n" + VariantCount(summary.variants.size());
+    text << "\n" << VariantCount(summary.variants.size());
     if (good < summary.variants.size()) {
-        text += ", of which the library did not survive " +
-                std::to_string(summary.variants.size() - good) + ":\n" +
-                FailuresText(summary.variants);
+        text << ", of which the library did not survive " << summary.variants.size() - good
+             << ":\n";
+        AddFailures(summary.variants, &text);
     } else {
-        text += "\n";
+        text << "\n";
     }
-    return text;
+    return text.string();
 }
 
 std::string MatrixDifferenceText(const MatrixDifference& difference) {
     const VariantsNamer namer(difference.variants);
-    std::string text;
+    Text text;
     for (const MatrixChange& change : difference.changes) {
-        text += change.variants.size() == difference.variants.size()
-                        ? "all " + VariantCount(change.variants.size())
-                        : VariantCount(change.variants.size());
-        text += ": " + Printable(change.name) + " " + ValueText(change.a) + " -> " +
-                ValueText(change.b);
-        if (change.variants.size() < difference.variants.size()) {
-            text += "  [" + Printable(namer.Text(change.variants)) + "]";
-        }
-        text += "\n";
+        const bool is_everywhere = change.variants.size() == difference.variants.size();
+        text << (is_everywhere ? "all " : "") << VariantCount(change.variants.size()) << ": "
+             << change.name << " " << ValueText(change.a) << " -> " << ValueText(change.b);
+        if (!is_everywhere) text << "  [" << namer.Text(change.variants) << "]";
+        text << "\n";
     }
     const struct {
         const std::string& device;
@@ -96,28 +92,27 @@ std::string MatrixDifferenceText(const MatrixDifference& difference) {
                  {difference.device_b, difference.only_b}};
     for (const auto& side : sides) {
         for (const Variant& variant : side.variants) {
-            text += "only " + Printable(side.device) + " has " + Printable(VariantText(variant)) +
-                    "\n";
+            text << "only " << side.device << " has " << VariantText(variant) << "\n";
         }
     }
-    text += FailuresText(difference.failed);
+    AddFailures(difference.failed, &text);
     if (difference.empty()) {
-        text += "no difference in " + VariantCount(difference.variants.size()) + "\n";
+        text << "no difference in " << VariantCount(difference.variants.size()) << "\n";
     }
-    return text;
+    return text.string();
 }
 
 std::string SpaceText(const VariantSpace& space, size_t chosen) {
-    std::string text;
+    Text text;
     for (int axis = 0; axis < kAxisCount; ++axis) {
-        std::string line = kAxisNames[axis];
-        line.resize(13, ' ');
-        for (const std::string& value : space.values[axis]) line += Printable(value) + " ";
-        if (space.values[axis].empty()) line += "- ";
-        line.back() = '\n';
-        text += line;
+        std::string name = kAxisNames[axis];
+        name.resize(12, ' ');
+        text << name;
+        for (const std::string& value : space.values[axis]) text << " " << value;
+        text << (space.values[axis].empty() ? " -" : "") << "\n";
     }
-    return text + "\n" + VariantCount(chosen) + "\n";
+    text << "\n" << VariantCount(chosen) << "\n";
+    return text.string();
 }
 
 }  // namespace extprop

@@ -1,26 +1,116 @@
 #include "output/printable.h"
 
+#include <stdint.h>
+#include <stdio.h>
+
 namespace extprop {
 
-std::string Printable(const std::string& text) {
-    constexpr char kDigits[] = "0123456789abcdef";
+namespace {
+
+// Characters that move or lead a terminal, end a line somewhere, or turn the direction of the text
+// around them.
+constexpr struct {
+    char32_t first, last;
+} kUnprintable[] = {
+        {0x00, 0x1f},     {0x7f, 0x9f},     {0x61c, 0x61c},   {0x200e, 0x200f},   {0x2028, 0x202e},
+        {0x2066, 0x2069}, {0xfeff, 0xfeff}, {0xfff9, 0xfffb}, {0xe0000, 0xe007f},
+};
+
+bool IsPrintable(char32_t character) {
+    for (const auto& range : kUnprintable) {
+        if (character >= range.first && character <= range.last) return false;
+    }
+    return true;
+}
+
+// Returns how many bytes the character takes that the text begins with, which is put in
+// `character`; 0 if that is no UTF-8.
+size_t Decode(std::string_view text, char32_t* character) {
+    const auto first = static_cast<unsigned char>(text[0]);
+    *character = first;
+    if (first < 0x80) return 1;
+    const size_t size = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+    constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (first < 0xc2 || first > 0xf4 || text.size() < size) return 0;
+    *character = first & (0x7f >> size);
+    for (size_t i = 1; i < size; ++i) {
+        const auto next = static_cast<unsigned char>(text[i]);
+        if ((next & 0xc0) != 0x80) return 0;
+        *character = *character << 6 | (next & 0x3f);
+    }
+    const bool is_surrogate = *character >= 0xd800 && *character < 0xe000;
+    return *character < kLeast[size] || *character > 0x10ffff || is_surrogate ? 0 : size;
+}
+
+std::string Formatted(const char* format, unsigned number) {
+    char text[16];
+    snprintf(text, sizeof(text), format, number);
+    return text;
+}
+
+// Returns whether those who run jobs take the rest of a line for a command of theirs: one kind
+// begins the line, the other stands anywhere in it.
+bool IsCommand(std::string_view text, bool at_start) {
+    return (at_start && text.substr(0, 2) == "::") || text.substr(0, 3) == "##[" ||
+           text.substr(0, 6) == "##vso[";
+}
+
+std::string PrintableWithin(std::string_view text, bool at_start) {
     std::string printable;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const unsigned char c = text[i];
-        // The control characters behind ASCII have two bytes in UTF-8.
-        const bool second = c == 0xc2 && i + 1 < text.size() &&
-                            static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
-                            static_cast<unsigned char>(text[i + 1]) < 0xa0;
-        if (c >= ' ' && c != 0x7f && !second) {
-            printable += static_cast<char>(c);
-            continue;
+    while (!text.empty()) {
+        char32_t character = 0;
+        const size_t size = Decode(text, &character);
+        if (size == 0) {
+            printable += Formatted("\\x%02x", static_cast<unsigned char>(text[0]));
+        } else if ((character < 0x80 && !IsPrintable(character)) || IsCommand(text, at_start)) {
+            printable += Formatted("\\x%02x", character);
+        } else if (!IsPrintable(character)) {
+            printable += Formatted("\\u{%x}", character);
+        } else {
+            printable += text.substr(0, size);
         }
-        printable += {'\\', 'x', kDigits[c / 16], kDigits[c % 16]};
-        if (!second) continue;
-        const unsigned char next = text[++i];
-        printable += {'\\', 'x', kDigits[next / 16], kDigits[next % 16]};
+        at_start = at_start && character == ' ';
+        text.remove_prefix(size == 0 ? 1 : size);
     }
     return printable;
+}
+
+}  // namespace
+
+std::string Printable(std::string_view text) {
+    return PrintableWithin(text, true);
+}
+
+Text& Text::operator<<(std::string_view text) {
+    const size_t last = text_.find_last_not_of(' ');
+    text_ += PrintableWithin(text, last == std::string::npos || text_[last] == '\n');
+    return *this;
+}
+
+std::string PrintableJson(std::string json) {
+    std::string printable;
+    size_t done = 0;
+    for (size_t at = 0; at < json.size();) {
+        // What is below is printable, or escaped by whoever made the JSON.
+        if (static_cast<unsigned char>(json[at]) < 0x7f) {
+            ++at;
+            continue;
+        }
+        char32_t character = 0;
+        const size_t size = Decode(std::string_view(json).substr(at), &character);
+        if (size != 0 && !IsPrintable(character)) {
+            printable.append(json, done, at - done);
+            if (character >= 0x10000) {
+                printable += Formatted("\\u%04x", 0xd7c0 + (character >> 10));
+                character = 0xdc00 + (character & 0x3ff);
+            }
+            printable += Formatted("\\u%04x", character);
+            done = at + size;
+        }
+        at += size == 0 ? 1 : size;
+    }
+    if (done == 0) return json;
+    return printable.append(json, done);
 }
 
 std::string Quoted(std::string_view text) {

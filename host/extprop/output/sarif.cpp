@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "lint/rule_table.h"
+#include "output/printable.h"
 
 namespace extprop {
 
@@ -46,7 +47,7 @@ json ResultObject(const std::string& device, const Finding& finding) {
     path = path.empty() ? "." : path.substr(1);
     return {{"ruleId", finding.identifier},
             {"level", LevelOf(finding.severity)},
-            {"message", {{"text", finding.message}}},
+            {"message", {{"text", Printable(finding.message)}}},
             {"locations",
              {{{"physicalLocation",
                 {{"artifactLocation", {{"uri", UriOf(path)}}},

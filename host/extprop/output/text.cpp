@@ -47,8 +47,7 @@ const UsualLines* FindUsual(const LogEvent& log) {
 // Prints a step's events as they come and counts what is not worth a line.
 class EventPrinter {
   public:
-    EventPrinter(const StepReport& step, bool verbose, std::ostream& out)
-            : verbose_(verbose), out_(out) {
+    EventPrinter(const StepReport& step, bool verbose, Text* out) : verbose_(verbose), out_(*out) {
         for (const Event& event : step.events) {
             if (const auto* log = std::get_if<LogEvent>(&event)) ++times_[LogText(*log)];
         }
@@ -84,43 +83,40 @@ class EventPrinter {
     }
     void operator()(const OpenEvent& event) {
         if (!verbose_) return;
-        out_ << "  open for " << (event.for_writing ? "writing" : "reading") << " "
-             << Printable(event.path) << "\n";
+        out_ << "  open for " << (event.for_writing ? "writing" : "reading") << " " << event.path
+             << "\n";
     }
     void operator()(const LoadEvent& event) {
         if (!verbose_) return;
-        out_ << "  load " << Printable(event.path);
-        if (event.source) out_ << " (" << Printable(*event.source) << ")";
-        if (event.image) out_ << " (" << Printable(Name(*event.image)) << ")";
-        if (event.filter) out_ << ", only " << Printable(*event.filter);
-        if (event.imported_by) out_ << ", imported by " << Printable(*event.imported_by);
+        out_ << "  load " << event.path;
+        if (event.source) out_ << " (" << *event.source << ")";
+        if (event.image) out_ << " (" << Name(*event.image) << ")";
+        if (event.filter) out_ << ", only " << *event.filter;
+        if (event.imported_by) out_ << ", imported by " << *event.imported_by;
         out_ << "\n";
     }
     void operator()(const LookUpEvent& event) {
         if (!verbose_) return;
-        out_ << "  look up " << Printable(event.name) << " in " << Printable(event.path) << "\n";
+        out_ << "  look up " << event.name << " in " << event.path << "\n";
     }
     void operator()(const MountEvent& event) {
-        out_ << "  mount " << Printable(event.source) << " on " << Printable(event.target) << " ("
+        out_ << "  mount " << event.source << " on " << event.target << " ("
              << android::base::Join(event.flags, "|") << "): " << event.error.value_or("done")
              << "\n";
     }
     void operator()(const PropertyEvent& event) {
-        out_ << "  property_set " << Printable(event.name) << "=" << Printable(event.value) << "\n";
+        out_ << "  property_set " << event.name << "=" << event.value << "\n";
     }
     void operator()(const RestoreconEvent& event) {
-        out_ << "  restorecon " << Printable(event.path) << (event.result == 0 ? "" : ": failed")
-             << "\n";
+        out_ << "  restorecon " << event.path << (event.result == 0 ? "" : ": failed") << "\n";
     }
     void operator()(const LogoEvent& event) {
-        out_ << "  logo: " << event.bytes << " bytes of " << Printable(event.source)
+        out_ << "  logo: " << event.bytes << " bytes of " << event.source
              << " written to the splash partition\n";
     }
-    void operator()(const RequestEvent& event) {
-        out_ << "  request " << Printable(event.value) << "\n";
-    }
+    void operator()(const RequestEvent& event) { out_ << "  request " << event.value << "\n"; }
     void operator()(const UnacknowledgedEvent& event) {
-        out_ << "  request " << Printable(event.value) << ": not acknowledged\n";
+        out_ << "  request " << event.value << ": not acknowledged\n";
     }
 
     void PrintUsual() {
@@ -139,24 +135,24 @@ class EventPrinter {
         if (nothing && !handover.properties.empty()) out_ << ", all set already";
         out_ << "\n";
         for (const Change& change : handover.changes) {
-            out_ << (change.previous ? "    ~ " : "    + ") << Printable(change.name) << "="
-                 << Printable(handover.properties.at(change.name));
-            if (change.previous) out_ << "  (was " << Printable(*change.previous) << ")";
+            out_ << (change.previous ? "    ~ " : "    + ") << change.name << "="
+                 << handover.properties.at(change.name);
+            if (change.previous) out_ << "  (was " << *change.previous << ")";
             out_ << "\n";
         }
         for (const Refusal& refusal : handover.refused) {
-            out_ << "    ! " << Printable(refusal.name) << "=" << Printable(refusal.value)
+            out_ << "    ! " << refusal.name << "=" << refusal.value
                  << "  (init refuses it: " << refusal.reason << ")\n";
         }
     }
 
     static std::string LogText(const LogEvent& event) {
         return event.severity + " " + event.file + ":" + std::to_string(event.line) + ": " +
-               Printable(event.message);
+               event.message;
     }
 
     bool verbose_;
-    std::ostream& out_;
+    Text& out_;
     std::map<const UsualLines*, size_t> usual_;
     std::map<std::string, size_t> times_;  // of log lines that are still to be printed
 };
@@ -170,10 +166,6 @@ constexpr char kPlain[] = "\033[0m";
 const char* ColourOf(const Origin& origin) {
     if (origin.fate == Fate::kWins) return kGreen;
     return origin.did_not_load() || origin.fate == Fate::kRefused ? kYellow : kFaint;
-}
-
-std::string Coloured(const std::string& text, const char* colour, bool colours) {
-    return colours ? colour + text + kPlain : text;
 }
 
 // What became of a line, behind its value.
@@ -192,9 +184,7 @@ std::string FateText(const Origin& origin) {
 }
 
 std::string SideText(const DifferenceSide& side) {
-    std::string text = side.value;
-    if (side.origin) text += "  (" + OriginText(*side.origin) + ")";
-    return Printable(text) + "\n";
+    return side.origin ? side.value + "  (" + OriginText(*side.origin) + ")" : side.value;
 }
 
 }  // namespace
@@ -202,16 +192,17 @@ std::string SideText(const DifferenceSide& side) {
 void PrintReport(const Report& report, bool verbose, std::ostream& out) {
     if (verbose) out << "sandbox: " << report.way << "\n\n";
     for (const StepReport& step : report.steps) {
-        out << "== " << Printable(step.step);
-        if (step.boot != 1) out << " (boot " << step.boot << ")";
-        out << "\n";
-        EventPrinter printer(step, verbose, out);
+        Text text;
+        text << "== " << step.step;
+        if (step.boot != 1) text << " (boot " << step.boot << ")";
+        text << "\n";
+        EventPrinter printer(step, verbose, &text);
         for (const Event& event : step.events) std::visit(printer, event);
         for (const FileEffect& file : step.files) {
-            out << "  file " << file.change << ": " << Printable(file.path) << "\n";
+            text << "  file " << file.change << ": " << file.path << "\n";
         }
         printer.PrintUsual();
-        out << "\n";
+        out << text.string() << "\n";
     }
     if (report.failure) return;
     out << "== properties\n";
@@ -228,7 +219,7 @@ std::string FailureText(const BootFailure& failure) {
         text += "crashed with " + *failure.signal;
     }
     text += " in step " + failure.step;
-    if (failure.last_file) text += ", last loading " + Printable(*failure.last_file);
+    if (failure.last_file) text += ", last loading " + *failure.last_file;
     return text;
 }
 
@@ -248,10 +239,19 @@ std::string ShellWords(const std::vector<std::string>& words) {
 }
 
 std::string ExplanationText(const Explanation& explanation, bool colours) {
-    std::string text;
+    Text text;
+    const auto colour = [&](const char* colour) {
+        if (colours) text.Fixed(colour);
+    };
     for (const ExplainedProperty& property : explanation.properties) {
-        text += Coloured(Printable(property.name), kBold, colours) +
-                (property.value ? "=" + Printable(*property.value) : " is not set") + "\n";
+        colour(kBold);
+        text << property.name;
+        colour(kPlain);
+        if (property.value) {
+            text << "=" << *property.value << "\n";
+        } else {
+            text << " is not set\n";
+        }
         std::vector<std::string> places;
         size_t width = 0;
         for (const Origin& origin : property.origins) {
@@ -261,27 +261,29 @@ std::string ExplanationText(const Explanation& explanation, bool colours) {
         auto place = places.begin();
         for (const Origin& origin : property.origins) {
             place->resize(width, ' ');
-            const std::string line = (origin.fate == Fate::kWins ? "  * " : "    ") + *place++ +
-                                     "  " + Printable(origin.value) + Printable(FateText(origin));
-            text += Coloured(line, ColourOf(origin), colours) + "\n";
+            colour(ColourOf(origin));
+            text << (origin.fate == Fate::kWins ? "  * " : "    ") << *place++ << "  "
+                 << origin.value << FateText(origin);
+            colour(kPlain);
+            text << "\n";
         }
     }
-    return text;
+    return text.string();
 }
 
 std::string DifferenceText(const Difference& difference) {
-    std::string text;
+    Text text;
     for (const DifferentProperty& property : difference.removed) {
-        text += "- " + Printable(property.name) + "=" + SideText(*property.a);
+        text << "- " << property.name << "=" << SideText(*property.a) << "\n";
     }
     for (const DifferentProperty& property : difference.added) {
-        text += "+ " + Printable(property.name) + "=" + SideText(*property.b);
+        text << "+ " << property.name << "=" << SideText(*property.b) << "\n";
     }
     for (const DifferentProperty& property : difference.changed) {
-        text += "~ " + Printable(property.name) + "\n    a: " + SideText(*property.a) +
-                "    b: " + SideText(*property.b);
+        text << "~ " << property.name << "\n    a: " << SideText(*property.a)
+             << "\n    b: " << SideText(*property.b) << "\n";
     }
-    return text;
+    return text.string();
 }
 
 }  // namespace extprop

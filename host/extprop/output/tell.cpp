@@ -1,0 +1,26 @@
+#include "output/tell.h"
+
+#include <unistd.h>
+
+#include <iostream>
+
+#include "output/printable.h"
+
+namespace extprop {
+
+void Tell(std::string_view text) {
+    std::cerr << "extprop: " + Printable(text) + "\n" << std::flush;
+}
+
+bool StatusLine::IsSeen() {
+    return isatty(STDERR_FILENO) == 1;
+}
+
+void StatusLine::Show(std::string_view text) {
+    constexpr char kClear[] = "\r\x1b[K";
+    if (!is_shown_ && text.empty()) return;
+    std::cerr << kClear + Printable(text) << std::flush;
+    is_shown_ = !text.empty();
+}
+
+}  // namespace extprop
