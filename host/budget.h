@@ -27,4 +27,10 @@ inline constexpr int kRequestSeconds = 10;       // of processor time for one an
 inline constexpr int kReplySeconds = 30;         // until an answer must have come
 inline constexpr int kReaderSeconds = 3600;      // of processor time in all
 
+// EROFS. Its extents are decoded as a whole, so that these bound what one file takes in memory.
+inline constexpr uint64_t kErofsClusters = 1 << 18;    // of one file: kImageFile in blocks of 4 KiB
+inline constexpr uint64_t kErofsCompressed = 1 << 20;  // one extent as it is stored, in bytes
+inline constexpr uint64_t kErofsDecoded = 12 << 20;    // one extent decoded, in bytes
+inline constexpr size_t kErofsOpen = 2;  // files whose extents are remembered for the next call
+
 }  // namespace limits

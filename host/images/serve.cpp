@@ -58,7 +58,8 @@ class Image {
     };
 
     static std::unique_ptr<FileSystem> OpenFileSystem(const Source& source) {
-        return OpenExt4(source);
+        auto erofs = OpenErofs(source);
+        return erofs != nullptr ? std::move(erofs) : OpenExt4(source);
     }
 
     const Source& content() const {

@@ -1,0 +1,76 @@
+// The data of EROFS inodes.
+
+#pragma once
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "erofs_head.h"
+#include "erofs_inode.h"
+#include "erofs_map.h"
+#include "source.h"
+
+namespace images::erofs {
+
+class Inodes;
+
+// What one inode holds. Remembers where its extents are and what the last one of them decodes to.
+class Data : public Source {
+  public:
+    // The inodes must live as long.
+    Data(const Inodes& inodes, const Inode& inode) : inodes_(inodes), inode_(inode) {}
+
+    const Inode& inode() const { return inode_; }
+    uint64_t size() const override { return inode_.size; }
+    void Read(uint64_t offset, void* to, size_t size) const override;
+
+  private:
+    [[noreturn]] void Fail(const std::string& what) const { erofs::Fail(inode_.id, what); }
+    void ReadFrom(const Source& source, uint64_t place, char* to, size_t size) const;
+    void ReadBlocks(uint64_t start, uint64_t offset, char* to, size_t size) const;
+    void ReadInline(uint64_t offset, char* to, size_t size) const;
+    void ReadChunks(uint64_t offset, char* to, size_t size) const;
+    void ReadCompressed(uint64_t offset, char* to, size_t size) const;
+    void ReadExtent(const Extent& extent, uint64_t length, uint64_t offset, char* to,
+                    size_t size) const;
+    void Decode(const Extent& extent, uint64_t length) const;
+
+    const Inodes& inodes_;
+    const Inode inode_;
+    mutable std::vector<Extent> map_;  // once it is needed
+    mutable uint64_t decoded_start_ = 0;
+    mutable std::string decoded_;
+};
+
+// Finds the inodes of an image.
+class Inodes {
+  public:
+    // The image must live as long.
+    Inodes(const Source& image, const Head& head) : image_(image), head_(head) {}
+
+    const Source& image() const { return image_; }
+    const Head& head() const { return head_; }
+
+    // Returns where an inode and what belongs to it lies: in the image or the metabox.
+    const Source& Space(uint64_t id) const;
+
+    // Returns an inode's data. Remembers those of the last calls.
+    std::shared_ptr<const Data> Open(uint64_t id) const;
+
+    // Returns the data of the packed inode. There must be one.
+    const Data& Packed() const { return Special(head_.packed, &packed_); }
+
+  private:
+    const Data& Special(uint64_t id, std::unique_ptr<const Data>* data) const;
+
+    const Source& image_;
+    const Head head_;
+    mutable std::unique_ptr<const Data> packed_;
+    mutable std::unique_ptr<const Data> metabox_;
+    mutable std::vector<std::shared_ptr<const Data>> open_;  // the latest comes first
+};
+
+}  // namespace images::erofs

@@ -1,0 +1,45 @@
+// EROFS inodes.
+
+#pragma once
+
+#include <stdint.h>
+#include <sys/types.h>
+
+#include <string>
+
+#include "erofs_head.h"
+#include "source.h"
+
+namespace images::erofs {
+
+enum class Layout : uint8_t {
+    kPlain = 0,
+    kCompressed = 1,
+    kInline = 2,
+    kCompactlyCompressed = 3,
+    kChunks = 4,
+};
+
+struct Inode {
+    uint64_t id;
+    mode_t mode;
+    uid_t user;
+    gid_t group;
+    uint64_t size;  // 0 of what has no data
+    int64_t seconds;
+    uint32_t nanoseconds;
+    Layout layout;
+    uint64_t start;  // block of the data, or kHole
+    uint16_t chunk_format;
+    uint64_t end;  // where what belongs to the layout follows, in the inode's space
+};
+
+constexpr uint64_t kHole = ~uint64_t{0};
+
+// Throws Damage about an inode.
+[[noreturn]] void Fail(uint64_t id, const std::string& what);
+
+// Reads an inode from its space, which is the image or the metabox. Throws Damage.
+Inode ReadInode(const Head& head, const Source& space, uint64_t id);
+
+}  // namespace images::erofs

@@ -1,0 +1,58 @@
+// EROFS images written by hand, for what no mkfs.erofs at hand writes: one file in one directory,
+// whose inode and data are what a test asks for.
+
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+namespace erofs_image {
+
+// Little-endian numbers.
+std::string P16(uint64_t number);
+std::string P32(uint64_t number);
+std::string P64(uint64_t number);
+
+// Lines of text, always the same.
+std::string Text(size_t size);
+
+enum Algorithm { kLz4, kMicroLzma, kDeflate, kZstd, kAlgorithms };
+std::string Compress(int algorithm, const std::string& content);
+
+// Puts zeros around bytes.
+std::string PadFront(const std::string& bytes, size_t size);
+std::string PadBack(const std::string& bytes, size_t size);
+
+// Inodes of user 7 and group 8. A layout is given with the other bits of the format.
+constexpr unsigned kPlain = 0, kCompressed = 1 << 1, kInline = 2 << 1, kCompact = 3 << 1,
+                   kChunks = 4 << 1, kExtended = 1, kShort = 0x10;
+std::string Inode(unsigned format, uint64_t size, uint64_t start, uint16_t high = 1,
+                  uint16_t mode = 0100644);
+
+// The header of a map, and an index of the full form.
+std::string MapHeader(uint32_t first, uint16_t advice, uint8_t algorithms = 0, uint8_t bits = 0);
+std::string Index(uint16_t type, uint16_t low, uint32_t block);
+
+struct Image {
+    unsigned block_bits = 12;
+    uint32_t features = 0x1A3;   // padding, records, fragments, 48 bits, metabox
+    std::string file;            // its inode and what follows
+    std::string data;            // from DataPlace() on
+    std::string packed;          // of the packed inode
+    bool is_in_metabox = false;  // the file's inode
+
+    uint64_t block() const { return uint64_t{1} << block_bits; }
+    uint64_t Inodes() const;     // where they are
+    uint64_t FilePlace() const;  // of its inode, but for the metabox
+    uint64_t DataPlace() const;
+    uint32_t DataBlock() const { return static_cast<uint32_t>(DataPlace() / block()); }
+
+    std::string Write() const;
+};
+
+constexpr uint64_t kSuperblock = 1024;
+constexpr uint64_t kRootId = 1;
+constexpr uint64_t kFileId = 16;
+
+}  // namespace erofs_image
