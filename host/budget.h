@@ -33,4 +33,11 @@ inline constexpr uint64_t kErofsCompressed = 1 << 20;  // one extent as it is st
 inline constexpr uint64_t kErofsDecoded = 12 << 20;    // one extent decoded, in bytes
 inline constexpr size_t kErofsOpen = 2;  // files whose extents are remembered for the next call
 
+// Archives and what is packed.
+inline constexpr size_t kArchiveMembers = 1'000'000;
+inline constexpr size_t kArchiveNameBytes = size_t{64} << 20;     // of all members together
+inline constexpr uint64_t kArchiveMember = uint64_t{16} << 30;    // one member, in bytes
+inline constexpr uint64_t kSpool = uint64_t{8} << 30;             // unpacked by a reader, in bytes
+inline constexpr uint64_t kPayloadManifest = uint64_t{16} << 20;  // in bytes
+
 }  // namespace limits

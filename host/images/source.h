@@ -26,6 +26,15 @@ class Source {
     // Puts `size` bytes from `offset` on into `to`. Throws Damage if they are not all there or
     // cannot be read.
     virtual void Read(uint64_t offset, void* to, size_t size) const = 0;
+
+    // Puts up to `size` bytes from `offset` on into `to` and returns how many, fewer only at the
+    // end, which may come before size(). Throws Damage if they cannot be read.
+    virtual size_t ReadUpTo(uint64_t offset, void* to, size_t size) const {
+        const uint64_t left = offset < this->size() ? this->size() - offset : 0;
+        if (size > left) size = static_cast<size_t>(left);
+        if (size != 0) Read(offset, to, size);
+        return size;
+    }
 };
 
 // What an image file holds: one volume without a name, or the logical partitions of a super image.

@@ -1,0 +1,186 @@
+#include "archives.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "../budget.h"
+#include "streams.h"
+#include "tar_archive.h"
+#include "zip_archive.h"
+
+namespace images {
+
+namespace {
+
+constexpr mode_t kDirectoryMode = S_IFDIR | 0755;
+
+// Archives that are known and not read.
+constexpr struct {
+    size_t offset;
+    std::string_view magic;
+    const char* what;
+} kOthers[] = {
+        {0, std::string_view("7z\xbc\xaf\x27\x1c", 6), "a 7z archive, which 7z unpacks"},
+        {0, "Rar!\x1a\x07", "a RAR archive, which unrar unpacks"},
+        {0, "PK\x07\x08", "a part of a split zip archive, which zip -s 0 puts together"},
+        {0, "070701", "a cpio archive, which cpio unpacks"},
+};
+
+// Returns the parts of a path, without those that stay where they are.
+std::vector<std::string_view> Parts(std::string_view name) {
+    std::vector<std::string_view> parts;
+    while (!name.empty()) {
+        const size_t slash = std::min(name.find('/'), name.size());
+        const std::string_view part = name.substr(0, slash);
+        name.remove_prefix(std::min(slash + 1, name.size()));
+        if (!part.empty() && part != ".") parts.push_back(part);
+    }
+    return parts;
+}
+
+[[noreturn]] void Refuse(std::string_view name, const std::string& why) {
+    throw Damage("member '" + std::string(name) + "': " + why);
+}
+
+}  // namespace
+
+MemberTree::MemberTree() {
+    Node root;
+    root.mode = kDirectoryMode;
+    members_.push_back({root, "", "", {}});
+}
+
+uint64_t MemberTree::Make(std::string_view name, const Node& node, std::string_view target) {
+    name_bytes_ += name.size() + target.size();
+    if (members_.size() >= limits::kArchiveMembers || name_bytes_ > limits::kArchiveNameBytes) {
+        throw Damage("an archive of more than " + std::to_string(limits::kArchiveMembers) +
+                     " members, or with longer names than any has");
+    }
+    members_.push_back({node, std::string(name), std::string(target), {}});
+    members_.back().node.id = members_.size() - 1;
+    return members_.size() - 1;
+}
+
+MemberTree::Place MemberTree::PlaceOf(std::string_view name) {
+    constexpr size_t kMostParts = 256;
+    constexpr size_t kLongestName = 255;
+    if (!name.empty() && name[0] == '/') Refuse(name, "a name that leads out of the archive");
+    if (name.find('\0') != std::string_view::npos) Refuse(name, "a name with a zero byte");
+    const std::vector<std::string_view> parts = Parts(name);
+    if (parts.size() > kMostParts) Refuse(name, "in too many directories");
+    Place place = {kRoot, ""};
+    for (const std::string_view part : parts) {
+        if (part == "..") Refuse(name, "a name that leads out of the archive");
+        if (part.size() > kLongestName) Refuse(name, "a name of more than 255 bytes");
+        if (!place.name.empty()) {
+            auto known = members_[place.directory].names.find(place.name);
+            if (known == members_[place.directory].names.end()) {
+                Node directory;
+                directory.mode = kDirectoryMode;
+                const size_t end = place.name.data() + place.name.size() - name.data();
+                const uint64_t made = Make(name.substr(0, end), directory, "");
+                members_[place.directory].names.emplace(place.name, made);
+                place.directory = made;
+            } else {
+                place.directory = known->second;
+            }
+        }
+        if (!S_ISDIR(members_[place.directory].node.mode)) Refuse(name, "below a file");
+        place.name = part;
+    }
+    return place;
+}
+
+uint64_t MemberTree::Add(std::string_view name, const Node& node, std::string_view target) {
+    const Place place = PlaceOf(name);
+    const bool is_directory = S_ISDIR(node.mode);
+    if (place.name.empty()) {
+        if (!is_directory) Refuse(name, "no name of a file");
+        return kRoot;
+    }
+    auto known = members_[place.directory].names.find(place.name);
+    if (known == members_[place.directory].names.end()) {
+        const uint64_t made = Make(name, node, target);
+        members_[place.directory].names.emplace(place.name, made);
+        return made;
+    }
+    // A directory may stand after what is in it.
+    Node& there = members_[known->second].node;
+    if (!is_directory || !S_ISDIR(there.mode)) Refuse(name, "there twice");
+    there = node;
+    there.id = known->second;
+    return known->second;
+}
+
+void MemberTree::AddLink(std::string_view name, std::string_view existing) {
+    const std::optional<uint64_t> node = Find(existing);
+    if (!node || !S_ISREG(members_[*node].node.mode)) {
+        Refuse(name, "another name of '" + std::string(existing) + "', which is no file before it");
+    }
+    const Place place = PlaceOf(name);
+    if (!members_[place.directory].names.emplace(place.name, *node).second) {
+        Refuse(name, "there twice");
+    }
+}
+
+std::optional<uint64_t> MemberTree::Find(std::string_view name) const {
+    uint64_t at = kRoot;
+    for (const std::string_view part : Parts(name)) {
+        auto known = members_[at].names.find(part);
+        if (known == members_[at].names.end()) return std::nullopt;
+        at = known->second;
+    }
+    return at;
+}
+
+const MemberTree::Member& MemberTree::MemberAt(uint64_t node) const {
+    if (node >= members_.size()) throw Damage("no member has the number " + std::to_string(node));
+    return members_[node];
+}
+
+const Node& MemberTree::Look(uint64_t node) const {
+    return MemberAt(node).node;
+}
+
+std::vector<Name> MemberTree::List(uint64_t directory) const {
+    const Member& member = MemberAt(directory);
+    if (!S_ISDIR(member.node.mode)) Refuse(member.name, "no directory");
+    std::vector<Name> names;
+    names.reserve(member.names.size());
+    for (const auto& [name, node] : member.names) names.push_back({name, node});
+    return names;
+}
+
+const std::string& MemberTree::Target(uint64_t link) const {
+    constexpr size_t kLongestTarget = 4095;
+    const Member& member = MemberAt(link);
+    const bool usable = S_ISLNK(member.node.mode) && !member.target.empty() &&
+                        member.target.size() <= kLongestTarget &&
+                        member.target.find('\0') == std::string::npos;
+    if (!usable) Refuse(member.name, "no link that leads anywhere");
+    return member.target;
+}
+
+const Node& MemberTree::File(uint64_t node) const {
+    const Member& member = MemberAt(node);
+    if (!S_ISREG(member.node.mode)) Refuse(member.name, "no regular file");
+    return member.node;
+}
+
+const std::string& MemberTree::NameOf(uint64_t node) const {
+    return MemberAt(node).name;
+}
+
+std::unique_ptr<Archive> OpenArchive(const Source& source, Spool* spool) {
+    std::string head(16, '\0');
+    head.resize(source.ReadUpTo(0, head.data(), head.size()));
+    for (const auto& [offset, magic, what] : kOthers) {
+        if (head.compare(offset, magic.size(), magic) == 0) throw Damage(what);
+    }
+    if (std::unique_ptr<Archive> zip = OpenZip(source, spool)) return zip;
+    return OpenTar(source, spool);
+}
+
+}  // namespace images

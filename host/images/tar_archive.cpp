@@ -1,0 +1,126 @@
+#include "tar_archive.h"
+
+#include <string.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "../budget.h"
+#include "libarchive.h"
+#include "sources.h"
+#include "streams.h"
+
+namespace images {
+
+namespace {
+
+// Where a tar's header says that it is one.
+constexpr uint64_t kMagicOffset = 257;
+constexpr char kMagic[] = {'u', 's', 't', 'a', 'r'};
+
+bool IsTar(const Source& source) {
+    char magic[sizeof(kMagic)] = {};
+    source.ReadUpTo(kMagicOffset, magic, sizeof(magic));
+    return memcmp(magic, kMagic, sizeof(kMagic)) == 0;
+}
+
+// One member's data, where it does not lie in one piece.
+class MemberData : public Stream {
+  public:
+    MemberData(const Source& tar, uint64_t header) : archive_(tar, header) {
+        archive_.Support(archive_read_support_format_tar);
+        archive_.Open();
+        archive_.Next();
+    }
+
+    size_t Next(char* to, size_t size) override { return archive_.Read(to, size); }
+
+  private:
+    ArchiveReader archive_;
+};
+
+class Tar : public Archive {
+  public:
+    Tar(const Source& source, std::unique_ptr<Source> unpacked, Spool* spool)
+            : unpacked_(std::move(unpacked)), tar_(unpacked_ ? *unpacked_ : source), spool_(spool) {
+        ArchiveReader archive(tar_, 0);
+        archive.Support(archive_read_support_format_tar);
+        archive.Open();
+        while (archive_entry* entry = archive.Next()) Add(archive, entry);
+    }
+
+    uint64_t root() const override { return MemberTree::kRoot; }
+    Node Look(uint64_t node) const override { return tree_.Look(node); }
+    std::vector<Name> List(uint64_t directory) const override { return tree_.List(directory); }
+    std::string Target(uint64_t link) const override { return tree_.Target(link); }
+
+    std::string Read(uint64_t file, uint64_t offset, size_t size) const override {
+        std::string bytes(std::min<uint64_t>(size, tree_.File(file).size), '\0');
+        bytes.resize(Content(file)->ReadUpTo(offset, bytes.data(), bytes.size()));
+        return bytes;
+    }
+
+    std::unique_ptr<Source> Content(uint64_t file) const override {
+        const uint64_t size = tree_.File(file).size;
+        const Place& place = places_.at(file);
+        if (!place.is_sparse) {
+            auto data = std::make_unique<ExtentSource>(tar_);
+            data->AddPart(size, place.data);
+            return data;
+        }
+        return std::make_unique<SpooledStream>(std::make_unique<MemberData>(tar_, place.header),
+                                               spool_, size);
+    }
+
+  private:
+    struct Place {
+        uint64_t header;
+        uint64_t data;
+        bool is_sparse;
+    };
+
+    void Add(const ArchiveReader& archive, archive_entry* entry) {
+        const char* name = archive_entry_pathname(entry);
+        if (name == nullptr) throw Damage("tar: a member without a name");
+        if (const char* existing = archive_entry_hardlink(entry)) {
+            return tree_.AddLink(name, existing);
+        }
+        Node node;
+        node.mode = archive_entry_mode(entry);
+        node.user = static_cast<uid_t>(archive_entry_uid(entry));
+        node.group = static_cast<gid_t>(archive_entry_gid(entry));
+        node.seconds = archive_entry_mtime(entry);
+        node.nanoseconds = static_cast<uint32_t>(archive_entry_mtime_nsec(entry));
+        if (S_ISREG(node.mode)) {
+            const la_int64_t size = archive_entry_size(entry);
+            if (size < 0 || static_cast<uint64_t>(size) > limits::kArchiveMember) {
+                throw Damage(std::string("member '") + name + "': of more than " +
+                             std::to_string(limits::kArchiveMember >> 30) + " GiB");
+            }
+            node.size = static_cast<uint64_t>(size);
+        }
+        const char* target = archive_entry_symlink(entry);
+        const uint64_t added = tree_.Add(name, node, target == nullptr ? "" : target);
+        if (!S_ISREG(node.mode)) return;
+        places_[added] = {archive.header(), archive.data(), archive_entry_sparse_count(entry) > 0};
+    }
+
+    std::unique_ptr<Source> unpacked_;
+    const Source& tar_;
+    Spool* spool_;
+    MemberTree tree_;
+    std::map<uint64_t, Place> places_;
+};
+
+}  // namespace
+
+std::unique_ptr<Archive> OpenTar(const Source& source, Spool* spool) {
+    if (IsTar(source)) return std::make_unique<Tar>(source, nullptr, spool);
+    if (CompressionOf(source) == nullptr) return nullptr;
+    auto unpacked =
+            std::make_unique<SpooledStream>(Unpacked(source), spool, limits::kArchiveMember);
+    if (!IsTar(*unpacked)) return nullptr;
+    return std::make_unique<Tar>(source, std::move(unpacked), spool);
+}
+
+}  // namespace images

@@ -1,0 +1,404 @@
+// Archives, packed files and updates' payloads, as people hand them over and as strangers make
+// them.
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <endian.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+#include <map>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <openssl/sha.h>
+
+#include <android-base/file.h>
+
+#include "archives.h"
+#include "payload.h"
+#include "payload.pb.h"
+#include "streams.h"
+
+namespace {
+
+using images::Damage;
+using images::Source;
+using images::Spool;
+using testing::HasSubstr;
+
+class Memory : public Source {
+  public:
+    explicit Memory(std::string bytes) : bytes_(std::move(bytes)) {}
+
+    uint64_t size() const override { return bytes_.size(); }
+    void Read(uint64_t offset, void* to, size_t size) const override {
+        if (offset > bytes_.size() || size > bytes_.size() - offset) throw Damage("truncated");
+        memcpy(to, &bytes_[offset], size);
+        count_ += size;
+    }
+    uint64_t count() const { return count_; }
+
+  private:
+    std::string bytes_;
+    mutable uint64_t count_ = 0;
+};
+
+// What cannot be packed smaller, always the same.
+std::string Noise(size_t size) {
+    std::string noise(size, '\0');
+    uint32_t state = 1;
+    for (char& byte : noise) byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+    return noise;
+}
+
+struct Member {
+    std::string name;
+    mode_t mode;
+    std::string content;  // or where a link leads
+};
+
+// Writes an archive with libarchive's own writer.
+std::string Pack(int (*format)(archive*), int (*filter)(archive*), const char* options,
+                 const std::vector<Member>& members) {
+    archive* writer = archive_write_new();
+    format(writer);
+    if (filter != nullptr) filter(writer);
+    archive_write_set_options(writer, options);
+    archive_write_set_passphrase(writer, "secret");
+    archive_write_set_bytes_in_last_block(writer, 1);
+    std::string bytes(16 << 20, '\0');
+    size_t used = 0;
+    EXPECT_EQ(archive_write_open_memory(writer, bytes.data(), bytes.size(), &used), ARCHIVE_OK);
+    for (const auto& [name, mode, content] : members) {
+        archive_entry* entry = archive_entry_new();
+        archive_entry_set_pathname(entry, name.c_str());
+        archive_entry_set_mode(entry, mode);
+        archive_entry_set_mtime(entry, 1000, 0);
+        if (S_ISLNK(mode)) {
+            archive_entry_set_symlink(entry, content.c_str());
+        } else if (mode == 0) {
+            archive_entry_set_hardlink(entry, content.c_str());
+        } else {
+            archive_entry_set_size(entry, static_cast<la_int64_t>(content.size()));
+        }
+        EXPECT_EQ(archive_write_header(writer, entry), ARCHIVE_OK) << archive_error_string(writer);
+        if (S_ISREG(mode)) archive_write_data(writer, content.data(), content.size());
+        archive_entry_free(entry);
+    }
+    archive_write_close(writer);
+    archive_write_free(writer);
+    bytes.resize(used);
+    return bytes;
+}
+
+std::string Zip(const std::vector<Member>& members, const char* options = nullptr) {
+    return Pack(archive_write_set_format_zip, nullptr, options, members);
+}
+
+std::string Tar(const std::vector<Member>& members) {
+    return Pack(archive_write_set_format_pax_restricted, nullptr, nullptr, members);
+}
+
+constexpr mode_t kFile = S_IFREG | 0640, kLink = S_IFLNK | 0777, kDirectory = S_IFDIR | 0750;
+
+class ArchiveTest : public testing::Test {
+  protected:
+    ArchiveTest() : spool_(spool_file_.fd) {}
+
+    // Everything in the archive: mode, and content, by path.
+    std::map<std::string, std::string> Tree(const std::string& bytes) {
+        const Memory source(bytes);
+        const auto archive = images::OpenArchive(source, &spool_);
+        std::map<std::string, std::string> tree;
+        if (archive == nullptr) return {{"no archive", ""}};
+        const std::function<void(uint64_t, const std::string&)> walk =
+                [&](uint64_t directory, const std::string& path) {
+                    for (const auto& [name, node] : archive->List(directory)) {
+                        const images::Node status = archive->Look(node);
+                        std::string& told = tree[path + "/" + name];
+                        told = std::to_string(status.mode) + " ";
+                        if (S_ISDIR(status.mode)) walk(node, path + "/" + name);
+                        if (S_ISLNK(status.mode)) told += archive->Target(node);
+                        if (!S_ISREG(status.mode)) continue;
+                        std::string content;
+                        for (std::string part;
+                             !(part = archive->Read(node, content.size(), 77777)).empty();)
+                            content += part;
+                        EXPECT_EQ(content.size(), status.size);
+                        // The same from anywhere.
+                        const auto any = archive->Content(node);
+                        for (const uint64_t at : {status.size / 2, status.size / 3}) {
+                            const size_t size = std::min<uint64_t>(1000, status.size - at);
+                            EXPECT_EQ(ReadBytes(*any, at, size), content.substr(at, size));
+                        }
+                        told += content;
+                    }
+                };
+        walk(archive->root(), "");
+        return tree;
+    }
+
+    // What is wrong with the archive.
+    std::string Fault(const std::string& bytes) {
+        try {
+            return Tree(bytes).count("no archive") != 0 ? "no archive" : "nothing";
+        } catch (const Damage& damage) {
+            return damage.what();
+        }
+    }
+
+    uint64_t Spooled() const {
+        struct stat status;
+        fstat(spool_file_.fd, &status);
+        return static_cast<uint64_t>(status.st_size);
+    }
+
+    TemporaryFile spool_file_;
+    Spool spool_;
+};
+
+TEST_F(ArchiveTest, EachKindIsTheSameTree) {
+    const std::string large = Noise(1'100'000) + std::string(300'000, '\0') + "end";
+    const std::vector<Member> members = {
+            {"./build.prop", kFile, "ro.a=1\n"},
+            {"odm/etc", kDirectory, ""},
+            {"odm/etc/x.prop", kFile, large},
+            {"vendor", kLink, "/odm/vendor"},
+            {"empty", kFile, ""},
+    };
+    const auto mode = [](mode_t mode) { return std::to_string(mode) + " "; };
+    const std::map<std::string, std::string> expected = {
+            {"/build.prop", mode(kFile) + "ro.a=1\n"},
+            {"/odm", mode(S_IFDIR | 0755)},
+            {"/odm/etc", mode(kDirectory)},
+            {"/odm/etc/x.prop", mode(kFile) + large},
+            {"/vendor", mode(kLink) + "/odm/vendor"},
+            {"/empty", mode(kFile)},
+    };
+    EXPECT_EQ(Tree(Zip(members)), expected);
+    EXPECT_EQ(Tree(Zip(members, "zip:compression=store")), expected);
+    EXPECT_EQ(Tree(Zip(members, "zip:zip64")), expected);
+    for (auto* format : {archive_write_set_format_ustar, archive_write_set_format_gnutar}) {
+        EXPECT_EQ(Tree(Pack(format, nullptr, nullptr, members)), expected);
+    }
+    for (auto* filter :
+         {archive_write_add_filter_gzip, archive_write_add_filter_xz, archive_write_add_filter_zstd,
+          archive_write_add_filter_lz4, archive_write_add_filter_bzip2}) {
+        EXPECT_EQ(Tree(Pack(archive_write_set_format_pax_restricted, filter, nullptr, members)),
+                  expected);
+    }
+    EXPECT_EQ(Tree(Tar({{"a", kFile, "same"}, {"d/b", 0, "a"}}))["/d/b"], mode(kFile) + "same");
+    EXPECT_EQ(Fault("neither of them"), "no archive");
+    EXPECT_EQ(Fault(""), "no archive");
+}
+
+TEST_F(ArchiveTest, WhatCannotBeADeviceIsDamage) {
+    const std::string zip = Zip({{"a/x.prop", kFile, Noise(5000)}});
+    std::string flipped = zip, method = zip, large = zip;
+    flipped[2500] ^= 1;
+    const size_t central = zip.rfind("PK\x01\x02");
+    for (const size_t at : {size_t{8}, central + 10}) method[at] = 12;
+    memset(&large[central + 24], 0xfe, 4);
+    const std::string tar = Tar({{"a", kFile, Noise(5000)}});
+    std::string broken_tar = tar;
+    broken_tar[broken_tar.size() / 4] ^= 1;
+    const struct {
+        std::string bytes;
+        const char* fault;
+    } cases[] = {
+            {Zip({{"../x", kFile, ""}}), "member '../x': a name that leads out of the archive"},
+            {Zip({{"a/../../x", kFile, ""}}), "leads out"},
+            {Tar({{"/etc/x", kFile, ""}}), "leads out"},
+            {Tar({{"a/..", kDirectory, ""}}), "leads out"},
+            {Zip({{"a", kFile, "1"}, {"./a", kFile, "2"}}), "member './a': there twice"},
+            {Tar({{"a", kFile, "1"}, {"a", kFile, "2"}}), "member 'a': there twice"},
+            {Tar({{"a", kFile, "1"}, {"b", 0, "a"}, {"b", 0, "a"}}), "there twice"},
+            {Tar({{"a", kFile, "1"}, {"a/b", kFile, "2"}}), "below a file"},
+            {Tar({{"a", kLink, "/"}, {"a/b", kFile, "2"}}), "below a file"},
+            {Tar({{"b", 0, "nowhere"}}), "no file before it"},
+            {Tar({{std::string(256, 'n'), kFile, ""}}), "more than 255 bytes"},
+            {Zip({{"a", kFile, "1"}}, "zip:encryption=zipcrypt"), "member 'a': encrypted"},
+            {method, "packed by method 12, which is not read"},
+            {flipped, "member 'a/x.prop': "},
+            {large, "member 'a/x.prop': "},
+            {zip.substr(0, zip.size() - 40), "zip: "},
+            {zip.substr(0, 2000), "zip: "},
+            {tar.substr(0, 4000), "runcated"},
+            {std::string("7z\xbc\xaf\x27\x1c", 6) + "...", "a 7z archive"},
+            {"PK\x07\x08....", "a part of a split zip archive"},
+            {"Rar!\x1a\x07....", "a RAR archive"},
+    };
+    for (const auto& [bytes, fault] : cases) EXPECT_THAT(Fault(bytes), HasSubstr(fault));
+    const std::string gzip = Pack(archive_write_set_format_ustar, archive_write_add_filter_gzip,
+                                  nullptr, {{"a", kFile, Noise(500'000)}});
+    EXPECT_THAT(Fault(gzip.substr(0, gzip.size() / 2)), HasSubstr("gzip: "));
+}
+
+TEST_F(ArchiveTest, OnlyWhatIsLookedAtIsRead) {
+    std::vector<Member> members;
+    for (int i = 0; i < 5; ++i) members.push_back({std::to_string(i), kFile, Noise(2'000'000)});
+    for (const char* options : {"zip:compression=store", "zip:compression=deflate"}) {
+        const Memory source(Zip(members, options));
+        const auto archive = images::OpenArchive(source, &spool_);
+        const uint64_t before = Spooled();
+        EXPECT_EQ(archive->Read(archive->List(0)[3].node, 0, 1000), Noise(1000));
+        EXPECT_LT(source.count(), 600'000u) << options;
+        EXPECT_LE(Spooled() - before, Spool::kChunkSize) << options;
+    }
+    // Zeros take no room, however many there are.
+    const std::string zeros(12'000'000, '\0');
+    Tree(Pack(archive_write_set_format_ustar, archive_write_add_filter_zstd, nullptr,
+              {{"zeros", kFile, zeros}}));
+    EXPECT_LT(Spooled(), 12'000'000u);
+}
+
+// --- Payloads -----------------------------------------------------------------------------------
+
+std::string Sha256(const std::string& bytes) {
+    std::string digest(SHA256_DIGEST_LENGTH, '\0');
+    SHA256(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(),
+           reinterpret_cast<uint8_t*>(digest.data()));
+    return digest;
+}
+
+std::string Packed(int (*filter)(archive*), const std::string& content) {
+    return Pack(archive_write_set_format_raw, filter, nullptr, {{"x", kFile, content}});
+}
+
+constexpr size_t kBlock = 4096;
+
+class PayloadMaker {
+  public:
+    // Adds a partition of one operation a piece: its type, and its content.
+    void Add(const std::string& name, const std::vector<std::pair<uint32_t, std::string>>& pieces) {
+        auto* partition = manifest.add_partitions();
+        partition->set_name(name);
+        std::string content;
+        for (const auto& [type, piece] : pieces) {
+            auto* operation = partition->add_operations();
+            operation->set_type(type);
+            auto* extent = operation->add_destination_extents();
+            extent->set_start_block(content.size() / kBlock);
+            extent->set_blocks(piece.size() / kBlock);
+            content += piece;
+            if (type == 6 || type == 7) continue;
+            const std::string packed = type == 1   ? Packed(archive_write_add_filter_bzip2, piece)
+                                       : type == 8 ? Packed(archive_write_add_filter_xz, piece)
+                                                   : piece;
+            operation->set_data_offset(data.size());
+            operation->set_data_length(packed.size());
+            operation->set_data_sha256(Sha256(packed));
+            data += packed;
+        }
+        partition->mutable_new_info()->set_size(content.size());
+        partition->mutable_new_info()->set_sha256(Sha256(content));
+    }
+
+    std::string Write() const {
+        const std::string text = manifest.SerializeAsString();
+        std::string bytes = "CrAU";
+        const uint64_t numbers[] = {htobe64(2), htobe64(text.size())};
+        bytes.append(reinterpret_cast<const char*>(numbers), sizeof(numbers));
+        const uint32_t signature = htobe32(5);
+        bytes.append(reinterpret_cast<const char*>(&signature), sizeof(signature));
+        return bytes + text + "signs" + data;
+    }
+
+    images::payload::Manifest manifest;
+    std::string data;
+};
+
+PayloadMaker Sample() {
+    PayloadMaker maker;
+    maker.Add("my_region", {{0, Noise(3 * kBlock)},
+                            {1, Noise(kBlock)},
+                            {6, std::string(2 * kBlock, '\0')},
+                            {8, Noise(40 * kBlock)},
+                            {7, std::string(kBlock, '\0')}});
+    maker.Add("odm", {{8, Noise(2 * kBlock)}});
+    return maker;
+}
+
+TEST_F(ArchiveTest, APayloadHoldsItsPartitions) {
+    const Memory source(Sample().Write());
+    const auto payload = images::OpenPayload(source, &spool_);
+    ASSERT_EQ(payload->partitions().size(), 2u);
+    EXPECT_EQ(payload->partitions()[1].name, "odm");
+    const auto content = payload->Open(0);
+    EXPECT_EQ(ReadBytes(*content, 0, content->size()),
+              Noise(3 * kBlock) + Noise(kBlock) + std::string(2 * kBlock, '\0') +
+                      Noise(40 * kBlock) + std::string(kBlock, '\0'));
+    EXPECT_EQ(ReadBytes(*payload->Open(1), kBlock, 10), Noise(2 * kBlock).substr(kBlock, 10));
+    EXPECT_EQ(images::OpenPayload(Memory("CrAZ and more"), &spool_), nullptr);
+}
+
+TEST_F(ArchiveTest, ADamagedPayloadSaysWhere) {
+    using Change = std::function<void(PayloadMaker*)>;
+    const auto operation = [](PayloadMaker* maker, int number) {
+        return maker->manifest.mutable_partitions(0)->mutable_operations(number);
+    };
+    const struct {
+        Change change;
+        const char* fault;
+    } cases[] = {
+            {[](auto* maker) { maker->data[5] ^= 1; },
+             "operation 0: its data have a wrong SHA-256"},
+            {[&](auto* maker) { operation(maker, 0)->clear_data_sha256(), maker->data[5] ^= 1; },
+             "the partition has a wrong SHA-256"},
+            {[&](auto* maker) { operation(maker, 2)->set_type(4); },
+             "operation 2: type 4 is not known"},
+            {[&](auto* maker) { operation(maker, 3)->set_type(1); }, "not packed by bzip2"},
+            {[&](auto* maker) { operation(maker, 0)->set_data_offset(~uint64_t{0}); }, "truncated"},
+            {[&](auto* maker) { operation(maker, 3)->set_data_length(1 << 30); }, "truncated"},
+            {[&](auto* maker) {
+                 operation(maker, 0)->mutable_destination_extents(0)->set_start_block(~uint64_t{0} /
+                                                                                      kBlock);
+             },
+             "operation 0: beyond the end of the partition"},
+            {[&](auto* maker) {
+                 operation(maker, 0)->mutable_destination_extents(0)->set_blocks(2);
+             },
+             "more data than it has blocks"},
+            {[&](auto* maker) {
+                 operation(maker, 0)->mutable_destination_extents(0)->set_blocks(4);
+             },
+             "fewer data than it has blocks"},
+            {[](auto* maker) { maker->manifest.set_block_size(3); }, "blocks of 3 bytes"},
+            {[](auto* maker) { maker->manifest.mutable_partitions(1)->set_name("my_region"); },
+             "partition 'my_region' is there twice"},
+            {[](auto* maker) {
+                 maker->manifest.mutable_partitions(0)->mutable_new_info()->set_size(1ull << 60);
+             },
+             "of more than 16 GiB"},
+            {[&](auto* maker) {
+                 maker->manifest.set_minor_version(8);
+                 operation(maker, 0)->add_source_extents();
+             },
+             "a delta payload, which changes the images of an older release (my_region)"},
+    };
+    const auto fault = [this](const std::string& bytes) -> std::string {
+        try {
+            const Memory source(bytes);
+            images::OpenPayload(source, &spool_)->Open(0);
+            return "nothing";
+        } catch (const Damage& damage) {
+            return damage.what();
+        }
+    };
+    for (const auto& [change, expected] : cases) {
+        PayloadMaker maker = Sample();
+        change(&maker);
+        EXPECT_THAT(fault(maker.Write()), HasSubstr(expected));
+    }
+    std::string bytes = Sample().Write();
+    for (const size_t size : {size_t{10}, size_t{30}, size_t{400}, bytes.size() / 2}) {
+        EXPECT_THAT(fault(bytes.substr(0, size)), HasSubstr("runcated")) << size;
+    }
+    bytes[11] = 3;
+    EXPECT_THAT(fault(bytes), HasSubstr("payload: of version 3"));
+}
+
+}  // namespace
