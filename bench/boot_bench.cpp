@@ -12,8 +12,8 @@
 #include <benchmark/benchmark.h>
 
 #include "InitExtensionPropertyImpl.h"
+#include "kernel_root.h"
 #include "platform.h"
-#include "sandbox.h"
 #include "synthetic.h"
 
 namespace {
@@ -116,9 +116,7 @@ int main(int argc, char** argv) {
     // The log goes nowhere, but as on a device its lines are made, VERBOSE apart.
     android::base::SetLogger([](auto&&...) {});
     // The library's own cost shows where the kernel serves its calls.
-    sandbox::Options options;
-    options.way = sandbox::Way::kOverlay;
-    const sandbox::Sandbox root(SAMPLES_DIR "/overlay", options);
+    const KernelRoot root(SAMPLES_DIR "/overlay");
     const sandbox::Ending ending = root.Run(
             [] {
                 mkdir("/tmp", 0777);

@@ -83,13 +83,11 @@ void Device::MakeDirectory(const std::string& path) {
     fs::create_directory(Prepare(path));
 }
 
-sandbox::Sandbox& Device::root() {
+KernelRoot& Device::root() {
     if (!root_) {
         chmod(directory_.path, 0755);
         // The kernel itself is what the library is tried on: tests fail its calls in many ways.
-        sandbox::Options options;
-        options.way = sandbox::Way::kCopy;
-        root_ = std::make_unique<sandbox::Sandbox>(directory_.path, options);
+        root_ = std::make_unique<KernelRoot>(directory_.path);
     }
     return *root_;
 }

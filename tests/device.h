@@ -12,8 +12,8 @@
 #include <android-base/logging.h>
 
 #include "InitExtensionPropertyImpl.h"
+#include "kernel_root.h"
 #include "platform.h"
-#include "sandbox.h"
 
 using android::init::IInitExtensionProperty;
 using android::init::PropertyMap;
@@ -73,8 +73,8 @@ class Device {
 
   private:
     std::string Prepare(const std::string& path);
-    sandbox::Sandbox& root();
+    KernelRoot& root();
 
     TemporaryDir directory_;
-    std::unique_ptr<sandbox::Sandbox> root_;  // from the first boot on
+    std::unique_ptr<KernelRoot> root_;  // from the first boot on
 };

@@ -54,7 +54,7 @@ int FetchFromManyThreads() {
 
 TEST(Entry, FirstCallsFromManyThreadsMakeOneObject) {
     TemporaryDir empty;
-    EXPECT_TRUE(sandbox::Sandbox(empty.path).Run(FetchFromManyThreads).ok());
+    EXPECT_TRUE(KernelRoot(empty.path).Run(FetchFromManyThreads).ok());
 }
 
 TEST(Entry, MembersStandInTheirOrder) {

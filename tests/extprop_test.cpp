@@ -14,7 +14,6 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "snapshot.h"
 #include "tool.h"
 
 namespace {
@@ -59,9 +58,21 @@ TEST_F(ExtpropTest, LogoIsCopiedOnce) {
 }
 
 TEST_F(ExtpropTest, TheDeviceDirectoryStaysAsItWas) {
-    const sandbox::Snapshot before = sandbox::TakeSnapshot(Sample("older-software"));
+    const auto state = [] {
+        const TemporaryFile file;
+        const std::string command = "cd " + Sample("older-software") +
+                                    " && { find . -printf '%p %M %U %G %s %T@\n' && find . -type f "
+                                    "-exec md5sum {} +; } | sort >" +
+                                    file.path;
+        EXPECT_EQ(system(command.c_str()), 0);
+        std::string text;
+        android::base::ReadFileToString(file.path, &text);
+        return text;
+    };
+    const std::string before = state();
+    EXPECT_THAT(before, HasSubstr("build.prop"));
     EXPECT_EQ(Run("boot -q " + Sample("older-software")).status, 0);
-    EXPECT_TRUE(Changes(before, sandbox::TakeSnapshot(Sample("older-software"))).empty());
+    EXPECT_EQ(state(), before);
 }
 
 TEST_F(ExtpropTest, ReportIsOneJsonDocument) {
@@ -276,17 +287,13 @@ TEST_F(ExtpropTest, AnEndedCommandLeavesNothing) {
     const std::string command = "TMPDIR=" + temporary + " exec " EXTPROP " boot -q " +
                                 Sample("boot-logo") + steps +
                                 " sim:triggerLogoCopyFromCompanyBoot >/dev/null 2>&1";
-    const std::vector<std::string> ways = geteuid() == 0
-                                                  ? std::vector<std::string>{"redirect", "overlay"}
-                                                  : std::vector<std::string>{"redirect"};
     prctl(PR_SET_CHILD_SUBREAPER, 1);  // what the command leaves becomes this process's child
     for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
         for (int i = 0; i < 24; ++i) {
             const pid_t pid = fork();
             if (pid == 0) {
                 setpgid(0, 0);
-                const std::string way = "EXTPROP_SANDBOX=" + ways[i / 2 % ways.size()] + " ";
-                execl("/bin/sh", "sh", "-c", (way + command).c_str(), nullptr);
+                execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
                 _exit(EXIT_FAILURE);
             }
             setpgid(pid, pid);
@@ -302,9 +309,6 @@ TEST_F(ExtpropTest, AnEndedCommandLeavesNothing) {
         std::filesystem::remove_all(temporary);
         std::filesystem::create_directory(temporary);
     }
-    EXPECT_NE(system(("grep -s " + Path("") + " /proc/self/mountinfo /sys/block/loop*/loop/*")
-                             .c_str()),
-              0);
 }
 
 TEST_F(ExtpropTest, PropertiesComeFromFiles) {

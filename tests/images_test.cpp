@@ -19,7 +19,6 @@
 #include <android-base/file.h>
 
 #include "sandbox.h"
-#include "snapshot.h"
 
 namespace {
 
@@ -114,7 +113,7 @@ TEST_P(ImagesTest, EachFormatIsShownReadOnlyAtItsPlace) {
     Write(Path("/d/system_ext/covered"), "");
     Write(Path("/d/mnt/vendor/reserve/key"), "old");
     AsUser([] {});
-    const sandbox::Snapshot device = sandbox::TakeSnapshot(Path("/d"));
+    Shell("find d -printf '%p %M %U %G %s %T@ %l\n' | sort >before");
 
     AsUser([&] {
         Sandbox root(Path("/d"));
@@ -142,7 +141,7 @@ TEST_P(ImagesTest, EachFormatIsShownReadOnlyAtItsPlace) {
         EXPECT_EQ(changes[0].path, "/mnt/vendor/reserve/key");
         EXPECT_EQ(Read(root.Outside("/system_ext/build.prop")), "/system_ext");
     });
-    EXPECT_TRUE(Changes(device, sandbox::TakeSnapshot(Path("/d"))).empty());
+    Shell("find d -printf '%p %M %U %G %s %T@ %l\n' | sort | cmp - before");
 }
 
 TEST_P(ImagesTest, AnImageThatCannotBeShownIsOneErrorThatNamesIt) {

@@ -22,135 +22,13 @@
 #include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 
-namespace sandbox {
-
-// As it stands in the names of tests.
-void PrintTo(Way way, std::ostream* out) {
-    *out << (way == Way::kRedirect ? "redirect" : way == Way::kOverlay ? "overlay" : "copy");
-}
-
-}  // namespace sandbox
+#include "kernel_root.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using android::base::StringPrintf;
 using sandbox::Sandbox;
-using sandbox::Way;
-
-class SandboxTest : public testing::TestWithParam<Way> {
-  protected:
-    SandboxTest() {
-        chmod(directory_.path, 0755);
-        fs::create_directories(Path("/d/sub"));
-        Write(Path("/d/kept"), "kept");
-        Write(Path("/d/old"), "old");
-        Write(Path("/d/given"), "given");
-        Write(Path("/d/sub/gone"), "gone");
-        fs::create_symlink("/d", Path("/link"));
-    }
-
-    std::string Path(const std::string& path) const { return directory_.path + path; }
-
-    static void Write(const std::string& path, const std::string& content) {
-        std::ofstream(path) << content;
-    }
-
-    static std::string Read(const std::string& path) {
-        std::string content;
-        return android::base::ReadFileToString(path, &content) ? content : "(missing)";
-    }
-
-    // Everything in the device directory, and all that can be told of it.
-    std::string State() const {
-        const TemporaryFile state;
-        const std::string command =
-                "cd " + Path("") + " && find . -printf '%p %M %U %G %s %T@ %l\n' | sort >" +
-                state.path + " && find . -type f | sort | xargs md5sum >>" + state.path;
-        EXPECT_EQ(system(command.c_str()), 0);
-        return Read(state.path);
-    }
-
-    static std::string Listing(const std::vector<sandbox::FileChange>& changes) {
-        std::string listing;
-        for (const auto& change : changes) {
-            listing += std::string(Name(change.kind)) + " " + change.path + "\n";
-        }
-        return listing;
-    }
-
-    static sandbox::Options By(Way way) {
-        sandbox::Options options;
-        options.way = way;
-        return options;
-    }
-
-    TemporaryDir directory_;
-};
-
-TEST_P(SandboxTest, ChangesAreListedAndTheDeviceStaysAsItWas) {
-    const std::string before = State();
-    Sandbox root(directory_.path, By(GetParam()));
-    const auto changes = [&root](const std::function<int()>& function) {
-        EXPECT_EQ(root.Run(function).exit_status, 0);
-        return Listing(root.TakeChanges());
-    };
-    EXPECT_EQ(changes([] {
-                  if (Read("/link/old") != "old") return 1;
-                  Write("/d/new", "new");
-                  struct stat was;
-                  stat("/d/old", &was);
-                  Write("/link/old", "odd");
-                  // As if all of it were within one tick of the clock, where that can be had.
-                  const timespec times[] = {was.st_atim, was.st_mtim};
-                  utimensat(AT_FDCWD, "/d/old", times, 0);
-                  if (unlink("/d/sub/gone") != 0 || rmdir("/d/sub") != 0) return 2;
-                  if (lchown("/d/given", 1000, 1000) != 0) return 4;
-                  if (mkdir("/made", 0777) != 0 || chmod("/d/kept", 0600) != 0) return 3;
-                  return 0;
-              }),
-              "changed /d/given\nchanged /d/kept\ncreated /d/new\nchanged /d/old\ndeleted /d/sub\n"
-              "deleted /d/sub/gone\ncreated /made\n");
-    EXPECT_EQ(Read(root.Outside("/d/old")), "odd");
-    EXPECT_EQ(fs::status(root.Outside("/made")).permissions(), fs::perms::all);  // umask 0
-
-    // The next process finds the files as the last one left them; another sandbox does not.
-    EXPECT_EQ(changes([] {
-                  if (Read("/d/new") != "new" || access("/d/sub", F_OK) == 0) return 1;
-                  return mkdir("/d/sub", 0755) | unlink("/d/new") | rmdir("/made");
-              }),
-              "deleted /d/new\ncreated /d/sub\ndeleted /made\n");
-    const Sandbox other(directory_.path, By(GetParam()));
-    EXPECT_TRUE(other.Run([] { return Read("/d/old") == "old" ? 0 : 1; }).ok());
-    EXPECT_EQ(State(), before);
-}
-
-TEST_P(SandboxTest, MountsAreRealAndEndWithTheirProcess) {
-    const Sandbox root(directory_.path, By(GetParam()));
-    const auto mount_counts = [] {
-        return std::count_if(fs::directory_iterator("/d/sub"), fs::directory_iterator(),
-                             [](const auto& entry) { return entry.path().filename() == "old"; });
-    };
-    EXPECT_TRUE(root.Run([&] {
-                        if (mount("/d", "/d/sub", nullptr, MS_BIND, nullptr) != 0) return 1;
-                        return mount_counts() == 1 ? 0 : 2;
-                    }).ok());
-    EXPECT_TRUE(root.Run([&] { return static_cast<int>(mount_counts()); }).ok());
-}
-
-INSTANTIATE_TEST_SUITE_P(Ways, SandboxTest,
-                         testing::Values(Way::kRedirect, Way::kOverlay, Way::kCopy));
-
-TEST_F(SandboxTest, EndingsAreReported) {
-    using namespace std::chrono_literals;
-    const Sandbox root(directory_.path);
-    EXPECT_EQ(root.Run([] { return 7; }).exit_status, 7);
-    EXPECT_EQ(root.Run([]() -> int { abort(); }).signal, SIGABRT);
-    EXPECT_EQ(root.Run([] { return raise(SIGSEGV); }).signal, SIGSEGV);
-    const sandbox::Ending hung = root.Run([] { return pause(); }, 50ms);
-    EXPECT_TRUE(hung.timed_out);
-    EXPECT_FALSE(hung.ok());
-}
 
 // One of the calls that the library and the tool make, at random, and what came of it.
 std::string RandomCall(std::mt19937* random) {
@@ -235,6 +113,128 @@ std::string RandomCall(std::mt19937* random) {
     }
 }
 
+class SandboxTest : public testing::Test {
+  protected:
+    SandboxTest() {
+        chmod(directory_.path, 0755);
+        fs::create_directories(Path("/d/sub"));
+        Write(Path("/d/kept"), "kept");
+        Write(Path("/d/old"), "old");
+        Write(Path("/d/given"), "given");
+        Write(Path("/d/sub/gone"), "gone");
+        fs::create_symlink("/d", Path("/link"));
+    }
+
+    std::string Path(const std::string& path) const { return directory_.path + path; }
+
+    static void Write(const std::string& path, const std::string& content) {
+        std::ofstream(path) << content;
+    }
+
+    static std::string Read(const std::string& path) {
+        std::string content;
+        return android::base::ReadFileToString(path, &content) ? content : "(missing)";
+    }
+
+    // What random calls in a root of its own say.
+    template <typename Root>
+    std::string Said(unsigned seed) const {
+        const TemporaryFile out;
+        const Root root(directory_.path);
+        // Two processes, as files stay and mounts do not.
+        for (int part = 0; part < 2; ++part) {
+            EXPECT_TRUE(root.Run([&] {
+                                std::mt19937 random(2 * seed + part);
+                                std::string lines;
+                                for (int i = 0; i < 60; ++i) lines += RandomCall(&random);
+                                return android::base::WriteStringToFd(lines, out.fd) ? 0 : 1;
+                            }).ok());
+        }
+        return Read(out.path);
+    }
+
+    // Everything in the device directory, and all that can be told of it.
+    std::string State() const {
+        const TemporaryFile state;
+        const std::string command =
+                "cd " + Path("") + " && find . -printf '%p %M %U %G %s %T@ %l\n' | sort >" +
+                state.path + " && find . -type f | sort | xargs md5sum >>" + state.path;
+        EXPECT_EQ(system(command.c_str()), 0);
+        return Read(state.path);
+    }
+
+    static std::string Listing(const std::vector<sandbox::FileChange>& changes) {
+        std::string listing;
+        for (const auto& change : changes) {
+            listing += std::string(Name(change.kind)) + " " + change.path + "\n";
+        }
+        return listing;
+    }
+
+    TemporaryDir directory_;
+};
+
+TEST_F(SandboxTest, ChangesAreListedAndTheDeviceStaysAsItWas) {
+    const std::string before = State();
+    Sandbox root(directory_.path);
+    const auto changes = [&root](const std::function<int()>& function) {
+        EXPECT_EQ(root.Run(function).exit_status, 0);
+        return Listing(root.TakeChanges());
+    };
+    EXPECT_EQ(changes([] {
+                  if (Read("/link/old") != "old") return 1;
+                  Write("/d/new", "new");
+                  struct stat was;
+                  stat("/d/old", &was);
+                  Write("/link/old", "odd");
+                  // As if all of it were within one tick of the clock, where that can be had.
+                  const timespec times[] = {was.st_atim, was.st_mtim};
+                  utimensat(AT_FDCWD, "/d/old", times, 0);
+                  if (unlink("/d/sub/gone") != 0 || rmdir("/d/sub") != 0) return 2;
+                  if (lchown("/d/given", 1000, 1000) != 0) return 4;
+                  if (mkdir("/made", 0777) != 0 || chmod("/d/kept", 0600) != 0) return 3;
+                  return 0;
+              }),
+              "changed /d/given\nchanged /d/kept\ncreated /d/new\nchanged /d/old\ndeleted /d/sub\n"
+              "deleted /d/sub/gone\ncreated /made\n");
+    EXPECT_EQ(Read(root.Outside("/d/old")), "odd");
+    EXPECT_EQ(fs::status(root.Outside("/made")).permissions(), fs::perms::all);  // umask 0
+
+    // The next process finds the files as the last one left them; another sandbox does not.
+    EXPECT_EQ(changes([] {
+                  if (Read("/d/new") != "new" || access("/d/sub", F_OK) == 0) return 1;
+                  return mkdir("/d/sub", 0755) | unlink("/d/new") | rmdir("/made");
+              }),
+              "deleted /d/new\ncreated /d/sub\ndeleted /made\n");
+    const Sandbox other(directory_.path);
+    EXPECT_TRUE(other.Run([] { return Read("/d/old") == "old" ? 0 : 1; }).ok());
+    EXPECT_EQ(State(), before);
+}
+
+TEST_F(SandboxTest, MountsAreRealAndEndWithTheirProcess) {
+    const Sandbox root(directory_.path);
+    const auto mount_counts = [] {
+        return std::count_if(fs::directory_iterator("/d/sub"), fs::directory_iterator(),
+                             [](const auto& entry) { return entry.path().filename() == "old"; });
+    };
+    EXPECT_TRUE(root.Run([&] {
+                        if (mount("/d", "/d/sub", nullptr, MS_BIND, nullptr) != 0) return 1;
+                        return mount_counts() == 1 ? 0 : 2;
+                    }).ok());
+    EXPECT_TRUE(root.Run([&] { return static_cast<int>(mount_counts()); }).ok());
+}
+
+TEST_F(SandboxTest, EndingsAreReported) {
+    using namespace std::chrono_literals;
+    const Sandbox root(directory_.path);
+    EXPECT_EQ(root.Run([] { return 7; }).exit_status, 7);
+    EXPECT_EQ(root.Run([]() -> int { abort(); }).signal, SIGABRT);
+    EXPECT_EQ(root.Run([] { return raise(SIGSEGV); }).signal, SIGSEGV);
+    const sandbox::Ending hung = root.Run([] { return pause(); }, 50ms);
+    EXPECT_TRUE(hung.timed_out);
+    EXPECT_FALSE(hung.ok());
+}
+
 TEST_F(SandboxTest, LedCallsDoWhatTheKernelDoes) {
     if (geteuid() != 0) GTEST_SKIP() << "an ordinary user cannot give files away to compare with";
     fs::create_symlink("/loop", Path("/loop"));
@@ -244,22 +244,7 @@ TEST_F(SandboxTest, LedCallsDoWhatTheKernelDoes) {
     ASSERT_EQ(chown(Path("/d/kept").c_str(), 1000, 2000) | chmod(Path("/d/sub").c_str(), 0711), 0);
     const std::string before = State();
     for (unsigned seed = 0; seed < 100; ++seed) {
-        std::string said[2];
-        for (const Way way : {Way::kCopy, Way::kRedirect}) {
-            const TemporaryFile out;
-            const Sandbox root(directory_.path, By(way));
-            // Two processes, as files stay and mounts do not.
-            for (int part = 0; part < 2; ++part) {
-                EXPECT_TRUE(root.Run([&] {
-                                    std::mt19937 random(2 * seed + part);
-                                    std::string lines;
-                                    for (int i = 0; i < 60; ++i) lines += RandomCall(&random);
-                                    return android::base::WriteStringToFd(lines, out.fd) ? 0 : 1;
-                                }).ok());
-            }
-            said[way == Way::kRedirect] = Read(out.path);
-        }
-        EXPECT_EQ(said[1], said[0]) << "seed " << seed;
+        EXPECT_EQ(Said<Sandbox>(seed), Said<KernelRoot>(seed)) << "seed " << seed;
     }
     EXPECT_EQ(State(), before);
 }
@@ -397,14 +382,6 @@ TEST_F(SandboxTest, WorksForAnOrdinaryUser) {
     int status = 0;
     waitpid(pid, &status, 0);
     EXPECT_EQ(status, 0);
-}
-
-TEST_F(SandboxTest, AnUnknownWayIsAnError) {
-    setenv("EXTPROP_SANDBOX", "chroot", 1);
-    EXPECT_THROW(Sandbox(directory_.path), std::runtime_error);
-    setenv("EXTPROP_SANDBOX", "copy", 1);
-    EXPECT_STREQ(Sandbox(directory_.path).way(), "copy");
-    unsetenv("EXTPROP_SANDBOX");
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -12,51 +10,12 @@
 #include <string>
 #include <vector>
 
-#include <android-base/unique_fd.h>
-
 #include "changes.h"
+#include "process.h"
 
 namespace sandbox {
 
-// How a process ended.
-struct Ending {
-    bool timed_out = false;  // it was killed at the time limit
-    int signal = 0;          // the signal that ended it, or 0
-    int exit_status = -1;    // what its function returned, if no signal ended it
-
-    bool ok() const { return !timed_out && signal == 0 && exit_status == 0; }
-};
-
-// A running process of a sandbox. Destroying the object kills it.
-class Process {
-  public:
-    explicit Process(pid_t pid);
-    ~Process();
-    Process(Process&& other) noexcept;
-    Process& operator=(Process&&) = delete;
-
-    // Waits for the end, killing the process when `limit` has passed. Call it once.
-    Ending Wait(std::chrono::milliseconds limit);
-
-    // Waits until the process has one thread, or none. Returns false if it still has more at the
-    // deadline.
-    bool WaitForThreads(std::chrono::steady_clock::time_point deadline) const;
-
-  private:
-    pid_t pid_;
-    android::base::unique_fd pidfd_;
-};
-
-// How a process comes to have the device at "/".
-enum class Way {
-    kAny,       // what the environment variable EXTPROP_SANDBOX says, or kRedirect where it can be
-    kRedirect,  // its system calls are led; needs no privileges
-    kOverlay,   // a private root of the kernel's, with an overlay over the device directory
-    kCopy,      // a private root of the kernel's, with a copy of the device directory
-};
-
 struct Options {
-    Way way = Way::kAny;
     char slot = 'a';  // of a partition that has images for two slots
 };
 
@@ -70,25 +29,22 @@ struct ImagePlace {
 std::string Name(const ImagePlace& place);
 
 class DeviceFiles;
-class Root;
 
 class Sandbox {
   public:
     // Prepares a root over the directory `device`, in which a partition image is seen as the files
     // in it. Throws std::runtime_error, saying why, if the root cannot be had.
-    explicit Sandbox(const std::string& device, Options options = {});
+    explicit Sandbox(const std::string& device, const Options& options = {});
 
-    // The same over a device whose images are unpacked already, its calls led.
+    // The same over a device whose images are open already.
     explicit Sandbox(std::shared_ptr<DeviceFiles> files);
-    ~Sandbox();
 
     // Throws all changes away, so that the sandbox is as a new one; none of its processes may run.
     // A process that has the object from its parent gets changes of its own so. Throws as above.
     void Reset();
 
-    // Starts a process in which the device is "/" and calls `function`, whose result is the
-    // process's exit status. Mounts made there end with the process; written files stay. Signals
-    // have their default action, the umask is 0 as init's, standard input is empty.
+    // Starts a process, as StartProcess does, in which the device is "/". Mounts made there end
+    // with the process; written files stay.
     Process Start(const std::function<int()>& function) const;
 
     // Starts a process as above and waits for its end.
@@ -96,8 +52,8 @@ class Sandbox {
                std::chrono::milliseconds limit = std::chrono::seconds(60)) const;
 
     // Makes the regular file at the device's `path` a block device: what opens it for output does
-    // not truncate it. Throws std::runtime_error, saying why, if this cannot be had; in a private
-    // root of the kernel's it takes root. What is left over of 512 bytes is out of reach.
+    // not truncate it. Throws std::runtime_error, saying why, if this cannot be had. What is left
+    // over of 512 bytes is out of reach.
     void AttachBlockDevice(const std::string& path);
 
     // Returns a path at which the caller, outside, can read the device's `path`, such as "/odm".
@@ -108,9 +64,6 @@ class Sandbox {
     // owner only.
     std::vector<FileChange> TakeChanges();
 
-    // The name of the way that was taken, such as "redirect".
-    const char* way() const;
-
     // Returns the image that the device's `path` lies in, if it is in one.
     std::optional<ImagePlace> ImageOf(const std::string& path) const;
 
@@ -119,10 +72,7 @@ class Sandbox {
     std::vector<std::string> Notes() const;
 
   private:
-    std::string device_;
-    Options options_;
-    Way way_;
-    std::unique_ptr<Root> root_;
+    std::shared_ptr<DeviceFiles> files_;
 };
 
 }  // namespace sandbox

@@ -25,8 +25,8 @@
 
 #include "boot/installing_service.h"
 #include "boot/steps.h"
+#include "kernel_root.h"
 #include "platform.h"
-#include "sandbox.h"
 
 namespace player {
 
@@ -177,9 +177,7 @@ int RunPrivately(int (*body)(int argc, char** argv), int argc, char** argv) {
     TemporaryDir directory;
     chmod(directory.path, 0755);
     // The kernel's own calls are failed here, so it has to be its own root.
-    sandbox::Options options;
-    options.way = sandbox::Way::kCopy;
-    const sandbox::Sandbox root(directory.path, options);
+    const KernelRoot root(directory.path);
     g_messages = static_cast<Messages*>(mmap(nullptr, sizeof(Messages), PROT_READ | PROT_WRITE,
                                              MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const sandbox::Ending ending = root.Run(

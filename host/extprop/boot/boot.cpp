@@ -174,7 +174,7 @@ PreparedDevice::PreparedDevice(const BootOptions& options)
         : options_(options),
           fetch_(LoadExtension()),
           path_(DevicePath(options.device)),
-          root_(path_, {sandbox::Way::kAny, options.slot}) {
+          root_(path_, {options.slot}) {
     const Utf8Locale loaded;
     Prepare();
 }
@@ -194,7 +194,6 @@ std::vector<Edit> PreparedDevice::Edits() const {
 
 void PreparedDevice::Prepare() {
     report_ = {path_, {}, {}, {}, std::nullopt, {}};
-    report_.way = root_.way();
     if (tells_files()) MakeEdits(Edits(), root_);
     SeparateStored(&options_.plan);
     PrepareSplashPartition();

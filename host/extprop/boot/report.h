@@ -174,7 +174,6 @@ struct Report {
     std::optional<BootFailure> failure;
     PropertyMap properties;                 // at the end, or after the last step before a failure
     std::vector<std::string> removed = {};  // of a boot that is told against other properties
-    std::string way = {};                   // that the sandbox took
 };
 
 // Helps std::visit to take one lambda for each kind of event.

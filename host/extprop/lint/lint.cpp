@@ -55,7 +55,7 @@ std::shared_ptr<sandbox::DeviceFiles> FilesOf(const std::string& device, char sl
     const auto path = std::filesystem::canonical(device, error);
     if (!error) std::filesystem::directory_iterator(path, error);
     if (error) throw InputError(device + ": " + error.message());
-    return std::make_shared<sandbox::DeviceFiles>(path, sandbox::Options{sandbox::Way::kAny, slot});
+    return std::make_shared<sandbox::DeviceFiles>(path, sandbox::Options{slot});
 }
 
 // Asks the library what it reads of the device, and returns nothing if it cannot be asked.

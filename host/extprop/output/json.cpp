@@ -131,9 +131,8 @@ void Visit(Fields& fields, BootStart& boot) {
 
 template <typename Fields>
 void Visit(Fields& fields, Report& report) {
-    fields("device", report.device)("way", report.way)("notes", report.notes)(
-            "boots", report.boots)("steps", report.steps)("failure", report.failure)(
-            "properties", report.properties);
+    fields("device", report.device)("notes", report.notes)("boots", report.boots)(
+            "steps", report.steps)("failure", report.failure)("properties", report.properties);
 }
 
 template <typename Fields>

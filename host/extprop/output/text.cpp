@@ -190,7 +190,6 @@ std::string SideText(const DifferenceSide& side) {
 }  // namespace
 
 void PrintReport(const Report& report, bool verbose, std::ostream& out) {
-    if (verbose) out << "sandbox: " << report.way << "\n\n";
     for (const StepReport& step : report.steps) {
         Text text;
         text << "== " << step.step;

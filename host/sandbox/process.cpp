@@ -1,0 +1,119 @@
+#include "process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <thread>
+
+#include "checks.h"
+
+using android::base::unique_fd;
+
+namespace sandbox {
+
+namespace {
+
+constexpr rlim_t kStackLimit = 8 * 1024 * 1024;
+
+void SetLimit(int resource, rlim_t soft) {
+    rlimit limit;
+    if (getrlimit(resource, &limit) != 0) return;
+    limit.rlim_cur = std::min(limit.rlim_cur, soft);
+    setrlimit(resource, &limit);
+}
+
+// Makes a crash look the same whatever the caller or a sanitizer has set up: a signal, no core
+// file, and an endless recursion that meets its limit.
+void PrepareForCrashes() {
+    for (int signal_number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGPIPE}) {
+        signal(signal_number, SIG_DFL);
+    }
+    SetLimit(RLIMIT_CORE, 0);
+    SetLimit(RLIMIT_STACK, kStackLimit);
+}
+
+Ending EndingOf(int status) {
+    Ending ending;
+    if (WIFSIGNALED(status)) ending.signal = WTERMSIG(status);
+    if (WIFEXITED(status)) ending.exit_status = WEXITSTATUS(status);
+    return ending;
+}
+
+int WaitFor(pid_t pid) {
+    int status = 0;
+    TEMP_FAILURE_RETRY(waitpid(pid, &status, 0));
+    return status;
+}
+
+}  // namespace
+
+Process::Process(pid_t pid)
+        : pid_(pid), pidfd_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
+
+Process::Process(Process&& other) noexcept : pid_(other.pid_), pidfd_(std::move(other.pidfd_)) {
+    other.pid_ = -1;
+}
+
+Process::~Process() {
+    if (pid_ == -1) return;
+    kill(pid_, SIGKILL);
+    WaitFor(pid_);
+}
+
+Ending Process::Wait(std::chrono::milliseconds limit) {
+    pollfd ended{pidfd_.get(), POLLIN, 0};
+    const bool in_time = TEMP_FAILURE_RETRY(poll(&ended, 1, static_cast<int>(limit.count()))) == 1;
+    if (!in_time) kill(pid_, SIGKILL);
+    Ending ending = EndingOf(WaitFor(pid_));
+    ending.timed_out = !in_time;
+    pid_ = -1;
+    return ending;
+}
+
+bool Process::WaitForThreads(std::chrono::steady_clock::time_point deadline) const {
+    const std::string tasks = "/proc/" + std::to_string(pid_) + "/task";
+    while (std::chrono::steady_clock::now() < deadline) {
+        std::error_code gone;
+        const auto threads = std::filesystem::directory_iterator(tasks, gone);
+        if (gone || std::distance(begin(threads), end(threads)) <= 1) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return false;
+}
+
+void EndWith(pid_t parent) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(EXIT_FAILURE);
+}
+
+Process StartProcess(const std::function<bool()>& enter, const std::function<int()>& function) {
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    Check(pid != -1, "fork");
+    if (pid != 0) return Process(pid);
+
+    unique_fd no_input(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    dup2(no_input.get(), STDIN_FILENO);
+    no_input.reset();
+    EndWith(parent);
+    PrepareForCrashes();
+    umask(0);
+    if (!enter()) {
+        perror("cannot enter the device's root");
+        _exit(EXIT_FAILURE);
+    }
+    _exit(function());
+}
+
+}  // namespace sandbox

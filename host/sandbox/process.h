@@ -1,0 +1,52 @@
+// Processes that end with the one that started them.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+
+#include <android-base/unique_fd.h>
+
+namespace sandbox {
+
+// How a process ended.
+struct Ending {
+    bool timed_out = false;  // it was killed at the time limit
+    int signal = 0;          // the signal that ended it, or 0
+    int exit_status = -1;    // what its function returned, if no signal ended it
+
+    bool ok() const { return !timed_out && signal == 0 && exit_status == 0; }
+};
+
+// A running process. Destroying the object kills it.
+class Process {
+  public:
+    explicit Process(pid_t pid);
+    ~Process();
+    Process(Process&& other) noexcept;
+    Process& operator=(Process&&) = delete;
+
+    // Waits for the end, killing the process when `limit` has passed. Call it once.
+    Ending Wait(std::chrono::milliseconds limit);
+
+    // Waits until the process has one thread, or none. Returns false if it still has more at the
+    // deadline.
+    bool WaitForThreads(std::chrono::steady_clock::time_point deadline) const;
+
+  private:
+    pid_t pid_;
+    android::base::unique_fd pidfd_;
+};
+
+// Ends the calling process when its parent does, also with one that is gone already. A change of
+// the user or the user namespace undoes it.
+void EndWith(pid_t parent);
+
+// Starts a process that has `enter` take it where it has to be and calls `function`, whose result
+// is its exit status. Signals have their default action, the umask is 0 as init's, standard input
+// is empty. Throws std::runtime_error if there can be no more processes.
+Process StartProcess(const std::function<bool()>& enter, const std::function<int()>& function);
+
+}  // namespace sandbox
