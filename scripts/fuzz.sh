@@ -17,7 +17,9 @@ for target in "${targets[@]}"; do
     name=$(basename "$target")
     echo "== $name"
     mkdir -p "build/corpus/$name" "fuzz/seeds/$name"
-    "$target" -max_total_time=$(($1 * 60 / ${#targets[@]})) -max_len=512 -dict=fuzz/device.dict \
+    length=512
+    [ "$name" != erofs_fuzz ] || length=8192
+    "$target" -max_total_time=$(($1 * 60 / ${#targets[@]})) -max_len=$length -dict=fuzz/device.dict \
         -artifact_prefix=build/corpus/ "build/corpus/$name" "fuzz/seeds/$name" 2>&1 |
         grep -E "^Done|differs|ERROR|SUMMARY|Test unit|units_per_sec"
 done

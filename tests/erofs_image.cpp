@@ -12,10 +12,9 @@ namespace erofs_image {
 
 namespace {
 
-constexpr uint64_t kPackedId = 256;
-constexpr uint64_t kMetaboxId = 258;
+constexpr uint64_t kPackedId = 8;
+constexpr uint64_t kMetaboxId = 10;
 constexpr uint64_t kIdSize = 32;
-constexpr uint64_t kFirstSize = 1 << 14;  // of what comes before the data
 
 std::string Number(uint64_t number, int size) {
     std::string bytes;
@@ -26,6 +25,10 @@ std::string Number(uint64_t number, int size) {
 void Put(std::string* image, uint64_t place, const std::string& bytes) {
     image->resize(std::max<uint64_t>(image->size(), place + bytes.size()));
     image->replace(place, bytes.size(), bytes);
+}
+
+uint64_t Up(uint64_t number, uint64_t unit) {
+    return (number + unit - 1) / unit * unit;
 }
 
 std::string Directory(uint64_t file) {
@@ -128,7 +131,7 @@ std::string Index(uint16_t type, uint16_t low, uint32_t block) {
 }
 
 uint64_t Image::Inodes() const {
-    return std::max<uint64_t>(4096, block());
+    return Up(1216, block());  // after the longest superblock
 }
 
 uint64_t Image::FilePlace() const {
@@ -136,13 +139,13 @@ uint64_t Image::FilePlace() const {
 }
 
 uint64_t Image::DataPlace() const {
-    return (Inodes() + kFirstSize + block() - 1) / block() * block();
+    return Up(Inodes() + 1536, block());
 }
 
 std::string Image::Write() const {
     const uint64_t file_id = is_in_metabox ? uint64_t{1} << 63 | 1 : kFileId;
-    const uint64_t packed_place = (DataPlace() + data.size() + block() - 1) / block() * block();
-    const uint64_t metabox_place = (packed_place + packed.size() + block() - 1) / block() * block();
+    const uint64_t packed_place = Up(DataPlace() + data.size(), block());
+    const uint64_t metabox_place = Up(packed_place + packed.size(), block());
     std::string image;
     Put(&image, kSuperblock,
         P32(0xE0F5E1E2) + P32(0) + P32(0) + static_cast<char>(block_bits) + '\1' + P16(kRootId));

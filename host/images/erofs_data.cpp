@@ -13,11 +13,10 @@ namespace images::erofs {
 namespace {
 
 // The format of chunks.
-constexpr unsigned kChunkBits = 0x1F;
+constexpr unsigned kChunkBits = 0x1F;     // more than those of a block
 constexpr unsigned kChunkIndexes = 0x20;  // of 8 bytes
 constexpr unsigned kChunk48Bit = 0x40;
 constexpr unsigned kChunkKnown = 0x7F;
-constexpr unsigned kMostChunkBits = 47;
 
 }  // namespace
 
@@ -70,7 +69,6 @@ void Data::ReadChunks(uint64_t offset, char* to, size_t size) const {
     const unsigned format = inode_.chunk_format;
     if ((format & ~kChunkKnown) != 0) Fail("unknown format of chunks");
     const unsigned bits = inodes_.head().block_bits + (format & kChunkBits);
-    if (bits > kMostChunkBits) Fail("size of chunks");
     const bool is_long = (format & kChunkIndexes) != 0;
     const bool has_high = is_long && (format & kChunk48Bit) != 0;
     const uint64_t width = is_long ? 8 : 4;
