@@ -40,4 +40,10 @@ inline constexpr uint64_t kArchiveMember = uint64_t{16} << 30;    // one member,
 inline constexpr uint64_t kSpool = uint64_t{8} << 30;             // unpacked by a reader, in bytes
 inline constexpr uint64_t kPayloadManifest = uint64_t{16} << 20;  // in bytes
 
+// What is read of a phone.
+inline constexpr size_t kPhone = size_t{512} << 20;  // a bug report, unpacked too, in bytes
+inline constexpr size_t kPhoneProperties = size_t{16} << 20;  // the properties in it, in bytes
+inline constexpr size_t kPhoneFiles = 100'000;                // of a directory, a property each
+inline constexpr size_t kPhoneValue = size_t{64} << 10;       // such a file, in bytes
+
 }  // namespace limits

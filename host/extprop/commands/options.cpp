@@ -3,8 +3,9 @@
 #include <algorithm>
 
 #include "boot/installing_service.h"
+#include "commands/command.h"
 #include "device/legal.h"
-#include "device/property_text.h"
+#include "device/phone.h"
 #include "input_error.h"
 
 namespace extprop {
@@ -34,8 +35,9 @@ void AddBootOptions(CommandLine* line, BootArguments* arguments) {
     line->AddOption("--set", "NAME=VALUE", &arguments->settings,
                     "Set a system property before the first step");
     line->AddOption("--props", "FILE", &arguments->property_files,
-                    "Set the properties in FILE, a property file or getprop's output, before "
-                    "those of --set");
+                    "Set the properties in FILE before those of --set: a property file, getprop's "
+                    "output, a bug report or the persistent properties' store; - is standard "
+                    "input");
     line->AddOption("--brand", "NAME", &arguments->brand, "What if the device were of this brand");
     line->AddOption("--region", "CODE", &arguments->region, "What if it were of this region");
     line->AddOption("--nv", "KEY", &arguments->nv_key,
@@ -84,7 +86,9 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
         if (options.names_no_steps) plan.steps.push_back(ParseStep(step));
     }
     for (const std::string& file : arguments.property_files) {
-        for (const auto& [name, value] : ReadProperties(file)) {
+        const Phone phone = ReadPhone(file);
+        PrintNotes(phone.notes);
+        for (const auto& [name, value] : phone.properties) {
             AddProperty(file, name, value, &plan.properties);
         }
     }

@@ -18,11 +18,6 @@ bool CanBeValue(const std::string& text);
 // Splits "NAME=VALUE". Throws InputError if there is no "=" or no name before it.
 std::pair<std::string, std::string> ParseSetting(const std::string& text);
 
-// Reads the file at `path`, in property-file form without imports or in the "[name]: [value]" form
-// that getprop prints, where a value may run over several lines. A later value of a name replaces
-// an earlier one. Throws InputError naming the file and the line at fault.
-PropertyMap ReadProperties(const std::string& path);
-
 // Prints "[name]: [value]\n" for each property, byte for byte unless it is for a terminal.
 void PrintProperties(const PropertyMap& properties, bool for_terminal, std::ostream& out);
 

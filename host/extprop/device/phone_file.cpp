@@ -1,0 +1,61 @@
+// Reads the files and directories that people have from a phone; phone.cpp knows what is in them.
+
+#include <android-base/strings.h>
+
+#include "../../budget.h"
+#include "device/inside.h"
+#include "device/legal.h"
+#include "device/phone.h"
+#include "device/phone_zip.h"
+#include "input_error.h"
+#include "named_file.h"
+
+namespace extprop {
+
+namespace {
+
+using android::base::StartsWith;
+
+// The store as init keeps it in its directory, where there are no files of the older form then.
+constexpr char kStore[] = "persistent_properties";
+
+Phone ReadFile(const std::string& path) {
+    const std::string content = ReadInput(path, "", limits::kPhone);
+    constexpr std::string_view kZip = "PK\3\4";
+    return PhoneOf(path, StartsWith(content, kZip) ? UnpackBugReport(path, content) : content);
+}
+
+Phone ReadDirectory(const std::string& path) {
+    Phone phone;
+    phone.only_persistent = true;
+    for (const Entry& entry : EntriesIn(path)) {
+        const std::string file = path + "/" + entry.name;
+        if (entry.name == kStore) return ReadFile(file);
+        if (StartsWith(entry.name, ".")) continue;  // one that init had not finished
+        if (!IsPersistent(entry.name) || !IsRegular(file)) {
+            throw InputError(path + ": '" + entry.name +
+                             "' in it is no persistent property's file, as all are in a phone's "
+                             "/data/property");
+        }
+        if (phone.properties.size() == limits::kPhoneFiles) {
+            throw InputError(path + ": more than " + std::to_string(limits::kPhoneFiles) +
+                             " files");
+        }
+        phone.properties[entry.name] = ReadInput(file, path, limits::kPhoneValue);
+    }
+    if (phone.properties.empty()) {
+        throw InputError(path +
+                         ": it has no persistent properties, as a phone's /data/property "
+                         "has");
+    }
+    return phone;
+}
+
+}  // namespace
+
+Phone ReadPhone(const std::string& path) {
+    if (path == "-") return ReadFile("/dev/stdin");
+    return IsDirectory(path) ? ReadDirectory(path) : ReadFile(path);
+}
+
+}  // namespace extprop
