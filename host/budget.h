@@ -9,6 +9,7 @@
 namespace limits {
 
 // Images.
+inline constexpr uint64_t kImageBytes = uint64_t{64} << 30;      // read of one image in all
 inline constexpr uint64_t kImageFile = uint64_t{1} << 30;        // one file of an image, in bytes
 inline constexpr uint64_t kImageDirectory = uint64_t{32} << 20;  // a directory's data, in bytes
 inline constexpr size_t kImageNames = 200'000;                   // in one directory

@@ -137,6 +137,7 @@ class Ext4 : public FileSystem {
     Inode ReadInode(uint64_t node, mode_t type, const char* what) const;
     std::string InlineContent(const Inode& inode) const;
     uint64_t BlockOf(const Inode& inode, uint64_t block) const;
+    void ReadBytesOf(const Inode& inode, uint64_t offset, char* to, size_t size) const;
     std::string Content(const Inode& inode, uint64_t offset, size_t size) const;
     void AddNames(const Inode& directory, std::string_view entries, bool is_start,
                   std::vector<Name>* names) const;
@@ -247,6 +248,12 @@ uint64_t Ext4::BlockOf(const Inode& inode, uint64_t block) const {
     return place;
 }
 
+void Ext4::ReadBytesOf(const Inode& inode, uint64_t offset, char* to, size_t size) const try {
+    static_cast<const Channel*>(fs_->io)->source->Read(offset, to, size);
+} catch (const Damage& damage) {
+    FailIn(inode.number, damage.what());
+}
+
 // Returns bytes that lie within the size.
 std::string Ext4::Content(const Inode& inode, uint64_t offset, size_t size) const {
     if ((inode.raw.i_flags & EXT4_INLINE_DATA_FL) != 0) {
@@ -271,10 +278,7 @@ std::string Ext4::Content(const Inode& inode, uint64_t offset, size_t size) cons
             if (BlockOf(inode, first + i) != (place == 0 ? 0 : place + i)) break;
         }
         const size_t part = std::min<uint64_t>(end - inside, size - done);
-        if (place != 0) {
-            const auto* channel = static_cast<const Channel*>(fs_->io);
-            channel->source->Read(place * block_size + inside, &content[done], part);
-        }
+        if (place != 0) ReadBytesOf(inode, place * block_size + inside, &content[done], part);
         done += part;
     }
     return content;

@@ -76,9 +76,6 @@ class Parser {
     std::string_view rest_;
 };
 
-// Answers over the control socket's channels as long as anybody can ask. Never returns.
-[[noreturn]] void Serve(int image, int control, char slot);
-
 // How Serve() ends if the process cannot be confined.
 inline constexpr int kNotConfined = 126;
 

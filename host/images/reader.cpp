@@ -60,7 +60,7 @@ struct Connection {
 
 class Reader::Process {
   public:
-    Process(unique_fd image, char slot);
+    Process(unique_fd image, char slot, ServeFunction* serve);
     ~Process();
     Process& operator=(Process&&) = delete;
 
@@ -84,7 +84,7 @@ class Reader::Process {
     mutable std::atomic<Connection*> connection_{nullptr};
 };
 
-Reader::Process::Process(unique_fd image, char slot) : starter_(getpid()) {
+Reader::Process::Process(unique_fd image, char slot, ServeFunction* serve) : starter_(getpid()) {
     if (!filter::IsPossible()) {
         throw std::runtime_error(
                 "images cannot be read: the kernel has no filters for system "
@@ -97,7 +97,10 @@ Reader::Process::Process(unique_fd image, char slot) : starter_(getpid()) {
     control_.reset(ends[0]);
     const unique_fd other(ends[1]);
     pid_ = fork();
-    if (pid_ == 0) Serve(image.get(), other.get(), slot);
+    if (pid_ == 0) {
+        serve(image.get(), other.get(), slot);
+        _exit(0);
+    }
     if (pid_ == -1) {
         throw std::runtime_error(std::string("images cannot be read: ") + strerror(errno));
     }
@@ -313,8 +316,8 @@ class Remote : public FileSystem {
 
 }  // namespace
 
-Reader::Reader(unique_fd image, char slot)
-        : process_(std::make_shared<Process>(std::move(image), slot)) {
+Reader::Reader(unique_fd image, char slot, ServeFunction* serve)
+        : process_(std::make_shared<Process>(std::move(image), slot, serve)) {
     constexpr uint64_t kMostName = 36;
     const std::string answer =
             process_->AskAll(Question::kVolumes, 0, 0, limits::kSuperPartitions * (kMostName + 16));

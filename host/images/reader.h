@@ -17,12 +17,17 @@
 
 namespace images {
 
+// Answers whoever asks over the control socket, as long as anybody can. Never returns.
+using ServeFunction = void(int image, int control, char slot);
+ServeFunction Serve;
+
 class Reader {
   public:
     // Starts the process over an open regular file or block device, which may be an Android sparse
-    // image. `slot`, 'a' or 'b', chooses the metadata of a super image. Throws Damage if the image
-    // cannot be used, std::runtime_error if there can be no such process.
-    Reader(android::base::unique_fd image, char slot);
+    // image. `slot`, 'a' or 'b', chooses the metadata of a super image; `serve` is what the process
+    // does. Throws Damage if the image cannot be used, std::runtime_error if there can be no such
+    // process.
+    Reader(android::base::unique_fd image, char slot, ServeFunction* serve = Serve);
     ~Reader();
     Reader& operator=(Reader&&) = delete;
 

@@ -18,6 +18,7 @@
 #include "../budget.h"
 #include "confine.h"
 #include "protocol.h"
+#include "reader.h"
 #include "sources.h"
 #include "super.h"
 

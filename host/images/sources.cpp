@@ -52,6 +52,10 @@ FileSource::FileSource(int fd) : fd_(fd) {
 
 void FileSource::Read(uint64_t offset, void* to, size_t size) const {
     if (!IsWithin(offset, size, size_)) throw Damage("truncated");
+    if (size > limits::kImageBytes - read_) {
+        throw Damage("more than " + std::to_string(limits::kImageBytes) + " bytes read in all");
+    }
+    read_ += size;
     for (size_t done = 0; done < size;) {
         const ssize_t n = pread(fd_, static_cast<char*>(to) + done, size - done,
                                 static_cast<off_t>(offset + done));

@@ -23,6 +23,7 @@ class FileSource : public Source {
   private:
     int fd_;
     uint64_t size_;
+    mutable uint64_t read_ = 0;
 };
 
 // Parts of another source and repeated words, in a row.
