@@ -17,8 +17,10 @@ for target in "${targets[@]}"; do
     name=$(basename "$target")
     echo "== $name"
     mkdir -p "build/corpus/$name" "fuzz/seeds/$name"
-    length=512
-    [ "$name" != erofs_fuzz ] || length=8192
+    # As long as the longest seed and half as much again.
+    longest=$(find "fuzz/seeds/$name" -type f -printf '%s\n' | sort -n | tail -n 1)
+    length=$((${longest:-0} * 3 / 2))
+    [ $length -ge 512 ] || length=512
     "$target" -max_total_time=$(($1 * 60 / ${#targets[@]})) -max_len=$length -dict=fuzz/device.dict \
         -artifact_prefix=build/corpus/ "build/corpus/$name" "fuzz/seeds/$name" 2>&1 |
         grep -E "^Done|differs|ERROR|SUMMARY|Test unit|units_per_sec"
