@@ -365,11 +365,11 @@ std::vector<Case> Cases(unsigned bits) {
 
 TEST(ErofsTest, ReadsWhatIsWrittenByHand) {
     for (unsigned bits = 9; bits <= 16; ++bits) {
-        for (const auto& [name, image, content] : Cases(bits)) {
-            SCOPED_TRACE(name + (" in blocks of " + std::to_string(image.block())));
+        for (const Case& written : Cases(bits)) {
+            SCOPED_TRACE(written.name + (" in blocks of 2^" + std::to_string(bits)));
             Tree tree;
-            EXPECT_EQ(DamageOf([&] { tree = Walk(image.Write()); }), "");
-            EXPECT_TRUE(tree["/file"].content == content);
+            EXPECT_EQ(DamageOf([&] { tree = Walk(written.image.Write()); }), "");
+            EXPECT_TRUE(tree["/file"].content == written.content);
         }
     }
 }
