@@ -27,7 +27,7 @@ _extprop() {
         return
     fi
     case $prev in
-        --props | --html | --sarif | --merge | --junit)
+        --props | --html | --sarif | --merge | --junit | --code-quality | --baseline | --write-baseline)
             _filedir
             return
             ;;
@@ -44,7 +44,15 @@ _extprop() {
             mapfile -t COMPREPLY < <(compgen -W "brand region nv sim-first sim-current channel region-key" -- "$cur")
             return
             ;;
-        --set | --brand | --region | --nv | --edit | --timeout | --only | --except | --jobs | --shard)
+        --source-root)
+            _filedir -d
+            return
+            ;;
+        --explain)
+            mapfile -t COMPREPLY < <(compgen -W "all $(extprop lint --explain all | sed -n 's/^## //p')" -- "$cur")
+            return
+            ;;
+        --category | --set | --brand | --region | --nv | --edit | --timeout | --only | --except | --jobs | --shard)
             return
             ;;
     esac
@@ -57,7 +65,8 @@ _extprop() {
         [diff]="$boot --json --a --b --help"
         [matrix]="$boot --over --only --except --jobs --list --shard --merge --json --html --help"
         [check]="$boot --jobs --record --json --junit --help"
-        [lint]="--slot --json --sarif --help"
+        [lint]="--slot --json --sarif --category --code-quality --source-root --baseline --write-baseline
+            --explain --help"
     )
     local command=${words[1]}
     if [[ $cur == -* ]]; then
@@ -69,7 +78,8 @@ _extprop() {
     for ((i = 2; i < cword; ++i)); do
         case ${words[i]} in
             --set | --props | --brand | --region | --nv | --edit | --slot | --request | --timeout | --html | --sarif | \
-                --over | --only | --except | --jobs | --shard | --merge | --junit)
+                --over | --only | --except | --jobs | --shard | --merge | --junit | --category | --code-quality | \
+                --source-root | --baseline | --write-baseline | --explain)
                 ((++i))
                 ;;
             -*) ;;

@@ -247,7 +247,7 @@ TEST_F(ExtpropTest, FilesInImagesAreThoseOfTheSlotAndSayWhereTheyLie) {
 
     const Output lint = Run("lint --slot b" + device);
     EXPECT_THAT(lint.out, HasSubstr(shown + ":2: error: "));
-    EXPECT_THAT(lint.out, HasSubstr("[no-equals] (/build.prop in my_region_b.img)\n"));
+    EXPECT_THAT(lint.out, HasSubstr("(/build.prop in my_region_b.img) [no-equals]\n"));
     EXPECT_EQ(lint.err,
               "extprop: note: " + Path("/d/my_region_a.img") + ": of the other slot, not read\n");
     EXPECT_EQ(json::parse(Run("lint --json --slot b" + device).out)["findings"][0]["image"], place);

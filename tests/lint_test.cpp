@@ -6,12 +6,18 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "input_error.h"
+#include "lint/baseline.h"
+#include "lint/rule_table.h"
+#include "output/code_quality.h"
+#include "output/json.h"
 #include "output/sarif.h"
 
 namespace {
@@ -20,7 +26,9 @@ namespace fs = std::filesystem;
 using extprop::Finding;
 using extprop::Lint;
 using extprop::Severity;
+using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 using Lines = std::vector<std::string>;
@@ -88,6 +96,7 @@ TEST_F(LintTest, FaultySampleHasEachFaultOnce) {
                             "/mnt/vendor/my_product/build.prop:13: error [illegal-name]",
                             "/mnt/vendor/my_product/build.prop:15: error [value-too-long]",
                             "/mnt/vendor/my_product/build.prop:18: warning [duplicate-name]",
+                            "/mnt/vendor/my_product/build.prop:22: warning [unused-allowance]",
                             "/mnt/vendor/my_regiom:1: error [misspelt-partition]",
                             "/mnt/vendor/my_stock/build.prop:2: error [idle-filter]",
                             "/mnt/vendor/my_stock/build.prop:4: warning [import-multiplies]",
@@ -402,13 +411,6 @@ TEST_F(LintTest, FindingsAreSafeToPrint) {
     const Finding finding{"a\nb", 7, Severity::kError, "no-equals", "it's \x1b[2J\r\x7f \xc3\xbc"};
     EXPECT_EQ(FindingText(finding),
               "a\\x0ab:7: error: it's \\x1b[2J\\x0d\\x7f \xc3\xbc [no-equals]");
-    EXPECT_EQ(extprop::FindingsJson({finding}),
-              nlohmann::json::array({{{"file", "a\nb"},
-                                      {"line", 7},
-                                      {"severity", "error"},
-                                      {"identifier", "no-equals"},
-                                      {"message", finding.message},
-                                      {"image", nullptr}}}));
     // A long line is not repeated in full, nor cut within a character.
     Write("/odm/build.prop", std::string(59, 'x') + "\xc3\xbc" + std::string(1000, 'x'));
     EXPECT_THAT(Lint(directory_.path).at(0).message, HasSubstr(std::string(59, 'x') + "...'"));
@@ -424,47 +426,234 @@ TEST_F(LintTest, WhatIsNoDeviceIsAnError) {
     EXPECT_EQ(Lint(directory_.path)[0].severity, Severity::kError);
 }
 
-TEST(SarifTest, NamesRulesAndPlaces) {
-    const Finding finding{"a phone/odm/\xc3\xbc b\xff", 7, Severity::kWarning, "crlf", "\xff"};
-    const auto log = extprop::SarifLog(
-            "a phone//", {finding, {"a phone", 1, Severity::kError, "no-device", ""}});
-    EXPECT_EQ(log["version"], "2.1.0");
-    const auto& run = log["runs"].at(0);
-    const auto result = [](const char* rule, const char* level, const char* text, const char* uri,
-                           int line) {
-        return nlohmann::json{
-                {"ruleId", rule},
-                {"level", level},
-                {"message", {{"text", text}}},
-                {"locations",
-                 {{{"physicalLocation",
-                    {{"artifactLocation", {{"uri", uri}}}, {"region", {{"startLine", line}}}}}}}}};
-    };
-    EXPECT_EQ(run["results"],
-              (nlohmann::json{result("crlf", "warning", "\xff", "odm/%C3%BC%20b%FF", 7),
-                              result("no-device", "error", "", ".", 1)}));
-    const auto& driver = run["tool"]["driver"];
-    EXPECT_EQ(driver["name"], "extprop");
+// Makes the files of a rule's example; docs/lint.md tells how they are written.
+class ExampleTest : public LintTest {
+  protected:
+    void Make(const std::string& example) const {
+        std::string path, content;
+        const auto finish = [&] {
+            if (!path.empty()) MakeOne(path, content.empty() ? "ro.x=1\n" : content);
+            content.clear();
+        };
+        for (std::string line : android::base::Split(example, "\n")) {
+            if (line[0] == '/') {
+                finish();
+                path = line;
+                continue;
+            }
+            line = android::base::StringReplace(line.substr(4), "\\r", "\r", true);
+            line = android::base::StringReplace(line, "\\xfc", "\xfc", true);
+            content += android::base::StringReplace(line, "\\0", std::string(1, '\0'), true) + "\n";
+        }
+        finish();
+    }
 
-    // The manual has a line for each rule in the same words, and no other.
-    std::string manual;
-    ASSERT_TRUE(android::base::ReadFileToString(SAMPLES_DIR "/../docs/lint.md", &manual));
-    Lines rows, rules;
-    for (const std::string& line : android::base::Split(manual, "\n")) {
-        if (android::base::StartsWith(line, "| `")) rows.push_back(line);
+  private:
+    void MakeOne(const std::string& path, const std::string& content) const {
+        const size_t link = path.find(" -> "), size = path.find(", ");
+        if (path.back() == '/') {
+            fs::create_directories(Prepare(path));
+        } else if (link != std::string::npos) {
+            fs::create_symlink(path.substr(link + 4), Prepare(path.substr(0, link)));
+        } else {
+            Write(path.substr(0, size), content);
+            if (size == std::string::npos) return;
+            fs::resize_file(Prepare(path.substr(0, size)), std::stoull(path.substr(size + 2))
+                                                                   << 20);
+        }
     }
-    for (const auto& rule : driver["rules"]) {
-        std::string help = rule["help"]["markdown"];
-        rules.push_back("| `" + rule["id"].get<std::string>() + "` | " +
-                        rule["defaultConfiguration"]["level"].get<std::string>() + " | " +
-                        rule["shortDescription"]["text"].get<std::string>() + " | " + help + " |");
+};
+
+TEST_F(ExampleTest, BadOnesHaveTheFindingAndGoodOnesNone) {
+    for (const extprop::Rule& rule : extprop::kRules) {
+        Clear();
+        Make(rule.good);
+        EXPECT_EQ(Found(), Lines{}) << rule.identifier;
+        Clear();
+        Make(rule.bad);
+        EXPECT_THAT(Found(), Contains(EndsWith(std::string(" ") + rule.identifier)));
     }
-    EXPECT_EQ(rules.size(), rows.size());
-    for (size_t i = 0; i < std::min(rules.size(), rows.size()); ++i) {
-        // Where the manual has columns the help has sentences.
-        const size_t column = rows[i].rfind(" | ");
-        EXPECT_EQ(rows[i].replace(column, 3, ". ").insert(rows[i].size() - 2, "."), rules[i]);
+}
+
+TEST_F(LintTest, CommentsAllowFindings) {
+    const struct {
+        std::string content;
+        Lines found;  // or the error, after the path
+    } cases[] = {
+            {"\n# extprop: allow no-equals: an old parser needs it\nro.x 1\nro.y 1\n",
+             {"4 no-equals"}},
+            {"ro.x=1\n  #extprop:allow illegal-name , no-equals:x\r\nro.x 1\n",
+             {"2 crlf", "2 unused-allowance"}},
+            {"# extprop: allow no-equals: all of it\nro.x 1\n\nro.y 1\n", {}},
+            {"\n# extprop: allow no-equals: one\n# extprop: allow crlf: other\nro.x 1\r\n", {}},
+            {"\n# extprop: allow crlf: it is the line above that has one\nro.x=1\n",
+             {"2 unused-allowance"}},
+            {"ro.x=1\n# extprop: allow crlf: nothing follows", {"2 unused-allowance"}},
+            {"# extprop: allow symbolic-link: of the file, not of a line\n",
+             {"1 unused-allowance"}},
+            {"# extprop is a tool\n", {}},
+            {"\n# extprop: allow no-equal: x\n", {":2: there is no rule 'no-equal'; did you mean"}},
+            {"\n# extprop: allow crlf\n", {":2: expected '# extprop: allow RULE[, RULE]: reason'"}},
+            {"# extprop: allow crlf: \n", {":1: there is no reason"}},
+            {"# extprop: alow crlf: x\n", {":1: expected"}},
+            {"# extprop: allow unused-allowance: x\n", {":1: a comment that allows nothing"}},
+    };
+    for (const auto& test : cases) {
+        Write("/odm/build.prop", test.content);
+        const bool is_error = !test.found.empty() && test.found[0][0] == ':';
+        Lines expected;
+        for (const std::string& found : test.found) expected.push_back("/odm/build.prop:" + found);
+        try {
+            EXPECT_EQ(Found(), expected) << test.content;
+            EXPECT_FALSE(is_error) << test.content;
+        } catch (const extprop::InputError& error) {
+            ASSERT_TRUE(is_error) << error.what();
+            EXPECT_THAT(error.what(), HasSubstr(directory_.path + std::string("/odm/build.prop") +
+                                                test.found[0]));
+        }
     }
+    // What cannot be checked does not make a comment useless.
+    Write("/odm/build.prop", "# extprop: allow late-reference: x\n");
+    Write("/odm/etc/flags.prop", "import /odm/etc/flags.prop\n");
+    EXPECT_THAT(Found(), ElementsAre(":1 not-checked", "/odm/etc/flags.prop:1 import-cycle"));
+}
+
+TEST_F(LintTest, FingerprintsStayWhereLinesMove) {
+    const auto fingerprints = [&] {
+        std::map<std::string, std::string> found;
+        for (const Finding& finding : Lint(directory_.path)) {
+            EXPECT_TRUE(found.emplace(finding.fingerprint, finding.text).second);
+        }
+        return found;
+    };
+    Write("/odm/build.prop", "ro.x 1\nro.x 1\nro.y 1\n");
+    Write("/odm/etc/spare.prop", "ro.x=1\n");
+    const auto before = fingerprints();
+    ASSERT_EQ(before.size(), 4U);
+    Write("/odm/build.prop", "# new\nro.y 1\nro.x=1\n  ro.x 1\n\nro.x 1\n");
+    Write("/odm/etc/spare.prop", "ro.other=1\n");
+    EXPECT_EQ(fingerprints(), before);
+
+    const std::string path = Prepare("/baseline.json");
+    Write("/baseline.json", extprop::BaselineText(Lint(directory_.path)));
+    Write("/odm/build.prop", "ro.x 1\nro.z 1\n");
+    extprop::LintReport report;
+    report.findings = Lint(directory_.path);
+    const auto known =
+            extprop::TakeKnown(extprop::ReadBaseline(path, ""), &report.findings, &report);
+    EXPECT_EQ(known.size(), 2U);
+    EXPECT_EQ(report.known, 2U);
+    ASSERT_EQ(report.findings.size(), 1U);
+    EXPECT_EQ(report.findings[0].text, "ro.z 1");
+    ASSERT_EQ(report.fixed.size(), 2U);
+    EXPECT_EQ(report.fixed[0].text + report.fixed[1].text, "ro.y 1ro.x 1");
+    EXPECT_EQ(report.fixed[0].line, 2);
+
+    const struct {
+        const char* content;
+        const char* error;
+    } mistakes[] = {
+            {"", ":1: this is no JSON"},
+            {"{\n\"a\": [,]}", ":2: this is no JSON"},
+            {"[]", ":1: this is no baseline"},
+            {"{\n\"format\": 2, \"findings\": []}", ":2: this baseline has the format 2"},
+            {"{\"format\": 1}", ":1: there is no list"},
+            {"{\"findings\": [\n{\"path\": 1}], \"format\": 1}", ":2: this is no finding"},
+    };
+    for (const auto& mistake : mistakes) {
+        Write("/baseline.json", mistake.content);
+        try {
+            extprop::ReadBaseline(path, "");
+            ADD_FAILURE() << mistake.content;
+        } catch (const extprop::InputError& error) {
+            EXPECT_THAT(error.what(), HasSubstr(path + mistake.error));
+        }
+    }
+}
+
+TEST_F(LintTest, OneReasonIsToldOnce) {
+    Write("/odm/build.prop", "import /none\nimport /none\nro.x 1\nro.x 1\nro.x \xfc\nro.y \xfc\n");
+    Write("/mnt/vendor/my_stock/build.prop", "ro.x 1\nimport /none\n");
+    Lines found;
+    for (const Finding& finding : Grouped(Lint(directory_.path))) {
+        found.push_back(finding.path + ":" + std::to_string(finding.line) + " " +
+                        finding.identifier + MessageText(finding).substr(finding.message.size()));
+    }
+    EXPECT_THAT(found,
+                ElementsAre("/mnt/vendor/my_stock/build.prop:1 no-equals",
+                            "/mnt/vendor/my_stock/build.prop:2 missing-import (3 times; also "
+                            "in /odm/build.prop:1, /odm/build.prop:2)",
+                            "/odm/build.prop:3 no-equals (2 times; also in line 4)",
+                            "/odm/build.prop:5 not-utf8 (2 times; also in line 6)"));
+}
+
+// What services get of findings.
+class ReportTest : public LintTest {
+  protected:
+    Finding Of(const std::string& path, int line, const char* rule, const std::string& message) {
+        Finding finding{directory_.path + path, line, extprop::RuleNamed(rule).severity, rule,
+                        message};
+        finding.path = path;
+        finding.fingerprint = "f:1";
+        return finding;
+    }
+};
+
+TEST_F(ReportTest, FilesAreNamedFromTheWorkTree) {
+    const std::string device = fs::canonical(directory_.path).string() + "/a tree/a:b";
+    fs::create_directories(device + "/odm");
+    const auto file = [&](const std::string& path, const extprop::SourceRoot& root) {
+        const auto log = SarifLog({Of(path, 7, "crlf", "")}, root, "");
+        return log["runs"][0]["results"][0]["locations"][0]["physicalLocation"]["artifactLocation"];
+    };
+    const auto expected = [](const char* uri, const char* base) {
+        return nlohmann::json{{"uri", uri}, {"uriBaseId", base}};
+    };
+    // The temporary directory lies in no work tree, one hopes.
+    const extprop::SourceRoot none(device);
+    EXPECT_EQ(file("/odm/\xc3\xbc b\xff", none), expected("odm/%C3%BC%20b%FF", "DEVICE"));
+    EXPECT_EQ(file("", none), expected(".", "DEVICE"));
+    const auto log = SarifLog({}, none, "");
+    EXPECT_EQ(log["runs"][0]["originalUriBaseIds"]["DEVICE"]["uri"],
+              "file://" + extprop::UriOf(device) + "/");
+
+    std::ofstream(Prepare("/a tree/.git")) << "gitdir: elsewhere\n";
+    const extprop::SourceRoot tree(device + "//");
+    EXPECT_EQ(file("/odm/x", tree), expected("a%3Ab/odm/x", "%SRCROOT%"));
+    EXPECT_EQ(file("", tree), expected("a%3Ab", "%SRCROOT%"));
+    const extprop::SourceRoot above(device, directory_.path);
+    EXPECT_EQ(file("/odm/x", above), expected("a%20tree/a%3Ab/odm/x", "%SRCROOT%"));
+    EXPECT_THROW(extprop::SourceRoot(device, device + "/odm"), extprop::InputError);
+
+    const auto report = CodeQualityReport({Of("/odm/x y", 7, "crlf", "a\nb")}, tree);
+    const nlohmann::json found = {
+            {"check_name", "crlf"},
+            {"description", "a\\x0ab"},
+            {"severity", "minor"},
+            {"fingerprint", report[0]["fingerprint"]},
+            {"location", {{"path", "a:b/odm/x y"}, {"lines", {{"begin", 7}}}}}};
+    EXPECT_EQ(report, nlohmann::json::array({found}));
+    const auto same_elsewhere = CodeQualityReport({Of("/odm/x y", 7, "crlf", "")}, above);
+    EXPECT_NE(report[0]["fingerprint"], same_elsewhere[0]["fingerprint"]);
+}
+
+TEST_F(ReportTest, SarifTellsErrorsFirstAndWhatItLeavesOut) {
+    std::vector<Finding> findings(4999, Of("/w", 1, "crlf", "[a](http://b)"));
+    findings.push_back(Of("/e", 1, "no-equals", ""));
+    const extprop::SourceRoot root(directory_.path);
+    const auto run = [&] { return SarifLog(findings, root, "phones")["runs"][0]; };
+    const auto all = run();
+    EXPECT_EQ(all["results"][0]["message"]["text"], "[a\\](http://b)");
+    EXPECT_EQ(all["results"].size(), 5000U);
+    EXPECT_EQ(all["automationDetails"]["id"], "phones/");
+    EXPECT_FALSE(all["invocations"][0].contains("toolExecutionNotifications"));
+    findings.push_back(Of("/e", 1, "no-equals", ""));
+    const auto less = run();
+    EXPECT_EQ(less["results"].size(), 5000U);
+    EXPECT_EQ(less["results"][1]["ruleId"], "no-equals");
+    const auto& notification = less["invocations"][0]["toolExecutionNotifications"][0];
+    EXPECT_THAT(std::string(notification["message"]["text"]),
+                HasSubstr(": 0 errors and 1 warning "));
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "input_error.h"
 #include "nearest.h"
 #include "output/tell.h"
+#include "product.h"
 
 namespace {
 
@@ -64,7 +65,7 @@ ExitStatus Run(const std::vector<std::string>& words) {
     CommandLine line("extprop",
                      "Shows on a workstation what libtesvoextproperty will do on a phone, and "
                      "why.");
-    line.AddVersion("extprop " EXTPROP_VERSION);
+    line.AddVersion(std::string("extprop ") + kVersion);
     line.AddFooter(kExamples);
     for (const Command& command : kCommands) line.AddCommand(command.name, command.summary);
     line.Parse(words);

@@ -31,6 +31,12 @@ void CommandLine::AddArgument(const char* name, std::string* value, const std::s
     parser_->add_option(name, *value, help)->required();
 }
 
+void CommandLine::AddArgument(const char* name, std::optional<std::string>* value,
+                              const std::string& help) {
+    parser_->add_option_function<std::string>(
+            name, [value](const std::string& given) { *value = given; }, help);
+}
+
 void CommandLine::AddArguments(const char* name, std::vector<std::string>* values,
                                const std::string& help, bool one_at_least) {
     parser_->add_option(name, *values, help)->required(one_at_least);

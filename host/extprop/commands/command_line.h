@@ -20,6 +20,8 @@ class CommandLine {
 
     // A word that belongs to no option, which there must be.
     void AddArgument(const char* name, std::string* value, const std::string& help);
+    // One that may be left out.
+    void AddArgument(const char* name, std::optional<std::string>* value, const std::string& help);
     // All other words that belong to no option.
     void AddArguments(const char* name, std::vector<std::string>* values, const std::string& help,
                       bool one_at_least = false);

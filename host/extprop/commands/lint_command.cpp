@@ -1,49 +1,152 @@
+#include <algorithm>
 #include <iostream>
+#include <optional>
 
-#include <nlohmann/json.hpp>
+#include <android-base/strings.h>
 
 #include "commands/command.h"
 #include "commands/options.h"
+#include "input_error.h"
+#include "lint/baseline.h"
 #include "lint/lint.h"
+#include "lint/rule_table.h"
 #include "named_file.h"
+#include "nearest.h"
+#include "output/code_quality.h"
 #include "output/json.h"
+#include "output/printable.h"
 #include "output/sarif.h"
+#include "output/source_root.h"
 
 namespace extprop {
 
-ExitStatus RunLint(const Command& command, const std::vector<std::string>& words) {
-    constexpr int kFindingsFormat = 1;
+namespace {
+
+struct Arguments {
     std::string device;
-    std::string sarif;
     std::string slot;
+    std::string sarif;
+    std::string category;
+    std::string code_quality;
+    std::string source_root;
+    std::string baseline;
+    std::string new_baseline;
+    std::string explained;
     bool json = false;
+};
 
+// Prints what is known of the rule of that name, or of all.
+ExitStatus ExplainRules(const std::string& identifier) {
+    constexpr char kAll[] = "all";
+    constexpr size_t kNear = 3;
+    std::vector<std::string> sections, known;
+    for (const Rule& rule : kRules) {
+        known.emplace_back(rule.identifier);
+        if (identifier == rule.identifier || identifier == kAll) {
+            sections.push_back(RuleSection(rule));
+        }
+    }
+    if (sections.empty()) {
+        throw InputError("lint --explain: there is no rule " + Quoted(identifier) +
+                         Meant(Nearest(identifier, known, kNear)));
+    }
+    std::cout << android::base::Join(sections, "\n");
+    return kDone;
+}
+
+void WriteReports(const std::vector<Finding>& findings, const Arguments& arguments) {
+    if (arguments.sarif.empty() && arguments.code_quality.empty()) return;
+    const SourceRoot root = arguments.source_root.empty()
+                                    ? SourceRoot(arguments.device)
+                                    : SourceRoot(arguments.device, arguments.source_root);
+    if (!arguments.sarif.empty()) {
+        WriteOutput(arguments.sarif, arguments.device,
+                    JsonText(SarifLog(findings, root, arguments.category)));
+    }
+    if (!arguments.code_quality.empty()) {
+        WriteOutput(arguments.code_quality, arguments.device,
+                    JsonText(CodeQualityReport(findings, root)));
+    }
+}
+
+void Print(const LintReport& report, const Arguments& arguments) {
+    for (const Finding& finding : report.findings) std::cout << FindingText(finding) << "\n";
+    Text text;
+    for (const KnownFinding& fixed : report.fixed) {
+        text << arguments.baseline << ":" << fixed.line << ": note: " << fixed.path << " has no "
+             << fixed.identifier;
+        if (!fixed.text.empty()) text << " in " << QuotedShort(fixed.text);
+        text << " any more; --write-baseline takes it out of here\n";
+    }
+    const std::string& baseline =
+            arguments.baseline.empty() ? arguments.new_baseline : arguments.baseline;
+    if (!baseline.empty()) {
+        text << Count(report.known, "known finding", "known findings") << " in " << baseline
+             << "\n";
+    }
+    std::cout << text.string();
+}
+
+}  // namespace
+
+ExitStatus RunLint(const Command& command, const std::vector<std::string>& words) {
+    Arguments arguments;
     CommandLine line = LineOf(command);
+    std::optional<std::string> device;
     line.AddArgument("DEVICE", &device, "Directory that looks like the device's root");
-    AddSlotOption(&line, &slot);
-    line.AddFlag("--json", &json, "Print one JSON document");
-    line.AddOption("--sarif", "FILE", &sarif,
+    AddSlotOption(&line, &arguments.slot);
+    line.AddFlag("--json", &arguments.json, "Print one JSON document");
+    line.AddOption("--sarif", "FILE", &arguments.sarif,
                    "Write the findings to FILE for code-scanning services");
+    line.AddOption("--category", "NAME", &arguments.category,
+                   "What the service calls this run, to keep those over several devices apart");
+    line.AddOption("--code-quality", "FILE", &arguments.code_quality,
+                   "Write the findings to FILE for services that compare the quality of code");
+    line.AddOption("--source-root", "DIR", &arguments.source_root,
+                   "Name files from DIR in what is written for services (default: the root of "
+                   "the work tree that DEVICE lies in, or else DEVICE)");
+    line.AddOption("--baseline", "FILE", &arguments.baseline,
+                   "Only count the findings that stand in FILE, and tell which do no more");
+    line.AddOption("--write-baseline", "FILE", &arguments.new_baseline,
+                   "Write to FILE what is found now, which is not told then; with --baseline only "
+                   "what stands there too");
+    line.AddOption("--explain", "RULE", &arguments.explained,
+                   "Say why RULE hurts and how to mend it, with examples, and look at no DEVICE; "
+                   "all explains every rule");
     line.AddFooter(
-            "Exit status: 0 no errors; 1 errors found, such as a DEVICE that is no device's root; "
-            "2 bad\ninput.\n");
+            "Exit status: 0 no errors but those of the baseline; 1 errors found, such as a DEVICE "
+            "that is no\ndevice's root; 2 bad input.\n");
     if (!line.Parse(words)) return kDone;
+    if (!arguments.explained.empty()) return ExplainRules(arguments.explained);
+    if (!device) throw InputError("lint: no DEVICE is given");
+    arguments.device = *device;
 
-    std::vector<std::string> notes;
-    const std::vector<Finding> findings = Lint(device, slot[0], &notes);
-    PrintNotes(notes);
-    if (json) {
-        PrintJson({{"format", kFindingsFormat},
-                   {"notes", notes},
-                   {"findings", FindingsJson(findings)}});
+    std::vector<KnownFinding> baseline;
+    if (!arguments.baseline.empty()) baseline = ReadBaseline(arguments.baseline, arguments.device);
+    LintReport report;
+    std::vector<Finding> findings = Lint(arguments.device, arguments.slot[0], &report.notes);
+    PrintNotes(report.notes);
+    std::vector<Finding> known;
+    if (!arguments.baseline.empty()) {
+        known = TakeKnown(baseline, &findings, &report);
+    } else if (!arguments.new_baseline.empty()) {
+        known.swap(findings);
+        report.known = known.size();
     }
-    if (!sarif.empty()) WriteOutput(sarif, device, JsonText(SarifLog(device, findings)));
-    bool errors = false;
-    for (const Finding& finding : findings) {
-        if (!json) std::cout << FindingText(finding) << "\n";
-        errors |= finding.severity == Severity::kError;
+    if (!arguments.new_baseline.empty())
+        WriteOutput(arguments.new_baseline, arguments.device, BaselineText(known));
+    report.findings = Grouped(findings);
+
+    WriteReports(report.findings, arguments);
+    if (arguments.json) {
+        PrintJson(ToJson(report));
+    } else {
+        Print(report, arguments);
     }
-    return errors ? kFound : kDone;
+    const bool has_errors = std::any_of(
+            report.findings.begin(), report.findings.end(),
+            [](const Finding& finding) { return finding.severity == Severity::kError; });
+    return has_errors ? kFound : kDone;
 }
 
 }  // namespace extprop

@@ -34,7 +34,7 @@ constexpr struct {
 void CheckDeadPlaces(const std::vector<DeadPlace>& places, Findings* findings) {
     for (const DeadPlace& place : places) {
         for (const auto& known : kDeadRules) {
-            if (known.kind == place.kind) findings->Add(known.rule, place.path, 1, place.reason);
+            if (known.kind == place.kind) findings->Add(known.rule, place.path, place.reason);
         }
     }
 }
@@ -48,13 +48,13 @@ void CheckKeyFile(const PropertyFile& file, Findings* findings) {
     const bool takes_bare = file.use == FileUse::kKeyFile;
     if (takes_bare && file.content.find('=') == std::string::npos) {
         if (file.content.find_first_of("# \t\r\n") == std::string::npos) return;
-        findings->Add(kBareKey, file.path, 1,
+        findings->Add(kBareKey, file.path,
                       "without a line '" + std::string(fixed->property) +
                               "=KEY' the whole text is taken for the key, what stands besides it "
                               "and the line end too");
         return;
     }
-    int line_number = 1;
+    int line_number = 0;  // of a misspelt name
     std::string misspelt;
     for (const PropertyLine& line : file.lines) {
         if (line.kind == PropertyLine::kImport || line.name == fixed->property) return;

@@ -25,7 +25,6 @@ using android::base::StartsWith;
 using android::init::kSplashPartition;
 
 constexpr const Rule& kRomNeverMatches = RuleNamed("rom-never-matches");
-constexpr const Rule& kNotChecked = RuleNamed("not-checked");
 constexpr const Rule& kSkippedFile = RuleNamed("skipped-file");
 constexpr const Rule& kLogoTooLarge = RuleNamed("logo-too-large");
 
@@ -62,7 +61,7 @@ bool AnyPhoneGetsMarketName(const std::string& configuration) {
 }  // namespace
 
 void CheckDeviceName(const PropertyFile& file, Findings* findings) {
-    int rom_line = 1;
+    int rom_line = 0;
     for (const PropertyLine& line : file.lines) {
         // As the library looks it up: the first name that begins so.
         if (line.kind != PropertyLine::kProperty || !StartsWith(line.text, "ROM")) continue;
@@ -84,7 +83,7 @@ void CheckKeyDirectories(const std::vector<Place>& places, Findings* findings) {
         if (place.is_directory() || EndsWith(place.path, ".prop") || !IsOfSwitchKey(place.path)) {
             continue;
         }
-        findings->Add(kSkippedFile, place.path, 1,
+        findings->Add(kSkippedFile, place.path,
                       "a switch key's files are loaded only if their names end in '.prop'");
     }
 }
@@ -96,7 +95,7 @@ void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Findin
         const bool is_logo = EndsWith(place.path, "/media/logo/logo.img") ||
                              EndsWith(place.path, "/media/logo/logo.bin");
         if (!is_logo || place.status.st_size <= partition.status.st_size) continue;
-        findings->Add(kLogoTooLarge, place.path, 1,
+        findings->Add(kLogoTooLarge, place.path,
                       "the logo has " + std::to_string(place.status.st_size) +
                               " bytes, the splash partition " +
                               std::to_string(partition.status.st_size) + ", so it is never copied");

@@ -6,7 +6,6 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <tuple>
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
@@ -30,7 +29,6 @@ namespace {
 
 constexpr const Rule& kUnreadable = RuleNamed("unreadable");
 constexpr const Rule& kNotAFile = RuleNamed("not-a-file");
-constexpr const Rule& kNotChecked = RuleNamed("not-checked");
 constexpr const Rule& kNoDevice = RuleNamed("no-device");
 constexpr const Rule& kBinary = RuleNamed("binary");
 
@@ -44,10 +42,6 @@ class PropertiesKept {
   private:
     platform::PropertyMap properties_;
 };
-
-const char* SeverityName(Severity severity) {
-    return severity == Severity::kError ? "error" : "warning";
-}
 
 // Returns the device's files, or throws InputError if `device` is no directory that can be used.
 std::shared_ptr<sandbox::DeviceFiles> FilesOf(const std::string& device, char slot) {
@@ -69,7 +63,7 @@ std::optional<Survey> SurveyOf(const std::shared_ptr<sandbox::DeviceFiles>& file
     } catch (const std::runtime_error& error) {
         why = error.what();
     }
-    findings->Add(kNotChecked, "", 1, "it cannot be told which files no boot reads: " + why);
+    findings->Add(kNotChecked, "", "it cannot be told which files no boot reads: " + why);
     return std::nullopt;
 }
 
@@ -99,24 +93,11 @@ bool CheckDevice(const std::vector<Place>& places, Findings* findings) {
                                       : "this directory has nothing at any place where the library "
                                         "reads, so it is no device's root";
     if (!child.empty()) what += "; did you mean " + QuotedShort(child) + " in it?";
-    findings->Add(kNoDevice, "", 1, what);
+    findings->Add(kNoDevice, "", what);
     return false;
 }
 
 }  // namespace
-
-void Findings::Add(const Rule& rule, const std::string& path, int line,
-                   const std::string& message) {
-    findings_.push_back(
-            {device_ + path, line, rule.severity, rule.identifier, message, files_.ImageOf(path)});
-}
-
-std::vector<Finding> Findings::Take() {
-    std::stable_sort(findings_.begin(), findings_.end(), [](const Finding& a, const Finding& b) {
-        return std::tie(a.file, a.line) < std::tie(b.file, b.line);
-    });
-    return std::move(findings_);
-}
 
 void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,
                      Findings* findings) {
@@ -126,23 +107,24 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
     file.path = place.path;
     file.use = use;
     if (place.is_link()) {
-        findings->Add(kSymbolicLink, file.path, 1,
-                      "this is a symbolic link, which the loader refuses to open");
+        findings->Add(
+                kSymbolicLink, file.path,
+                QuotedShort(file.path) + " is a symbolic link, which the loader refuses to open");
         return;
     }
     if (!place.is_file()) {
-        findings->Add(kNotAFile, file.path, 1, "this has a property file's name but is no file");
+        findings->Add(kNotAFile, file.path, "this has a property file's name but is no file");
         return;
     }
     if (place.status.st_size > kMostBytes) {
-        findings->Add(kUnreadable, file.path, 1,
+        findings->Add(kUnreadable, file.path,
                       "this is larger than any property file and was not read; the loader would "
                       "take the whole of it into memory");
         return;
     }
     auto content = ReadFile(tree.Outside(file.path));
     if (!content.ok()) {
-        findings->Add(kUnreadable, file.path, 1, content.error().message());
+        findings->Add(kUnreadable, file.path, content.error().message());
         return;
     }
     if (const size_t zero = content->find('\0'); zero != std::string::npos) {
@@ -168,9 +150,9 @@ std::vector<Finding> Lint(const std::string& device, char slot, std::vector<std:
     std::vector<std::string> unreadable;
     const std::vector<Place> places = tree.All(&unreadable);
     for (const std::string& directory : unreadable) {
-        findings.Add(kUnreadable, directory, 1, "this directory cannot be read to its end");
+        findings.Add(kUnreadable, directory, "this directory cannot be read to its end");
     }
-    if (!CheckDevice(places, &findings)) return findings.Take();
+    if (!CheckDevice(places, &findings)) return findings.Take({});
     CheckKeyDirectories(places, &findings);
     CheckLogos(tree, places, &findings);
 
@@ -189,32 +171,9 @@ std::vector<Finding> Lint(const std::string& device, char slot, std::vector<std:
         CheckKeyFile(file, &findings);
         if (file.use == FileUse::kDeviceName) CheckDeviceName(file, &findings);
     }
+    ApplyAllowances(files, &findings);
     if (notes != nullptr) *notes = device_files->Notes();
-    return findings.Take();
-}
-
-std::string FindingText(const Finding& finding) {
-    Text text;
-    text << finding.file << ":" << finding.line << ": " << SeverityName(finding.severity) << ": "
-         << finding.message << " [" << finding.identifier << "]";
-    if (finding.image) text << " (" << Name(*finding.image) << ")";
-    return text.string();
-}
-
-nlohmann::json FindingsJson(const std::vector<Finding>& findings) {
-    nlohmann::json array = nlohmann::json::array();
-    for (const Finding& finding : findings) {
-        const auto& image = finding.image;
-        array.push_back(
-                {{"file", finding.file},
-                 {"line", finding.line},
-                 {"severity", SeverityName(finding.severity)},
-                 {"identifier", finding.identifier},
-                 {"message", finding.message},
-                 {"image", image ? nlohmann::json({{"file", image->image}, {"path", image->path}})
-                                 : nlohmann::json()}});
-    }
-    return array;
+    return findings.Take(files);
 }
 
 }  // namespace extprop

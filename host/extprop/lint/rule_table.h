@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "lint/lint.h"
@@ -14,158 +15,366 @@ struct Rule {
     const char* finds;  // these three in Markdown
     const char* why;
     const char* mend;
+    // Files of a device: a line for each path, and below it its lines, four blanks before each.
+    // "/" after a path is a directory, " -> " a link; ", 2 MiB" is a size. "\0", "\r" and "\xfc"
+    // stand for such bytes.
+    const char* bad;   // where the rule finds something
+    const char* good;  // where no rule finds anything
+    // Of one reason in whatever files it is found with the same message, not in each by itself.
+    bool is_across_files = false;
 };
 
 inline constexpr Rule kRules[] = {
         {"import-cycle", Severity::kError, "Imports that lead back to a file that they come from",
          "The loader recurses until the stack ends: the phone does not boot",
          "Remove the import at this line, or give it a filter, with which the imported file's own "
-         "imports are not followed"},
+         "imports are not followed",
+         R"(/odm/build.prop
+    import /odm/etc/radio.prop
+/odm/etc/radio.prop
+    ro.radio.tuning=wide
+    import /odm/build.prop)",
+         R"(/odm/build.prop
+    import /odm/etc/radio.prop
+/odm/etc/radio.prop
+    ro.radio.tuning=wide)"},
         {"missing-import", Severity::kError, "An import of what is no file of the device",
          "The import is skipped, with a line in the log",
-         "Correct the name, or add the file; names are absolute paths of the device"},
+         "Correct the name, or add the file; names are absolute paths of the device",
+         R"(/odm/build.prop
+    import /odm/etc/raido.prop
+/odm/etc/radio.prop)",
+         R"(/odm/build.prop
+    import /odm/etc/radio.prop
+/odm/etc/radio.prop)",
+         true},
         {"missing-variant", Severity::kWarning,
          "A reference in an import has several values on the device, or a default, and one of them "
          "leads to no file",
          "A phone with that value skips the import",
-         "Add the file for the value, or a default that exists"},
+         "Add the file for the value, or a default that exists",
+         R"(/odm/build.prop
+    ro.sample.board=beta
+/odm/properties/north/SimSwitchFirstTime/carrier.prop
+    import /odm/etc/${ro.sample.board:-alpha}.prop
+/odm/etc/alpha.prop)",
+         R"(/odm/build.prop
+    ro.sample.board=beta
+/odm/properties/north/SimSwitchFirstTime/carrier.prop
+    import /odm/etc/${ro.sample.board:-alpha}.prop
+/odm/etc/alpha.prop
+/odm/etc/beta.prop)",
+         true},
         {"malformed-reference", Severity::kError,
          "A `${` without `}`, a reference without a name, or the old form without braces",
          "The library refuses the name, so the import is skipped",
-         "Write `${name}` or `${name:-default}`; `$$` stands for a `$`"},
+         "Write `${name}` or `${name:-default}`; `$$` stands for a `$`",
+         R"(/odm/build.prop
+    import /odm/etc/$ro.boot.board.prop
+/odm/etc/alpha.prop)",
+         R"(/odm/build.prop
+    import /odm/etc/${ro.boot.board:-alpha}.prop
+/odm/etc/alpha.prop)"},
         {"unset-reference", Severity::kWarning,
          "A reference without a default, to a property that no file of the device sets",
          "Unless the property comes from elsewhere (the boot loader, the persistent store), the "
          "import is skipped",
          "Give a default: `${name:-default}`; or make sure that the property is set before the "
-         "import is read"},
+         "import is read",
+         R"(/odm/build.prop
+    import /odm/etc/${ro.boot.board}.prop
+/odm/etc/alpha.prop)",
+         R"(/odm/build.prop
+    import /odm/etc/${ro.boot.board:-alpha}.prop
+/odm/etc/alpha.prop)",
+         true},
         {"late-reference", Severity::kWarning,
          "A reference in an import to a property that files of the device do set, but none that is "
          "handed to `init` before this file is loaded",
          "The name is made from the system's properties, and what a step loads becomes those only "
          "when it is done: the import takes the default, or is skipped",
          "Name the file itself; or set the property in a `build.prop`, if the import is in a file "
-         "of a switch key, or before the first step (`ro.boot.*`)"},
+         "of a switch key, or before the first step (`ro.boot.*`)",
+         R"(/odm/build.prop
+    ro.sample.board=beta
+    import /odm/etc/${ro.sample.board:-alpha}.prop
+/odm/etc/alpha.prop
+/odm/etc/beta.prop)",
+         R"(/odm/build.prop
+    ro.sample.board=beta
+    import /odm/etc/beta.prop
+/odm/etc/beta.prop)",
+         true},
         {"idle-filter", Severity::kError,
          "An import with a filter that no line of the imported file passes",
-         "Nothing is loaded. All that stands behind the file's name is the filter, what is meant "
+         "Nothing is loaded. All that stands after the file's name is the filter, what is meant "
          "as a comment too",
          "Write the whole name of one property, or its beginning and a `*`; put comments on lines "
-         "of their own"},
+         "of their own",
+         R"(/odm/build.prop
+    import /odm/etc/radio.prop ro.raido.*
+/odm/etc/radio.prop
+    ro.radio.tuning=wide)",
+         R"(/odm/build.prop
+    import /odm/etc/radio.prop ro.radio.*
+/odm/etc/radio.prop
+    ro.radio.tuning=wide)"},
         {"import-multiplies", Severity::kWarning,
          "Imports that lead to the same file a hundred times or more while one file is loaded",
          "The loader loads it anew each time, and the boot waits for it",
-         "Import a file in one place only"},
+         "Import a file in one place only",
+         R"(/odm/build.prop
+    import /odm/etc/a.prop
+    import /odm/etc/a.prop
+    import /odm/etc/a.prop
+    import /odm/etc/a.prop
+    import /odm/etc/a.prop
+/odm/etc/a.prop
+    import /odm/etc/b.prop
+    import /odm/etc/b.prop
+    import /odm/etc/b.prop
+    import /odm/etc/b.prop
+    import /odm/etc/b.prop
+/odm/etc/b.prop
+    import /odm/etc/c.prop
+    import /odm/etc/c.prop
+    import /odm/etc/c.prop
+    import /odm/etc/c.prop
+/odm/etc/c.prop)",
+         R"(/odm/build.prop
+    import /odm/etc/a.prop
+    import /odm/etc/b.prop
+    import /odm/etc/c.prop
+/odm/etc/a.prop
+/odm/etc/b.prop
+/odm/etc/c.prop)"},
         {"symbolic-link", Severity::kError,
          "A property file, or the target of an import, that is a symbolic link",
          "The loader refuses to open it",
-         "Put the file itself there; links among the directories that lead to it are allowed"},
+         "Put the file itself there; links among the directories that lead to it are allowed",
+         R"(/odm/build.prop -> /odm/etc/base.prop
+/odm/etc/base.prop)",
+         R"(/odm/build.prop
+    import /odm/etc/base.prop
+/odm/etc/base.prop)",
+         true},
         {"not-a-file", Severity::kWarning,
-         "A directory, pipe or device with a property file's name", "It sets nothing", "Rename it"},
+         "A directory, pipe or device with a property file's name", "It sets nothing", "Rename it",
+         R"(/odm/build.prop
+/odm/etc/radio.prop/)",
+         R"(/odm/build.prop
+/odm/etc/radio/)"},
         {"unreadable", Severity::kError,
          "A file or directory that cannot be read, or a file of more than 16 MiB",
          "What it sets is unknown; a huge file costs the phone the memory to hold it",
-         "Correct its mode; move what is no property file away"},
+         "Correct its mode; move what is no property file away",
+         R"(/odm/build.prop
+/odm/etc/radio.prop, 17 MiB)",
+         R"(/odm/build.prop
+/odm/etc/radio.img, 17 MiB)"},
         {"binary", Severity::kError, "A zero byte",
          "No name or value can hold one, so the file is damaged or no text (UTF-16, for one)",
-         "Restore the file, or save it as UTF-8"},
+         "Restore the file, or save it as UTF-8",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha\0)",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha)"},
         {"not-utf8", Severity::kError,
          "A line that is not UTF-8 text; comments may be what they like",
-         "`init` refuses such a value", "Save the file as UTF-8"},
+         "`init` refuses such a value", "Save the file as UTF-8",
+         R"(/odm/build.prop
+    ro.sample.name=M\xfcller)",
+         R"(/odm/build.prop
+    ro.sample.name=Müller)"},
         {"carriage-return", Severity::kError, "A carriage return within a line",
          "It ends no line: what follows it is part of the value or the comment",
-         "End lines with a line feed"},
+         "End lines with a line feed",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha\rro.sample.code=7)",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha
+    ro.sample.code=7)"},
         {"crlf", Severity::kWarning,
          "Lines that end in a carriage return and a line feed; the first one is shown",
          "The loader drops the carriage return, other readers, such as those of a bare key, do not",
-         "End lines with a line feed"},
+         "End lines with a line feed",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha\r
+    ro.sample.code=7\r)",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha
+    ro.sample.code=7)"},
         {"no-equals", Severity::kError,
          "A line that is neither a comment, an import nor `name=value`; a key file may hold the "
          "bare key",
          "The loader skips it in silence",
-         "Add the `=`, or comment the line out; `import` takes a blank behind it, not a tab"},
+         "Add the `=`, or comment the line out; `import` takes a blank behind it, not a tab",
+         R"(/odm/build.prop
+    ro.sample.name Alpha)",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha)"},
         {"illegal-name", Severity::kError,
          "A name that is not made of letters, digits and `._-@:`, or with an empty part between "
          "dots",
-         "`init` refuses the property", "Rename it"},
+         "`init` refuses the property", "Rename it",
+         R"(/odm/build.prop
+    ro.sample name=Alpha)",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha)"},
         {"value-too-long", Severity::kError,
          "A value of more than 91 bytes whose name does not begin with `ro.`",
-         "`init` refuses the property", "Shorten it, or make it a `ro.` property"},
+         "`init` refuses the property", "Shorten it, or make it a `ro.` property",
+         R"(/odm/build.prop
+    persist.sample.slogan=01234567890123456789012345678901234567890123456789012345678901234567890123456789012345678901)",
+         R"(/odm/build.prop
+    ro.sample.slogan=01234567890123456789012345678901234567890123456789012345678901234567890123456789012345678901)"},
         {"duplicate-name", Severity::kWarning, "One name twice in a file, with different values",
          "The loader takes the last value, a look-up of the one name (region, brand, market name) "
          "the first",
-         "Keep one line"},
+         "Keep one line",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha
+    ro.sample.name=Beta)",
+         R"(/odm/build.prop
+    ro.sample.name=Beta)"},
         {"skipped-file", Severity::kWarning,
          "A file in a switch key's directory whose name does not end in `.prop`",
-         "It is not loaded", "Rename it, or move it away"},
+         "It is not loaded", "Rename it, or move it away",
+         R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop
+/odm/properties/north/SimSwitchFirstTime/apn.prop.bak)",
+         R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop
+/odm/properties/north/SimSwitchFirstTime/apn.prop)"},
         {"unknown-kind", Severity::kError,
          "A directory with property files where a switch key's `SimSwitchFirstTime`, "
          "`SimSwitchCurrentTime`, `switchCarrierChannel` or `regionSwitch` is looked for, of "
          "another name",
-         "No boot looks into it", "Correct the name: `properties/KEY/SimSwitchFirstTime`"},
+         "No boot looks into it", "Correct the name: `properties/KEY/SimSwitchFirstTime`",
+         R"(/odm/properties/north/SimSwitchFirst/carrier.prop)",
+         R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop)"},
         {"no-kind", Severity::kError,
          "Property files in `properties` itself, or in a key's directory, where the directory of "
          "the kind (or of the key) is missing",
          "No boot looks for them there",
-         "Move them into `properties/KEY/SimSwitchFirstTime`, or whichever kind they are of"},
+         "Move them into `properties/KEY/SimSwitchFirstTime`, or whichever kind they are of",
+         R"(/odm/properties/north/carrier.prop)",
+         R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop)"},
         {"nested-directory", Severity::kError,
          "Property files in a sub-directory of the directory in which a switch key's files are "
          "looked for",
-         "The library does not look into sub-directories", "Move the files up"},
+         "The library does not look into sub-directories", "Move the files up",
+         R"(/odm/properties/north/SimSwitchFirstTime/apn/lte.prop)",
+         R"(/odm/properties/north/SimSwitchFirstTime/lte.prop)"},
         {"misspelt-properties", Severity::kError,
          "The directories of switch keys in a directory of a root that is not called `properties`",
-         "No boot looks into it", "Rename it"},
+         "No boot looks into it", "Rename it",
+         R"(/odm/property/north/SimSwitchFirstTime/carrier.prop)",
+         R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop)"},
         {"unsearched-root", Severity::kWarning,
          "Directories of switch keys below a directory that is no root of the library",
          "No boot looks into them, unless the directory is made a carrier package's",
          "Move `properties` to the root of a partition, or to one of the directories on it that "
-         "are roots too"},
+         "are roots too",
+         R"(/odm/etc/properties/north/SimSwitchFirstTime/carrier.prop)",
+         R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop)"},
         {"misspelt-partition", Severity::kError,
          "A partition's directory that no root of the library lies in, and whose name is nearly "
          "that of one",
-         "No boot reads it", "Correct the name"},
+         "No boot reads it", "Correct the name",
+         R"(/odm/build.prop
+/mnt/vendor/my_regiom/build.prop)",
+         R"(/odm/build.prop
+/mnt/vendor/my_region/build.prop)"},
         {"unknown-partition", Severity::kWarning,
          "A directory that looks like a partition of the library's and that no root of the library "
          "lies in",
          "No boot reads it",
-         "Move the files to a partition that is read, or let one of its files import them"},
+         "Move the files to a partition that is read, or let one of its files import them",
+         R"(/odm/build.prop
+/mnt/vendor/my_games/build.prop)",
+         R"(/odm/build.prop
+    import /mnt/vendor/my_games/build.prop
+/mnt/vendor/my_games/build.prop)"},
         {"unread-file", Severity::kWarning,
          "A property file on one of the library's partitions that the library does not read there, "
          "and that no file imports which is read. What the system's own `init` reads is left out",
          "What it sets is unset on the phone, unless something else reads it",
-         "Correct the name or place, import it, or delete it"},
+         "Correct the name or place, import it, or delete it",
+         R"(/odm/build.prop
+/odm/etc/radio.prop)",
+         R"(/odm/build.prop
+    import /odm/etc/radio.prop
+/odm/etc/radio.prop)"},
         {"missing-key", Severity::kError,
          "A key file without a line of the property that it is there for",
          "The key is not set; on the reserve partition the whole text of a file with an `=` is "
          "taken for a key in the old form",
-         "Write `sys.sim.switch.first=KEY`, or whichever property the file is for"},
+         "Write `sys.sim.switch.first=KEY`, or whichever property the file is for",
+         R"(/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file
+    sys.sim.switch.frist=north)",
+         R"(/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file
+    sys.sim.switch.first=north)"},
         {"bare-key", Severity::kError,
          "A key file on the reserve partition with a bare key and a line end, a comment or white "
          "space besides",
          "All of the text is the key, so no directory of the key's name is loaded",
-         "Write `sys.sim.switch.first=KEY`, or nothing but the key"},
+         "Write `sys.sim.switch.first=KEY`, or nothing but the key",
+         R"(/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file
+    north)",
+         R"(/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file
+    sys.sim.switch.first=north)"},
         {"not-forwarded", Severity::kWarning,
          "A property in a message under `/data/cota` that begins with neither `sys.` nor `ro.`",
          "It is not handed on when the package is mounted",
-         "Set `persist.` properties in the package itself"},
+         "Set `persist.` properties in the package itself",
+         R"(/data/cota/cota_mount_info.prop
+    persist.sample.carrier=north)",
+         R"(/data/cota/cota_mount_info.prop
+    sys.sample.carrier=north)"},
         {"rom-never-matches", Severity::kError,
          "A `devicename.cfg` whose `ROM` no storage size matches; the library itself was asked "
          "about every size",
-         "The market name is never set", "Use 128, 256, 512 or 1024, digits only"},
+         "The market name is never set", "Use 128, 256, 512 or 1024, digits only",
+         R"(/my_product/cust/EU/etc/devicename.cfg
+    ROM=384
+    market=Sample One)",
+         R"(/my_product/cust/EU/etc/devicename.cfg
+    ROM=256
+    market=Sample One)"},
         {"not-checked", Severity::kWarning,
          "A `devicename.cfg` that could not be tried out, or a device of which it could not be "
          "found out what the library reads, because this machine allows no sandbox or the library "
          "does not come back",
          "Its `ROM` may never match; files that nothing reads are not found",
-         "Run lint where `extprop boot` runs; mend the other errors"},
+         "Run lint where `extprop boot` runs; mend the other errors",
+         R"(/odm/build.prop
+/mnt/vendor/my_carrier/etc/flags.prop
+    import /mnt/vendor/my_carrier/etc/flags.prop)",
+         R"(/odm/build.prop
+/mnt/vendor/my_carrier/etc/flags.prop)"},
         {"logo-too-large", Severity::kError,
          "A boot logo larger than the splash partition, where the device directory has one",
-         "The logo is never copied", "Make the logo smaller"},
+         "The logo is never copied", "Make the logo smaller",
+         R"(/dev/block/by-name/splash_odm, 1 MiB
+/my_company/media/logo/logo.bin, 2 MiB)",
+         R"(/dev/block/by-name/splash_odm, 2 MiB
+/my_company/media/logo/logo.bin, 2 MiB)"},
+        {"unused-allowance", Severity::kWarning,
+         "A comment `# extprop: allow RULE: reason` where no finding of that rule is",
+         "It hides the finding that somebody makes there later",
+         "Delete the comment, or put it right above the line that it is about; in a file's first "
+         "line it is about the whole file",
+         R"(/odm/build.prop
+    # extprop: allow illegal-name: the camera's service reads it here
+    ro.sample.camera=2)",
+         R"(/odm/build.prop
+    # extprop: allow illegal-name: the camera's service reads it here
+    ro.sample camera=2)"},
         {"no-device", Severity::kError,
          "A directory that is empty, or holds nothing at any place where the library reads",
          "It is no device's root, so there was nothing to check",
          "Give the directory that holds `odm`, `mnt/vendor/my_region` and so on; "
-         "`docs/device-directory.md` tells how to make it"},
+         "`docs/device-directory.md` tells how to make it",
+         R"(/phone/odm/build.prop)", R"(/odm/build.prop)"},
 };
 
 // Returns the rule of the table. A name that is not there does not compile as a constant.
@@ -175,5 +384,10 @@ constexpr const Rule& RuleNamed(std::string_view identifier) {
     }
     throw "no such rule";
 }
+
+// Returns all that is known of the rule, for people and in Markdown; the section has a heading and
+// the severity besides.
+std::string RuleText(const Rule& rule);
+std::string RuleSection(const Rule& rule);
 
 }  // namespace extprop

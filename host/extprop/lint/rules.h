@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -19,6 +20,7 @@
 namespace extprop {
 
 inline constexpr const Rule& kSymbolicLink = RuleNamed("symbolic-link");
+inline constexpr const Rule& kNotChecked = RuleNamed("not-checked");
 
 struct PropertyFile {
     std::string path;
@@ -38,10 +40,22 @@ class Findings {
     Findings(std::string device, const sandbox::DeviceFiles& files)
             : device_(std::move(device)), files_(files) {}
 
+    // Adds what is found in a line; without one, of the file or directory as a whole.
     void Add(const Rule& rule, const std::string& path, int line, const std::string& message);
+    void Add(const Rule& rule, const std::string& path, const std::string& message) {
+        Add(rule, path, 0, message);
+    }
 
-    // The findings, in the order of files and lines.
-    std::vector<Finding> Take();
+    // Takes those back of which `allows` says so.
+    void Remove(const std::function<bool(const Finding&)>& allows);
+
+    bool Has(const Rule& rule) const;
+
+    // Returns the path as it can be opened from the current directory.
+    std::string Named(const std::string& path) const { return device_ + path; }
+
+    // The findings, in the order of files and lines, with the texts of these and fingerprints.
+    std::vector<Finding> Take(const PropertyFiles& files);
 
   private:
     std::string device_;
@@ -73,6 +87,10 @@ void CheckDeadPlaces(const std::vector<DeadPlace>& places, Findings* findings);
 
 // Checks that a key file has the line that it is there for.
 void CheckKeyFile(const PropertyFile& file, Findings* findings);
+
+// Takes back what comments in the files allow, and finds the comments that allow nothing. Throws
+// InputError for those that cannot be understood.
+void ApplyAllowances(const PropertyFiles& files, Findings* findings);
 
 // Checks that the boot logos fit into the splash partition, if the device has one.
 void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Findings* findings);

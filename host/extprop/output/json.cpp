@@ -266,6 +266,31 @@ void Visit(Fields& fields, MatrixDifference& difference) {
             "changes", difference.changes);
 }
 
+template <typename Fields>
+void Visit(Fields& fields, KnownFinding& finding) {
+    fields("fingerprint", finding.fingerprint)("identifier", finding.identifier)(
+            "path", finding.path)("text", finding.text);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, LinePlace& place) {
+    fields("file", place.file)("line", place.line);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, Finding& finding) {
+    std::string severity = SeverityName(finding.severity);
+    fields("file", finding.file)("line", finding.line)("severity", severity)(
+            "identifier", finding.identifier)("message", finding.message)("image", finding.image)(
+            "fingerprint", finding.fingerprint)("others", finding.others);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, LintReport& report) {
+    fields("findings", report.findings)("notes", report.notes)("known", report.known)("fixed",
+                                                                                      report.fixed);
+}
+
 // The names of the kinds of events, in the order of the variant.
 constexpr const char* kEventNames[] = {
         "callback", "map",      "stored",     "log",  "open",    "load",          "look-up",
@@ -488,6 +513,7 @@ constexpr int kSummaryFormat = 1;
 constexpr int kMatrixDifferenceFormat = 1;
 constexpr int kVariantListFormat = 1;
 constexpr int kCheckFormat = 1;
+constexpr int kLintFormat = 1;
 
 template <typename T>
 json Document(const T& value, int format) {
@@ -557,6 +583,16 @@ json ToJson(const Origin& origin) {
     return Write(origin);
 }
 
+json ToJson(const KnownFinding& finding) {
+    return Write(finding);
+}
+
+KnownFinding KnownFindingFromJson(json document) {
+    KnownFinding finding;
+    Read(document, &finding);
+    return finding;
+}
+
 VariantLine VariantLineFromJson(json document) {
     VariantLine line;
     Read(document, &line);
@@ -590,6 +626,10 @@ json ToJson(const CheckResult& result) {
             {"variants", result.variants},
             {"checked", result.checked},
             {"unmet", unmet}};
+}
+
+json ToJson(const LintReport& report) {
+    return Document(report, kLintFormat);
 }
 
 json ToJson(const VariantList& list) {

@@ -9,6 +9,7 @@
 #include "boot/message.h"
 #include "explain/diff.h"
 #include "explain/explain.h"
+#include "lint/lint.h"
 #include "matrix/check.h"
 #include "matrix/lines.h"
 #include "matrix/matrix_diff.h"
@@ -28,6 +29,10 @@ Outcome OutcomeFromJson(json document);
 
 json ToJson(const Origin& origin);
 
+// A line of a baseline.
+json ToJson(const KnownFinding& finding);
+KnownFinding KnownFindingFromJson(json document);
+
 VariantLine VariantLineFromJson(json document);
 Summary SummaryFromJson(json document);
 
@@ -40,6 +45,7 @@ json ToJson(const CheckResult& result);
 json ToJson(const Report& report);
 json ToJson(const Explanation& explanation);
 json ToJson(const Difference& difference);
+json ToJson(const LintReport& report);
 
 // Returns the document on one line without an end, or on lines that are indented. Bytes that are no
 // UTF-8 are replaced.

@@ -2,10 +2,14 @@
 
 #include <ctype.h>
 
+#include <algorithm>
 #include <iterator>
+
+#include <android-base/strings.h>
 
 #include "lint/rule_table.h"
 #include "output/printable.h"
+#include "product.h"
 
 namespace extprop {
 
@@ -13,60 +17,144 @@ namespace {
 
 using nlohmann::json;
 
-const char* LevelOf(Severity severity) {
-    return severity == Severity::kError ? "error" : "warning";
-}
+// What services take of one run, and of one result's places.
+constexpr size_t kMostResults = 5000;
+constexpr size_t kMostPlaces = 100;
 
-// Returns the path as a relative reference: any byte that is no plain letter stands as "%C3".
-std::string UriOf(const std::string& path) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    constexpr std::string_view kPlain = "/-._~";
-    std::string uri;
-    for (const char c : path) {
-        const auto byte = static_cast<unsigned char>(c);
-        if ((byte < 0x80 && isalnum(byte) != 0) || kPlain.find(c) != std::string_view::npos) {
-            uri += c;
-        } else {
-            uri += {'%', kDigits[byte / 16], kDigits[byte % 16]};
-        }
+// What the files are named from.
+constexpr char kWorkTree[] = "%SRCROOT%";
+constexpr char kDevice[] = "DEVICE";
+
+// Returns such as "MissingImport".
+std::string FriendlyName(const Rule& rule) {
+    std::string name;
+    for (std::string word : android::base::Split(rule.identifier, "-")) {
+        word[0] = static_cast<char>(toupper(word[0]));
+        name += word;
     }
-    return uri;
+    return name;
 }
 
 json RuleObject(const Rule& rule) {
-    const std::string help = std::string(rule.why) + ". " + rule.mend + ".";
     return {{"id", rule.identifier},
-            {"shortDescription", {{"text", rule.finds}}},
-            {"help", {{"text", help}, {"markdown", help}}},
-            {"defaultConfiguration", {{"level", LevelOf(rule.severity)}}}};
+            {"name", FriendlyName(rule)},
+            {"shortDescription", {{"text", rule.finds + std::string(".")}}},
+            {"fullDescription", {{"text", std::string(rule.finds) + ". " + rule.why + "."}}},
+            {"helpUri", std::string(kDocs) + "/lint.md#" + rule.identifier},
+            {"help", {{"text", RuleText(rule)}, {"markdown", RuleText(rule)}}},
+            {"defaultConfiguration", {{"level", SeverityName(rule.severity)}}}};
 }
 
-json ResultObject(const std::string& device, const Finding& finding) {
-    // The device itself is the directory that all names start from.
-    std::string path = finding.file.substr(device.size());
-    path = path.empty() ? "." : path.substr(1);
-    return {{"ruleId", finding.identifier},
-            {"level", LevelOf(finding.severity)},
-            {"message", {{"text", Printable(finding.message)}}},
-            {"locations",
-             {{{"physicalLocation",
-                {{"artifactLocation", {{"uri", UriOf(path)}}},
-                 {"region", {{"startLine", finding.line}}}}}}}}};
+// Two brackets of a device's text must not become a link.
+std::string PlainText(const std::string& text) {
+    return android::base::StringReplace(Printable(text), "](", "\\](", true);
+}
+
+class ResultWriter {
+  public:
+    explicit ResultWriter(const SourceRoot& root) : root_(root) {}
+
+    json Result(const Finding& finding) const {
+        const Rule& rule = RuleNamed(finding.identifier);
+        json result = {{"ruleId", finding.identifier},
+                       {"ruleIndex", &rule - std::begin(kRules)},
+                       {"level", SeverityName(finding.severity)},
+                       {"message", {{"text", PlainText(MessageText(finding))}}},
+                       {"partialFingerprints", {{"primaryLocationLineHash", finding.fingerprint}}},
+                       {"locations", json::array({Location(finding.path, finding.line)})}};
+        if (!finding.text.empty()) {
+            result["locations"][0]["physicalLocation"]["region"]["snippet"] = {
+                    {"text", finding.text}};
+        }
+        if (finding.others.empty()) return result;
+        result["occurrenceCount"] = finding.others.size() + 1;
+        json& related = result["relatedLocations"] = json::array();
+        for (const LinePlace& other : finding.others) {
+            if (related.size() == kMostPlaces) break;
+            related.push_back(Location(other.path, other.line));
+            related.back()["id"] = related.size();
+            related.back()["message"] = {{"text", "For the same reason"}};
+        }
+        return result;
+    }
+
+  private:
+    json Location(const std::string& path, int line) const {
+        return {{"physicalLocation",
+                 {{"artifactLocation",
+                   {{"uri", UriOf(root_.PathTo(path))},
+                    {"uriBaseId", root_.is_device() ? kDevice : kWorkTree}}},
+                  {"region", {{"startLine", line}}}}}};
+    }
+
+    const SourceRoot& root_;
+};
+
+json BaseIds(const SourceRoot& root) {
+    if (!root.is_device()) {
+        return {{kWorkTree, {{"description", {{"text", "The root of the work tree"}}}}}};
+    }
+    return {{kDevice,
+             {{"uri", "file://" + UriOf(root.directory()) + "/"},
+              {"description",
+               {{"text",
+                 "The device directory, which lies in no work tree; --source-root names "
+                 "another root"}}}}}};
+}
+
+json Invocation(const std::vector<Finding>& left_out) {
+    json invocation = {{"executionSuccessful", true}};
+    if (left_out.empty()) return invocation;
+    const auto errors = static_cast<size_t>(std::count_if(
+            left_out.begin(), left_out.end(),
+            [](const Finding& finding) { return finding.severity == Severity::kError; }));
+    invocation["toolExecutionNotifications"] = {
+            {{"level", "warning"},
+             {"message",
+              {{"text",
+                "There are more findings than services take: " + Count(errors, "error", "errors") +
+                        " and " + Count(left_out.size() - errors, "warning", "warnings") +
+                        " are left out here; extprop lint prints all"}}}}};
+    return invocation;
 }
 
 }  // namespace
 
-json SarifLog(const std::string& device, const std::vector<Finding>& findings) {
+json SarifLog(const std::vector<Finding>& findings, const SourceRoot& root,
+              const std::string& category) {
+    std::vector<Finding> told = findings;
+    std::vector<Finding> left_out;
+    if (told.size() > kMostResults) {
+        std::stable_partition(told.begin(), told.end(), [](const Finding& finding) {
+            return finding.severity == Severity::kError;
+        });
+        left_out.assign(told.begin() + kMostResults, told.end());
+        told.resize(kMostResults);
+    }
     json rules = json::array();
     for (const Rule& rule : kRules) rules.push_back(RuleObject(rule));
     json results = json::array();
-    const std::string root = device.substr(0, device.find_last_not_of('/') + 1);
-    for (const Finding& finding : findings) results.push_back(ResultObject(root, finding));
+    const ResultWriter writer(root);
+    for (const Finding& finding : told) results.push_back(writer.Result(finding));
+
+    json run = {{"tool",
+                 {{"driver",
+                   {{"name", "extprop"},
+                    {"version", kVersion},
+                    {"semanticVersion", kVersion},
+                    {"informationUri", kDocs},
+                    {"rules", rules}}}}},
+                {"originalUriBaseIds", BaseIds(root)},
+                {"invocations", json::array({Invocation(left_out)})},
+                {"columnKind", "utf16CodeUnits"},
+                {"results", results}};
+    if (!category.empty()) {
+        // What stands after the last slash would be one run's own.
+        run["automationDetails"] = {{"id", category + (category.back() == '/' ? "" : "/")}};
+    }
     return {{"$schema", "https://json.schemastore.org/sarif-2.1.0.json"},
             {"version", "2.1.0"},
-            {"runs",
-             {{{"tool", {{"driver", {{"name", "extprop"}, {"rules", rules}}}}},
-               {"results", results}}}}};
+            {"runs", json::array({run})}};
 }
 
 }  // namespace extprop

@@ -8,11 +8,12 @@
 #include <nlohmann/json.hpp>
 
 #include "lint/lint.h"
+#include "output/source_root.h"
 
 namespace extprop {
 
-// Returns one log with one run. The files are named from the directory `device`, which is as the
-// findings name it.
-nlohmann::json SarifLog(const std::string& device, const std::vector<Finding>& findings);
+// Returns one log with one run. A service keeps the runs of each category apart; it may be empty.
+nlohmann::json SarifLog(const std::vector<Finding>& findings, const SourceRoot& root,
+                        const std::string& category);
 
 }  // namespace extprop

@@ -1,0 +1,128 @@
+#include "lint/baseline.h"
+
+#include <algorithm>
+#include <set>
+
+#include "input_error.h"
+#include "named_file.h"
+#include "output/json.h"
+
+namespace extprop {
+
+namespace {
+
+constexpr int kFormat = 1;
+constexpr size_t kLargest = 64 << 20;
+constexpr char kFormatField[] = "format";
+constexpr char kFindingsField[] = "findings";
+
+// Lets a parser read a text and counts the lines of what it has taken.
+class CountedText {
+  public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = char;
+    using difference_type = ptrdiff_t;
+    using pointer = const char*;
+    using reference = const char&;
+
+    CountedText(const char* at, int* line) : at_(at), line_(line) {}
+    const char& operator*() const { return *at_; }
+    CountedText& operator++() {
+        *line_ += *at_ == '\n';
+        ++at_;
+        return *this;
+    }
+    bool operator==(const CountedText& other) const { return at_ == other.at_; }
+    bool operator!=(const CountedText& other) const { return at_ != other.at_; }
+
+  private:
+    const char* at_;
+    int* line_;
+};
+
+KnownFinding Known(const Finding& finding) {
+    return {finding.fingerprint, finding.identifier, finding.path, finding.text};
+}
+
+}  // namespace
+
+std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::string& device) {
+    const std::string content = ReadInput(path, device, kLargest);
+    int line = 1;
+    const auto fail = [&](int at, const std::string& what) {
+        throw InputError(path + ":" + std::to_string(at) + ": " + what);
+    };
+    int format_line = 1;
+    std::vector<int> lines;  // in which objects in lists of the document begin
+    std::string field;
+    const auto follow = [&](int depth, json::parse_event_t event, json& parsed) {
+        if (event == json::parse_event_t::key && depth == 1) {
+            field = parsed;
+            if (field == kFormatField) format_line = line;
+        }
+        if (event == json::parse_event_t::object_start && depth == 2 && field == kFindingsField) {
+            lines.push_back(line);
+        }
+        return true;
+    };
+    json document;
+    try {
+        document = json::parse(CountedText(content.data(), &line),
+                               CountedText(content.data() + content.size(), &line), follow);
+    } catch (const json::parse_error&) {
+        fail(line, "this is no JSON, so it is no baseline; write one with --write-baseline");
+    }
+    if (!document.is_object() || !document.contains(kFormatField)) {
+        fail(1, "this is no baseline; write one with --write-baseline");
+    }
+    if (document[kFormatField] != kFormat) {
+        fail(format_line, "this baseline has the format " + document[kFormatField].dump() +
+                                  ", and this extprop knows " + std::to_string(kFormat) +
+                                  "; write it anew with --write-baseline");
+    }
+    std::vector<KnownFinding> baseline;
+    const json findings = document.value(kFindingsField, json());
+    if (!findings.is_array()) fail(format_line, "there is no list of findings");
+    for (const json& finding : findings) {
+        // Up to here all of them were objects.
+        const int at = baseline.size() < lines.size() ? lines[baseline.size()] : line;
+        try {
+            baseline.push_back(KnownFindingFromJson(finding));
+        } catch (const json::exception&) {
+            fail(at, "this is no finding: it has the texts fingerprint, identifier, path and text");
+        }
+        baseline.back().line = at;
+    }
+    return baseline;
+}
+
+std::string BaselineText(const std::vector<Finding>& findings) {
+    std::string text = "{\"" + std::string(kFormatField) + "\": " + std::to_string(kFormat) +
+                       ", \"" + kFindingsField + "\": [";
+    const char* separator = "\n";
+    for (const Finding& finding : findings) {
+        text += separator + JsonLine(ToJson(Known(finding)));
+        separator = ",\n";
+    }
+    return text + "\n]}\n";
+}
+
+std::vector<Finding> TakeKnown(const std::vector<KnownFinding>& baseline,
+                               std::vector<Finding>* findings, LintReport* report) {
+    std::set<std::string> fingerprints, found;
+    for (const KnownFinding& known : baseline) fingerprints.insert(known.fingerprint);
+    for (const Finding& finding : *findings) found.insert(finding.fingerprint);
+    const auto news = std::stable_partition(
+            findings->begin(), findings->end(),
+            [&](const Finding& finding) { return fingerprints.count(finding.fingerprint) == 0; });
+    std::vector<Finding> known(std::make_move_iterator(news),
+                               std::make_move_iterator(findings->end()));
+    findings->erase(news, findings->end());
+    report->known = known.size();
+    for (const KnownFinding& each : baseline) {
+        if (found.count(each.fingerprint) == 0) report->fixed.push_back(each);
+    }
+    return known;
+}
+
+}  // namespace extprop
