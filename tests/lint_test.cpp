@@ -12,6 +12,7 @@
 #include <android-base/strings.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "input_error.h"
 #include "lint/baseline.h"

@@ -18,6 +18,7 @@
 #include <android-base/file.h>
 #include <android-base/logging.h>
 #include <android-base/unique_fd.h>
+#include <nlohmann/json.hpp>
 
 #include "output/json.h"
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <variant>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "boot/property_delta.h"
 #include "boot/report.h"

@@ -45,7 +45,7 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
     }
     const ExitStatus status = Warn(report);
     if (json) {
-        PrintJson(ToJson(report));
+        std::cout << DocumentText(report);
     } else if (!quiet) {
         PrintReport(report, verbose, std::cout);
     } else if (!report.failure) {

@@ -109,7 +109,7 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     }
     if (!junit.empty()) WriteOutput(junit, device, JunitReport(result));
     if (json) {
-        PrintJson(ToJson(result));
+        std::cout << DocumentText(result);
     } else {
         std::cout << CheckText(result);
     }

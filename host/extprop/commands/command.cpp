@@ -5,7 +5,6 @@
 
 #include <iostream>
 
-#include "output/json.h"
 #include "output/tell.h"
 #include "output/text.h"
 
@@ -13,10 +12,6 @@ namespace extprop {
 
 CommandLine LineOf(const Command& command) {
     return CommandLine(std::string("extprop ") + command.name, command.summary);
-}
-
-void PrintJson(const nlohmann::json& document) {
-    std::cout << JsonText(document);
 }
 
 void PrintNotes(const std::vector<std::string>& notes) {

@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 #include "boot/report.h"
 #include "commands/command_line.h"
 
@@ -30,9 +28,6 @@ ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& wor
 
 // Returns the command's line, to which the command adds what it takes.
 CommandLine LineOf(const Command& command);
-
-// Prints the document's text.
-void PrintJson(const nlohmann::json& document);
 
 // Says the notes on standard error.
 void PrintNotes(const std::vector<std::string>& notes);

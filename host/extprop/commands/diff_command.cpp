@@ -60,7 +60,7 @@ ExitStatus RunDiff(const Command& command, const std::vector<std::string>& words
     }
     const Difference difference = Diff(reports[0], tracers[0], reports[1], tracers[1]);
     if (json) {
-        PrintJson(ToJson(difference));
+        std::cout << DocumentText(difference);
     } else {
         std::cout << DifferenceText(difference);
     }

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 #include "commands/command.h"
 #include "commands/options.h"
@@ -139,7 +140,7 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
 
     WriteReports(report.findings, arguments);
     if (arguments.json) {
-        PrintJson(ToJson(report));
+        std::cout << DocumentText(report);
     } else {
         Print(report, arguments);
     }

@@ -4,8 +4,6 @@
 #include <filesystem>
 #include <iostream>
 
-#include <nlohmann/json.hpp>
-
 #include "commands/command.h"
 #include "commands/matrix_options.h"
 #include "commands/options.h"
@@ -84,7 +82,7 @@ ExitStatus Print(const Summary& summary, const Arguments& arguments) {
         WriteOutput(arguments.page, device, SummaryPage(summary));
     }
     if (arguments.json) {
-        std::cout << JsonLine({{"summary", ToJson(summary)}}) << "\n";
+        std::cout << SummaryLine(summary);
     } else {
         std::cout << SummaryText(summary);
     }
@@ -125,7 +123,7 @@ ExitStatus Compare(const Arguments& arguments) {
     CheckSomeAreLeft(summaries[0].variants.size() + summaries[1].variants.size(), arguments.choice);
     const MatrixDifference difference = extprop::Compare(summaries[0], summaries[1]);
     if (arguments.json) {
-        PrintJson(ToJson(difference));
+        std::cout << DocumentText(difference);
     } else {
         std::cout << MatrixDifferenceText(difference);
     }
@@ -168,7 +166,7 @@ ExitStatus List(const Arguments& arguments) {
     for (const Variant& variant : variants) {
         list.variants.push_back({variant, WordsFor(variant, space, options), std::nullopt});
     }
-    PrintJson(ToJson(list));
+    std::cout << DocumentText(list);
     return kDone;
 }
 

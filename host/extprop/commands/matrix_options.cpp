@@ -118,18 +118,18 @@ Collector Collect(Matrix* matrix, const std::vector<Variant>& variants,
 void FindOrigins(Matrix* matrix, Summary* summary) {
     std::vector<size_t> variants;
     const std::vector<TraceRequest> requests = OriginsToFind(*summary, &variants);
-    std::map<size_t, nlohmann::json> origins;  // by the variant
+    std::map<size_t, std::map<std::string, OriginDocument>> origins;  // by the variant
     Progress progress(requests.size());
-    matrix->Trace(requests, [&](size_t number, const nlohmann::json& found) {
-        origins[variants[number]] = found;
+    matrix->Trace(requests, [&](size_t number, std::map<std::string, OriginDocument> found) {
+        origins[variants[number]] = std::move(found);
         progress.Advance();
     });
     for (auto* properties : {&summary->properties, &summary->same}) {
         for (SummaryProperty& property : *properties) {
             for (SummaryValue& value : property.values) {
-                if (!value.value) continue;
-                const nlohmann::json& found = origins[value.variants.front()];
-                if (found.contains(property.name)) value.origin = found.at(property.name);
+                if (value.value) {
+                    value.origin = origins[value.variants.front()][property.name];
+                }
             }
         }
     }

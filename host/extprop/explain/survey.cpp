@@ -10,6 +10,7 @@
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 #include "InitExtensionPropertyImpl.h"
 #include "TesvoExtensionProperty/cota.h"

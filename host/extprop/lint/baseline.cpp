@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <set>
 
+#include <nlohmann/json.hpp>
+
 #include "input_error.h"
 #include "named_file.h"
 #include "output/json.h"

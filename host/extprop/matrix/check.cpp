@@ -1,5 +1,7 @@
 #include "matrix/check.h"
 
+#include <nlohmann/json.hpp>
+
 #include <set>
 
 #include <re2/re2.h>
@@ -63,12 +65,12 @@ bool Meets(const std::optional<std::string>& value, const Expected& expected) {
     return false;
 }
 
-bool IsFrom(const nlohmann::json& origin, const std::string& place) {
-    if (origin.is_null() || origin.at("kind") != "file") return false;
-    const std::string line = ":" + std::to_string(origin.at("line").get<int>());
+bool IsFrom(const OriginDocument& origin, const std::string& place) {
+    if (origin == nullptr || origin->at("kind") != "file") return false;
+    const std::string line = ":" + std::to_string(origin->at("line").get<int>());
     for (const char* field : {"file", "source"}) {
-        if (!origin.at(field).is_string()) continue;
-        const std::string file = origin.at(field);
+        if (!origin->at(field).is_string()) continue;
+        const std::string file = origin->at(field);
         if (place == file || place == file + line) return true;
     }
     return false;
@@ -155,17 +157,14 @@ void Checker::FindOrigins() {
         requests.push_back({words_[number], names});
         numbers.push_back(number);
     }
-    matrix_->Trace(requests, [&](size_t request, const nlohmann::json& origins) {
+    matrix_->Trace(requests, [&](size_t request, std::map<std::string, OriginDocument> origins) {
         const size_t number = numbers[request];
-        const auto origin = [&](const std::string& name) {
-            return origins.contains(name) ? origins.at(name) : nlohmann::json();
-        };
         for (auto& [place, unmet, file] : from_[number]) {
-            if (IsFrom(origin(unmet.property), file)) continue;
+            if (IsFrom(origins[unmet.property], file)) continue;
             cases_[number][place].unmet.push_back(unmet);
         }
         for (CheckedCase& checked : cases_[number]) {
-            for (UnmetExpectation& unmet : checked.unmet) unmet.origin = origin(unmet.property);
+            for (UnmetExpectation& unmet : checked.unmet) unmet.origin = origins[unmet.property];
         }
     });
 }

@@ -21,7 +21,7 @@ struct UnmetExpectation {
     std::string property;  // empty if the boot failed or the device has no such variant
     std::string expected;
     std::optional<std::string> value;
-    nlohmann::json origin;  // of the value, with a text; null for none
+    OriginDocument origin;  // of the value
     std::optional<BootFailure> failure;
 };
 

@@ -5,6 +5,8 @@
 
 #include <fstream>
 
+#include <nlohmann/json.hpp>
+
 #include "input_error.h"
 #include "output/json.h"
 
@@ -59,6 +61,10 @@ std::string LineWriter::Line(const Variant& variant, const Outcome& outcome) con
     while (changed != outcome.changed.end()) add_changed();
     line += rest;
     return line += '\n';
+}
+
+std::string SummaryLine(const Summary& summary) {
+    return JsonLine({{kSummary, ToJson(summary)}}) + "\n";
 }
 
 void LineMerger::Read(const std::string& path) {

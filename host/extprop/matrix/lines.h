@@ -28,6 +28,9 @@ class LineWriter {
     size_t size_ = 0;                                        // of all that is printed
 };
 
+// Returns the line of the summary, with its end.
+std::string SummaryLine(const Summary& summary);
+
 // Puts lines of runs over one device together, in any order.
 class LineMerger {
   public:
@@ -40,7 +43,7 @@ class LineMerger {
     Summary Summarize(const std::vector<std::string>& patterns) const;
 
   private:
-    using OriginOfValue = std::pair<Variant, nlohmann::json>;
+    using OriginOfValue = std::pair<Variant, OriginDocument>;
 
     void Add(VariantLine line);
     void Add(const Summary& summary);

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 #include "explain/explain.h"
 #include "matrix/workers.h"
@@ -124,7 +125,7 @@ void Matrix::Boot(const std::vector<Variant>& variants,
 }
 
 void Matrix::Trace(const std::vector<TraceRequest>& requests,
-                   const std::function<void(size_t, const json&)>& done) {
+                   const std::function<void(size_t, std::map<std::string, OriginDocument>)>& done) {
     const auto trace = [&](size_t number) {
         const TraceRequest& request = requests[number];
         device_.Reset(OptionsWith(request.words, Detail::kOrigins));
@@ -140,7 +141,13 @@ void Matrix::Trace(const std::vector<TraceRequest>& requests,
         }
         return origins;
     };
-    ForEachInParallel(requests.size(), jobs_, trace, done);
+    ForEachInParallel(requests.size(), jobs_, trace, [&](size_t number, json found) {
+        std::map<std::string, OriginDocument> origins;
+        for (auto& [name, origin] : found.items()) {
+            origins[name] = std::make_shared<json>(std::move(origin));
+        }
+        done(number, std::move(origins));
+    });
 }
 
 }  // namespace extprop

@@ -4,9 +4,12 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include <nlohmann/json_fwd.hpp>
 
 #include "boot/property_delta.h"
 #include "explain/dead_places.h"
@@ -27,6 +30,9 @@ struct TraceRequest {
     std::set<std::string> names;
 };
 
+// What is told of a value's origin: its document, with a text besides; null for none.
+using OriginDocument = std::shared_ptr<const nlohmann::json>;
+
 class Matrix {
   public:
     // Prepares the device and boots it as it is. Throws as PreparedDevice does.
@@ -43,10 +49,10 @@ class Matrix {
     void Boot(const std::vector<Variant>& variants,
               const std::function<void(size_t, Outcome)>& done);
 
-    // Boots once for each request and tells of the origins, by name: the document of each, with a
-    // text besides. Properties without a value have none.
+    // Boots once for each request and tells of the origins, by name. Properties without a value
+    // have none.
     void Trace(const std::vector<TraceRequest>& requests,
-               const std::function<void(size_t, const nlohmann::json&)>& done);
+               const std::function<void(size_t, std::map<std::string, OriginDocument>)>& done);
 
     // Returns what no variant and no step reads.
     std::vector<DeadPlace> FindDeadPlaces();

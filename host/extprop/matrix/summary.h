@@ -14,7 +14,7 @@ namespace extprop {
 struct SummaryValue {
     std::optional<std::string> value;  // none: the property is unset
     std::vector<size_t> variants;      // in the summary's list, ascending
-    nlohmann::json origin;             // in the first of these variants, with a text; null for none
+    OriginDocument origin;             // in the first of these variants
 };
 
 struct SummaryProperty {

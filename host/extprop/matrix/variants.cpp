@@ -5,6 +5,7 @@
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 #include "InitExtensionPropertyImpl.h"
 #include "TesvoExtensionProperty/cota.h"

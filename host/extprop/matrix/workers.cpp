@@ -19,6 +19,7 @@
 
 #include <android-base/cmsg.h>
 #include <android-base/unique_fd.h>
+#include <nlohmann/json.hpp>
 
 #include "boot/message.h"
 

@@ -5,7 +5,7 @@
 
 #include <functional>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace extprop {
 

@@ -1,6 +1,7 @@
 #include "output/check_report.h"
 
 #include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 #include "output/json.h"
 #include "output/printable.h"
@@ -22,9 +23,7 @@ std::string UnmetText(const UnmetExpectation& unmet) {
     std::string text = unmet.property + " is " +
                        (unmet.value ? "'" + *unmet.value + "'" : "unset") + ", expected " +
                        unmet.expected;
-    if (!unmet.origin.is_null()) {
-        text += "; it comes from " + unmet.origin.at("text").get<std::string>();
-    }
+    if (unmet.origin) text += "; it comes from " + unmet.origin->at("text").get<std::string>();
     return text;
 }
 

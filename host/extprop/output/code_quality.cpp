@@ -1,5 +1,7 @@
 #include "output/code_quality.h"
 
+#include <nlohmann/json.hpp>
+
 #include "output/printable.h"
 
 namespace extprop {

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "lint/lint.h"
 #include "output/source_root.h"

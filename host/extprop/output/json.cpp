@@ -5,6 +5,8 @@
 #include <ostream>
 #include <type_traits>
 
+#include <nlohmann/json.hpp>
+
 #include "output/printable.h"
 
 namespace extprop {
@@ -421,6 +423,8 @@ json Write(const T& value) {
         return value;
     } else if constexpr (std::is_enum_v<T>) {
         return static_cast<int>(value);
+    } else if constexpr (std::is_same_v<T, OriginDocument>) {
+        return value ? *value : json();
     } else if constexpr (IsOptional<T>::value) {
         return value ? Write(*value) : json();
     } else if constexpr (std::is_same_v<T, std::vector<LineRead>>) {
@@ -489,6 +493,8 @@ void Read(json& document, T* value) {
         document.get_to(*value);
     } else if constexpr (std::is_enum_v<T>) {
         *value = static_cast<T>(document.get<int>());
+    } else if constexpr (std::is_same_v<T, OriginDocument>) {
+        if (!document.is_null()) *value = std::make_shared<json>(std::move(document));
     } else if constexpr (IsOptional<T>::value) {
         if (!document.is_null()) Read(document, &value->emplace());
     } else if constexpr (std::is_same_v<T, std::vector<LineRead>>) {
@@ -678,5 +684,17 @@ void PrintJson(const Explanation& explanation, std::ostream& out) {
 json ToJson(const Difference& difference) {
     return Document(difference, kDifferenceFormat);
 }
+
+template <typename T>
+std::string DocumentText(const T& value) {
+    return JsonText(ToJson(value));
+}
+
+template std::string DocumentText(const Report&);
+template std::string DocumentText(const Difference&);
+template std::string DocumentText(const MatrixDifference&);
+template std::string DocumentText(const VariantList&);
+template std::string DocumentText(const CheckResult&);
+template std::string DocumentText(const LintReport&);
 
 }  // namespace extprop

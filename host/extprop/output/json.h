@@ -4,7 +4,7 @@
 
 #include <iosfwd>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "boot/message.h"
 #include "explain/diff.h"
@@ -51,6 +51,10 @@ json ToJson(const LintReport& report);
 // UTF-8 are replaced.
 std::string JsonLine(const json& document);
 std::string JsonText(const json& document);
+
+// Returns the text of the document that ToJson makes of what is given.
+template <typename T>
+std::string DocumentText(const T& value);
 
 // Prints the explanation's document, a line a property, without holding the whole of it.
 void PrintJson(const Explanation& explanation, std::ostream& out);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <nlohmann/json.hpp>
+
 #include "output/printable.h"
 #include "output/text.h"
 
@@ -52,8 +54,8 @@ std::string SummaryText(const Summary& summary) {
                 text << namer.Text(value.variants);
             }
             text << "\n";
-            if (!value.origin.is_null()) {
-                text << "    " << value.origin.at("text").get<std::string>() << "\n";
+            if (value.origin) {
+                text << "    " << value.origin->at("text").get<std::string>() << "\n";
             }
         }
     }

@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 #include "output/json.h"
 #include "output/text.h"

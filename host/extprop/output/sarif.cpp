@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 #include "lint/rule_table.h"
 #include "output/printable.h"
