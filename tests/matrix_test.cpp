@@ -1,6 +1,9 @@
 // All variants at once: that a matrix is what its variants' own boots are, and what is made of it.
 
 #include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <filesystem>
 #include <map>
@@ -70,6 +73,24 @@ class MatrixTest : public ToolTest {
         return lines;
     }
 
+    MatrixTest() {
+        // An endless import comes to its end sooner on a small stack.
+        const rlimit small = {512 * 1024, RLIM_INFINITY};
+        setrlimit(RLIMIT_STACK, &small);
+    }
+
+    // Makes the device's boots in the region JP crash.
+    void BreakJapan(const std::string& name) const {
+        const std::string directory = "/mnt/vendor/my_product/cust";
+        // A random device may have anything there.
+        if (!is_directory(std::filesystem::symlink_status(Path(name + directory)))) {
+            std::filesystem::remove(Path(name + directory));
+        }
+        std::filesystem::remove_all(Path(name + directory + "/JP"));
+        const std::string file = directory + "/JP/build.prop";
+        Write(name + file, "import " + file + "\n");
+    }
+
     // An image for five regions and twenty carriers, of which one says too little.
     std::string Carriers(const std::string& name) const {
         const std::string vendor = name + "/mnt/vendor/";
@@ -94,9 +115,12 @@ TEST_F(MatrixTest, IsOneBootForEachVariant) {
     for (const uint64_t seed : Seeds()) {
         const std::string device = Path("/" + std::to_string(seed));
         const std::string words = " " + device + Shell(MakeRandomDevice(device, seed, false));
+        BreakJapan("/" + std::to_string(seed));
         SCOPED_TRACE("MakeRandomDevice " + words);
-        const Lines lines = LinesOf(Run("matrix --json" + words));
+        const Output matrix = Run("matrix --json" + words + " '*'");
+        const Lines lines = LinesOf(matrix);
         ASSERT_EQ(lines.variants.size(), lines.summary.at("variants").size());
+        bool fails = false;
         for (const json& entry : lines.summary.at("variants")) {
             SCOPED_TRACE(entry.dump());
             const json& line = lines.variants.at(entry.at("variant").dump());
@@ -104,16 +128,27 @@ TEST_F(MatrixTest, IsOneBootForEachVariant) {
                     json::parse(Run("boot --json" + words + Shell(entry.at("words"))).out);
             EXPECT_EQ(json::diff(line.at("properties"), boot.at("properties")), json::array());
             EXPECT_EQ(line.at("failure"), boot.at("failure"));
+            EXPECT_EQ(entry.at("failure"), boot.at("failure"));
+            fails |= !boot.at("failure").is_null();
         }
-        // The summary says the same once more, turned round.
+        EXPECT_EQ(matrix.status, fails ? 3 : 0);
+        // The summary says the same once more, turned round: each variant that did not fail has
+        // each property once.
         for (const json& property : lines.summary.at("properties")) {
+            std::map<size_t, json> values;
             for (const json& value : property.at("values")) {
                 for (const size_t number : value.at("variants")) {
-                    const json& variant = lines.summary.at("variants").at(number).at("variant");
-                    const json& all = lines.variants.at(variant.dump()).at("properties");
-                    EXPECT_EQ(all.value(property.at("name").get<std::string>(), json()),
-                              value.at("value"));
+                    EXPECT_TRUE(values.emplace(number, value.at("value")).second);
                 }
+            }
+            for (size_t i = 0; i < lines.variants.size(); ++i) {
+                const json& variant = lines.summary.at("variants").at(i).at("variant");
+                const json& line = lines.variants.at(variant.dump());
+                EXPECT_EQ(values.count(i), line.at("failure").is_null() ? 1u : 0u) << variant;
+                if (values.count(i) == 0) continue;
+                EXPECT_EQ(
+                        line.at("properties").value(property.at("name").get<std::string>(), json()),
+                        values[i]);
             }
         }
 
@@ -124,7 +159,9 @@ TEST_F(MatrixTest, IsOneBootForEachVariant) {
             merged += " " + Write("/part" + std::string(1, *part),
                                   Run("matrix" + over + " --shard " + part).out);
         }
-        EXPECT_EQ(LinesOf(Run("matrix --json --merge" + merged)).summary, LinesOf(whole).summary);
+        const Output together = Run("matrix --json --merge" + merged);
+        EXPECT_EQ(LinesOf(together).summary, LinesOf(whole).summary);
+        EXPECT_EQ(together.status, whole.status);
         EXPECT_THAT(Run("matrix --merge" + merged + " " + Path("/part1")).err,
                     HasSubstr("part1:1: the variant"));
     }
@@ -171,8 +208,12 @@ TEST_F(MatrixTest, AnswersForWhom) {
     }
     EXPECT_EQ(LinesOf(Run("matrix --json --merge" + parts)).summary,
               LinesOf(Run("matrix --json " + device)).summary);
-    EXPECT_THAT(Run("matrix --merge " + Path("/part2")).err,
-                HasSubstr("the lines of --shard 1/4 are missing"));
+    for (const std::string missing : {"1", "2", "3", "4"}) {
+        const std::string rest =
+                android::base::StringReplace(parts, Path("/part" + missing), "", false);
+        EXPECT_THAT(Run("matrix --merge" + rest).err,
+                    HasSubstr("the lines of --shard " + missing + "/4 are missing"));
+    }
 
     const std::string other = Carriers("/other");
     EXPECT_EQ(Run("matrix " + device + " " + other).status, 0);
@@ -185,6 +226,64 @@ TEST_F(MatrixTest, AnswersForWhom) {
     EXPECT_THAT(difference.out,
                 HasSubstr("21 variants: ro.test.locale IN -> hi  [region=IN (21)]\n"));
     EXPECT_THAT(difference.out, HasSubstr("only " + other + " has sim-first=c20\n"));
+}
+
+TEST_F(MatrixTest, AVariantThatFailsIsNoneThatBooted) {
+    const std::string device = Carriers("/image"), other = Carriers("/other");
+    BreakJapan("/other");
+    const Output text = Run("matrix " + other + " 'ro.test.*' --html " + Path("/page.html"));
+    EXPECT_EQ(text.status, 3);
+    // The page's data is the summary.
+    std::string page;
+    android::base::ReadFileToString(Path("/page.html"), &page);
+    const size_t data = page.find('{', page.find("id=\"data\""));
+    EXPECT_EQ(json::parse(page.substr(data, page.find("</script>", data) - data)),
+              LinesOf(Run("matrix --json " + other + " 'ro.test.*'")).summary);
+    EXPECT_THAT(text.out, AllOf(HasSubstr("ro.test.locale\n  CN  region=CN\n"),
+                                HasSubstr("  en  all 22 others\n"),
+                                HasSubstr(", of which the library did not survive 1:\nregion=JP"),
+                                Not(HasSubstr("  JP  "))));
+    // Whichever of the two it is.
+    for (const std::string& devices : {device + " " + other, other + " " + device}) {
+        const Output difference = Run("matrix " + devices);
+        EXPECT_EQ(difference.status, 3);
+        EXPECT_THAT(difference.out,
+                    testing::StartsWith("region=JP: the library crashed with SIGSEGV"));
+    }
+    std::filesystem::remove_all(device + "/mnt/vendor/my_product/cust/JP");
+    const Output difference = Run("matrix " + device + " " + other);
+    EXPECT_EQ(difference.status, 3);
+    EXPECT_THAT(difference.out, AllOf(HasSubstr("only " + other + " has region=JP\n"),
+                                      HasSubstr("\nregion=JP: the library crashed")));
+}
+
+TEST_F(MatrixTest, AKilledWorkerIsAnError) {
+    const std::string device = Carriers("/image");
+    const std::string hangs = device + "/mnt/vendor/my_product/cust/JP/build.prop";
+    std::filesystem::remove(hangs);
+    ASSERT_EQ(mkfifo(hangs.c_str(), 0644), 0);
+    // When all other variants are done, who is left boots the one that hangs.
+    const std::string out = Path("/out");
+    const std::string script = EXTPROP " matrix --jobs 2 --json --over region --timeout 60 " +
+                               device + " >" + out + " & for i in $(seq 2000); do [ $(wc -l <" +
+                               out +
+                               ") -lt 4 ] || break; sleep 0.01; done; "
+                               "kill -KILL $(cat /proc/$!/task/$!/children); wait $!";
+    const std::string err = Path("/err");
+    const int status = system(("(" + script + ") 2>" + err).c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 2);
+    std::string said;
+    android::base::ReadFileToString(err, &said);
+    EXPECT_THAT(said, HasSubstr("extprop: a process that boots variants was killed\n"));
+}
+
+TEST_F(MatrixTest, SaysWhatWasNotReadOfEachDevice) {
+    const std::string device = Carriers("/image"), other = Carriers("/other");
+    const std::string note = "extprop: note: " + Write("/other/my_stock_b.img", "") +
+                             ": of the other slot, not read\n";
+    EXPECT_EQ(Run("matrix " + other).err, note);
+    EXPECT_EQ(Run("matrix " + device + " " + other).err, note);
+    EXPECT_EQ(Run("matrix " + other + " " + device).err, note);
 }
 
 TEST_F(MatrixTest, MakesKeysTrueThatTheBootDeletes) {
@@ -228,8 +327,7 @@ TEST_F(MatrixTest, TellsWhatIsWrongAndWhatFails) {
         EXPECT_THAT(output.err, HasSubstr(mistake.error)) << mistake.arguments;
     }
 
-    Write("/image/mnt/vendor/my_product/cust/JP/build.prop",
-          "import /mnt/vendor/my_product/cust/JP/build.prop\n");
+    BreakJapan("/image");
     const Output failing = Run("matrix --json " + device);
     EXPECT_EQ(failing.status, 3);
     const json line = LinesOf(failing).variants.at(R"({"region":"JP"})");
@@ -278,7 +376,7 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
     const Output output = Run(check +
                               Write("/carriers.yaml",
                                     "expectations:\n"
-                                    "  - name: Voice\n"
+                                    "  - name: <Voice> & \"data\"\n"
                                     "    variants: {sim-first: '*'}\n"
                                     "    properties:\n"
                                     "      ro.test.volte: 1\n"
@@ -302,7 +400,7 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
                       "/mnt/vendor/my_product/cust/EU/build.prop:1\n"
                       "sim-first=c7: " +
                       Path("/carriers.yaml") +
-                      ":2 (Voice)\n"
+                      ":2 (<Voice> & \"data\")\n"
                       "  ro.test.volte is unset, expected '1'\n"
                       "sim-first=none: " +
                       Path("/carriers.yaml") +
@@ -317,6 +415,17 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
     android::base::ReadFileToString(Path("/report.xml"), &report);
     EXPECT_THAT(report, HasSubstr("tests=\"24\" failures=\"4\""));
     EXPECT_THAT(report, HasSubstr("name=\"sim-first=c7\"><failure"));
+    EXPECT_THAT(report, HasSubstr(":2 (&lt;Voice&gt; &amp; &quot;data&quot;)\""));
+
+    // The command line's steps go before the file's, and a step is one that there is.
+    const auto early = [this](const std::string& step) {
+        return Write("/steps.yaml", "steps: [" + step +
+                                            "]\nexpectations:\n  - variants: {}\n"
+                                            "    properties: {ro.test.apn: {set: false}}\n");
+    };
+    EXPECT_EQ(Run(check + early("early")).status, 0);
+    EXPECT_EQ(Run(check + early("early") + " persist").status, 1);
+    EXPECT_THAT(Run(check + early("'sim:typo'")).err, HasSubstr("step 'sim:typo': the library"));
 
     const Output wrong = Run(check + Write("/wrong.yaml",
                                            "steps: [erly]\n"

@@ -9,9 +9,11 @@
 //   /path/                     a directory
 //   /path -> TARGET            a link
 //   remove /path
+//   fail CALL PATH             in the next boot, each such call for the path fails
 //   boot STEP...
 //   | what came of it
 
+#include <errno.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -60,10 +62,18 @@ class Device {
 
     void Remove(const std::string& path) { fs::remove_all(World::Outside(path)); }
 
+    void Fail(const std::string& call) {
+        const size_t space = call.find(' ');
+        fault_.name = call.substr(0, space);
+        fault_.path = call.substr(space + 1);
+        fault_.error = EIO;
+    }
+
     void Boot(const std::string& steps) {
         life_.steps = android::base::Split(steps, " ");
         const Files before = World::Snapshot();
-        const Outcome outcome = world_.Boot(life_, {}, persistent_);
+        const Outcome outcome = world_.Boot(life_, fault_, persistent_);
+        fault_ = {};
         if (!outcome.death.empty()) Print("died: " + outcome.death);
         for (const std::string& event : outcome.events) Print(event);
         for (const std::string& value : outcome.values) {
@@ -98,6 +108,7 @@ class Device {
 
     World world_{{}};
     Life life_ = {"case", {}, {}, {}};
+    faults::Fault fault_;  // of the next boot
     player::PropertyMap persistent_;
 };
 
@@ -118,6 +129,8 @@ int Play(int, char**) {
             device->Set(rest);
         } else if (StartsWith(line, "remove ")) {
             device->Remove(rest);
+        } else if (StartsWith(line, "fail ")) {
+            device->Fail(rest);
         } else if (StartsWith(line, "boot ")) {
             device->Boot(rest);
         } else if (StartsWith(line, "/")) {

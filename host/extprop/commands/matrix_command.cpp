@@ -106,6 +106,7 @@ ExitStatus Compare(const Arguments& arguments) {
     VariantSpace known;
     for (const std::string& device : arguments.devices) {
         matrices.emplace_back(OptionsOf(device, arguments.boot), arguments.choice.jobs);
+        PrintNotes(matrices.back().base().notes);
         for (int axis = 0; axis < kAxisCount; ++axis) {
             const auto& values = matrices.back().space().values[axis];
             known.values[axis].insert(values.begin(), values.end());

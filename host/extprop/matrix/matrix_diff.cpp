@@ -14,11 +14,15 @@ Places PlacesOf(const Summary& summary) {
     return places;
 }
 
-// Returns those of the one that the other has not.
-std::vector<Variant> Only(const Places& one, const Places& other) {
+// Returns those of the summary that the other has not, and adds those among them that failed to
+// `*failed`.
+std::vector<Variant> Only(const Summary& summary, const Places& other,
+                          std::vector<SummaryVariant>* failed) {
     std::vector<Variant> only;
-    for (const auto& [variant, place] : one) {
-        if (other.count(variant) == 0) only.push_back(variant);
+    for (const SummaryVariant& variant : summary.variants) {
+        if (other.count(variant.variant) != 0) continue;
+        only.push_back(variant.variant);
+        if (variant.failure) failed->push_back(variant);
     }
     return only;
 }
@@ -46,8 +50,8 @@ MatrixDifference Compare(const Summary& a, const Summary& b) {
     difference.device_a = a.device;
     difference.device_b = b.device;
     const Places places_a = PlacesOf(a), places_b = PlacesOf(b);
-    difference.only_a = Only(places_a, places_b);
-    difference.only_b = Only(places_b, places_a);
+    difference.only_a = Only(a, places_b, &difference.failed);
+    difference.only_b = Only(b, places_a, &difference.failed);
     std::vector<std::pair<size_t, size_t>> common;
     for (const auto& [variant, place_a] : places_a) {
         auto place_b = places_b.find(variant);

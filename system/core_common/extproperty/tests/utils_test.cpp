@@ -136,26 +136,6 @@ TEST_F(UtilsTest, WritesFiles) {
     EXPECT_NE(access(full.c_str(), F_OK), 0);
 }
 
-TEST_F(UtilsTest, LooksUpOneProperty) {
-    const auto lookup = [this](const std::string& content, const char* name) {
-        return load_property_from_file(Write("file", content).c_str(), name);
-    };
-    EXPECT_EQ(lookup("#ro.x=1\n  ro.x = 2 \t\n ro.x=3", "ro.x"), "2");
-    EXPECT_EQ(lookup("ro.xy=3\n", "ro.x"), "3");
-    EXPECT_EQ(lookup("ro.x no equals\nro.x y = a = b\r\n", "ro.x"), "a = b");
-    EXPECT_EQ(lookup(std::string("ro.x\0=1", 7), "ro.x"), "1");
-    TakeLog();
-
-    const std::string path = Path("file");
-    EXPECT_EQ(lookup("ro.x=\nro.x=2\n", "ro.x"), "");
-    EXPECT_EQ(lookup("ro.y=1\n", "ro.x"), "");
-    EXPECT_EQ(load_property_from_file("/missing/file", "ro.x"), "");
-    EXPECT_THAT(TakeLog(), ElementsAre("W Loading property from " + path + ": ",
-                                       "W Loading property from " + path + " failed ",
-                                       "W Couldn't load property file '/missing/file': open() "
-                                       "failed: No such file or directory"));
-}
-
 TEST_F(UtilsTest, JudgesNamesAndValues) {
     for (const char* name : {"a", "a.b", "vendor.x-y@z:1_2", "Z9"}) {
         EXPECT_TRUE(IsLegalPropertyName(name)) << name;
@@ -224,26 +204,6 @@ TEST_F(UtilsTest, ExpandsReferences) {
     for (const auto& known : errors) {
         EXPECT_EQ(ExpandProps(known.text).error().message(), known.error);
     }
-}
-
-TEST_F(UtilsTest, LoadsPropertyLines) {
-    const std::string path = Write("file",
-                                   "a=1\n# a=2\n \t key  =  value \r\n\v=v\nno equals\n"
-                                   "b=x=y\nimport=no import\nimport\t=n\nempty=\na=1\na=3");
-    EXPECT_THAT(Load(path),
-                ElementsAre(Pair("", "v"), Pair("a", "3"), Pair("b", "x=y"), Pair("empty", ""),
-                            Pair("import", "n"), Pair("key", "value")));
-    EXPECT_THAT(TakeLog(), ElementsAre("W Overriding previous 'ro.' property 'import':'no import' "
-                                       "with new value 'n'",
-                                       "W Overriding previous 'ro.' property 'a':'1' with new "
-                                       "value '3'"));
-    EXPECT_THAT(Load(Write("zero", std::string("a\0b=1\0\nc=2", 10))),
-                ElementsAre(Pair(std::string("a\0b", 3), std::string("1\0", 2)), Pair("c", "2")));
-    EXPECT_THAT(Load(Write("empty", "")), ElementsAre());
-
-    PropertyMap properties = {{"a", "0"}, {"z", "9"}};
-    EXPECT_FALSE(load_properties_from_file_without_se("/missing", nullptr, &properties));
-    EXPECT_THAT(properties, ElementsAre(Pair("a", "0"), Pair("z", "9")));
 }
 
 TEST_F(UtilsTest, CreatesTheDirectoriesOfAPath) {
