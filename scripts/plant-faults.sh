@@ -15,7 +15,7 @@ folders=("${@:3}")
 install_packages $TOOL_PACKAGES $TEST_PACKAGES
 
 COPY=$ROOT/build/faults
-BUILD=$COPY/build
+BUILD=$COPY/build/default
 LOG=$ROOT/build/faults.log
 
 # The tests that look at a source's folder in particular go first, and after them all others.
@@ -89,15 +89,16 @@ faults_of() {
         }' "$1"
 }
 
-# A fault may make the tests end or mount what they should not, so they run in namespaces of their
-# own, in which nothing but the copy and /tmp can be written.
-isolated() {
+# A fault may make the tests end, mount or fill what they should not, so they run in namespaces of
+# their own, in which the root cannot be written, and with little memory.
+isolated() (
     local user=()
     [ "$(id -u)" -eq 0 ] || user=(--user --map-root-user)
+    ulimit -v 8388608
     unshare "${user[@]}" --mount --pid --fork --kill-child --mount-proc bash -c '
         mount -t tmpfs tmpfs /tmp && mount --bind "$1" "$1" && mount -o remount,bind,ro / &&
             cd "$1" && exec "${@:2}"' isolated "$COPY" "$@"
-}
+)
 
 notices() {
     timeout 900 cmake --build "$BUILD" >"$LOG" 2>&1 || return 2
@@ -106,11 +107,9 @@ notices() {
 }
 
 mkdir -p "$COPY"
-(cd "$ROOT" && git ls-files -z --cached --others --exclude-standard | xargs -0 tar c --ignore-failed-read) |
-    tar x -C "$COPY"
+(cd "$ROOT" && git ls-files -z | tar c --null -T -) | tar x -C "$COPY"
 cd "$COPY"
-quietly cmake -S . -B build -G Ninja -DCMAKE_CXX_COMPILER=g++ -DCMAKE_CXX_FLAGS=-w \
-    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1
+quietly cmake --preset default
 echo "Building the copy, and running its tests as they are" >&2
 if notices -E none; then
     cat "$LOG" >&2
@@ -138,7 +137,7 @@ while IFS=$'\t' read -r -u 3 _ source line text; do
             unnoticed=$((unnoticed + 1))
             printf '%s:%s:\n  - %s\n  + %s\n' "$source" "$line" "${was##*( )}" "$text"
             ;;
-    esac  # what does not compile is no fault
+    esac  # what the compiler refuses is no fault
 done 3< <(find "${folders[@]}" -name '*.cpp' ! -path '*/tests/*' | sort | while read -r source; do
     faults_of "$source" | sed "s|^|$source\t|"
 done | awk -v seed="$seed" 'BEGIN { srand(seed) } { printf "%.9f\t%s\n", rand(), $0 }' | sort -n)
