@@ -107,6 +107,7 @@ notices() {
 }
 
 mkdir -p "$COPY"
+find "$COPY" -mindepth 1 -maxdepth 1 ! -name build -exec rm -r {} +
 (cd "$ROOT" && git ls-files -z | tar c --null -T -) | tar x -C "$COPY"
 cd "$COPY"
 quietly cmake --preset default
