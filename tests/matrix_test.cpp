@@ -172,8 +172,18 @@ TEST_F(MatrixTest, AnswersForWhom) {
     const Output list = Run("matrix --list " + device);
     EXPECT_THAT(list.out, HasSubstr("region       CN EU IN JP US\n"));
     EXPECT_THAT(list.out, HasSubstr("\n26 variants\n"));
-    EXPECT_THAT(Run("matrix --list --over region,sim-first --except region=US " + device).out,
-                HasSubstr("\n105 variants\n"));
+    const std::pair<const char*, int> choices[] = {
+            {"--over region,sim-first --except region=US", 105},
+            {"--over region,sim-first --except region=as-is", 105},
+            {"--except region=as-is", 5},
+            {"--only region=as-is", 21},
+            {"--only region=as-is,EU --except sim-first=c0", 21},
+    };
+    for (const auto& [words, variants] : choices) {
+        EXPECT_THAT(Run("matrix --list " + device + " " + words).out,
+                    HasSubstr("\n" + std::to_string(variants) + " variants\n"))
+                << words;
+    }
 
     Write("/image/odm/properties/c1/SimSwitchFirstTme/a.prop", "ro.test.lost=1\n");
     Write("/image/odm/properties/c1/SimSwitchFirstTime/a.prop", "ro.test.apn=c1.example\n");
@@ -426,6 +436,19 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
     EXPECT_EQ(Run(check + early("early")).status, 0);
     EXPECT_EQ(Run(check + early("early") + " persist").status, 1);
     EXPECT_THAT(Run(check + early("'sim:typo'")).err, HasSubstr("step 'sim:typo': the library"));
+
+    // A file that a mount brought there has both names.
+    for (const char* place : {"/my_carrier/cust/build.prop:1", "/mnt/cota/package/cust/build.prop",
+                              "/mnt/cota/package/build.prop"}) {
+        const std::string expectations =
+                Write("/from.yaml",
+                      "steps: ['cota-service:mount_must_load']\nexpectations:\n"
+                      "  - variants: {}\n    properties: {ro.sample.apn: {from: '" +
+                              std::string(place) + "'}}\n");
+        EXPECT_EQ(Run("check " + Sample("carrier-package") + " " + expectations).status,
+                  std::string(place).find("cust") == std::string::npos ? 1 : 0)
+                << place;
+    }
 
     const Output wrong = Run(check + Write("/wrong.yaml",
                                            "steps: [erly]\n"
