@@ -47,4 +47,30 @@ inline constexpr size_t kPhoneProperties = size_t{16} << 20;  // the properties 
 inline constexpr size_t kPhoneFiles = 100'000;                // of a directory, a property each
 inline constexpr size_t kPhoneValue = size_t{64} << 10;       // such a file, in bytes
 
+// Other texts that are read; a device's property files are the sandbox's matter.
+inline constexpr size_t kProperties = 100'000;     // of one file of --props
+inline constexpr size_t kText = size_t{16} << 20;  // a file of expectations, in bytes
+inline constexpr size_t kYamlNodes = 1'000'000;    // of expectations, each as often as it is read
+inline constexpr size_t kErrors = 100;             // that are told of one file
+inline constexpr size_t kPatterns = 2'048;         // regular expressions in one file
+inline constexpr int64_t kPattern = int64_t{256} << 10;  // what matching one may take, in bytes
+inline constexpr size_t kLine = size_t{64} << 20;        // a line of --merge, in bytes
+inline constexpr size_t kJsonDepth = 64;                 // of a line's arrays and objects
+inline constexpr size_t kJsonValues = 4'000'000;         // in a line
+
+// Variants.
+inline constexpr size_t kVariants = 100'000;           // of one choice
+inline constexpr size_t kSummary = size_t{256} << 20;  // what differs between them, in bytes
+inline constexpr size_t kChecked = size_t{256} << 20;  // what is told of a check, in bytes
+
+// lint.
+inline constexpr size_t kFindings = 100'000;          // that are told
+inline constexpr size_t kLinted = size_t{256} << 20;  // of property files, in bytes
+
+// A boot, and whatever else the tool asks the library inside the sandbox.
+inline constexpr size_t kOpens = 40'000;                     // files opened
+inline constexpr uint64_t kOpenedBytes = uint64_t{1} << 30;  // their sizes added up
+inline constexpr size_t kTold = size_t{64} << 20;            // what it tells the tool, in bytes
+inline constexpr uint64_t kMemory = uint64_t{1} << 30;       // its data, in bytes
+
 }  // namespace limits

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "boot/installing_service.h"
+#include "budget.h"
 #include "commands/command.h"
 #include "device/legal.h"
 #include "device/phone.h"
@@ -86,8 +87,12 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
         if (options.names_no_steps) plan.steps.push_back(ParseStep(step));
     }
     for (const std::string& file : arguments.property_files) {
-        const Phone phone = ReadPhone(file);
+        const Phone phone = ReadPhone(file, device);
         PrintNotes(phone.notes);
+        if (phone.properties.size() > limits::kProperties) {
+            throw InputError(file + ": more than " + std::to_string(limits::kProperties) +
+                             " properties, which is the limit");
+        }
         for (const auto& [name, value] : phone.properties) {
             AddProperty(file, name, value, &plan.properties);
         }

@@ -12,6 +12,7 @@
 
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/partitions.h"
+#include "budget.h"
 #include "device/legal.h"
 #include "device_files.h"
 #include "explain/dead_places.h"
@@ -134,10 +135,17 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
                       "a zero byte: this is no text file, and was not looked at further");
         return;
     }
+    if (files->held > limits::kLinted) {
+        findings->Add(kUnreadable, file.path,
+                      "this was not looked at: the files before it take more than " +
+                              std::to_string(limits::kLinted) + " bytes");
+        return;
+    }
     file.content = std::move(*content);
     file.was_read = true;
     // A look-up of single names knows no imports, as a load with a filter knows none.
     file.lines = PropertyLines(file.content, use == FileUse::kDeviceName);
+    files->held += file.content.size() + file.lines.capacity() * sizeof(PropertyLine);
 }
 
 std::vector<Finding> Lint(const std::string& device, char slot, std::vector<std::string>* notes) {

@@ -123,7 +123,7 @@ void Visit(Fields& fields, StepReport& step) {
 template <typename Fields>
 void Visit(Fields& fields, BootFailure& failure) {
     fields("step", failure.step)("timed_out", failure.timed_out)("signal", failure.signal)(
-            "last_file", failure.last_file);
+            "limit", failure.limit)("last_file", failure.last_file);
 }
 
 template <typename Fields>
@@ -638,12 +638,6 @@ json ToJson(const LintReport& report) {
     return Document(report, kLintFormat);
 }
 
-json ToJson(const VariantList& list) {
-    json axes = json::object();
-    for (int axis = 0; axis < kAxisCount; ++axis) axes[kAxisNames[axis]] = list.axes[axis];
-    return {{"format", kVariantListFormat}, {"axes", axes}, {"variants", Write(list.variants)}};
-}
-
 json ToJson(const Report& report) {
     json document = Document(report, kReportFormat);
     for (json& step : document.at("steps")) {
@@ -681,6 +675,20 @@ void PrintJson(const Explanation& explanation, std::ostream& out) {
     out << "\n]}\n";
 }
 
+void PrintJson(const VariantSpace& space, const std::vector<Variant>& variants,
+               const std::function<Words(const Variant&)>& words, std::ostream& out) {
+    json axes = json::object();
+    for (int axis = 0; axis < kAxisCount; ++axis) axes[kAxisNames[axis]] = space.values[axis];
+    out << "{\"format\": " << kVariantListFormat << ", \"axes\": " << JsonLine(axes)
+        << ", \"variants\": [";
+    const char* separator = "\n";
+    for (const Variant& variant : variants) {
+        out << separator << JsonLine(Write(SummaryVariant{variant, words(variant), std::nullopt}));
+        separator = ",\n";
+    }
+    out << "\n]}\n";
+}
+
 json ToJson(const Difference& difference) {
     return Document(difference, kDifferenceFormat);
 }
@@ -693,7 +701,6 @@ std::string DocumentText(const T& value) {
 template std::string DocumentText(const Report&);
 template std::string DocumentText(const Difference&);
 template std::string DocumentText(const MatrixDifference&);
-template std::string DocumentText(const VariantList&);
 template std::string DocumentText(const CheckResult&);
 template std::string DocumentText(const LintReport&);
 

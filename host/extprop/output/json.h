@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 
 #include <nlohmann/json_fwd.hpp>
@@ -40,7 +41,6 @@ Summary SummaryFromJson(json document);
 json ToJson(const VariantLine& line);
 json ToJson(const Summary& summary);
 json ToJson(const MatrixDifference& difference);
-json ToJson(const VariantList& list);
 json ToJson(const CheckResult& result);
 json ToJson(const Report& report);
 json ToJson(const Explanation& explanation);
@@ -58,5 +58,9 @@ std::string DocumentText(const T& value);
 
 // Prints the explanation's document, a line a property, without holding the whole of it.
 void PrintJson(const Explanation& explanation, std::ostream& out);
+
+// Prints so what would be booted, each variant with its words.
+void PrintJson(const VariantSpace& space, const std::vector<Variant>& variants,
+               const std::function<Words(const Variant&)>& words, std::ostream& out);
 
 }  // namespace extprop
