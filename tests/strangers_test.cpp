@@ -60,7 +60,9 @@ class StrangersTest : public ToolTest {
             usleep(100'000);
         }
         EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
-        if (!kIsSanitized) EXPECT_LT(used.ru_maxrss, 1'500'000) << "KiB";
+        if (!kIsSanitized) {
+            EXPECT_LT(used.ru_maxrss, 1'500'000) << "KiB";
+        }
 
         Output output{WEXITSTATUS(status), "", ""};
         android::base::ReadFileToString(out.path, &output.out);
@@ -71,7 +73,7 @@ class StrangersTest : public ToolTest {
             EXPECT_FALSE(std::regex_search(*text, unprintable)) << *text;
         }
         for (const std::string& line : android::base::Split(output.err, "\n")) {
-            if (!line.empty()) EXPECT_THAT(line, testing::StartsWith("extprop: "));
+            EXPECT_THAT(line, testing::AnyOf("", testing::StartsWith("extprop: ")));
         }
         EXPECT_EQ(Content("/outside/kept"), "kept");
         EXPECT_EQ(std::distance(fs::directory_iterator(Path("/outside")), {}), 1);
@@ -107,7 +109,7 @@ class StrangersTest : public ToolTest {
         }
     }
 
-    static constexpr int kLongest = 120;  // seconds; on a machine of its own each takes a few
+    static constexpr int kLongest = 300;  // seconds; on a machine of its own each takes a few
 #if defined(__SANITIZE_ADDRESS__)
     static constexpr bool kIsSanitized = true;
 #elif defined(__has_feature)
@@ -263,16 +265,20 @@ TEST_F(StrangersTest, VariantsAreCountedBeforeTheyAreMade) {
 }
 
 TEST_F(StrangersTest, BootsEndAtTheirLimits) {
-    const auto expect_limit = [&](const char* limit) {
-        for (const Words& words : {Words{"boot", "d", "early", "--timeout", "900"},
-                                   Words{"explain", "d", "--all", "--timeout", "900"},
-                                   Words{"boot", "d", "early", "--json"}, Words{"matrix", "d"}}) {
+    constexpr size_t kSaid = 300;
+    const auto expect_limit = [&](const std::string& limit, std::vector<Words> commands) {
+        for (Words& words : commands) {
+            words.insert(words.end(), {"--timeout", "900"});
             const Output output = RunWords(words);
             EXPECT_EQ(output.status, 3) << words[0];
-            EXPECT_THAT(output.err + output.out, HasSubstr(limit)) << words[0];
+            const std::string said = output.err.empty() ? output.out : output.err;
+            EXPECT_TRUE(std::regex_search(said.substr(said.size() - std::min(said.size(), kSaid)),
+                                          std::regex("stopped at a limit, " + limit)))
+                    << words[0];
         }
     };
     const auto import_twice = [&](int levels, const std::string& content) {
+        fs::remove_all(Path("/d/odm"));
         for (int i = 0; i < levels; ++i) {
             const std::string next = "import /odm/" + std::to_string(i + 1) + ".prop\n";
             Write("/d/odm/" + (i == 0 ? "build" : std::to_string(i)) + ".prop",
@@ -280,9 +286,10 @@ TEST_F(StrangersTest, BootsEndAtTheirLimits) {
         }
     };
     import_twice(34, "ro.a=1\n");
-    expect_limit(" opened files");
+    expect_limit("[0-9]+ opened files",
+                 {{"boot", "d", "early", "--json"}, {"matrix", "d", "early"}});
     import_twice(10, "ro.a=" + std::string(8 << 20, 'a') + "\n");
-    expect_limit(" bytes ");
+    expect_limit("[0-9]+ bytes", {{"boot", "d", "early"}, {"explain", "d", "--all", "early"}});
     // The library's own crash stays what it is on the phone.
     Write("/d/odm/build.prop", "import /odm/build.prop\n");
     EXPECT_THAT(RunWords({"boot", "d", "early"}).err, HasSubstr("crashed with SIGSEGV"));

@@ -50,7 +50,7 @@ bool Findings::Has(const Rule& rule) const {
 
 std::vector<Finding> Findings::Take(const PropertyFiles& files) {
     if (std::exchange(has_more_, false)) {
-        findings_.pop_back();
+        if (findings_.size() == limits::kFindings) findings_.pop_back();
         Add(RuleNamed("not-checked"), "",
             "there is more to find than the " + std::to_string(limits::kFindings) +
                     " faults that are told");

@@ -138,6 +138,14 @@ void Checker::Add(size_t number, const Outcome& outcome) {
             unmet.expected = ExpectedText(expected);
             auto found = properties.find(name);
             unmet.value = found == properties.end() ? std::nullopt : std::optional(found->second);
+            if (unmet.value && expected.pattern) {
+                matching_ += uint64_t{unmet.value->size()} * expected.pattern->ProgramSize();
+                if (matching_ > limits::kMatching) {
+                    throw InputError(expectations_.file +
+                                     ": its regular expressions, up to that of " + name +
+                                     ", take too long, which is limited");
+                }
+            }
             if (!Meets(unmet.value, expected)) {
                 AddUnmet(unmet, &checked);
                 if (unmet.value) traced_[number].insert(name);

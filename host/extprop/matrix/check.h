@@ -78,6 +78,7 @@ class Checker {
     std::map<size_t, std::vector<FromFile>> from_;
     size_t checked_ = 0;
     size_t kept_ = 0;
+    uint64_t matching_ = 0;
 };
 
 }  // namespace extprop

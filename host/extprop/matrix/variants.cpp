@@ -240,15 +240,16 @@ std::vector<Variant> ChosenVariants(const VariantSpace& space, const Choice& cho
         }
         // In a product every variant so far gets every value; otherwise the first alone does.
         const size_t bases = in_product ? variants.size() : 1;
+        const bool stays = !in_product || IsChosen(axis, kAsItIs, choice);
         CheckCount(bases, values.size());
-        CheckCount(variants.size() + bases * values.size(), 1);
+        CheckCount(bases * values.size() + (stays ? variants.size() : 0), 1);
         for (size_t base = 0; base < bases; ++base) {
             for (const std::string& value : values) {
                 variants.push_back(variants[base]);
                 variants.back()[axis] = value;
             }
         }
-        if (in_product && !IsChosen(axis, kAsItIs, choice)) {
+        if (!stays) {
             variants.erase(variants.begin(), variants.begin() + static_cast<ptrdiff_t>(bases));
         }
     }
