@@ -52,6 +52,10 @@ json ToJson(const LintReport& report);
 std::string JsonLine(const json& document);
 std::string JsonText(const json& document);
 
+// Throws InputError, which begins with `place`, if the JSON is nested more deeply or has more
+// values than are read of what others made.
+void CheckShape(const std::string& json, const std::string& place);
+
 // Returns the text of the document that ToJson makes of what is given.
 template <typename T>
 std::string DocumentText(const T& value);
