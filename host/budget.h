@@ -8,7 +8,15 @@
 
 namespace limits {
 
+// Files of the device.
+inline constexpr uint64_t kPropertyFile = uint64_t{16} << 20;    // one that the library reads whole
+inline constexpr uint64_t kPartitionFile = uint64_t{256} << 20;  // of a partition, or a logo
+inline constexpr uint64_t kPrivateBytes = uint64_t{512} << 20;   // copied, by one boot
+inline constexpr size_t kDeviceFiles = 1'000'000;                // where all are looked at
+inline constexpr size_t kDevicePaths = size_t{256} << 20;        // bytes of all their paths
+
 // Images.
+inline constexpr size_t kImageKept = 64 << 20;  // of names and nodes, by each process, in bytes
 inline constexpr uint64_t kImageBytes = uint64_t{64} << 30;      // read of one image in all
 inline constexpr uint64_t kImageFile = uint64_t{1} << 30;        // one file of an image, in bytes
 inline constexpr uint64_t kImageDirectory = uint64_t{32} << 20;  // a directory's data, in bytes

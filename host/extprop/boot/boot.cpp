@@ -177,7 +177,7 @@ PreparedDevice::PreparedDevice(const BootOptions& options)
         : options_(options),
           fetch_(LoadExtension()),
           path_(DevicePath(options.device)),
-          root_(path_, {options.slot}) {
+          root_(path_, options.images) {
     const Utf8Locale loaded;
     Prepare();
 }
@@ -208,8 +208,7 @@ void PreparedDevice::PrepareSplashPartition() {
     const std::vector<Step>& steps = options_.plan.steps;
     const bool wanted = std::any_of(steps.begin(), steps.end(),
                                     [](const Step& step) { return step.copies_logo(); });
-    if (!wanted || !std::filesystem::is_regular_file(root_.Outside(kSplashPartition))) return;
-    root_.AttachBlockDevice(kSplashPartition);
+    if (wanted) root_.AttachBlockDevice(kSplashPartition);
 }
 
 Report PreparedDevice::Boot(BootListener* listener,

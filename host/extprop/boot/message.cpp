@@ -139,7 +139,9 @@ std::optional<json> AskInside(const sandbox::Sandbox& root, const std::function<
     theirs.reset();
     json answer;
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    if (ReceiveDocument(ours.get(), deadline, &answer) != Received::kMessage) return std::nullopt;
+    const Received received = ReceiveDocument(ours.get(), deadline, &answer);
+    root.CheckImages();
+    if (received != Received::kMessage) return std::nullopt;
     return answer;
 }
 

@@ -46,7 +46,7 @@ Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, 
                         size_t* left = nullptr);
 
 // Has the question answered in a process inside the sandbox. Returns nothing if that crashes or
-// does not come back within the limit.
+// does not come back within the limit. Throws as Sandbox::CheckImages() does.
 std::optional<nlohmann::json> AskInside(const sandbox::Sandbox& root,
                                         const std::function<nlohmann::json()>& question,
                                         std::chrono::seconds limit);
