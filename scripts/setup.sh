@@ -7,7 +7,8 @@ TOOL_PACKAGES="g++ cmake ninja-build android-libbase-dev libfmt-dev libcli11-dev
     libyaml-cpp-dev libzip-dev libzstd-dev protobuf-compiler zlib1g-dev"
 TEST_PACKAGES="clang clang-format clang-tidy libclang-rt-dev libgtest-dev libgmock-dev libbenchmark-dev
     libglib2.0-dev pkg-config blueprint-tools bash-completion dpkg-dev file mandoc zsh e2fsprogs
-    erofs-utils android-sdk-libsparse-utils"
+    erofs-utils android-sdk-libsparse-utils git libxml2-utils python3 python3-jsonschema
+    python3-yaml"
 ARM64_PACKAGES="g++-aarch64-linux-gnu qemu-user-static android-libbase-dev:arm64 libfmt-dev:arm64
     libgtest-dev:arm64 libgmock-dev:arm64 libarchive-dev:arm64 libext2fs-dev:arm64
     liblz4-dev:arm64 liblzma-dev:arm64 libprotobuf-dev:arm64 libssl-dev:arm64 libzip-dev:arm64

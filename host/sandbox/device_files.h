@@ -2,12 +2,9 @@
 
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <android-base/unique_fd.h>
 
 #include "images.h"
 #include "sandbox.h"
@@ -18,10 +15,13 @@ namespace sandbox {
 
 class DeviceFiles {
   public:
-    // Opens the images in the directory `device`. Throws std::runtime_error, naming the one at
+    // Unpacks the images in the directory `device`. Throws std::runtime_error, naming the one at
     // fault.
     DeviceFiles(const std::string& device, const Options& options);
-    DeviceFiles& operator=(DeviceFiles&&) = delete;
+
+    // The unpacked images, and the files in the device directory that they stand for.
+    const std::vector<UnpackedImage>& unpacked() const { return unpacked_; }
+    const std::vector<std::string>& hidden() const { return images_.files; }
 
     View& view() { return *view_; }
     const View& view() const { return *view_; }
@@ -30,23 +30,20 @@ class DeviceFiles {
     void Reset();
 
     // What Sandbox has under the same names.
-    bool AttachBlockDevice(const std::string& path);
-    std::string Read(const std::string& path, size_t most) const;
+    void AttachBlockDevice(const std::string& path);
+    std::string Outside(const std::string& path) const;
     std::optional<ImagePlace> ImageOf(const std::string& path) const;
     std::vector<std::string> Notes() const;
-    void CheckImages() const;
 
-    // A child process that goes on with its own copy of this must not keep the private folder.
+    // A child process that goes on with its own copy of this must not keep the unpacked files.
     void LeaveInChild() { scratch_.LeaveInChild(); }
 
   private:
-    void Restart();
-    void ShowImages();
-
-    std::shared_ptr<const Tree> device_;
+    std::string device_;
+    Images images_;
     ScratchDirectory scratch_;
-    android::base::unique_fd nothing_;  // an empty directory
-    Images images_;                     // the partitions are the view's trees but the first
+    // The partitions, which are the view's trees but the first.
+    std::vector<UnpackedImage> unpacked_;
     std::optional<View> view_;
 };
 

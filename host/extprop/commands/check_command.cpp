@@ -1,3 +1,4 @@
+#include <chrono>
 #include <iostream>
 
 #include "commands/command.h"
@@ -8,6 +9,8 @@
 #include "named_file.h"
 #include "output/check_report.h"
 #include "output/json.h"
+#include "output/junit.h"
+#include "output/markdown.h"
 #include "output/printable.h"
 #include "output/tell.h"
 #include "output/text.h"
@@ -60,6 +63,8 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     bool record = false;
     bool json = false;
     std::string junit;
+    std::string markdown;
+    const auto started = std::chrono::system_clock::now();
 
     CommandLine line = LineOf(command);
     line.AddArgument("DEVICE", &device, "Directory that looks like the device's root");
@@ -72,7 +77,9 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
                  "Write the file so that it expects what the device does today");
     line.AddFlag("--json", &json, "Print one JSON document");
     line.AddOption("--junit", "FILE", &junit, "Write a JUnit report to FILE as well");
-    line.Exclude("--record", {"--json", "--junit"});
+    line.AddOption("--markdown", "FILE", &markdown,
+                   "Write a summary for the page of a reviewed change to FILE as well");
+    line.Exclude("--record", {"--json", "--junit", "--markdown"});
     line.AddFooter(kFormatHelp);
     if (!line.Parse(words)) return kDone;
 
@@ -88,7 +95,7 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     std::vector<std::string> errors;
     for (const std::string& file : files) {
         try {
-            read.push_back(ReadExpectations(file, device));
+            read.push_back(ReadExpectations(file));
         } catch (const InputError& error) {
             errors.insert(errors.end(), error.lines().begin(), error.lines().end());
         }
@@ -107,7 +114,8 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
         });
         checker.Finish(&result);
     }
-    if (!junit.empty()) WriteOutput(junit, device, JunitReport(result));
+    if (!junit.empty()) WriteOutput(junit, device, JunitReport(result, started));
+    if (!markdown.empty()) WriteOutput(markdown, device, CheckMarkdown(result));
     if (json) {
         std::cout << DocumentText(result);
     } else {

@@ -12,6 +12,7 @@
 #include "matrix/lines.h"
 #include "named_file.h"
 #include "output/json.h"
+#include "output/markdown.h"
 #include "output/matrix_text.h"
 #include "output/page.h"
 #include "output/tell.h"
@@ -29,6 +30,7 @@ struct Arguments {
     std::string shard;
     std::vector<std::string> merged;
     std::string page;
+    std::string markdown;
     bool list = false;
     bool json = false;
 };
@@ -123,6 +125,9 @@ ExitStatus Compare(const Arguments& arguments) {
     }
     CheckSomeAreLeft(summaries[0].variants.size() + summaries[1].variants.size(), arguments.choice);
     const MatrixDifference difference = extprop::Compare(summaries[0], summaries[1]);
+    if (!arguments.markdown.empty()) {
+        WriteOutput(arguments.markdown, arguments.devices[0], MatrixMarkdown(difference));
+    }
     if (arguments.json) {
         std::cout << DocumentText(difference);
     } else {
@@ -163,9 +168,11 @@ ExitStatus List(const Arguments& arguments) {
         std::cout << SpaceText(space, variants.size());
         return kDone;
     }
-    PrintJson(
-            space, variants,
-            [&](const Variant& variant) { return WordsFor(variant, space, options); }, std::cout);
+    VariantList list{space.values, {}};
+    for (const Variant& variant : variants) {
+        list.variants.push_back({variant, WordsFor(variant, space, options), std::nullopt});
+    }
+    std::cout << DocumentText(list);
     return kDone;
 }
 
@@ -193,6 +200,10 @@ ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& wor
     line.AddOption("--html", "FILE", &arguments.page,
                    "Write a page for the browser to FILE as well");
     line.Exclude("--html", {"--list"});
+    line.AddOption("--markdown", "FILE", &arguments.markdown,
+                   "Write a summary of how two devices differ to FILE as well, for the page of a "
+                   "reviewed change");
+    line.Exclude("--markdown", {"--list", "--merge", "--shard"});
     if (!line.Parse(words)) return kDone;
 
     if (!arguments.merged.empty()) return Merge(arguments);
@@ -202,6 +213,9 @@ ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& wor
     if (arguments.list && compares) throw InputError("matrix: --list goes with one device");
     if (!arguments.shard.empty() && compares) {
         throw InputError("matrix: --shard goes with one device");
+    }
+    if (!arguments.markdown.empty() && !compares) {
+        throw InputError("matrix: --markdown goes with two devices");
     }
     if (arguments.list) return List(arguments);
     return compares ? Compare(arguments) : Show(arguments);

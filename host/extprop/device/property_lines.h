@@ -8,12 +8,10 @@
 #include <string_view>
 #include <vector>
 
-#include "../../budget.h"
-
 namespace extprop {
 
 // Far more bytes than a property file has, and few enough to be read.
-inline constexpr int64_t kMostBytes = limits::kPropertyFile;
+inline constexpr int64_t kMostBytes = 16 * 1024 * 1024;
 
 struct PropertyLine {
     enum Kind {

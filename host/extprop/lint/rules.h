@@ -31,9 +31,7 @@ struct PropertyFile {
 };
 
 // By path.
-struct PropertyFiles : std::map<std::string, PropertyFile> {
-    size_t held = 0;  // of contents and lines, in bytes
-};
+using PropertyFiles = std::map<std::string, PropertyFile>;
 
 // What has been found so far.
 class Findings {
@@ -42,8 +40,7 @@ class Findings {
     Findings(std::string device, const sandbox::DeviceFiles& files)
             : device_(std::move(device)), files_(files) {}
 
-    // Adds what is found in a line; without one, of the file or directory as a whole. More than the
-    // limit are not kept.
+    // Adds what is found in a line; without one, of the file or directory as a whole.
     void Add(const Rule& rule, const std::string& path, int line, const std::string& message);
     void Add(const Rule& rule, const std::string& path, const std::string& message) {
         Add(rule, path, 0, message);
@@ -57,15 +54,13 @@ class Findings {
     // Returns the path as it can be opened from the current directory.
     std::string Named(const std::string& path) const { return device_ + path; }
 
-    // The findings, in the order of files and lines, with the texts of these and fingerprints;
-    // one says so if there were more.
+    // The findings, in the order of files and lines, with the texts of these and fingerprints.
     std::vector<Finding> Take(const PropertyFiles& files);
 
   private:
     std::string device_;
     const sandbox::DeviceFiles& files_;
     std::vector<Finding> findings_;
-    bool has_more_ = false;
 };
 
 // Adds the property file at `place` to `*files` unless it is there. One that cannot be read is

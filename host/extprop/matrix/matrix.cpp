@@ -1,6 +1,7 @@
 #include "matrix/matrix.h"
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 
 #include <android-base/strings.h>
@@ -120,7 +121,13 @@ void Matrix::Boot(const std::vector<Variant>& variants,
                   const std::function<void(size_t, Outcome)>& done) {
     ForEachInParallel(
             variants.size(), jobs_,
-            [&](size_t number) { return ToJson(BootVariant(variants[number])); },
+            [&](size_t number) {
+                const auto start = std::chrono::steady_clock::now();
+                Outcome outcome = BootVariant(variants[number]);
+                const auto duration = std::chrono::steady_clock::now() - start;
+                outcome.seconds = std::chrono::duration<double>(duration).count();
+                return ToJson(outcome);
+            },
             [&](size_t number, const json& outcome) { done(number, OutcomeFromJson(outcome)); });
 }
 

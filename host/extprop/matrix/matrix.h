@@ -22,6 +22,7 @@ namespace extprop {
 struct Outcome : PropertyDelta {
     Words words;                         // that make the variant
     std::optional<BootFailure> failure;  // the properties are then those before it
+    double seconds = 0;                  // that it took
 };
 
 // Whose origins are wanted: of these properties, in the boot of these words.

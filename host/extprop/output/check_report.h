@@ -1,4 +1,4 @@
-// What became of expectations, for people and for the services that run tests.
+// What became of expectations, for people.
 
 #pragma once
 
@@ -10,7 +10,7 @@ namespace extprop {
 
 std::string CheckText(const CheckResult& result);
 
-// Returns the cases, an expectation for a variant each, as a JUnit report.
-std::string JunitReport(const CheckResult& result);
+// Returns what is not as expected, without the variant.
+std::string UnmetText(const UnmetExpectation& unmet);
 
 }  // namespace extprop

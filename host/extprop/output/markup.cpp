@@ -1,0 +1,34 @@
+#include "output/markup.h"
+
+#include "output/printable.h"
+
+namespace extprop {
+
+std::string Markup(std::string_view text) {
+    constexpr struct {
+        std::string_view plain;
+        const char* markup;
+    } kReplaced[] = {{"&", "&amp;"},
+                     {"<", "&lt;"},
+                     {">", "&gt;"},
+                     {"\"", "&quot;"},
+                     // Which are no characters to XML.
+                     {"\xef\xbf\xbe", "\xef\xbf\xbd"},
+                     {"\xef\xbf\xbf", "\xef\xbf\xbd"}};
+    const std::string printable = Printable(text);
+    std::string markup;
+    for (size_t at = 0; at < printable.size();) {
+        std::string_view taken(&printable[at], 1);
+        std::string_view written = taken;
+        for (const auto& replaced : kReplaced) {
+            if (printable.compare(at, replaced.plain.size(), replaced.plain) != 0) continue;
+            taken = replaced.plain;
+            written = replaced.markup;
+        }
+        markup += written;
+        at += taken.size();
+    }
+    return markup;
+}
+
+}  // namespace extprop
