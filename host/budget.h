@@ -8,7 +8,15 @@
 
 namespace limits {
 
+// Files of the device.
+inline constexpr uint64_t kPropertyFile = uint64_t{16} << 20;    // one that the library reads whole
+inline constexpr uint64_t kPartitionFile = uint64_t{256} << 20;  // of a partition, or a logo
+inline constexpr uint64_t kPrivateBytes = uint64_t{512} << 20;   // copied, by one boot
+inline constexpr size_t kDeviceFiles = 1'000'000;                // where all are looked at
+inline constexpr size_t kDevicePaths = size_t{256} << 20;        // bytes of all their paths
+
 // Images.
+inline constexpr size_t kImageKept = 64 << 20;  // of names and nodes, by each process, in bytes
 inline constexpr uint64_t kImageBytes = uint64_t{64} << 30;      // read of one image in all
 inline constexpr uint64_t kImageFile = uint64_t{1} << 30;        // one file of an image, in bytes
 inline constexpr uint64_t kImageDirectory = uint64_t{32} << 20;  // a directory's data, in bytes
@@ -46,5 +54,32 @@ inline constexpr size_t kPhone = size_t{512} << 20;  // a bug report, unpacked t
 inline constexpr size_t kPhoneProperties = size_t{16} << 20;  // the properties in it, in bytes
 inline constexpr size_t kPhoneFiles = 100'000;                // of a directory, a property each
 inline constexpr size_t kPhoneValue = size_t{64} << 10;       // such a file, in bytes
+
+// Other texts that are read; a device's property files are the sandbox's matter.
+inline constexpr size_t kProperties = 100'000;     // of one file of --props
+inline constexpr size_t kText = size_t{16} << 20;  // a file of expectations, in bytes
+inline constexpr size_t kYamlNodes = 1'000'000;    // of expectations, each as often as it is read
+inline constexpr size_t kErrors = 100;             // that are told of one file
+inline constexpr size_t kPatterns = 2'048;         // regular expressions in one file
+inline constexpr int64_t kPattern = int64_t{128} << 10;  // what matching one may take, in bytes
+inline constexpr uint64_t kMatching = 10'000'000'000;    // bytes of values times size of patterns
+inline constexpr size_t kLine = size_t{64} << 20;        // a line of --merge, in bytes
+inline constexpr size_t kJsonDepth = 64;                 // of a line's arrays and objects
+inline constexpr size_t kJsonValues = 4'000'000;         // in a line
+
+// Variants.
+inline constexpr size_t kVariants = 100'000;           // of one choice
+inline constexpr size_t kSummary = size_t{256} << 20;  // what differs between them, in bytes
+inline constexpr size_t kChecked = size_t{256} << 20;  // what is told of a check, in bytes
+
+// lint.
+inline constexpr size_t kFindings = 100'000;          // that are told
+inline constexpr size_t kLinted = size_t{256} << 20;  // of property files, in bytes
+
+// A boot, and whatever else the tool asks the library inside the sandbox.
+inline constexpr size_t kOpens = 40'000;                     // files opened
+inline constexpr uint64_t kOpenedBytes = uint64_t{1} << 30;  // their sizes added up
+inline constexpr size_t kTold = size_t{64} << 20;            // what it tells the tool, in bytes
+inline constexpr uint64_t kMemory = uint64_t{1} << 30;       // its data, in bytes
 
 }  // namespace limits

@@ -27,7 +27,7 @@ _extprop() {
         return
     fi
     case $prev in
-        --props | --html | --sarif | --merge | --junit | --markdown | --code-quality | --baseline | --write-baseline)
+        --props | --html | --sarif | --merge | --junit | --markdown | --image | --code-quality | --baseline | --write-baseline)
             _filedir
             return
             ;;
@@ -57,7 +57,7 @@ _extprop() {
             ;;
     esac
 
-    local boot="--set --props --brand --region --nv --edit --slot --request --no-complete"
+    local boot="--set --props --brand --region --nv --edit --slot --image --request --no-complete"
     boot+=" --any-word --timeout"
     local -A options=(
         [boot]="$boot --json --quiet --verbose --html --help"
@@ -65,7 +65,7 @@ _extprop() {
         [diff]="$boot --json --a --b --help"
         [matrix]="$boot --over --only --except --jobs --list --shard --merge --json --html --markdown --help"
         [check]="$boot --jobs --record --json --junit --markdown --help"
-        [lint]="--slot --json --sarif --category --code-quality --source-root --baseline --write-baseline
+        [lint]="--slot --image --json --sarif --category --code-quality --source-root --baseline --write-baseline
             --explain --help"
     )
     local command=${words[1]}
@@ -77,7 +77,7 @@ _extprop() {
     local operand=1 i
     for ((i = 2; i < cword; ++i)); do
         case ${words[i]} in
-            --set | --props | --brand | --region | --nv | --edit | --slot | --request | --timeout | --html | --sarif | \
+            --set | --props | --brand | --region | --nv | --edit | --slot | --image | --request | --timeout | --html | --sarif | \
                 --over | --only | --except | --jobs | --shard | --merge | --junit | --markdown | --category | --code-quality | \
                 --source-root | --baseline | --write-baseline | --explain)
                 ((++i))

@@ -208,6 +208,7 @@ TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
     EXPECT_EQ(report["failure"], json({{"step", "early"},
                                        {"timed_out", true},
                                        {"signal", nullptr},
+                                       {"limit", nullptr},
                                        {"last_file", "/odm/build.prop"}}));
 }
 

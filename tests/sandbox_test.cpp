@@ -1,10 +1,15 @@
 #include "sandbox.h"
 
+#include <alloca.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -15,6 +20,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -33,13 +39,13 @@ using sandbox::Sandbox;
 // One of the calls that the library and the tool make, at random, and what came of it.
 std::string RandomCall(std::mt19937* random) {
     const auto pick = [random](size_t count) { return (*random)() % count; };
-    constexpr const char* kNames[] = {"d",  "d/kept",   "d/sub", "d/sub/gone", "link",  "loop",
-                                      "up", "dangling", "n",     "n/m",        "file/x"};
+    constexpr const char* kNames[] = {"d",  "d/kept",   "d/sub", "d/sub/gone", "link",   "loop",
+                                      "up", "dangling", "n",     "n/m",        "file/x", ""};
     constexpr const char* kWays[] = {"/",   "/link/", "/d/../", "/d/sub/../../",
                                      "/n/", "//./",   "/up/",   "/d/sub/"};
     constexpr const char* kEnds[] = {"", "", "", "/", "/..", "/."};
     const auto path = [&] {
-        return std::string(kWays[pick(8)]) + kNames[pick(11)] + kEnds[pick(6)];
+        return std::string(kWays[pick(8)]) + kNames[pick(12)] + kEnds[pick(6)];
     };
     const std::string p = path();
     const char* c = p.c_str();
@@ -197,12 +203,14 @@ TEST_F(SandboxTest, ChangesAreListedAndTheDeviceStaysAsItWas) {
               }),
               "changed /d/given\nchanged /d/kept\ncreated /d/new\nchanged /d/old\ndeleted /d/sub\n"
               "deleted /d/sub/gone\ncreated /made\n");
-    EXPECT_EQ(Read(root.Outside("/d/old")), "odd");
-    EXPECT_EQ(fs::status(root.Outside("/made")).permissions(), fs::perms::all);  // umask 0
+    EXPECT_EQ(root.Read("/d/old", 100), "odd");
+    EXPECT_THROW(root.Read("/d/old", 2), std::runtime_error);
+    EXPECT_THROW(root.Read("/made", 100), std::runtime_error);
 
     // The next process finds the files as the last one left them; another sandbox does not.
     EXPECT_EQ(changes([] {
                   if (Read("/d/new") != "new" || access("/d/sub", F_OK) == 0) return 1;
+                  if (fs::status("/made").permissions() != fs::perms::all) return 2;  // umask 0
                   return mkdir("/d/sub", 0755) | unlink("/d/new") | rmdir("/made");
               }),
               "deleted /d/new\ncreated /d/sub\ndeleted /made\n");
@@ -249,6 +257,34 @@ TEST_F(SandboxTest, LedCallsDoWhatTheKernelDoes) {
     EXPECT_EQ(State(), before);
 }
 
+// What is mounted over the root is seen by a bind of the root, and not by paths.
+TEST_F(SandboxTest, ABindOfTheRootTakesWhatIsMountedOverIt) {
+    if (geteuid() != 0) GTEST_SKIP() << "there is no root of the kernel's to compare with";
+    const auto said = [this](const auto& root) {
+        const TemporaryFile out;
+        EXPECT_TRUE(root.Run([&] {
+                            std::string lines;
+                            const auto names = [&lines](const char* path) {
+                                std::set<std::string> sorted;
+                                for (const auto& entry : fs::directory_iterator(path)) {
+                                    sorted.insert(entry.path());
+                                }
+                                for (const std::string& name : sorted) lines += name + "\n";
+                            };
+                            mkdir("/to", 0755);
+                            mkdir("/also", 0755);
+                            const bool bound =
+                                    mount("/d", "/", nullptr, MS_BIND, nullptr) == 0 &&
+                                    mount("/", "/to", nullptr, MS_BIND | MS_REC, nullptr) == 0 &&
+                                    mount("/", "/also", nullptr, MS_BIND, nullptr) == 0;
+                            for (const char* path : {"/", "/to", "/also", "/d"}) names(path);
+                            return bound && android::base::WriteStringToFd(lines, out.fd) ? 0 : 1;
+                        }).ok());
+        return Read(out.path);
+    };
+    EXPECT_EQ(said(Sandbox(directory_.path)), said(KernelRoot(directory_.path)));
+}
+
 TEST_F(SandboxTest, NoCallReachesThisMachine) {
     const TemporaryDir outside;
     const std::string file = outside.path + std::string("/file"), socket = file + ".socket";
@@ -266,6 +302,8 @@ TEST_F(SandboxTest, NoCallReachesThisMachine) {
                       char handle[256] = {};
                       sockaddr_un address = {AF_UNIX, ""};
                       strcpy(address.sun_path, path);
+                      const rlimit limit = {0, 0};
+                      int pair[2];
                       const long results[] = {
                               open(path, O_RDONLY),
                               syscall(SYS_openat, AT_FDCWD, path, O_RDONLY),
@@ -288,6 +326,20 @@ TEST_F(SandboxTest, NoCallReachesThisMachine) {
                               syscall(SYS_landlock_restrict_self + 100, path),
                               bind(0, reinterpret_cast<sockaddr*>(&address), sizeof(address)),
                               ::socket(AF_UNIX, SOCK_STREAM, 0),
+                              // Other processes, and what they may be reached by.
+                              syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0),
+                              syscall(SYS_clone, CLONE_VM | CLONE_VFORK | SIGCHLD, 0, 0, 0, 0),
+                              kill(getppid(), 0),
+                              kill(-1, 0),
+                              static_cast<long>(syscall(SYS_tgkill, getppid(), getppid(), 0)),
+                              syscall(SYS_pidfd_open, getppid(), 0),
+                              syscall(SYS_process_vm_readv, getppid(), nullptr, 0, nullptr, 0, 0),
+                              prctl(PR_SET_DUMPABLE, 1),
+                              setrlimit(RLIMIT_CORE, &limit),
+                              ::socketpair(AF_UNIX, SOCK_STREAM, 0, pair),
+                              fcntl(device, F_SETOWN, getppid()),
+                              syscall(SYS_memfd_create, "memory", 0),
+                              syscall(500, path),
                               // The device directory's files, which it may read, included.
                               fchmod(device, 0777),
                               fchown(device, 1, 1),
@@ -309,10 +361,31 @@ TEST_F(SandboxTest, NoCallReachesThisMachine) {
     EXPECT_EQ(is.st_mtim.tv_nsec, was.st_mtim.tv_nsec);
 }
 
+// Opens the file with the stack moved on. The arguments that this does not give are what lies
+// there.
+[[gnu::noinline]] bool OpensWithRoom(size_t room, const char* path) {
+    volatile char* const taken = static_cast<char*>(alloca(room));
+    taken[0] = static_cast<char>(access("/d/kept", F_OK));
+    return syscall(SYS_openat, AT_FDCWD, path, O_RDONLY) != -1;
+}
+
+TEST_F(SandboxTest, WhatLedCallsLeaveBehindOpensNothing) {
+    const TemporaryFile outside;
+    const Sandbox root(directory_.path);
+    EXPECT_EQ(root.Run([&] {
+                      for (size_t room = 8; room < 20'000; room += 8) {
+                          if (OpensWithRoom(room, outside.path)) return 1;
+                      }
+                      return 0;
+                  }).exit_status,
+              0);
+}
+
 TEST_F(SandboxTest, ABlockDeviceKeepsItsSizeForEverybody) {
     Write(Path("/splash"), std::string(1500, 's'));
     Sandbox root(directory_.path);
-    root.AttachBlockDevice("/splash");
+    EXPECT_TRUE(root.AttachBlockDevice("/splash"));
+    EXPECT_FALSE(root.AttachBlockDevice("/d"));
     EXPECT_EQ(Listing(root.TakeChanges()), "");
     const auto write = [] {
         Write("/splash", "logo");
@@ -320,7 +393,7 @@ TEST_F(SandboxTest, ABlockDeviceKeepsItsSizeForEverybody) {
     };
     for (int i = 0; i < 2; ++i) {
         EXPECT_TRUE(root.Run(write).ok());
-        EXPECT_EQ(Read(root.Outside("/splash")), "logo" + std::string(1020, 's'));
+        EXPECT_EQ(root.Read("/splash", 2000), "logo" + std::string(1020, 's'));
         EXPECT_EQ(Listing(root.TakeChanges()), "changed /splash\n");
     }
 }

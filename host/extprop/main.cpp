@@ -42,9 +42,8 @@ constexpr char kExamples[] =
         "  extprop diff phone --a --region EU --b --region IN\n"
         "  extprop lint phone\n"
         "\nExit status: 0 done; 1 differences or faults found; 2 bad input, nothing done, or the\n"
-        "result could not be written; 3 the library crashed or hung. 'extprop COMMAND --help' "
-        "tells\n"
-        "more.\n";
+        "result could not be written; 3 the library crashed, hung or met a limit.\n"
+        "'extprop COMMAND --help' tells more.\n";
 
 std::string Unknown(const std::string& word) {
     constexpr size_t kNear = 2;

@@ -182,6 +182,7 @@ std::string ReadInput(const std::string& path, const std::string& device, size_t
         Fail(path, too_large);
     }
     std::string content;
+    if (S_ISREG(status.st_mode)) content.reserve(status.st_size);
     char buffer[64 * 1024];
     ssize_t size;
     while ((size = TEMP_FAILURE_RETRY(read(fd.get(), buffer, sizeof(buffer)))) > 0) {

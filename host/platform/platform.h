@@ -43,6 +43,9 @@ class Observer {
     // A file is about to be opened, by open(2) or a file stream. That may hang or fail.
     virtual void OnOpen(const char* /*path*/, int /*flags*/) {}
 
+    // What is read was opened so, at its start.
+    virtual void OnOpened(int /*fd*/) {}
+
     // mount(2) is about to be called, which may change what the paths lead to.
     virtual void OnMounting(const char* /*source*/, const char* /*target*/) {}
 

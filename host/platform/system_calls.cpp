@@ -18,6 +18,10 @@ namespace {
 
 std::atomic<platform::Observer*> g_observer{nullptr};
 
+void TellOpened(int fd) {
+    if (auto* observer = platform::CurrentObserver()) observer->OnOpened(fd);
+}
+
 }  // namespace
 
 namespace platform {
@@ -43,7 +47,9 @@ int open(const char* path, int flags, ...) {
         va_end(arguments);
     }
     if (auto* observer = platform::CurrentObserver()) observer->OnOpen(path, flags);
-    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+    const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+    if (fd != -1 && (flags & O_ACCMODE) == O_RDONLY) TellOpened(fd);
+    return fd;
 }
 
 // The name under which libbase calls it.
@@ -56,7 +62,9 @@ FILE* fopen64(const char* path, const char* mode) {
     if (auto* observer = platform::CurrentObserver()) {
         observer->OnOpen(path, mode[0] == 'r' ? O_RDONLY : O_WRONLY);
     }
-    return next(path, mode);
+    FILE* const file = next(path, mode);
+    if (file != nullptr && mode[0] == 'r') TellOpened(fileno(file));
+    return file;
 }
 
 int mount(const char* source, const char* target, const char* type, unsigned long flags,

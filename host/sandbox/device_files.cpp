@@ -1,11 +1,14 @@
 #include "device_files.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <stdexcept>
 
+#include "../budget.h"
 #include "checks.h"
 
 namespace sandbox {
@@ -17,65 +20,88 @@ void Done(long result, const std::string& what) {
     Check(result >= 0, what);
 }
 
+std::string Mebibytes(uint64_t bytes) {
+    return std::to_string(bytes >> 20) + " MiB";
+}
+
 }  // namespace
 
 DeviceFiles::DeviceFiles(const std::string& device, const Options& options)
-        : device_(device),
-          images_(OpenImages(device, options)),
-          scratch_(images_.partitions.empty()) {
-    const std::string directory = scratch_.path() + "/images";
-    if (!images_.partitions.empty()) Check(mkdir(directory.c_str(), 0700) == 0, directory);
-    for (Image& image : images_.partitions) {
-        unpacked_.push_back(Unpack(image, directory + "/" + image.partition));
-        image.content.clear();  // the file need not be open any more
-    }
-    Reset();
+        : device_(std::make_shared<DirectoryTree>(device)) {
+    const std::string nothing = scratch_.path() + "/nothing";
+    Check(mkdir(nothing.c_str(), 0700) == 0, nothing);
+    nothing_.reset(OpenOrThrow(nothing, O_PATH | O_DIRECTORY));
+    Restart();
+    images_ = OpenImages(device, *view_, options, nothing_.get(),
+                         [this](const std::string& what) { view_->Note(View::kDamaged, what); });
+    ShowImages();
 }
 
-void DeviceFiles::Reset() {
+// Makes the view as that of the device directory alone.
+void DeviceFiles::Restart() {
     const std::string state = scratch_.path() + "/state-" + std::to_string(getpid());
     std::filesystem::remove_all(state);
     Check(mkdir(state.c_str(), 0700) == 0, state);
     view_.emplace(device_, state);
-    for (size_t i = 0; i < unpacked_.size(); ++i) {
-        const UnpackedImage& files = unpacked_[i];
-        const std::string& image = images_.partitions[i].path;
-        Done(view_->ShowTree(files.directory, files.place, files.left_out),
-             image + ": cannot be shown at " + files.place);
-        if (files.link.empty()) continue;
-        Done(view_->MakeLink(files.place, files.link),
-             image + ": cannot be linked to " + files.link);
+}
+
+void DeviceFiles::ShowImages() {
+    for (const ShownImage& image : images_.shown) {
+        Done(view_->ShowTree(image.tree, image.root, image.place),
+             image.path + ": cannot be shown at " + image.place);
+        if (image.link.empty()) continue;
+        Done(view_->MakeLink(image.place, image.link),
+             image.path + ": cannot be linked to " + image.link);
     }
     for (const std::string& name : images_.files) view_->Remove({}, ("/" + name).c_str(), false);
     view_->TakeChanges();
 }
 
+void DeviceFiles::Reset() {
+    Restart();
+    ShowImages();
+}
+
 std::optional<ImagePlace> DeviceFiles::ImageOf(const std::string& path) const {
     const auto [tree, path_in_tree] = view_->TreeAt(path);
     if (tree == 0) return std::nullopt;
-    return ImagePlace{images_.partitions[tree - 1].path,
-                      unpacked_[tree - 1].path_in_image + path_in_tree};
+    return ImagePlace{images_.shown[tree - 1].path, path_in_tree};
 }
 
 std::vector<std::string> DeviceFiles::Notes() const {
+    CheckImages();
     std::vector<std::string> notes = images_.notes;
     for (const std::string& path : view_->Noted(View::kDenied)) {
         notes.push_back(path + " cannot be read by this user, though init could");
     }
-    for (const std::string& path : view_->Noted(View::kLeftOut)) {
-        notes.push_back(path + " was looked for where the image's files are not unpacked");
+    for (const std::string& path : view_->Noted(View::kTooLarge)) {
+        notes.push_back(path + " was not opened: it is larger than " +
+                        Mebibytes(limits::kPropertyFile) + ", or as a partition or logo than " +
+                        Mebibytes(limits::kPartitionFile));
     }
     return notes;
 }
 
-void DeviceFiles::AttachBlockDevice(const std::string& path) {
-    Done(view_->MakeBlockDevice(path), path);
+void DeviceFiles::CheckImages() const {
+    for (const std::string& damage : view_->Noted(View::kDamaged)) {
+        throw std::runtime_error(damage);
+    }
 }
 
-std::string DeviceFiles::Outside(const std::string& path) const {
-    Entry entry;
-    const bool found = view_->Find(path, true, &entry) == 0 && entry.exists;
-    return found ? entry.real : scratch_.path() + "/missing";
+bool DeviceFiles::AttachBlockDevice(const std::string& path) {
+    const long error = view_->MakeBlockDevice(path);
+    if (error == -ENOENT || error == -ENOTDIR || error == -ENOTBLK) return false;
+    if (error == -EFBIG) {
+        throw std::runtime_error(path + ": larger than " + Mebibytes(limits::kPartitionFile));
+    }
+    Done(error, path);
+    return true;
+}
+
+std::string DeviceFiles::Read(const std::string& path, size_t most) const {
+    std::string content;
+    Done(view_->Read(path, most, &content), path);
+    return content;
 }
 
 }  // namespace sandbox

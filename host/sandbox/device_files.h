@@ -2,9 +2,12 @@
 
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include <android-base/unique_fd.h>
 
 #include "images.h"
 #include "sandbox.h"
@@ -15,13 +18,10 @@ namespace sandbox {
 
 class DeviceFiles {
   public:
-    // Unpacks the images in the directory `device`. Throws std::runtime_error, naming the one at
+    // Opens the images in the directory `device`. Throws std::runtime_error, naming the one at
     // fault.
     DeviceFiles(const std::string& device, const Options& options);
-
-    // The unpacked images, and the files in the device directory that they stand for.
-    const std::vector<UnpackedImage>& unpacked() const { return unpacked_; }
-    const std::vector<std::string>& hidden() const { return images_.files; }
+    DeviceFiles& operator=(DeviceFiles&&) = delete;
 
     View& view() { return *view_; }
     const View& view() const { return *view_; }
@@ -30,20 +30,23 @@ class DeviceFiles {
     void Reset();
 
     // What Sandbox has under the same names.
-    void AttachBlockDevice(const std::string& path);
-    std::string Outside(const std::string& path) const;
+    bool AttachBlockDevice(const std::string& path);
+    std::string Read(const std::string& path, size_t most) const;
     std::optional<ImagePlace> ImageOf(const std::string& path) const;
     std::vector<std::string> Notes() const;
+    void CheckImages() const;
 
-    // A child process that goes on with its own copy of this must not keep the unpacked files.
+    // A child process that goes on with its own copy of this must not keep the private folder.
     void LeaveInChild() { scratch_.LeaveInChild(); }
 
   private:
-    std::string device_;
-    Images images_;
+    void Restart();
+    void ShowImages();
+
+    std::shared_ptr<const Tree> device_;
     ScratchDirectory scratch_;
-    // The partitions, which are the view's trees but the first.
-    std::vector<UnpackedImage> unpacked_;
+    android::base::unique_fd nothing_;  // an empty directory
+    Images images_;                     // the partitions are the view's trees but the first
     std::optional<View> view_;
 };
 

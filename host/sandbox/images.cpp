@@ -1,36 +1,33 @@
 #include "images.h"
 
+#include <ctype.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <fnmatch.h>
-#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
+#include <optional>
+#include <set>
 #include <stdexcept>
-#include <string_view>
 
-#include <android-base/file.h>
 #include <android-base/strings.h>
+#include <android-base/unique_fd.h>
 
 #include "checks.h"
+#include "image_tree.h"
+#include "reader.h"
 #include "sandbox.h"
 
 using android::base::EndsWith;
 using android::base::Join;
-using android::base::StartsWith;
 using android::base::unique_fd;
 
 namespace sandbox {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr char kSuper[] = "super";
 constexpr char kExtension[] = ".img";
@@ -62,15 +59,18 @@ constexpr struct {
         {"*.img.zst", "an image that unzstd unpacks"},
 };
 
-// What lies in these directories of a partition is code and what belongs to it, most of a
-// partition's bytes, and no property, key or configuration file of a boot.
-constexpr const char* kOfNoUse[] = {"app",   "priv-app", "del-app", "framework", "apex", "lib",
-                                    "lib64", "bin",      "overlay", "firmware",  "fonts"};
+// Whether a partition can have the name: what comes out of an image may be anything.
+bool IsPartitionName(const std::string& name) {
+    return std::all_of(name.begin(), name.end(), [](unsigned char letter) {
+        return letter < 0x80 && (isalnum(letter) != 0 || letter == '_');
+    });
+}
 
 // The parent directory of the partition, or null if it is none that is shown.
-const char* ParentOf(const std::string& partition) {
+const char* ParentOfPartition(const std::string& partition) {
     for (const auto& known : kPartitions) {
-        if (fnmatch(known.name, partition.c_str(), 0) == 0) return known.parent;
+        if (IsPartitionName(partition) && fnmatch(known.name, partition.c_str(), 0) == 0)
+            return known.parent;
     }
     return nullptr;
 }
@@ -83,8 +83,23 @@ char TakeSlot(std::string* name) {
     return slot;
 }
 
-// Opens a file or block device, and nothing that might not come back from being opened.
-SharedFile OpenImage(const std::string& path) {
+template <typename Function>
+auto Naming(const std::string& image, Function function) try {
+    return function();
+} catch (const std::runtime_error& error) {
+    throw std::runtime_error(image + ": " + error.what());
+}
+
+// An image file of some name, such as "my_region_a".
+struct ImageFile {
+    std::string name;
+    std::string path;  // as the user knows it
+    bool is_devices;   // it lies in the device directory; else the user named it
+};
+
+// Opens a file or block device that the user named, and nothing that might not come back from being
+// opened.
+unique_fd OpenNamed(const std::string& path) {
     struct stat status;
     unique_fd file;
     const auto is_usable = [&status] { return S_ISREG(status.st_mode) || S_ISBLK(status.st_mode); };
@@ -94,291 +109,195 @@ SharedFile OpenImage(const std::string& path) {
         Check(fstat(file.get(), &status) == 0, "cannot be opened");
     }
     if (!is_usable()) throw std::runtime_error("neither a file nor a block device");
-    return std::make_shared<unique_fd>(std::move(file));
+    return file;
 }
 
-template <typename Function>
-auto Naming(const std::string& image, Function function) try {
-    return function();
-} catch (const std::runtime_error& error) {
-    throw std::runtime_error(image + ": " + error.what());
-}
-
-// Chooses among the images that stand for the same partition.
-class Choice {
-  public:
-    Choice(char slot, std::vector<std::string>* notes) : slot_(slot), notes_(notes) {}
-
-    // Offers an image of the partition, which earlier ones go before.
-    void Offer(const std::string& name, const std::string& path, char slot, Extents content) {
-        if (slot != 0 && slot != slot_) {
-            other_slot_.push_back(path);
-            return;
-        }
-        const auto [chosen, is_first] = chosen_.try_emplace(name, Image{path, name, content});
-        if (is_first) return;
-        notes_->push_back(path + " is not read: " + chosen->second.path +
-                          " stands for the same partition");
+// Opens a regular file in the device directory, where links lead within it.
+unique_fd OpenInDevice(const View& view, const std::string& name) {
+    const std::string path = "/" + name + kExtension;
+    const std::string advice = "; --image " + name + "=FILE reads an image of any place";
+    Entry link, entry;
+    view.Find(path, false, &link);
+    const long error = view.Find(path, true, &entry);
+    if (link.is_link() && (error < 0 || !entry.exists)) {
+        throw std::runtime_error("a link that leads to nothing in the device directory" + advice);
     }
+    if (S_ISBLK(entry.status.st_mode)) {
+        throw std::runtime_error("a block device, which is not opened" + advice);
+    }
+    const long fd = view.OpenToRead(path, true);
+    if (fd == -ENXIO || fd == -EISDIR) throw std::runtime_error("no file");
+    errno = static_cast<int>(-fd);
+    Check(fd >= 0, "cannot be opened");
+    return unique_fd(static_cast<int>(fd));
+}
 
-    std::vector<Image> Take() {
-        if (!other_slot_.empty()) {
-            notes_->push_back(Join(other_slot_, ", ") + ": of the other slot, not read");
+class Opener {
+  public:
+    Opener(const std::string& device, const View& view, const Options& options, int nothing,
+           const std::function<void(const std::string& what)>& on_damage)
+            : device_(device),
+              view_(view),
+              options_(options),
+              nothing_(nothing),
+              on_damage_(on_damage) {}
+
+    Images Open() {
+        const std::vector<ImageFile> files = Files();
+        std::vector<ImageFile> without_slot;
+        std::optional<ImageFile> super;
+        for (const ImageFile& file : files) {
+            std::string partition = file.name;
+            const char slot = TakeSlot(&partition);
+            if (partition == kSuper && slot == 0) {
+                super = file;
+            } else if (ParentOfPartition(partition) == nullptr) {
+                if (!file.is_devices) {
+                    throw std::runtime_error("--image " + file.name +
+                                             ": named like no partition that is shown");
+                }
+                unknown_.push_back(file.name + kExtension);
+                continue;
+            } else if (slot == 0) {
+                without_slot.push_back(file);
+            } else {
+                Offer(partition, slot, {file.path, [this, file] { return FileSystemOf(file); }});
+            }
+            images_.files.push_back(file.name + kExtension);
         }
-        std::vector<Image> images;
-        for (auto& [name, image] : chosen_) images.push_back(std::move(image));
-        return images;
+        for (const ImageFile& file : without_slot) {
+            Offer(file.name, 0, {file.path, [this, file] { return FileSystemOf(file); }});
+        }
+        if (super) OfferSuper(*super);
+        if (!other_slot_.empty()) {
+            images_.notes.push_back(Join(other_slot_, ", ") + ": of the other slot, not read");
+        }
+        if (!unknown_.empty()) {
+            images_.notes.push_back(Join(unknown_, ", ") +
+                                    ": named like no partition that is shown, not read");
+        }
+        for (const auto& [partition, image] : chosen_) Show(partition, image);
+        return std::move(images_);
     }
 
   private:
-    char slot_;
-    std::vector<std::string>* notes_;
-    std::map<std::string, Image> chosen_;
-    std::vector<std::string> other_slot_;
-};
+    // One of those that stand for the same partition.
+    struct Candidate {
+        std::string path;
+        std::function<std::unique_ptr<images::FileSystem>()> open;
+    };
 
-void OfferSuper(const std::string& path, char slot, Choice* choice) {
-    const Extents super = Naming(path, [&] { return ContentOf(OpenImage(path)); });
-    const auto partitions = Naming(path, [&] { return LogicalPartitions(super, slot); });
-    for (const LogicalPartition& partition : partitions) {
-        std::string name = partition.name;
-        const char slot_of_partition = TakeSlot(&name);
-        // The other slot of a new phone is empty.
-        if (ParentOf(name) == nullptr || SizeOf(partition.content) == 0) continue;
-        choice->Offer(name, path + "(" + partition.name + ")", slot_of_partition,
-                      partition.content);
+    // Returns the image files in the device directory, in the order of their names, those in their
+    // place that the user named instead of them.
+    std::vector<ImageFile> Files() {
+        Entry root;
+        std::vector<Listed> names;
+        const long error = view_.Find("/", true, &root) < 0 ? -EIO : view_.List(root, &names);
+        errno = static_cast<int>(-error);
+        Check(error >= 0, device_);
+        std::map<std::string, ImageFile> files;
+        std::set<std::string> sorted;
+        for (const auto& listed : names) sorted.insert(listed.name);
+        for (const std::string& name : sorted) {
+            const std::string path = device_ + "/" + name;
+            for (const auto& known : kArchives) {
+                if (fnmatch(known.name, name.c_str(), FNM_CASEFOLD) != 0) continue;
+                images_.notes.push_back(path + " is not looked into: it is " + known.advice);
+                break;
+            }
+            if (!EndsWith(name, kExtension)) continue;
+            const std::string partition = name.substr(0, name.size() - strlen(kExtension));
+            files[partition] = {partition, path, true};
+        }
+        for (const auto& [name, path] : options_.images) files[name] = {name, path, false};
+        std::vector<ImageFile> all;
+        for (const auto& [name, file] : files) all.push_back(file);
+        return all;
     }
-}
 
-bool IsLine(const std::string& line) {
-    return !line.empty();
-}
-
-// debugfs says its version too, and that an ordinary user cannot give files away.
-bool IsDebugfsError(const std::string& line) {
-    return !line.empty() && !StartsWith(line, "debugfs") && line[0] != '/' &&
-           line.find("while changing ownership of") == std::string::npos;
-}
-
-bool IsErofsError(const std::string& line) {
-    return StartsWith(line, "<E>");
-}
-
-// Runs the tool, which comes in the Debian package, and returns the lines that it says. Some tools
-// end well in spite of errors, so what they say counts as well.
-std::vector<std::string> RunTool(const std::string& command, const std::string& package,
-                                 bool (*is_error)(const std::string& line), int most_status = 0) {
-    const std::string tool = command.substr(0, command.find(' '));
-    // An ordinary user's path may lack the directories of the file systems' tools.
-    const std::string line =
-            "export LC_ALL=C PATH=\"$PATH:/usr/sbin:/sbin\"; exec " + command + " 2>&1 </dev/null";
-    FILE* pipe = popen(line.c_str(), "re");
-    Check(pipe != nullptr, tool);
-    std::string said;
-    android::base::ReadFdToString(fileno(pipe), &said);
-    const int status = pclose(pipe);
-    constexpr int kNotFound = 127;
-    if (WIFEXITED(status) && WEXITSTATUS(status) == kNotFound) {
-        throw std::runtime_error(tool + " is missing, install " + package);
+    images::Reader ReaderOf(const ImageFile& file) const {
+        unique_fd fd = file.is_devices ? OpenInDevice(view_, file.name) : OpenNamed(file.path);
+        return images::Reader(std::move(fd), options_.slot);
     }
-    std::vector<std::string> lines = android::base::Split(said, "\n");
-    if (!WIFEXITED(status) || WEXITSTATUS(status) > most_status) {
-        if (is_error == nullptr) throw std::runtime_error(tool + " found it damaged");
-        is_error = IsLine;
+
+    std::unique_ptr<images::FileSystem> FileSystemOf(const ImageFile& file) const {
+        const images::Reader reader = ReaderOf(file);
+        if (reader.volumes().size() != 1 || !reader.volumes()[0].name.empty()) {
+            throw std::runtime_error("a super partition, which is named super.img");
+        }
+        return reader.Open(0);
     }
-    const auto error =
-            is_error == nullptr ? lines.end() : std::find_if(lines.begin(), lines.end(), is_error);
-    if (error != lines.end()) throw std::runtime_error(tool + " failed: " + *error);
-    if (WEXITSTATUS(status) > most_status) throw std::runtime_error(tool + " failed");
-    return lines;
-}
 
-// The start of a file system, up to the end of what is looked at of its superblock.
-constexpr size_t kHeaderSize = 2048;
-
-template <typename Number>
-Number At(const std::string& header, size_t offset) {
-    Number number;
-    memcpy(&number, header.data() + offset, sizeof(number));
-    return number;
-}
-
-// Files have to be readable whoever this is.
-void MakeReadable(const std::string& directory) {
-    for (const auto& entry : fs::recursive_directory_iterator(directory)) {
-        if (entry.is_symlink()) continue;
-        const fs::perms wanted =
-                entry.is_directory() ? fs::perms::owner_all : fs::perms::owner_read;
-        if ((entry.status().permissions() & wanted) == wanted) continue;
-        fs::permissions(entry.path(), wanted, fs::perm_options::add);
-    }
-}
-
-// The names in the root of an ext4 image, from lines "/inode/mode/user/group/name/size/".
-std::vector<std::string> RootNames(const std::string& file) {
-    std::vector<std::string> names;
-    for (const std::string& line :
-         RunTool("debugfs -R 'ls -p /' " + file, "e2fsprogs", IsDebugfsError)) {
-        const std::vector<std::string> fields = android::base::Split(line, "/");
-        if (fields.size() < 6 || fields[1] == "0" || fields[5] == "." || fields[5] == "..")
-            continue;
-        names.push_back(fields[5]);
-    }
-    return names;
-}
-
-void UnpackExt4(const std::string& file, const std::string& directory,
-                std::vector<std::string>* left_out) {
-    // What the tool does with an image that contradicts itself is not to be known.
-    constexpr int kHarmless = 3;
-    RunTool("e2fsck -fn " + file, "e2fsprogs", nullptr, kHarmless);
-    const std::string commands = directory + ".commands";
-    std::string text;
-    for (const std::string& name : RootNames(file)) {
-        const bool is_of_use = std::none_of(std::begin(kOfNoUse), std::end(kOfNoUse),
-                                            [&name](const char* other) { return name == other; });
-        if (is_of_use) {
-            text += "rdump \"/" + name + "\" " + directory + "\n";
-        } else {
-            left_out->push_back(name);
+    void OfferSuper(const ImageFile& file) {
+        const auto reader = Naming(file.path, [&] {
+            return std::shared_ptr<const images::Reader>(new images::Reader(ReaderOf(file)));
+        });
+        const std::vector<images::Volume>& volumes = reader->volumes();
+        if (volumes.size() == 1 && volumes[0].name.empty()) {
+            throw std::runtime_error(file.path + ": no super partition");
+        }
+        for (size_t i = 0; i < volumes.size(); ++i) {
+            std::string name = volumes[i].name;
+            const char slot = TakeSlot(&name);
+            if (!IsPartitionName(name)) {
+                unknown_.push_back(file.path + "(" + volumes[i].name + ")");
+            }
+            // The other slot of a new phone is empty.
+            if (ParentOfPartition(name) == nullptr || volumes[i].size == 0) continue;
+            Offer(name, slot, {file.path + "(" + volumes[i].name + ")", [reader, i] {
+                                   return reader->Open(i);
+                               }});
         }
     }
-    Check(android::base::WriteStringToFile(text, commands), commands);
-    RunTool("debugfs -f " + commands + " " + file, "e2fsprogs", IsDebugfsError);
-    for (const std::string& name : *left_out) mkdir((directory + "/" + name).c_str(), 0755);
-}
 
-void UnpackErofs(const std::string& file, const std::string& directory, std::vector<std::string>*) {
-    RunTool("fsck.erofs --no-preserve-owner --preserve-perms --extract=" + directory + " " + file,
-            "erofs-utils", IsErofsError);
-}
-
-struct FileSystem {
-    size_t magic_offset;
-    std::string_view magic;
-    uint64_t (*size)(const std::string& header);
-    void (*unpack)(const std::string& file, const std::string& directory,
-                   std::vector<std::string>* left_out);
-    bool takes_offset;  // the tools can look at a part of a file
-};
-
-constexpr FileSystem kFileSystems[] = {
-        {0x438, "\x53\xef",
-         [](const std::string& header) {
-             return uint64_t{At<uint32_t>(header, 0x404)} << (10 + At<uint8_t>(header, 0x418) % 32);
-         },
-         UnpackExt4, true},
-        {0x400, "\xe2\xe1\xf5\xe0",
-         [](const std::string& header) {
-             return uint64_t{At<uint32_t>(header, 0x424)} << At<uint8_t>(header, 0x40c) % 32;
-         },
-         UnpackErofs, false},
-};
-
-// Returns the file system, and takes off the content what lies behind it.
-const FileSystem& FileSystemIn(Extents* content) {
-    const uint64_t size = SizeOf(*content);
-    const std::string header = size < kHeaderSize ? "" : ReadBytes(*content, 0, kHeaderSize);
-    for (const FileSystem& known : kFileSystems) {
-        if (header.substr(std::min(header.size(), known.magic_offset), known.magic.size()) !=
-            known.magic) {
-            continue;
+    // Offers an image of the partition, which earlier ones go before.
+    void Offer(const std::string& partition, char slot, const Candidate& image) {
+        if (slot != 0 && slot != options_.slot) {
+            other_slot_.push_back(image.path);
+            return;
         }
-        // The tools do not always notice that the end is missing.
-        if (size < known.size(header)) {
-            throw std::runtime_error("truncated, " + std::to_string(size) + " bytes of " +
-                                     std::to_string(known.size(header)));
-        }
-        *content = Slice(*content, 0, known.size(header));
-        return known;
+        const auto [chosen, is_first] = chosen_.try_emplace(partition, image);
+        if (is_first) return;
+        images_.notes.push_back(image.path + " is not read: " + chosen->second.path +
+                                " stands for the same partition");
     }
-    throw std::runtime_error("neither an ext4 nor an EROFS nor an Android sparse image");
-}
+
+    void Show(const std::string& partition, const Candidate& image) {
+        const auto tree = Naming(image.path, [&] {
+            return std::make_shared<ImageTree>(
+                    image.open(), nothing_,
+                    [tell = on_damage_, name = image.path](const std::string& path,
+                                                           const std::string& what) {
+                        tell(name + ": " + (path.empty() ? "/" : path) + ": " + what);
+                    });
+        });
+        const std::string parent = ParentOfPartition(partition);
+        ShownImage shown = {image.path, tree, "", parent + partition, ""};
+        if (parent != "/") shown.link = "/" + partition;
+        // The system's image is that of the root, where there is one.
+        const std::string inner = "/" + partition;
+        struct stat status;
+        if (partition == "system" && tree->Status(inner, &status) == 0 && S_ISDIR(status.st_mode)) {
+            shown.root = inner;
+        }
+        images_.shown.push_back(shown);
+    }
+
+    const std::string& device_;
+    const View& view_;
+    const Options& options_;
+    int nothing_;
+    const std::function<void(const std::string& what)>& on_damage_;
+    Images images_;
+    std::map<std::string, Candidate> chosen_;
+    std::vector<std::string> other_slot_, unknown_;
+};
 
 }  // namespace
 
-Images OpenImages(const std::string& device, const Options& options) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(device))
-        names.push_back(entry.path().filename());
-    std::sort(names.begin(), names.end());
-
-    Images images;
-    Choice choice(options.slot, &images.notes);
-    std::vector<std::string> unknown, without_slot;
-    bool has_super = false;
-    for (const std::string& name : names) {
-        const std::string path = device + "/" + name;
-        for (const auto& known : kArchives) {
-            if (fnmatch(known.name, name.c_str(), FNM_CASEFOLD) != 0) continue;
-            images.notes.push_back(path + " is not looked into: it is " + known.advice);
-            break;
-        }
-        if (!EndsWith(name, kExtension)) continue;
-        std::string partition = name.substr(0, name.size() - strlen(kExtension));
-        const char slot = TakeSlot(&partition);
-        if (partition == kSuper && slot == 0) {
-            has_super = true;
-        } else if (ParentOf(partition) == nullptr) {
-            unknown.push_back(name);
-            continue;
-        } else if (slot == 0) {
-            without_slot.push_back(partition);
-        } else {
-            choice.Offer(partition, path, slot,
-                         Naming(path, [&] { return ContentOf(OpenImage(path)); }));
-        }
-        images.files.push_back(name);
-    }
-    for (const std::string& partition : without_slot) {
-        const std::string path = device + "/" + partition + kExtension;
-        choice.Offer(partition, path, 0, Naming(path, [&] { return ContentOf(OpenImage(path)); }));
-    }
-    if (has_super) OfferSuper(device + "/" + kSuper + kExtension, options.slot, &choice);
-    images.partitions = choice.Take();
-    if (!unknown.empty()) {
-        images.notes.push_back(Join(unknown, ", ") +
-                               ": named like no partition that is shown, not read");
-    }
-    return images;
-}
-
-UnpackedImage Unpack(const Image& image, const std::string& directory) {
-    return Naming(image.path, [&]() -> UnpackedImage {
-        Extents content = image.content;
-        const FileSystem& file_system = FileSystemIn(&content);
-        Check(mkdir(directory.c_str(), 0755) == 0, directory);
-        const bool is_plain = content.size() == 1 && content[0].file != nullptr &&
-                              (content[0].offset == 0 || file_system.takes_offset);
-        std::string file = directory + ".raw";
-        if (is_plain) {
-            fcntl(content[0].file->get(), F_SETFD, 0);  // the tools inherit it
-            file = "'/proc/self/fd/" + std::to_string(content[0].file->get());
-            if (content[0].offset != 0) file += "?offset=" + std::to_string(content[0].offset);
-            file += "'";
-        } else {
-            WriteTo(content, file);
-        }
-        std::vector<std::string> left_out;
-        file_system.unpack(file, directory, &left_out);
-        if (is_plain) {
-            fcntl(content[0].file->get(), F_SETFD, FD_CLOEXEC);
-        } else {
-            unlink(file.c_str());
-        }
-        MakeReadable(directory);
-
-        const std::string parent = ParentOf(image.partition);
-        UnpackedImage unpacked = {directory, "", parent + image.partition, "", std::move(left_out)};
-        if (parent != "/") unpacked.link = "/" + image.partition;
-        // The system's image is that of the root, where there is one.
-        const std::string inner = "/" + image.partition;
-        if (image.partition == "system" && fs::is_directory(directory + inner)) {
-            unpacked.directory += inner;
-            unpacked.path_in_image = inner;
-        }
-        return unpacked;
-    });
+Images OpenImages(const std::string& device, const View& view, const Options& options, int nothing,
+                  const std::function<void(const std::string& what)>& on_damage) {
+    return Opener(device, view, options, nothing, on_damage).Open();
 }
 
 }  // namespace sandbox

@@ -1,7 +1,8 @@
 // A filter of the kernel lets a process's calls on open files pass and turns those with paths into
 // signals, whose handler does what is asked for and puts the result where the call's would be. So
-// nothing that a process runs can miss the view, be it libc's own calls. Calls that reach files,
-// other processes' memory or the network in other ways fail, and so does what is newer than this.
+// nothing that a process runs can miss the view, be it libc's own calls. What stands in no line of
+// the table fails: calls that would reach files, processes or the network in other ways, and what
+// is newer than this.
 
 #include "led_calls.h"
 
@@ -9,18 +10,22 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <pthread.h>
+#include <sched.h>
 #include <signal.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <ucontext.h>
 #include <unistd.h>
 
-#include <initializer_list>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <vector>
 
 #include "../filter.h"
@@ -30,141 +35,43 @@ namespace sandbox {
 
 namespace {
 
-constexpr int kLedCalls[] = {
-#ifdef SYS_open  // of the older architectures
-        SYS_open,    SYS_creat,     SYS_access,     SYS_stat,       SYS_lstat,  SYS_readlink,
-        SYS_mkdir,   SYS_unlink,    SYS_rmdir,      SYS_chown,      SYS_lchown, SYS_chmod,
-#endif
-        SYS_openat,  SYS_faccessat, SYS_faccessat2, SYS_newfstatat, SYS_statx,  SYS_readlinkat,
-        SYS_mkdirat, SYS_unlinkat,  SYS_fchownat,   SYS_fchmodat,   SYS_mount,
-};
-
-constexpr int kRefusedCalls[] = {
-#ifdef SYS_open
-        SYS_link,
-        SYS_symlink,
-        SYS_rename,
-        SYS_mknod,
-        SYS_utime,
-        SYS_utimes,
-        SYS_futimesat,
-        SYS_inotify_init,
-        SYS_uselib,
-#endif
-#ifdef SYS_renameat
-        SYS_renameat,
-#endif
-        // by path
-        SYS_openat2,
-        SYS_linkat,
-        SYS_symlinkat,
-        SYS_renameat2,
-        SYS_mknodat,
-        SYS_utimensat,
-        SYS_truncate,
-        SYS_statfs,
-        SYS_chdir,
-        SYS_fchdir,
-        SYS_chroot,
-        SYS_pivot_root,
-        SYS_execve,
-        SYS_execveat,
-        SYS_setxattr,
-        SYS_lsetxattr,
-        SYS_getxattr,
-        SYS_lgetxattr,
-        SYS_listxattr,
-        SYS_llistxattr,
-        SYS_removexattr,
-        SYS_lremovexattr,
-        SYS_inotify_add_watch,
-        SYS_inotify_init1,
-        SYS_fanotify_init,
-        SYS_fanotify_mark,
-        SYS_name_to_handle_at,
-        SYS_open_by_handle_at,
-        SYS_swapon,
-        SYS_swapoff,
-        SYS_acct,
-        SYS_quotactl,
-        SYS_mq_open,
-        SYS_mq_unlink,
-        // by descriptor, what one that was opened for reading allows
-        SYS_fchown,
-        SYS_fchmod,
-        SYS_fsetxattr,
-        SYS_fremovexattr,
-        // mounts and namespaces
-        SYS_umount2,
-        SYS_open_tree,
-        SYS_move_mount,
-        SYS_fsopen,
-        SYS_fsconfig,
-        SYS_fsmount,
-        SYS_fspick,
-        SYS_mount_setattr,
-        SYS_setns,
-        SYS_unshare,
-        // what other processes or the kernel would do for it
-        SYS_socket,
-        SYS_connect,
-        SYS_bind,
-        SYS_ptrace,
-        SYS_process_vm_readv,
-        SYS_process_vm_writev,
-        SYS_pidfd_getfd,
-        SYS_bpf,
-        SYS_perf_event_open,
-        SYS_userfaultfd,
-        SYS_io_uring_setup,
-        SYS_init_module,
-        SYS_finit_module,
-        SYS_delete_module,
-        SYS_kexec_load,
-        SYS_kexec_file_load,
-        SYS_reboot,
-        SYS_sethostname,
-        SYS_setdomainname,
-        SYS_settimeofday,
-        SYS_clock_settime,
-        SYS_clock_adjtime,
-        SYS_adjtimex,
-        SYS_syslog,
-        SYS_keyctl,
-        SYS_add_key,
-        SYS_request_key,
-};
-
 // The requests to a device that standard streams make; others could change files.
-constexpr unsigned kAllowedRequests[] = {0x5401 /* TCGETS */, 0x5413 /* TIOCGWINSZ */,
-                                         0x541b /* FIONREAD */};
+constexpr unsigned kTerminalRequests[] = {0x5401 /* TCGETS */, 0x5413 /* TIOCGWINSZ */,
+                                          0x541b /* FIONREAD */};
 
-// Later calls are not known here.
-constexpr int kLastCall = SYS_landlock_restrict_self;
-
-// Where open directories are in the view, for the calls that start from one.
-struct OpenDirectory {
+// An open file or directory of the view: where a relative path starts, and what is not the
+// kernel's.
+struct OpenPlace {
     dev_t device;
     ino_t inode;
     Start start;
+    size_t next = 0;  // the name to list next, where the kernel does not know them
 };
 
 View* g_view = nullptr;
-std::vector<std::pair<int, OpenDirectory>>* g_directories = nullptr;
-std::mutex* g_directories_mutex = nullptr;
+std::map<int, OpenPlace>* g_places = nullptr;
+std::mutex* g_places_mutex = nullptr;
 
-void KeepDirectory(int fd, const Entry& entry) {
+long KernelStatus(int fd, struct stat* status) {
+    return Kernel(SYS_newfstatat, fd, "", status, AT_EMPTY_PATH);
+}
+
+void KeepPlace(int fd, const Entry& entry) {
     struct stat status;
-    if (Kernel(SYS_newfstatat, fd, "", &status, AT_EMPTY_PATH) != 0) return;
-    if (!S_ISDIR(status.st_mode)) return;
-    std::lock_guard<std::mutex> lock(*g_directories_mutex);
-    const OpenDirectory directory = {status.st_dev, status.st_ino, {entry.mount, entry.path}};
-    for (auto& [known, kept] : *g_directories) {
-        if (known != fd) continue;
-        kept = directory;
-        return;
+    if (KernelStatus(fd, &status) != 0) return;
+    std::lock_guard<std::mutex> lock(*g_places_mutex);
+    (*g_places)[fd] = {status.st_dev, status.st_ino, {entry.mount, entry.path}};
+}
+
+// Returns what is known of the open file, or null. Call it with the mutex held.
+OpenPlace* PlaceOf(int fd, const struct stat& status) {
+    const auto known = g_places->find(fd);
+    // The descriptor may have become another file's since.
+    if (known == g_places->end() || known->second.inode != status.st_ino ||
+        known->second.device != status.st_dev) {
+        return nullptr;
     }
-    g_directories->emplace_back(fd, directory);
+    return &known->second;
 }
 
 // An allocator looks there in the middle of its work, when nothing can be allocated. A device
@@ -182,15 +89,12 @@ long StartOf(int fd, const char* path, Start* start) {
     if (path[0] == '/') return IsOfThisMachine(path) ? -ENOENT : 0;
     if (fd == AT_FDCWD) return 0;
     struct stat status;
-    if (long error = Kernel(SYS_newfstatat, fd, "", &status, AT_EMPTY_PATH); error < 0)
-        return error;
-    std::lock_guard<std::mutex> lock(*g_directories_mutex);
-    for (const auto& [known, kept] : *g_directories) {
-        if (known != fd || kept.inode != status.st_ino || kept.device != status.st_dev) continue;
-        *start = kept.start;
-        return 0;
-    }
-    return -ENOTDIR;
+    if (long error = KernelStatus(fd, &status); error < 0) return error;
+    std::lock_guard<std::mutex> lock(*g_places_mutex);
+    const OpenPlace* place = PlaceOf(fd, status);
+    if (place == nullptr) return -ENOTDIR;
+    *start = place->start;
+    return 0;
 }
 
 long LeadOpen(int at, const char* path, int flags, mode_t mode) {
@@ -198,7 +102,8 @@ long LeadOpen(int at, const char* path, int flags, mode_t mode) {
     if (long error = StartOf(at, path, &start); error < 0) return error;
     Entry entry;
     const long fd = g_view->Open(start, path, flags, mode, &entry);
-    if (fd >= 0 && entry.is_directory()) KeepDirectory(static_cast<int>(fd), entry);
+    const bool is_kept = entry.is_directory() || !g_view->is_kernels({entry.mount, entry.path});
+    if (fd >= 0 && is_kept) KeepPlace(static_cast<int>(fd), entry);
     return fd;
 }
 
@@ -208,19 +113,29 @@ long LeadAccess(int at, const char* path, int mode) {
     return g_view->Access(start, path, mode);
 }
 
+// Of an open file.
+long LeadStatusOf(int fd, struct stat* status) {
+    if (long error = KernelStatus(fd, status); error < 0) return error;
+    Start start;
+    {
+        std::lock_guard<std::mutex> lock(*g_places_mutex);
+        const OpenPlace* place = PlaceOf(fd, *status);
+        if (place == nullptr || g_view->is_kernels(place->start)) return 0;
+        start = place->start;
+    }
+    return g_view->StatusOf(start, status);
+}
+
 long LeadStatus(int at, const char* path, struct stat* status, int flags) {
     if (path != nullptr && path[0] == '\0' && (flags & AT_EMPTY_PATH) != 0) {
-        return Kernel(SYS_newfstatat, at, "", status, flags);
+        return LeadStatusOf(at, status);
     }
     Start start;
     if (long error = StartOf(at, path, &start); error < 0) return error;
     return g_view->Status(start, path, (flags & AT_SYMLINK_NOFOLLOW) == 0, status);
 }
 
-long LeadStatx(int at, const char* path, int flags, unsigned mask, struct statx* statx) {
-    if (path != nullptr && path[0] == '\0' && (flags & AT_EMPTY_PATH) != 0) {
-        return Kernel(SYS_statx, at, "", flags, mask, statx);
-    }
+long LeadStatx(int at, const char* path, int flags, struct statx* statx) {
     struct stat status;
     if (long error = LeadStatus(at, path, &status, flags); error < 0) return error;
     memset(statx, 0, sizeof(*statx));
@@ -281,64 +196,265 @@ long LeadMount(const char* source, const char* target, unsigned long flags) {
     return g_view->Bind(source, target, (flags & MS_REC) != 0);
 }
 
-// Does what was asked for. Returns the result or a negative errno.
-long Lead(int number, const unsigned long (&a)[6]) {
-    const auto text = [&a](int index) { return reinterpret_cast<const char*>(a[index]); };
-    const auto number_of = [&a](int index) { return static_cast<int>(a[index]); };
-    const int at = number_of(0);
-    switch (number) {
-#ifdef SYS_open
-        case SYS_open:
-            return LeadOpen(AT_FDCWD, text(0), number_of(1), a[2]);
-        case SYS_creat:
-            return LeadOpen(AT_FDCWD, text(0), O_CREAT | O_WRONLY | O_TRUNC, a[1]);
-        case SYS_access:
-            return LeadAccess(AT_FDCWD, text(0), number_of(1));
-        case SYS_stat:
-            return LeadStatus(AT_FDCWD, text(0), reinterpret_cast<struct stat*>(a[1]), 0);
-        case SYS_lstat:
-            return LeadStatus(AT_FDCWD, text(0), reinterpret_cast<struct stat*>(a[1]),
-                              AT_SYMLINK_NOFOLLOW);
-        case SYS_readlink:
-            return LeadReadLink(AT_FDCWD, text(0), reinterpret_cast<char*>(a[1]), a[2]);
-        case SYS_mkdir:
-            return LeadMakeDirectory(AT_FDCWD, text(0), a[1]);
-        case SYS_unlink:
-            return LeadRemove(AT_FDCWD, text(0), 0);
-        case SYS_rmdir:
-            return LeadRemove(AT_FDCWD, text(0), AT_REMOVEDIR);
-        case SYS_chown:
-            return LeadChangeOwner(AT_FDCWD, text(0), a[1], a[2], 0);
-        case SYS_lchown:
-            return LeadChangeOwner(AT_FDCWD, text(0), a[1], a[2], AT_SYMLINK_NOFOLLOW);
-        case SYS_chmod:
-            return LeadChangeMode(AT_FDCWD, text(0), a[1]);
-#endif
-        case SYS_openat:
-            return LeadOpen(at, text(1), number_of(2), a[3]);
-        case SYS_faccessat:
-        case SYS_faccessat2:
-            return LeadAccess(at, text(1), number_of(2));
-        case SYS_newfstatat:
-            return LeadStatus(at, text(1), reinterpret_cast<struct stat*>(a[2]), number_of(3));
-        case SYS_statx:
-            return LeadStatx(at, text(1), number_of(2), a[3],
-                             reinterpret_cast<struct statx*>(a[4]));
-        case SYS_readlinkat:
-            return LeadReadLink(at, text(1), reinterpret_cast<char*>(a[2]), a[3]);
-        case SYS_mkdirat:
-            return LeadMakeDirectory(at, text(1), a[2]);
-        case SYS_unlinkat:
-            return LeadRemove(at, text(1), number_of(2));
-        case SYS_fchownat:
-            return LeadChangeOwner(at, text(1), a[2], a[3], number_of(4));
-        case SYS_fchmodat:
-            return LeadChangeMode(at, text(1), a[2]);
-        case SYS_mount:
-            return LeadMount(text(0), text(1), a[3]);
-        default:
-            return -ENOSYS;
+// Lists a directory that the kernel does not know.
+long LeadList(int fd, char* buffer, size_t size) {
+    struct stat status;
+    if (long error = KernelStatus(fd, &status); error < 0) return error;
+    std::lock_guard<std::mutex> lock(*g_places_mutex);
+    OpenPlace* place = PlaceOf(fd, status);
+    if (place == nullptr || g_view->is_kernels(place->start)) {
+        return Kernel(SYS_getdents64, fd, buffer, size);
     }
+    return g_view->ReadDirectory(place->start, &place->next, buffer, size);
+}
+
+long LeadSeek(int fd, off_t offset, int whence) {
+    struct stat status;
+    if (long error = KernelStatus(fd, &status); error < 0) return error;
+    if (S_ISDIR(status.st_mode)) {
+        std::lock_guard<std::mutex> lock(*g_places_mutex);
+        OpenPlace* place = PlaceOf(fd, status);
+        if (place != nullptr && !g_view->is_kernels(place->start)) {
+            if (whence == SEEK_CUR) offset += static_cast<off_t>(place->next);
+            if (whence != SEEK_SET && whence != SEEK_CUR) return -EINVAL;
+            if (offset < 0) return -EINVAL;
+            place->next = offset;
+            return offset;
+        }
+    }
+    return Kernel(SYS_lseek, fd, offset, whence);
+}
+
+using Arguments = unsigned long[6];
+
+// What must hold of a call's argument.
+struct Condition {
+    int argument;
+    uint32_t mask;  // of its lower half; the upper one is as it is unless the mask is kWhole
+    std::vector<uint32_t> values;
+};
+
+constexpr uint32_t kWhole = 0;  // all 64 bits are 0
+
+// A call that boxed processes may make. One that fulfils the condition, if there is one, is made by
+// the kernel, or is led: its handler does what was asked for and returns the result or a negative
+// errno. Any other one fails with ENOSYS, for which libc has other ways where there are any, unless
+// it is Kernel()'s.
+struct Call {
+    enum Who { kAll, kKernelOnly };
+    int number;
+    Who who = kAll;
+    long (*lead)(const Arguments& a) = nullptr;
+    std::optional<Condition> condition = {};
+};
+
+const std::vector<Call>& Calls() {
+    static const auto text = [](unsigned long a) { return reinterpret_cast<const char*>(a); };
+    static const auto number = [](unsigned long a) { return static_cast<int>(a); };
+    static const auto status = [](unsigned long a) { return reinterpret_cast<struct stat*>(a); };
+    static const auto bytes = [](unsigned long a) { return reinterpret_cast<char*>(a); };
+    constexpr auto kLed = Call::kAll;
+    const auto own = static_cast<uint32_t>(getpid());
+    static const std::vector<Call> calls = {
+#ifdef SYS_open  // of the older architectures
+            {SYS_open, kLed,
+             [](const Arguments& a) { return LeadOpen(AT_FDCWD, text(a[0]), number(a[1]), a[2]); }},
+            {SYS_creat, kLed,
+             [](const Arguments& a) {
+                 return LeadOpen(AT_FDCWD, text(a[0]), O_CREAT | O_WRONLY | O_TRUNC, a[1]);
+             }},
+            {SYS_access, kLed,
+             [](const Arguments& a) { return LeadAccess(AT_FDCWD, text(a[0]), number(a[1])); }},
+            {SYS_stat, kLed,
+             [](const Arguments& a) { return LeadStatus(AT_FDCWD, text(a[0]), status(a[1]), 0); }},
+            {SYS_lstat, kLed,
+             [](const Arguments& a) {
+                 return LeadStatus(AT_FDCWD, text(a[0]), status(a[1]), AT_SYMLINK_NOFOLLOW);
+             }},
+            {SYS_readlink, kLed,
+             [](const Arguments& a) {
+                 return LeadReadLink(AT_FDCWD, text(a[0]), bytes(a[1]), a[2]);
+             }},
+            {SYS_mkdir, kLed,
+             [](const Arguments& a) { return LeadMakeDirectory(AT_FDCWD, text(a[0]), a[1]); }},
+            {SYS_unlink, kLed,
+             [](const Arguments& a) { return LeadRemove(AT_FDCWD, text(a[0]), 0); }},
+            {SYS_rmdir, kLed,
+             [](const Arguments& a) { return LeadRemove(AT_FDCWD, text(a[0]), AT_REMOVEDIR); }},
+            {SYS_chown, kLed,
+             [](const Arguments& a) {
+                 return LeadChangeOwner(AT_FDCWD, text(a[0]), a[1], a[2], 0);
+             }},
+            {SYS_lchown, kLed,
+             [](const Arguments& a) {
+                 return LeadChangeOwner(AT_FDCWD, text(a[0]), a[1], a[2], AT_SYMLINK_NOFOLLOW);
+             }},
+            {SYS_chmod, kLed,
+             [](const Arguments& a) { return LeadChangeMode(AT_FDCWD, text(a[0]), a[1]); }},
+#endif
+            {SYS_openat, kLed,
+             [](const Arguments& a) {
+                 return LeadOpen(number(a[0]), text(a[1]), number(a[2]), a[3]);
+             }},
+            {SYS_faccessat, kLed,
+             [](const Arguments& a) { return LeadAccess(number(a[0]), text(a[1]), number(a[2])); }},
+            {SYS_faccessat2, kLed,
+             [](const Arguments& a) { return LeadAccess(number(a[0]), text(a[1]), number(a[2])); }},
+            {SYS_newfstatat, kLed,
+             [](const Arguments& a) {
+                 return LeadStatus(number(a[0]), text(a[1]), status(a[2]), number(a[3]));
+             }},
+            {SYS_statx, kLed,
+             [](const Arguments& a) {
+                 return LeadStatx(number(a[0]), text(a[1]), number(a[2]),
+                                  reinterpret_cast<struct statx*>(a[4]));
+             }},
+            {SYS_readlinkat, kLed,
+             [](const Arguments& a) {
+                 return LeadReadLink(number(a[0]), text(a[1]), bytes(a[2]), a[3]);
+             }},
+            {SYS_mkdirat, kLed,
+             [](const Arguments& a) { return LeadMakeDirectory(number(a[0]), text(a[1]), a[2]); }},
+            {SYS_unlinkat, kLed,
+             [](const Arguments& a) { return LeadRemove(number(a[0]), text(a[1]), number(a[2])); }},
+            {SYS_fchownat, kLed,
+             [](const Arguments& a) {
+                 return LeadChangeOwner(number(a[0]), text(a[1]), a[2], a[3], number(a[4]));
+             }},
+            {SYS_fchmodat, kLed,
+             [](const Arguments& a) { return LeadChangeMode(number(a[0]), text(a[1]), a[2]); }},
+            {SYS_mount, kLed,
+             [](const Arguments& a) { return LeadMount(text(a[0]), text(a[1]), a[3]); }},
+            {SYS_fstat, kLed,
+             [](const Arguments& a) { return LeadStatusOf(number(a[0]), status(a[1])); }},
+            {SYS_getdents64, kLed,
+             [](const Arguments& a) { return LeadList(number(a[0]), bytes(a[1]), a[2]); }},
+            {SYS_lseek, kLed,
+             [](const Arguments& a) {
+                 return LeadSeek(number(a[0]), static_cast<off_t>(a[1]), number(a[2]));
+             }},
+
+            // What the view and the readers of images are made of.
+            {SYS_symlinkat, Call::kKernelOnly},
+            {SYS_mknodat, Call::kKernelOnly},
+            {SYS_renameat2, Call::kKernelOnly},
+            {SYS_utimensat, Call::kKernelOnly},
+            {SYS_fchmod, Call::kKernelOnly},
+            {SYS_ftruncate, Call::kKernelOnly},
+            {SYS_sendfile, Call::kKernelOnly},
+            {SYS_memfd_create, Call::kKernelOnly},
+            {SYS_socketpair, Call::kKernelOnly},
+            {SYS_sendmsg, Call::kKernelOnly},
+            {SYS_recvmsg, Call::kKernelOnly},
+
+            // Open files.
+            {SYS_read},
+            {SYS_write},
+            {SYS_readv},
+            {SYS_writev},
+            {SYS_pread64},
+            {SYS_pwrite64},
+            {SYS_close},
+            {SYS_dup},
+            {SYS_dup3},
+            {SYS_pipe2},
+            {SYS_fsync},
+            {SYS_fdatasync},
+            {SYS_ppoll},
+            {SYS_pselect6},
+#ifdef SYS_open
+            {SYS_dup2},
+            {SYS_pipe},
+            {SYS_poll},
+            {SYS_select},
+            {SYS_pause},
+            {SYS_time},
+            {SYS_getpgrp},
+#endif
+            {SYS_fcntl, Call::kAll, nullptr,
+             Condition{
+                     1,
+                     ~0u,
+                     {F_DUPFD, F_DUPFD_CLOEXEC, F_GETFD, F_SETFD, F_GETFL, F_SETFL, F_ADD_SEALS}}},
+            {SYS_ioctl, Call::kAll, nullptr,
+             Condition{1, ~0u, {std::begin(kTerminalRequests), std::end(kTerminalRequests)}}},
+            // To the other end of a socket, not elsewhere.
+            {SYS_sendto, Call::kAll, nullptr, Condition{4, kWhole, {0}}},
+
+            // Memory.
+            {SYS_mmap},
+            {SYS_munmap},
+            {SYS_mprotect},
+            {SYS_mremap},
+            {SYS_madvise},
+            {SYS_msync},
+            {SYS_mincore},
+            {SYS_brk},
+            {SYS_membarrier},
+
+            // Threads, and no other processes.
+            {SYS_clone, Call::kAll, nullptr,
+             Condition{0, CLONE_VM | CLONE_THREAD, {CLONE_VM | CLONE_THREAD}}},
+            {SYS_futex},
+            {SYS_set_robust_list},
+            {SYS_rseq},
+            {SYS_set_tid_address},
+            {SYS_sched_yield},
+            {SYS_sched_getaffinity},
+            {SYS_getcpu},
+            {SYS_exit},
+            {SYS_exit_group},
+
+            // Signals, to nobody else.
+            {SYS_kill, Call::kAll, nullptr, Condition{0, ~0u, {own}}},
+            {SYS_tgkill, Call::kAll, nullptr, Condition{0, ~0u, {own}}},
+            {SYS_rt_sigaction},
+            {SYS_rt_sigprocmask},
+            {SYS_rt_sigreturn},
+            {SYS_rt_sigsuspend},
+            {SYS_rt_sigtimedwait},
+            {SYS_rt_sigpending},
+            {SYS_sigaltstack},
+            {SYS_restart_syscall},
+
+            // Time, and what the process is.
+            {SYS_nanosleep},
+            {SYS_clock_nanosleep},
+            {SYS_clock_gettime},
+            {SYS_clock_getres},
+            {SYS_gettimeofday},
+            {SYS_times},
+            {SYS_getrusage},
+            {SYS_getpid},
+            {SYS_gettid},
+            {SYS_getppid},
+            {SYS_getuid},
+            {SYS_geteuid},
+            {SYS_getgid},
+            {SYS_getegid},
+            {SYS_getgroups},
+            {SYS_getcwd},
+            {SYS_umask},
+            {SYS_uname},
+            {SYS_sysinfo},
+            {SYS_getrandom},
+#ifdef SYS_getrlimit
+            {SYS_getrlimit},
+#endif
+            {SYS_prlimit64, Call::kAll, nullptr, Condition{2, kWhole, {0}}},
+            {SYS_prctl, Call::kAll, nullptr,
+             Condition{0, ~0u, {PR_SET_NAME, PR_GET_NAME, PR_SET_VMA}}},
+    };
+    return calls;
+}
+
+// By a call's number.
+long (*g_leads[512])(const Arguments& a) = {};
+
+long Lead(int number, const Arguments& arguments) {
+    const bool known = number >= 0 && static_cast<size_t>(number) < std::size(g_leads) &&
+                       g_leads[number] != nullptr;
+    return known ? g_leads[number](arguments) : -ENOSYS;
 }
 
 void OnCall(int, siginfo_t* info, void* context) {
@@ -346,14 +462,14 @@ void OnCall(int, siginfo_t* info, void* context) {
     auto& machine = static_cast<ucontext_t*>(context)->uc_mcontext;
 #if defined(__x86_64__)
     auto& r = machine.gregs;
-    const unsigned long arguments[6] = {
+    const Arguments arguments = {
             static_cast<unsigned long>(r[REG_RDI]), static_cast<unsigned long>(r[REG_RSI]),
             static_cast<unsigned long>(r[REG_RDX]), static_cast<unsigned long>(r[REG_R10]),
             static_cast<unsigned long>(r[REG_R8]),  static_cast<unsigned long>(r[REG_R9])};
     auto& result = r[REG_RAX];
 #else
     auto& r = machine.regs;
-    const unsigned long arguments[6] = {r[0], r[1], r[2], r[3], r[4], r[5]};
+    const Arguments arguments = {r[0], r[1], r[2], r[3], r[4], r[5]};
     auto& result = r[0];
 #endif
     result = Lead(info->si_syscall, arguments);
@@ -363,41 +479,50 @@ void OnCall(int, siginfo_t* info, void* context) {
 std::vector<sock_filter> Filter() {
     using filter::JumpIf;
     using filter::Load;
-    constexpr size_t kLastArgument = filter::Argument(5);
-    const sock_filter refuse = filter::Return(SECCOMP_RET_ERRNO | EPERM);
-    const sock_filter unknown = filter::Return(SECCOMP_RET_ERRNO | ENOSYS);
+    // After the one instruction by which Kernel() makes its calls.
+    const auto kernel_place = reinterpret_cast<uintptr_t>(extprop_kernel_call_made);
     const sock_filter allow = filter::Return(SECCOMP_RET_ALLOW);
+    const sock_filter trap = filter::Return(SECCOMP_RET_TRAP);
+    const sock_filter unknown = filter::Return(SECCOMP_RET_ERRNO | ENOSYS);
 
     std::vector<sock_filter> statements = {
             Load(offsetof(seccomp_data, arch)),
             JumpIf(BPF_JEQ, filter::kArchitecture, 1, 0),
             unknown,
             Load(offsetof(seccomp_data, nr)),
-            JumpIf(BPF_JGT, kLastCall, 0, 1),
-            unknown,
     };
-    const auto answer = [&statements](std::initializer_list<sock_filter> answer, int call) {
-        statements.push_back(JumpIf(BPF_JEQ, call, 0, answer.size()));
-        statements.insert(statements.end(), answer);
+    const auto if_whole_is = [](size_t offset, uint64_t value, const sock_filter& verdict) {
+        return std::vector<sock_filter>{
+                Load(offset),
+                JumpIf(BPF_JEQ, static_cast<uint32_t>(value), 0, 3),
+                Load(offset + sizeof(uint32_t)),
+                JumpIf(BPF_JEQ, static_cast<uint32_t>(value >> 32), 0, 1),
+                verdict,
+        };
     };
-    // Kernel()'s own.
-    const sock_filter trap = filter::Return(SECCOMP_RET_TRAP);
-    const auto answer_unmarked = [&](const sock_filter& verdict, int call) {
-        answer({Load(kLastArgument), JumpIf(BPF_JEQ, static_cast<uint32_t>(kMark), 0, 3),
-                Load(kLastArgument + 4), JumpIf(BPF_JEQ, static_cast<uint32_t>(kMark >> 32), 0, 1),
-                allow, verdict},
-               call);
-    };
-    for (const int call : kLedCalls) answer_unmarked(trap, call);
-    for (const int call : kRefusedCalls) answer_unmarked(refuse, call);
-    statements.push_back(JumpIf(BPF_JEQ, SYS_ioctl, 0, 1 + 2 * std::size(kAllowedRequests) + 1));
-    statements.push_back(Load(filter::Argument(1)));
-    for (const unsigned request : kAllowedRequests) {
-        statements.push_back(JumpIf(BPF_JEQ, request, 0, 1));
-        statements.push_back(allow);
+    for (const Call& call : Calls()) {
+        std::vector<sock_filter> answer;
+        const auto add = [&answer](const std::vector<sock_filter>& more) {
+            answer.insert(answer.end(), more.begin(), more.end());
+        };
+        if (call.lead != nullptr || call.who == Call::kKernelOnly) {
+            add(if_whole_is(offsetof(seccomp_data, instruction_pointer), kernel_place, allow));
+        } else if (!call.condition) {
+            add({allow});
+        } else if (call.condition->mask == kWhole) {
+            add(if_whole_is(filter::Argument(call.condition->argument), 0, allow));
+        } else {
+            add({Load(filter::Argument(call.condition->argument)),
+                 filter::Statement(BPF_ALU | BPF_AND | BPF_K, call.condition->mask)});
+            for (const uint32_t value : call.condition->values) {
+                add({JumpIf(BPF_JEQ, value, 0, 1), allow});
+            }
+        }
+        add({call.lead != nullptr ? trap : unknown});
+        statements.push_back(JumpIf(BPF_JEQ, call.number, 0, answer.size()));
+        statements.insert(statements.end(), answer.begin(), answer.end());
     }
-    statements.push_back(refuse);
-    statements.push_back(allow);
+    statements.push_back(unknown);
     return statements;
 }
 
@@ -409,8 +534,9 @@ bool CanLeadCalls() {
 
 bool LeadCalls(View* view) {
     g_view = view;
-    g_directories = new std::vector<std::pair<int, OpenDirectory>>();
-    g_directories_mutex = new std::mutex();
+    g_places = new std::map<int, OpenPlace>();
+    g_places_mutex = new std::mutex();
+    for (const Call& call : Calls()) g_leads[call.number] = call.lead;
 
     struct sigaction action = {};
     action.sa_sigaction = OnCall;

@@ -26,13 +26,6 @@ namespace {
 
 constexpr rlim_t kStackLimit = 8 * 1024 * 1024;
 
-void SetLimit(int resource, rlim_t soft) {
-    rlimit limit;
-    if (getrlimit(resource, &limit) != 0) return;
-    limit.rlim_cur = std::min(limit.rlim_cur, soft);
-    setrlimit(resource, &limit);
-}
-
 // Makes a crash look the same whatever the caller or a sanitizer has set up: a signal, no core
 // file, and an endless recursion that meets its limit.
 void PrepareForCrashes() {
@@ -90,6 +83,13 @@ bool Process::WaitForThreads(std::chrono::steady_clock::time_point deadline) con
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return false;
+}
+
+void SetLimit(int resource, uint64_t most) {
+    rlimit limit;
+    if (getrlimit(resource, &limit) != 0) return;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, most);
+    setrlimit(resource, &limit);
 }
 
 void EndWith(pid_t parent) {

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <stdint.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -43,6 +44,9 @@ class Process {
 // Ends the calling process when its parent does, also with one that is gone already. A change of
 // the user or the user namespace undoes it.
 void EndWith(pid_t parent);
+
+// Lowers one of the calling process's limits, as setrlimit(2) names them, to `most`.
+void SetLimit(int resource, uint64_t most);
 
 // Starts a process that has `enter` take it where it has to be and calls `function`, whose result
 // is its exit status. Signals have their default action, the umask is 0 as init's, standard input

@@ -1,9 +1,12 @@
 #include "sandbox.h"
 
+#include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <stdexcept>
 
+#include "../budget.h"
 #include "device_files.h"
 #include "led_calls.h"
 
@@ -31,6 +34,9 @@ void Sandbox::Reset() {
 Process Sandbox::Start(const std::function<int()>& function) const {
     const auto enter = [this] {
         files_->LeaveInChild();
+        // What is written to more than that has no room left.
+        signal(SIGXFSZ, SIG_IGN);
+        SetLimit(RLIMIT_FSIZE, limits::kPartitionFile);
         return chdir("/") == 0 && LeadCalls(&files_->view());
     };
     return StartProcess(enter, function);
@@ -40,12 +46,12 @@ Ending Sandbox::Run(const std::function<int()>& function, std::chrono::milliseco
     return Start(function).Wait(limit);
 }
 
-void Sandbox::AttachBlockDevice(const std::string& path) {
-    files_->AttachBlockDevice(path);
+bool Sandbox::AttachBlockDevice(const std::string& path) {
+    return files_->AttachBlockDevice(path);
 }
 
-std::string Sandbox::Outside(const std::string& path) const {
-    return files_->Outside(path);
+std::string Sandbox::Read(const std::string& path, size_t most) const {
+    return files_->Read(path, most);
 }
 
 std::vector<FileChange> Sandbox::TakeChanges() {
@@ -54,6 +60,10 @@ std::vector<FileChange> Sandbox::TakeChanges() {
 
 std::optional<ImagePlace> Sandbox::ImageOf(const std::string& path) const {
     return files_->ImageOf(path);
+}
+
+void Sandbox::CheckImages() const {
+    files_->CheckImages();
 }
 
 std::vector<std::string> Sandbox::Notes() const {

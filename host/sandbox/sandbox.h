@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,6 +18,8 @@ namespace sandbox {
 
 struct Options {
     char slot = 'a';  // of a partition that has images for two slots
+    // Image files of any place, by the names of those that they replace or add, such as "odm_a".
+    std::map<std::string, std::string> images = {};
 };
 
 // A file of a partition image.
@@ -52,12 +55,13 @@ class Sandbox {
                std::chrono::milliseconds limit = std::chrono::seconds(60)) const;
 
     // Makes the regular file at the device's `path` a block device: what opens it for output does
-    // not truncate it. Throws std::runtime_error, saying why, if this cannot be had. What is left
-    // over of 512 bytes is out of reach.
-    void AttachBlockDevice(const std::string& path);
+    // not truncate it. What is left over of 512 bytes is out of reach. Returns false if there is
+    // no such file. Throws std::runtime_error, saying why, if this cannot be had.
+    bool AttachBlockDevice(const std::string& path);
 
-    // Returns a path at which the caller, outside, can read the device's `path`, such as "/odm".
-    std::string Outside(const std::string& path) const;
+    // Reads the device's regular file at `path`, which is no link. Throws std::runtime_error,
+    // saying why, if it cannot be read or has more than `most` bytes.
+    std::string Read(const std::string& path, size_t most) const;
 
     // Returns what was created, changed and deleted since the last time, in the order of the paths.
     // A file that was written counts as changed, whatever was written; a directory by its mode and
@@ -68,8 +72,11 @@ class Sandbox {
     std::optional<ImagePlace> ImageOf(const std::string& path) const;
 
     // Returns what the user should know about what lies in the device directory, and about what was
-    // looked for so far.
+    // looked for so far. Throws as CheckImages() does.
     std::vector<std::string> Notes() const;
+
+    // Throws std::runtime_error if something was looked for so far that is damaged in its image.
+    void CheckImages() const;
 
   private:
     std::shared_ptr<DeviceFiles> files_;

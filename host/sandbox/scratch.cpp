@@ -60,11 +60,11 @@ void CloseAllBut(int kept) {
 
 // The directory for temporary files that the user or the system chooses; that in memory if there
 // would be room for whatever a boot writes.
-std::string ParentFor(bool small_files) {
+std::string Parent() {
     constexpr char kMemory[] = "/dev/shm";
     constexpr uintmax_t kMuchRoom = 1ull << 30;
     std::error_code error;
-    if (small_files && getenv("TMPDIR") == nullptr && access(kMemory, W_OK | X_OK) == 0) {
+    if (getenv("TMPDIR") == nullptr && access(kMemory, W_OK | X_OK) == 0) {
         if (fs::space(kMemory, error).available >= kMuchRoom && !error) return kMemory;
     }
     const std::string chosen = fs::temp_directory_path(error);
@@ -73,8 +73,8 @@ std::string ParentFor(bool small_files) {
 
 }  // namespace
 
-ScratchDirectory::ScratchDirectory(bool for_small_files) {
-    const std::string path = ParentFor(for_small_files) + "/extprop-XXXXXX";
+ScratchDirectory::ScratchDirectory() {
+    const std::string path = Parent() + "/extprop-XXXXXX";
     unique_fd theirs;
     Check(android::base::Socketpair(SOCK_SEQPACKET | SOCK_CLOEXEC, &keeper_, &theirs),
           "socketpair");

@@ -14,9 +14,9 @@ namespace sandbox {
 // the process that made it ends.
 class ScratchDirectory {
   public:
-    // One for small files lies in memory where there is much room. Throws std::runtime_error if
-    // there is no place for it.
-    explicit ScratchDirectory(bool for_small_files);
+    // It lies in memory where there is much room. Throws std::runtime_error if there is no place
+    // for it.
+    ScratchDirectory();
     ~ScratchDirectory();
     ScratchDirectory& operator=(ScratchDirectory&&) = delete;
 

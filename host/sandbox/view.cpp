@@ -4,21 +4,18 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <linux/stat.h>
+#include <stddef.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <filesystem>
-#include <set>
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
+#include "../budget.h"
 #include "../kernel.h"
 
 using android::base::unique_fd;
@@ -27,71 +24,7 @@ namespace sandbox {
 
 namespace {
 
-// The private folder has a directory of the device either whole or not at all, so that listing one
-// is reading one. What such a directory has not changed itself stands for the device directory's:
-// a placeholder of the same type, with the sticky bit, and links, which are copied.
-constexpr mode_t kPlaceholder = S_ISVTX;
-
-// This machine's user has to reach what root on the device could.
-constexpr mode_t kReachableFile = 0600;
-constexpr mode_t kReachableDirectory = 0700;
-
-constexpr mode_t kPermissions = 07777;
 constexpr int kMostLinks = 40;
-constexpr off_t kSectorSize = 512;
-
-// The time of the last change that a file gets once its changes are known. Nothing is written then
-// any more, so that any other time tells of a change, however quick it was.
-constexpr timespec kSeenTime = {1, 0};
-
-long StatusOf(const std::string& real, struct stat* status) {
-    return Kernel(SYS_newfstatat, AT_FDCWD, real.c_str(), status, AT_SYMLINK_NOFOLLOW);
-}
-
-long TargetOf(const std::string& real, std::string* target) {
-    char buffer[PATH_MAX];
-    const long size = Kernel(SYS_readlinkat, AT_FDCWD, real.c_str(), buffer, sizeof(buffer));
-    if (size >= 0) target->assign(buffer, size);
-    return size;
-}
-
-long OpenReal(const std::string& real, int flags, unique_fd* file) {
-    const long fd = Kernel(SYS_openat, AT_FDCWD, real.c_str(), flags | O_NOFOLLOW | O_CLOEXEC,
-                           kReachableFile);
-    if (fd < 0) return fd;
-    file->reset(static_cast<int>(fd));
-    return 0;
-}
-
-void MarkSeen(const std::string& real) {
-    const timespec times[] = {{0, UTIME_OMIT}, kSeenTime};
-    Kernel(SYS_utimensat, AT_FDCWD, real.c_str(), times, AT_SYMLINK_NOFOLLOW);
-}
-
-struct Listed {
-    std::string name;
-    unsigned char type;
-};
-
-long NamesIn(const std::string& real, std::vector<Listed>* names) {
-    unique_fd directory;
-    if (long error = OpenReal(real, O_RDONLY | O_DIRECTORY, &directory); error < 0) return error;
-    alignas(dirent64) char buffer[32 * 1024];
-    long size;
-    while ((size = Kernel(SYS_getdents64, directory.get(), buffer, sizeof(buffer))) > 0) {
-        for (long at = 0; at < size;) {
-            const auto* entry = reinterpret_cast<const dirent64*>(buffer + at);
-            at += entry->d_reclen;
-            const std::string_view name = entry->d_name;
-            if (name != "." && name != "..") names->push_back({std::string(name), entry->d_type});
-        }
-    }
-    return size;
-}
-
-std::string ParentOf(const std::string& path) {
-    return path.substr(0, path.rfind('/'));
-}
 
 bool IsBelow(const std::string& path, const std::string& directory) {
     return path.compare(0, directory.size(), directory) == 0 &&
@@ -104,144 +37,26 @@ std::string_view LastName(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-mode_t Reachable(mode_t mode) {
-    return (mode & kPermissions & ~kPlaceholder) |
-           (S_ISDIR(mode) ? kReachableDirectory : kReachableFile);
-}
-
-// Makes a file of the type that stands for one of the device directory.
-long MakePlaceholder(const std::string& from, const std::string& to, unsigned char type) {
-    if (type == DT_UNKNOWN) {
-        struct stat status;
-        if (long error = StatusOf(from, &status); error < 0) return error;
-        type = IFTODT(status.st_mode);
-    }
-    if (type == DT_LNK) {
-        std::string target;
-        if (long error = TargetOf(from, &target); error < 0) return error;
-        return Kernel(SYS_symlinkat, target.c_str(), AT_FDCWD, to.c_str());
-    }
-    if (type == DT_DIR) {
-        return Kernel(SYS_mkdirat, AT_FDCWD, to.c_str(), kReachableDirectory | kPlaceholder);
-    }
-    // Only root can make a device, and nothing opens one here.
-    const mode_t node = type == DT_FIFO || type == DT_SOCK ? DTTOIF(type) : S_IFREG;
-    return Kernel(SYS_mknodat, AT_FDCWD, to.c_str(), node | kReachableFile | kPlaceholder, 0);
-}
-
-long CopyContent(const std::string& from, int to) {
-    unique_fd in;
-    if (long error = OpenReal(from, O_RDONLY, &in); error < 0) return error;
-    while (true) {
-        constexpr size_t kMost = 1 << 30;
-        const long copied = Kernel(SYS_sendfile, to, in.get(), nullptr, kMost);
-        if (copied <= 0) return copied;
-    }
-}
-
 }  // namespace
 
-const char* Name(FileChange::Kind kind) {
-    constexpr const char* kNames[] = {"created", "changed", "deleted"};
-    return kNames[kind];
-}
-
-bool View::Played::operator==(const Played& other) const {
-    return mode == other.mode && user == other.user && group == other.group;
-}
-
-View::View(std::string device, std::string state)
-        : device_(std::move(device)),
-          state_(std::move(state)),
-          trees_({{device_, {}}}),
-          mounts_({{0, "/", 0, ""}}) {  // a point that no path has: nothing is below the root
-    mkdir(Upper("").c_str(), kReachableDirectory | kPlaceholder);
-    chmod(Upper("").c_str(), kReachableDirectory | kPlaceholder);
-    mkdir((state_ + "/played").c_str(), kReachableDirectory);
-}
+View::View(std::shared_ptr<const Tree> device, std::string state)
+        : state_(std::move(state)),
+          device_(std::move(device)),
+          layer_(std::make_shared<PrivateLayer>(*device_, state_)),
+          trees_({layer_}),
+          mounts_({{0, "/", 0, ""}}) {}  // a point that no path has: nothing is below the root
 
 // --- Finding ------------------------------------------------------------------------------------
 
-std::string View::PlayedPath(const struct stat& status) const {
-    return state_ + "/played/" + std::to_string(status.st_ino);
-}
-
-// Puts in what is played of a private file. Returns false if nothing is.
-bool View::GetPlayed(struct stat* status) const {
-    std::string text;
-    unsigned mode, user, group;
-    const bool known = TargetOf(PlayedPath(*status), &text) > 0 &&
-                       sscanf(text.c_str(), "%o:%u:%u", &mode, &user, &group) == 3;
-    if (!known) {
-        status->st_uid = status->st_gid = 0;  // who made it
-        return false;
-    }
-    status->st_mode = (status->st_mode & S_IFMT) | mode;
-    status->st_uid = user;
-    status->st_gid = group;
-    return true;
-}
-
-long View::SetPlayed(const std::string& real, const Played& played) const {
-    struct stat status;
-    if (long error = StatusOf(real, &status); error < 0) return error;
-    const std::string path = PlayedPath(status);
-    Kernel(SYS_unlinkat, AT_FDCWD, path.c_str(), 0);
-    const mode_t mode = played.mode & kPermissions;
-    if (played.user == 0 && played.group == 0 && mode == (status.st_mode & kPermissions)) return 0;
-    char text[64];
-    snprintf(text, sizeof(text), "%o:%u:%u", mode, played.user, played.group);
-    return Kernel(SYS_symlinkat, text, AT_FDCWD, path.c_str());
-}
-
-// Plays the mode that a new file was asked to have, less what the process's mask took from it.
-void View::SetPlayedMode(const std::string& real, mode_t mode) const {
-    struct stat status;
-    if (StatusOf(real, &status) == 0) SetPlayed(real, {mode & status.st_mode, 0, 0});
-}
-
-// Looks at `path`, whose parent is the directory.
-void View::LookBelow(const Directory& parent, const std::string& path, Entry* entry) const {
-    const size_t tree = mounts_[parent.mount].tree;
-    *entry = Entry();
-    entry->mount = parent.mount;
-    entry->path = path;
-    if (parent.is_private) {
-        entry->real = Upper(path);
-        entry->exists = StatusOf(entry->real, &entry->status) == 0;
-        const bool is_placeholder = (entry->status.st_mode & kPlaceholder) != 0;
-        if (!entry->exists) return;
-        if (entry->is_link() || !is_placeholder) {
-            entry->is_private = true;
-            if (GetPlayed(&entry->status) || !entry->is_link()) return;
-            // A link is its own placeholder.
-            struct stat original;
-            std::string target, original_target;
-            if (TargetOf(entry->real, &target) > 0 &&
-                TargetOf(device_ + path, &original_target) > 0 && target == original_target &&
-                StatusOf(device_ + path, &original) == 0) {
-                entry->status = original;
-            }
-            return;
-        }
-    }
-    entry->real = trees_[tree].directory + path;
-    entry->exists = StatusOf(entry->real, &entry->status) == 0;
-    if (tree == 0) return;
-    entry->status.st_uid = entry->status.st_gid = 0;  // not whoever unpacked it
-    if (!entry->exists) NoteLeftOut(*entry);
-}
-
 // Looks at a path whose parent, if it has one, is there.
-void View::LookAt(int mount, const std::string& path, Entry* entry) const {
-    if (!path.empty()) return LookBelow(DirectoryAt(mount, ParentOf(path)), path, entry);
+long View::Look(int mount, const std::string& path, Entry* entry) const {
     *entry = Entry();
     entry->mount = mount;
     entry->path = path;
-    entry->is_private = DirectoryAt(mount, path).is_private;
-    entry->real = entry->is_private ? Upper(path) : trees_[mounts_[mount].tree].directory;
-    entry->exists = StatusOf(entry->real, &entry->status) == 0;
-    if (entry->is_private) GetPlayed(&entry->status);
+    const long error = TreeOf(*entry).Status(path, &entry->status);
+    entry->exists = error == 0;
+    if (error == -EACCES) Note(kDenied, PathOf(*entry));
+    return error == -ENOENT ? 0 : error;
 }
 
 // Goes on from a mount point to what is mounted there.
@@ -254,19 +69,11 @@ void View::EnterMounts(int* mount, std::string* path) const {
     }
 }
 
-View::Directory View::DirectoryAt(int mount, const std::string& path) const {
-    struct stat status;
-    const bool is_private = mounts_[mount].tree == 0 && StatusOf(Upper(path), &status) == 0 &&
-                            (status.st_mode & kPlaceholder) == 0;
-    return {mount, path, is_private};
-}
-
 long View::Walk(const Start& start, std::string_view path, Last last, Entry* entry) const {
     if (path.empty()) return -ENOENT;
     if (path.size() >= PATH_MAX) return -ENAMETOOLONG;
     std::string rest(path);
-    const Directory root = DirectoryAt(0, "");
-    Directory at = rest[0] == '/' ? root : DirectoryAt(start.mount, start.path);
+    Start at = rest[0] == '/' ? Start() : start;
     for (int links = 0;;) {
         const size_t begin = std::min(rest.find_first_not_of('/'), rest.size());
         const size_t end = std::min(rest.find('/', begin), rest.size());
@@ -280,17 +87,16 @@ long View::Walk(const Start& start, std::string_view path, Last last, Entry* ent
                 above = mounts_[at.mount].point;
                 at.mount = mounts_[at.mount].parent;
             }
-            above = ParentOf(above);
+            above = above.empty() ? "" : ParentOf(above);
             EnterMounts(&at.mount, &above);
-            at = DirectoryAt(at.mount, above);
+            at.path = above;
         }
         if (name.empty() || name == "." || name == "..") {
             if (!is_last) continue;
-            LookAt(at.mount, at.path, entry);
-            return 0;
+            return Look(at.mount, at.path, entry);
         }
 
-        LookBelow(at, at.path + "/" + name, entry);
+        if (long error = Look(at.mount, at.path + "/" + name, entry); error < 0) return error;
         const bool ends_in_slash = is_last && !rest.empty();
         entry->ends_in_slash = ends_in_slash;
         if (!entry->exists) return is_last ? 0 : -ENOENT;
@@ -298,24 +104,32 @@ long View::Walk(const Start& start, std::string_view path, Last last, Entry* ent
         if (entry->is_link() && (!is_last || last == kFollow || ends_in_slash)) {
             if (++links > kMostLinks) return -ELOOP;
             std::string target;
-            if (long error = TargetOf(entry->real, &target); error < 0) return error;
+            if (long error = TreeOf(*entry).Target(entry->path, &target); error < 0) return error;
             rest.insert(0, target);
-            if (rest[0] == '/') at = root;
+            if (rest.size() >= 2 * PATH_MAX) return -ENAMETOOLONG;
+            if (rest[0] == '/') at = Start();
             continue;
         }
         int mount = entry->mount;
         std::string below = entry->path;
         EnterMounts(&mount, &below);
-        if (mount != entry->mount) LookAt(mount, below, entry);
+        if (mount != entry->mount) {
+            if (long error = Look(mount, below, entry); error < 0) return error;
+        }
         if ((!is_last || ends_in_slash) && !entry->is_directory()) return -ENOTDIR;
         if (is_last) return 0;
-        at = {entry->mount, entry->path, entry->is_private};
+        at = {entry->mount, entry->path};
     }
 }
 
 long View::Find(std::string_view path, bool follow, Entry* entry) const {
     std::lock_guard<std::mutex> lock(mutex_);
     return Walk({}, path, follow ? kFollow : kLinkItself, entry);
+}
+
+long View::FindIn(const Entry& directory, const std::string& name, Entry* entry) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return Walk({directory.mount, directory.path}, name, kLinkItself, entry);
 }
 
 std::string View::PathOf(const Entry& entry) const {
@@ -326,11 +140,81 @@ std::string View::PathOf(const Entry& entry) const {
     return path;
 }
 
-long View::List(const Entry& directory, std::vector<std::string>* names) const {
-    std::vector<Listed> found;
-    const long error = NamesIn(directory.real, &found);
-    for (auto& entry : found) names->push_back(std::move(entry.name));
+long View::List(const Entry& directory, std::vector<Listed>* names) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const long error = TreeOf(directory).List(directory.path, names);
+    if (error == -EACCES) Note(kDenied, PathOf(directory));
     return error;
+}
+
+long View::Read(const std::string& path, size_t most, std::string* content) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    Entry entry;
+    if (long error = Walk({}, path, kLinkItself, &entry); error < 0) return error;
+    if (!entry.exists) return -ENOENT;
+    if (entry.is_directory()) return -EISDIR;
+    if (entry.status.st_size > static_cast<off_t>(most)) return -EFBIG;
+    const long fd = TreeOf(entry).Open(entry.path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return fd;
+    const unique_fd file(static_cast<int>(fd));
+    content->resize(entry.status.st_size);
+    size_t size = 0;
+    ssize_t part = 1;
+    while (size < content->size() && part != 0) {
+        part = TEMP_FAILURE_RETRY(read(file.get(), content->data() + size, content->size() - size));
+        if (part == -1) return -errno;
+        size += part;
+    }
+    content->resize(size);
+    return 0;
+}
+
+long View::OpenToRead(const std::string& path, bool follow) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    Entry entry;
+    if (long error = Walk({}, path, follow ? kFollow : kLinkItself, &entry); error < 0) {
+        return error;
+    }
+    if (!entry.exists) return -ENOENT;
+    if (entry.is_directory()) return -EISDIR;
+    return TreeOf(entry).Open(entry.path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+bool View::is_kernels(const Start& place) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return trees_[mounts_[place.mount].tree]->is_kernels();
+}
+
+long View::StatusOf(const Start& place, struct stat* status) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return trees_[mounts_[place.mount].tree]->Status(place.path, status);
+}
+
+long View::ReadDirectory(const Start& place, size_t* next, char* buffer, size_t size) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const Tree& tree = *trees_[mounts_[place.mount].tree];
+    std::vector<Listed> names = {{".", DT_DIR}, {"..", DT_DIR}};
+    if (long error = tree.List(place.path, &names); error < 0) return error;
+    size_t used = 0;
+    for (; *next < names.size(); ++*next) {
+        auto& [name, type] = names[*next];
+        const size_t length =
+                (offsetof(dirent64, d_name) + name.size() + sizeof('\0') + alignof(dirent64) - 1) /
+                alignof(dirent64) * alignof(dirent64);
+        if (length > size - used) return used == 0 ? -EINVAL : static_cast<long>(used);
+        struct stat status;
+        if (type == DT_UNKNOWN && tree.Status(place.path + "/" + name, &status) == 0) {
+            type = IFTODT(status.st_mode);
+        }
+        auto* entry = reinterpret_cast<dirent64*>(buffer + used);
+        entry->d_ino = *next + 1;
+        entry->d_off = static_cast<off64_t>(*next + 1);
+        entry->d_reclen = static_cast<unsigned short>(length);
+        entry->d_type = type;
+        memcpy(entry->d_name, name.c_str(), name.size() + 1);
+        used += length;
+    }
+    return static_cast<long>(used);
 }
 
 bool View::IsMountPoint(const Entry& entry) const {
@@ -341,78 +225,24 @@ bool View::IsMountPoint(const Entry& entry) const {
 
 // --- Changing -----------------------------------------------------------------------------------
 
-std::string View::NewName() const {
-    static std::atomic<unsigned> count{0};
-    return state_ + "/new-" + std::to_string(Kernel(SYS_getpid)) + "-" + std::to_string(++count);
-}
-
-// Makes the private folder have the directory, which the device has.
-long View::Shadow(const std::string& directory) const {
-    const std::string upper = Upper(directory);
-    struct stat status;
-    if (StatusOf(upper, &status) == 0 && (status.st_mode & kPlaceholder) == 0) return 0;
-    if (!directory.empty()) {
-        if (long error = Shadow(ParentOf(directory)); error < 0) return error;
-    }
-    const std::string original = device_ + directory;
-    if (long error = StatusOf(original, &status); error < 0) return error;
-    std::vector<Listed> names;
-    if (long error = NamesIn(original, &names); error < 0) return error;
-    const std::string unfinished = NewName();
-    if (long error = Kernel(SYS_mkdirat, AT_FDCWD, unfinished.c_str(), kReachableDirectory);
-        error < 0) {
-        return error;
-    }
-    for (const auto& [name, type] : names) {
-        if (long error = MakePlaceholder(original + "/" + name, unfinished + "/" + name, type);
-            error < 0) {
-            return error;
-        }
-    }
-    Kernel(SYS_fchmodat, AT_FDCWD, unfinished.c_str(), Reachable(status.st_mode));
-    SetPlayed(unfinished, {status.st_mode, status.st_uid, status.st_gid});
-    return Kernel(SYS_renameat2, AT_FDCWD, unfinished.c_str(), AT_FDCWD, upper.c_str(), 0);
-}
-
-long View::ShadowParent(const std::string& path) const {
-    return Shadow(ParentOf(path));
-}
-
-long View::CopyFile(Entry* entry) const {
-    const std::string unfinished = NewName();
-    const struct stat& status = entry->status;
-    if (S_ISREG(status.st_mode)) {
-        unique_fd copy;
-        long error = OpenReal(unfinished, O_WRONLY | O_CREAT | O_EXCL, &copy);
-        if (error >= 0) error = CopyContent(entry->real, copy.get());
-        if (error < 0) return error;
-    } else if (long error = Kernel(SYS_mknodat, AT_FDCWD, unfinished.c_str(),
-                                   (status.st_mode & S_IFMT) | kReachableFile, 0);
-               error < 0) {
-        return error;
-    }
-    Kernel(SYS_fchmodat, AT_FDCWD, unfinished.c_str(), Reachable(status.st_mode));
-    SetPlayed(unfinished, {status.st_mode, status.st_uid, status.st_gid});
-    MarkSeen(unfinished);
-    return Kernel(SYS_renameat2, AT_FDCWD, unfinished.c_str(), AT_FDCWD, Upper(entry->path).c_str(),
-                  0);
-}
-
-// Makes the private folder have what there is, so that it can be changed.
-long View::TakeOver(Entry* entry) const {
-    if (!IsWritable(*entry)) return -EROFS;
-    if (entry->is_private) return 0;
-    if (entry->is_directory()) {
-        if (long error = Shadow(entry->path); error < 0) return error;
+// The library opens property and key files itself, links not followed; partitions and logos, which
+// may be larger, are all that it opens in other ways.
+long View::OpenRegular(const Entry& entry, int flags) {
+    const bool reads = (flags & O_ACCMODE) == O_RDONLY && (flags & O_TRUNC) == 0;
+    const uint64_t most =
+            (flags & O_NOFOLLOW) != 0 ? limits::kPropertyFile : limits::kPartitionFile;
+    flags &= ~(O_CREAT | O_EXCL);
+    long fd;
+    if (!reads) {
+        fd = IsWritable(entry) ? layer_->OpenForChange(entry.path, flags) : -EROFS;
+    } else if (entry.status.st_size > static_cast<off_t>(most)) {
+        fd = -EFBIG;
     } else {
-        if (long error = ShadowParent(entry->path); error < 0) return error;
-        if (!entry->is_link()) {
-            if (long error = CopyFile(entry); error < 0) return error;
-        }
+        fd = TreeOf(entry).Open(entry.path, flags);
     }
-    entry->is_private = true;
-    entry->real = Upper(entry->path);
-    return 0;
+    if (fd == -EACCES) Note(kDenied, PathOf(entry));
+    if (fd == -EFBIG) Note(kTooLarge, PathOf(entry));
+    return fd;
 }
 
 long View::Open(const Start& start, const char* path, int flags, mode_t mode, Entry* opened) {
@@ -421,45 +251,40 @@ long View::Open(const Start& start, const char* path, int flags, mode_t mode, En
     const bool writes = (flags & O_ACCMODE) != O_RDONLY || (flags & O_TRUNC) != 0;
     if ((flags & O_TMPFILE) == O_TMPFILE) return -EOPNOTSUPP;
     Entry& entry = *opened;
+    std::string special;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         // What is created must not be named as a directory, whatever is there.
-        const bool misnamed = creates && strlen(path) > 1 && path[strlen(path) - 1] == '/';
+        const std::string_view name = LastName(path);
+        const bool misnamed = creates && name != "" && name != "." && name != ".." &&
+                              path[strlen(path) - 1] == '/';
         const bool follow = (flags & O_NOFOLLOW) == 0 && !exclusive;
         const Last last = misnamed ? kPlaceItself : follow ? kFollow : kLinkItself;
         if (long error = Walk(start, path, last, &entry); error < 0) return error;
         if (misnamed) return -EISDIR;
         if (!entry.exists) {
             if (!creates) return -ENOENT;
-            if (!IsWritable(entry)) return -EROFS;
-            if (long error = ShadowParent(entry.path); error < 0) return error;
-            entry.real = Upper(entry.path);
-            entry.is_private = true;
-            const long fd = Kernel(SYS_openat, AT_FDCWD, entry.real.c_str(), flags | O_NOFOLLOW,
-                                   Reachable(S_IFREG | mode));
-            if (fd >= 0) SetPlayedMode(entry.real, mode);
-            return fd;
+            return IsWritable(entry) ? layer_->Create(entry.path, flags, mode) : -EROFS;
         }
         if (exclusive) return -EEXIST;
         const bool only_names = (flags & O_PATH) != 0;
-        if (!only_names && !entry.is_link()) {
-            if (entry.is_directory()) {
-                if (writes || creates) return -EISDIR;
-            } else if (S_ISCHR(entry.status.st_mode) || S_ISBLK(entry.status.st_mode)) {
-                return -ENXIO;  // what it leads to is this machine's
-            } else if (S_ISREG(entry.status.st_mode) ? writes : IsWritable(entry)) {
-                if (long error = TakeOver(&entry); error < 0) return error;
-            }
+        if (!only_names && S_ISREG(entry.status.st_mode)) return OpenRegular(entry, flags);
+        if (only_names || entry.is_directory() || entry.is_link()) {
+            if (entry.is_directory() && !only_names && (writes || creates)) return -EISDIR;
+            const long fd = TreeOf(entry).Open(entry.path, flags & ~(O_CREAT | O_EXCL));
+            if (fd == -EACCES) Note(kDenied, PathOf(entry));
+            return fd;
         }
-        if (std::count(block_devices_.begin(), block_devices_.end(), entry.path) != 0) {
-            flags &= ~O_TRUNC;
+        // What another special file leads to is this machine's.
+        if (!S_ISFIFO(entry.status.st_mode)) return -ENXIO;
+        if (long error = layer_->FindFifo(IsWritable(entry) ? &entry.path : nullptr, &special);
+            error < 0) {
+            return error;
         }
     }
-    // This may take for ever, as with a FIFO that nobody else opens.
-    const long fd = Kernel(SYS_openat, AT_FDCWD, entry.real.c_str(),
-                           (flags & ~(O_CREAT | O_EXCL)) | O_NOFOLLOW, 0);
-    if (fd == -EACCES) Note(kDenied, entry);
-    return fd;
+    // This may take for ever, as nobody else opens it.
+    return Kernel(SYS_openat, layer_->directory(), special.c_str(),
+                  (flags & ~(O_CREAT | O_EXCL)) | O_NOFOLLOW, 0);
 }
 
 long View::Access(const Start& start, const char* path, int mode) {
@@ -489,8 +314,10 @@ long View::ReadLink(const Start& start, const char* path, char* target, size_t s
     Entry entry;
     if (long error = Walk(start, path, kLinkItself, &entry); error < 0) return error;
     if (!entry.exists) return -ENOENT;
-    if (!entry.is_link()) return -EINVAL;
-    return Kernel(SYS_readlinkat, AT_FDCWD, entry.real.c_str(), target, size);
+    if (!entry.is_link() || size == 0) return -EINVAL;
+    std::string whole;
+    if (long error = TreeOf(entry).Target(entry.path, &whole); error < 0) return error;
+    return static_cast<long>(whole.copy(target, size));
 }
 
 long View::MakeDirectory(const Start& start, const char* path, mode_t mode) {
@@ -498,13 +325,7 @@ long View::MakeDirectory(const Start& start, const char* path, mode_t mode) {
     Entry entry;
     if (long error = Walk(start, path, kPlaceItself, &entry); error < 0) return error;
     if (entry.exists) return -EEXIST;
-    if (!IsWritable(entry)) return -EROFS;
-    if (long error = ShadowParent(entry.path); error < 0) return error;
-    const std::string upper = Upper(entry.path);
-    const long made =
-            Kernel(SYS_mkdirat, AT_FDCWD, upper.c_str(), Reachable(S_IFDIR | (mode & 01777)));
-    if (made == 0) SetPlayedMode(upper, mode);
-    return made;
+    return IsWritable(entry) ? layer_->MakeDirectory(entry.path, mode) : -EROFS;
 }
 
 // Finds what is to be removed or changed itself, in a mount that can be written.
@@ -525,15 +346,7 @@ long View::Remove(const Start& start, const char* path, bool directory) {
     if (!directory && entry.is_directory()) return -EISDIR;
     if (entry.ends_in_slash && !entry.is_directory()) return -ENOTDIR;
     if (entry.path.empty() || IsMountPoint(entry)) return -EBUSY;
-    // Whether a directory is empty shows when all of it is private.
-    long error = directory ? Shadow(entry.path) : ShadowParent(entry.path);
-    if (error < 0) return error;
-    const std::string upper = Upper(entry.path);
-    struct stat status;
-    StatusOf(upper, &status);
-    error = Kernel(SYS_unlinkat, AT_FDCWD, upper.c_str(), directory ? AT_REMOVEDIR : 0);
-    if (error == 0) Kernel(SYS_unlinkat, AT_FDCWD, PlayedPath(status).c_str(), 0);
-    return error;
+    return layer_->Remove(entry.path, directory);
 }
 
 long View::ChangeOwner(const Start& start, const char* path, bool follow, uid_t user, gid_t group) {
@@ -543,24 +356,14 @@ long View::ChangeOwner(const Start& start, const char* path, bool follow, uid_t 
         error < 0) {
         return error;
     }
-    Played played = {entry.status.st_mode, entry.status.st_uid, entry.status.st_gid};
-    if (user != static_cast<uid_t>(-1)) played.user = user;
-    if (group != static_cast<gid_t>(-1)) played.group = group;
-    if (long error = TakeOver(&entry); error < 0) return error;
-    return SetPlayed(entry.real, played);
+    return layer_->ChangeOwner(entry.path, user, group);
 }
 
 long View::ChangeMode(const Start& start, const char* path, mode_t mode) {
     std::lock_guard<std::mutex> lock(mutex_);
     Entry entry;
     if (long error = FindForChange(start, path, kFollow, &entry); error < 0) return error;
-    const Played played = {mode, entry.status.st_uid, entry.status.st_gid};
-    if (long error = TakeOver(&entry); error < 0) return error;
-    const mode_t reachable = Reachable((entry.status.st_mode & S_IFMT) | (mode & kPermissions));
-    if (long error = Kernel(SYS_fchmodat, AT_FDCWD, entry.real.c_str(), reachable); error < 0) {
-        return error;
-    }
-    return SetPlayed(entry.real, played);
+    return layer_->ChangeMode(entry.path, mode);
 }
 
 long View::Bind(const char* source, const char* target, bool recursive) {
@@ -583,8 +386,6 @@ long View::Bind(const char* source, const char* target, bool recursive) {
         for (size_t below = 1; below < old_count; ++below) {
             const Mount mount = mounts_[below];
             if (mount.parent != original || !IsBelow(mount.point, mounts_[copy].root)) continue;
-            // What lies on the source's own root covers it, and was found in its stead.
-            if (i == 0 && mount.point == from.path) continue;
             copies.emplace_back(below, mounts_.size());
             mounts_.push_back({copy, mount.point, mount.tree, mount.root});
         }
@@ -598,35 +399,30 @@ std::pair<size_t, std::string> View::TreeAt(const std::string& path) const {
     return {mounts_[entry.mount].tree, entry.path};
 }
 
-void View::Note(const char* list, const Entry& entry) const {
+void View::Note(const char* list, const std::string& text) const {
     // The file outlives this process, which may be a boxed one.
-    const std::string line = PathOf(entry) + "\n";
+    const std::string line = text + '\0';
     const long fd = Kernel(SYS_openat, AT_FDCWD, (state_ + "/" + list).c_str(),
-                           O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kReachableFile);
+                           O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     const unique_fd file(fd < 0 ? -1 : static_cast<int>(fd));
     if (file.ok() && write(file.get(), line.data(), line.size()) == -1) return;
 }
 
-void View::NoteLeftOut(const Entry& entry) const {
-    const Tree& tree = trees_[mounts_[entry.mount].tree];
-    for (const std::string& directory : tree.left_out) {
-        if (IsBelow(entry.path, "/" + directory)) Note(kLeftOut, entry);
-    }
-}
-
-std::vector<std::string> View::Noted(const char* list) const {
+std::set<std::string> View::Noted(const char* list) const {
     std::string text;
     android::base::ReadFileToString(state_ + "/" + list, &text);
     std::set<std::string> paths;
-    for (const std::string& line : android::base::Split(text, "\n")) paths.insert(line);
+    for (const std::string& path : android::base::Split(text, std::string(1, '\0'))) {
+        paths.insert(path);
+    }
     paths.erase("");
-    return {paths.begin(), paths.end()};
+    return paths;
 }
 
 // --- What stands in the device's place ----------------------------------------------------------
 
-long View::ShowTree(const std::string& content, const std::string& place,
-                    std::vector<std::string> left_out) {
+long View::ShowTree(std::shared_ptr<const Tree> tree, const std::string& root,
+                    const std::string& place) {
     Entry entry;
     for (size_t slash = 0; slash != std::string::npos;) {
         slash = place.find('/', slash + 1);
@@ -638,102 +434,28 @@ long View::ShowTree(const std::string& content, const std::string& place,
     }
     if (long error = Find(place, true, &entry); error < 0) return error;
     if (!entry.is_directory()) return -ENOTDIR;
-    trees_.push_back({content, std::move(left_out)});
-    mounts_.push_back({entry.mount, entry.path, trees_.size() - 1, ""});
+    trees_.push_back(std::move(tree));
+    mounts_.push_back({entry.mount, entry.path, trees_.size() - 1, root});
     return 0;
 }
 
 long View::MakeLink(const std::string& target, const std::string& path) {
     Entry entry;
     if (long error = Find(path, false, &entry); error < 0) return error;
-    if (entry.exists) return 0;
-    if (long error = ShadowParent(entry.path); error < 0) return error;
-    return Kernel(SYS_symlinkat, target.c_str(), AT_FDCWD, Upper(entry.path).c_str());
+    return entry.exists ? 0 : layer_->MakeLink(entry.path, target);
 }
 
 long View::MakeBlockDevice(const std::string& path) {
     Entry entry;
     if (long error = Find(path, true, &entry); error < 0) return error;
     if (!entry.exists) return -ENOENT;
-    if (!S_ISREG(entry.status.st_mode)) return -ENOTBLK;
-    if (long error = TakeOver(&entry); error < 0) return error;
-    const off_t whole = entry.status.st_size - entry.status.st_size % kSectorSize;
-    if (truncate(entry.real.c_str(), whole) != 0) return -errno;
-    MarkSeen(entry.real);
-    block_devices_.push_back(entry.path);
-    return 0;
-}
-
-// --- What has changed ---------------------------------------------------------------------------
-
-std::optional<View::Played> View::StateInDevice(const std::string& path) const {
-    struct stat status;
-    if (StatusOf(device_ + path, &status) != 0) return std::nullopt;
-    return Played{status.st_mode, status.st_uid, status.st_gid};
-}
-
-void View::CollectDeleted(const std::string& path, States* states) const {
-    const std::optional<Played> state = StateInDevice(path);
-    (*states)[path] = std::nullopt;
-    std::vector<Listed> names;
-    if (!state || !S_ISDIR(state->mode) || NamesIn(device_ + path, &names) < 0) return;
-    for (const auto& entry : names) CollectDeleted(path + "/" + entry.name, states);
-}
-
-// Adds what the directory, which is private, and those below it have that may differ from the
-// device directory, and of the files those that were written.
-void View::Collect(const std::string& directory, States* states,
-                   std::map<std::string, std::string>* written) const {
-    std::vector<Listed> names, original_names;
-    NamesIn(Upper(directory), &names);
-    NamesIn(device_ + directory, &original_names);
-    std::set<std::string> missing;
-    for (const auto& entry : original_names) missing.insert(entry.name);
-    for (const auto& [name, type] : names) {
-        missing.erase(name);
-        const std::string path = directory + "/" + name;
-        Entry entry;
-        LookBelow({0, directory, true}, path, &entry);
-        if (!entry.is_private) continue;
-        const struct stat& status = entry.status;
-        (*states)[path] = Played{status.st_mode, status.st_uid, status.st_gid};
-        if (entry.is_directory()) {
-            Collect(path, states, written);
-        } else if (!entry.is_link() && (status.st_mtim.tv_sec != kSeenTime.tv_sec ||
-                                        status.st_mtim.tv_nsec != kSeenTime.tv_nsec)) {
-            written->emplace(path, entry.real);
-        }
-    }
-    for (const std::string& name : missing) CollectDeleted(directory + "/" + name, states);
+    if (!S_ISREG(entry.status.st_mode) || !IsWritable(entry)) return -ENOTBLK;
+    return layer_->MakeBlockDevice(entry.path);
 }
 
 std::vector<FileChange> View::TakeChanges() {
     std::lock_guard<std::mutex> lock(mutex_);
-    States now;
-    std::map<std::string, std::string> written;
-    if (DirectoryAt(0, "").is_private) Collect("", &now, &written);
-
-    const auto state_in = [this](const States& states, const std::string& path) {
-        auto known = states.find(path);
-        return known != states.end() ? known->second : StateInDevice(path);
-    };
-    States all = now;
-    all.insert(seen_.begin(), seen_.end());
-    std::vector<FileChange> changes;
-    for (const auto& [path, state] : all) {
-        const std::optional<Played> before = state_in(seen_, path), after = state_in(now, path);
-        if (!before && !after) continue;
-        if (!before) {
-            changes.push_back({FileChange::kCreated, path});
-        } else if (!after) {
-            changes.push_back({FileChange::kDeleted, path});
-        } else if (!(*before == *after) || written.count(path) != 0) {
-            changes.push_back({FileChange::kChanged, path});
-        }
-    }
-    for (const auto& [path, real] : written) MarkSeen(real);
-    seen_ = std::move(now);
-    return changes;
+    return layer_->TakeChanges();
 }
 
 }  // namespace sandbox

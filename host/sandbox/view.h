@@ -1,21 +1,21 @@
-// The device's files without a root of their own: what is read comes from the device directory,
-// what is changed goes to a private folder beside it, and mounts are remembered. Each call does
-// what the kernel would do for root in a real root, and returns what the kernel would return: a
-// result, or a negative errno.
+// The device's files without a root of their own: mounts, each of which shows a tree or a part of
+// one. Each call does what the kernel would do for root in a real root, and returns what the kernel
+// would return: a result, or a negative errno.
 
 #pragma once
 
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <map>
+#include <memory>
 #include <mutex>
-#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "changes.h"
+#include "directory_tree.h"
+#include "private_layer.h"
 
 namespace sandbox {
 
@@ -25,8 +25,6 @@ struct Entry {
     std::string path;  // in that mount's tree, without links; "" is the tree's root
     bool exists = false;
     bool ends_in_slash = false;  // the path asked for a directory
-    bool is_private = false;     // the private folder has it, the device directory is covered
-    std::string real;            // where it is on this machine
     struct stat status = {};     // as the device has it
 
     bool is_directory() const { return S_ISDIR(status.st_mode); }
@@ -41,8 +39,9 @@ struct Start {
 
 class View {
   public:
-    // Changes go to the directory `state`, which is there and empty.
-    View(std::string device, std::string state);
+    // Shows the device directory. Changes go to the directory `state`, which is there and empty.
+    // Throws std::runtime_error if one of the two cannot be used.
+    View(std::shared_ptr<const Tree> device, std::string state);
 
     long Open(const Start& start, const char* path, int flags, mode_t mode, Entry* opened);
     long Access(const Start& start, const char* path, int mode);
@@ -57,100 +56,87 @@ class View {
     // Finds what is at the absolute `path`, or where it would be made.
     long Find(std::string_view path, bool follow, Entry* entry) const;
 
+    // Finds what has the name in the directory, which was found, or where it would be made.
+    long FindIn(const Entry& directory, const std::string& name, Entry* entry) const;
+
     // Returns the device's path of what was found.
     std::string PathOf(const Entry& entry) const;
 
-    // Returns the names in the directory.
-    long List(const Entry& directory, std::vector<std::string>* names) const;
+    // What is at a place that was found, by which an open file is known.
+    bool is_kernels(const Start& place) const;
+    long StatusOf(const Start& place, struct stat* status) const;
 
-    // Shows the directory `content` of this machine, read-only, at the device's `place`, which is
-    // made where it is missing. Its directories in `left_out` are not all there: who looks for
-    // something in them is noted.
-    long ShowTree(const std::string& content, const std::string& place,
-                  std::vector<std::string> left_out);
+    // Lists a directory that is not the kernel's as getdents64(2) does, from the name number
+    // `*next` on, "." and ".." counted.
+    long ReadDirectory(const Start& place, size_t* next, char* buffer, size_t size) const;
 
-    // Returns the trees' number that the device's path leads into, 0 for the device directory, and
-    // the path there, links on the way followed.
+    // Adds the names in the directory.
+    long List(const Entry& directory, std::vector<Listed>* names) const;
+
+    // Puts in the content of the regular file at `path`; -ELOOP for a link, -EFBIG if it has more
+    // than `most` bytes.
+    long Read(const std::string& path, size_t most, std::string* content) const;
+
+    // Opens the regular file at `path` for reading; -ELOOP for a link unless it is followed.
+    long OpenToRead(const std::string& path, bool follow) const;
+
+    // Shows the tree's directory `root`, read-only, at the device's `place`, which is made where it
+    // is missing.
+    long ShowTree(std::shared_ptr<const Tree> tree, const std::string& root,
+                  const std::string& place);
+
+    // Returns the number of the tree that the device's path leads into, 0 for the device directory,
+    // and the path there, links on the way followed.
     std::pair<size_t, std::string> TreeAt(const std::string& path) const;
 
-    // The lists of what the user should know of: looked for where not all is there, and unreadable
-    // for the user that this runs as, though not for the device's root.
-    static constexpr char kLeftOut[] = "left-out";
+    // The lists of what the user should know of: paths of what is unreadable for the user that this
+    // runs as, though not for the device's root, and of what is larger than any such file; and what
+    // is damaged.
     static constexpr char kDenied[] = "denied";
+    static constexpr char kTooLarge[] = "too-large";
+    static constexpr char kDamaged[] = "damaged";
 
-    // Returns the paths in the list.
-    std::vector<std::string> Noted(const char* list) const;
+    // Adds to a list, which this process's children and parents share.
+    void Note(const char* list, const std::string& text) const;
+
+    // Returns what is in the list.
+    std::set<std::string> Noted(const char* list) const;
 
     // Makes a link of the device, unless there is something already.
     long MakeLink(const std::string& target, const std::string& path);
 
-    // Makes the file a block device, which keeps its size when it is opened for output.
+    // Makes the file a block device, which keeps its size when it is opened for output. -ENOTBLK
+    // if it is no regular file of the device directory's.
     long MakeBlockDevice(const std::string& path);
 
     // Returns what has changed since the last time.
     std::vector<FileChange> TakeChanges();
 
   private:
-    struct Tree {
-        std::string directory;
-        std::vector<std::string> left_out;
-    };
     struct Mount {
         int parent;
         std::string point;  // in the parent's tree
         size_t tree;
         std::string root;  // the part of the tree that is shown
     };
-    // What the device knows of a file that this machine need not know.
-    struct Played {
-        mode_t mode;
-        uid_t user;
-        gid_t group;
-        bool operator==(const Played& other) const;
-    };
-    struct Directory {
-        int mount;
-        std::string path;
-        bool is_private;
-    };
-    using States = std::map<std::string, std::optional<Played>>;  // none: deleted
 
     // What becomes of a link or a mount that a path ends in.
     enum Last { kFollow, kLinkItself, kPlaceItself };
 
     long Walk(const Start& start, std::string_view path, Last last, Entry* entry) const;
-    void LookBelow(const Directory& parent, const std::string& path, Entry* entry) const;
-    void LookAt(int mount, const std::string& path, Entry* entry) const;
+    long Look(int mount, const std::string& path, Entry* entry) const;
     void EnterMounts(int* mount, std::string* path) const;
-    Directory DirectoryAt(int mount, const std::string& path) const;
     bool IsMountPoint(const Entry& entry) const;
     bool IsWritable(const Entry& entry) const { return mounts_[entry.mount].tree == 0; }
-
-    std::string Upper(const std::string& path) const { return state_ + "/upper" + path; }
-    std::string PlayedPath(const struct stat& status) const;
-    std::string NewName() const;
-    bool GetPlayed(struct stat* status) const;
-    long SetPlayed(const std::string& real, const Played& played) const;
-    void SetPlayedMode(const std::string& real, mode_t mode) const;
-    void Note(const char* list, const Entry& entry) const;
-    void NoteLeftOut(const Entry& entry) const;
-    long Shadow(const std::string& directory) const;
-    long ShadowParent(const std::string& path) const;
-    long TakeOver(Entry* entry) const;
-    long CopyFile(Entry* entry) const;
+    const Tree& TreeOf(const Entry& entry) const { return *trees_[mounts_[entry.mount].tree]; }
     long FindForChange(const Start& start, const char* path, Last last, Entry* entry) const;
+    long OpenRegular(const Entry& entry, int flags);
 
-    std::optional<Played> StateInDevice(const std::string& path) const;
-    void Collect(const std::string& directory, States* states,
-                 std::map<std::string, std::string>* written) const;
-    void CollectDeleted(const std::string& path, States* states) const;
-
-    std::string device_;
     std::string state_;
-    std::vector<Tree> trees_;    // the first is the device's
-    std::vector<Mount> mounts_;  // the first is the root
-    std::vector<std::string> block_devices_;
-    States seen_;  // what was different from the device directory when it was last asked
+    std::shared_ptr<const Tree> device_;
+    std::shared_ptr<PrivateLayer> layer_;             // over the device directory
+    std::vector<std::shared_ptr<const Tree>> trees_;  // the first is the layer
+    std::vector<Mount> mounts_;                       // the first is the root
     mutable std::mutex mutex_;
 };
 

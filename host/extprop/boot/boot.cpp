@@ -14,6 +14,8 @@
 #include <android-base/unique_fd.h>
 
 #include "TesvoExtensionProperty/names.h"
+#include "boot/ending.h"
+#include "budget.h"
 #include "device/legal.h"
 #include "device/property_text.h"
 #include "input_error.h"
@@ -74,8 +76,6 @@ class BootedDevice {
     bool edits_failed() const { return edits_failed_; }
 
   private:
-    static constexpr int kEditsFailed = 77;
-
     sandbox::Process Start(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan,
                            const std::vector<Edit>& edits) {
         unique_fd theirs;
@@ -95,8 +95,8 @@ class BootedDevice {
         Message message;
         Received received;
         bool done = false;
-        while (!done &&
-               (received = ReceiveMessage(channel_, deadline, &message)) == Received::kMessage) {
+        while (!done && (received = ReceiveMessage(channel_, deadline, &message, &left_)) ==
+                                Received::kMessage) {
             std::visit(Overloaded{
                                [](const StepRequest&) {},
                                [&](StepDone& step) {
@@ -129,8 +129,10 @@ class BootedDevice {
     BootFailure Failure(std::chrono::seconds limit) {
         const sandbox::Ending ending = process_.Wait(limit);
         edits_failed_ = ending.exit_status == kEditsFailed;
+        const std::string met = LimitOf(ending.exit_status);
         BootFailure failure;
         failure.timed_out = ending.timed_out;
+        if (!met.empty()) failure.limit = met;
         if (!ending.timed_out && ending.signal != 0) {
             failure.signal = std::string("SIG") + sigabbrev_np(ending.signal);
         }
@@ -140,6 +142,7 @@ class BootedDevice {
 
     const sandbox::Sandbox& root_;
     unique_fd channel_;
+    size_t left_ = 2 * limits::kTold;  // more than the process itself takes for the limit
     LastFile last_file_;
     sandbox::Process process_;
     BootListener* listener_;
@@ -174,7 +177,7 @@ PreparedDevice::PreparedDevice(const BootOptions& options)
         : options_(options),
           fetch_(LoadExtension()),
           path_(DevicePath(options.device)),
-          root_(path_, {options.slot}) {
+          root_(path_, options.images) {
     const Utf8Locale loaded;
     Prepare();
 }
@@ -205,8 +208,7 @@ void PreparedDevice::PrepareSplashPartition() {
     const std::vector<Step>& steps = options_.plan.steps;
     const bool wanted = std::any_of(steps.begin(), steps.end(),
                                     [](const Step& step) { return step.copies_logo(); });
-    if (!wanted || !std::filesystem::is_regular_file(root_.Outside(kSplashPartition))) return;
-    root_.AttachBlockDevice(kSplashPartition);
+    if (wanted) root_.AttachBlockDevice(kSplashPartition);
 }
 
 Report PreparedDevice::Boot(BootListener* listener,

@@ -13,7 +13,7 @@ namespace extprop {
 
 struct BootOptions {
     std::string device;           // the device directory
-    char slot = 'a';              // of partitions with images for two slots
+    sandbox::Options images;      // which are read
     BootPlan plan;                // its properties are set again after a reboot
     bool names_no_steps = false;  // the plan's are those that go without saying
     // Made before the first boot, those of a brand, region and old key, by their option, first.

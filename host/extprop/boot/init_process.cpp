@@ -8,6 +8,7 @@
 #include <android-base/logging.h>
 
 #include "boot/call_chain.h"
+#include "boot/ending.h"
 #include "boot/installing_service.h"
 #include "boot/message.h"
 #include "boot/property_delta.h"
@@ -88,6 +89,7 @@ FetchExtension LoadExtension() {
 }
 
 int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file) {
+    EndAtMemoryLimit();
     Reporter reporter(channel, plan.detail, plan.traced, last_file);
     for (const std::string& path : plan.written) reporter.tracker()->Written(path);
     g_reporter = &reporter;

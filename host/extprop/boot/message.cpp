@@ -20,6 +20,8 @@
 #include <android-base/unique_fd.h>
 #include <nlohmann/json.hpp>
 
+#include "boot/ending.h"
+#include "budget.h"
 #include "output/json.h"
 
 namespace extprop {
@@ -34,7 +36,8 @@ constexpr size_t kChunkSize = 16 * 1024;
 
 class ChunkWriter : public std::streambuf {
   public:
-    explicit ChunkWriter(int fd) : fd_(fd) { Restart(); }
+    // Counts what it sends.
+    ChunkWriter(int fd, size_t* sent) : fd_(fd), sent_(sent) { Restart(); }
 
     // Sends what is left.
     bool End() { return Send(kLastChunk); }
@@ -52,6 +55,7 @@ class ChunkWriter : public std::streambuf {
     bool Send(ChunkHead mark) {
         const ChunkHead head = static_cast<ChunkHead>(pptr() - pbase()) | mark;
         memcpy(buffer_, &head, sizeof(head));
+        if (sent_ != nullptr) *sent_ += pptr() - pbase();
         // Whoever was to read it may be gone.
         for (const char* next = buffer_; next < pptr();) {
             const ssize_t sent = TEMP_FAILURE_RETRY(send(fd_, next, pptr() - next, MSG_NOSIGNAL));
@@ -62,12 +66,14 @@ class ChunkWriter : public std::streambuf {
     }
 
     int fd_;
+    size_t* sent_;
     char buffer_[sizeof(ChunkHead) + kChunkSize];
 };
 
 class ChunkReader : public std::streambuf {
   public:
-    explicit ChunkReader(int fd) : fd_(fd) {}
+    // Ends where the whole would be more than what is `left`, and takes what it reads from that.
+    ChunkReader(int fd, size_t* left) : fd_(fd), left_(left) {}
 
   protected:
     int_type underflow() override {
@@ -77,15 +83,18 @@ class ChunkReader : public std::streambuf {
         }
         is_last_ = (head & kLastChunk) != 0;
         const size_t size = head & ~kLastChunk;
-        if (size == 0 || size > kChunkSize || !android::base::ReadFully(fd_, buffer_, size)) {
+        if (size == 0 || size > kChunkSize || size > *left_ ||
+            !android::base::ReadFully(fd_, buffer_, size)) {
             return traits_type::eof();
         }
+        *left_ -= size;
         setg(buffer_, buffer_, buffer_ + size);
         return traits_type::to_int_type(*gptr());
     }
 
   private:
     int fd_;
+    size_t* left_;
     bool is_last_ = false;
     char buffer_[kChunkSize];
 };
@@ -93,21 +102,23 @@ class ChunkReader : public std::streambuf {
 }  // namespace
 
 // CBOR rather than text: property values are bytes, not always UTF-8.
-bool SendDocument(int fd, const json& document) {
-    ChunkWriter chunks(fd);
+bool SendDocument(int fd, const json& document, size_t* sent) {
+    ChunkWriter chunks(fd, sent);
     std::ostream out(&chunks);
     json::to_cbor(document, out);
     return out.good() && chunks.End();
 }
 
-Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline, json* document) {
+Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline, json* document,
+                         size_t* left) {
     using namespace std::chrono;
-    const auto left = duration_cast<milliseconds>(deadline - steady_clock::now());
-    const int wait = static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
+    const auto time = duration_cast<milliseconds>(deadline - steady_clock::now());
+    const int wait = static_cast<int>(std::clamp<int64_t>(time.count(), 0, INT_MAX));
     pollfd ready{fd, POLLIN, 0};
     if (TEMP_FAILURE_RETRY(poll(&ready, 1, wait)) != 1) return Received::kTimeOut;
 
-    ChunkReader chunks(fd);
+    size_t own = limits::kTold;
+    ChunkReader chunks(fd, left != nullptr ? left : &own);
     std::istream in(&chunks);
     *document = json::from_cbor(in, true, false);
     return document->is_discarded() ? Received::kEnd : Received::kMessage;
@@ -122,24 +133,28 @@ std::optional<json> AskInside(const sandbox::Sandbox& root, const std::function<
     sandbox::Process process = root.Start([&] {
         ours.reset();
         android::base::SetLogger([](auto&&...) {});
+        EndAtMemoryLimit();
         return SendDocument(theirs.get(), question()) ? 0 : 1;
     });
     theirs.reset();
     json answer;
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    if (ReceiveDocument(ours.get(), deadline, &answer) != Received::kMessage) return std::nullopt;
+    const Received received = ReceiveDocument(ours.get(), deadline, &answer);
+    root.CheckImages();
+    if (received != Received::kMessage) return std::nullopt;
     return answer;
 }
 
-bool SendMessage(int fd, Message message) {
+bool SendMessage(int fd, Message message, size_t* sent) {
     const json document = ToJson(message);
     message = StepRequest();  // which may have been large
-    return SendDocument(fd, document);
+    return SendDocument(fd, document, sent);
 }
 
-Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message) {
+Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message,
+                        size_t* left) {
     json document;
-    const Received received = ReceiveDocument(fd, deadline, &document);
+    const Received received = ReceiveDocument(fd, deadline, &document, left);
     if (received == Received::kMessage) *message = MessageFromJson(std::move(document));
     return received;
 }

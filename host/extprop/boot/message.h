@@ -28,23 +28,25 @@ struct StepDone {
 
 using Message = std::variant<StepRequest, StepDone, Event, LinesRead, ImportRead>;
 
-// Sends one document. Returns false when the other side is gone.
-bool SendDocument(int fd, const nlohmann::json& document);
+// Sends one document. Returns false when the other side is gone. Adds its bytes to `*sent`.
+bool SendDocument(int fd, const nlohmann::json& document, size_t* sent = nullptr);
 
-// Sends one message. Returns false when the other side is gone.
-bool SendMessage(int fd, Message message);
+// Sends one message so.
+bool SendMessage(int fd, Message message, size_t* sent = nullptr);
 
 enum class Received { kMessage, kEnd, kTimeOut };
 
-// Receives one document, waiting for its start until `deadline`.
+// Receives one document, waiting for its start until `deadline`. Takes its bytes from `*left`, and
+// counts a larger one as the end; without that the limit of one boot holds for each document.
 Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
-                         nlohmann::json* document);
+                         nlohmann::json* document, size_t* left = nullptr);
 
 // Receives one message so.
-Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message);
+Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message,
+                        size_t* left = nullptr);
 
 // Has the question answered in a process inside the sandbox. Returns nothing if that crashes or
-// does not come back within the limit.
+// does not come back within the limit. Throws as Sandbox::CheckImages() does.
 std::optional<nlohmann::json> AskInside(const sandbox::Sandbox& root,
                                         const std::function<nlohmann::json()>& question,
                                         std::chrono::seconds limit);

@@ -158,6 +158,7 @@ struct BootFailure {
     std::string step;
     bool timed_out = false;
     std::optional<std::string> signal;
+    std::optional<std::string> limit;  // that was met, such as "1073741824 bytes of memory"
     std::optional<std::string> last_file;
 };
 

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string_view>
 
@@ -13,6 +14,8 @@
 
 #include "TesvoExtensionProperty/names.h"
 #include "boot/call_chain.h"
+#include "boot/ending.h"
+#include "budget.h"
 #include "device/legal.h"
 #include "device/property_lines.h"
 
@@ -76,7 +79,8 @@ std::string LogoContent(const std::string& path) {
 
 void Reporter::Send(Message message) {
     std::lock_guard<std::mutex> lock(mutex_);
-    SendMessage(channel_, std::move(message));
+    SendMessage(channel_, std::move(message), &told_);
+    if (told_ > limits::kTold) EndAt(Limit::kTold);
 }
 
 void Reporter::Tell(Event event) {
@@ -170,6 +174,7 @@ void Reporter::OnOpen(const char* path, int flags) {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         last_file_->Set(path);
+        if (++opens_ > limits::kOpens) EndAt(Limit::kOpens);
         if (!writes) {
             last_read_ = path;
         } else if (std::string_view(path) == kSplashPartition) {
@@ -178,6 +183,14 @@ void Reporter::OnOpen(const char* path, int flags) {
     }
     if (writes) tracker_.Written(path);
     if (detail_ == Detail::kEverything) Send(OpenEvent{path, writes});
+}
+
+void Reporter::OnOpened(int fd) {
+    if (Unobserved::IsOn()) return;
+    const off_t size = lseek(fd, 0, SEEK_END);
+    if (size <= 0) return;
+    lseek(fd, 0, SEEK_SET);
+    if ((opened_bytes_ += size) > limits::kOpenedBytes) EndAt(Limit::kOpenedBytes);
 }
 
 void Reporter::OnLoad(const char* path, const char* filter, const PropertyMap* properties) {

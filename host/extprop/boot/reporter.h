@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <string>
 
@@ -52,6 +53,7 @@ class Reporter : public platform::Observer, private LoadListener {
     LoadTracker* tracker() { return &tracker_; }
 
     void OnOpen(const char* path, int flags) override;
+    void OnOpened(int fd) override;
     void OnLoad(const char* path, const char* filter, const PropertyMap* properties) override;
     void OnLoaded(const PropertyMap* properties) override;
     void OnLookUp(const char* path, const char* name) override;
@@ -74,6 +76,9 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnImportRead(ImportRead import) override { Send(std::move(import)); }
 
     std::mutex mutex_;
+    size_t told_ = 0;  // bytes
+    size_t opens_ = 0;
+    std::atomic<uint64_t> opened_bytes_ = 0;
     int channel_;
     Detail detail_;
     std::function<bool(const std::string& name)> wanted_;

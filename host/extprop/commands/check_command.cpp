@@ -95,7 +95,7 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     std::vector<std::string> errors;
     for (const std::string& file : files) {
         try {
-            read.push_back(ReadExpectations(file));
+            read.push_back(ReadExpectations(file, device));
         } catch (const InputError& error) {
             errors.insert(errors.end(), error.lines().begin(), error.lines().end());
         }

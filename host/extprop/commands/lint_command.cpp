@@ -25,7 +25,7 @@ namespace {
 
 struct Arguments {
     std::string device;
-    std::string slot;
+    ImageArguments images;
     std::string sarif;
     std::string category;
     std::string code_quality;
@@ -95,7 +95,7 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
     CommandLine line = LineOf(command);
     std::optional<std::string> device;
     line.AddArgument("DEVICE", &device, "Directory that looks like the device's root");
-    AddSlotOption(&line, &arguments.slot);
+    AddImageOptions(&line, &arguments.images);
     line.AddFlag("--json", &arguments.json, "Print one JSON document");
     line.AddOption("--sarif", "FILE", &arguments.sarif,
                    "Write the findings to FILE for code-scanning services");
@@ -125,7 +125,8 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
     std::vector<KnownFinding> baseline;
     if (!arguments.baseline.empty()) baseline = ReadBaseline(arguments.baseline, arguments.device);
     LintReport report;
-    std::vector<Finding> findings = Lint(arguments.device, arguments.slot[0], &report.notes);
+    std::vector<Finding> findings =
+            Lint(arguments.device, ImageOptionsOf(arguments.images), &report.notes);
     PrintNotes(report.notes);
     std::vector<Finding> known;
     if (!arguments.baseline.empty()) {

@@ -168,11 +168,9 @@ ExitStatus List(const Arguments& arguments) {
         std::cout << SpaceText(space, variants.size());
         return kDone;
     }
-    VariantList list{space.values, {}};
-    for (const Variant& variant : variants) {
-        list.variants.push_back({variant, WordsFor(variant, space, options), std::nullopt});
-    }
-    std::cout << DocumentText(list);
+    PrintJson(
+            space, variants,
+            [&](const Variant& variant) { return WordsFor(variant, space, options); }, std::cout);
     return kDone;
 }
 

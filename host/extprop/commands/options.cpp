@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "boot/installing_service.h"
+#include "budget.h"
 #include "commands/command.h"
 #include "device/legal.h"
 #include "device/phone.h"
@@ -25,10 +26,25 @@ std::string StepsHelp() {
 
 }  // namespace
 
-void AddSlotOption(CommandLine* line, std::string* slot) {
-    *slot = "a";
-    line->AddChoice("--slot", {"a", "b"}, slot,
+void AddImageOptions(CommandLine* line, ImageArguments* arguments) {
+    arguments->slot = "a";
+    line->AddChoice("--slot", {"a", "b"}, &arguments->slot,
                     "Which slot's image stands for a partition that has two (default: a)");
+    line->AddOption("--image", "NAME=FILE", &arguments->files,
+                    "Read the image FILE, wherever it lies, as NAME.img in DEVICE");
+}
+
+sandbox::Options ImageOptionsOf(const ImageArguments& arguments) {
+    sandbox::Options options;
+    options.slot = arguments.slot[0];
+    for (const std::string& image : arguments.files) {
+        const size_t equals = image.find('=');
+        if (equals == std::string::npos || equals == 0 || equals + 1 == image.size()) {
+            throw InputError("--image '" + image + "': expected NAME=FILE");
+        }
+        options.images[image.substr(0, equals)] = image.substr(equals + 1);
+    }
+    return options;
 }
 
 void AddBootOptions(CommandLine* line, BootArguments* arguments) {
@@ -45,7 +61,7 @@ void AddBootOptions(CommandLine* line, BootArguments* arguments) {
     line->AddOption("--edit", "PATH:NAME=VALUE", &arguments->edits,
                     "What if the property's line in the device's file PATH had this value, or "
                     "were added at its end");
-    AddSlotOption(line, &arguments->slot);
+    AddImageOptions(line, &arguments->images);
     line->AddOption("--request", "VALUE", &arguments->requests,
                     "Hand VALUE to the bind thread of cota-service:check_mount once it has "
                     "acknowledged the one before; in the end the thread is told to stop");
@@ -74,7 +90,7 @@ void AddProperty(const std::string& where, const std::string& name, const std::s
 BootOptions OptionsOf(const std::string& device, const BootArguments& arguments) {
     BootOptions options;
     options.device = device;
-    options.slot = arguments.slot[0];
+    options.images = ImageOptionsOf(arguments.images);
     options.time_limit = std::chrono::seconds(arguments.time_limit);
     BootPlan& plan = options.plan;
     for (const std::string& step : arguments.steps) {
@@ -86,8 +102,12 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
         if (options.names_no_steps) plan.steps.push_back(ParseStep(step));
     }
     for (const std::string& file : arguments.property_files) {
-        const Phone phone = ReadPhone(file);
+        const Phone phone = ReadPhone(file, device);
         PrintNotes(phone.notes);
+        if (phone.properties.size() > limits::kProperties) {
+            throw InputError(file + ": more than " + std::to_string(limits::kProperties) +
+                             " properties, which is the limit");
+        }
         for (const auto& [name, value] : phone.properties) {
             AddProperty(file, name, value, &plan.properties);
         }

@@ -11,21 +11,30 @@
 
 namespace extprop {
 
+// Which partition images are read.
+struct ImageArguments {
+    std::string slot;
+    std::vector<std::string> files;
+};
+
 struct BootArguments {
     std::vector<std::string> steps;
     std::vector<std::string> settings;
     std::vector<std::string> property_files;
     std::vector<std::string> requests;
     std::vector<std::string> edits;
-    std::string slot;
+    ImageArguments images;
     std::optional<std::string> brand, region, nv_key;
     bool any_word = false;
     bool no_complete = false;
     int time_limit = 30;
 };
 
-// Adds the option for the slot whose partition images are read.
-void AddSlotOption(CommandLine* line, std::string* slot);
+// Adds the options for partition images.
+void AddImageOptions(CommandLine* line, ImageArguments* arguments);
+
+// Returns what they ask for. Throws InputError.
+sandbox::Options ImageOptionsOf(const ImageArguments& arguments);
 
 // Adds the options that decide what is booted, all but the device and the steps, and the help on
 // the steps.

@@ -1,8 +1,12 @@
 #include "device/device_tree.h"
 
 #include <errno.h>
+#include <limits.h>
 
 #include <algorithm>
+#include <stdexcept>
+
+#include "../../budget.h"
 
 namespace extprop {
 
@@ -15,27 +19,41 @@ bool DeviceTree::Find(const std::string& path, bool follow, Place* place) const 
     return true;
 }
 
-std::string DeviceTree::Outside(const std::string& path) const {
-    sandbox::Entry entry;
-    return view_.Find(path, false, &entry) == 0 ? entry.real : path;
+bool DeviceTree::Read(const std::string& path, size_t most, std::string* content) const {
+    const long error = view_.Read(path, most, content);
+    errno = static_cast<int>(-error);
+    return error == 0;
 }
 
 std::vector<Place> DeviceTree::All(std::vector<std::string>* unreadable) const {
     std::vector<Place> places;
-    std::vector<std::string> directories = {""};
-    while (!directories.empty()) {
-        const std::string directory = std::move(directories.back());
-        directories.pop_back();
+    size_t bytes = 0;
+    struct Directory {
+        std::string path;
         sandbox::Entry entry;
-        std::vector<std::string> names;
-        if (view_.Find(directory + "/", true, &entry) < 0 || view_.List(entry, &names) < 0) {
-            unreadable->push_back(directory);
-        }
-        for (const std::string& name : names) {
-            const std::string path = directory + "/" + name;
-            if (view_.Find(path, false, &entry) < 0 || !entry.exists) continue;
-            if (entry.is_directory()) directories.push_back(path);
-            places.push_back({path, entry.status});
+    };
+    std::vector<Directory> directories(1);
+    if (view_.Find("/", true, &directories[0].entry) < 0) return places;
+    while (!directories.empty()) {
+        const Directory directory = std::move(directories.back());
+        directories.pop_back();
+        std::vector<sandbox::Listed> names;
+        if (view_.List(directory.entry, &names) < 0) unreadable->push_back(directory.path);
+        for (const auto& [name, type] : names) {
+            std::string path = directory.path + "/" + name;
+            // Nothing on the device finds what has a longer one.
+            if (path.size() >= PATH_MAX) continue;
+            sandbox::Entry entry;
+            if (view_.FindIn(directory.entry, name, &entry) < 0 || !entry.exists) continue;
+            if (entry.is_directory()) directories.push_back({path, entry});
+            bytes += path.size();
+            places.push_back({std::move(path), entry.status});
+            if (places.size() > limits::kDeviceFiles || bytes > limits::kDevicePaths) {
+                throw std::runtime_error(
+                        directory.path + ": at this directory there are more than " +
+                        std::to_string(limits::kDeviceFiles) + " files, or " +
+                        std::to_string(limits::kDevicePaths >> 20) + " MiB of their paths");
+            }
         }
     }
     std::sort(places.begin(), places.end(),

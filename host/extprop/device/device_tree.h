@@ -31,11 +31,12 @@ class DeviceTree {
     bool Find(const std::string& path, bool follow, Place* place) const;
 
     // Returns everything in the tree in the order of the paths. Directories that cannot be read are
-    // added to `*unreadable`.
+    // added to `*unreadable`. Throws std::runtime_error if there is more than any device has.
     std::vector<Place> All(std::vector<std::string>* unreadable) const;
 
-    // The path at which this process reaches the device's `path`.
-    std::string Outside(const std::string& path) const;
+    // Puts in the content of the regular file at `path`, which is no link and has at most `most`
+    // bytes. Returns false, with errno set, if that cannot be.
+    bool Read(const std::string& path, size_t most, std::string* content) const;
 
   private:
     const sandbox::View& view_;

@@ -5,7 +5,7 @@
 
 #include <android-base/strings.h>
 
-#include "../../budget.h"
+#include "budget.h"
 #include "device/legal.h"
 #include "device/property_lines.h"
 #include "input_error.h"

@@ -20,7 +20,8 @@ struct Phone {
 // property file, whose imports are not followed, a bug report as text or zip, the store of the
 // persistent properties, or the older directory with a file for each of these. A later value of a
 // name replaces an earlier one. Throws InputError that says what it looks like.
-Phone ReadPhone(const std::string& path);
+// What lies in the directory `device`, the one that is booted, is reached by no link.
+Phone ReadPhone(const std::string& path, const std::string& device);
 
 // The same of what a file holds, but for a zip; messages call it `name`.
 Phone PhoneOf(const std::string& name, std::string_view content);

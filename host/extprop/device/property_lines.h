@@ -8,10 +8,12 @@
 #include <string_view>
 #include <vector>
 
+#include "../../budget.h"
+
 namespace extprop {
 
 // Far more bytes than a property file has, and few enough to be read.
-inline constexpr int64_t kMostBytes = 16 * 1024 * 1024;
+inline constexpr int64_t kMostBytes = limits::kPropertyFile;
 
 struct PropertyLine {
     enum Kind {

@@ -50,6 +50,7 @@ KnownFinding Known(const Finding& finding) {
 
 std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::string& device) {
     const std::string content = ReadInput(path, device, kLargest);
+    CheckShape(content, path + ": ");
     int line = 1;
     const auto fail = [&](int at, const std::string& what) {
         throw InputError(path + ":" + std::to_string(at) + ": " + what);

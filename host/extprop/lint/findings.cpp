@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <map>
 #include <tuple>
+#include <utility>
 
 #include <android-base/strings.h>
 
+#include "budget.h"
 #include "lint/rules.h"
 #include "output/printable.h"
 
@@ -27,6 +29,8 @@ std::vector<std::string> TextsOf(const PropertyFiles& files, const std::string& 
 
 void Findings::Add(const Rule& rule, const std::string& path, int line,
                    const std::string& message) {
+    has_more_ |= findings_.size() == limits::kFindings;
+    if (has_more_) return;
     Finding finding{device_ + path,  std::max(line, 1), rule.severity,
                     rule.identifier, message,           files_.ImageOf(path)};
     finding.path = path;
@@ -45,6 +49,12 @@ bool Findings::Has(const Rule& rule) const {
 }
 
 std::vector<Finding> Findings::Take(const PropertyFiles& files) {
+    if (std::exchange(has_more_, false)) {
+        if (findings_.size() == limits::kFindings) findings_.pop_back();
+        Add(RuleNamed("not-checked"), "",
+            "there is more to find than the " + std::to_string(limits::kFindings) +
+                    " faults that are told");
+    }
     std::stable_sort(findings_.begin(), findings_.end(), [](const Finding& a, const Finding& b) {
         return std::tie(a.file, a.line) < std::tie(b.file, b.line);
     });

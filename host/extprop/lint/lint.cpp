@@ -1,5 +1,8 @@
 #include "lint/lint.h"
 
+#include <errno.h>
+#include <string.h>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
@@ -12,6 +15,7 @@
 
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/partitions.h"
+#include "budget.h"
 #include "device/legal.h"
 #include "device_files.h"
 #include "explain/dead_places.h"
@@ -44,12 +48,13 @@ class PropertiesKept {
 };
 
 // Returns the device's files, or throws InputError if `device` is no directory that can be used.
-std::shared_ptr<sandbox::DeviceFiles> FilesOf(const std::string& device, char slot) {
+std::shared_ptr<sandbox::DeviceFiles> FilesOf(const std::string& device,
+                                              const sandbox::Options& options) {
     std::error_code error;
     const auto path = std::filesystem::canonical(device, error);
     if (!error) std::filesystem::directory_iterator(path, error);
     if (error) throw InputError(device + ": " + error.message());
-    return std::make_shared<sandbox::DeviceFiles>(path, sandbox::Options{slot});
+    return std::make_shared<sandbox::DeviceFiles>(path, options);
 }
 
 // Asks the library what it reads of the device, and returns nothing if it cannot be asked.
@@ -122,26 +127,35 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
                       "take the whole of it into memory");
         return;
     }
-    auto content = ReadFile(tree.Outside(file.path));
-    if (!content.ok()) {
-        findings->Add(kUnreadable, file.path, content.error().message());
+    if (!tree.Read(file.path, kMostBytes, &file.content)) {
+        findings->Add(kUnreadable, file.path,
+                      std::string("this cannot be read: ") + strerror(errno));
         return;
     }
-    if (const size_t zero = content->find('\0'); zero != std::string::npos) {
-        const std::string_view before(content->data(), zero);
+    if (const size_t zero = file.content.find('\0'); zero != std::string::npos) {
+        const std::string_view before(file.content.data(), zero);
         const auto line = std::count(before.begin(), before.end(), '\n') + 1;
         findings->Add(kBinary, file.path, static_cast<int>(line),
                       "a zero byte: this is no text file, and was not looked at further");
+        file.content.clear();
         return;
     }
-    file.content = std::move(*content);
+    if (files->held > limits::kLinted) {
+        findings->Add(kUnreadable, file.path,
+                      "this was not looked at: the files before it take more than " +
+                              std::to_string(limits::kLinted) + " bytes");
+        file.content.clear();
+        return;
+    }
     file.was_read = true;
     // A look-up of single names knows no imports, as a load with a filter knows none.
     file.lines = PropertyLines(file.content, use == FileUse::kDeviceName);
+    files->held += file.content.size() + file.lines.capacity() * sizeof(PropertyLine);
 }
 
-std::vector<Finding> Lint(const std::string& device, char slot, std::vector<std::string>* notes) {
-    const auto device_files = FilesOf(device, slot);
+std::vector<Finding> Lint(const std::string& device, const sandbox::Options& options,
+                          std::vector<std::string>* notes) {
+    const auto device_files = FilesOf(device, options);
     const DeviceTree tree(device_files->view());
     const Utf8Locale utf8;
     const PropertiesKept kept;
@@ -152,6 +166,7 @@ std::vector<Finding> Lint(const std::string& device, char slot, std::vector<std:
     for (const std::string& directory : unreadable) {
         findings.Add(kUnreadable, directory, "this directory cannot be read to its end");
     }
+    device_files->CheckImages();
     if (!CheckDevice(places, &findings)) return findings.Take({});
     CheckKeyDirectories(places, &findings);
     CheckLogos(tree, places, &findings);

@@ -56,7 +56,7 @@ struct LintReport {
 // Looks at the property files of the device directory, at whatever they import, and at its logos.
 // Returns the findings in the order of files and lines, each line's by itself, and makes `*notes`
 // what else the user should know. Throws InputError if the directory cannot be used.
-std::vector<Finding> Lint(const std::string& device, char slot = 'a',
+std::vector<Finding> Lint(const std::string& device, const sandbox::Options& options = {},
                           std::vector<std::string>* notes = nullptr);
 
 // Makes those findings one that repeat for the same reason; the first of them stands for all.

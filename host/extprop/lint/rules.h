@@ -31,7 +31,9 @@ struct PropertyFile {
 };
 
 // By path.
-using PropertyFiles = std::map<std::string, PropertyFile>;
+struct PropertyFiles : std::map<std::string, PropertyFile> {
+    size_t held = 0;  // of contents and lines, in bytes
+};
 
 // What has been found so far.
 class Findings {
@@ -40,7 +42,8 @@ class Findings {
     Findings(std::string device, const sandbox::DeviceFiles& files)
             : device_(std::move(device)), files_(files) {}
 
-    // Adds what is found in a line; without one, of the file or directory as a whole.
+    // Adds what is found in a line; without one, of the file or directory as a whole. More than the
+    // limit are not kept.
     void Add(const Rule& rule, const std::string& path, int line, const std::string& message);
     void Add(const Rule& rule, const std::string& path, const std::string& message) {
         Add(rule, path, 0, message);
@@ -54,13 +57,15 @@ class Findings {
     // Returns the path as it can be opened from the current directory.
     std::string Named(const std::string& path) const { return device_ + path; }
 
-    // The findings, in the order of files and lines, with the texts of these and fingerprints.
+    // The findings, in the order of files and lines, with the texts of these and fingerprints;
+    // one says so if there were more.
     std::vector<Finding> Take(const PropertyFiles& files);
 
   private:
     std::string device_;
     const sandbox::DeviceFiles& files_;
     std::vector<Finding> findings_;
+    bool has_more_ = false;
 };
 
 // Adds the property file at `place` to `*files` unless it is there. One that cannot be read is

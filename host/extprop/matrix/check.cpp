@@ -6,6 +6,9 @@
 
 #include <re2/re2.h>
 
+#include "budget.h"
+#include "input_error.h"
+
 namespace extprop {
 
 namespace {
@@ -35,6 +38,7 @@ ExpectedVariants VariantsOf(const Expectation& expectation, const VariantSpace& 
                     expected.missing.emplace_back(axis, value);
                 }
             }
+            CheckCount(selected.size(), values.size());
             std::vector<Variant> longer;
             for (const Variant& variant : selected) {
                 for (const std::string& value : values) {
@@ -45,6 +49,7 @@ ExpectedVariants VariantsOf(const Expectation& expectation, const VariantSpace& 
             selected = std::move(longer);
         }
         variants.insert(selected.begin(), selected.end());
+        CheckCount(variants.size(), 1);
     }
     expected.variants = {variants.begin(), variants.end()};
     return expected;
@@ -82,7 +87,10 @@ Checker::Checker(const Expectations& expectations, Matrix* matrix)
         : expectations_(expectations), matrix_(matrix) {
     for (const Expectation& expectation : expectations.expectations) {
         const ExpectedVariants about = VariantsOf(expectation, matrix->space());
-        for (const Variant& variant : about.variants) asked_[variant].push_back(&expectation);
+        for (const Variant& variant : about.variants) {
+            Keep(expectation.name);
+            asked_[variant].push_back(&expectation);
+        }
         for (const auto& [axis, value] : about.missing) {
             CheckedCase missing{expectations.file, expectation.line, expectation.name, {}, {}};
             missing.variant[axis] = value;
@@ -92,10 +100,11 @@ Checker::Checker(const Expectations& expectations, Matrix* matrix)
             unmet.expected = std::string("a device that has ") +
                              (value == kAnyValue ? std::string("any ") + kAxisNames[axis]
                                                  : kAxisNames[axis] + (" '" + value + "'"));
-            missing.unmet.push_back(std::move(unmet));
+            AddUnmet(unmet, &missing);
             missing_.push_back(std::move(missing));
         }
     }
+    CheckCount(asked_.size(), 1);
     for (const auto& [variant, expected] : asked_) variants_.push_back(variant);
     cases_.resize(variants_.size());
     words_.resize(variants_.size());
@@ -130,8 +139,16 @@ void Checker::Add(size_t number, const Outcome& outcome) {
             unmet.expected = ExpectedText(expected);
             auto found = properties.find(name);
             unmet.value = found == properties.end() ? std::nullopt : std::optional(found->second);
+            if (unmet.value && expected.pattern) {
+                matching_ += uint64_t{unmet.value->size()} * expected.pattern->ProgramSize();
+                if (matching_ > limits::kMatching) {
+                    throw InputError(expectations_.file +
+                                     ": its regular expressions, up to that of " + name +
+                                     ", take too long, which is limited");
+                }
+            }
             if (!Meets(unmet.value, expected)) {
-                checked.unmet.push_back(unmet);
+                AddUnmet(unmet, &checked);
                 if (unmet.value) traced_[number].insert(name);
             } else if (expected.kind == Expected::kFrom) {
                 traced_[number].insert(name);
@@ -144,10 +161,23 @@ void Checker::Add(size_t number, const Outcome& outcome) {
             unmet.property = name;
             unmet.expected = "none, since the expectations do not name it";
             unmet.value = value;
-            checked.unmet.push_back(unmet);
+            AddUnmet(unmet, &checked);
             traced_[number].insert(name);
         }
     }
+}
+
+void Checker::Keep(const std::string& text) {
+    constexpr size_t kBesides = 512;  // about what a case or an unmet expectation takes besides
+    kept_ += kBesides + expectations_.file.size() + text.size();
+    if (kept_ <= limits::kChecked) return;
+    throw InputError(expectations_.file + ": what is to be told of it has more than " +
+                     std::to_string(limits::kChecked) + " bytes, which is the limit");
+}
+
+void Checker::AddUnmet(const UnmetExpectation& unmet, CheckedCase* checked) {
+    Keep(unmet.expectation + unmet.property + unmet.expected + unmet.value.value_or(""));
+    checked->unmet.push_back(unmet);
 }
 
 // Finds where the values come from that are not, or may not be, as expected.

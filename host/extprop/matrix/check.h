@@ -43,7 +43,7 @@ struct CheckResult {
 
 class Checker {
   public:
-    // Both have to outlive this.
+    // Both have to outlive this. Throws InputError, as Add does, if there is too much to tell.
     Checker(const Expectations& expectations, Matrix* matrix);
 
     // What the expectations are about, to be booted.
@@ -63,6 +63,9 @@ class Checker {
         std::string file;
     };
 
+    // Counts the bytes of what is to be told. Throws InputError if they are too many.
+    void Keep(const std::string& text);
+    void AddUnmet(const UnmetExpectation& unmet, CheckedCase* checked);
     void FindOrigins();
 
     const Expectations& expectations_;
@@ -75,6 +78,8 @@ class Checker {
     std::map<size_t, std::set<std::string>> traced_;
     std::map<size_t, std::vector<FromFile>> from_;
     size_t checked_ = 0;
+    size_t kept_ = 0;
+    uint64_t matching_ = 0;
 };
 
 }  // namespace extprop

@@ -1,19 +1,19 @@
 #include "matrix/expectations.h"
 
-#include <errno.h>
-#include <string.h>
-
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
+#include <map>
 #include <set>
+#include <stdexcept>
+#include <string_view>
 
 #include <re2/re2.h>
 #include <yaml-cpp/yaml.h>
 
 #include "boot/steps.h"
+#include "budget.h"
 #include "device/legal.h"
 #include "input_error.h"
+#include "named_file.h"
 #include "product.h"
 
 namespace extprop {
@@ -33,26 +33,47 @@ constexpr char kMatches[] = "matches";
 constexpr char kSet[] = "set";
 constexpr char kFrom[] = "from";
 
+// More than the limits allow.
+struct TooMuch : std::runtime_error {
+    TooMuch(const YAML::Mark& where, size_t limit, const char* what)
+            : std::runtime_error("there are more than " + std::to_string(limit) + " " + what +
+                                 " up to here, which is the limit"),
+              mark(where) {}
+    YAML::Mark mark;
+};
+
+// Returns about how many nodes the text is: there are no more, as each has one of these beside it.
+size_t NodesAtMost(std::string_view text) {
+    size_t nodes = 1;
+    for (size_t at = 0; at < text.size(); ++at) {
+        const bool begins_block = (text[at] == '-' || text[at] == '?') && at + 1 < text.size() &&
+                                  (text[at + 1] == ' ' || text[at + 1] == '\t');
+        if (begins_block || std::string_view(",:[{\n\r").find(text[at]) != text.npos) ++nodes;
+    }
+    return nodes;
+}
+
 // Reads one file and keeps every error, so that all are told at once.
 class Parser {
   public:
     explicit Parser(const std::string& path) { expectations_.file = path; }
 
-    Expectations Parse() {
-        std::ifstream file(expectations_.file);
-        if (!file) throw InputError(expectations_.file + ": " + strerror(errno));
-        std::error_code error;
-        if (std::filesystem::is_directory(expectations_.file, error)) {
-            throw InputError(expectations_.file + ": " + strerror(EISDIR));
+    Expectations Parse(const std::string& content) {
+        // A node takes much more than its text.
+        if (NodesAtMost(content) > limits::kYamlNodes) {
+            throw InputError(expectations_.file + ": there are more than " +
+                             std::to_string(limits::kYamlNodes) + " nodes, which is the limit");
         }
         try {
-            const std::vector<YAML::Node> documents = YAML::LoadAll(file);
+            const std::vector<YAML::Node> documents = YAML::LoadAll(content);
             ReadDocument(documents.empty() ? YAML::Node() : documents[0]);
             for (size_t i = 1; i < documents.size(); ++i) {
                 Error(documents[i].Mark(), "a second document begins here; one file has one");
             }
         } catch (const YAML::ParserException& error) {
             Error(error.mark, error.msg);
+        } catch (const TooMuch& error) {
+            Error(error.mark, error.what());
         }
         if (!errors_.empty()) throw InputError(errors_);
         return std::move(expectations_);
@@ -60,9 +81,14 @@ class Parser {
 
   private:
     void Error(const YAML::Mark& mark, const std::string& text) {
+        if (errors_.size() == limits::kErrors) return;
         // What is not there has no place.
         errors_.push_back(expectations_.file + ":" + std::to_string(std::max(mark.line, 0) + 1) +
                           ":" + std::to_string(std::max(mark.column, 0) + 1) + ": " + text);
+    }
+
+    void CountRead(const YAML::Mark& mark) {
+        if (++read_ > limits::kYamlNodes) throw TooMuch(mark, limits::kYamlNodes, "nodes");
     }
 
     // Calls `read` for each key of the mapping that is one of those known, and tells of the others.
@@ -75,6 +101,7 @@ class Parser {
         }
         std::set<std::string> seen;
         for (const auto& entry : node) {
+            CountRead(node.Mark());
             if (!entry.first.IsScalar()) {
                 Error(entry.first.Mark(), "expected a word before the colon");
                 continue;
@@ -128,6 +155,7 @@ class Parser {
             return texts;
         }
         for (const auto& element : node) {
+            CountRead(node.Mark());
             std::string text;
             if (ReadText(element, what, &text)) texts.push_back(text);
         }
@@ -161,7 +189,10 @@ class Parser {
             Error(node.Mark(), "expected a list of expectations");
             return;
         }
-        for (const auto& element : node) ReadExpectation(element);
+        for (const auto& element : node) {
+            CountRead(node.Mark());
+            ReadExpectation(element);
+        }
     }
 
     void ReadExpectation(const YAML::Node& node) {
@@ -189,7 +220,10 @@ class Parser {
             return;
         }
         if (node.size() == 0) Error(node.Mark(), "this list is empty");
-        for (const auto& element : node) ReadSelection(element, expectation);
+        for (const auto& element : node) {
+            CountRead(node.Mark());
+            ReadSelection(element, expectation);
+        }
     }
 
     void ReadSelection(const YAML::Node& node, Expectation* expectation) {
@@ -252,20 +286,35 @@ class Parser {
     }
 
     void ReadPattern(const YAML::Node& node, Expected* expected) {
-        expected->pattern = std::make_shared<re2::RE2>(expected->text, re2::RE2::Quiet);
-        if (expected->pattern->ok()) return;
+        auto& pattern = patterns_[expected->text];
+        if (!pattern) {
+            if (patterns_.size() > limits::kPatterns) {
+                throw TooMuch(node.Mark(), limits::kPatterns, "regular expressions");
+            }
+            re2::RE2::Options options(re2::RE2::Quiet);
+            options.set_max_mem(limits::kPattern);
+            pattern = std::make_shared<re2::RE2>(expected->text, options);
+        }
+        expected->pattern = pattern;
+        if (pattern->ok()) return;
         Error(node.Mark(),
               "'" + expected->text + "' is no regular expression: " + expected->pattern->error());
     }
 
     Expectations expectations_;
     std::vector<std::string> errors_;
+    size_t read_ = 0;  // nodes, each as often as an alias leads to it
+    std::map<std::string, std::shared_ptr<const re2::RE2>> patterns_;
 };
 
 }  // namespace
 
-Expectations ReadExpectations(const std::string& path) {
-    return Parser(path).Parse();
+Expectations ReadExpectations(const std::string& path, const std::string& device) {
+    return ParseExpectations(ReadInput(path, device, limits::kText), path);
+}
+
+Expectations ParseExpectations(const std::string& content, const std::string& path) {
+    return Parser(path).Parse(content);
 }
 
 std::string RecordedExpectations(const Summary& summary, const std::vector<std::string>& steps) {

@@ -51,7 +51,11 @@ struct Expectations {
 };
 
 // Reads the file. Throws InputError with a line for every error, each with line and column.
-Expectations ReadExpectations(const std::string& path);
+// `device` is the directory that is checked.
+Expectations ReadExpectations(const std::string& path, const std::string& device);
+
+// The same of a content; `path` names it in errors.
+Expectations ParseExpectations(const std::string& content, const std::string& path);
 
 // Returns a file that expects exactly what the summary, of all properties, has.
 std::string RecordedExpectations(const Summary& summary, const std::vector<std::string>& steps);

@@ -4,9 +4,11 @@
 #include <string.h>
 
 #include <fstream>
+#include <streambuf>
 
 #include <nlohmann/json.hpp>
 
+#include "budget.h"
 #include "input_error.h"
 #include "output/json.h"
 
@@ -15,6 +17,23 @@ namespace extprop {
 namespace {
 
 constexpr char kSummary[] = "summary";
+
+// About what the document of an origin takes in memory, without its texts.
+constexpr size_t kOriginSize = 2048;
+
+// Reads up to the end of a line. Returns false if there is none.
+bool ReadLine(std::streambuf* in, std::string* line) {
+    constexpr int kEnd = std::streambuf::traits_type::eof();
+    line->clear();
+    for (int c; (c = in->sbumpc()) != kEnd;) {
+        if (c == '\n') return true;
+        if (line->size() == limits::kLine) {
+            throw InputError("this line has more than " + std::to_string(limits::kLine) + " bytes");
+        }
+        line->push_back(static_cast<char>(c));
+    }
+    return !line->empty();
+}
 
 std::string PropertyText(const std::string& name, const std::string& value) {
     return JsonLine(name) + ":" + JsonLine(value);
@@ -71,21 +90,26 @@ void LineMerger::Read(const std::string& path) {
     std::ifstream file(path);
     if (!file) throw InputError(path + ": " + strerror(errno));
     std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
-        if (line.empty()) continue;
+    for (int number = 1;; ++number) {
         const std::string place = path + ":" + std::to_string(number) + ": ";
         try {
-            const json document = json::parse(line);
-            if (document.contains(kSummary)) {
-                Add(SummaryFromJson(document.at(kSummary)));
-            } else {
-                Add(VariantLineFromJson(document));
-            }
-        } catch (const json::exception& error) {
-            throw InputError(place + "not a line of extprop matrix --json: " + error.what());
+            if (!ReadLine(file.rdbuf(), &line)) return;
+            if (!line.empty()) Add(line);
         } catch (const InputError& error) {
             throw InputError(place + error.what());
+        } catch (const std::exception& error) {
+            throw InputError(place + "not a line of extprop matrix --json: " + error.what());
         }
+    }
+}
+
+void LineMerger::Add(const std::string& line) {
+    CheckShape(line, "");
+    json document = json::parse(line);
+    if (document.contains(kSummary)) {
+        Add(SummaryFromJson(std::move(document.at(kSummary))));
+    } else {
+        Add(VariantLineFromJson(std::move(document)));
     }
 }
 
@@ -104,6 +128,7 @@ void LineMerger::Add(const Summary& summary) {
     device_ = summary.device;
     dead_ = summary.dead;
     for (const SummaryVariant& variant : summary.variants) {
+        for (const std::string& word : variant.words) Keep(word.size());
         words_[variant.variant] = variant.words;
     }
     for (const auto* properties : {&summary.properties, &summary.same}) {
@@ -120,9 +145,17 @@ void LineMerger::AddOrigin(const std::string& name, const SummaryValue& value,
     if (!value.value) return;
     const Variant& first = summary.variants.at(value.variants.at(0)).variant;
     auto [known, is_new] = origins_.try_emplace({name, *value.value}, first, value.origin);
+    if (is_new) Keep(name.size() + value.value->size() + kOriginSize);
     if (!is_new && VariantOrder()(first, known->second.first)) {
         known->second = {first, value.origin};
     }
+}
+
+void LineMerger::Keep(size_t size) {
+    kept_ += size;
+    if (kept_ <= limits::kSummary) return;
+    throw InputError("the summaries up to here have more than " + std::to_string(limits::kSummary) +
+                     " bytes of words and origins");
 }
 
 // Parts that nobody misses would pass for the whole.

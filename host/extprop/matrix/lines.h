@@ -38,6 +38,9 @@ class LineMerger {
     // is none, or has a variant that was read before.
     void Read(const std::string& path);
 
+    // Takes one line so, without its end.
+    void Add(const std::string& line);
+
     // Returns the summary that one run over all variants would have. Origins and words are those
     // of the summaries. Throws InputError if a part is missing.
     Summary Summarize(const std::vector<std::string>& patterns) const;
@@ -49,7 +52,9 @@ class LineMerger {
     void Add(const Summary& summary);
     void AddOrigin(const std::string& name, const SummaryValue& value, const Summary& summary);
     void CheckShards() const;
+    void Keep(size_t size);
 
+    size_t kept_ = 0;  // bytes, of words and origins
     std::optional<Collector> collector_;
     PropertyMap base_;
     std::set<Variant, VariantOrder> read_;

@@ -6,21 +6,34 @@
 
 #include <android-base/strings.h>
 
+#include "budget.h"
 #include "explain/explain.h"
+#include "input_error.h"
 
 namespace extprop {
 
 void Collector::Add(const Variant& variant, Outcome outcome) {
     const size_t number = added_.size();
     if (!outcome.failure) {
-        for (auto& [name, value] : outcome.changed) {
-            others_[name][std::move(value)].push_back(number);
-        }
-        for (const std::string& name : outcome.removed) {
-            others_[name][std::nullopt].push_back(number);
-        }
+        for (auto& [name, value] : outcome.changed) AddOther(name, std::move(value), number);
+        for (const std::string& name : outcome.removed) AddOther(name, std::nullopt, number);
+    }
+    for (const std::string& word : outcome.words) size_ += sizeof(word) + word.size();
+    if (size_ > limits::kSummary) {
+        throw InputError("the variants differ in more than " + std::to_string(limits::kSummary) +
+                         " bytes; --only, --except and --shard leave fewer");
     }
     added_.push_back({variant, std::move(outcome.words), std::move(outcome.failure)});
+}
+
+void Collector::AddOther(const std::string& name, std::optional<std::string> value,
+                         size_t variant) {
+    constexpr size_t kNodes = 256;  // about what a new name and value take besides
+    const size_t size = name.size() + (value ? value->size() : 0);
+    std::vector<size_t>& variants = others_[name][std::move(value)];
+    if (variants.empty()) size_ += size + kNodes;
+    size_ += 2 * sizeof(variant);  // as a summary has it once more
+    variants.push_back(variant);
 }
 
 Summary Collector::Summarize(const std::vector<std::string>& patterns) const {

@@ -28,12 +28,6 @@ struct SummaryVariant {
     std::optional<BootFailure> failure;
 };
 
-// What would be booted.
-struct VariantList {
-    std::array<std::set<std::string>, kAxisCount> axes;
-    std::vector<SummaryVariant> variants;
-};
-
 // One of the parts that the variants were divided into.
 struct Shard {
     size_t number = 1;
@@ -57,6 +51,7 @@ class Collector {
     // The properties that outcomes are told against.
     explicit Collector(PropertyMap base) : base_(std::move(base)) {}
 
+    // Throws InputError if the outcomes differ in more than the limits allow.
     void Add(const Variant& variant, Outcome outcome);
 
     // Returns the summary of the properties whose names match one of the patterns; without one, of
@@ -74,6 +69,9 @@ class Collector {
         std::optional<BootFailure> failure;
     };
 
+    void AddOther(const std::string& name, std::optional<std::string> value, size_t variant);
+
+    size_t size_ = 0;  // of what is kept, about, in bytes
     PropertyMap base_;
     std::vector<Added> added_;
     // By name and value, the variants that were added with it; none for unset.

@@ -14,6 +14,7 @@
 #include "boot/load_tracker.h"
 #include "boot/message.h"
 #include "boot/real_path.h"
+#include "budget.h"
 #include "device/inside.h"
 #include "device/legal.h"
 #include "device/property_lines.h"
@@ -155,11 +156,14 @@ bool HasPersist(const BootOptions& options) {
     });
 }
 
+bool IsChosen(int axis, const std::string& value, const Choice& choice) {
+    const std::set<std::string>& only = choice.only[axis];
+    return (only.empty() || only.count(value) != 0) && choice.except[axis].count(value) == 0;
+}
+
 bool IsChosen(const Variant& variant, const Choice& choice) {
     for (int axis = 0; axis < kAxisCount; ++axis) {
-        const std::string value = variant[axis].value_or(kAsItIs);
-        if (!choice.only[axis].empty() && choice.only[axis].count(value) == 0) return false;
-        if (choice.except[axis].count(value) != 0) return false;
+        if (!IsChosen(axis, variant[axis].value_or(kAsItIs), choice)) return false;
     }
     return true;
 }
@@ -219,18 +223,34 @@ VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds
     return space;
 }
 
+void CheckCount(size_t variants, size_t values) {
+    if (values == 0 || variants <= limits::kVariants / values) return;
+    throw InputError("more than " + std::to_string(limits::kVariants) +
+                     " variants are chosen, which is the limit");
+}
+
 std::vector<Variant> ChosenVariants(const VariantSpace& space, const Choice& choice) {
     std::vector<Variant> variants = {{}};
     for (int axis = 0; axis < kAxisCount; ++axis) {
         const bool in_product = std::count(choice.over.begin(), choice.over.end(), axis) != 0;
         if (!choice.over.empty() && !in_product) continue;
+        std::vector<std::string> values;
+        for (const std::string& value : space.values[axis]) {
+            if (IsChosen(axis, value, choice)) values.push_back(value);
+        }
         // In a product every variant so far gets every value; otherwise the first alone does.
         const size_t bases = in_product ? variants.size() : 1;
+        const bool stays = !in_product || IsChosen(axis, kAsItIs, choice);
+        CheckCount(bases, values.size());
+        CheckCount(bases * values.size() + (stays ? variants.size() : 0), 1);
         for (size_t base = 0; base < bases; ++base) {
-            for (const std::string& value : space.values[axis]) {
+            for (const std::string& value : values) {
                 variants.push_back(variants[base]);
                 variants.back()[axis] = value;
             }
+        }
+        if (!stays) {
+            variants.erase(variants.begin(), variants.begin() + static_cast<ptrdiff_t>(bases));
         }
     }
     variants.erase(

@@ -61,7 +61,10 @@ struct Choice {
 };
 inline constexpr char kAsItIs[] = "as-is";
 
-// Returns the wanted ones in their order.
+// Throws InputError if so many variants, each with so many values, are more than the limit.
+void CheckCount(size_t variants, size_t values);
+
+// Returns the wanted ones in their order. Throws InputError before there are too many.
 std::vector<Variant> ChosenVariants(const VariantSpace& space, const Choice& choice);
 
 // Returns the words of a command line that make the variant of the device that `options` boot.

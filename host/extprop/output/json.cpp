@@ -7,6 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "budget.h"
+#include "input_error.h"
 #include "output/printable.h"
 
 namespace extprop {
@@ -123,7 +125,7 @@ void Visit(Fields& fields, StepReport& step) {
 template <typename Fields>
 void Visit(Fields& fields, BootFailure& failure) {
     fields("step", failure.step)("timed_out", failure.timed_out)("signal", failure.signal)(
-            "last_file", failure.last_file);
+            "limit", failure.limit)("last_file", failure.last_file);
 }
 
 template <typename Fields>
@@ -638,12 +640,6 @@ json ToJson(const LintReport& report) {
     return Document(report, kLintFormat);
 }
 
-json ToJson(const VariantList& list) {
-    json axes = json::object();
-    for (int axis = 0; axis < kAxisCount; ++axis) axes[kAxisNames[axis]] = list.axes[axis];
-    return {{"format", kVariantListFormat}, {"axes", axes}, {"variants", Write(list.variants)}};
-}
-
 json ToJson(const Report& report) {
     json document = Document(report, kReportFormat);
     for (json& step : document.at("steps")) {
@@ -670,12 +666,55 @@ std::string JsonText(const json& document) {
     return PrintableJson(document.dump(2, ' ', false, json::error_handler_t::replace)) + "\n";
 }
 
+void CheckShape(const std::string& json, const std::string& place) {
+    size_t depth = 0;
+    size_t values = 1;
+    bool in_string = false;
+    for (size_t at = 0; at < json.size(); ++at) {
+        const char c = json[at];
+        if (c == '"') {
+            in_string = !in_string;
+        } else if (in_string) {
+            if (c == '\\') ++at;
+        } else if (c == '[' || c == '{') {
+            ++values;
+            ++depth;
+        } else if (c == ']' || c == '}') {
+            depth -= depth > 0 ? 1 : 0;
+        } else if (c == ',') {
+            ++values;
+        }
+        if (depth > limits::kJsonDepth) {
+            throw InputError(place + "this is nested more than " +
+                             std::to_string(limits::kJsonDepth) + " deep");
+        }
+        if (values > limits::kJsonValues) {
+            throw InputError(place + "this has more than " + std::to_string(limits::kJsonValues) +
+                             " values");
+        }
+    }
+}
+
 void PrintJson(const Explanation& explanation, std::ostream& out) {
     out << "{\"format\": " << kExplanationFormat << ", \"device\": " << JsonLine(explanation.device)
         << ", \"unknown\": " << JsonLine(explanation.unknown) << ", \"properties\": [";
     const char* separator = "\n";
     for (const ExplainedProperty& property : explanation.properties) {
         out << separator << JsonLine(Write(property));
+        separator = ",\n";
+    }
+    out << "\n]}\n";
+}
+
+void PrintJson(const VariantSpace& space, const std::vector<Variant>& variants,
+               const std::function<Words(const Variant&)>& words, std::ostream& out) {
+    json axes = json::object();
+    for (int axis = 0; axis < kAxisCount; ++axis) axes[kAxisNames[axis]] = space.values[axis];
+    out << "{\"format\": " << kVariantListFormat << ", \"axes\": " << JsonLine(axes)
+        << ", \"variants\": [";
+    const char* separator = "\n";
+    for (const Variant& variant : variants) {
+        out << separator << JsonLine(Write(SummaryVariant{variant, words(variant), std::nullopt}));
         separator = ",\n";
     }
     out << "\n]}\n";
@@ -693,7 +732,6 @@ std::string DocumentText(const T& value) {
 template std::string DocumentText(const Report&);
 template std::string DocumentText(const Difference&);
 template std::string DocumentText(const MatrixDifference&);
-template std::string DocumentText(const VariantList&);
 template std::string DocumentText(const CheckResult&);
 template std::string DocumentText(const LintReport&);
 

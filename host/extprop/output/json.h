@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 
 #include <nlohmann/json_fwd.hpp>
@@ -40,7 +41,6 @@ Summary SummaryFromJson(json document);
 json ToJson(const VariantLine& line);
 json ToJson(const Summary& summary);
 json ToJson(const MatrixDifference& difference);
-json ToJson(const VariantList& list);
 json ToJson(const CheckResult& result);
 json ToJson(const Report& report);
 json ToJson(const Explanation& explanation);
@@ -52,11 +52,19 @@ json ToJson(const LintReport& report);
 std::string JsonLine(const json& document);
 std::string JsonText(const json& document);
 
+// Throws InputError, which begins with `place`, if the JSON is nested more deeply or has more
+// values than are read of what others made.
+void CheckShape(const std::string& json, const std::string& place);
+
 // Returns the text of the document that ToJson makes of what is given.
 template <typename T>
 std::string DocumentText(const T& value);
 
 // Prints the explanation's document, a line a property, without holding the whole of it.
 void PrintJson(const Explanation& explanation, std::ostream& out);
+
+// Prints so what would be booted, each variant with its words.
+void PrintJson(const VariantSpace& space, const std::vector<Variant>& variants,
+               const std::function<Words(const Variant&)>& words, std::ostream& out);
 
 }  // namespace extprop

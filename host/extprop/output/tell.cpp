@@ -9,7 +9,10 @@
 namespace extprop {
 
 void Tell(std::string_view text) {
-    std::cerr << "extprop: " + Printable(text) + "\n" << std::flush;
+    constexpr size_t kMost = 4096;  // of a line; more only hides what was told before
+    std::string line = Printable(text.substr(0, kMost));
+    if (text.size() > kMost) line += "...";
+    std::cerr << "extprop: " + line + "\n" << std::flush;
 }
 
 bool StatusLine::IsSeen() {

@@ -210,7 +210,9 @@ void PrintReport(const Report& report, bool verbose, std::ostream& out) {
 
 std::string FailureText(const BootFailure& failure) {
     std::string text = "the library ";
-    if (failure.timed_out) {
+    if (failure.limit) {
+        text += "was stopped at a limit, " + *failure.limit + ",";
+    } else if (failure.timed_out) {
         text += "did not come back in time";
     } else if (!failure.signal) {
         text += "ended the process";

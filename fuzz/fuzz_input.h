@@ -1,0 +1,26 @@
+// What the targets over texts have in common.
+
+#pragma once
+
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <exception>
+#include <string>
+
+namespace fuzz {
+
+inline std::string Content(const uint8_t* data, size_t size) {
+    return {reinterpret_cast<const char*>(data), size};
+}
+
+// Calls the function, which may say what is wrong with its input.
+template <typename Function>
+void Try(const Function& function) {
+    try {
+        function();
+    } catch (const std::exception&) {
+    }
+}
+
+}  // namespace fuzz

@@ -1,0 +1,44 @@
+// A directory of this machine as a tree. It is walked from its descriptor, name by name, and no
+// link is followed, so that nothing that others do to it meanwhile leads out of it.
+
+#pragma once
+
+#include <mutex>
+#include <unordered_map>
+
+#include <android-base/unique_fd.h>
+
+#include "tree.h"
+
+namespace sandbox {
+
+class DirectoryTree : public Tree {
+  public:
+    // Throws std::runtime_error if the directory cannot be opened.
+    explicit DirectoryTree(const std::string& path);
+
+    long Status(const std::string& path, struct stat* status) const override;
+    long Target(const std::string& path, std::string* target) const override;
+    long List(const std::string& directory, std::vector<Listed>* names) const override;
+    long Open(const std::string& path, int flags) const override;
+
+  private:
+    struct Place {
+        int directory;
+        const char* name;  // of the path's own text
+    };
+
+    long Find(const std::string& path, Place* place) const;
+    long Directory(const std::string& path) const;
+
+    android::base::unique_fd root_;
+    // Directories on the way, which paths keep coming through.
+    mutable std::unordered_map<std::string, android::base::unique_fd> open_;
+};
+
+// What the calls are made of, for every open directory: names in it.
+long StatusIn(int directory, const char* name, struct stat* status);
+long TargetIn(int directory, const char* name, std::string* target);
+long NamesIn(int directory, const char* name, std::vector<Listed>* names);
+
+}  // namespace sandbox

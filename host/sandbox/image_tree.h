@@ -1,0 +1,48 @@
+// The file system in an image as a tree. What is looked at is asked of the process that reads the
+// image, once. All files are root's.
+
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <unordered_map>
+
+#include "file_system.h"
+#include "tree.h"
+
+namespace sandbox {
+
+class ImageTree : public Tree {
+  public:
+    // Tells of damage: the path in the image, and what is wrong there. What was asked for is -EIO.
+    using OnDamage = std::function<void(const std::string& path, const std::string& what)>;
+
+    // `nothing` is a descriptor of an empty directory, in whose stead the tree's are opened: their
+    // names are List()'s. It lives as long.
+    ImageTree(std::unique_ptr<images::FileSystem> files, int nothing, OnDamage on_damage);
+
+    long Status(const std::string& path, struct stat* status) const override;
+    long Target(const std::string& path, std::string* target) const override;
+    long List(const std::string& directory, std::vector<Listed>* names) const override;
+    long Open(const std::string& path, int flags) const override;
+    bool is_kernels() const override { return false; }
+
+  private:
+    using Names = std::unordered_map<std::string, uint64_t>;
+
+    long Find(const std::string& path, uint64_t* node) const;
+    const Names& NamesIn(uint64_t directory) const;
+    const images::Node& Look(uint64_t node) const;
+    long OpenContent(const images::Node& node, int flags) const;
+    long Guard(const std::string& path, const std::function<long()>& function) const;
+
+    std::unique_ptr<images::FileSystem> files_;
+    int nothing_;
+    OnDamage on_damage_;
+    mutable std::unordered_map<std::string, uint64_t> directories_;  // by path
+    mutable std::unordered_map<uint64_t, Names> names_;
+    mutable std::unordered_map<uint64_t, images::Node> nodes_;
+    mutable size_t kept_ = 0;  // about so many bytes are kept of it
+};
+
+}  // namespace sandbox

@@ -1,0 +1,463 @@
+#include "private_layer.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <new>
+
+#include "../budget.h"
+#include "../kernel.h"
+#include "checks.h"
+#include "directory_tree.h"
+
+using android::base::unique_fd;
+
+namespace sandbox {
+
+namespace {
+
+constexpr mode_t kPlaceholder = S_ISVTX;
+
+constexpr mode_t kReachableFile = 0600;
+constexpr mode_t kReachableDirectory = 0700;
+
+constexpr mode_t kPermissions = 07777;
+constexpr off_t kSectorSize = 512;
+
+// The time of the last change that a file gets once its changes are known. Nothing is written then
+// any more, so that any other time tells of a change, however quick it was.
+constexpr timespec kSeenTime = {1, 0};
+
+std::string Upper(const std::string& path) {
+    return "upper" + path;
+}
+
+std::string PlayedPath(const struct stat& status) {
+    return "played/" + std::to_string(status.st_ino);
+}
+
+std::string NewName() {
+    static std::atomic<unsigned> count{0};
+    return "new-" + std::to_string(Kernel(SYS_getpid)) + "-" + std::to_string(++count);
+}
+
+mode_t Reachable(mode_t mode) {
+    return (mode & kPermissions & ~kPlaceholder) |
+           (S_ISDIR(mode) ? kReachableDirectory : kReachableFile);
+}
+
+}  // namespace
+
+// Of all processes that have the layer.
+struct PrivateLayer::Shared {
+    std::atomic<uint64_t> changes;  // of which directories are there
+};
+
+bool PrivateLayer::Attributes::operator==(const Attributes& other) const {
+    return mode == other.mode && user == other.user && group == other.group;
+}
+
+PrivateLayer::PrivateLayer(const Tree& original, const std::string& directory)
+        : original_(original), directory_(OpenOrThrow(directory, O_PATH | O_DIRECTORY)) {
+    for (const char* name : {"upper", "played"}) {
+        Check(mkdirat(directory_.get(), name, kReachableDirectory) == 0, directory);
+    }
+    Check(fchmodat(directory_.get(), "upper", kReachableDirectory | kPlaceholder, 0) == 0,
+          directory);
+    void* shared = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                        -1, 0);
+    Check(shared != MAP_FAILED, "mmap");
+    shared_ = new (shared) Shared();
+}
+
+PrivateLayer::~PrivateLayer() {
+    munmap(shared_, sizeof(Shared));
+}
+
+// --- Reading ------------------------------------------------------------------------------------
+
+// Whether the directory is there whole.
+bool PrivateLayer::HasDirectory(const std::string& path) const {
+    const uint64_t changes = shared_->changes;
+    if (changes != known_at_) known_.clear();
+    known_at_ = changes;
+    const auto [known, is_new] = known_.try_emplace(path);
+    if (is_new) {
+        // What lies below one that is not there is not, either.
+        struct stat status;
+        known->second = StatusIn(directory_.get(), Upper(path).c_str(), &status) == 0 &&
+                        (status.st_mode & kPlaceholder) == 0;
+    }
+    return known->second;
+}
+
+// Tells other processes, too, that other directories are there now.
+void PrivateLayer::Forget() const {
+    ++shared_->changes;
+}
+
+// Whether what is at `path`, if anything, is the layer's own, and not the original's. Puts in what
+// it is like in the first case, with a mode of 0 if there is nothing.
+bool PrivateLayer::IsOwn(const std::string& path, struct stat* status) const {
+    if (path.empty() ? !HasDirectory(path) : !HasDirectory(ParentOf(path))) return false;
+    if (StatusIn(directory_.get(), Upper(path).c_str(), status) != 0) {
+        *status = {};
+        return true;
+    }
+    const bool is_link = S_ISLNK(status->st_mode);
+    if (!is_link && (status->st_mode & kPlaceholder) != 0) return false;
+    if (GetPlayed(status) || !is_link) return true;
+    std::string target, original_target;
+    return TargetIn(directory_.get(), Upper(path).c_str(), &target) <= 0 ||
+           original_.Target(path, &original_target) <= 0 || target != original_target;
+}
+
+long PrivateLayer::Status(const std::string& path, struct stat* status) const {
+    if (!IsOwn(path, status)) return original_.Status(path, status);
+    return status->st_mode == 0 ? -ENOENT : 0;
+}
+
+long PrivateLayer::Target(const std::string& path, std::string* target) const {
+    if (!HasDirectory(ParentOf(path))) return original_.Target(path, target);
+    return TargetIn(directory_.get(), Upper(path).c_str(), target);
+}
+
+long PrivateLayer::List(const std::string& directory, std::vector<Listed>* names) const {
+    if (!HasDirectory(directory)) return original_.List(directory, names);
+    return NamesIn(directory_.get(), Upper(directory).c_str(), names);
+}
+
+long PrivateLayer::Open(const std::string& path, int flags) const {
+    struct stat status;
+    if (!IsOwn(path, &status)) return original_.Open(path, flags);
+    if (status.st_mode == 0) return -ENOENT;
+    if (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode)) return -ENXIO;
+    return Kernel(SYS_openat, directory_.get(), Upper(path).c_str(), flags | O_NOFOLLOW, 0);
+}
+
+// --- Owners and modes that are played -----------------------------------------------------------
+
+// Puts in what is played of a file in the layer. Returns false if nothing is.
+bool PrivateLayer::GetPlayed(struct stat* status) const {
+    std::string text;
+    unsigned mode, user, group;
+    const bool known = TargetIn(directory_.get(), PlayedPath(*status).c_str(), &text) > 0 &&
+                       sscanf(text.c_str(), "%o:%u:%u", &mode, &user, &group) == 3;
+    if (!known) {
+        status->st_uid = status->st_gid = 0;  // who made it
+        return false;
+    }
+    status->st_mode = (status->st_mode & S_IFMT) | mode;
+    status->st_uid = user;
+    status->st_gid = group;
+    return true;
+}
+
+long PrivateLayer::SetPlayed(const std::string& place, const Attributes& attributes) const {
+    struct stat status;
+    if (long error = StatusIn(directory_.get(), place.c_str(), &status); error < 0) return error;
+    const std::string path = PlayedPath(status);
+    Kernel(SYS_unlinkat, directory_.get(), path.c_str(), 0);
+    const mode_t mode = attributes.mode & kPermissions;
+    // Of a link that has nothing played the original's owner is told.
+    if (!S_ISLNK(status.st_mode) && attributes.user == 0 && attributes.group == 0 &&
+        mode == (status.st_mode & kPermissions)) {
+        return 0;
+    }
+    char text[64];
+    snprintf(text, sizeof(text), "%o:%u:%u", mode, attributes.user, attributes.group);
+    return Kernel(SYS_symlinkat, text, directory_.get(), path.c_str());
+}
+
+// Plays the mode that a new file was asked to have, less what the process's mask took from it.
+long PrivateLayer::SetPlayedMode(const std::string& place, mode_t mode) const {
+    struct stat status;
+    if (long error = StatusIn(directory_.get(), place.c_str(), &status); error < 0) return error;
+    return SetPlayed(place, {mode & status.st_mode, 0, 0});
+}
+
+// --- Changing -----------------------------------------------------------------------------------
+
+// Makes a file of the type that stands for one of the original.
+long PrivateLayer::MakePlaceholder(const std::string& original, const std::string& place,
+                                   unsigned char type) const {
+    const int at = directory_.get();
+    if (type == DT_UNKNOWN) {
+        struct stat status;
+        if (long error = original_.Status(original, &status); error < 0) return error;
+        type = IFTODT(status.st_mode);
+    }
+    if (type == DT_LNK) {
+        std::string target;
+        if (long error = original_.Target(original, &target); error < 0) return error;
+        return Kernel(SYS_symlinkat, target.c_str(), at, place.c_str());
+    }
+    if (type == DT_DIR) {
+        return Kernel(SYS_mkdirat, at, place.c_str(), kReachableDirectory | kPlaceholder);
+    }
+    // Only root can make a device, and nothing opens one here.
+    const mode_t node = type == DT_FIFO || type == DT_SOCK ? DTTOIF(type) : S_IFREG;
+    return Kernel(SYS_mknodat, at, place.c_str(), node | kReachableFile | kPlaceholder, 0);
+}
+
+// Makes the layer have the directory, which is there.
+long PrivateLayer::Shadow(const std::string& directory) {
+    if (HasDirectory(directory)) return 0;
+    if (!directory.empty()) {
+        if (long error = Shadow(ParentOf(directory)); error < 0) return error;
+    }
+    struct stat status;
+    if (long error = original_.Status(directory, &status); error < 0) return error;
+    std::vector<Listed> names;
+    if (long error = original_.List(directory, &names); error < 0) return error;
+    const int at = directory_.get();
+    const std::string unfinished = NewName();
+    if (long error = Kernel(SYS_mkdirat, at, unfinished.c_str(), kReachableDirectory); error < 0) {
+        return error;
+    }
+    for (const auto& [name, type] : names) {
+        if (long error = MakePlaceholder(directory + "/" + name, unfinished + "/" + name, type);
+            error < 0) {
+            return error;
+        }
+    }
+    Kernel(SYS_fchmodat, at, unfinished.c_str(), Reachable(status.st_mode));
+    SetPlayed(unfinished, {status.st_mode, status.st_uid, status.st_gid});
+    const long done =
+            Kernel(SYS_renameat2, at, unfinished.c_str(), at, Upper(directory).c_str(), 0);
+    Forget();
+    return done;
+}
+
+void PrivateLayer::MarkSeen(const std::string& place) const {
+    const timespec times[] = {{0, UTIME_OMIT}, kSeenTime};
+    Kernel(SYS_utimensat, directory_.get(), place.c_str(), times, AT_SYMLINK_NOFOLLOW);
+}
+
+// Copies what is written of the file, its holes stay holes.
+long PrivateLayer::CopyContent(const std::string& path, off_t size, int to) {
+    const long fd = original_.Open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return fd;
+    const unique_fd in(static_cast<int>(fd));
+    for (off_t at = 0; at < size;) {
+        const long data = Kernel(SYS_lseek, fd, at, SEEK_DATA);
+        if (data == -ENXIO) break;  // no more of it
+        const long hole = data < 0 ? data : Kernel(SYS_lseek, fd, data, SEEK_HOLE);
+        if (hole < 0) return hole;
+        copied_ += hole - data;
+        if (copied_ > limits::kPrivateBytes) return -EFBIG;
+        at = data;
+        if (long error = Kernel(SYS_lseek, to, at, SEEK_SET); error < 0) return error;
+        while (at < hole) {
+            const long copied = Kernel(SYS_sendfile, to, fd, &at, hole - at);
+            if (copied < 0) return copied;
+            if (copied == 0) break;  // it has become shorter
+        }
+        at = hole;
+    }
+    return Kernel(SYS_ftruncate, to, size);
+}
+
+long PrivateLayer::CopyFile(const std::string& path, const struct stat& status, Copied copied) {
+    const int at = directory_.get();
+    const std::string unfinished = NewName();
+    if (S_ISREG(status.st_mode)) {
+        const long fd = Kernel(SYS_openat, at, unfinished.c_str(),
+                               O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kReachableFile);
+        if (fd < 0) return fd;
+        const unique_fd copy(static_cast<int>(fd));
+        if (copied == Copied::kContent) {
+            const long error = status.st_size > static_cast<off_t>(limits::kPartitionFile)
+                                       ? -EFBIG
+                                       : CopyContent(path, status.st_size, copy.get());
+            if (error < 0) {
+                Kernel(SYS_unlinkat, at, unfinished.c_str(), 0);
+                return error;
+            }
+        }
+    } else if (long error = Kernel(SYS_mknodat, at, unfinished.c_str(),
+                                   (status.st_mode & S_IFMT) | kReachableFile, 0);
+               error < 0) {
+        return error;
+    }
+    Kernel(SYS_fchmodat, at, unfinished.c_str(), Reachable(status.st_mode));
+    SetPlayed(unfinished, {status.st_mode, status.st_uid, status.st_gid});
+    if (copied == Copied::kContent) MarkSeen(unfinished);
+    return Kernel(SYS_renameat2, at, unfinished.c_str(), at, Upper(path).c_str(), 0);
+}
+
+// Makes the layer have what there is, so that it can be changed.
+long PrivateLayer::TakeOver(const std::string& path, Copied copied) {
+    struct stat status;
+    if (IsOwn(path, &status)) return status.st_mode == 0 ? -ENOENT : 0;
+    if (long error = original_.Status(path, &status); error < 0) return error;
+    if (S_ISDIR(status.st_mode)) return Shadow(path);
+    if (long error = Shadow(ParentOf(path)); error < 0) return error;
+    return S_ISLNK(status.st_mode) ? 0 : CopyFile(path, status, copied);
+}
+
+long PrivateLayer::Create(const std::string& path, int flags, mode_t mode) {
+    if (long error = Shadow(ParentOf(path)); error < 0) return error;
+    const std::string upper = Upper(path);
+    const long fd = Kernel(SYS_openat, directory_.get(), upper.c_str(), flags | O_NOFOLLOW,
+                           Reachable(S_IFREG | mode));
+    if (fd >= 0) SetPlayedMode(upper, mode);
+    return fd;
+}
+
+long PrivateLayer::MakeDirectory(const std::string& path, mode_t mode) {
+    if (long error = Shadow(ParentOf(path)); error < 0) return error;
+    const std::string upper = Upper(path);
+    const long made = Kernel(SYS_mkdirat, directory_.get(), upper.c_str(),
+                             Reachable(S_IFDIR | (mode & 01777)));
+    if (made == 0) SetPlayedMode(upper, mode);
+    Forget();
+    return made;
+}
+
+long PrivateLayer::MakeLink(const std::string& path, const std::string& target) {
+    if (long error = Shadow(ParentOf(path)); error < 0) return error;
+    return Kernel(SYS_symlinkat, target.c_str(), directory_.get(), Upper(path).c_str());
+}
+
+long PrivateLayer::Remove(const std::string& path, bool directory) {
+    // Whether a directory is empty shows when all of it is there.
+    if (long error = Shadow(directory ? path : ParentOf(path)); error < 0) return error;
+    const std::string upper = Upper(path);
+    struct stat status = {};
+    StatusIn(directory_.get(), upper.c_str(), &status);
+    const long error =
+            Kernel(SYS_unlinkat, directory_.get(), upper.c_str(), directory ? AT_REMOVEDIR : 0);
+    if (error == 0) Kernel(SYS_unlinkat, directory_.get(), PlayedPath(status).c_str(), 0);
+    Forget();
+    return error;
+}
+
+long PrivateLayer::ChangeOwner(const std::string& path, uid_t user, gid_t group) {
+    struct stat status;
+    if (long error = Status(path, &status); error < 0) return error;
+    if (long error = TakeOver(path, Copied::kContent); error < 0) return error;
+    if (user == static_cast<uid_t>(-1)) user = status.st_uid;
+    if (group == static_cast<gid_t>(-1)) group = status.st_gid;
+    return SetPlayed(Upper(path), {status.st_mode, user, group});
+}
+
+long PrivateLayer::ChangeMode(const std::string& path, mode_t mode) {
+    struct stat status;
+    if (long error = Status(path, &status); error < 0) return error;
+    if (long error = TakeOver(path, Copied::kContent); error < 0) return error;
+    const mode_t reachable = Reachable((status.st_mode & S_IFMT) | (mode & kPermissions));
+    const std::string upper = Upper(path);
+    if (long error = Kernel(SYS_fchmodat, directory_.get(), upper.c_str(), reachable); error < 0) {
+        return error;
+    }
+    return SetPlayed(upper, {mode, status.st_uid, status.st_gid});
+}
+
+long PrivateLayer::OpenForChange(const std::string& path, int flags) {
+    if (block_devices_.count(path) != 0) flags &= ~O_TRUNC;
+    const Copied copied = (flags & O_TRUNC) != 0 ? Copied::kNothing : Copied::kContent;
+    if (long error = TakeOver(path, copied); error < 0) return error;
+    return Kernel(SYS_openat, directory_.get(), Upper(path).c_str(), flags | O_NOFOLLOW, 0);
+}
+
+long PrivateLayer::FindFifo(const std::string* path, std::string* place) {
+    *place = path != nullptr ? Upper(*path) : NewName();
+    if (path != nullptr) return TakeOver(*path, Copied::kContent);
+    return Kernel(SYS_mknodat, directory_.get(), place->c_str(), S_IFIFO | kReachableFile, 0);
+}
+
+long PrivateLayer::MakeBlockDevice(const std::string& path) {
+    const long fd = OpenForChange(path, O_WRONLY | O_CLOEXEC);
+    if (fd < 0) return fd;
+    const unique_fd file(static_cast<int>(fd));
+    struct stat status;
+    if (long error = StatusIn(file.get(), "", &status); error < 0) return error;
+    const off_t whole = status.st_size - status.st_size % kSectorSize;
+    if (long error = Kernel(SYS_ftruncate, fd, whole); error < 0) return error;
+    MarkSeen(Upper(path));
+    block_devices_.insert(path);
+    return 0;
+}
+
+// --- What has changed ---------------------------------------------------------------------------
+
+std::optional<PrivateLayer::Attributes> PrivateLayer::Original(const std::string& path) const {
+    struct stat status;
+    if (original_.Status(path, &status) != 0) return std::nullopt;
+    return Attributes{status.st_mode, status.st_uid, status.st_gid};
+}
+
+void PrivateLayer::CollectDeleted(const std::string& path, States* states) const {
+    const std::optional<Attributes> state = Original(path);
+    (*states)[path] = std::nullopt;
+    std::vector<Listed> names;
+    if (!state || !S_ISDIR(state->mode) || original_.List(path, &names) < 0) return;
+    for (const auto& entry : names) CollectDeleted(path + "/" + entry.name, states);
+}
+
+// Adds what the directory, which is there whole, and those below it have that may differ from the
+// original, and of the files those that were written.
+void PrivateLayer::Collect(const std::string& directory, States* states,
+                           std::set<std::string>* written) const {
+    std::vector<Listed> names, original_names;
+    List(directory, &names);
+    original_.List(directory, &original_names);
+    std::set<std::string> missing;
+    for (const auto& entry : original_names) missing.insert(entry.name);
+    for (const auto& [name, type] : names) {
+        missing.erase(name);
+        const std::string path = directory + "/" + name;
+        struct stat status;
+        if (!IsOwn(path, &status) || status.st_mode == 0) continue;
+        (*states)[path] = Attributes{status.st_mode, status.st_uid, status.st_gid};
+        if (S_ISDIR(status.st_mode)) {
+            Collect(path, states, written);
+        } else if (!S_ISLNK(status.st_mode) && (status.st_mtim.tv_sec != kSeenTime.tv_sec ||
+                                                status.st_mtim.tv_nsec != kSeenTime.tv_nsec)) {
+            written->insert(path);
+        }
+    }
+    for (const std::string& name : missing) CollectDeleted(directory + "/" + name, states);
+}
+
+std::vector<FileChange> PrivateLayer::TakeChanges() {
+    States now;
+    std::set<std::string> written;
+    if (HasDirectory("")) Collect("", &now, &written);
+
+    const auto state_in = [this](const States& states, const std::string& path) {
+        auto known = states.find(path);
+        return known != states.end() ? known->second : Original(path);
+    };
+    States all = now;
+    all.insert(seen_.begin(), seen_.end());
+    std::vector<FileChange> changes;
+    for (const auto& [path, state] : all) {
+        const std::optional<Attributes> before = state_in(seen_, path), after = state_in(now, path);
+        if (!before && !after) continue;
+        if (!before) {
+            changes.push_back({FileChange::kCreated, path});
+        } else if (!after) {
+            changes.push_back({FileChange::kDeleted, path});
+        } else if (!(*before == *after) || written.count(path) != 0) {
+            changes.push_back({FileChange::kChanged, path});
+        }
+    }
+    for (const std::string& path : written) MarkSeen(Upper(path));
+    seen_ = std::move(now);
+    return changes;
+}
+
+const char* Name(FileChange::Kind kind) {
+    constexpr const char* kNames[] = {"created", "changed", "deleted"};
+    return kNames[kind];
+}
+
+}  // namespace sandbox

@@ -1,0 +1,361 @@
+// Devices, dumps and expectations of strangers: whatever is in them, nothing outside changes, no
+// character of theirs moves a terminal or begins a line, and the tool ends soon and small.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <regex>
+
+#include <android-base/strings.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tool.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+
+using Words = std::vector<std::string>;
+
+constexpr char kEvil[] = "\x1b[2J\r\n::error ::\xc2\x9b\xe2\x80\xae\x7f\xff";
+constexpr off_t kHole = off_t{3} << 30;
+
+class StrangersTest : public ToolTest {
+  protected:
+    StrangersTest() {
+        Write("/outside/kept", "kept");
+        Write("/d/odm/build.prop", "ro.a=1\n");
+    }
+
+    // Runs the tool with exactly these words and holds it to what is promised of any input.
+    Output RunWords(const Words& words) {
+        const TemporaryFile out, err;
+        const pid_t pid = fork();
+        if (pid == 0) {
+            dup2(out.fd, STDOUT_FILENO);
+            dup2(err.fd, STDERR_FILENO);
+            std::vector<char*> arguments = {const_cast<char*>(EXTPROP)};
+            for (const std::string& word : words) {
+                arguments.push_back(const_cast<char*>(word.c_str()));
+            }
+            arguments.push_back(nullptr);
+            if (chdir(Path("").c_str()) == 0) execv(EXTPROP, arguments.data());
+            _exit(EXIT_FAILURE);
+        }
+        int status = 0;
+        rusage used{};
+        for (int tenths = 0; wait4(pid, &status, WNOHANG, &used) == 0; ++tenths) {
+            if (tenths == kLongest * 10) kill(pid, SIGKILL);
+            usleep(100'000);
+        }
+        EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+        if (!kIsSanitized) {
+            EXPECT_LT(used.ru_maxrss, 1'500'000) << "KiB";
+        }
+
+        Output output{WEXITSTATUS(status), "", ""};
+        android::base::ReadFileToString(out.path, &output.out);
+        android::base::ReadFileToString(err.path, &output.err);
+        for (const std::string* text : {&output.out, &output.err}) {
+            static const std::regex unprintable(
+                    "[\x01-\x09\x0b-\x1f\x7f]|\xc2[\x80-\x9f]|\xe2\x80[\xa8-\xae]|(^|\n) *::");
+            EXPECT_FALSE(std::regex_search(*text, unprintable)) << *text;
+        }
+        for (const std::string& line : android::base::Split(output.err, "\n")) {
+            EXPECT_THAT(line, testing::AnyOf("", testing::StartsWith("extprop: ")));
+        }
+        EXPECT_EQ(Content("/outside/kept"), "kept");
+        EXPECT_EQ(std::distance(fs::directory_iterator(Path("/outside")), {}), 1);
+        return output;
+    }
+
+    std::string Content(const std::string& path) const {
+        std::string content;
+        android::base::ReadFileToString(Path(path), &content, true);
+        return content;
+    }
+
+    void Link(const std::string& target, const std::string& path) const {
+        fs::create_directories(fs::path(Path(path)).parent_path());
+        fs::create_symlink(target, Path(path));
+    }
+
+    // A file of 3 GB that takes no room.
+    void MakeHole(const std::string& path) const {
+        Write(path, "");
+        ASSERT_EQ(truncate(Path(path).c_str(), kHole), 0);
+    }
+
+    // 250 values on each of four axes.
+    void MakeAxes() const {
+        for (int i = 0; i < 250; ++i) {
+            const std::string value = "v" + std::to_string(i);
+            for (const char* leaf :
+                 {"SimSwitchFirstTime", "SimSwitchCurrentTime", "switchCarrierChannel"}) {
+                fs::create_directories(Path("/d/odm/properties/" + value + "/" + leaf));
+            }
+            fs::create_directories(Path("/d/mnt/vendor/my_product/cust/" + value));
+        }
+    }
+
+    static constexpr int kLongest = 300;  // seconds; on a machine of its own each takes a few
+#if defined(__SANITIZE_ADDRESS__)
+    static constexpr bool kIsSanitized = true;
+#elif defined(__has_feature)
+    static constexpr bool kIsSanitized = __has_feature(address_sanitizer);
+#else
+    static constexpr bool kIsSanitized = false;
+#endif
+};
+
+std::string Repeated(const std::string& text, size_t times) {
+    std::string repeated;
+    for (size_t i = 0; i < times; ++i) repeated += text;
+    return repeated;
+}
+
+TEST_F(StrangersTest, ResultsGoWhereTheyWereAskedTo) {
+    Link(Path("/outside/kept"), "/d/link");
+    Link("../outside", "/d/out");
+    Link("../outside/none", "/d/dangling");
+    ASSERT_EQ(mkfifo(Path("/d/fifo").c_str(), 0600), 0);
+    for (const char* name : {"d/link", "d/out/new", "d/dangling", "d/fifo", "d/out/../x"}) {
+        for (const Words& words :
+             {Words{"check", "d", name, "--record"}, Words{"boot", "d", "early", "--html", name},
+              Words{"explain", "d", "--all", "--html", name}, Words{"lint", "d", "--sarif", name},
+              Words{"matrix", "d", "--html", name}}) {
+            const Output output = RunWords(words);
+            EXPECT_EQ(output.status, 2) << words[0] << name;
+            EXPECT_THAT(output.err, testing::ContainsRegex(": .*(link|no regular file)")) << name;
+        }
+    }
+    EXPECT_TRUE(fs::is_symlink(Path("/d/link")));
+
+    // What stands beside the target is somebody else's; what was there keeps its permissions.
+    Write("/lint.sarif.part", "theirs");
+    chmod(Write("/lint.sarif", "old").c_str(), 0640);
+    Link("lint.sarif", "/link.sarif");
+    EXPECT_EQ(RunWords({"lint", "d", "--sarif", "link.sarif"}).status, 2);
+    EXPECT_EQ(Content("/lint.sarif"), "old");
+    EXPECT_LT(RunWords({"lint", "d", "--sarif", "lint.sarif"}).status, 2);
+    EXPECT_EQ(json::parse(Content("/lint.sarif"))["version"], "2.1.0");
+    EXPECT_EQ(Content("/lint.sarif.part"), "theirs");
+    struct stat status;
+    ASSERT_EQ(stat(Path("/lint.sarif").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640);
+    EXPECT_EQ(RunWords({"lint", "d", "--sarif", "/dev/full"}).status, 2);
+    EXPECT_EQ(std::distance(fs::directory_iterator(Path("")), {}), 5);
+    EXPECT_EQ(RunWords({"check", "d", "d/new.yaml", "--record"}).status, 0);
+    EXPECT_EQ(RunWords({"check", "d", "d/new.yaml"}).status, 0);
+}
+
+TEST_F(StrangersTest, InputsAreReadWithinLimits) {
+    const std::string deep = std::string(100'000, '[');
+    const std::string patterns = [] {
+        std::string text = "expectations: [{properties: {";
+        for (int i = 0; i < 2'100; ++i) {
+            text += "a" + std::to_string(i) + ": {matches: 'a{9}" + std::to_string(i) + "'}, ";
+        }
+        return text + "}}]\n";
+    }();
+    const std::string aliases = "expectations:\n - &a\n  properties: {" + Repeated("x: 1, ", 1) +
+                                "}\n" + Repeated(" - *a\n", 20'000);
+    const std::string bomb = "expectations:\n - properties: &p {" + [] {
+        std::string text;
+        for (int i = 0; i < 20'000; ++i) text += "a" + std::to_string(i) + ": b, ";
+        return text;
+    }() + "}\n" + Repeated(" - properties: *p\n", 20'000);
+    const std::string line = R"({"failure":null,"properties":{"ro.x":)";
+    Link(Path("/outside/kept"), "/d/link");
+    ASSERT_EQ(mkfifo(Path("/d/fifo").c_str(), 0600), 0);
+    MakeHole("/d/hole");
+    const struct {
+        const char* name;
+        Words words;  // and the file
+        std::string content;
+        const char* error;
+    } rows[] = {
+            {"d/hole", {"boot", "d", "--props"}, "", "d/hole: this has more than 536870912 bytes"},
+            {"/dev/zero", {"boot", "d", "--props"}, "", "/dev/zero: this has more than 536870912"},
+            {"d/link", {"boot", "d", "--props"}, "", "d/link: this is a link"},
+            {"d/fifo", {"boot", "d", "--props"}, "", "d/fifo: no regular file"},
+            {"d/hole", {"check", "d"}, "", "d/hole: this has more than 16777216 bytes"},
+            {"/dev/zero", {"check", "d"}, "", "/dev/zero: this has more than 16777216 bytes"},
+            {"d/link", {"check", "d"}, "", "d/link: this is a link"},
+            {"d/fifo", {"check", "d"}, "", "d/fifo: no regular file"},
+            {"/dev/zero",
+             {"matrix", "--merge"},
+             "",
+             "/dev/zero:1: this line has more than 67108864"},
+            {"d/hole",
+             {"matrix", "--merge"},
+             "",
+             "d/hole:1: this line has more than 67108864 bytes"},
+            {"props",
+             {"boot", "d", "--props"},
+             [] {
+                 std::string text;
+                 for (int i = 0; i < 100'002; ++i) text += "a" + std::to_string(i) + "=\n";
+                 return text;
+             }(),
+             "more than 100000 properties"},
+            {"deep.yaml", {"check", "d"}, deep, "deep.yaml:1:"},
+            {"wide.yaml",
+             {"check", "d"},
+             "[" + Repeated("a,", 4'000'000) + "]",
+             "more than 1000000 nodes"},
+            {"bomb.yaml", {"check", "d"}, bomb, "more than 1000000 nodes"},
+            {"patterns.yaml", {"check", "d"}, patterns, "more than 2048 regular expressions"},
+            {"repeats.yaml",
+             {"check", "d"},
+             "expectations: [{properties: {a: {matches: '((a{100}){100}){100}'}}}]\n",
+             "is no regular expression"},
+            {"deep.json", {"matrix", "--merge"}, line + deep, "nested more than 64 deep"},
+            {"wide.json",
+             {"matrix", "--merge"},
+             line + "[" + Repeated("0,", 5'000'000) + "0]}}",
+             "more than 4000000 values"},
+            {"deep.json",
+             {"lint", "d", "--baseline"},
+             R"({"format":)" + deep,
+             "deep.json: this is nested more than 64 deep"},
+            {"odd.json",
+             {"matrix", "--merge"},
+             R"({"summary": {"variants": [], "properties": [{"name": "a", "values": [3]}]}})",
+             "not a line of extprop matrix --json"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.words[0]) + " " + row.name);
+        if (!row.content.empty()) Write(std::string("/") + row.name, row.content);
+        Words words = row.words;
+        words.emplace_back(row.name);
+        const Output output = RunWords(words);
+        EXPECT_EQ(output.status, 2);
+        EXPECT_THAT(output.err, HasSubstr(row.error));
+    }
+    Write("/aliases.yaml", aliases);
+    EXPECT_EQ(RunWords({"check", "d", "aliases.yaml"}).status, 1);
+}
+
+TEST_F(StrangersTest, VariantsAreCountedBeforeTheyAreMade) {
+    MakeAxes();
+    const std::string axes = "region,sim-first,sim-current,channel";
+    Write("/e.yaml",
+          "expectations:\n- variants: {region: '*', sim-first: '*', sim-current: '*', channel: "
+          "'*'}\n  properties: {ro.a: '1'}\n");
+    for (const Words& words : {Words{"check", "d", "e.yaml"}, Words{"matrix", "d", "--over", axes},
+                               Words{"matrix", "d", "--over", axes, "--list"},
+                               Words{"matrix", "d", "d", "--over", axes}}) {
+        const Output output = RunWords(words);
+        EXPECT_EQ(output.status, 2);
+        EXPECT_THAT(output.err, HasSubstr("more than 100000 variants"));
+    }
+    // What is left out does not count.
+    const Output list = RunWords({"matrix", "d", "--over", axes, "--only", "channel=v1", "--only",
+                                  "sim-current=v2", "--list", "--json"});
+    EXPECT_EQ(list.status, 0);
+    EXPECT_EQ(json::parse(list.out)["variants"].size(), 251 * 251);
+}
+
+TEST_F(StrangersTest, BootsEndAtTheirLimits) {
+    constexpr size_t kSaid = 300;
+    const auto expect_limit = [&](const std::string& limit, std::vector<Words> commands) {
+        for (Words& words : commands) {
+            words.insert(words.end(), {"--timeout", "900"});
+            const Output output = RunWords(words);
+            EXPECT_EQ(output.status, 3) << words[0];
+            const std::string said = output.err.empty() ? output.out : output.err;
+            EXPECT_TRUE(std::regex_search(said.substr(said.size() - std::min(said.size(), kSaid)),
+                                          std::regex("stopped at a limit, " + limit)))
+                    << words[0];
+        }
+    };
+    const auto import_twice = [&](int levels, const std::string& content) {
+        fs::remove_all(Path("/d/odm"));
+        for (int i = 0; i < levels; ++i) {
+            const std::string next = "import /odm/" + std::to_string(i + 1) + ".prop\n";
+            Write("/d/odm/" + (i == 0 ? "build" : std::to_string(i)) + ".prop",
+                  content + next + next);
+        }
+    };
+    import_twice(34, "ro.a=1\n");
+    expect_limit("[0-9]+ opened files",
+                 {{"boot", "d", "early", "--json"}, {"matrix", "d", "early"}});
+    import_twice(10, "ro.a=" + std::string(8 << 20, 'a') + "\n");
+    expect_limit("[0-9]+ bytes", {{"boot", "d", "early"}, {"explain", "d", "--all", "early"}});
+    // The library's own crash stays what it is on the phone.
+    Write("/d/odm/build.prop", "import /odm/build.prop\n");
+    EXPECT_THAT(RunWords({"boot", "d", "early"}).err, HasSubstr("crashed with SIGSEGV"));
+}
+
+TEST_F(StrangersTest, WhatIsToldIsPrintable) {
+    const std::string evil = kEvil;
+    std::string name = evil;
+    name.erase(std::remove(name.begin(), name.end(), '/'), name.end());
+    Write("/d/odm/" + name + ".prop", "nothing\n");
+    Write("/d/odm/build.prop",
+          "import /odm/" + android::base::StringReplace(name, "\n", "", true) +
+                  ".prop\n::error::x=1\nro.b=::error ::\x1b\n" +
+                  "ro.html=</script><script>alert(1)</script>\"'<&>##vso[task.x]\xc2\x9b\n");
+    Write("/d/my_" + name + ".img", "no image");
+    Write("/" + name, "ro.a\n");
+    const std::string quoted = "\"\\e[2J\\n::error ::\\x9b\\r\"";
+    Write("/e.yaml", quoted + ": 1\nexpectations:\n- " + quoted + ": 1\n  name: " + quoted +
+                             "\n  variants: {" + quoted + ": 1}\n  properties: {" + quoted +
+                             ": 1, a: {matches: " + quoted + "}, b: {" + quoted + ": 1}}\n");
+    Write("/good.yaml", "expectations:\n- name: " + quoted + "\n  variants: [{region: " + quoted +
+                                "}, {}]\n  properties: {ro.html: " + quoted + "}\n");
+    Write("/line.json", "{\"variant\": {\"" + evil + "\": 1}}\n");
+    for (const Words& words : {
+                 Words{"boot", "d", "early"},
+                 Words{"boot", "d", "early", "-v"},
+                 Words{"boot", "d", "early", "--json"},
+                 Words{"boot", evil},
+                 Words{"boot", "d", evil},
+                 Words{"boot", "d", "early:" + evil},
+                 Words{"boot", "d", "--" + evil},
+                 Words{"boot", "d", "--slot", evil},
+                 Words{"boot", "d", "--set", evil},
+                 Words{"boot", "d", "--set", evil + "=" + evil},
+                 Words{"boot", "d", "--edit", "/" + evil + ":a=b"},
+                 Words{"boot", "d", "--props", evil},
+                 Words{"boot", "d", "--props", name},
+                 Words{"boot", "d", "--html", "none/" + evil},
+                 Words{evil},
+                 Words{"explain", "d", evil},
+                 Words{"explain", "d", "--all"},
+                 Words{"explain", "d", "--all", "--json"},
+                 Words{"diff", "d", "--a", "early:/odm", "--b", "early:/none"},
+                 Words{"lint", "d"},
+                 Words{"lint", "d", "--json"},
+                 Words{"lint", "d", "--sarif", "/dev/stdout"},
+                 Words{"check", "d", "e.yaml"},
+                 Words{"check", "d", "good.yaml", "--junit", "/dev/stdout"},
+                 Words{"check", "d", "good.yaml", "--json"},
+                 Words{"check", "d", evil},
+                 Words{"matrix", "d", "::*", "early:/odm"},
+                 Words{"matrix", "d", "--over", evil},
+                 Words{"matrix", "d", "--only", "region=" + evil},
+                 Words{"matrix", "--merge", "line.json"},
+                 Words{"matrix", "--merge", evil},
+         }) {
+        SCOPED_TRACE(testing::PrintToString(words));
+        RunWords(words);
+    }
+    const Output page = RunWords({"boot", "d", "early", "--html", "page.html"});
+    EXPECT_THAT(Content("/page.html"), Not(HasSubstr("</script><script>alert")));
+    EXPECT_THAT(RunWords({"boot", "d", "early"}).out, Not(HasSubstr("##vso[")));
+}
+
+}  // namespace
