@@ -56,7 +56,7 @@ mode_t Reachable(mode_t mode) {
 
 // Of all processes that have the layer.
 struct PrivateLayer::Shared {
-    std::atomic<uint64_t> changes;  // of which directories are there
+    std::atomic<uint64_t> changes;
 };
 
 bool PrivateLayer::Attributes::operator==(const Attributes& other) const {
@@ -84,9 +84,10 @@ PrivateLayer::~PrivateLayer() {
 
 // Whether the directory is there whole.
 bool PrivateLayer::HasDirectory(const std::string& path) const {
-    const uint64_t changes = shared_->changes;
-    if (changes != known_at_) known_.clear();
-    known_at_ = changes;
+    if (const uint64_t now = changes(); now != known_at_) {
+        known_.clear();
+        known_at_ = now;
+    }
     const auto [known, is_new] = known_.try_emplace(path);
     if (is_new) {
         // What lies below one that is not there is not, either.
@@ -97,8 +98,12 @@ bool PrivateLayer::HasDirectory(const std::string& path) const {
     return known->second;
 }
 
-// Tells other processes, too, that other directories are there now.
-void PrivateLayer::Forget() const {
+uint64_t PrivateLayer::changes() const {
+    return shared_->changes;
+}
+
+// Tells other processes, too, that other directories or links are there now.
+void PrivateLayer::Changed() const {
     ++shared_->changes;
 }
 
@@ -231,7 +236,7 @@ long PrivateLayer::Shadow(const std::string& directory) {
     SetPlayed(unfinished, {status.st_mode, status.st_uid, status.st_gid});
     const long done =
             Kernel(SYS_renameat2, at, unfinished.c_str(), at, Upper(directory).c_str(), 0);
-    Forget();
+    Changed();
     return done;
 }
 
@@ -317,13 +322,15 @@ long PrivateLayer::MakeDirectory(const std::string& path, mode_t mode) {
     const long made = Kernel(SYS_mkdirat, directory_.get(), upper.c_str(),
                              Reachable(S_IFDIR | (mode & 01777)));
     if (made == 0) SetPlayedMode(upper, mode);
-    Forget();
+    Changed();
     return made;
 }
 
 long PrivateLayer::MakeLink(const std::string& path, const std::string& target) {
     if (long error = Shadow(ParentOf(path)); error < 0) return error;
-    return Kernel(SYS_symlinkat, target.c_str(), directory_.get(), Upper(path).c_str());
+    const long made = Kernel(SYS_symlinkat, target.c_str(), directory_.get(), Upper(path).c_str());
+    Changed();
+    return made;
 }
 
 long PrivateLayer::Remove(const std::string& path, bool directory) {
@@ -335,7 +342,7 @@ long PrivateLayer::Remove(const std::string& path, bool directory) {
     const long error =
             Kernel(SYS_unlinkat, directory_.get(), upper.c_str(), directory ? AT_REMOVEDIR : 0);
     if (error == 0) Kernel(SYS_unlinkat, directory_.get(), PlayedPath(status).c_str(), 0);
-    Forget();
+    Changed();
     return error;
 }
 

@@ -59,6 +59,9 @@ class PrivateLayer : public Tree {
     long FindFifo(const std::string* path, std::string* place);
     int directory() const { return directory_.get(); }
 
+    // How often the directories and links have changed so far, by whatever process.
+    uint64_t changes() const;
+
     // Makes the regular file a block device: it loses what is left over of 512 bytes, and keeps its
     // size when it is opened for output.
     long MakeBlockDevice(const std::string& path);
@@ -78,7 +81,7 @@ class PrivateLayer : public Tree {
 
     bool HasDirectory(const std::string& path) const;
     bool IsOwn(const std::string& path, struct stat* status) const;
-    void Forget() const;
+    void Changed() const;
 
     bool GetPlayed(struct stat* status) const;
     long SetPlayed(const std::string& place, const Attributes& attributes) const;
@@ -99,11 +102,11 @@ class PrivateLayer : public Tree {
 
     const Tree& original_;
     android::base::unique_fd directory_;
-    // Which directories are there whole, as long as no process has changed that.
     struct Shared;
     Shared* shared_;
-    mutable uint64_t known_at_ = 0;
+    // Which directories are there whole, as long as there are so many changes.
     mutable std::unordered_map<std::string, bool> known_;
+    mutable uint64_t known_at_ = 0;
     std::set<std::string> block_devices_;
     uint64_t copied_ = 0;  // bytes, by this process and those it comes from
     States seen_;          // what was different from the original when it was last asked

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
@@ -69,18 +70,42 @@ void View::EnterMounts(int* mount, std::string* path) const {
     }
 }
 
+// Returns where the directory of an absolute path was found, or null. Puts in by what it is to be
+// remembered then.
+const View::Way* View::KnownWay(const std::string& directory, std::string* key) const {
+    constexpr size_t kMostWays = 1024;
+    const uint64_t now = layer_->changes() + mounts_.size();
+    if (now != ways_at_ || ways_.size() >= kMostWays) ways_.clear();
+    ways_at_ = now;
+    const auto known = ways_.find(directory);
+    if (known != ways_.end()) return &known->second;
+    *key = directory;
+    return nullptr;
+}
+
 long View::Walk(const Start& start, std::string_view path, Last last, Entry* entry) const {
     if (path.empty()) return -ENOENT;
     if (path.size() >= PATH_MAX) return -ENAMETOOLONG;
     std::string rest(path);
     Start at = rest[0] == '/' ? Start() : start;
-    for (int links = 0;;) {
+    int links = 0;
+    std::string directory;  // of an absolute path, while it is not known
+    if (rest.front() == '/' && rest.back() != '/') {
+        const Way* known = KnownWay(rest.substr(0, rest.rfind('/')), &directory);
+        if (known != nullptr) {
+            at = known->directory;
+            links = known->links;
+            rest.erase(0, rest.rfind('/'));
+        }
+    }
+    while (true) {
         const size_t begin = std::min(rest.find_first_not_of('/'), rest.size());
         const size_t end = std::min(rest.find('/', begin), rest.size());
         const std::string name = rest.substr(begin, end - begin);
         rest.erase(0, end);
         const bool is_last = rest.find_first_not_of('/') == std::string::npos;
         if (name.size() > NAME_MAX) return -ENAMETOOLONG;
+        if (is_last && !directory.empty()) ways_[std::exchange(directory, "")] = {at, links};
         if (name == "..") {
             std::string above = at.path;
             while (at.mount != 0 && above == mounts_[at.mount].root) {

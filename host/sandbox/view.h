@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "directory_tree.h"
@@ -120,9 +121,16 @@ class View {
         std::string root;  // the part of the tree that is shown
     };
 
+    // Where the directory of a path was found, and how many links led there.
+    struct Way {
+        Start directory;
+        int links;
+    };
+
     // What becomes of a link or a mount that a path ends in.
     enum Last { kFollow, kLinkItself, kPlaceItself };
 
+    const Way* KnownWay(const std::string& directory, std::string* key) const;
     long Walk(const Start& start, std::string_view path, Last last, Entry* entry) const;
     long Look(int mount, const std::string& path, Entry* entry) const;
     void EnterMounts(int* mount, std::string* path) const;
@@ -137,6 +145,9 @@ class View {
     std::shared_ptr<PrivateLayer> layer_;             // over the device directory
     std::vector<std::shared_ptr<const Tree>> trees_;  // the first is the layer
     std::vector<Mount> mounts_;                       // the first is the root
+    // By absolute paths, as long as there are so many changes.
+    mutable std::unordered_map<std::string, Way> ways_;
+    mutable uint64_t ways_at_ = 0;
     mutable std::mutex mutex_;
 };
 
