@@ -1,6 +1,7 @@
 // Lines of anybody that are put together: a summary, or what is wrong.
 
 #include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 #include "fuzz_input.h"
 #include "matrix/lines.h"

@@ -260,7 +260,7 @@ TEST_F(SandboxTest, LedCallsDoWhatTheKernelDoes) {
 // What is mounted over the root is seen by a bind of the root, and not by paths.
 TEST_F(SandboxTest, ABindOfTheRootTakesWhatIsMountedOverIt) {
     if (geteuid() != 0) GTEST_SKIP() << "there is no root of the kernel's to compare with";
-    const auto said = [this](const auto& root) {
+    const auto said = [](const auto& root) {
         const TemporaryFile out;
         EXPECT_TRUE(root.Run([&] {
                             std::string lines;
