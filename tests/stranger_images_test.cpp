@@ -12,6 +12,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include <android-base/unique_fd.h>
@@ -32,6 +33,19 @@ constexpr uid_t kNobody = 65534;
 
 class StrangerImagesTest : public StrangerTest {
   protected:
+    // Nothing is to be left in the working directory, either.
+    Output RunWords(const Words& words, uid_t user = 0) {
+        const auto names = [this] {
+            std::set<std::string> names;
+            for (const auto& entry : fs::directory_iterator(Path(""))) names.insert(entry.path());
+            return names;
+        };
+        const std::set<std::string> before = names();
+        const Output output = StrangerTest::RunWords(words, user);
+        EXPECT_EQ(names(), before);
+        return output;
+    }
+
     // Makes an image of what lies in /files, and forgets that.
     void MakeImage(const std::string& format, const std::string& path) const {
         Shell(format == "ext4" ? "mke2fs -q -t ext4 -F -O ^metadata_csum -d files raw 2M"

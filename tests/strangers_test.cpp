@@ -1,5 +1,4 @@
-// Devices, dumps and expectations of strangers: whatever is in them, nothing outside changes, no
-// character of theirs moves a terminal or begins a line, and the tool ends soon and small.
+// Dumps, expectations and words of strangers.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -17,7 +16,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "tool.h"
+#include "stranger.h"
 
 namespace {
 
@@ -26,77 +25,10 @@ using nlohmann::json;
 using testing::HasSubstr;
 using testing::Not;
 
-using Words = std::vector<std::string>;
-
 constexpr char kEvil[] = "\x1b[2J\r\n::error ::\xc2\x9b\xe2\x80\xae\x7f\xff";
-constexpr off_t kHole = off_t{3} << 30;
 
-class StrangersTest : public ToolTest {
+class StrangersTest : public StrangerTest {
   protected:
-    StrangersTest() {
-        Write("/outside/kept", "kept");
-        Write("/d/odm/build.prop", "ro.a=1\n");
-    }
-
-    // Runs the tool with exactly these words and holds it to what is promised of any input.
-    Output RunWords(const Words& words) {
-        const TemporaryFile out, err;
-        const pid_t pid = fork();
-        if (pid == 0) {
-            dup2(out.fd, STDOUT_FILENO);
-            dup2(err.fd, STDERR_FILENO);
-            std::vector<char*> arguments = {const_cast<char*>(EXTPROP)};
-            for (const std::string& word : words) {
-                arguments.push_back(const_cast<char*>(word.c_str()));
-            }
-            arguments.push_back(nullptr);
-            if (chdir(Path("").c_str()) == 0) execv(EXTPROP, arguments.data());
-            _exit(EXIT_FAILURE);
-        }
-        int status = 0;
-        rusage used{};
-        for (int tenths = 0; wait4(pid, &status, WNOHANG, &used) == 0; ++tenths) {
-            if (tenths == kLongest * 10) kill(pid, SIGKILL);
-            usleep(100'000);
-        }
-        EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
-        if (!kIsSanitized) {
-            EXPECT_LT(used.ru_maxrss, 1'500'000) << "KiB";
-        }
-
-        Output output{WEXITSTATUS(status), "", ""};
-        android::base::ReadFileToString(out.path, &output.out);
-        android::base::ReadFileToString(err.path, &output.err);
-        for (const std::string* text : {&output.out, &output.err}) {
-            static const std::regex unprintable(
-                    "[\x01-\x09\x0b-\x1f\x7f]|\xc2[\x80-\x9f]|\xe2\x80[\xa8-\xae]|(^|\n) *::");
-            EXPECT_FALSE(std::regex_search(*text, unprintable)) << *text;
-        }
-        for (const std::string& line : android::base::Split(output.err, "\n")) {
-            EXPECT_THAT(line, testing::AnyOf("", testing::StartsWith("extprop: ")));
-        }
-        EXPECT_EQ(Content("/outside/kept"), "kept");
-        EXPECT_EQ(std::distance(fs::directory_iterator(Path("/outside")), {}), 1);
-        return output;
-    }
-
-    std::string Content(const std::string& path) const {
-        std::string content;
-        android::base::ReadFileToString(Path(path), &content, true);
-        return content;
-    }
-
-    void Link(const std::string& target, const std::string& path) const {
-        fs::create_directories(fs::path(Path(path)).parent_path());
-        fs::create_symlink(target, Path(path));
-    }
-
-    // A file of 3 GB that takes no room.
-    void MakeHole(const std::string& path) const {
-        Write(path, "");
-        ASSERT_EQ(truncate(Path(path).c_str(), kHole), 0);
-    }
-
     // 250 values on each of four axes.
     void MakeAxes() const {
         for (int i = 0; i < 250; ++i) {
@@ -108,15 +40,6 @@ class StrangersTest : public ToolTest {
             fs::create_directories(Path("/d/mnt/vendor/my_product/cust/" + value));
         }
     }
-
-    static constexpr int kLongest = 300;  // seconds; on a machine of its own each takes a few
-#if defined(__SANITIZE_ADDRESS__)
-    static constexpr bool kIsSanitized = true;
-#elif defined(__has_feature)
-    static constexpr bool kIsSanitized = __has_feature(address_sanitizer);
-#else
-    static constexpr bool kIsSanitized = false;
-#endif
 };
 
 std::string Repeated(const std::string& text, size_t times) {
@@ -155,7 +78,7 @@ TEST_F(StrangersTest, ResultsGoWhereTheyWereAskedTo) {
     ASSERT_EQ(stat(Path("/lint.sarif").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640);
     EXPECT_EQ(RunWords({"lint", "d", "--sarif", "/dev/full"}).status, 2);
-    EXPECT_EQ(std::distance(fs::directory_iterator(Path("")), {}), 5);
+    EXPECT_EQ(std::distance(fs::directory_iterator(Path("")), {}), 6);
     EXPECT_EQ(RunWords({"check", "d", "d/new.yaml", "--record"}).status, 0);
     EXPECT_EQ(RunWords({"check", "d", "d/new.yaml"}).status, 0);
 }

@@ -18,18 +18,11 @@
 
 #include "../budget.h"
 #include "../filter.h"
+#include "../sanitized.h"
 
 namespace images {
 
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kIsSanitized = false;
-#endif
 
 // What a call's argument must be; a size of 0 stands for no condition.
 struct AllowedCall {

@@ -1,10 +1,8 @@
 #include "boot/ending.h"
 
 #include <stdint.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <iterator>
 #include <new>
 
@@ -13,15 +11,6 @@
 namespace extprop {
 
 namespace {
-
-// Sanitizers have more memory than the limit to begin with.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kIsSanitized = false;
-#endif
 
 constexpr int kFirstStatus = kEditsFailed + 1;
 
@@ -43,11 +32,6 @@ void EndAt(Limit limit) {
 }
 
 void EndAtMemoryLimit() {
-    rlimit memory;
-    if (!kIsSanitized && getrlimit(RLIMIT_DATA, &memory) == 0) {
-        memory.rlim_cur = std::min<rlim_t>(memory.rlim_max, limits::kMemory);
-        setrlimit(RLIMIT_DATA, &memory);
-    }
     std::set_new_handler([] { EndAt(Limit::kMemory); });
 }
 

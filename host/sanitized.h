@@ -1,0 +1,12 @@
+// Whether this is a build for a sanitizer, whose own memory no limit goes with.
+
+#pragma once
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kIsSanitized = true;
+#elif defined(__has_feature)
+inline constexpr bool kIsSanitized =
+        __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+inline constexpr bool kIsSanitized = false;
+#endif
