@@ -28,12 +28,15 @@ inline constexpr size_t kSuperExtents = 65536;    // of all partitions of a supe
 inline constexpr uint64_t kExt4Groups = 1 << 18;  // of blocks; as many take 16 MiB of descriptors
 
 // The process that reads an image.
-inline constexpr uint64_t kReaderMemory = uint64_t{192} << 20;  // beyond what it starts with, bytes
+inline constexpr uint64_t kReaderMemory = uint64_t{256} << 20;  // beyond what it starts with, bytes
+inline constexpr uint64_t kReadersMemory = uint64_t{1} << 30;   // of all that run, in bytes
+inline constexpr size_t kReaders = 32;                          // of one device
 inline constexpr uint64_t kReaderCache = uint64_t{16} << 20;  // of what was read already, in bytes
 inline constexpr uint64_t kReaderCachedFile = uint64_t{1} << 20;  // a file kept there, in bytes
 inline constexpr int kReaderDescriptors = 1024;  // so many processes can ask at the same time
 inline constexpr int kRequestSeconds = 10;       // of processor time for one answer
 inline constexpr int kReplySeconds = 30;         // until an answer must have come
+inline constexpr int kUnpackSeconds = 1800;      // until an answer that takes unpacking
 inline constexpr int kReaderSeconds = 3600;      // of processor time in all
 
 // EROFS. Its extents are decoded as a whole, so that these bound what one file takes in memory.
@@ -43,8 +46,9 @@ inline constexpr uint64_t kErofsDecoded = 12 << 20;    // one extent decoded, in
 inline constexpr size_t kErofsOpen = 2;  // files whose extents are remembered for the next call
 
 // Archives and what is packed.
-inline constexpr size_t kArchiveMembers = 1'000'000;
+inline constexpr size_t kArchiveMembers = 300'000;
 inline constexpr size_t kArchiveNameBytes = size_t{64} << 20;     // of all members together
+inline constexpr size_t kFilesInside = 1024;                      // looked into, of an archive
 inline constexpr uint64_t kArchiveMember = uint64_t{16} << 30;    // one member, in bytes
 inline constexpr uint64_t kSpool = uint64_t{8} << 30;             // unpacked by a reader, in bytes
 inline constexpr uint64_t kPayloadManifest = uint64_t{16} << 20;  // in bytes

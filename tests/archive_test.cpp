@@ -16,10 +16,12 @@
 #include <openssl/sha.h>
 
 #include <android-base/file.h>
+#include <android-base/strings.h>
 
 #include "archives.h"
 #include "payload.h"
 #include "payload.pb.h"
+#include "reader.h"
 #include "streams.h"
 
 namespace {
@@ -111,7 +113,12 @@ class ArchiveTest : public testing::Test {
     // Everything in the archive: mode, and content, by path.
     std::map<std::string, std::string> Tree(const std::string& bytes) {
         const Memory source(bytes);
-        const auto archive = images::OpenArchive(source, &spool_);
+        const bool is_packed = images::CompressionOf(source) != nullptr;
+        const auto unpacked = is_packed ? std::make_unique<images::SpooledStream>(
+                                                  images::Unpacked(source), &spool_, 1 << 30)
+                                        : nullptr;
+        const auto archive = images::OpenArchive(
+                is_packed ? *unpacked : static_cast<const Source&>(source), &spool_);
         std::map<std::string, std::string> tree;
         if (archive == nullptr) return {{"no archive", ""}};
         const std::function<void(uint64_t, const std::string&)> walk =
@@ -250,8 +257,7 @@ TEST_F(ArchiveTest, OnlyWhatIsLookedAtIsRead) {
     }
     // Zeros take no room, however many there are.
     const std::string zeros(12'000'000, '\0');
-    Tree(Pack(archive_write_set_format_ustar, archive_write_add_filter_zstd, nullptr,
-              {{"zeros", kFile, zeros}}));
+    Tree(Zip({{"zeros", kFile, zeros}}));
     EXPECT_LT(Spooled(), 12'000'000u);
 }
 
@@ -399,6 +405,139 @@ TEST_F(ArchiveTest, ADamagedPayloadSaysWhere) {
     }
     bytes[11] = 3;
     EXPECT_THAT(fault(bytes), HasSubstr("payload: of version 3"));
+}
+
+// --- In the process that reads ------------------------------------------------------------------
+
+class PackedImagesTest : public ArchiveTest {
+  protected:
+    // An image of a file system with one file.
+    std::string Image(const std::string& content) const {
+        const std::string directory = directory_.path;
+        android::base::WriteStringToFile(content, directory + "/files/build.prop");
+        const std::string image = directory + "/image";
+        unlink(image.c_str());
+        const std::string command = "PATH=$PATH:/usr/sbin; mke2fs -q -F -t ext4 -d " + directory +
+                                    "/files " + image + " 1M";
+        EXPECT_EQ(system(command.c_str()), 0);
+        return Read(image);
+    }
+
+    PackedImagesTest() { mkdir((directory_.path + std::string("/files")).c_str(), 0755); }
+
+    std::string Read(const std::string& path) const {
+        std::string content;
+        EXPECT_TRUE(android::base::ReadFileToString(path, &content));
+        return content;
+    }
+
+    // Starts a reader of files with these contents.
+    images::Reader Open(const std::vector<std::string>& parts) const {
+        std::vector<android::base::unique_fd> files;
+        for (const std::string& part : parts) {
+            TemporaryFile file;
+            android::base::WriteStringToFile(part, file.path);
+            files.emplace_back(file.release());
+            unlink(file.path);
+        }
+        return images::Reader(std::move(files), 'a');
+    }
+
+    static uint64_t Find(const images::FileSystem& files, const std::string& name) {
+        uint64_t at = files.root();
+        for (const std::string& part : android::base::Split(name, "/")) {
+            uint64_t found = ~uint64_t{0};
+            for (const auto& [known, node] : files.List(at)) {
+                if (known == part) found = node;
+            }
+            at = found;
+        }
+        return at;
+    }
+
+    // The file's content in a volume.
+    static std::string Content(const images::Reader& reader, size_t volume) {
+        const auto files = reader.Open(volume);
+        return files->Read(Find(*files, "build.prop"), 0, 1000);
+    }
+
+    TemporaryDir directory_;
+};
+
+TEST_F(PackedImagesTest, ImagesAreReadInWhateverTheyArePacked) {
+    const std::string image = Image("ro.a=1\n");
+    for (auto* filter : {archive_write_add_filter_gzip, archive_write_add_filter_xz,
+                         archive_write_add_filter_zstd, archive_write_add_filter_lz4}) {
+        const images::Reader reader = Open({Packed(filter, image)});
+        EXPECT_EQ(reader.contained().kind, images::Kind::kFileSystem);
+        EXPECT_EQ(Content(reader, 0), "ro.a=1\n");
+    }
+
+    PayloadMaker payload;
+    payload.Add("odm", {{8, image}});
+    payload.Add("my_region", {{1, Image("ro.a=2\n")}});
+    const images::Reader update = Open({payload.Write()});
+    EXPECT_EQ(update.contained().kind, images::Kind::kPayload);
+    EXPECT_EQ(update.contained().volumes[1].name, "my_region");
+    EXPECT_EQ(Content(update, 1), "ro.a=2\n");
+
+    // Images in an archive, and in an archive in it.
+    const std::string inner = Zip({{"IMAGES/odm.img", kFile, image}});
+    const images::Reader archive =
+            Open({Zip({{"x/inner.zip", kFile, inner},
+                       {"x/payload.bin", kFile, payload.Write()},
+                       {"x/third.zip", kFile, Zip({{"inner.zip", kFile, inner}})},
+                       {"x/text", kFile, "text"}})});
+    const auto files = archive.Open(0);
+    const auto inside = archive.LookInside(0, {Find(*files, "x/inner.zip")});
+    ASSERT_EQ(inside.kind, images::Kind::kArchive);
+    const auto inner_files = archive.Open(inside.first_volume);
+    const auto odm =
+            archive.LookInside(inside.first_volume, {Find(*inner_files, "IMAGES/odm.img")});
+    EXPECT_EQ(Content(archive, odm.first_volume), "ro.a=1\n");
+    const auto partitions = archive.LookInside(0, {Find(*files, "x/payload.bin")});
+    EXPECT_EQ(Content(archive, partitions.first_volume + 1), "ro.a=2\n");
+    const auto third = archive.LookInside(0, {Find(*files, "x/third.zip")});
+    const auto third_files = archive.Open(third.first_volume);
+    EXPECT_THAT([&] { archive.LookInside(third.first_volume, {Find(*third_files, "inner.zip")}); },
+                testing::ThrowsMessage<Damage>(HasSubstr("an archive in an archive")));
+    EXPECT_THROW(archive.LookInside(odm.first_volume, {2}), Damage);
+    EXPECT_THROW(archive.LookInside(99, {2}), Damage);
+    const auto text = archive.LookInside(0, {Find(*files, "x/text")});
+    EXPECT_THROW(archive.Open(text.first_volume), Damage);
+}
+
+// The part of an image from `first` on, as a sparse image of all of it.
+std::string SparsePart(const std::string& image, uint32_t first, uint32_t blocks) {
+    const auto all = static_cast<uint32_t>(image.size() / kBlock);
+    std::string bytes;
+    const auto put = [&bytes](std::initializer_list<uint32_t> numbers) {
+        for (const uint32_t number : numbers) {
+            bytes.append(reinterpret_cast<const char*>(&number), sizeof(number));
+        }
+    };
+    put({0xed26ff3a, 1, 12 << 16 | 28, kBlock, all, 3, 0, 0xcac3, first, 12, 0xcac1, blocks,
+         static_cast<uint32_t>(12 + blocks * kBlock)});
+    bytes += image.substr(first * kBlock, blocks * kBlock);
+    put({0xcac3, all - first - blocks, 12});
+    return bytes;
+}
+
+TEST_F(PackedImagesTest, AnImageMayComeInSparseParts) {
+    const std::string image = Image("ro.a=1\n");
+    const std::string first = SparsePart(image, 0, 100), second = SparsePart(image, 100, 156);
+    EXPECT_EQ(Content(Open({first, second}), 0), "ro.a=1\n");
+    EXPECT_EQ(Content(Open({second, first}), 0), "ro.a=1\n");
+    for (const auto& [other, fault] :
+         std::vector<std::pair<std::string, const char*>>{{SparsePart(image, 99, 156), "overlap"},
+                                                          {image, "no Android sparse image"},
+                                                          {second.substr(0, 5000), "truncated"}}) {
+        EXPECT_THAT(
+                [&] {
+                    Open({first, other});
+                },
+                testing::ThrowsMessage<Damage>(HasSubstr(fault)));
+    }
 }
 
 }  // namespace

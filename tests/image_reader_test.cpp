@@ -101,6 +101,12 @@ std::map<std::string, std::string> EverythingIn(const std::string& directory) {
     return all;
 }
 
+std::vector<unique_fd> Only(unique_fd image) {
+    std::vector<unique_fd> parts;
+    parts.push_back(std::move(image));
+    return parts;
+}
+
 class ImageReaderTest : public testing::Test {
   protected:
     std::string Path(const std::string& path) const { return directory_.path + path; }
@@ -117,7 +123,7 @@ class ImageReaderTest : public testing::Test {
     }
 
     Reader Open(const std::string& name, char slot = 'a') const {
-        return Reader(unique_fd(open(Path("/" + name).c_str(), O_RDONLY | O_CLOEXEC)), slot);
+        return Reader(Only(unique_fd(open(Path("/" + name).c_str(), O_RDONLY | O_CLOEXEC))), slot);
     }
 
     // Reads everything in an image of these bytes. Returns the damage that is met.
@@ -125,7 +131,8 @@ class ImageReaderTest : public testing::Test {
         Write(Path("/damaged"), image);
         try {
             const Reader reader = Open("damaged");
-            for (size_t i = 0; i < reader.volumes().size(); ++i) Everything(*reader.Open(i));
+            for (size_t i = 0; i < reader.contained().volumes.size(); ++i)
+                Everything(*reader.Open(i));
         } catch (const Damage& damage) {
             return damage.what();
         }
@@ -480,11 +487,11 @@ TEST_F(ImageReaderTest, ASuperImageIsItsPartitions) {
     for (const char* name : {"super.img", "sparse"}) {
         for (const char slot : {'a', 'b'}) {
             const Reader reader = Open(name, slot);
-            ASSERT_EQ(reader.volumes().size(), 3u);
-            EXPECT_EQ(reader.volumes()[0].name, "my_$(id>pwn)");
-            EXPECT_EQ(reader.volumes()[0].size, raw.size());
-            EXPECT_EQ(reader.volumes()[1].size, 0u);
-            EXPECT_EQ(reader.volumes()[2].size, uint64_t{512} << 20);
+            ASSERT_EQ(reader.contained().volumes.size(), 3u);
+            EXPECT_EQ(reader.contained().volumes[0].name, "my_$(id>pwn)");
+            EXPECT_EQ(reader.contained().volumes[0].size, raw.size());
+            EXPECT_EQ(reader.contained().volumes[1].size, 0u);
+            EXPECT_EQ(reader.contained().volumes[2].size, uint64_t{512} << 20);
             const auto system = reader.Open(0);
             EXPECT_EQ(system->Read(Find(*system, "build.prop"), 0, 100), "from=super\n");
             EXPECT_THAT([&] { reader.Open(1); }, ThrowsMessage<Damage>(StartsWith("neither")));
@@ -582,15 +589,15 @@ std::string PossibleWhenConfined(uid_t user) {
     if (pid == 0) {
         const pid_t tester = getppid();
         if (user != geteuid() && setresuid(user, user, user) != 0) _exit(1);
-        if (!images::Confine(image.get(), child.get())) _exit(2);
+        if (!images::Confine({{image.get()}, child.get(), -1})) _exit(2);
         std::string possible;
         const auto attempt = [&possible](const char* name, long result) {
             if (result != -1 || errno != EPERM) possible += std::string(name) + " ";
         };
         char byte = 0;
-        attempt("pread-image", pread(images::kImage, &byte, 1, 0));
+        attempt("pread-image", pread(images::kFirstImage, &byte, 1, 0));
         attempt("pread-other", pread(images::kControl, &byte, 1, 0));
-        attempt("read", read(images::kImage, &byte, 1));
+        attempt("read", read(images::kFirstImage, &byte, 1));
         attempt("write", write(STDERR_FILENO, "", 0));
         attempt("open", open("/dev/null", O_RDONLY));
         attempt("openat2", syscall(SYS_openat2, AT_FDCWD, "/", nullptr, 0));
@@ -609,9 +616,9 @@ std::string PossibleWhenConfined(uid_t user) {
         attempt("prlimit", syscall(SYS_prlimit64, 0, 0, nullptr, nullptr));
         attempt("unshare", unshare(0));
         attempt("mount", syscall(SYS_mount, 0, 0, 0, 0, 0));
-        attempt("ioctl", syscall(SYS_ioctl, images::kImage, 0x5413, 0));
-        attempt("fcntl", fcntl(images::kImage, F_GETFD));
-        attempt("dup", dup(images::kImage));
+        attempt("ioctl", syscall(SYS_ioctl, images::kFirstImage, 0x5413, 0));
+        attempt("fcntl", fcntl(images::kFirstImage, F_GETFD));
+        attempt("dup", dup(images::kFirstImage));
         attempt("memfd_create", syscall(SYS_memfd_create, "", 0));
         attempt("io_uring_setup", syscall(SYS_io_uring_setup, 1, nullptr));
         attempt("bpf", syscall(SYS_bpf, 0, nullptr, 0));
@@ -792,7 +799,8 @@ std::string List(std::initializer_list<const char*> names) {
 
 std::string (*g_answer)(const images::Request& request);
 
-void ServeNonsense(int, int control, char) {
+void ServeNonsense(const images::Descriptors& descriptors, char) {
+    const int control = descriptors.control;
     alarm(20);
     while (true) {
         char byte, space[CMSG_SPACE(sizeof(int))];
@@ -807,9 +815,9 @@ void ServeNonsense(int, int control, char) {
         memcpy(&channel, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof(channel));
         images::Request request;
         while (recv(channel, &request, sizeof(request), 0) > 0) {
-            const bool is_first = request.question == images::Question::kVolumes;
+            const bool is_first = request.question == images::Question::kContents;
             const bool is_second = request.question == images::Question::kRoot;
-            const std::string reply = is_first    ? Reply(0, "")
+            const std::string reply = is_first    ? Reply(32, std::string(32, '\0'))
                                       : is_second ? Reply(8, std::string(8, '\1'))
                                                   : g_answer(request);
             if (reply.empty()) return;
@@ -857,7 +865,8 @@ TEST(HostileReaderTest, EveryAnswerIsChecked) {
     for (const auto& [answer, questions] : cases) {
         g_answer = answer;
         for (const auto question : questions) {
-            const Reader reader(unique_fd(open("/dev/null", O_RDONLY)), 'a', ServeNonsense);
+            const Reader reader(Only(unique_fd(open("/dev/null", O_RDONLY))), 'a',
+                                limits::kReaderMemory, ServeNonsense);
             const auto system = reader.Open(0);
             EXPECT_THROW(question(*system), Damage) << answer({}).size() << " bytes";
         }

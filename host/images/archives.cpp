@@ -6,7 +6,6 @@
 #include <string_view>
 
 #include "../budget.h"
-#include "streams.h"
 #include "tar_archive.h"
 #include "zip_archive.h"
 

@@ -1,5 +1,5 @@
-// An archive as the directories and files in it: zip, and tar whatever it is packed with. Its names
-// come from strangers, as those of an image do.
+// An archive, zip or tar, as the directories and files in it. Its names come from strangers, as
+// those of an image do.
 
 #pragma once
 

@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <android-base/file.h>
@@ -24,41 +25,45 @@ namespace images {
 
 namespace {
 
-// What a call's argument must be; a size of 0 stands for no condition.
+// What a call's argument must be: the bits of the mask make a number from `low` up to `high`.
 struct AllowedCall {
     int number;
     int argument;
-    uint32_t mask;  // of the argument's lower half
-    uint32_t value;
+    uint32_t mask;  // of the argument's lower half; 0 for no condition
+    uint32_t low, high;
 };
 
-constexpr AllowedCall kAllowed[] = {
-        {SYS_lseek, 0, UINT32_MAX, kImage},
-        {SYS_pread64, 0, UINT32_MAX, kImage},
-        // its sockets
-        {SYS_recvmsg, 0, 0, 0},
-        {SYS_sendmsg, 0, 0, 0},
-        {SYS_ppoll, 0, 0, 0},
-        {SYS_close, 0, 0, 0},
-        // its memory
-        {SYS_brk, 0, 0, 0},
-        {SYS_mmap, 2, PROT_EXEC, 0},
-        {SYS_mprotect, 2, PROT_EXEC, 0},
-        {SYS_mremap, 0, 0, 0},
-        {SYS_munmap, 0, 0, 0},
-        {SYS_madvise, 0, 0, 0},
-        // itself
-        {SYS_futex, 0, 0, 0},
-        {SYS_rt_sigreturn, 0, 0, 0},
-        {SYS_sigaltstack, 0, 0, 0},  // which a sanitizer does before an exception
-        {SYS_clock_gettime, 0, 0, 0},
-        {SYS_getrandom, 0, 0, 0},
-        {SYS_setitimer, 0, 0, 0},
-        {SYS_exit, 0, 0, 0},
-        {SYS_exit_group, 0, 0, 0},
-};
+std::vector<AllowedCall> AllowedCalls(uint32_t images) {
+    const uint32_t last = kFirstImage + images - 1;
+    return {
+            {SYS_lseek, 0, UINT32_MAX, kFirstImage, last},
+            {SYS_pread64, 0, UINT32_MAX, kSpoolFile, last},
+            {SYS_pwrite64, 0, UINT32_MAX, kSpoolFile, kSpoolFile},
+            // its sockets
+            {SYS_recvmsg, 0, 0, 0, 0},
+            {SYS_sendmsg, 0, 0, 0, 0},
+            {SYS_ppoll, 0, 0, 0, 0},
+            {SYS_close, 0, 0, 0, 0},
+            // its memory
+            {SYS_brk, 0, 0, 0, 0},
+            {SYS_mmap, 2, PROT_EXEC, 0, 0},
+            {SYS_mprotect, 2, PROT_EXEC, 0, 0},
+            {SYS_mremap, 0, 0, 0, 0},
+            {SYS_munmap, 0, 0, 0, 0},
+            {SYS_madvise, 0, 0, 0, 0},
+            // itself
+            {SYS_futex, 0, 0, 0, 0},
+            {SYS_rt_sigreturn, 0, 0, 0, 0},
+            {SYS_sigaltstack, 0, 0, 0, 0},  // which a sanitizer does before an exception
+            {SYS_clock_gettime, 0, 0, 0, 0},
+            {SYS_getrandom, 0, 0, 0, 0},
+            {SYS_setitimer, 0, 0, 0, 0},
+            {SYS_exit, 0, 0, 0, 0},
+            {SYS_exit_group, 0, 0, 0, 0},
+    };
+}
 
-std::vector<sock_filter> Filter() {
+std::vector<sock_filter> Filter(uint32_t images) {
     using filter::JumpIf;
     const auto allow = filter::Return(SECCOMP_RET_ALLOW);
     const auto refuse = filter::Return(SECCOMP_RET_ERRNO | EPERM);
@@ -68,15 +73,15 @@ std::vector<sock_filter> Filter() {
             filter::Return(SECCOMP_RET_KILL_PROCESS),
             filter::Load(offsetof(seccomp_data, nr)),
     };
-    for (const auto& [number, argument, mask, value] : kAllowed) {
+    for (const auto& [number, argument, mask, low, high] : AllowedCalls(images)) {
         if (mask == 0) {
             statements.insert(statements.end(), {JumpIf(BPF_JEQ, number, 0, 1), allow});
             continue;
         }
         statements.insert(statements.end(),
-                          {JumpIf(BPF_JEQ, number, 0, 5), filter::Load(filter::Argument(argument)),
+                          {JumpIf(BPF_JEQ, number, 0, 6), filter::Load(filter::Argument(argument)),
                            filter::Statement(BPF_ALU | BPF_AND | BPF_K, mask),
-                           JumpIf(BPF_JEQ, value, 0, 1), allow, refuse});
+                           JumpIf(BPF_JGE, low, 0, 2), JumpIf(BPF_JGT, high, 1, 0), allow, refuse});
     }
     statements.push_back(refuse);
     return statements;
@@ -89,16 +94,16 @@ uint64_t AddressSpace() {
     return strtoull(pages.c_str(), nullptr, 10) * sysconf(_SC_PAGESIZE);
 }
 
-bool SetLimits() {
+bool SetLimits(uint64_t memory) {
     const struct {
         __rlimit_resource resource;
         uint64_t limit;
     } limits[] = {
             // A sanitizer's own memory is most of the address space.
-            {RLIMIT_AS, kIsSanitized ? RLIM_INFINITY : AddressSpace() + limits::kReaderMemory},
+            {RLIMIT_AS, kIsSanitized ? RLIM_INFINITY : AddressSpace() + memory},
             {RLIMIT_CORE, 0},
             {RLIMIT_CPU, limits::kReaderSeconds},
-            {RLIMIT_FSIZE, 0},
+            {RLIMIT_FSIZE, limits::kSpool},
             {RLIMIT_NOFILE, limits::kReaderDescriptors},
             {RLIMIT_NPROC, 0},
     };
@@ -113,28 +118,37 @@ bool SetLimits() {
 
 }  // namespace
 
-bool Confine(int image, int control) {
+bool Confine(const Descriptors& descriptors) {
     setsid();  // what a terminal sends to the tool is not for this
     for (int number = 1; number < NSIG; ++number) signal(number, SIG_DFL);
     sigset_t none;
     sigemptyset(&none);
-    if (sigprocmask(SIG_SETMASK, &none, nullptr) != 0 || !SetLimits()) return false;
-
-    // Out of each other's way first.
-    constexpr int kFirstFree = 3;
-    image = fcntl(image, F_DUPFD, kFirstFree);
-    control = fcntl(control, F_DUPFD, kFirstFree);
-    if (image == -1 || control == -1) return false;
-    // Nothing that libc might say in an emergency gets anywhere; a sanitizer's words do.
-    if (dup2(image, kImage) == -1 || dup2(control, kControl) == -1 ||
-        (!kIsSanitized && dup2(image, STDERR_FILENO) == -1)) {
+    if (sigprocmask(SIG_SETMASK, &none, nullptr) != 0 || !SetLimits(descriptors.memory))
         return false;
+
+    std::vector<std::pair<int, int>> kept = {{descriptors.control, kControl},
+                                             {descriptors.spool, kSpoolFile}};
+    for (const int image : descriptors.images) {
+        kept.emplace_back(image, kFirstImage + static_cast<int>(kept.size()) - 2);
     }
-    if (syscall(SYS_close_range, kFirstFree, UINT_MAX, 0) != 0) {
+    const int first_free = kept.back().second + 1;
+    // Out of each other's way first.
+    for (auto& [from, to] : kept) {
+        if (from == -1) continue;
+        from = fcntl(from, F_DUPFD, first_free);
+        if (from == -1) return false;
+    }
+    for (const auto& [from, to] : kept) {
+        if (from == -1 ? close(to) != 0 && errno != EBADF : dup2(from, to) == -1) return false;
+    }
+    // Nothing that libc might say in an emergency gets anywhere; a sanitizer's words do.
+    if (!kIsSanitized && dup2(kFirstImage, STDERR_FILENO) == -1) return false;
+    close(STDOUT_FILENO);
+    if (syscall(SYS_close_range, first_free, UINT_MAX, 0) != 0) {
         if (errno != ENOSYS) return false;
-        for (int fd = kFirstFree; fd < sysconf(_SC_OPEN_MAX); ++fd) close(fd);
+        for (int fd = first_free; fd < sysconf(_SC_OPEN_MAX); ++fd) close(fd);
     }
-    return filter::Install(Filter());
+    return filter::Install(Filter(static_cast<uint32_t>(descriptors.images.size())));
 }
 
 }  // namespace images

@@ -124,8 +124,8 @@ class FullPayload : public Payload {
         CheckIsFull();
     }
 
-    std::vector<PayloadPartition> partitions() const override {
-        std::vector<PayloadPartition> partitions;
+    std::vector<Volume> partitions() const override {
+        std::vector<Volume> partitions;
         for (const payload::Partition& partition : manifest_.partitions()) {
             partitions.push_back({partition.name(), partition.new_info().size()});
         }

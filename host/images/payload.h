@@ -13,17 +13,12 @@
 
 namespace images {
 
-struct PayloadPartition {
-    std::string name;
-    uint64_t size;  // in bytes
-};
-
 class Payload {
   public:
     virtual ~Payload() = default;
 
     // In the order of the manifest.
-    virtual std::vector<PayloadPartition> partitions() const = 0;
+    virtual std::vector<Volume> partitions() const = 0;
 
     // Unpacks a partition to the spool and returns its content, all checksums compared. Throws
     // Damage.

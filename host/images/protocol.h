@@ -16,8 +16,9 @@
 namespace images {
 
 enum class Question : uint32_t {
-    kVolumes,  // of the whole image
-    kRoot,     // the root directory's node
+    kContents,  // of the whole image
+    kInside,    // of files of an archive, whose nodes follow the request
+    kRoot,      // the root directory's node
     kLook,
     kList,
     kRead,  // a file's content
@@ -32,7 +33,11 @@ struct Request {
     uint64_t size;    // of the answer's part, at most
 };
 
-enum class Outcome : uint32_t { kDone, kDamage };
+enum class Outcome : uint32_t {
+    kDone,
+    kDamage,
+    kWorking,  // a reply comes later; the size is what was unpacked so far, in bytes
+};
 
 // What a packet starts with; bytes of the answer follow, or what the damage is.
 struct ReplyHeader {
@@ -40,6 +45,8 @@ struct ReplyHeader {
     uint32_t reserved;
     uint64_t size;  // of the whole answer
 };
+
+constexpr size_t kMostParts = 64;  // of a split image
 
 constexpr size_t kPacketBytes = 64 * 1024;  // of an answer in one packet
 

@@ -4,6 +4,7 @@
 #include "reader.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -15,6 +16,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <mutex>
 #include <stdexcept>
 #include <type_traits>
@@ -30,6 +32,8 @@ using android::base::unique_fd;
 using sandbox::Kernel;
 
 namespace {
+
+void (*g_show_progress)(uint64_t unpacked_bytes) = nullptr;
 
 constexpr char kNonsense[] = "the process that reads it answers nonsense";
 
@@ -60,22 +64,30 @@ struct Connection {
 
 class Reader::Process {
   public:
-    Process(unique_fd image, char slot, ServeFunction* serve);
+    Process(const std::vector<unique_fd>& parts, char slot, uint64_t memory, ServeFunction* serve);
     ~Process();
     Process& operator=(Process&&) = delete;
 
     // Returns a part of an answer, up to the request's size, and the whole's size.
-    std::string Ask(const Request& request, uint64_t* whole) const;
+    std::string Ask(const Request& request, uint64_t* whole,
+                    const std::vector<uint64_t>& nodes = {}) const;
 
     // Returns a whole answer of at most `most` bytes.
-    std::string AskAll(Question question, uint32_t volume, uint64_t node, uint64_t most) const;
+    std::string AskAll(Question question, uint32_t volume, uint64_t node, uint64_t most,
+                       const std::vector<uint64_t>& nodes = {}) const;
 
-    std::vector<Volume> volumes;
+    // Asks for what a file holds.
+    Contained AskContained(Question question, uint32_t volume,
+                           const std::vector<uint64_t>& nodes) const;
+
+    Contained contained;
 
   private:
     Connection* Own() const;
     bool Connect(Connection* connection) const;
-    std::string Exchange(Connection* connection, const Request& request, size_t* size) const;
+    std::string Exchange(Connection* connection, const Request& request,
+                         const std::vector<uint64_t>& nodes, size_t* size) const;
+    std::string Await(Connection* connection, size_t* size) const;
     std::string HowItEnded() const;
 
     pid_t starter_;
@@ -84,7 +96,17 @@ class Reader::Process {
     mutable std::atomic<Connection*> connection_{nullptr};
 };
 
-Reader::Process::Process(unique_fd image, char slot, ServeFunction* serve) : starter_(getpid()) {
+// Returns a temporary file without a name, or nothing if there is no room for one.
+unique_fd TemporaryFile() {
+    std::error_code error;
+    const std::string directory = std::filesystem::temp_directory_path(error);
+    return unique_fd(
+            open(error ? "/tmp" : directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+}
+
+Reader::Process::Process(const std::vector<unique_fd>& parts, char slot, uint64_t memory,
+                         ServeFunction* serve)
+        : starter_(getpid()) {
     if (!filter::IsPossible()) {
         throw std::runtime_error(
                 "images cannot be read: the kernel has no filters for system "
@@ -96,9 +118,12 @@ Reader::Process::Process(unique_fd image, char slot, ServeFunction* serve) : sta
     }
     control_.reset(ends[0]);
     const unique_fd other(ends[1]);
+    const unique_fd spool = TemporaryFile();
     pid_ = fork();
     if (pid_ == 0) {
-        serve(image.get(), other.get(), slot);
+        Descriptors descriptors = {{}, other.get(), spool.get(), memory};
+        for (const unique_fd& part : parts) descriptors.images.push_back(part.get());
+        serve(descriptors, slot);
         _exit(0);
     }
     if (pid_ == -1) {
@@ -166,15 +191,33 @@ bool Reader::Process::Connect(Connection* connection) const {
 
 // Puts the reply into the connection's packet. Returns what went wrong.
 std::string Reader::Process::Exchange(Connection* connection, const Request& request,
-                                      size_t* size) const {
+                                      const std::vector<uint64_t>& nodes, size_t* size) const {
     if (connection->socket < 0 && !Connect(connection)) return HowItEnded();
-    iovec data = {const_cast<Request*>(&request), sizeof(request)};
+    iovec data[] = {{const_cast<Request*>(&request), sizeof(request)},
+                    {const_cast<uint64_t*>(nodes.data()), nodes.size() * sizeof(uint64_t)}};
     msghdr message = {};
-    message.msg_iov = &data;
-    message.msg_iovlen = 1;
-    if (Kernel(SYS_sendmsg, connection->socket, &message, MSG_NOSIGNAL) != sizeof(request)) {
+    message.msg_iov = data;
+    message.msg_iovlen = std::size(data);
+    const auto sent = static_cast<long>(data[0].iov_len + data[1].iov_len);
+    if (Kernel(SYS_sendmsg, connection->socket, &message, MSG_NOSIGNAL) != sent) {
         return HowItEnded();
     }
+    const int64_t deadline = Milliseconds() + int64_t{limits::kUnpackSeconds} * 1000;
+    while (true) {
+        std::string failed = Await(connection, size);
+        if (!failed.empty() || connection->packet.header.outcome != Outcome::kWorking) {
+            return failed;
+        }
+        if (Milliseconds() > deadline) {
+            return "unpacking takes longer than " + std::to_string(limits::kUnpackSeconds) +
+                   " seconds";
+        }
+        if (g_show_progress != nullptr) g_show_progress(connection->packet.header.size);
+    }
+}
+
+// Puts the next packet that comes into the connection's. Returns what went wrong.
+std::string Reader::Process::Await(Connection* connection, size_t* size) const {
     const int64_t deadline = Milliseconds() + int64_t{limits::kReplySeconds} * 1000;
     while (true) {
         const int64_t left = std::max<int64_t>(deadline - Milliseconds(), 0);
@@ -188,7 +231,10 @@ std::string Reader::Process::Exchange(Connection* connection, const Request& req
         }
         break;
     }
-    data = {&connection->packet, sizeof(connection->packet)};
+    iovec data = {&connection->packet, sizeof(connection->packet)};
+    msghdr message = {};
+    message.msg_iov = &data;
+    message.msg_iovlen = 1;
     const long received = Kernel(SYS_recvmsg, connection->socket, &message, MSG_DONTWAIT);
     if (received <= 0) return HowItEnded();
     if (received < static_cast<long>(sizeof(ReplyHeader))) return kNonsense;
@@ -196,12 +242,15 @@ std::string Reader::Process::Exchange(Connection* connection, const Request& req
     return "";
 }
 
-std::string Reader::Process::Ask(const Request& request, uint64_t* whole) const {
+std::string Reader::Process::Ask(const Request& request, uint64_t* whole,
+                                 const std::vector<uint64_t>& nodes) const {
     Connection* connection = Own();
     const std::lock_guard<std::mutex> lock(connection->mutex);
     size_t size = 0;
     // After a failure the next reply could be one to an earlier request.
-    if (connection->failed.empty()) connection->failed = Exchange(connection, request, &size);
+    if (connection->failed.empty()) {
+        connection->failed = Exchange(connection, request, nodes, &size);
+    }
     if (!connection->failed.empty()) throw Damage(connection->failed);
     const auto& [header, bytes] = connection->packet;
     if (header.outcome != Outcome::kDone) {
@@ -214,17 +263,38 @@ std::string Reader::Process::Ask(const Request& request, uint64_t* whole) const 
 }
 
 std::string Reader::Process::AskAll(Question question, uint32_t volume, uint64_t node,
-                                    uint64_t most) const {
+                                    uint64_t most, const std::vector<uint64_t>& nodes) const {
     std::string answer;
     uint64_t whole = 0;
     do {
-        const std::string part = Ask({question, volume, node, answer.size(), kPacketBytes}, &whole);
+        const std::string part =
+                Ask({question, volume, node, answer.size(), kPacketBytes}, &whole, nodes);
         answer += part;
         if (whole > most || (part.size() < kPacketBytes && answer.size() < whole)) {
             throw Damage(kNonsense);
         }
     } while (answer.size() < whole);
     return answer;
+}
+
+Contained Reader::Process::AskContained(Question question, uint32_t volume,
+                                        const std::vector<uint64_t>& nodes) const {
+    constexpr uint64_t kMostName = 256;
+    const std::string answer = AskAll(question, volume, nodes.empty() ? 0 : nodes[0],
+                                      limits::kSuperPartitions * (kMostName + 16), nodes);
+    Parser parser(answer);
+    const uint64_t kind = parser.Number();
+    if (kind > static_cast<uint64_t>(Kind::kArchive)) throw Damage(kNonsense);
+    Contained contained = {static_cast<Kind>(kind), parser.Number(), {}};
+    while (!parser.is_done()) {
+        std::string name = parser.Text();
+        contained.volumes.push_back({std::move(name), parser.Number()});
+    }
+    if (contained.volumes.empty() && contained.kind != Kind::kSuper &&
+        contained.kind != Kind::kPayload) {
+        throw Damage(kNonsense);
+    }
+    return contained;
 }
 
 std::string Reader::Process::HowItEnded() const {
@@ -316,21 +386,29 @@ class Remote : public FileSystem {
 
 }  // namespace
 
-Reader::Reader(unique_fd image, char slot, ServeFunction* serve)
-        : process_(std::make_shared<Process>(std::move(image), slot, serve)) {
-    constexpr uint64_t kMostName = 36;
-    const std::string answer =
-            process_->AskAll(Question::kVolumes, 0, 0, limits::kSuperPartitions * (kMostName + 16));
-    for (Parser parser(answer); !parser.is_done();) {
-        std::string name = parser.Text();
-        process_->volumes.push_back({std::move(name), parser.Number()});
+Reader::Reader(std::vector<unique_fd> parts, char slot, uint64_t memory, ServeFunction* serve) {
+    if (parts.empty() || parts.size() > kMostParts) {
+        throw Damage("an image in more than " + std::to_string(kMostParts) + " parts");
     }
+    process_ = std::make_shared<Process>(parts, slot, memory, serve);
+    process_->contained = process_->AskContained(Question::kContents, 0, {});
 }
 
 Reader::~Reader() = default;
 
-const std::vector<Volume>& Reader::volumes() const {
-    return process_->volumes;
+const Contained& Reader::contained() const {
+    return process_->contained;
+}
+
+Contained Reader::LookInside(size_t volume, const std::vector<uint64_t>& files) const {
+    if (files.empty() || files.size() > kMostParts) {
+        throw Damage("an image in more than " + std::to_string(kMostParts) + " parts");
+    }
+    return process_->AskContained(Question::kInside, static_cast<uint32_t>(volume), files);
+}
+
+void Reader::ShowProgress(void (*show)(uint64_t unpacked_bytes)) {
+    g_show_progress = show;
 }
 
 std::unique_ptr<FileSystem> Reader::Open(size_t volume) const {

@@ -17,73 +17,120 @@
 
 #include "../budget.h"
 #include "confine.h"
+#include "contents.h"
 #include "protocol.h"
 #include "reader.h"
 #include "sources.h"
-#include "super.h"
+#include "spool.h"
 
 namespace images {
 
 namespace {
 
-class Image {
+// What the image file holds and, once somebody has looked at them, the files in it that are images
+// themselves.
+class Files {
   public:
-    Image(int fd, char slot) : file_(fd), sparse_(OpenSparse(file_)) {
-        // A file system may have anything where a super partition has its magic.
-        auto file_system = OpenFileSystem(content());
-        if (file_system == nullptr) super_ = Super::Open(content(), slot);
-        volumes_ =
-                super_ != nullptr ? super_->volumes() : std::vector<Volume>{{"", content().size()}};
-        opened_.resize(volumes_.size());
-        if (file_system != nullptr) opened_[0].file_system = std::move(file_system);
+    Files(size_t images, char slot, Spool* spool) : slot_(slot), spool_(spool) {
+        std::vector<std::unique_ptr<Source>> parts;
+        for (size_t i = 0; i < images; ++i) {
+            parts.push_back(std::make_unique<FileSource>(kFirstImage + static_cast<int>(i)));
+        }
+        Add(std::move(parts), 0);
     }
 
-    const std::vector<Volume>& volumes() const { return volumes_; }
+    // Looks at the volume's files. Returns the number of what was found.
+    size_t AddInside(size_t volume, const std::vector<uint64_t>& files) {
+        File& file = FileOf(volume);
+        std::vector<std::unique_ptr<Source>> parts;
+        for (const uint64_t node : files) parts.push_back(file.contents->Inside(node));
+        Add(std::move(parts), file.depth + 1);
+        return files_.size() - 1;
+    }
+
+    const Contents& ContentsAt(size_t file) const { return *files_[file].contents; }
+    size_t FirstVolume(size_t file) const { return files_[file].first_volume; }
 
     const FileSystem& FileSystemIn(size_t volume) {
-        if (volume >= opened_.size()) throw Damage("no such volume");
-        Opened& opened = opened_[volume];
-        if (opened.file_system != nullptr) return *opened.file_system;
-        if (super_ != nullptr) opened.content = super_->OpenVolume(volume);
-        opened.file_system = OpenFileSystem(super_ != nullptr ? *opened.content : content());
-        if (opened.file_system == nullptr) {
-            throw Damage("neither an ext4 nor an EROFS nor an Android sparse image");
-        }
-        return *opened.file_system;
+        File& file = FileOf(volume);
+        return file.contents->Open(volume - file.first_volume);
     }
 
   private:
-    struct Opened {
-        std::unique_ptr<Source> content;  // of a volume of a super partition
-        std::unique_ptr<FileSystem> file_system;
+    struct File {
+        std::unique_ptr<Contents> contents;
+        size_t first_volume;  // volumes of all files are numbered one after the other
+        int depth;
     };
 
-    static std::unique_ptr<FileSystem> OpenFileSystem(const Source& source) {
-        auto erofs = OpenErofs(source);
-        return erofs != nullptr ? std::move(erofs) : OpenExt4(source);
+    void Add(std::vector<std::unique_ptr<Source>> parts, int depth) {
+        if (files_.size() >= limits::kFilesInside) {
+            throw Damage("more than " + std::to_string(limits::kFilesInside) + " images in it");
+        }
+        auto contents = std::make_unique<Contents>(std::move(parts), slot_, spool_);
+        if (depth > kDeepestArchive && contents->kind() == Kind::kArchive) {
+            throw Damage("an archive in an archive that is in one itself");
+        }
+        files_.push_back({std::move(contents), volumes_, depth});
+        volumes_ += files_.back().contents->volumes().size();
     }
 
-    const Source& content() const {
-        if (sparse_ != nullptr) return *sparse_;
-        return file_;
+    File& FileOf(size_t volume) {
+        for (File& file : files_) {
+            if (volume - file.first_volume < file.contents->volumes().size()) return file;
+        }
+        throw Damage("no such volume");
     }
 
-    FileSource file_;
-    std::unique_ptr<Source> sparse_;
-    std::unique_ptr<Super> super_;
-    std::vector<Volume> volumes_;
-    std::vector<Opened> opened_;
+    static constexpr int kDeepestArchive = 1;
+
+    char slot_;
+    Spool* spool_;
+    std::vector<File> files_;
+    size_t volumes_ = 0;
 };
 
 // Answers questions. What is read as a whole is kept for whoever asks for the next part of it, or
 // for the same: many boots read the same files.
 class Answers {
   public:
-    Answers(int fd, char slot) : fd_(fd), slot_(slot) {}
+    Answers(size_t images, char slot)
+            : images_(images), slot_(slot), spool_(kSpoolFile, [this](uint64_t unpacked) {
+                  // Whoever waits need not take it as hung.
+                  Limit();
+                  Send(Packet(Outcome::kWorking, unpacked, ""));
+              }) {}
+
+    // Answers the request, `nodes` of which follow it. Returns false if nobody takes the answer.
+    bool Answer(int channel, const Request& request, std::vector<uint64_t> nodes) {
+        channel_ = channel;
+        nodes_ = std::move(nodes);
+        Limit();
+        return Send(To(request));
+    }
+
+  private:
+    using Key = std::tuple<Question, uint32_t, uint64_t>;
+
+    // What takes longer ends the process, by a signal.
+    static void Limit() {
+        const itimerval limit = {{}, {limits::kRequestSeconds, 0}};
+        setitimer(ITIMER_PROF, &limit, nullptr);
+    }
+
+    bool Send(std::string packet) const {
+        iovec data = {packet.data(), packet.size()};
+        msghdr message = {};
+        message.msg_iov = &data;
+        message.msg_iovlen = 1;
+        // Who asks one question at a time has room for the answer.
+        return sendmsg(channel_, &message, MSG_NOSIGNAL | MSG_DONTWAIT) ==
+               static_cast<ssize_t>(packet.size());
+    }
 
     // Returns a reply's packet.
     std::string To(const Request& request) try {
-        if (image_ == nullptr) image_ = std::make_unique<Image>(fd_, slot_);
+        if (files_ == nullptr) files_ = std::make_unique<Files>(images_, slot_, &spool_);
         if (request.question == Question::kRead) {
             if (request.offset > limits::kImageFile) FailLarge(request);
             const Node node = FileSystemOf(request).Look(request.node);
@@ -106,9 +153,6 @@ class Answers {
                               " MiB of memory");
     }
 
-  private:
-    using Key = std::tuple<Question, uint32_t, uint64_t>;
-
     static std::string Packet(Outcome outcome, uint64_t size, std::string_view bytes) {
         const ReplyHeader header = {outcome, 0, size};
         std::string packet(reinterpret_cast<const char*>(&header), sizeof(header));
@@ -121,7 +165,7 @@ class Answers {
     }
 
     const FileSystem& FileSystemOf(const Request& request) const {
-        return image_->FileSystemIn(request.volume);
+        return files_->FileSystemIn(request.volume);
     }
 
     const std::string& Whole(const Request& request) {
@@ -139,15 +183,25 @@ class Answers {
         return kept_.emplace(key, std::move(whole)).first->second;
     }
 
+    std::string Describe(size_t file) const {
+        std::string answer;
+        const Contents& contents = files_->ContentsAt(file);
+        PutNumber(&answer, static_cast<uint64_t>(contents.kind()));
+        PutNumber(&answer, files_->FirstVolume(file));
+        for (const auto& [name, size] : contents.volumes()) {
+            PutText(&answer, name);
+            PutNumber(&answer, size);
+        }
+        return answer;
+    }
+
     std::string Read(const Request& request) const {
         std::string answer;
         switch (request.question) {
-            case Question::kVolumes:
-                for (const auto& [name, size] : image_->volumes()) {
-                    PutText(&answer, name);
-                    PutNumber(&answer, size);
-                }
-                return answer;
+            case Question::kContents:
+                return Describe(0);
+            case Question::kInside:
+                return Describe(files_->AddInside(request.volume, nodes_));
             case Question::kRoot:
                 PutNumber(&answer, FileSystemOf(request).root());
                 return answer;
@@ -169,9 +223,12 @@ class Answers {
         throw Damage("no such question");
     }
 
-    int fd_;
+    size_t images_;
     char slot_;
-    std::unique_ptr<Image> image_;
+    int channel_ = -1;
+    std::vector<uint64_t> nodes_;
+    Spool spool_;
+    std::unique_ptr<Files> files_;
     std::map<Key, std::string> kept_;
     std::deque<Key> order_;  // of what is kept, the oldest first
     size_t kept_bytes_ = 0;
@@ -199,33 +256,30 @@ int ReceiveChannel(pollfd* control) {
 
 // Answers the next question of a channel. Returns false if nobody asks there any more.
 bool AnswerNext(int channel, Answers* answers) {
-    Request request;
-    iovec data = {&request, sizeof(request)};
+    struct {
+        Request request;
+        uint64_t nodes[kMostParts];
+    } question;
+    iovec data = {&question, sizeof(question)};
     msghdr message = {};
     message.msg_iov = &data;
     message.msg_iovlen = 1;
     const ssize_t size = recvmsg(channel, &message, MSG_DONTWAIT);
     if (size == -1 && (errno == EAGAIN || errno == EINTR)) return true;
-    if (size != sizeof(request)) return false;
-
-    const itimerval limit = {{}, {limits::kRequestSeconds, 0}};
-    setitimer(ITIMER_PROF, &limit, nullptr);  // its signal ends the process
-    std::string reply = answers->To(request);
-    data = {reply.data(), reply.size()};
-    // Who asks one question at a time has room for the answer.
-    return sendmsg(channel, &message, MSG_NOSIGNAL | MSG_DONTWAIT) ==
-           static_cast<ssize_t>(reply.size());
+    if (size < static_cast<ssize_t>(sizeof(Request))) return false;
+    const size_t count = (size - sizeof(Request)) / sizeof(uint64_t);
+    return answers->Answer(channel, question.request, {question.nodes, question.nodes + count});
 }
 
 }  // namespace
 
-void Serve(int image, int control, char slot) {
+void Serve(const Descriptors& descriptors, char slot) {
     // The digests' library opens files when it is used for the first time.
     unsigned char digest[SHA256_DIGEST_LENGTH];
     SHA256(nullptr, 0, digest);
-    if (!Confine(image, control)) _exit(kNotConfined);
+    if (!Confine(descriptors)) _exit(kNotConfined);
 
-    Answers answers(kImage, slot);
+    Answers answers(descriptors.images.size(), slot);
     std::vector<pollfd> sockets = {{kControl, POLLIN, 0}};
     while (sockets.size() > 1 || sockets[0].fd != -1) {
         if (ppoll(sockets.data(), sockets.size(), nullptr, nullptr) == -1) continue;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 
 #include "../budget.h"
@@ -30,6 +31,13 @@ struct [[gnu::packed]] ChunkHeader {
 };
 
 enum ChunkType : uint16_t { kRaw = 0xcac1, kFill = 0xcac2, kDontCare = 0xcac3, kChecksum = 0xcac4 };
+
+// A chunk by where its bytes belong in the image.
+struct SparseChunk {
+    uint64_t begin, size;
+    uint64_t place;  // in the source, or the word
+    ChunkType type;
+};
 
 template <typename Record>
 Record ReadRecord(const Source& source, uint64_t offset) {
@@ -108,10 +116,34 @@ void ExtentSource::Read(uint64_t offset, void* to, size_t size) const {
     }
 }
 
-std::unique_ptr<Source> OpenSparse(const Source& source) {
-    if (source.size() < sizeof(SparseHeader)) return nullptr;
+JoinedSource::JoinedSource(std::vector<const Source*> parts) : parts_(std::move(parts)) {
+    for (const Source* part : parts_) {
+        if (part->size() > kMostBytes - size()) throw Damage("larger than any file");
+        ends_.push_back(size() + part->size());
+    }
+}
+
+void JoinedSource::Read(uint64_t offset, void* to, size_t size) const {
+    if (!IsWithin(offset, size, this->size())) throw Damage("truncated");
+    size_t i = std::upper_bound(ends_.begin(), ends_.end(), offset) - ends_.begin();
+    for (auto* bytes = static_cast<char*>(to); size != 0; ++i) {
+        const size_t part = std::min<uint64_t>(size, ends_[i] - offset);
+        parts_[i]->Read(offset - (ends_[i] - parts_[i]->size()), bytes, part);
+        bytes += part;
+        offset += part;
+        size -= part;
+    }
+}
+
+namespace {
+
+// Calls `found` for each chunk that stands for bytes. Returns the size of the image, 0 if the
+// source is no sparse image.
+uint64_t ForEachChunk(const Source& source,
+                      const std::function<void(const SparseChunk& chunk)>& found) {
+    if (source.size() < sizeof(SparseHeader)) return 0;
     const auto header = ReadRecord<SparseHeader>(source, 0);
-    if (header.magic != kSparseMagic) return nullptr;
+    if (header.magic != kSparseMagic) return 0;
     if (header.major != 1 || header.block_size == 0 || header.block_size % 4 != 0 ||
         header.header_size < sizeof(SparseHeader) ||
         header.chunk_header_size < sizeof(ChunkHeader)) {
@@ -121,27 +153,74 @@ std::unique_ptr<Source> OpenSparse(const Source& source) {
         throw Damage("a sparse image of more than " + std::to_string(limits::kSparseChunks) +
                      " chunks");
     }
-    auto content = std::make_unique<ExtentSource>(source);
-    uint64_t at = header.header_size;
+    uint64_t at = header.header_size, begin = 0;
     for (uint32_t i = 0; i < header.chunks; ++i) {
         const auto chunk = ReadRecord<ChunkHeader>(source, at);
         const uint64_t size = uint64_t{chunk.blocks} * header.block_size;
         const uint64_t data = at + header.chunk_header_size;
         const uint64_t data_size = uint64_t{chunk.size} - header.chunk_header_size;
         if (chunk.size >= header.chunk_header_size && chunk.type == kRaw && data_size == size) {
-            content->AddPart(size, data);
+            found({begin, size, data, kRaw});
         } else if (chunk.type == kFill && data_size == sizeof(uint32_t)) {
-            content->AddFill(size, ReadRecord<uint32_t>(source, data));
+            found({begin, size, ReadRecord<uint32_t>(source, data), kFill});
         } else if (chunk.type == kDontCare && data_size == 0) {
-            content->AddFill(size, 0);
+            found({begin, size, 0, kDontCare});
         } else if (chunk.type != kChecksum || data_size != sizeof(uint32_t) || size != 0) {
             throw Damage("a damaged chunk in a sparse image, at byte " + std::to_string(at));
         }
         at += chunk.size;
+        begin += size;
     }
-    if (content->size() != uint64_t{header.blocks} * header.block_size) {
+    if (begin != uint64_t{header.blocks} * header.block_size) {
         throw Damage("a sparse image whose chunks are not all there");
     }
+    return begin;
+}
+
+}  // namespace
+
+std::unique_ptr<Source> OpenSparse(const Source& source) {
+    auto content = std::make_unique<ExtentSource>(source);
+    const uint64_t size = ForEachChunk(source, [&content](const SparseChunk& chunk) {
+        if (chunk.type == kRaw) {
+            content->AddPart(chunk.size, chunk.place);
+        } else {
+            content->AddFill(chunk.size, static_cast<uint32_t>(chunk.place));
+        }
+    });
+    return size == 0 ? nullptr : std::move(content);
+}
+
+std::unique_ptr<Source> JoinSparse(const std::vector<const Source*>& parts, const Source& joined) {
+    std::vector<SparseChunk> chunks;
+    uint64_t part_begin = 0, end = 0;
+    for (const Source* part : parts) {
+        const uint64_t size = ForEachChunk(*part, [&](SparseChunk chunk) {
+            if (chunk.type == kDontCare) return;
+            if (chunk.type == kRaw) chunk.place += part_begin;
+            if (chunks.size() == limits::kSparseChunks) {
+                throw Damage("sparse images of more than " + std::to_string(limits::kSparseChunks) +
+                             " chunks");
+            }
+            chunks.push_back(chunk);
+        });
+        if (size == 0) throw Damage("a part of a split image that is no Android sparse image");
+        end = std::max(end, size);
+        part_begin += part->size();
+    }
+    std::sort(chunks.begin(), chunks.end(),
+              [](const SparseChunk& a, const SparseChunk& b) { return a.begin < b.begin; });
+    auto content = std::make_unique<ExtentSource>(joined);
+    for (const SparseChunk& chunk : chunks) {
+        if (chunk.begin < content->size()) throw Damage("parts of a split image that overlap");
+        content->AddFill(chunk.begin - content->size(), 0);
+        if (chunk.type == kRaw) {
+            content->AddPart(chunk.size, chunk.place);
+        } else {
+            content->AddFill(chunk.size, static_cast<uint32_t>(chunk.place));
+        }
+    }
+    content->AddFill(end - content->size(), 0);
     return content;
 }
 

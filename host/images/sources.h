@@ -55,8 +55,27 @@ class ExtentSource : public Source {
     uint64_t size_ = 0;
 };
 
+// Sources in a row.
+class JoinedSource : public Source {
+  public:
+    // The sources must live as long.
+    explicit JoinedSource(std::vector<const Source*> parts);
+
+    uint64_t size() const override { return ends_.empty() ? 0 : ends_.back(); }
+    void Read(uint64_t offset, void* to, size_t size) const override;
+
+  private:
+    std::vector<const Source*> parts_;
+    std::vector<uint64_t> ends_;
+};
+
 // Returns what the Android sparse image stands for, or null if the source is none. The source must
 // live as long. Throws Damage if the image is damaged.
 std::unique_ptr<Source> OpenSparse(const Source& source);
+
+// Returns the image that several sparse images, in any order, hold a part of each. All must live as
+// long, as must `joined`, which is them in a row. Throws Damage if one is damaged or no sparse
+// image, or if two hold the same part.
+std::unique_ptr<Source> JoinSparse(const std::vector<const Source*>& parts, const Source& joined);
 
 }  // namespace images

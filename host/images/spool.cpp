@@ -31,6 +31,13 @@ uint64_t Spool::Add(const char* chunk) {
     return chunks_++;
 }
 
+void Spool::Count(size_t bytes) {
+    constexpr uint64_t kStep = 4 << 20;
+    const uint64_t before = unpacked_;
+    unpacked_ += bytes;
+    if (progress_ && unpacked_ / kStep != before / kStep) progress_(unpacked_);
+}
+
 void Spool::Read(uint64_t chunk, size_t offset, void* to, size_t size) const {
     const ssize_t got = TEMP_FAILURE_RETRY(
             pread(file_, to, size, static_cast<off_t>(chunk * kChunkSize + offset)));
@@ -57,6 +64,7 @@ void SpooledBytes::Read(uint64_t offset, void* to, size_t size) const {
 
 void SpooledBytes::Write(uint64_t offset, const char* from, size_t size) {
     if (offset > size_ || size > size_ - offset) throw Damage("more bytes than its size");
+    spool_->Count(size);
     while (size != 0) {
         const size_t begin = offset % Spool::kChunkSize;
         const size_t part = std::min(size, Spool::kChunkSize - begin);

@@ -2,8 +2,8 @@
 
 #pragma once
 
+#include <functional>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 
 #include "source.h"
@@ -25,8 +25,13 @@ class Spool {
   public:
     static constexpr size_t kChunkSize = 64 * 1024;
 
-    // `file` is open for reading and writing, and empty; -1 for none.
-    explicit Spool(int file) : file_(file) {}
+    // `file` is open for reading and writing, and empty; -1 for none. `progress` is called now and
+    // then while something is unpacked.
+    explicit Spool(int file, std::function<void(uint64_t unpacked_bytes)> progress = nullptr)
+            : file_(file), progress_(std::move(progress)) {}
+
+    // Counts what was unpacked, zeros too.
+    void Count(size_t bytes);
 
     // Keeps a chunk and returns its number. Throws Damage where there is no room.
     uint64_t Add(const char* chunk);
@@ -36,7 +41,9 @@ class Spool {
 
   private:
     int file_;
+    std::function<void(uint64_t)> progress_;
     uint64_t chunks_ = 0;
+    uint64_t unpacked_ = 0;
 };
 
 // Bytes that are written once, at any place, and then read; what was not written is zeros.

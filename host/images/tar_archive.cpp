@@ -8,7 +8,6 @@
 #include "../budget.h"
 #include "libarchive.h"
 #include "sources.h"
-#include "streams.h"
 
 namespace images {
 
@@ -41,8 +40,7 @@ class MemberData : public Stream {
 
 class Tar : public Archive {
   public:
-    Tar(const Source& source, std::unique_ptr<Source> unpacked, Spool* spool)
-            : unpacked_(std::move(unpacked)), tar_(unpacked_ ? *unpacked_ : source), spool_(spool) {
+    Tar(const Source& source, Spool* spool) : tar_(source), spool_(spool) {
         ArchiveReader archive(tar_, 0);
         archive.Support(archive_read_support_format_tar);
         archive.Open();
@@ -105,7 +103,6 @@ class Tar : public Archive {
         places_[added] = {archive.header(), archive.data(), archive_entry_sparse_count(entry) > 0};
     }
 
-    std::unique_ptr<Source> unpacked_;
     const Source& tar_;
     Spool* spool_;
     MemberTree tree_;
@@ -115,12 +112,7 @@ class Tar : public Archive {
 }  // namespace
 
 std::unique_ptr<Archive> OpenTar(const Source& source, Spool* spool) {
-    if (IsTar(source)) return std::make_unique<Tar>(source, nullptr, spool);
-    if (CompressionOf(source) == nullptr) return nullptr;
-    auto unpacked =
-            std::make_unique<SpooledStream>(Unpacked(source), spool, limits::kArchiveMember);
-    if (!IsTar(*unpacked)) return nullptr;
-    return std::make_unique<Tar>(source, std::move(unpacked), spool);
+    return IsTar(source) ? std::make_unique<Tar>(source, spool) : nullptr;
 }
 
 }  // namespace images

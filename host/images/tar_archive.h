@@ -1,4 +1,4 @@
-// Archives of tar, plain or packed whole.
+// Archives of tar.
 
 #pragma once
 
@@ -8,7 +8,7 @@
 
 namespace images {
 
-// As OpenArchive. What is packed is unpacked to the spool up to what is read.
+// As OpenArchive.
 std::unique_ptr<Archive> OpenTar(const Source& source, Spool* spool);
 
 }  // namespace images

@@ -16,6 +16,7 @@
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
+#include "../budget.h"
 #include "checks.h"
 #include "image_tree.h"
 #include "reader.h"
@@ -144,6 +145,14 @@ class Opener {
 
     Images Open() {
         const std::vector<ImageFile> files = Files();
+        if (files.size() > limits::kReaders) {
+            throw std::runtime_error(device_ + ": more than " + std::to_string(limits::kReaders) +
+                                     " images");
+        }
+        if (!files.empty()) {
+            reader_memory_ =
+                    std::min<uint64_t>(reader_memory_, limits::kReadersMemory / files.size());
+        }
         std::vector<ImageFile> without_slot;
         std::optional<ImageFile> super;
         for (const ImageFile& file : files) {
@@ -216,14 +225,18 @@ class Opener {
     }
 
     images::Reader ReaderOf(const ImageFile& file) const {
-        unique_fd fd = file.is_devices ? OpenInDevice(view_, file.name) : OpenNamed(file.path);
-        return images::Reader(std::move(fd), options_.slot);
+        std::vector<unique_fd> parts;
+        parts.push_back(file.is_devices ? OpenInDevice(view_, file.name) : OpenNamed(file.path));
+        return images::Reader(std::move(parts), options_.slot, reader_memory_);
     }
 
     std::unique_ptr<images::FileSystem> FileSystemOf(const ImageFile& file) const {
         const images::Reader reader = ReaderOf(file);
-        if (reader.volumes().size() != 1 || !reader.volumes()[0].name.empty()) {
+        if (reader.contained().kind == images::Kind::kSuper) {
             throw std::runtime_error("a super partition, which is named super.img");
+        }
+        if (reader.contained().kind != images::Kind::kFileSystem) {
+            throw std::runtime_error("no image of a file system");
         }
         return reader.Open(0);
     }
@@ -232,8 +245,8 @@ class Opener {
         const auto reader = Naming(file.path, [&] {
             return std::shared_ptr<const images::Reader>(new images::Reader(ReaderOf(file)));
         });
-        const std::vector<images::Volume>& volumes = reader->volumes();
-        if (volumes.size() == 1 && volumes[0].name.empty()) {
+        const std::vector<images::Volume>& volumes = reader->contained().volumes;
+        if (reader->contained().kind != images::Kind::kSuper) {
             throw std::runtime_error(file.path + ": no super partition");
         }
         for (size_t i = 0; i < volumes.size(); ++i) {
@@ -288,6 +301,7 @@ class Opener {
     const Options& options_;
     int nothing_;
     const std::function<void(const std::string& what)>& on_damage_;
+    uint64_t reader_memory_ = limits::kReaderMemory;
     Images images_;
     std::map<std::string, Candidate> chosen_;
     std::vector<std::string> other_slot_, unknown_;

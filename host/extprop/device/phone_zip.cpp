@@ -64,7 +64,7 @@ struct Zip {
 
 la_ssize_t ReadZip(archive* reader, void* data, const void** bytes) {
     auto* zip = static_cast<Zip*>(data);
-    const ssize_t size = pread(images::kImage, zip->bytes, sizeof(zip->bytes), zip->at);
+    const ssize_t size = pread(images::kFirstImage, zip->bytes, sizeof(zip->bytes), zip->at);
     if (size == -1) {
         archive_set_error(reader, errno, "it cannot be read");
         return ARCHIVE_FATAL;
@@ -110,7 +110,7 @@ bool SendTexts(archive* reader, Zip* zip) {
     zip.size = size;
     archive* reader = archive_read_new();
     setlocale(LC_CTYPE, "C.UTF-8");  // the names' encoding
-    if (!images::Confine(file, socket)) _exit(1);
+    if (!images::Confine({{file}, socket, -1})) _exit(1);
     if (SendTexts(reader, &zip)) {
         Send(kEnd);
     } else {
