@@ -110,7 +110,7 @@ Process StartProcess(const std::function<bool()>& enter, const std::function<int
     PrepareForCrashes();
     umask(0);
     if (!enter()) {
-        perror("cannot enter the device's root");
+        perror("extprop: cannot enter the device's root");
         _exit(EXIT_FAILURE);
     }
     _exit(function());

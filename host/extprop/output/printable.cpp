@@ -3,6 +3,8 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <algorithm>
+
 namespace extprop {
 
 namespace {
@@ -48,16 +50,30 @@ std::string Formatted(const char* format, unsigned number) {
     return text;
 }
 
-// Returns whether those who run jobs take the rest of a line for a command of theirs: one kind
-// begins the line, the other stands anywhere in it.
+// Returns whether those who run jobs take the rest of a line for a command of theirs, or would with
+// what may be put after the text: one kind begins the line, the other stands anywhere in it.
 bool IsCommand(std::string_view text, bool at_start) {
-    return (at_start && text.substr(0, 2) == "::") || text.substr(0, 3) == "##[" ||
-           text.substr(0, 6) == "##vso[";
+    return (at_start && (text.substr(0, 2) == "::" || text == ":")) || text == "##" ||
+           text.substr(0, 3) == "##[" || text.substr(0, 6) == "##vso[";
+}
+
+// Returns how many bytes the text begins with that are nothing of all that.
+size_t PlainSize(std::string_view text) {
+    const auto end = std::find_if(text.begin(), text.end(), [](char c) {
+        return c <= ' ' || c >= 0x7f || c == ':' || c == '#';
+    });
+    return end - text.begin();
 }
 
 std::string PrintableWithin(std::string_view text, bool at_start) {
     std::string printable;
     while (!text.empty()) {
+        if (const size_t plain = PlainSize(text); plain != 0) {
+            printable += text.substr(0, plain);
+            text.remove_prefix(plain);
+            at_start = false;
+            continue;
+        }
         char32_t character = 0;
         const size_t size = Decode(text, &character);
         if (size == 0) {
