@@ -5,7 +5,7 @@
 
 #include "fuzz_input.h"
 #include "matrix/lines.h"
-#include "output/json.h"
+#include "output/documents.h"
 #include "output/matrix_text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -52,12 +52,12 @@ _extprop() {
             mapfile -t COMPREPLY < <(compgen -W "all $(extprop lint --explain all | sed -n 's/^## //p')" -- "$cur")
             return
             ;;
-        --category | --set | --brand | --region | --nv | --edit | --timeout | --only | --except | --jobs | --shard)
+        --category | --set | --brand | --region | --nv | --sim-first | --sim-current | --channel | --region-key | --edit | --timeout | --only | --except | --jobs | --shard)
             return
             ;;
     esac
 
-    local boot="--set --props --brand --region --nv --edit --slot --image --request --no-complete"
+    local boot="--set --props --brand --region --nv --sim-first --sim-current --channel --region-key --edit --slot --image --request --no-complete"
     boot+=" --any-word --timeout"
     local -A options=(
         [boot]="$boot --json --quiet --verbose --html --help"
@@ -77,7 +77,7 @@ _extprop() {
     local operand=1 i
     for ((i = 2; i < cword; ++i)); do
         case ${words[i]} in
-            --set | --props | --brand | --region | --nv | --edit | --slot | --image | --request | --timeout | --html | --sarif | \
+            --set | --props | --brand | --region | --nv | --sim-first | --sim-current | --channel | --region-key | --edit | --slot | --image | --request | --timeout | --html | --sarif | \
                 --over | --only | --except | --jobs | --shard | --merge | --junit | --markdown | --category | --code-quality | \
                 --source-root | --baseline | --write-baseline | --explain)
                 ((++i))

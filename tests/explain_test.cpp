@@ -1,6 +1,7 @@
 // Where values come from, and what differs between two boots.
 
 #include <filesystem>
+#include <regex>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,6 +16,11 @@ using testing::HasSubstr;
 
 class ExplainTest : public ToolTest {
   protected:
+    // Returns the text without the numbers of boots.
+    static std::string WithoutCounts(const std::string& text) {
+        return std::regex_replace(text, std::regex("[0-9]+ boots"), "N boots");
+    }
+
     // Returns what explain says of the origins of the property, in short.
     static std::string Origins(const std::string& arguments, const std::string& name) {
         const json told = json::parse(Run("explain --json " + arguments + " " + name).out);
@@ -39,7 +45,7 @@ TEST_F(ExplainTest, NamesPlacesInOrderOfTime) {
     const Output output = Run("explain " + Path("") + " a 'b[12]' early:/odm early:/odm --set a=0");
     EXPECT_EQ(output.status, 0);
     EXPECT_EQ(output.err, "");
-    EXPECT_EQ(output.out,
+    EXPECT_EQ(WithoutCounts(output.out),
               "a=5\n"
               "    given                                                      0  [overridden]\n"
               "    early:/odm /odm/build.prop:1                               1  [overridden]\n"
@@ -47,93 +53,90 @@ TEST_F(ExplainTest, NamesPlacesInOrderOfTime) {
               "    early:/odm /odm/in.prop:1 (imported by /odm/build.prop:3)  3  [overridden]\n"
               "    early:/odm /odm/deep.prop:1 (imported by /odm/in.prop:4)   4  [overridden]\n"
               "  * early:/odm /odm/build.prop:6                               5\n"
-              "    /other/properties/key/regionSwitch/r.prop:1                6  [not loaded; it "
-              "takes --edit /data/what-if/build.prop:sys.cotaimg.verify=1 --edit "
-              "/data/what-if/build.prop:sys.cota.load.properties=/other --edit "
-              "/data/what-if/build.prop:sys.region.switch.first=key early:/data/what-if sim]\n"
+              "    /other/properties/key/regionSwitch/r.prop:1                6  [not loaded; "
+              "none of N boots loads it]\n"
               "b1=x\n"
               "  * early:/odm /odm/in.prop:2 (imported by /odm/build.prop:5)  x\n"
               "b2=y\n"
               "  * early:/odm /odm/deep.prop:2 (imported by /odm/in.prop:4)  y\n");
-    EXPECT_EQ(Run("explain " + Path("") + " c early:/odm").out,
+    EXPECT_EQ(WithoutCounts(Run("explain " + Path("") + " c early:/odm").out),
               "c=out\n"
               "  * early:/odm /odm/in.prop:3 (imported by /odm/build.prop:3)  out\n"
-              "    /odm/only.prop:1                                           in  [not loaded; no "
-              "step loads it]\n");
+              "    /odm/only.prop:1                                           in  [not loaded; "
+              "none of N boots loads it]\n");
 }
 
-// What each word that is said to load a line does.
+// A boot with the words that are said to load a line loads it, and they are the words of a phone.
 TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
     constexpr char kModule[] =
             "mount_point=/mnt/m\nmodule_type=configure\nbind_point=/mnt/vendor/my_carrier\n";
+    constexpr bool kNothingLoads = false;
     const struct {
         std::string path;
-        const char* words;  // "null": nothing loads it
         const char* steps = "early";
         std::vector<std::pair<const char*, const char*>> others = {};  // files of the device
+        bool is_loaded = true;
     } cases[] = {
-            {"/mnt/vendor/my_region/global/L/build.prop", R"(["--brand","lumora"])"},
-            {"/mnt/vendor/my_product/cust/IN/build.prop", R"(["--region","IN"])"},
-            {"/mnt/vendor/my_product/cust/IN/build.prop", R"(["--region","IN","early"])", "cota"},
-            {"/odm/properties/k/SimSwitchFirstTime/a.prop",
-             R"(["--set","sys.sim.switch.first=k","sim:simSwitchFirst"])"},
-            {"/odm/properties/a/b/switchCarrierChannel/a.prop",
-             R"(["--set","persist.sys.channel.info=a/b","sim:switchCarrierChannel"])"},
-            {"/odm/properties/k/SimSwitchCurrentTime/a.prop",
-             R"(["--set","sys.sim.switch.current=k","early","persist","sim:simSwitchCurrent"])",
-             ""},
-            {"/odm/properties/k/regionSwitch/none", "null"},
-            {"/my_company/etc/build.prop", R"(["duskrider"])"},
-            {"/my_company/build.prop",
-             R"(["--set","ro.tesvo.image.my_company.date=what-if","persist"])"},
-            {"/data/cota/cota_mount_info.prop", R"(["cota-service:mount_and_check_load"])"},
-            {"/data/system/customize/data_common_prop_file.prop",
-             R"(["sim:updateDataCommonProp"])"},
-            {"/mnt/vendor/tesvoreserve/system/ssv/sim_switch_current_file", R"(["persist"])"},
-            {"/my_carrier/build.prop", R"(["early:/my_carrier"])"},
-            {"/odm/etc/more.prop", "null"},
-            {"/mnt/vendor/tesvoreserve/system/ssv/region_switch_file",
-             R"(["--set","persist.sys.911.shutdown=0","--edit",)"
-             R"("/odm/build.prop:persist.sys.911.shutdown=0","reboot","persist"])",
-             "early persist",
-             {{"/odm/build.prop", "persist.sys.911.shutdown=1\n"}}},
-            {"/data/system/customize/sim_switch/region_switch_file",
-             R"(["--set","persist.sys.911.shutdown=0","--edit",)"
-             R"("/odm/build.prop:persist.sys.911.shutdown=0","reboot","persist"])",
-             "sim early",
-             {{"/odm/build.prop", "persist.sys.911.shutdown=1\n"}}},
-            {"/mnt/vendor/my_carrier/properties/k/regionSwitch/a.prop",
-             R"(["--edit","/data/what-if/build.prop:sys.region.switch.first=k","reboot",)"
-             R"("media:/my_what-if","early:/data/what-if","sim:regionSwitch"])",
-             "early persist cota-service:module_bind_single",
-             {{"/data/cota/cota_module_info.prop", kModule}, {"/mnt/m/x", ""}}},
+            {"/mnt/vendor/my_region/global/L/build.prop"},
+            {"/mnt/vendor/my_product/cust/IN/build.prop"},
+            {"/mnt/vendor/my_product/cust/IN/build.prop", "cota"},
+            {"/mnt/vendor/my_product/cust/sim/build.prop", ""},  // the name of a step
+            {"/mnt/vendor/my_product/cust/sim/properties/early/SimSwitchFirstTime/a.prop", ""},
+            {"/odm/properties/k/SimSwitchFirstTime/a.prop"},
+            {"/odm/properties/a/b/switchCarrierChannel/a.prop"},
+            {"/odm/properties/k/SimSwitchCurrentTime/a.prop", ""},
+            {"/odm/properties/k/regionSwitch/none", "early", {}, kNothingLoads},
+            {"/my_company/etc/build.prop"},
+            {"/my_company/build.prop"},
+            {"/my_company/properties/k/regionSwitch/a.prop", ""},
+            {"/data/cota/cota_mount_info.prop"},
+            {"/data/system/customize/data_common_prop_file.prop"},
+            {"/mnt/vendor/tesvoreserve/system/ssv/sim_switch_current_file"},
+            {"/my_carrier/build.prop"},
+            {"/odm/etc/more.prop", "early", {}, kNothingLoads},
+            {"/odm/etc/flags.prop"},
+            {"/odm/etc/build.T.prop", "", {{"/odm/etc/flags.prop", "nvkey=T\n"}}},
+            {"/odm/etc/build.T.prop",
+             "",
+             {{"/mnt/vendor/my_product/cust/IN/etc/flags.prop", "nvkey=T\n"}}},
             {"/mnt/m/etc/e.prop",
-             R"(["cota-service:module_bind_single"])",
              "early persist",
              {{"/data/cota/cota_module_info.prop", kModule},
               {"/mnt/vendor/my_carrier/x", ""},
               {"/mnt/m/build.prop", "import /mnt/vendor/my_carrier/etc/e.prop\n"}}},
+            {"/mnt/vendor/my_carrier/properties/k/regionSwitch/a.prop",  // which is covered
+             "early persist cota-service:module_bind_single",
+             {{"/data/cota/cota_module_info.prop", kModule}, {"/mnt/m/x", ""}}},
             {"/odm/etc/d/e.prop",
-             R"(["--set","ro.a=d","--set","ro.b=e"])",
              "early",
              {{"/odm/build.prop", "import /odm/etc/${ro.a}/${ro.b}.prop\n"}}},
             {"/odm/etc/p/r",  // which takes two values at once
-             "null",
              "early",
              {{"/odm/build.prop", "import /odm/etc/${ro.a}.prop\n"},
-              {"/odm/etc/q.prop", "import /odm/etc/${ro.a}/r\n"}}},
+              {"/odm/etc/q.prop", "import /odm/etc/${ro.a}/r\n"}},
+             kNothingLoads},
+            {"/odm/etc/p/r",
+             "early",
+             {{"/odm/build.prop", "import /odm/etc/${ro.a}.prop\n"},
+              {"/odm/etc/q.prop", "import /odm/etc/${ro.b}/r\n"}}},
             {"/odm/etc/$1-b.prop",
-             R"(["--set","ro.a=b"])",
              "early",
              {{"/odm/build.prop",
                "import $\nimport /odm/${x\nimport /odm/etc/$$1-${ro.a}.prop\n"}}},
             {"/odm/etc/p/r.prop",
-             R"(["--set","ro.a=p/r"])",
              "early",
              {{"/odm/build.prop", "import /odm/etc/${ro.a}.prop\n"},
               {"/odm/etc/q.prop", "import /odm/etc/${ro.a}/r.prop\n"}}},
+            {"/odm/etc/late.prop",  // what the first step early sets is the system's only then
+             "early",
+             {{"/odm/build.prop", "import /odm/etc/${ro.a}.prop\nro.a=late\n"}}},
+            {"/odm/etc/hi.prop",  // which one axis names and the other comes to
+             "early persist",
+             {{"/mnt/vendor/my_product/cust/IN/build.prop", "ro.a=hi\n"},
+              {"/mnt/vendor/my_product/cust/EU/build.prop", "ro.a=en\n"},
+              {"/mnt/vendor/my_region/build.prop", "ro.tesvo.pipeline.region=EU\n"},
+              {"/odm/properties/k/regionSwitch/a.prop", "import /odm/etc/${ro.a}.prop\n"}}},
             {"/mnt/vendor/my_product/cust/IN/build.prop",  // where the library does not die
-             R"(["--region","IN"])",
              "early",
              {{"/mnt/vendor/my_region/build.prop", "ro.tesvo.pipeline.region=EU\n"},
               {"/mnt/vendor/my_product/cust/EU/build.prop",
@@ -148,12 +151,14 @@ TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
                 "explain --json " + Path(device) + " sys.wanted " + known.steps + " ";
         const json origin = json::parse(Run(explain).out)["properties"][0]["origins"][0];
         EXPECT_EQ(origin["fate"], "not loaded");
-        EXPECT_EQ(origin["requires"], json::parse(known.words));
+        EXPECT_GT(origin["tried"], 0);
+        EXPECT_EQ(!origin["requires"].is_null(), known.is_loaded) << origin["requires"];
         if (origin["requires"].is_null()) continue;
         std::string words;
-        for (const std::string word : origin["requires"]) words += word + " ";
+        for (const std::string word : origin["requires"]) words += "'" + word + "' ";
+        EXPECT_THAT(words, testing::Not(HasSubstr("--edit")));
         const json tried = json::parse(Run(explain + words).out)["properties"][0]["origins"][0];
-        EXPECT_NE(tried["fate"], "not loaded");
+        EXPECT_NE(tried["fate"], "not loaded") << words;
     }
 }
 

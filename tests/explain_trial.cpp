@@ -1,7 +1,7 @@
 // Takes `extprop explain --all --json` at its word over random devices: edits the line that is said
 // to win, boots again and looks for the edit; edits those that are said to lose and looks for no
-// change; adds the words that are said to load a line and looks for the line; looks for every line
-// of the device among the origins.
+// change; adds the words that are said to load a line and looks for the line; tries by force to
+// load those that nothing is said to load; looks for every line of the device among the origins.
 //
 // usage: explain_trial DEVICES SEED EXTPROP
 //
@@ -183,7 +183,13 @@ class Trial {
   public:
     Trial(const std::string& extprop, const std::string& root, Strings words, Totals* totals)
             : extprop_(extprop), device_(root), words_(std::move(words)), totals_(*totals) {
+        for (size_t i = 0; i < words_.size(); ++i) {
+            const bool is_value = i > 0 && StartsWith(words_[i - 1], "--");
+            has_steps_ |= !is_value && !StartsWith(words_[i], "--");
+        }
         for (size_t i = 0; i + 1 < words_.size(); ++i) {
+            has_keys_ |= StartsWith(words_[i], "--sim-") || words_[i] == "--channel" ||
+                         words_[i] == "--region-key";
             if (words_[i] == "--brand") replaced_.insert("ro.tesvo.image.system_ext.brand");
             if (words_[i] == "--region") replaced_.insert("ro.tesvo.pipeline.region");
             if (words_[i] != "--edit") continue;
@@ -215,6 +221,7 @@ class Trial {
         for (const auto& [requires, lines] : requirements_) {
             requires.is_null() ? JudgeNothing(lines) : JudgeRequires(requires, lines);
         }
+        JudgeAlone(explained);
         JudgeText();
     }
 
@@ -259,6 +266,11 @@ class Trial {
     // A property's final value, or null.
     static json ValueOf(const Outcome& outcome, const std::string& name) {
         return outcome.properties.value(name, json());
+    }
+
+    static bool IsSwitchKey(const std::string& name) {
+        return name == "sys.sim.switch.first" || name == "sys.sim.switch.current" ||
+               name == "sys.region.switch.first" || name == "persist.sys.channel.info";
     }
 
     static bool IsRefused(const std::string& name, const std::string& value) {
@@ -313,11 +325,15 @@ class Trial {
                 if (words_[i - 1] == "--set" && StartsWith(words_[i], name + "=")) claim.word = i;
             }
             if (given > 1) return Skip(claim, "one option gave it in several boots");
+            if (claim.word == 0 && has_keys_ && IsSwitchKey(name)) {
+                return Skip(claim, "a what-if option sets it");
+            }
             if (claim.word == 0) return False(origin, name + " was not given");
             claims_.push_back(claim);
         } else if (kind == "file") {
             claim.place = PlaceOf(origin);
-            if (replaced_.count(name) != 0) return Skip(claim, "a what-if option sets it");
+            if (replaced_.count(name) != 0 || (has_keys_ && IsSwitchKey(name)))
+                return Skip(claim, "a what-if option sets it");
             std::string own_name, own_value;
             if (!Parse(device_.Line(claim.place), &own_name, &own_value) || own_name != name ||
                 (own_value != value && !Contains(value, kNoUtf8))) {
@@ -422,6 +438,7 @@ class Trial {
             for (size_t i = 0; i < lines.size(); ++i) {
                 std::string name, value;
                 if (!Parse(lines[i], &name, &value) || replaced_.count(name) != 0) continue;
+                if (has_keys_ && IsSwitchKey(name)) continue;
                 ++totals_.statements["complete"];
                 const Place place(file, i + 1);
                 if (places_.count({place, name}) == 0) False(lines[i], Text(place) + " is missing");
@@ -485,73 +502,124 @@ class Trial {
                                     (claim.word != 0 ? "--set" : Text(claim.place)));
     }
 
-    // Returns those of the claims' lines that a boot with more words loads.
-    std::vector<const Claim*> Loaded(const std::vector<Claim>& claims, const Strings& more) {
-        std::set<std::pair<Place, std::string>> loaded;
-        const json explained = Read("explain", Plus(words_, more));
-        if (explained.is_null()) return {};
-        for (const json& property : explained["properties"]) {
-            for (const json& origin : property["origins"]) {
-                if (origin["kind"] != "file" || origin["fate"] == "not loaded" ||
-                    origin["fate"] == "filtered out" || origin["fate"] == "looked up") {
+    // Returns the words with more of them. Those that go without saying have to be said then.
+    Strings With(const Strings& more) const {
+        Strings words = words_;
+        if (!has_steps_ && !more.empty() && !StartsWith(more.front(), "--")) {
+            words = Plus(words, {"early", "persist"});
+        }
+        return Plus(words, more);
+    }
+
+    // Returns those of the claims' lines that a boot of these words loads.
+    std::vector<const Claim*> Loaded(const std::vector<Claim>& claims, const Strings& words) {
+        std::multimap<std::string, std::string> loads;  // files and filters
+        const json boot = Read("boot", words);
+        if (boot.is_null()) return {};
+        for (const json& step : boot["steps"]) {
+            const json& events = step["events"];
+            for (size_t i = 0; i < events.size(); ++i) {
+                const json& load = events[i];
+                if (load["event"] != "load" || load["written"]) continue;
+                // It is about to be opened, and may be missed.
+                size_t next = i + 1;
+                while (next < events.size() && events[next]["event"] == "open") ++next;
+                if (next < events.size() && events[next]["event"] == "log" &&
+                    StartsWith(events[next]["message"].get<std::string>(),
+                               "Couldn't load property file")) {
                     continue;
                 }
-                loaded.insert({PlaceOf(origin), property["name"]});
+                const json& source = load["source"];
+                const json& filter = load["filter"];
+                loads.emplace(device_.Resolve(source.is_null() ? load["path"] : source),
+                              filter.is_null() ? "" : filter.get<std::string>());
             }
         }
         std::vector<const Claim*> found;
         for (const Claim& claim : claims) {
-            if (loaded.count({claim.place, claim.name}) != 0) found.push_back(&claim);
+            const auto [begin, end] = loads.equal_range(claim.place.first);
+            const bool is_loaded = std::any_of(begin, end, [&](const auto& load) {
+                const std::string& filter = load.second;
+                if (EndsWith(filter, "*")) {
+                    return StartsWith(claim.name, filter.substr(0, filter.size() - 1));
+                }
+                return filter.empty() || filter == claim.name;
+            });
+            if (is_loaded) found.push_back(&claim);
         }
         return found;
     }
 
-    void JudgeRequires(const Strings& words, const std::vector<Claim>& claims) {
-        const std::vector<const Claim*> loaded = Loaded(claims, words);
+    void JudgeRequires(const Strings& more, const std::vector<Claim>& claims) {
+        const std::vector<const Claim*> loaded = Loaded(claims, Plus(words_, more));
         for (const Claim& claim : claims) {
             if (std::find(loaded.begin(), loaded.end(), &claim) != loaded.end()) continue;
             False(claim.origin, claim.name + " is not loaded by what it requires");
         }
     }
 
-    // Tries to load lines of which it is said that nothing does.
+    // Tries to load lines of which it is said that nothing does: by each value of each axis, two
+    // axes together, and each step.
     void JudgeNothing(const std::vector<Claim>& claims) {
-        const Strings steps = Words(
-                "early persist sim sim:simSwitchFirst sim:simSwitchCurrent sim:regionSwitch cota "
-                "sim:switchCarrierChannel sim:updateDataCommonProp sim:emptyAppchannelProp "
-                "duskrider cota-service:mount_must_load cota-service:module_bind_single");
-        std::set<std::string> roots;
-        std::set<Strings> attempts = {steps};
+        std::string output;
+        Run({extprop_, "matrix", "--list", "--json", device_.root()}, &output);
+        std::vector<Strings> attempts;
+        std::vector<Strings> before;  // the values of the axes so far
+        const json list = json::parse(output);
+        for (const auto& axis : list["axes"].items()) {
+            std::vector<Strings> values;
+            for (const std::string value : axis.value())
+                values.push_back({"--" + axis.key(), value});
+            for (const Strings& value : values) {
+                attempts.push_back(value);
+                for (const Strings& other : before) attempts.push_back(Plus(other, value));
+            }
+            before.insert(before.end(), values.begin(), values.end());
+        }
+        for (const std::string& step :
+             Words("early persist sim sim:simSwitchFirst sim:simSwitchCurrent sim:regionSwitch "
+                   "cota "
+                   "sim:switchCarrierChannel sim:updateDataCommonProp sim:emptyAppchannelProp "
+                   "duskrider cota-service:mount_and_check_load cota-service:mount_must_load "
+                   "cota-service:bind_basic_point cota-service:update_cota_info "
+                   "cota-service:module_bind_single")) {
+            attempts.push_back({step});
+            attempts.push_back({"reboot", step});
+        }
         for (const char* file : {"a", "b"}) {
             for (const char* name : {"ro.ref.0=", "ro.ref.1="}) {
-                attempts.insert(Plus(steps, {"--set", std::string(name) + file}));
+                attempts.push_back({"--set", std::string(name) + file});
             }
-        }
-        for (const auto& [brand, region] : {std::pair("quba", "IN"), {"lumora", "EU"}}) {
-            attempts.insert(Plus(steps, {"--brand", brand, "--region", region, "--nv", "nvkey"}));
+            for (const char* other : {"a", "b"}) {
+                attempts.push_back({"--set", std::string("ro.ref.0=") + file, "--set",
+                                    std::string("ro.ref.1=") + other});
+            }
         }
         for (const Claim& claim : claims) {
-            const fs::path directory = fs::path(claim.place.first).parent_path();
-            roots.insert("early:" + directory.string());
-            // A carrier package may be mounted anywhere, and brings key directories of its own.
-            const std::string key_directory = directory.parent_path();
-            const size_t root = key_directory.find("/properties/");
-            if (root == std::string::npos) continue;
-            const std::string key = key_directory.substr(root + strlen("/properties/"));
-            Strings words =
-                    Words("sim:switchCarrierChannel sim --set sys.cotaimg.verify=1 --set "
-                          "sys.cota.load.properties=" +
-                          key_directory.substr(0, root));
-            for (const char* property : {"sys.sim.switch.first=", "sys.sim.switch.current=",
-                                         "persist.sys.channel.info=", "sys.region.switch.first="}) {
-                words = Plus(words, {"--set", property + key});
-            }
-            attempts.insert(words);
+            attempts.push_back({"early:" + fs::path(claim.place.first).parent_path().string()});
         }
-        attempts.insert(Strings(roots.begin(), roots.end()));
-        for (const Strings& words : attempts) {
-            for (const Claim* claim : Loaded(claims, words)) {
-                False(claim->origin, claim->name + " is loaded by " + Join(words, ' '));
+        for (const Strings& more : attempts) {
+            ++totals_.statements["tried by force"];
+            for (const Claim* claim : Loaded(claims, With(more))) {
+                False(claim->origin, claim->name + " is loaded by " + Join(more, ' '));
+            }
+        }
+    }
+
+    // The answer about one name is that about all names, for this name.
+    void JudgeAlone(const json& explained) {
+        const json& properties = explained["properties"];
+        if (properties.empty()) return;
+        const json& property = properties[fresh_ % properties.size()];
+        ++totals_.statements["alone"];
+        std::string output;
+        const std::string name = property["name"];
+        if (Contains(name, "'") || Contains(name, kNoUtf8) || name.empty()) return;
+        Run(Plus({extprop_, "explain", device_.root(), name, "--json"}, words_), &output);
+        const json alone = json::parse(output);
+        for (const json& other : alone["properties"]) {
+            if (other["name"] == name && other != property) {
+                False(property, name + " alone is " + Text(other));
             }
         }
     }
@@ -576,6 +644,8 @@ class Trial {
     std::set<std::string> replaced_;  // names that what-if options set
     Outcome outcome_;
     bool has_mount_ = false;
+    bool has_steps_ = false;
+    bool has_keys_ = false;  // what-if options set switch keys
     std::set<std::string> written_, opened_, explained_, given_;
     std::set<std::string> derived_;  // names whose winner is an operation
     std::set<json> handed_;          // boot, step, name, value

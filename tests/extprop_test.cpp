@@ -138,7 +138,8 @@ TEST_F(ExtpropTest, ControlCharactersReachNoTerminal) {
 TEST_F(ExtpropTest, LintEndsWithTheErrorsThatItFinds) {
     const Output faulty = Run("lint " + Sample("faulty") + " --sarif " + Path("/sarif"));
     EXPECT_EQ(faulty.status, 1);
-    EXPECT_THAT(faulty.out, HasSubstr(Sample("faulty") + "/odm/etc/radio.prop:2: error: "));
+    EXPECT_THAT(faulty.out, HasSubstr(Sample("faulty") +
+                                      "/odm/properties/west/regionSwitch/radio.prop:2: error: "));
     EXPECT_EQ(faulty.err, "");
     std::string sarif;
     ASSERT_TRUE(android::base::ReadFileToString(Path("/sarif"), &sarif));
@@ -271,8 +272,9 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
             {device + " persist:x", "step 'persist:x': 'persist' takes no argument"},
             {device + " sim:simSwitch",
              "step 'sim:simSwitch': the library ignores it, it takes one of simSwitchCurrent "
-             "simSwitchFirst updateDataCommonProp emptyAppchannelProp switchCarrierChannel "
-             "regionSwitch triggerLogoCopyFromCompanyBoot triggerLogoCopyFromCompany; --any-word "
+             "simSwitchFirst switchCarrierChannel regionSwitch updateDataCommonProp "
+             "emptyAppchannelProp triggerLogoCopyFromCompanyBoot triggerLogoCopyFromCompany; "
+             "--any-word "
              "lets it through"},
             {device + " early:",
              "step 'early:': the library ignores it, it takes a ROOT behind the ':'; --any-word "
@@ -285,8 +287,8 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
              "--set 'a..b=1': no phone has the property 'a..b': illegal name"},
             {device + " sim:triggerLogoCopyTypo",
              "step 'sim:triggerLogoCopyTypo': the library ignores it, it takes one of "
-             "simSwitchCurrent simSwitchFirst updateDataCommonProp emptyAppchannelProp "
-             "switchCarrierChannel regionSwitch triggerLogoCopyFromCompanyBoot "
+             "simSwitchCurrent simSwitchFirst switchCarrierChannel regionSwitch "
+             "updateDataCommonProp emptyAppchannelProp triggerLogoCopyFromCompanyBoot "
              "triggerLogoCopyFromCompany; --any-word lets it through"},
             {device + " --edit /f:=x",
              "--edit '/f:=x': expected PATH:NAME=VALUE with an absolute PATH"},

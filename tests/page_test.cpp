@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "output/json.h"
+#include "output/documents.h"
 
 namespace {
 

@@ -48,7 +48,8 @@ const Strings kRoots =
               "/mnt/vendor/my_region/global /mnt/vendor/my_region/global/Q "
               "/mnt/vendor/my_region/global/L /mnt/vendor/my_product /mnt/vendor/my_region "
               "/mnt/vendor/my_region/Q /mnt/vendor/my_region/V /mnt/vendor/my_product/cust/IN "
-              "/mnt/vendor/my_product/cust/EU /mnt/vendor/my_carrier /mnt/vendor/my_carrier/cust "
+              "/mnt/vendor/my_product/cust/EU /mnt/vendor/my_product/cust/early "
+              "/mnt/vendor/my_carrier /mnt/vendor/my_carrier/cust "
               "/mnt/vendor/my_bigball /mnt/vendor/my_company /mnt/vendor/my_engineering "
               "/mnt/vendor/my_manifest /my_company /my_carrier /my_region /my_stock /system "
               "/mnt/vendor/my_other /mnt/vendor/my_product/cust /mnt/cota/package "
@@ -74,7 +75,8 @@ const Strings kKeyFiles =
               "sim_switch/sim_switch_current_file=sys.sim.switch.current "
               "sim_switch/region_switch_file=sys.region.switch.first");
 
-constexpr char kKeys[] = "north south a/b none";
+// Some are words of the command line.
+constexpr char kKeys[] = "north south a/b none sim";
 
 class Maker {
   public:
@@ -134,6 +136,7 @@ class Maker {
         if (roll < 20) {
             return "import /odm/etc/" +
                    Pick("${ro.ref.0}.prop ${ro.ref.1}.prop ${ro.ref.0:-b}.prop $ro.ref.0.prop "
+                        "${ro.ref.0}/${ro.ref.1}.prop ${ro.ref.0}-${ro.ref.1}.prop "
                         "${ro.ref.0 ${ro.none} ${:-a}.prop") +
                    filter;
         }
@@ -216,6 +219,10 @@ class Maker {
         for (const char* name : {"a", "b"}) {
             File(std::string("/odm/etc/") + name + ".prop", {Line(), Line()});
         }
+        // What pairs of references lead to, and chains of them.
+        if (Chance(50)) File("/odm/etc/a/b.prop", {Line(), "import /odm/etc/${ro.ref.2}.cfg"});
+        if (Chance(50)) File("/odm/etc/b-a.prop", {Line(), "import /odm/etc/c.cfg"});
+        if (Chance(50)) File("/odm/etc/c.cfg", {Line(), Line()});
         fs::create_symlink(Pick("a.prop /odm/etc/i0.prop gone"), Outside("/odm/etc/link.prop"));
         if (!Chance(2)) return;
         const auto deep = [](int i) { return "/odm/etc/deep" + std::to_string(i) + ".prop"; };
@@ -303,7 +310,7 @@ class Maker {
 
     Strings Words(bool with_what_if) {
         Strings words;
-        for (int boot = 0; boot == 0 ? !Chance(8) : !words.empty() && Chance(25); ++boot) {
+        for (int boot = 0; boot == 0 ? !Chance(20) : !words.empty() && Chance(25); ++boot) {
             if (boot != 0) words.push_back("reboot");
             if (Chance(88)) words.push_back("early");
             if (Chance(25)) words.push_back(Step());
@@ -331,6 +338,8 @@ class Maker {
         what_if("--brand", Pick("quba vantrix"));
         what_if("--region", Pick("IN EU"));
         what_if("--nv", "nvkey");
+        what_if("--sim-first", Pick(kKeys));
+        what_if("--channel", Pick(kKeys));
         what_if("--edit", Pick(kRoots) + "/build.prop:" + Name() + "=edited");
         words.insert(Chance(50) ? words.begin() : words.end(), options.begin(), options.end());
         return words;

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 

@@ -29,7 +29,7 @@ bool load_properties_from_file_without_se(const char* filename, const char* filt
     platform::Observer* const observer = platform::CurrentObserver();
     if (observer != nullptr) observer->OnLoad(filename, filter, properties);
     const bool loaded = next(filename, filter, properties);
-    if (observer != nullptr) observer->OnLoaded(properties);
+    if (observer != nullptr) observer->OnLoaded(properties, loaded);
     return loaded;
 }
 

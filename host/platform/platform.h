@@ -57,7 +57,11 @@ class Observer {
     // empty for none), into `*properties`, which may hold something already; and came back.
     virtual void OnLoad(const char* /*path*/, const char* /*filter*/,
                         const PropertyMap* /*properties*/) {}
-    virtual void OnLoaded(const PropertyMap* /*properties*/) {}
+    // `loaded` is whether the file could be read.
+    virtual void OnLoaded(const PropertyMap* /*properties*/, bool /*loaded*/) {}
+
+    // property_get or android::base::GetProperty was asked for the property.
+    virtual void OnPropertyGet(const std::string& /*name*/) {}
 
     // The library has looked up the one property `name` in the file at `path`.
     virtual void OnLookUp(const char* /*path*/, const char* /*name*/) {}

@@ -59,6 +59,7 @@ namespace android {
 namespace base {
 
 std::string GetProperty(const std::string& key, const std::string& default_value) {
+    if (auto* observer = platform::CurrentObserver()) observer->OnPropertyGet(key);
     std::lock_guard<std::mutex> lock(g_mutex);
     auto property = Store().find(key);
     if (property == Store().end() || property->second.empty()) return default_value;

@@ -23,6 +23,7 @@
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
+#include "TesvoExtensionProperty/commands.h"
 #include "boot/installing_service.h"
 #include "boot/steps.h"
 #include "kernel_root.h"
@@ -91,7 +92,7 @@ class Requests : public platform::Observer {
 void EndBindThread() {
     while (!faults::ThreadsEnded()) {
         if (platform::AllProperties()[kRequest] == "null") {
-            platform::StoreProperty(kRequest, extprop::kBindComplete);
+            platform::StoreProperty(kRequest, android::init::kBindComplete);
         }
         std::this_thread::yield();
     }

@@ -10,14 +10,12 @@
 #include <functional>
 #include <memory>
 
-#include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
 #include "TesvoExtensionProperty/names.h"
 #include "boot/ending.h"
 #include "budget.h"
 #include "device/legal.h"
-#include "device/property_text.h"
 #include "input_error.h"
 
 namespace extprop {
@@ -39,19 +37,21 @@ std::string DevicePath(const std::string& device) {
 // One boot: the process that plays init, and what has come from it.
 class BootedDevice {
   public:
-    // Makes the edits first.
+    // Makes the changes first, if there are any.
     BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan,
-                 const std::vector<Edit>& edits, BootListener* listener)
+                 const WhatIf* what_if, BootListener* listener)
             : root_(root),
-              process_(Start(root, fetch, plan, edits)),
+              process_(Start(root, fetch, plan, what_if)),
               listener_(listener),
               properties_(plan.properties) {}
 
-    // Performs the step and adds its events. Returns what the process did not survive, if anything.
+    // Performs the step and adds its events; `*performed` becomes false if it was not needed.
+    // Returns what the process did not survive, if anything.
     std::optional<BootFailure> Perform(const Step& step, int index, std::chrono::seconds limit,
-                                       std::vector<Event>* events) {
+                                       std::vector<Event>* events, bool* performed) {
         const auto deadline = steady_clock::now() + limit;
         Received received = Await(index, deadline, events);
+        *performed = performed_;
         if (received == Received::kMessage && step.starts_bind_thread()) {
             received = process_.WaitForThreads(deadline) ? Await(kNoStep, deadline, events)
                                                          : Received::kTimeOut;
@@ -72,19 +72,22 @@ class BootedDevice {
     const PropertyMap& properties() const { return properties_; }
     const std::vector<std::string>& removed() const { return removed_; }
 
-    // Whether the failure is that an edit could not be made.
-    bool edits_failed() const { return edits_failed_; }
+    // What was read in the boot, once it has ended, if the plan asks for it.
+    BootRecord& record() { return record_; }
+
+    // Whether the failure is that a change could not be made.
+    bool changes_failed() const { return changes_failed_; }
 
   private:
     sandbox::Process Start(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan,
-                           const std::vector<Edit>& edits) {
+                           const WhatIf* what_if) {
         unique_fd theirs;
         if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &channel_, &theirs)) {
             throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
         }
         return root.Start([&] {
             channel_.reset();
-            if (MakeEditsHere(edits)) return kEditsFailed;
+            if (what_if != nullptr && !MakeChangesHere(*what_if)) return kChangesFailed;
             return PlayInit(fetch, plan, theirs.get(), &last_file_);
         });
     }
@@ -102,6 +105,8 @@ class BootedDevice {
                                [&](StepDone& step) {
                                    properties_ = std::move(step.delta.changed);
                                    removed_ = std::move(step.delta.removed);
+                                   performed_ = step.performed;
+                                   record_ = std::move(step.record);
                                    done = true;
                                },
                                [&](Event& event) {
@@ -110,7 +115,6 @@ class BootedDevice {
                                    events->push_back(std::move(event));
                                },
                                [&](const LinesRead& lines) { listener_->OnLines(lines); },
-                               [&](const ImportRead& import) { listener_->OnImport(import); },
                        },
                        message);
         }
@@ -128,7 +132,7 @@ class BootedDevice {
 
     BootFailure Failure(std::chrono::seconds limit) {
         const sandbox::Ending ending = process_.Wait(limit);
-        edits_failed_ = ending.exit_status == kEditsFailed;
+        changes_failed_ = ending.exit_status == kChangesFailed;
         const std::string met = LimitOf(ending.exit_status);
         BootFailure failure;
         failure.timed_out = ending.timed_out;
@@ -148,7 +152,9 @@ class BootedDevice {
     BootListener* listener_;
     PropertyMap properties_;
     std::vector<std::string> removed_;
-    bool edits_failed_ = false;
+    BootRecord record_;
+    bool performed_ = true;
+    bool changes_failed_ = false;
 };
 
 // Moves the persistent properties to the stored ones, which come in force later in a boot.
@@ -160,6 +166,27 @@ void SeparateStored(BootPlan* plan) {
         }
         plan->stored.insert(*property);
         property = plan->properties.erase(property);
+    }
+}
+
+bool HasChanges(const WhatIf& what_if) {
+    return what_if.variant != Variant() || !what_if.edits.empty();
+}
+
+// Has the plan keep the variant's switch keys in force.
+void AddKeys(const Variant& variant, BootPlan* plan) {
+    for (int axis = kFirstKeyAxis; axis < kAxisCount; ++axis) {
+        if (!variant[axis]) continue;
+        const SwitchKey& key = KeyOf(axis);
+        plan->keys.push_back(
+                {key.property, *variant[axis], ParseStep(std::string("sim:") + key.command)});
+    }
+}
+
+// The phone's system stores the keys that are persistent.
+void StoreKeys(BootPlan* plan) {
+    for (const KeyInForce& key : plan->keys) {
+        if (IsPersistent(key.property)) plan->stored[key.property] = key.value;
     }
 }
 
@@ -182,23 +209,24 @@ PreparedDevice::PreparedDevice(const BootOptions& options)
     Prepare();
 }
 
+PreparedDevice::PreparedDevice(const BootOptions& options,
+                               std::shared_ptr<sandbox::DeviceFiles> files)
+        : options_(options), fetch_(LoadExtension()), root_(std::move(files)) {
+    const Utf8Locale loaded;
+    Prepare();
+}
+
 void PreparedDevice::Reset(const BootOptions& options) {
     options_ = options;
     root_.Reset();
     Prepare();
 }
 
-std::vector<Edit> PreparedDevice::Edits() const {
-    std::vector<Edit> edits;
-    for (const auto& [option, edit] : options_.named_edits) edits.push_back(edit);
-    edits.insert(edits.end(), options_.edits.begin(), options_.edits.end());
-    return edits;
-}
-
 void PreparedDevice::Prepare() {
     report_ = {path_, {}, {}, {}, std::nullopt, {}};
-    if (tells_files()) MakeEdits(Edits(), root_);
+    if (tells_files() && HasChanges(options_.what_if)) MakeChanges(options_.what_if, root_);
     SeparateStored(&options_.plan);
+    AddKeys(options_.what_if.variant, &options_.plan);
     PrepareSplashPartition();
 }
 
@@ -218,10 +246,12 @@ Report PreparedDevice::Boot(BootListener* listener,
     std::unique_ptr<BootedDevice> booted;
     const auto start = [&] {
         booted.reset();  // nothing of the old boot may still act on the files
-        // Where no file's change is told of, the process itself makes the edits, which is quicker.
-        const bool edits = !tells_files() && report_.boots.empty();
+        StoreKeys(&plan);
+        // Where no file's change is told of, the process itself makes them, which is quicker.
+        const bool changes =
+                !tells_files() && report_.boots.empty() && HasChanges(options_.what_if);
         booted = std::make_unique<BootedDevice>(root_, fetch_, plan,
-                                                edits ? Edits() : std::vector<Edit>(), listener);
+                                                changes ? &options_.what_if : nullptr, listener);
         report_.boots.push_back({plan.properties, plan.stored});
         if (listener != nullptr) listener->OnBoot(report_.boots.back());
     };
@@ -230,6 +260,19 @@ Report PreparedDevice::Boot(BootListener* listener,
         const bool same_boot = !report_.steps.empty() &&
                                report_.steps.back().boot == static_cast<int>(report_.boots.size());
         booted->End(options_.time_limit, same_boot ? &report_.steps.back().events : &none);
+        report_.record.Add(std::move(booted->record()));
+    };
+    const auto perform = [&](const Step& step, int index) {
+        if (listener != nullptr) listener->OnStep(step.text);
+        StepReport done{static_cast<int>(report_.boots.size()), step.text, {}, {}};
+        bool performed = true;
+        report_.failure =
+                booted->Perform(step, index, options_.time_limit, &done.events, &performed);
+        if (listener != nullptr) listener->OnStepEnd();
+        if (!performed) return;
+        if (tells_files()) done.files = FileChanges(&root_);
+        for (const FileEffect& file : done.files) plan.written.insert(file.path);
+        report_.steps.push_back(std::move(done));
     };
 
     start();
@@ -247,42 +290,53 @@ Report PreparedDevice::Boot(BootListener* listener,
             start();
             continue;
         }
-        if (listener != nullptr) listener->OnStep(step.text);
-        StepReport done{static_cast<int>(report_.boots.size()), step.text, {}, {}};
-        report_.failure =
-                booted->Perform(step, static_cast<int>(i), options_.time_limit, &done.events);
-        if (listener != nullptr) listener->OnStepEnd();
-        if (tells_files()) done.files = FileChanges(&root_);
-        for (const FileEffect& file : done.files) plan.written.insert(file.path);
-        report_.steps.push_back(std::move(done));
+        perform(step, static_cast<int>(i));
+    }
+    // A boot may delete key files before it reads them. Then what init does when a key changes is
+    // done after the steps that go without saying.
+    for (size_t i = 0; i < plan.keys.size() && options_.names_no_steps && !report_.failure; ++i) {
+        perform(plan.keys[i].step, static_cast<int>(plan.steps.size() + i));
     }
     if (!report_.failure) end();
-    if (booted->edits_failed()) MakeEdits(Edits(), root_);  // which says what is wrong
+    if (booted->changes_failed()) MakeChanges(options_.what_if, root_);  // which says what is wrong
     report_.properties = booted->properties();
     report_.removed = booted->removed();
     for (const std::string& note : root_.Notes()) report_.notes.push_back(note);
     return std::move(report_);
 }
 
-void AddWords(const Words& words, BootOptions* options) {
-    for (size_t i = 0; i < words.size(); ++i) {
-        const std::string& word = words[i];
-        if (!android::base::StartsWith(word, "--")) {
-            options->plan.steps.push_back(ParseStep(word));
-            continue;
-        }
-        const std::string& value = words[++i];
-        if (word == "--set") {
-            options->plan.properties.insert_or_assign(ParseSetting(value).first,
-                                                      ParseSetting(value).second);
-        } else if (word == "--edit") {
-            options->edits.push_back(ParseEdit(value));
-        } else {
-            options->named_edits[word] = word == "--brand"    ? BrandEdit(value)
-                                         : word == "--region" ? RegionEdit(value)
-                                                              : NvKeyEdit(value);
-        }
+void BootRecord::Add(BootRecord more) {
+    loads.merge(more.loads);
+    imports.merge(more.imports);
+    asked.merge(more.asked);
+    for (auto& [name, values] : more.given) given[name].merge(values);
+}
+
+void Add(const Addition& addition, BootOptions* options) {
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        if (addition.variant[axis]) options->what_if.variant[axis] = addition.variant[axis];
     }
+    for (const auto& [name, value] : addition.settings) options->plan.properties[name] = value;
+    for (const std::string& step : addition.steps) {
+        options->plan.steps.push_back(ParseStep(step));
+        options->names_no_steps = false;
+    }
+}
+
+std::vector<std::string> WordsOf(const Addition& addition, bool names_no_steps) {
+    std::vector<std::string> words;
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        if (!addition.variant[axis]) continue;
+        words.insert(words.end(), {std::string("--") + kAxes[axis].name, *addition.variant[axis]});
+    }
+    for (const auto& [name, value] : addition.settings) {
+        words.insert(words.end(), {"--set", name + "=" + value});
+    }
+    if (names_no_steps && !addition.steps.empty()) {
+        words.insert(words.end(), std::begin(kDefaultSteps), std::end(kDefaultSteps));
+    }
+    words.insert(words.end(), addition.steps.begin(), addition.steps.end());
+    return words;
 }
 
 }  // namespace extprop

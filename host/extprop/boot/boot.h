@@ -3,6 +3,8 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
+#include <memory>
 #include <string>
 
 #include "boot/init_process.h"
@@ -12,13 +14,11 @@
 namespace extprop {
 
 struct BootOptions {
-    std::string device;           // the device directory
-    sandbox::Options images;      // which are read
-    BootPlan plan;                // its properties are set again after a reboot
-    bool names_no_steps = false;  // the plan's are those that go without saying
-    // Made before the first boot, those of a brand, region and old key, by their option, first.
-    std::map<std::string, Edit> named_edits;
-    std::vector<Edit> edits;
+    std::string device;                   // the device directory
+    sandbox::Options images;              // which are read
+    BootPlan plan;                        // its properties are set again after a reboot
+    bool names_no_steps = false;          // the plan's are those that go without saying
+    WhatIf what_if;                       // made so before the first boot
     std::chrono::seconds time_limit{30};  // for each step
 };
 
@@ -30,12 +30,22 @@ class BootListener {
     virtual void OnStep(const std::string& step) = 0;
     virtual void OnEvent(const Event& event) = 0;
     virtual void OnLines(const LinesRead& lines) = 0;
-    virtual void OnImport(const ImportRead& import) = 0;
     virtual void OnStepEnd() = 0;
 };
 
-// Adds words of a command line to the options: steps, --set, --edit, --brand, --region and --nv.
-void AddWords(const Words& words, BootOptions* options);
+// What a command line can be given besides: what if the device were so, --set, and steps.
+struct Addition {
+    Variant variant;
+    PropertyMap settings;
+    std::vector<std::string> steps;
+};
+
+// Adds it to the options, as the command line with its words would have them.
+void Add(const Addition& addition, BootOptions* options);
+
+// Returns its words, options first, such as {"--region", "IN", "sim"}. A command line that names no
+// steps and gets some has to name those that go without saying, too.
+std::vector<std::string> WordsOf(const Addition& addition, bool names_no_steps);
 
 // A device directory with a throw-away layer, and the changes that were asked for made in it.
 class PreparedDevice {
@@ -44,6 +54,9 @@ class PreparedDevice {
     // library cannot be had.
     explicit PreparedDevice(const BootOptions& options);
 
+    // The same of a device whose files are read already.
+    PreparedDevice(const BootOptions& options, std::shared_ptr<sandbox::DeviceFiles> files);
+
     const sandbox::Sandbox& root() const { return root_; }
 
     // Makes it as new, with other options for the same device. Throws as above. A process that has
@@ -51,8 +64,8 @@ class PreparedDevice {
     void Reset(const BootOptions& options);
 
     // Performs the steps. A crash or hang of the library is part of the report. Call it once,
-    // or once for each Reset. The listener is told of the lines and imports, too, if it is told
-    // which lines are `traced`.
+    // or once for each Reset. The listener is told of the lines, too, if it is told which are
+    // `traced`.
     Report Boot(BootListener* listener = nullptr,
                 const std::function<bool(const std::string& name)>& traced = nullptr);
 
@@ -61,9 +74,6 @@ class PreparedDevice {
 
     void Prepare();
     void PrepareSplashPartition();
-
-    // All of them, in their order.
-    std::vector<Edit> Edits() const;
 
     BootOptions options_;
     FetchExtension fetch_;

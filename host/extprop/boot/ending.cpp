@@ -12,7 +12,7 @@ namespace extprop {
 
 namespace {
 
-constexpr int kFirstStatus = kEditsFailed + 1;
+constexpr int kFirstStatus = kChangesFailed + 1;
 
 // In the order of Limit.
 constexpr struct {

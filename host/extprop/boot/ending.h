@@ -8,7 +8,7 @@ namespace extprop {
 
 enum class Limit { kOpens, kOpenedBytes, kTold, kMemory };
 
-inline constexpr int kEditsFailed = 77;
+inline constexpr int kChangesFailed = 77;
 
 // Ends this process at the limit.
 [[noreturn]] void EndAt(Limit limit);

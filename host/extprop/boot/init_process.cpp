@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include <android-base/logging.h>
+#include <android-base/properties.h>
 
 #include "boot/call_chain.h"
 #include "boot/ending.h"
@@ -37,6 +38,8 @@ class Init {
 
     void Perform(const Step& step) {
         if (!step.is_early()) TakeStored();
+        if (step.switches_keys()) SetKeys();
+        reporter_->OnStep(step.text);
         reporter_->tracker()->ForgetMaps(&early_properties_);
         if (step.is_early()) {
             PerformEarly(step);
@@ -47,6 +50,11 @@ class Init {
         reporter_->ReportLogo();
     }
 
+    // Whether the key's property has another value.
+    static bool IsLost(const KeyInForce& key) {
+        return android::base::GetProperty(key.property, "") != key.value;
+    }
+
     // The stored persistent properties, which no early step sees.
     void TakeStored() {
         if (!stored_taken_ && !plan_.stored.empty()) reporter_->OnStored(plan_.stored);
@@ -54,6 +62,12 @@ class Init {
     }
 
   private:
+    void SetKeys() {
+        for (const KeyInForce& key : plan_.keys) {
+            if (IsLost(key)) reporter_->OnKey(key.property, key.value);
+        }
+    }
+
     // Whatever a step loads into init's own map is set when it is done, other than what was in the
     // map already.
     void PerformEarly(const Step& step) {
@@ -91,6 +105,7 @@ FetchExtension LoadExtension() {
 int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file) {
     EndAtMemoryLimit();
     Reporter reporter(channel, plan.detail, plan.traced, last_file);
+    if (plan.imports != nullptr) reporter.MakeRecord(*plan.imports, *plan.watched);
     for (const std::string& path : plan.written) reporter.tracker()->Written(path);
     g_reporter = &reporter;
     const bool logs = plan.detail == Detail::kEverything;
@@ -107,14 +122,21 @@ int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* 
     constexpr auto kForever = std::chrono::steady_clock::time_point::max();
     while (ReceiveMessage(channel, kForever, &message) == Received::kMessage) {
         const int index = std::get<StepRequest>(message).index;
-        if (index >= 0) init.Perform(plan.steps[index]);
-        if (index == kEndOfBoot) init.TakeStored();
-        const bool asked = plan.detail == Detail::kEverything || index == kEndOfBoot;
+        const int key = index - static_cast<int>(plan.steps.size());
         StepDone done;
-        if (asked) {
+        if (index >= 0 && key < 0) {
+            init.Perform(plan.steps[index]);
+        } else if (index >= 0 && Init::IsLost(plan.keys[key])) {
+            init.Perform(plan.keys[key].step);
+        } else {
+            done.performed = false;
+        }
+        if (index == kEndOfBoot) init.TakeStored();
+        if (index == kEndOfBoot) done.record = reporter.TakeRecord();
+        if (plan.detail == Detail::kEverything || index == kEndOfBoot) {
             platform::ShowProperties([&](const PropertyMap& properties) {
                 static const PropertyMap kNone;
-                done = {DeltaFrom(plan.base != nullptr ? *plan.base : kNone, properties)};
+                done.delta = DeltaFrom(plan.base != nullptr ? *plan.base : kNone, properties);
             });
         }
         reporter.Send(std::move(done));

@@ -5,12 +5,13 @@
 
 #include <android-base/properties.h>
 
-#include "TesvoExtensionProperty/names.h"
+#include "TesvoExtensionProperty/commands.h"
 
 namespace extprop {
 
 void PlayInstallingService(const std::vector<std::string>& requests, Reporter* reporter) {
     using namespace std::chrono_literals;
+    using android::init::kBindComplete;
     using android::init::kCotaBindRequest;
     constexpr char kAcknowledged[] = "null";
     constexpr auto kPatience = 5s;

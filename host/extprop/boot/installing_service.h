@@ -9,9 +9,6 @@
 
 namespace extprop {
 
-// The request that ends a bind thread.
-inline constexpr char kBindComplete[] = "boot_mount_bind_complete";
-
 // Hands the bind thread its requests, each once the one before is acknowledged or has not been for
 // 5 s.
 void PlayInstallingService(const std::vector<std::string>& requests, Reporter* reporter);

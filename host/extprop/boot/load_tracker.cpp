@@ -7,10 +7,10 @@
 #include <list>
 
 #include <android-base/file.h>
-#include <android-base/properties.h>
 #include <android-base/unique_fd.h>
 
 #include "boot/call_chain.h"
+#include "device/imports.h"
 #include "device/property_lines.h"
 #include "utils.h"
 
@@ -90,10 +90,10 @@ void LoadTracker::Begin(const std::string& path, const char* filter, const Prope
                 importer.path + ":" +
                 std::to_string(importer.next > 0 ? importer.lines[importer.next - 1].number : 0);
     }
+    event.written = WasWritten(event.source.value_or(event.path));
     Load load{0, event.path, event.filter.value_or(""), map, "", {}};
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        event.written = written_.count(event.source.value_or(event.path)) != 0;
         load.number = loads_++;
     }
     loading.push_back(std::move(load));
@@ -117,14 +117,6 @@ void LoadTracker::ReadLines(Load* load, const std::string* import_path) {
                 read.lines.push_back({line.number, name, std::string(line.value), passed});
             }
         } else if (line.kind == PropertyLine::kImport) {
-            if (wanted_ && name.find('$') != std::string::npos) {
-                ImportRead import{load->number, line.number, {}};
-                for (const std::string& reference : References(name)) {
-                    import.references.emplace_back(reference,
-                                                   android::base::GetProperty(reference, ""));
-                }
-                listener_->OnImportRead(std::move(import));
-            }
             // The loader goes on behind an import whose name cannot be expanded.
             const auto expanded = ExpandProps(name);
             arrived = import_path != nullptr && expanded.ok() && expanded->c_str() == *import_path;
@@ -180,6 +172,11 @@ std::optional<int> LoadTracker::TakenOver(const PropertyMap* map) {
         return known.number;
     }
     return std::nullopt;
+}
+
+bool LoadTracker::WasWritten(const std::string& own) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return written_.count(own) != 0;
 }
 
 void LoadTracker::Written(const std::string& path) {

@@ -21,13 +21,11 @@ class LoadListener {
     virtual ~LoadListener() = default;
     virtual void OnLoadBegun(LoadEvent event) = 0;
     virtual void OnLinesRead(LinesRead lines) = 0;
-    virtual void OnImportRead(ImportRead import) = 0;
 };
 
 class LoadTracker {
   public:
-    // Tells of the lines whose names `wanted` takes, and of the imports; of loads alone if it is
-    // empty.
+    // Tells of the lines whose names `wanted` takes; of loads alone if it is empty.
     LoadTracker(LoadListener* listener, std::function<bool(const std::string& name)> wanted)
             : listener_(listener), wanted_(std::move(wanted)) {}
 
@@ -50,6 +48,9 @@ class LoadTracker {
 
     // init takes what is in its own map. Returns which map that is, if anything was loaded into it.
     std::optional<int> TakenOver(const PropertyMap* map);
+
+    // Whether the boot wrote the device's own file.
+    bool WasWritten(const std::string& own) const;
 
     // The boot writes the file at `path` or binds a directory over another.
     void Written(const std::string& path);

@@ -21,10 +21,20 @@
 #include <nlohmann/json.hpp>
 
 #include "boot/ending.h"
+#include "boot/report_fields.h"
 #include "budget.h"
-#include "output/json.h"
 
 namespace extprop {
+
+template <typename Fields>
+void Visit(Fields& fields, LinesRead& read) {
+    fields("load", read.load)("lines", read.lines);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, StepRequest& request) {
+    fields("index", request.index);
+}
 
 namespace {
 
@@ -99,6 +109,70 @@ class ChunkReader : public std::streambuf {
     char buffer_[kChunkSize];
 };
 
+// All properties of a device are one text, too: the lengths of the name and of the value, and both.
+std::string TextOf(const PropertyMap& properties) {
+    std::string text;
+    for (const auto& [name, value] : properties) {
+        text += std::to_string(name.size()) + " " + std::to_string(value.size()) + " " + name +
+                value;
+    }
+    return text;
+}
+
+PropertyMap PropertiesIn(const std::string& text) {
+    PropertyMap properties;
+    for (size_t at = 0; at < text.size();) {
+        char* next = nullptr;
+        const size_t name = strtoul(text.c_str() + at, &next, 10);
+        const size_t value = strtoul(next, &next, 10);
+        at = next + 1 - text.c_str();
+        properties.emplace_hint(properties.end(), text.substr(at, name),
+                                text.substr(at + name, value));
+        at += name + value;
+    }
+    return properties;
+}
+
+json DocumentOf(const Message& message) {
+    const json body = std::visit(Overloaded{
+                                         [](const StepDone& done) -> json {
+                                             return {TextOf(done.delta.changed), done.delta.removed,
+                                                     done.performed, Write(done.record)};
+                                         },
+                                         [](const auto& kind) { return Write(kind); },
+                                 },
+                                 message);
+    return {message.index(), body};
+}
+
+StepDone StepDoneIn(json& body) {
+    StepDone done;
+    done.delta.changed = PropertiesIn(body.at(0).get_ref<const std::string&>());
+    body.at(1).get_to(done.delta.removed);
+    body.at(2).get_to(done.performed);
+    Read(body.at(3), &done.record);
+    return done;
+}
+
+Message MessageIn(json document) {
+    json& body = document.at(1);
+    Message message;
+    switch (document.at(0).get<int>()) {
+        case 0:
+            Read(body, &message.emplace<StepRequest>());
+            break;
+        case 1:
+            message = StepDoneIn(body);
+            break;
+        case 2:
+            Read(body, &message.emplace<Event>());
+            break;
+        default:
+            Read(body, &message.emplace<LinesRead>());
+    }
+    return message;
+}
+
 }  // namespace
 
 // CBOR rather than text: property values are bytes, not always UTF-8.
@@ -146,7 +220,7 @@ std::optional<json> AskInside(const sandbox::Sandbox& root, const std::function<
 }
 
 bool SendMessage(int fd, Message message, size_t* sent) {
-    const json document = ToJson(message);
+    const json document = DocumentOf(message);
     message = StepRequest();  // which may have been large
     return SendDocument(fd, document, sent);
 }
@@ -155,7 +229,7 @@ Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, 
                         size_t* left) {
     json document;
     const Received received = ReceiveDocument(fd, deadline, &document, left);
-    if (received == Received::kMessage) *message = MessageFromJson(std::move(document));
+    if (received == Received::kMessage) *message = MessageIn(std::move(document));
     return received;
 }
 

@@ -24,9 +24,11 @@ struct StepRequest {
 // base.
 struct StepDone {
     PropertyDelta delta;
+    bool performed = true;  // or it was not needed
+    BootRecord record;      // of the boot, at its end, if the plan asks for it
 };
 
-using Message = std::variant<StepRequest, StepDone, Event, LinesRead, ImportRead>;
+using Message = std::variant<StepRequest, StepDone, Event, LinesRead>;
 
 // Sends one document. Returns false when the other side is gone. Adds its bytes to `*sent`.
 bool SendDocument(int fd, const nlohmann::json& document, size_t* sent = nullptr);

@@ -3,8 +3,11 @@
 
 #pragma once
 
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <tuple>
 #include <variant>
 #include <vector>
 
@@ -117,9 +120,15 @@ struct UnacknowledgedEvent {
     std::string value;
 };
 
+// A switch key that the system of a phone which has it sets.
+struct KeyEvent {
+    std::string name;
+    std::string value;
+};
+
 using Event = std::variant<CallbackEvent, MapEvent, StoredEvent, LogEvent, OpenEvent, LoadEvent,
                            LookUpEvent, MountEvent, PropertyEvent, RestoreconEvent, LogoEvent,
-                           RequestEvent, UnacknowledgedEvent>;
+                           RequestEvent, UnacknowledgedEvent, KeyEvent>;
 
 // What a traced boot tells besides, of the event before: the lines that a load or look-up read.
 // They are no event, so that what files contain is in no report.
@@ -134,11 +143,39 @@ struct LinesRead {
     std::vector<LineRead> lines;
 };
 
-// An import line that the loader came to, wherever it led.
-struct ImportRead {
-    int load = 0;
+// A property file that was loaded, as it was before the boot.
+struct RecordedLoad {
+    std::string file;    // the device's own
+    std::string filter;  // of the import that led there, or empty
+    std::string step;
+
+    bool operator<(const RecordedLoad& other) const {
+        return std::tie(file, filter, step) < std::tie(other.file, other.filter, other.step);
+    }
+};
+
+// An import line of such a file.
+struct RecordedImport {
+    std::string file;
     int line = 0;
-    std::vector<std::pair<std::string, std::string>> references;  // with their values then
+    std::vector<std::string> values;  // of its references then
+    std::string path;                 // to which it led; empty if it could lead nowhere
+    bool leads_to_file = false;       // a regular file
+
+    bool operator<(const RecordedImport& other) const {
+        return std::tie(file, line, values, path, leads_to_file) <
+               std::tie(other.file, other.line, other.values, other.path, other.leads_to_file);
+    }
+};
+
+// What was read in a boot, each thing once.
+struct BootRecord {
+    std::set<RecordedLoad> loads;
+    std::set<RecordedImport> imports;
+    std::set<std::string> asked;  // the properties that the library asked for
+    std::map<std::string, std::set<std::string>> given;  // of those watched, what they were given
+
+    void Add(BootRecord more);
 };
 
 struct FileEffect {
@@ -175,6 +212,7 @@ struct Report {
     std::optional<BootFailure> failure;
     PropertyMap properties;                 // at the end, or after the last step before a failure
     std::vector<std::string> removed = {};  // of a boot that is told against other properties
+    BootRecord record = {};                 // if the plan asks for it
 };
 
 // Helps std::visit to take one lambda for each kind of event.

@@ -84,7 +84,30 @@ void Reporter::Send(Message message) {
 }
 
 void Reporter::Tell(Event event) {
-    if (detail_ != Detail::kNothing) Send(std::move(event));
+    if (tells_events()) Send(std::move(event));
+}
+
+void Reporter::MakeRecord(const DeviceImports& imports, const std::set<std::string>& watched) {
+    recorder_.emplace(tracker_, imports);
+    watched_ = &watched;
+}
+
+BootRecord Reporter::TakeRecord() {
+    std::lock_guard<std::mutex> lock(record_mutex_);
+    BootRecord record = std::exchange(record_, {});
+    if (recorder_) record.Add(recorder_->Take());
+    return record;
+}
+
+void Reporter::OnStep(const std::string& step) {
+    std::lock_guard<std::mutex> lock(record_mutex_);
+    if (recorder_) recorder_->OnStep(step);
+}
+
+void Reporter::Note(const std::string& name, const std::string& value) const {
+    if (watched_ == nullptr || watched_->count(name) == 0) return;
+    std::lock_guard<std::mutex> lock(record_mutex_);
+    record_.given[name].insert(value);
 }
 
 bool Reporter::IsTold(const std::string& name) const {
@@ -109,10 +132,11 @@ Handover Reporter::Apply(Properties&& properties) const {
             continue;
         }
         std::optional<std::string> previous = platform::StoreProperty(name, value);
+        Note(name, value);
         if (previous == value || !IsTold(name)) continue;
         handover.changes.push_back({name, std::move(previous)});
     }
-    if (detail_ != Detail::kNothing) {
+    if (tells_events()) {
         handover.properties = Told(std::forward<Properties>(properties));
     }
     return handover;
@@ -122,7 +146,7 @@ void Reporter::OnCallback(int mode, PropertyMap properties, const void* frame) {
     const Unobserved unobserved;
     CallbackEvent event;
     event.mode = mode;
-    if (detail_ != Detail::kNothing) {
+    if (tells_events()) {
         event.operations = CallChain();
         event.map = tracker_.HandedOver(event.operations, frame);
     }
@@ -149,6 +173,12 @@ void Reporter::OnRequest(const std::string& name, const std::string& value) {
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
     platform::StoreProperty(name, value);
     Tell(RequestEvent{name, value});
+}
+
+void Reporter::OnKey(const std::string& name, const std::string& value) {
+    std::lock_guard<std::mutex> change(platform::ChangeMutex());
+    platform::StoreProperty(name, value);
+    Tell(KeyEvent{name, value});
 }
 
 void Reporter::OnLog(android::base::LogSeverity severity, const char* file, unsigned line,
@@ -187,26 +217,37 @@ void Reporter::OnOpen(const char* path, int flags) {
 
 void Reporter::OnOpened(int fd) {
     if (Unobserved::IsOn()) return;
-    const off_t size = lseek(fd, 0, SEEK_END);
-    if (size <= 0) return;
-    lseek(fd, 0, SEEK_SET);
-    if ((opened_bytes_ += size) > limits::kOpenedBytes) EndAt(Limit::kOpenedBytes);
+    struct stat status;
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return;
+    if ((opened_bytes_ += status.st_size) > limits::kOpenedBytes) EndAt(Limit::kOpenedBytes);
 }
 
 void Reporter::OnLoad(const char* path, const char* filter, const PropertyMap* properties) {
-    if (!follows_loads()) return;
     const Unobserved unobserved;
-    tracker_.Begin(path, filter, properties);
+    if (recorder_) {
+        std::lock_guard<std::mutex> lock(record_mutex_);
+        recorder_->Begin(path, filter == nullptr ? "" : filter);
+    }
+    if (follows_loads()) tracker_.Begin(path, filter, properties);
 }
 
-void Reporter::OnLoaded(const PropertyMap* properties) {
-    if (!follows_loads()) return;
+void Reporter::OnLoaded(const PropertyMap* properties, bool loaded) {
     const Unobserved unobserved;
-    tracker_.End(properties);
+    if (follows_loads()) tracker_.End(properties);
+    if (recorder_) {
+        std::lock_guard<std::mutex> lock(record_mutex_);
+        recorder_->End(loaded);
+    }
+}
+
+void Reporter::OnPropertyGet(const std::string& name) {
+    if (!recorder_ || Unobserved::IsOn()) return;
+    std::lock_guard<std::mutex> lock(record_mutex_);
+    record_.asked.insert(name);
 }
 
 void Reporter::OnLookUp(const char* path, const char* name) {
-    if (detail_ == Detail::kNothing) return;
+    if (!tells_events()) return;
     const Unobserved unobserved;
     LookUpEvent event;
     event.path = PlainPath(path);
@@ -249,7 +290,8 @@ void Reporter::OnMount(const char* source, const char* target, unsigned long fla
 }
 
 void Reporter::OnPropertySet(const std::string& name, const std::string& value) {
-    if (detail_ == Detail::kNothing) return;
+    Note(name, value);
+    if (!tells_events()) return;
     const Unobserved unobserved;
     Send(PropertyEvent{name, value, CallChain()});
 }

@@ -4,11 +4,14 @@
 
 #include <atomic>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <string>
 
 #include <android-base/logging.h>
 
 #include "boot/init_process.h"
+#include "boot/load_recorder.h"
 #include "boot/load_tracker.h"
 #include "boot/message.h"
 #include "platform.h"
@@ -31,6 +34,17 @@ class Reporter : public platform::Observer, private LoadListener {
 
     // Sends the event if so much detail is asked for.
     void Tell(Event event);
+
+    // A step begins.
+    void OnStep(const std::string& step);
+
+    // Has a record made of what is read, of the imports in these files and of what the properties
+    // of these names are given. Both have to outlive this.
+    void MakeRecord(const DeviceImports& imports, const std::set<std::string>& watched);
+    BootRecord TakeRecord();
+
+    // The system sets a switch key.
+    void OnKey(const std::string& name, const std::string& value);
 
     // The callback of the library, called from the frame whose address is `frame` or one above.
     void OnCallback(int mode, PropertyMap properties, const void* frame);
@@ -55,7 +69,8 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnOpen(const char* path, int flags) override;
     void OnOpened(int fd) override;
     void OnLoad(const char* path, const char* filter, const PropertyMap* properties) override;
-    void OnLoaded(const PropertyMap* properties) override;
+    void OnLoaded(const PropertyMap* properties, bool loaded) override;
+    void OnPropertyGet(const std::string& name) override;
     void OnLookUp(const char* path, const char* name) override;
     void OnMounting(const char* source, const char* target) override;
     void OnMount(const char* source, const char* target, unsigned long flags, int result,
@@ -64,7 +79,11 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnRestorecon(const char* path, unsigned int flags, int result) override;
 
   private:
-    bool follows_loads() const { return detail_ != Detail::kNothing || tracker_.notes_names(); }
+    bool tells_events() const { return detail_ != Detail::kNothing; }
+    bool follows_loads() const { return tells_events() || tracker_.notes_names(); }
+
+    // A property is given a value.
+    void Note(const std::string& name, const std::string& value) const;
 
     bool IsTold(const std::string& name) const;
     PropertyMap Told(PropertyMap properties) const;
@@ -73,7 +92,6 @@ class Reporter : public platform::Observer, private LoadListener {
 
     void OnLoadBegun(LoadEvent event) override { Tell(std::move(event)); }
     void OnLinesRead(LinesRead lines) override { Send(std::move(lines)); }
-    void OnImportRead(ImportRead import) override { Send(std::move(import)); }
 
     std::mutex mutex_;
     size_t told_ = 0;  // bytes
@@ -83,6 +101,10 @@ class Reporter : public platform::Observer, private LoadListener {
     Detail detail_;
     std::function<bool(const std::string& name)> wanted_;
     LoadTracker tracker_;
+    mutable std::mutex record_mutex_;
+    std::optional<LoadRecorder> recorder_;
+    const std::set<std::string>* watched_ = nullptr;
+    mutable BootRecord record_;  // what the recorder does not see
     LastFile* last_file_;
     std::string last_read_;
     std::string logo_source_;  // what was read before the splash partition was opened for output

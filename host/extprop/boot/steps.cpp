@@ -5,13 +5,32 @@
 #include <algorithm>
 #include <string_view>
 
+#include <android-base/strings.h>
+
+#include "TesvoExtensionProperty/commands.h"
 #include "input_error.h"
 
 namespace extprop {
 
 namespace {
 
+using namespace android::init;
+
 constexpr char kMediaRoots[] = "/my_";
+
+std::vector<const char*> SwitchCommands() {
+    std::vector<const char*> words;
+    for (const SwitchKeyCommand& known : kSwitchKeyCommands) words.push_back(known.command);
+    for (const SwitchFileCommand& known : kSwitchFileCommands) words.push_back(known.command);
+    for (const char* trigger : {kBootTrigger, kCompanyTrigger}) words.push_back(trigger);
+    return words;
+}
+
+std::vector<const char*> ServiceCommands() {
+    std::vector<const char*> words = {kCheckMount};
+    for (const NamedOperation& known : kServiceCommands) words.push_back(known.word);
+    return words;
+}
 
 }  // namespace
 
@@ -66,22 +85,13 @@ const std::vector<StepKind>& StepKinds() {
              [](const StepContext& context, const std::string&) {
                  context.extension->loadSimSwitchOverrideProperties(context.callback);
              }},
-            {"sim",
-             "COMMAND",
-             "one switch command, such as sim:regionSwitch (slot 10)",
-             "loadSimSwitchOverrideProperties",
-             {"simSwitchCurrent", "simSwitchFirst", "updateDataCommonProp", "emptyAppchannelProp",
-              "switchCarrierChannel", "regionSwitch", "triggerLogoCopyFromCompanyBoot",
-              "triggerLogoCopyFromCompany"},
+            {"sim", "COMMAND", "one switch command, such as sim:regionSwitch (slot 10)",
+             "loadSimSwitchOverrideProperties", SwitchCommands(),
              [](const StepContext& context, const std::string& command) {
                  context.extension->loadSimSwitchOverrideProperties(command, context.callback);
              }},
-            {"cota-service",
-             "COMMAND",
-             "one carrier-package command (slot 12)",
-             "loadCotaServiceOverrideProperties",
-             {"check_mount", "mount_and_check_load", "mount_must_load", "bind_basic_point",
-              "update_cota_info", "module_bind_single"},
+            {"cota-service", "COMMAND", "one carrier-package command (slot 12)",
+             "loadCotaServiceOverrideProperties", ServiceCommands(),
              [](const StepContext& context, const std::string& command) {
                  context.extension->loadCotaServiceOverrideProperties(command, context.callback);
              }},
@@ -107,9 +117,16 @@ bool Step::is_early() const {
     return std::string_view(kind->word) == "early";
 }
 
+bool Step::switches_keys() const {
+    return std::string_view(kind->word) == "sim";
+}
+
+bool Step::starts_bind_thread() const {
+    return std::string_view(kind->word) == "cota-service" && argument == kCheckMount;
+}
+
 bool Step::copies_logo() const {
-    constexpr std::string_view kLogoCopy = "sim:triggerLogoCopy";
-    return text.compare(0, kLogoCopy.size(), kLogoCopy) == 0;
+    return switches_keys() && android::base::StartsWith(argument, kLogoTrigger);
 }
 
 bool IsStepWord(const std::string& text) {

@@ -45,7 +45,10 @@ struct Step {
     bool is_early() const;
 
     // The library goes on in a thread of its own after this step.
-    bool starts_bind_thread() const { return text == "cota-service:check_mount"; }
+    bool starts_bind_thread() const;
+
+    // The library takes the switch keys from their properties.
+    bool switches_keys() const;
 
     bool copies_logo() const;
 };

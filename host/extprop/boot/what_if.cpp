@@ -6,12 +6,18 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <string_view>
 
 #include <android-base/file.h>
+#include <android-base/logging.h>
 #include <android-base/strings.h>
+#include <nlohmann/json.hpp>
 
 #include "TesvoExtensionProperty/names.h"
 #include "TesvoExtensionProperty/partitions.h"
+#include "boot/message.h"
+#include "device/inside.h"
+#include "device/legal.h"
 #include "device/property_lines.h"
 #include "input_error.h"
 
@@ -68,7 +74,64 @@ bool Make(const Edit& edit) {
     return android::base::WriteStringToFile(content, edit.path, true);
 }
 
+// Adds the edits of the files that step persist takes the switch key from: the one that is read for
+// it, and whichever says it besides, so that none says otherwise.
+void AddKeyEdits(const SwitchKey& key, const std::string& value, std::vector<Edit>* edits) {
+    for (const FixedFile& file : FixedFiles()) {
+        const bool is_read =
+                file.occasion == Occasion::kKeyFiles || file.occasion == Occasion::kDataCommon;
+        if (file.path == std::string_view(key.key_file) ||
+            (is_read && LoadedFrom(file.path).count(key.property) != 0)) {
+            edits->push_back({file.path, key.property, value, false});
+        }
+    }
+}
+
+std::vector<Edit> EditsOf(const WhatIf& what_if) {
+    std::vector<Edit> edits;
+    const Variant& variant = what_if.variant;
+    if (const auto& brand = variant[kBrandAxis]) {
+        edits.push_back({kSystemExtBuildProp, kBrand, *brand, true});
+    }
+    if (const auto& region = variant[kRegionAxis]) {
+        edits.push_back({kRegionBuildProp, kRegion, *region, true});
+    }
+    if (const auto& key = variant[kNvAxis]) edits.push_back({kNvStores[0], "", *key, false});
+    for (int axis = kFirstKeyAxis; axis < kAxisCount; ++axis) {
+        if (variant[axis]) AddKeyEdits(KeyOf(axis), *variant[axis], &edits);
+    }
+    edits.insert(edits.end(), what_if.edits.begin(), what_if.edits.end());
+    return edits;
+}
+
+// Returns the path that cannot be written, if there is one.
+std::optional<std::string> FailingPath(const WhatIf& what_if) {
+    android::base::SetLogger([](auto&&...) {});  // the key files are loaded
+    for (const Edit& edit : EditsOf(what_if)) {
+        if (!Make(edit)) return edit.path;
+    }
+    return std::nullopt;
+}
+
 }  // namespace
+
+int AxisNamed(const std::string& name) {
+    std::string known;
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        if (name == kAxes[axis].name) return axis;
+        known += std::string(axis == 0 ? "" : ", ") + kAxes[axis].name;
+    }
+    throw InputError("there is no axis '" + name + "'; the axes are " + known);
+}
+
+const SwitchKey& KeyOf(int axis) {
+    return SwitchKeys().at(axis - kFirstKeyAxis);
+}
+
+std::optional<std::string> WhyNot(int axis, const std::string& value) {
+    if (value.find_first_of(std::string("\n\0", 2)) != std::string::npos) return "it is one line";
+    return axis < kFirstKeyAxis ? std::nullopt : WhyRefused(KeyOf(axis).property, value);
+}
 
 Edit ParseEdit(const std::string& text) {
     const size_t colon = text.find(':');
@@ -83,39 +146,21 @@ Edit ParseEdit(const std::string& text) {
             text.substr(equals + 1), false};
 }
 
-Edit BrandEdit(const std::string& name) {
-    return {kSystemExtBuildProp, kBrand, name, true};
+bool MakeChangesHere(const WhatIf& what_if) {
+    return !FailingPath(what_if);
 }
 
-Edit RegionEdit(const std::string& code) {
-    return {kRegionBuildProp, kRegion, code, true};
-}
-
-Edit NvKeyEdit(const std::string& key) {
-    return {kNvStores[0], "", key, false};
-}
-
-Words TriedWords(const std::string& property, const std::string& value) {
-    const std::string root = kTriedStep + strlen("early:");
-    return {"--edit", root + "/" + kBuildProp + ":" + property + "=" + value};
-}
-
-std::optional<size_t> MakeEditsHere(const std::vector<Edit>& edits) {
-    for (size_t i = 0; i < edits.size(); ++i) {
-        if (!Make(edits[i])) return i;
+void MakeChanges(const WhatIf& what_if, const sandbox::Sandbox& root) {
+    constexpr std::chrono::seconds kLimit(60);
+    const auto failing = AskInside(
+            root, [&] { return nlohmann::json(FailingPath(what_if).value_or("")); }, kLimit);
+    if (!failing)
+        throw InputError(
+                "it cannot be told which key files say otherwise: the library does not come back "
+                "from them");
+    if (!failing->get<std::string>().empty()) {
+        throw InputError(failing->get<std::string>() + ": cannot be changed for a try");
     }
-    return std::nullopt;
-}
-
-void MakeEdits(const std::vector<Edit>& edits, const sandbox::Sandbox& root) {
-    if (edits.empty()) return;
-    const sandbox::Ending ending = root.Run([&edits] {
-        const auto failing = MakeEditsHere(edits);
-        return failing ? static_cast<int>(std::min<size_t>(*failing, 254)) + 1 : 0;
-    });
-    if (ending.ok()) return;
-    const size_t failed = std::max(ending.exit_status, 1) - 1;
-    throw InputError(edits[failed].path + ": cannot be changed for a try");
 }
 
 }  // namespace extprop

@@ -8,7 +8,7 @@
 #include "explain/explain.h"
 #include "input_error.h"
 #include "named_file.h"
-#include "output/json.h"
+#include "output/documents.h"
 #include "output/page.h"
 #include "output/text.h"
 

@@ -8,12 +8,12 @@
 #include "input_error.h"
 #include "named_file.h"
 #include "output/check_report.h"
-#include "output/json.h"
+#include "output/documents.h"
 #include "output/junit.h"
 #include "output/markdown.h"
-#include "output/printable.h"
 #include "output/tell.h"
 #include "output/text.h"
+#include "printable.h"
 
 namespace extprop {
 

@@ -5,7 +5,7 @@
 #include "commands/command.h"
 #include "commands/options.h"
 #include "input_error.h"
-#include "output/json.h"
+#include "output/documents.h"
 #include "output/text.h"
 
 namespace extprop {

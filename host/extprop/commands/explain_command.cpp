@@ -6,7 +6,7 @@
 #include "commands/options.h"
 #include "input_error.h"
 #include "named_file.h"
-#include "output/json.h"
+#include "output/documents.h"
 #include "output/page.h"
 #include "output/tell.h"
 #include "output/text.h"

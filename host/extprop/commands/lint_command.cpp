@@ -14,10 +14,10 @@
 #include "named_file.h"
 #include "nearest.h"
 #include "output/code_quality.h"
-#include "output/json.h"
-#include "output/printable.h"
+#include "output/documents.h"
 #include "output/sarif.h"
 #include "output/source_root.h"
+#include "printable.h"
 
 namespace extprop {
 

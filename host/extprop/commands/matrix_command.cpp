@@ -11,7 +11,7 @@
 #include "input_error.h"
 #include "matrix/lines.h"
 #include "named_file.h"
-#include "output/json.h"
+#include "output/documents.h"
 #include "output/markdown.h"
 #include "output/matrix_text.h"
 #include "output/page.h"
@@ -168,9 +168,7 @@ ExitStatus List(const Arguments& arguments) {
         std::cout << SpaceText(space, variants.size());
         return kDone;
     }
-    PrintJson(
-            space, variants,
-            [&](const Variant& variant) { return WordsFor(variant, space, options); }, std::cout);
+    PrintJson(space, variants, std::cout);
     return kDone;
 }
 

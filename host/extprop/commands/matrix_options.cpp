@@ -6,8 +6,8 @@
 
 #include <android-base/strings.h>
 
+#include "coverage/workers.h"
 #include "input_error.h"
-#include "matrix/workers.h"
 #include "output/tell.h"
 
 namespace extprop {
@@ -52,7 +52,7 @@ void ParseValues(const char* option, const std::vector<std::string>& words,
         for (const std::string& value : android::base::Split(word.substr(equals + 1), ",")) {
             if (value != kAsItIs && known.values[axis].count(value) == 0) {
                 throw InputError(std::string(option) + " '" + word + "': the device has no " +
-                                 kAxisNames[axis] + " '" + value + "'; --list tells what it has");
+                                 kAxes[axis].name + " '" + value + "'; --list tells what it has");
             }
             (*values)[axis].insert(value);
         }

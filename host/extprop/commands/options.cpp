@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "boot/installing_service.h"
+#include "TesvoExtensionProperty/commands.h"
 #include "budget.h"
 #include "commands/command.h"
 #include "device/legal.h"
@@ -54,10 +54,10 @@ void AddBootOptions(CommandLine* line, BootArguments* arguments) {
                     "Set the properties in FILE before those of --set: a property file, getprop's "
                     "output, a bug report or the persistent properties' store; - is standard "
                     "input");
-    line->AddOption("--brand", "NAME", &arguments->brand, "What if the device were of this brand");
-    line->AddOption("--region", "CODE", &arguments->region, "What if it were of this region");
-    line->AddOption("--nv", "KEY", &arguments->nv_key,
-                    "What if older software had left this key in its radio store");
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        line->AddOption((std::string("--") + kAxes[axis].name).c_str(), kAxes[axis].value,
+                        &arguments->what_if[axis], kAxes[axis].what_if);
+    }
     line->AddOption("--edit", "PATH:NAME=VALUE", &arguments->edits,
                     "What if the property's line in the device's file PATH had this value, or "
                     "were added at its end");
@@ -122,11 +122,18 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
         throw InputError("--request goes with the step cota-service:check_mount");
     }
     plan.requests = arguments.requests;
-    if (!arguments.no_complete) plan.requests.push_back(kBindComplete);
-    if (arguments.brand) AddWords({"--brand", *arguments.brand}, &options);
-    if (arguments.region) AddWords({"--region", *arguments.region}, &options);
-    if (arguments.nv_key) AddWords({"--nv", *arguments.nv_key}, &options);
-    for (const std::string& edit : arguments.edits) options.edits.push_back(ParseEdit(edit));
+    if (!arguments.no_complete) plan.requests.push_back(android::init::kBindComplete);
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        const std::string value = arguments.what_if[axis].value_or("");
+        if (const auto reason = WhyNot(axis, value)) {
+            throw InputError(std::string("--") + kAxes[axis].name + " '" + value +
+                             "': no phone is so: " + *reason);
+        }
+    }
+    options.what_if.variant = arguments.what_if;
+    for (const std::string& edit : arguments.edits) {
+        options.what_if.edits.push_back(ParseEdit(edit));
+    }
     return options;
 }
 

@@ -24,7 +24,7 @@ struct BootArguments {
     std::vector<std::string> requests;
     std::vector<std::string> edits;
     ImageArguments images;
-    std::optional<std::string> brand, region, nv_key;
+    Variant what_if;
     bool any_word = false;
     bool no_complete = false;
     int time_limit = 30;

@@ -9,7 +9,7 @@
 #include "device/legal.h"
 #include "device/property_lines.h"
 #include "input_error.h"
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 

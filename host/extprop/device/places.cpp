@@ -1,17 +1,22 @@
 #include "device/places.h"
 
 #include <algorithm>
+#include <set>
+#include <string_view>
 
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
+#include "TesvoExtensionProperty/commands.h"
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/names.h"
 #include "TesvoExtensionProperty/partitions.h"
+#include "nearest.h"
 
 namespace extprop {
 
 using android::base::EndsWith;
+using android::base::StartsWith;
 using namespace android::init;
 
 const std::vector<FixedFile>& FixedFiles() {
@@ -49,12 +54,17 @@ std::optional<FileUse> UseOf(const std::string& path) {
 }
 
 const std::vector<SwitchKey>& SwitchKeys() {
-    static const std::vector<SwitchKey> keys = {
-            {kSimSwitchFirst, kFirstTimeLeaf, "simSwitchFirst", kDataFirstFile},
-            {kSimSwitchCurrent, kCurrentTimeLeaf, "simSwitchCurrent", kDataCurrentFile},
-            {kChannelInfo, kCarrierChannelLeaf, "switchCarrierChannel", kDataCommonFile},
-            {kRegionSwitchFirst, kRegionLeaf, "regionSwitch", kDataRegionFile},
-    };
+    static const std::vector<SwitchKey> keys = [] {
+        std::vector<SwitchKey> found;
+        for (const char* property :
+             {kSimSwitchFirst, kSimSwitchCurrent, kChannelInfo, kRegionSwitchFirst}) {
+            for (const SwitchKeyCommand& known : kSwitchKeyCommands) {
+                if (std::string_view(property) != known.property) continue;
+                found.push_back({known.property, known.leaf, known.command, known.dataFile});
+            }
+        }
+        return found;
+    }();
     return keys;
 }
 
@@ -78,9 +88,86 @@ std::vector<std::string> AddedRoots(const std::string& brand_code, const std::st
     return added;
 }
 
-const std::string& RegionsDirectory() {
-    static const std::string directory = android::base::Dirname(AddedRoots("", "any").front());
-    return directory;
+const std::vector<std::string>& RegionsDirectories() {
+    static const std::vector<std::string> directories = [] {
+        constexpr char kAny[] = "any-region";
+        std::vector<std::string> found;
+        for (const std::string& root : AddedRoots("", kAny)) {
+            if (android::base::Basename(root) == kAny)
+                found.push_back(android::base::Dirname(root));
+        }
+        return found;
+    }();
+    return directories;
 }
+
+namespace {
+
+constexpr char kVendorMounts[] = "/mnt/vendor/";
+constexpr char kOdm[] = "/odm";
+
+// What init loads by itself of the one partition that it shares with the library.
+constexpr const char* kSystemsFiles[] = {"/odm/etc/build.prop", "/odm/default.prop"};
+
+// A partition of the system whose name is nearly one of the library's.
+constexpr char kOem[] = "/oem";
+
+// The names of the partitions below /mnt/vendor, such as "my_region".
+const std::vector<std::string>& PartitionNames() {
+    static const std::vector<std::string> names = [] {
+        std::set<std::string> unique;
+        for (const std::string& root : partitionRoots("", "")) {
+            if (!StartsWith(root, kVendorMounts)) continue;
+            const size_t start = sizeof(kVendorMounts) - 1;
+            unique.insert(root.substr(start, root.find('/', start) - start));
+        }
+        return std::vector<std::string>(unique.begin(), unique.end());
+    }();
+    return names;
+}
+
+bool LiesWithKeyFiles(const std::string& path) {
+    const std::string directory = android::base::Dirname(path);
+    for (const FixedFile& file : FixedFiles()) {
+        if (file.path != std::string(kCompanyConfig) &&
+            directory == android::base::Dirname(file.path)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+std::string PartitionOf(const std::string& path) {
+    const size_t start = StartsWith(path, kVendorMounts) ? sizeof(kVendorMounts) - 1 : 1;
+    return path.substr(0, path.find('/', start));
+}
+
+PartitionKind KindOfPartition(const std::string& directory) {
+    constexpr size_t kNear = 2;
+    const std::string name = android::base::Basename(directory);
+    const std::vector<std::string>& names = PartitionNames();
+    if (directory == kOdm || std::find(names.begin(), names.end(), name) != names.end()) {
+        return {PartitionKind::kKnown, ""};
+    }
+    if (const std::string near = Nearest(name, names, kNear); !near.empty()) {
+        return {PartitionKind::kMisspelt, kVendorMounts + near};
+    }
+    if (directory != kOem && !Nearest(directory, {kOdm}, 1).empty()) {
+        return {PartitionKind::kMisspelt, kOdm};
+    }
+    return {StartsWith(name, "my_") ? PartitionKind::kAlike : PartitionKind::kSystems, ""};
+}
+
+bool IsSystems(const std::string& path) {
+    for (const char* file : kSystemsFiles) {
+        if (path == file) return true;
+    }
+    return KindOfPartition(PartitionOf(path)).kind == PartitionKind::kSystems &&
+           !LiesWithKeyFiles(path);
+}
+
+// Whether a carrier package is mounted there by default.
 
 }  // namespace extprop

@@ -66,26 +66,26 @@ inline constexpr char kBuildProp[] = "build.prop";
 // partitions.
 std::vector<std::string> AddedRoots(const std::string& brand_code, const std::string& region);
 
-// Returns the directory of which each one in it is a region's root.
-const std::string& RegionsDirectory();
+// Returns the directories of which each one in it is a region's root.
+const std::vector<std::string>& RegionsDirectories();
 
-// Words of a command line.
-using Words = std::vector<std::string>;
+// Returns the directory in which a partition would be mounted that the path is on: "/odm" or
+// "/mnt/vendor/my_region".
+std::string PartitionOf(const std::string& path);
 
-inline Words operator+(Words words, const Words& more) {
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
-}
-
-// One reason for which the library reads a file.
-struct Reading {
-    Occasion occasion = Occasion::kPartition;
-    Words root_words;  // that bring its root into the list of partitions
-    enum Root { kListed, kCompany, kPackage, kModule, kElsewhere } root = kListed;
-    std::string place;              // of a root that is not listed: its path
-    bool is_through_mount = false;  // a package's or module's file at a listed root
-    int key_index = 0;              // of a key directory: in SwitchKeys()
-    std::string key;  // of a key directory; of an old key file an nv key that leads there
+// What the library has to do with the partition at a directory.
+struct PartitionKind {
+    enum {
+        kKnown,     // it has roots there, or the system shows a partition with roots there too
+        kMisspelt,  // the name is nearly that of a known one
+        kAlike,     // the name is of the known ones' form
+        kSystems,   // nothing
+    } kind = kSystems;
+    std::string nearest;  // of a misspelt one where the known one would be
 };
+PartitionKind KindOfPartition(const std::string& directory);
+
+// Whether the system's own init may load the file, whatever the library does.
+bool IsSystems(const std::string& path);
 
 }  // namespace extprop

@@ -54,19 +54,4 @@ bool PassesFilter(const std::string& name, const std::string& filter) {
     return strcmp(name.c_str(), filter.c_str()) == 0;
 }
 
-std::vector<std::string> References(std::string_view text) {
-    std::vector<std::string> names;
-    for (size_t dollar = 0; (dollar = text.find('$', dollar)) != std::string_view::npos;) {
-        const size_t close = text.find('}', dollar);
-        if (text.substr(dollar + 1, 1) != "{" || close == std::string_view::npos) {
-            dollar += 2;  // "$$", or a text that cannot be expanded
-            continue;
-        }
-        const std::string_view inner = text.substr(dollar + 2, close - dollar - 2);
-        names.emplace_back(inner.substr(0, inner.find(":-")));
-        dollar = close + 1;
-    }
-    return names;
-}
-
 }  // namespace extprop

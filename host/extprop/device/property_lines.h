@@ -36,7 +36,4 @@ std::vector<PropertyLine> PropertyLines(std::string_view content, bool filtered 
 // Whether the loader keeps the name under an import's filter, which is empty for none.
 bool PassesFilter(const std::string& name, const std::string& filter);
 
-// Returns the names of the properties that a text such as an import's file name refers to.
-std::vector<std::string> References(std::string_view text);
-
 }  // namespace extprop

@@ -5,7 +5,7 @@
 #include <android-base/strings.h>
 
 #include "input_error.h"
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 

@@ -3,12 +3,10 @@
 #include <fnmatch.h>
 
 #include <algorithm>
-#include <map>
-#include <set>
+#include <stdexcept>
 
-#include "device/property_lines.h"
-#include "explain/requirements.h"
-#include "input_error.h"
+#include "coverage/coverage.h"
+#include "coverage/workers.h"
 
 namespace extprop {
 
@@ -40,55 +38,6 @@ std::vector<std::string> Unmatched(const std::vector<std::string>& patterns,
 
 namespace {
 
-// Boots the device again with words added to its command line.
-class Trials {
-  public:
-    Trials(PreparedDevice* device, const BootOptions& options)
-            : device_(device), options_(options) {}
-
-    bool Load(const Words& words, const SurveyedFile& file, const std::string& name) {
-        auto [loads, is_new] = known_.try_emplace(words);
-        if (is_new) loads->second = LoadsOf(words);
-        const std::string& own = file.source ? *file.source : file.path;
-        const auto [begin, end] = loads->second.equal_range(own);
-        return std::any_of(begin, end,
-                           [&](const auto& load) { return PassesFilter(name, load.second); });
-    }
-
-  private:
-    using FilesAndFilters = std::multimap<std::string, std::string>;  // the device's own files
-
-    FilesAndFilters LoadsOf(const Words& words) {
-        BootOptions options = options_;
-        options.plan.detail = Detail::kOrigins;
-        // A command line that names a step has none of those that go without saying.
-        if (options.names_no_steps && std::any_of(words.begin(), words.end(), IsStepWord)) {
-            options.plan.steps.clear();
-        }
-        Report report;
-        try {
-            AddWords(words, &options);
-            device_->Reset(options);
-            report = device_->Boot();
-        } catch (const InputError&) {
-            return {};  // an edit that cannot be made
-        }
-        FilesAndFilters loads;
-        for (const StepReport& step : report.steps) {
-            for (const Event& event : step.events) {
-                const auto* load = std::get_if<LoadEvent>(&event);
-                if (load == nullptr || report.failure) continue;
-                loads.emplace(load->source.value_or(load->path), load->filter.value_or(""));
-            }
-        }
-        return loads;
-    }
-
-    PreparedDevice* device_;
-    const BootOptions& options_;
-    std::map<Words, FilesAndFilters> known_;
-};
-
 // The origin that the lines of a file that did not load have in common.
 Origin UnloadedOrigin(const SurveyedFile& file, const sandbox::Sandbox& root) {
     Origin origin;
@@ -100,32 +49,54 @@ Origin UnloadedOrigin(const SurveyedFile& file, const sandbox::Sandbox& root) {
     return origin;
 }
 
-// Adds the lines that no load has come to, and says of all that did not load what it takes.
+// Adds the lines of wanted names that no load has come to.
 void AddUnloaded(const Survey& survey, const std::vector<std::string>& patterns,
-                 const sandbox::Sandbox& root, Requirements* requirements, Origins* origins) {
-    for (auto& [name, known] : *origins) {
-        if (!Matches(name, patterns)) continue;
-        for (Origin& origin : known) {
-            if (origin.did_not_load())
-                origin.required = requirements->WordsFor(origin.own_file(), name);
-        }
-    }
+                 const sandbox::Sandbox& root, Origins* origins) {
     for (const SurveyedFile& file : survey.files) {
         Origin origin = UnloadedOrigin(file, root);
         for (const LineRead& line : file.lines) {
             if (!Matches(line.name, patterns)) continue;
             std::vector<Origin>& known = (*origins)[line.name];
-            bool is_known = false;
-            for (const Origin& other : known) {
-                is_known |= other.kind == OriginKind::kFile && other.line == line.number &&
-                            other.own_file() == origin.own_file();
-            }
+            const bool is_known = std::any_of(known.begin(), known.end(), [&](const Origin& other) {
+                return other.kind == OriginKind::kFile && other.line == line.number &&
+                       other.own_file() == origin.own_file();
+            });
             if (is_known) continue;
             origin.line = line.number;
             origin.value = line.value;
-            origin.required = requirements->WordsFor(file, line.name);
             known.push_back(origin);
         }
+    }
+}
+
+// Returns those of the wanted names that did not load.
+std::vector<std::pair<std::string, Origin*>> Unloaded(const std::vector<std::string>& patterns,
+                                                      Origins* origins) {
+    std::vector<std::pair<std::string, Origin*>> unloaded;
+    for (auto& [name, known] : *origins) {
+        if (!Matches(name, patterns)) continue;
+        for (Origin& origin : known) {
+            if (origin.did_not_load()) unloaded.emplace_back(name, &origin);
+        }
+    }
+    return unloaded;
+}
+
+// Says of each line what it takes to load it.
+void AskCoverage(const std::vector<std::pair<std::string, Origin*>>& unloaded,
+                 PreparedDevice* device, const BootOptions& options, const Survey& survey,
+                 Report* report) {
+    if (unloaded.empty()) return;
+    try {
+        const Coverage coverage(device, options, survey, ProcessorCount());
+        for (const auto& [name, origin] : unloaded) {
+            origin->required = coverage.WordsFor(origin->own_file(), name);
+            origin->tried = static_cast<int>(coverage.boots().size());
+        }
+    } catch (const std::runtime_error& error) {
+        report->notes.emplace_back(
+                std::string("it was not tried what would load the lines that did not load: ") +
+                error.what());
     }
 }
 
@@ -134,29 +105,23 @@ void AddUnloaded(const Survey& survey, const std::vector<std::string>& patterns,
 Explanation Explain(const BootOptions& options, const std::vector<std::string>& patterns,
                     Report* report) {
     PreparedDevice device(options);
-    std::set<std::string> controls(Requirements::ControlProperties().begin(),
-                                   Requirements::ControlProperties().end());
     const auto matches = [&](const std::string& name) { return Matches(name, patterns); };
-    auto survey = TakeSurvey(device.root(), matches, options.time_limit);
-    const bool surveyed = survey.has_value();
-    if (!surveyed) survey.emplace();
-    controls.insert(survey->references.begin(), survey->references.end());
-
-    Tracer tracer;
-    *report = device.Boot(&tracer, [&](const std::string& name) {
-        return controls.count(name) != 0 || matches(name);
-    });
-    if (!surveyed) {
-        report->notes.emplace_back(std::string("the files that were not loaded are not told of: ") +
-                                   kNoSurvey);
+    std::optional<Survey> survey;
+    std::string why_none;
+    try {
+        survey = TakeSurvey(device.root(), matches, options.time_limit);
+    } catch (const std::runtime_error& error) {
+        why_none = error.what();
     }
-    Trials trials(&device, options);
-    const Loads loads = [&](const Words& words, const SurveyedFile& file, const std::string& name) {
-        return trials.Load(words, file, name);
-    };
-    Requirements requirements(*survey, tracer, *report, options, loads);
+    Tracer tracer;
+    *report = device.Boot(&tracer, matches);
     Origins origins = tracer.Origins();
-    AddUnloaded(*survey, patterns, device.root(), &requirements, &origins);
+    if (survey) {
+        AddUnloaded(*survey, patterns, device.root(), &origins);
+        AskCoverage(Unloaded(patterns, &origins), &device, options, *survey, report);
+    } else {
+        report->notes.push_back("the files that were not loaded are not told of: " + why_none);
+    }
 
     Explanation explanation;
     explanation.device = report->device;

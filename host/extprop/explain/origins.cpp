@@ -70,8 +70,6 @@ void Tracer::OnBoot(const BootStart& start) {
     loads_.clear();
     maps_.clear();
     own_map_.reset();
-    covered_.clear();
-    stored_in_force_ = false;
     stored_.clear();
     for (const auto& [name, index] : winners_) {
         if (IsPersistent(name)) {
@@ -96,12 +94,6 @@ void Tracer::OnStep(const std::string& step) {
 Origin* Tracer::FindWinner(const std::string& name) {
     auto index = winners_.find(name);
     return index == winners_.end() ? nullptr : &origins_[name][index->second];
-}
-
-const std::vector<Origin>& Tracer::GivenTo(const std::string& name) const {
-    static const std::vector<Origin> kNone;
-    auto known = origins_.find(name);
-    return known == origins_.end() ? kNone : known->second;
 }
 
 const Origin* Tracer::Winner(const std::string& name) const {
@@ -150,7 +142,6 @@ void Tracer::OnEvent(const Event& event) {
                            HandOver(map, map.operations, map.map);
                        },
                        [&](const StoredEvent& stored) {
-                           stored_in_force_ = true;
                            for (const auto& [name, value] : stored.properties) {
                                auto kept = stored_.find(name);
                                if (kept != stored_.end()) {
@@ -173,14 +164,16 @@ void Tracer::OnEvent(const Event& event) {
                        [&](const RequestEvent& request) {
                            AddOperation(OriginKind::kRequest, request.name, request.value, {});
                        },
-                       [&](const LoadEvent& load) {
-                           loads_.push_back(load);
-                           if (!load.filter) loaded_whole_.insert(load.source.value_or(load.path));
-                       },
+                       [&](const LoadEvent& load) { loads_.push_back(load); },
                        [&](const LookUpEvent& look_up) { look_up_ = look_up; },
-                       [&](const MountEvent& mount) {
-                           if (mount.covers) covered_.push_back(*mount.covers);
+                       [&](const KeyEvent& key) {
+                           Origin origin;
+                           origin.value = key.value;
+                           origin.boot = boot_;
+                           origin.step = step_;
+                           Add(key.name, std::move(origin));
                        },
+                       [](const MountEvent&) {},
                        [](const LogEvent&) {},
                        [](const OpenEvent&) {},
                        [](const RestoreconEvent&) {},
@@ -225,18 +218,6 @@ void Tracer::OnLines(const LinesRead& read) {
             map.lines.push_back({line.name, origin});
         }
     }
-}
-
-void Tracer::OnImport(const ImportRead& read) {
-    const LoadEvent& load = loads_.at(read.load);
-    ReferringImport import;
-    for (const auto& [name, value] : read.references) {
-        const Origin* winner = Winner(name);
-        import.references.push_back(
-                {name, value, winner == nullptr ? std::nullopt : std::optional<Origin>(*winner),
-                 stored_in_force_});
-    }
-    imports_.emplace(std::pair(load.source.value_or(load.path), read.line), std::move(import));
 }
 
 // What init was given: for each name the last line of the map that gave it its value, or else the

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "boot/boot.h"
-#include "explain/survey.h"
 
 namespace extprop {
 
@@ -45,8 +44,10 @@ struct Origin {
     // Of an operation or a look-up.
     std::vector<std::string> operations;
 
-    // Of a line that did not load: the words that make the same command line load it.
+    // Of a line that did not load: the words that make the same command line load it, as a boot
+    // with them did, and how many boots were made to find them.
     std::optional<std::vector<std::string>> required;
+    int tried = 0;
 
     bool did_not_load() const { return fate >= Fate::kLookedUp; }
     const std::string& own_file() const { return source ? *source : file; }
@@ -55,17 +56,6 @@ struct Origin {
 // By property.
 using Origins = std::map<std::string, std::vector<Origin>>;
 
-// An import that referred to properties, as a load came to it first.
-struct ReferringImport {
-    struct Reference {
-        std::string name;
-        std::string value;             // then; empty if it was unset
-        std::optional<Origin> origin;  // of the value
-        bool stored_in_force = false;  // the stored persistent properties were
-    };
-    std::vector<Reference> references;
-};
-
 // Follows a boot and finds the origins of the properties whose lines it is told of.
 class Tracer : public BootListener {
   public:
@@ -73,22 +63,10 @@ class Tracer : public BootListener {
     void OnStep(const std::string& step) override;
     void OnEvent(const Event& event) override;
     void OnLines(const LinesRead& lines) override;
-    void OnImport(const ImportRead& import) override;
     void OnStepEnd() override;
 
     // The origin of the property's present value, or null.
     const Origin* Winner(const std::string& name) const;
-
-    // The origins of all values that the property was given so far.
-    const std::vector<Origin>& GivenTo(const std::string& name) const;
-
-    // The device's own files that were loaded without a filter.
-    const std::set<std::string>& loaded() const { return loaded_whole_; }
-    // By the importing file, the device's own, and the line.
-    using Imports = std::map<std::pair<std::string, int>, ReferringImport>;
-    const Imports& imports() const { return imports_; }
-    // The device's own paths that something is mounted over at the end.
-    const std::vector<std::string>& covered() const { return covered_; }
 
     // Returns the origins so far, each line of a file once, with what it decided.
     extprop::Origins Origins() const;
@@ -118,10 +96,6 @@ class Tracer : public BootListener {
     std::vector<LoadEvent> loads_;  // of this boot
     LookUpEvent look_up_;
     std::optional<int> own_map_;  // init's
-    std::set<std::string> loaded_whole_;
-    Imports imports_;
-    std::vector<std::string> covered_;
-    bool stored_in_force_ = false;
     int boot_ = 0;
     std::optional<std::string> step_;  // none before the first of a boot
 };

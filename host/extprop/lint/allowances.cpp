@@ -8,7 +8,7 @@
 #include "input_error.h"
 #include "lint/rules.h"
 #include "nearest.h"
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 

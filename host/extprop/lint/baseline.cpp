@@ -6,8 +6,9 @@
 #include <nlohmann/json.hpp>
 
 #include "input_error.h"
+#include "json/text.h"
+#include "lint/finding_fields.h"
 #include "named_file.h"
-#include "output/json.h"
 
 namespace extprop {
 
@@ -90,7 +91,7 @@ std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::strin
         // Up to here all of them were objects.
         const int at = baseline.size() < lines.size() ? lines[baseline.size()] : line;
         try {
-            baseline.push_back(KnownFindingFromJson(finding));
+            baseline.push_back(FromJson<KnownFinding>(finding));
         } catch (const json::exception&) {
             fail(at, "this is no finding: it has the texts fingerprint, identifier, path and text");
         }
@@ -104,7 +105,7 @@ std::string BaselineText(const std::vector<Finding>& findings) {
                        ", \"" + kFindingsField + "\": [";
     const char* separator = "\n";
     for (const Finding& finding : findings) {
-        text += separator + JsonLine(ToJson(Known(finding)));
+        text += separator + JsonLine(Write(Known(finding)));
         separator = ",\n";
     }
     return text + "\n]}\n";

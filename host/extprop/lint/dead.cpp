@@ -5,7 +5,7 @@
 #include "TesvoExtensionProperty/names.h"
 #include "lint/rules.h"
 #include "nearest.h"
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 

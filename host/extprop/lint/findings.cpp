@@ -13,7 +13,7 @@
 
 #include "budget.h"
 #include "lint/rules.h"
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 

@@ -11,19 +11,15 @@
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
-#include "TesvoExtensionProperty/cota.h"
-#include "TesvoExtensionProperty/names.h"
+#include "device/imports.h"
 #include "lint/rules.h"
 #include "nearest.h"
-#include "output/printable.h"
 #include "platform.h"
-#include "utils.h"
+#include "printable.h"
 
 namespace extprop {
 
 namespace {
-
-using platform::PropertyMap;
 
 constexpr const Rule& kImportCycle = RuleNamed("import-cycle");
 constexpr const Rule& kMissingImport = RuleNamed("missing-import");
@@ -37,21 +33,17 @@ constexpr const Rule& kImportMultiplies = RuleNamed("import-multiplies");
 // One file loaded as often as this is no longer meant.
 constexpr uint64_t kManyLoads = 100;
 
-// The values that a property has in some file of the device.
-using PropertyValues = std::map<std::string_view, std::set<std::string_view>>;
+// Of so many choices of values it is looked where they lead.
+constexpr size_t kMostChoices = 1000;
 
-// What the name of an imported file may become on the phone.
-struct Expansion {
+// What the boot loader sets, so that no boot here shows it.
+constexpr char kBootLoaders[] = "ro.boot.";
+
+// What the name of an imported file becomes with the values that files give to its references.
+struct Expansions {
     std::set<std::string> paths;
     std::string malformed;  // the library's words, if it can become nothing at all
     std::string unset;      // the library's words, if it takes a property that no file sets
-};
-
-// What there is on the device at the paths of an expansion.
-struct Targets {
-    std::vector<std::string> files;
-    std::vector<std::string> links;    // quoted
-    std::vector<std::string> missing;  // with the reason
 };
 
 // An import line and the files that it leads to, one of them in a boot.
@@ -62,13 +54,7 @@ struct Import {
 };
 using ImportGraph = std::map<std::string, std::vector<Import>>;
 
-// A line that gives a property a value, and when init is given it.
-struct Setter {
-    const PropertyFile* file;
-    const PropertyLine* line;
-    unsigned moments;
-};
-using Setters = std::map<std::string, std::vector<Setter>>;  // by name
+using PropertyValues = std::map<std::string, std::set<std::string>, std::less<>>;
 
 bool SetsProperties(const PropertyFile& file) {
     return file.use != FileUse::kMapping && file.use != FileUse::kDeviceName;
@@ -80,71 +66,48 @@ PropertyValues ValuesIn(const PropertyFiles& files) {
         if (!SetsProperties(file)) continue;
         for (const PropertyLine& line : file.lines) {
             if (line.kind == PropertyLine::kProperty && !line.value.empty()) {
-                values[line.name].insert(line.value);
+                values[std::string(line.name)].insert(std::string(line.value));
             }
         }
     }
     return values;
 }
 
-// Returns the name of the unset property that an expansion failed at, or nothing if it failed at
-// something else. Only the message tells.
-std::string UnsetName(const std::string& message) {
-    constexpr char kBefore[] = "property '";
-    const size_t end = message.find("' doesn't exist while expanding");
-    if (!android::base::StartsWith(message, kBefore) || end == std::string::npos) return "";
-    return message.substr(strlen(kBefore), end - strlen(kBefore));
-}
-
-// Returns the library's words on a text that no property makes right, or nothing.
-std::string SyntaxFault(const std::string& text) {
-    platform::ResetProperties({});
-    while (true) {
-        const auto expanded = ExpandProps(text);
-        if (expanded.ok()) return "";
-        const std::string name = UnsetName(expanded.error().message());
-        if (name.empty()) return expanded.error().message();
-        platform::StoreProperty(name, "any");
-    }
-}
-
-// Expands the text without any property, as early in a boot, and with each value that a property
-// in it may have.
-Expansion Expand(const std::string& text, const PropertyValues& values) {
-    Expansion expansion;
-    expansion.malformed = SyntaxFault(text);
-    if (!expansion.malformed.empty()) return expansion;
-
-    std::vector<PropertyMap> settings(1);
-    for (const auto& [name, known] : values) {
-        if (text.find(name) == std::string::npos) continue;
-        settings.resize(std::max(settings.size(), known.size() + 1));
-    }
-    for (const auto& [name, known] : values) {
-        if (text.find(name) == std::string::npos) continue;
-        auto value = known.begin();
-        for (size_t i = 1; i < settings.size(); ++i) {
-            settings[i].emplace(name, *value);
-            if (std::next(value) != known.end()) ++value;
+// Expands the name without any property, as early in a boot, and with every choice of the values
+// that the properties in it may have.
+Expansions Expand(const std::string& name, const PropertyValues& values) {
+    Expansions expansions;
+    expansions.malformed = SyntaxFault(name);
+    if (!expansions.malformed.empty()) return expansions;
+    std::vector<platform::PropertyMap> choices(1);
+    for (const std::string& reference : References(name)) {
+        const auto known = values.find(reference);
+        if (known == values.end()) continue;
+        const size_t before = choices.size();
+        for (const std::string& value : known->second) {
+            for (size_t i = 0; i < before && choices.size() < kMostChoices; ++i) {
+                choices.push_back(choices[i]);
+                choices.back()[reference] = value;
+            }
         }
     }
-    for (PropertyMap& setting : settings) {
-        platform::ResetProperties(std::move(setting));
-        const auto path = ExpandProps(text);
-        if (path.ok()) {
-            expansion.paths.insert(*path);
+    for (platform::PropertyMap& choice : choices) {
+        platform::ResetProperties(std::move(choice));
+        const Expansion expansion = extprop::Expand(name);
+        if (expansion.fault.empty()) {
+            expansions.paths.insert(expansion.path);
         } else {
-            expansion.unset = path.error().message();
+            expansions.unset = expansion.fault;
         }
     }
-    return expansion;
+    return expansions;
 }
 
 // Expands what the files import, adds those files to them, and does the same with the properties
 // that these bring, until there is nothing new. Returns the expansions.
-std::map<std::string, Expansion> FollowImports(const DeviceTree& tree, PropertyFiles* files,
-                                               Findings* findings) {
-    std::map<std::string, Expansion> expansions;
+std::map<std::string, Expansions> FollowImports(const DeviceTree& tree, PropertyFiles* files,
+                                                Findings* findings) {
+    std::map<std::string, Expansions> expansions;
     size_t known;
     do {
         known = files->size();
@@ -153,12 +116,12 @@ std::map<std::string, Expansion> FollowImports(const DeviceTree& tree, PropertyF
         for (const auto& [path, file] : *files) {
             for (const PropertyLine& line : file.lines) {
                 if (line.kind != PropertyLine::kImport) continue;
-                const std::string text(line.name);
-                if (expansions.count(text) == 0) expansions[text] = Expand(text, values);
+                const std::string name(line.name);
+                if (expansions.count(name) == 0) expansions[name] = Expand(name, values);
             }
         }
-        for (const auto& [text, expansion] : expansions) {
-            for (const std::string& path : expansion.paths) {
+        for (const auto& [name, known_paths] : expansions) {
+            for (const std::string& path : known_paths.paths) {
                 Place place;
                 if (!tree.Find(path, false, &place) || !place.is_file()) continue;
                 AddPropertyFile(tree, place, FileUse::kProperties, files, findings);
@@ -168,98 +131,243 @@ std::map<std::string, Expansion> FollowImports(const DeviceTree& tree, PropertyF
     return expansions;
 }
 
-// Finds the file that the path leads to while a carrier package or module is mounted.
-bool FindMounted(const DeviceTree& tree, const std::string& path, const PropertyFiles& files,
-                 Place* place) {
-    for (const auto& [message, file] : files) {
-        if (file.use != FileUse::kCotaMessage) continue;
-        std::string source, target = android::init::kCarrierRoot;
-        for (const PropertyLine& line : file.lines) {
-            if (line.name == android::init::kCotaRoot || line.name == "mount_point") {
-                source = line.value;
-            } else if (line.name == android::init::kBindPoint) {
-                target = line.value;
-            }
-        }
-        Place point, above_place;
-        if (source.empty() || !tree.Find(target, true, &point)) continue;
-        for (std::string above = android::base::Dirname(path); above.size() > 1;
-             above = android::base::Dirname(above)) {
-            if (!tree.Find(above, true, &above_place) || above_place.path != point.path) continue;
-            if (tree.Find(source + path.substr(above.size()), false, place)) return true;
-        }
-    }
-    return false;
-}
-
-Targets FindTargets(const DeviceTree& tree, const std::set<std::string>& paths,
-                    const PropertyFiles& files) {
-    Targets targets;
+// The files among the paths.
+std::vector<std::string> FilesAt(const DeviceTree& tree, const std::set<std::string>& paths) {
+    std::vector<std::string> files;
     for (const std::string& path : paths) {
         Place place;
-        const bool is_there = tree.Find(path, false, &place);
-        const std::string reason = is_there ? "" : strerror(errno);
-        if (!is_there && !FindMounted(tree, path, files, &place)) {
-            targets.missing.push_back(QuotedShort(path) + ": " + reason);
-        } else if (place.is_link()) {
-            targets.links.push_back(QuotedShort(path));
-        } else if (!place.is_file()) {
-            targets.missing.push_back(QuotedShort(path) + " is no file");
-        } else {
-            targets.files.push_back(place.path);
+        if (tree.Find(path, false, &place) && place.is_file()) files.push_back(place.path);
+    }
+    return files;
+}
+
+// What boots showed of one import line.
+struct Seen {
+    size_t boots = 0;                                                // that came to it
+    std::map<std::string, std::vector<const CoveredBoot*>> missing;  // by the path that it led to
+    bool leads_to_file = false;
+    std::vector<std::set<std::string>> values;           // of its references
+    std::map<std::string, std::set<std::string>> given;  // to them in such boots, at any time
+};
+using SeenImports = std::map<std::pair<std::string, int>, Seen>;
+
+// Looks at the phones that the device can become: what only further steps or properties make of
+// them is nobody's fault.
+SeenImports SeenIn(const Coverage& coverage) {
+    SeenImports seen;
+    for (const CoveredBoot& boot : coverage.boots()) {
+        if (!boot.is_phone) continue;
+        std::set<std::pair<std::string, int>> counted;
+        for (const RecordedImport& import : boot.record.imports) {
+            Seen& entry = seen[{import.file, import.line}];
+            if (counted.insert({import.file, import.line}).second) ++entry.boots;
+            entry.leads_to_file |= import.leads_to_file;
+            if (!import.leads_to_file && !import.path.empty()) {
+                auto& boots = entry.missing[import.path];
+                if (boots.empty() || boots.back() != &boot) boots.push_back(&boot);
+            }
+            entry.values.resize(import.values.size());
+            for (size_t i = 0; i < import.values.size(); ++i) {
+                entry.values[i].insert(import.values[i]);
+            }
+            for (const auto& [name, values] : boot.record.given) {
+                entry.given[name].insert(values.begin(), values.end());
+            }
         }
     }
-    return targets;
+    return seen;
 }
 
-// Returns the first of them and how many more there are.
-std::string FirstOf(const std::vector<std::string>& texts) {
-    if (texts.size() == 1) return texts[0];
-    return texts[0] + " (and " + std::to_string(texts.size() - 1) + " more like it)";
-}
+// Checks the imports of one device.
+class ImportChecker {
+  public:
+    ImportChecker(const DeviceTree& tree, const Coverage* coverage, const PropertyFiles& files,
+                  Findings* findings)
+            : tree_(tree), coverage_(coverage), files_(files), findings_(findings) {
+        if (coverage == nullptr) return;
+        seen_ = SeenIn(*coverage);
+        for (const CoveredBoot& boot : coverage->boots()) phones_ += boot.is_phone;
+    }
 
-// Whether the text refers to the switch key that is in force whenever the file is read.
-bool RefersToOwnKey(const std::string& path, const std::string& text) {
-    if (!IsOfSwitchKey(path)) return false;
-    const std::string leaf = android::base::Basename(android::base::Dirname(path));
-    return std::any_of(SwitchKeys().begin(), SwitchKeys().end(), [&](const SwitchKey& key) {
-        return leaf == key.leaf && text.find(std::string("${") + key.property) != std::string::npos;
-    });
-}
+    void Check(const PropertyFile& file, const PropertyLine& line, const Expansions& expansions) {
+        const std::string name(line.name);
+        const auto seen = seen_.find({file.path, line.number});
+        CheckName(file, line, expansions);
+        CheckLinks(file, line, expansions);
+        if (!expansions.malformed.empty()) return;
+        const std::vector<std::string> references = References(name);
+        const bool is_outside =
+                std::any_of(references.begin(), references.end(), [](const std::string& reference) {
+                    return android::base::StartsWith(reference, kBootLoaders);
+                });
+        if (references.empty() || is_outside) {
+            CheckTargets(file, line, expansions, seen == seen_.end() ? nullptr : &seen->second);
+        } else if (seen != seen_.end()) {
+            CheckSeen(file, line, seen->second);
+            CheckReferences(file, line, references, seen->second);
+        }
+    }
 
-void CheckImport(const PropertyFile& file, const PropertyLine& line, const Expansion& expansion,
-                 const Targets& targets, Findings* findings) {
-    const auto add = [&](const Rule& rule, const std::string& message) {
-        findings->Add(rule, file.path, line.number, message);
-    };
-    if (!expansion.malformed.empty()) {
-        add(kMalformedReference, expansion.malformed);
-    } else if (expansion.paths.empty() && !RefersToOwnKey(file.path, std::string(line.name))) {
-        add(kUnsetReference, expansion.unset +
-                                     ": no property file of the device sets it, so it must come "
-                                     "from elsewhere");
+  private:
+    void Add(const PropertyFile& file, const PropertyLine& line, const Rule& rule,
+             const std::string& message) {
+        findings_->Add(rule, file.path, line.number, message);
     }
-    if (!targets.links.empty()) {
-        add(kSymbolicLink,
-            FirstOf(targets.links) + " is a symbolic link, which the loader refuses to open");
+
+    void CheckName(const PropertyFile& file, const PropertyLine& line,
+                   const Expansions& expansions) {
+        if (!expansions.malformed.empty()) {
+            Add(file, line, kMalformedReference, expansions.malformed);
+        } else if (expansions.paths.empty() && !RefersToOwnKey(file.path, line.name)) {
+            Add(file, line, kUnsetReference,
+                expansions.unset +
+                        ": no property file of the device sets it, so it must come from elsewhere");
+        }
     }
-    if (targets.missing.empty()) return;
-    if (targets.files.empty()) {
-        add(kMissingImport,
-            FirstOf(targets.missing) + ", so all that it should set is unset on the phone");
-    } else {
-        add(kMissingVariant,
-            FirstOf(targets.missing) + ", and one value of the property in the name leads there");
+
+    // Whether the text refers to the switch key that is in force whenever the file is read.
+    static bool RefersToOwnKey(const std::string& path, std::string_view text) {
+        if (!IsOfSwitchKey(path)) return false;
+        const std::string leaf = android::base::Basename(android::base::Dirname(path));
+        return std::any_of(SwitchKeys().begin(), SwitchKeys().end(), [&](const SwitchKey& key) {
+            return leaf == key.leaf &&
+                   text.find(std::string("${") + key.property) != std::string_view::npos;
+        });
     }
-}
+
+    void CheckLinks(const PropertyFile& file, const PropertyLine& line,
+                    const Expansions& expansions) {
+        std::vector<std::string> links;
+        for (const std::string& path : expansions.paths) {
+            Place place;
+            if (tree_.Find(path, false, &place) && place.is_link()) {
+                links.push_back(QuotedShort(path));
+            }
+        }
+        if (links.empty()) return;
+        Add(file, line, kSymbolicLink,
+            FirstOf(links) + " is a symbolic link, which the loader refuses to open");
+    }
+
+    // Returns the first of them and how many more there are.
+    static std::string FirstOf(const std::vector<std::string>& texts) {
+        if (texts.size() == 1) return texts[0];
+        return texts[0] + " (and " + std::to_string(texts.size() - 1) + " more like it)";
+    }
+
+    // Returns why the path is no file, or nothing if it is one, or a link, which is told of.
+    std::string WhyMissing(const std::string& path) const {
+        Place place;
+        if (!tree_.Find(path, false, &place)) return QuotedShort(path) + ": " + strerror(errno);
+        return place.is_file() || place.is_link() ? "" : QuotedShort(path) + " is no file";
+    }
+
+    // What no boot can show: where a plain name leads, and one that takes what comes from outside.
+    void CheckTargets(const PropertyFile& file, const PropertyLine& line,
+                      const Expansions& expansions, const Seen* seen) {
+        if (seen != nullptr && seen->leads_to_file && expansions.paths.size() < 2) return;
+        std::vector<std::string> missing;
+        bool leads_to_file = false;
+        for (const std::string& path : expansions.paths) {
+            const std::string why = WhyMissing(path);
+            if (!why.empty()) missing.push_back(why);
+            leads_to_file |= why.empty();
+        }
+        if (missing.empty()) return;
+        if (leads_to_file) {
+            Add(file, line, kMissingVariant,
+                FirstOf(missing) + ", and one value of the property in the name leads there");
+        } else {
+            Add(file, line, kMissingImport,
+                FirstOf(missing) + ", so all that it should set is unset on the phone");
+        }
+    }
+
+    void CheckSeen(const PropertyFile& file, const PropertyLine& line, const Seen& seen) {
+        const std::pair<const std::string, std::vector<const CoveredBoot*>>* worst = nullptr;
+        for (const auto& missing : seen.missing) {
+            if (WhyMissing(missing.first).empty()) continue;  // a link, or shown in other boots
+            if (worst == nullptr || missing.second.size() > worst->second.size()) worst = &missing;
+        }
+        if (worst == nullptr) return;
+        const std::vector<std::string>& words = worst->second.front()->words;
+        Add(file, line, seen.leads_to_file ? kMissingVariant : kMissingImport,
+            "in " + std::to_string(worst->second.size()) + " of " +
+                    Count(phones_, "boot", "boots") + " this import leads to " +
+                    QuotedShort(worst->first) + ", which is not there; " +
+                    (words.empty() ? "the device as it is" : Quoted(ShellWords(words))) +
+                    " is the first");
+    }
+
+    // Checks that what the import refers to can have the value that files give to it.
+    void CheckReferences(const PropertyFile& file, const PropertyLine& line,
+                         const std::vector<std::string>& references, const Seen& seen) {
+        for (size_t i = 0; i < references.size(); ++i) {
+            const std::string& name = references[i];
+            const auto given = seen.given.find(name);
+            // What is stored comes in force after step early.
+            const bool may_be_stored =
+                    android::base::StartsWith(name, "persist.") && IsLoadedLate(file.path);
+            if (given == seen.given.end() || seen.values[i] != std::set<std::string>{""} ||
+                may_be_stored) {
+                continue;
+            }
+            const std::string fallback = FallbackOf(name, std::string(line.name));
+            const PropertyFile* setter = nullptr;
+            const PropertyLine* setting = nullptr;
+            bool is_systems = false;
+            for (const auto& [path, other] : files_) {
+                for (const PropertyLine& candidate : other.lines) {
+                    if (candidate.name != name || candidate.kind != PropertyLine::kProperty)
+                        continue;
+                    is_systems |= IsSystems(path);
+                    const std::string value(candidate.value);
+                    if (setter != nullptr || value == fallback || value.empty()) continue;
+                    if (given->second.count(value) == 0) continue;
+                    setter = &other;
+                    setting = &candidate;
+                }
+            }
+            if (setter == nullptr || is_systems) continue;
+            Add(file, line, kLateReference,
+                "init is given what " + setter->path + ":" + std::to_string(setting->number) +
+                        " sets as '" + name + "' only after this file is loaded, so the import " +
+                        (fallback.empty() ? "is skipped" : "takes " + QuotedShort(fallback)) +
+                        ", unless something else sets it before");
+            return;
+        }
+    }
+
+    bool IsLoadedLate(const std::string& path) const {
+        const std::set<std::string>& steps = coverage_->StepsThatLoad(path);
+        return std::any_of(steps.begin(), steps.end(),
+                           [](const std::string& step) { return step != "early"; });
+    }
+
+    static std::string FallbackOf(const std::string& name, const std::string& text) {
+        const std::string before = "${" + name + ":-";
+        const size_t at = text.find(before);
+        if (at == std::string::npos) return "";
+        const size_t start = at + before.size();
+        return text.substr(start, text.find('}', start) - start);
+    }
+
+    const DeviceTree& tree_;
+    const Coverage* coverage_;
+    const PropertyFiles& files_;
+    Findings* findings_;
+    SeenImports seen_;
+    size_t phones_ = 0;
+};
 
 // Checks that a line of some file passes the import's filter.
-void CheckFilter(const PropertyFile& file, const PropertyLine& line, const Targets& targets,
-                 const PropertyFiles& files, Findings* findings) {
-    if (line.value.empty() || targets.files.empty()) return;
+void CheckFilter(const PropertyFile& file, const PropertyLine& line,
+                 const std::vector<std::string>& targets, const PropertyFiles& files,
+                 Findings* findings) {
+    if (line.value.empty() || targets.empty()) return;
     const std::string filter(line.value);
     std::vector<std::string> names;
-    for (const std::string& path : targets.files) {
+    for (const std::string& path : targets) {
         const PropertyFile& target = files.at(path);
         if (!target.was_read) return;
         for (const PropertyLine& candidate : PropertyLines(target.content, true)) {
@@ -274,75 +382,6 @@ void CheckFilter(const PropertyFile& file, const PropertyLine& line, const Targe
                           ", all that stands behind the file's name, is a filter "
                           "that no line there passes, so nothing is loaded" +
                           Meant(near));
-}
-
-// Returns the lines that set what imports refer to.
-Setters SettersIn(const PropertyFiles& files, const std::map<std::string, FileMoments>& moments) {
-    Setters setters;
-    for (const auto& [path, file] : files) {
-        for (const PropertyLine& line : file.lines) {
-            if (line.kind != PropertyLine::kImport) continue;
-            for (const std::string& name : References(line.name)) setters[name];
-        }
-    }
-    for (const auto& [path, file] : files) {
-        const auto known = moments.find(path);
-        if (known == moments.end() || setters.empty() || !SetsProperties(file)) continue;
-        for (const PropertyLine& line : file.lines) {
-            if (line.kind != PropertyLine::kProperty || line.value.empty()) continue;
-            const auto wanted = setters.find(std::string(line.name));
-            if (wanted == setters.end()) continue;
-            const unsigned set_in = known->second.Of(wanted->first);
-            if (set_in != 0) wanted->second.push_back({&file, &line, set_in});
-        }
-    }
-    return setters;
-}
-
-// Whether what is set in `set_in` may be the system's in one of the moments in `loaded_in`.
-bool MayBeInForce(unsigned set_in, unsigned loaded_in) {
-    // Steps behind persist load these again, whenever that may be.
-    constexpr unsigned kAgain = kOverlay | kData;
-    for (unsigned moment = kEarly; moment < kAnyTime; moment <<= 1) {
-        if ((loaded_in & moment) == 0) continue;
-        const unsigned before = (moment & kAgain) != 0 ? ~moment : moment - 1;
-        if ((set_in & before) != 0) return true;
-    }
-    return (loaded_in & (kSystems | kAnyTime | kUnsearched)) != 0;
-}
-
-// Checks that what the import refers to can have the value that files give to it.
-void CheckReferences(const PropertyFile& file, const PropertyLine& line, unsigned loaded_in,
-                     const Setters& all_setters, Findings* findings) {
-    const std::string text(line.name);
-    for (const std::string& name : References(text)) {
-        const std::vector<Setter>& setters = all_setters.at(name);
-        const std::string before_default = "${" + name + ":-";
-        std::string fallback;
-        if (const size_t at = text.find(before_default); at != std::string::npos) {
-            const size_t start = at + before_default.size();
-            fallback = text.substr(start, text.find('}', start) - start);
-        }
-        const bool is_late = std::all_of(setters.begin(), setters.end(), [&](const Setter& setter) {
-            return !MayBeInForce(setter.moments, loaded_in);
-        });
-        const bool makes_difference =
-                std::any_of(setters.begin(), setters.end(),
-                            [&](const Setter& setter) { return setter.line->value != fallback; });
-        // The boot loader's are there from the beginning, the stored ones from behind step early.
-        const bool may_be_there =
-                android::base::StartsWith(name, "ro.boot.") ||
-                (android::base::StartsWith(name, "persist.") && loaded_in != kEarly);
-        if (loaded_in == 0 || !is_late || !makes_difference || may_be_there) continue;
-        const Setter& setter = setters.front();
-        findings->Add(kLateReference, file.path, line.number,
-                      "init is given what " + setter.file->path + ":" +
-                              std::to_string(setter.line->number) + " sets as '" + name +
-                              "' only after this file is loaded, so the import " +
-                              (fallback.empty() ? "is skipped" : "takes " + QuotedShort(fallback)) +
-                              ", unless something else sets it before");
-        return;
-    }
 }
 
 // Reports each import that closes a cycle. Returns the files that lead into one.
@@ -493,28 +532,20 @@ void CheckMultiplication(const ImportGraph& graph, const std::set<std::string>& 
 
 }  // namespace
 
-void CheckImports(const DeviceTree& tree, const std::map<std::string, FileMoments>& moments,
-                  PropertyFiles* files, Findings* findings) {
+void CheckImports(const DeviceTree& tree, const Coverage* coverage, PropertyFiles* files,
+                  Findings* findings) {
     const auto expansions = FollowImports(tree, files, findings);
-    std::map<std::string, Targets> targets;
-    for (const auto& [text, expansion] : expansions) {
-        targets[text] = FindTargets(tree, expansion.paths, *files);
-    }
-    const Setters setters = SettersIn(*files, moments);
+    std::map<std::string, std::vector<std::string>> targets;
+    for (const auto& [name, expanded] : expansions) targets[name] = FilesAt(tree, expanded.paths);
+    ImportChecker checker(tree, coverage, *files, findings);
     ImportGraph graph;
     for (const auto& [path, file] : *files) {
-        const auto known = moments.find(path);
-        const unsigned loaded_in = known == moments.end() ? 0 : known->second.whole;
         for (const PropertyLine& line : file.lines) {
             if (line.kind != PropertyLine::kImport) continue;
-            const std::string text(line.name);
-            const Targets& found = targets.at(text);
-            CheckImport(file, line, expansions.at(text), found, findings);
-            CheckFilter(file, line, found, *files, findings);
-            if (expansions.at(text).malformed.empty()) {
-                CheckReferences(file, line, loaded_in, setters, findings);
-            }
-            graph[path].push_back({&line, &found.files});
+            const std::string name(line.name);
+            checker.Check(file, line, expansions.at(name));
+            CheckFilter(file, line, targets.at(name), *files, findings);
+            graph[path].push_back({&line, &targets.at(name)});
         }
     }
     CheckMultiplication(graph, CheckCycles(graph, findings), findings);

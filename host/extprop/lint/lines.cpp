@@ -4,7 +4,7 @@
 
 #include "TesvoExtensionProperty/cota.h"
 #include "lint/rules.h"
-#include "output/printable.h"
+#include "printable.h"
 #include "utils.h"
 
 namespace extprop {

@@ -15,15 +15,16 @@
 
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/partitions.h"
+#include "boot/boot.h"
 #include "budget.h"
+#include "coverage/dead_places.h"
+#include "coverage/workers.h"
 #include "device/legal.h"
 #include "device_files.h"
-#include "explain/dead_places.h"
-#include "explain/survey.h"
 #include "input_error.h"
 #include "lint/rules.h"
-#include "output/printable.h"
 #include "platform.h"
+#include "printable.h"
 #include "sandbox.h"
 #include "utils.h"
 
@@ -57,19 +58,33 @@ std::shared_ptr<sandbox::DeviceFiles> FilesOf(const std::string& device,
     return std::make_shared<sandbox::DeviceFiles>(path, options);
 }
 
-// Asks the library what it reads of the device, and returns nothing if it cannot be asked.
-std::optional<Survey> SurveyOf(const std::shared_ptr<sandbox::DeviceFiles>& files,
-                               Findings* findings) {
+// Boots the phones that the device can become, and checks what they read. Returns nothing if they
+// cannot be booted.
+std::optional<Coverage> CoverageOf(const std::shared_ptr<sandbox::DeviceFiles>& files,
+                                   Findings* findings) {
     constexpr std::chrono::seconds kLimit(30);
-    std::string why = kNoSurvey;
+    BootOptions options;
+    options.time_limit = kLimit;
+    options.names_no_steps = true;
+    for (const char* step : kDefaultSteps) options.plan.steps.push_back(ParseStep(step));
     try {
-        const sandbox::Sandbox root(files);
-        if (auto survey = SurveyForDeadPlaces(root, kLimit)) return survey;
+        PreparedDevice device(options, files);
+        const Survey survey = SurveyForDeadPlaces(device.root(), options.time_limit);
+        Coverage coverage(&device, options, survey, ProcessorCount());
+        const auto& boots = coverage.boots();
+        if (std::none_of(boots.begin(), boots.end(),
+                         [](const CoveredBoot& boot) { return boot.survived; })) {
+            throw std::runtime_error("the library survives no boot");
+        }
+        CheckDeadPlaces(DeadPlaces(survey, coverage), findings);
+        return coverage;
     } catch (const std::runtime_error& error) {
-        why = error.what();
+        findings->Add(kNotChecked, "",
+                      std::string("it cannot be told which files no boot reads, nor where imports "
+                                  "with references lead: ") +
+                              error.what());
+        return std::nullopt;
     }
-    findings->Add(kNotChecked, "", "it cannot be told which files no boot reads: " + why);
-    return std::nullopt;
 }
 
 // Whether the path is one of the places where the library reads, or a partition that holds some.
@@ -171,16 +186,12 @@ std::vector<Finding> Lint(const std::string& device, const sandbox::Options& opt
     CheckKeyDirectories(places, &findings);
     CheckLogos(tree, places, &findings);
 
-    std::map<std::string, FileMoments> moments;
-    if (const auto survey = SurveyOf(device_files, &findings)) {
-        moments = MomentsOf(*survey);
-        CheckDeadPlaces(DeadPlaces(*survey, moments), &findings);
-    }
+    const auto coverage = CoverageOf(device_files, &findings);
     PropertyFiles files;
     for (const Place& place : places) {
         if (auto use = UseOf(place.path)) AddPropertyFile(tree, place, *use, &files, &findings);
     }
-    CheckImports(tree, moments, &files, &findings);
+    CheckImports(tree, coverage ? &*coverage : nullptr, &files, &findings);
     for (const auto& [path, file] : files) {
         CheckLines(file, &findings);
         CheckKeyFile(file, &findings);

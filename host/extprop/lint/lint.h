@@ -1,4 +1,4 @@
-// Finds, without a boot, what in a device directory would hurt on the phone.
+// Finds what in a device directory would hurt on the phone.
 
 #pragma once
 

@@ -49,18 +49,18 @@ inline constexpr Rule kRules[] = {
 /odm/etc/radio.prop)",
          true},
         {"missing-variant", Severity::kWarning,
-         "A reference in an import has several values on the device, or a default, and one of them "
-         "leads to no file",
-         "A phone with that value skips the import",
-         "Add the file for the value, or a default that exists",
-         R"(/odm/build.prop
+         "An import with references that leads to a file in some boots of the device and to none "
+         "in others; with `ro.boot.*`, which no boot shows, with some value that the device's "
+         "files give to it",
+         "Such a phone skips the import", "Add the file for the value, or a default that exists",
+         R"(/mnt/vendor/my_product/cust/IN/build.prop
     ro.sample.board=beta
-/odm/properties/north/SimSwitchFirstTime/carrier.prop
+/data/system/customize/empty_appchannel_prop_file.prop
     import /odm/etc/${ro.sample.board:-alpha}.prop
 /odm/etc/alpha.prop)",
-         R"(/odm/build.prop
+         R"(/mnt/vendor/my_product/cust/IN/build.prop
     ro.sample.board=beta
-/odm/properties/north/SimSwitchFirstTime/carrier.prop
+/data/system/customize/empty_appchannel_prop_file.prop
     import /odm/etc/${ro.sample.board:-alpha}.prop
 /odm/etc/alpha.prop
 /odm/etc/beta.prop)",
@@ -89,8 +89,8 @@ inline constexpr Rule kRules[] = {
 /odm/etc/alpha.prop)",
          true},
         {"late-reference", Severity::kWarning,
-         "A reference in an import to a property that files of the device do set, but none that is "
-         "handed to `init` before this file is loaded",
+         "A reference in an import to a property that has no value yet in any boot that comes to "
+         "the import, though `init` is given one by a file later",
          "The name is made from the system's properties, and what a step loads becomes those only "
          "when it is done: the import takes the default, or is skipped",
          "Name the file itself; or set the property in a `build.prop`, if the import is in a file "
@@ -341,10 +341,10 @@ inline constexpr Rule kRules[] = {
     ROM=256
     market=Sample One)"},
         {"not-checked", Severity::kWarning,
-         "A `devicename.cfg` that could not be tried out, or a device of which it could not be "
-         "found out what the library reads, because this machine allows no sandbox or the library "
-         "does not come back",
-         "Its `ROM` may never match; files that nothing reads are not found",
+         "A `devicename.cfg` that could not be tried out, or a device that could not be booted, "
+         "because this machine allows no sandbox or the library does not come back",
+         "Its `ROM` may never match; files that nothing reads are not found, nor imports with "
+         "references that lead nowhere or come too early",
          "Run lint where `extprop boot` runs; mend the other errors",
          R"(/odm/build.prop
 /mnt/vendor/my_carrier/etc/flags.prop

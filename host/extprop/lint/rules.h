@@ -8,12 +8,11 @@
 #include <string_view>
 #include <vector>
 
+#include "coverage/dead_places.h"
 #include "device/device_tree.h"
 #include "device/places.h"
 #include "device/property_lines.h"
 #include "device_files.h"
-#include "explain/dead_places.h"
-#include "explain/moments.h"
 #include "lint/lint.h"
 #include "lint/rule_table.h"
 
@@ -73,10 +72,10 @@ class Findings {
 void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,
                      Findings* findings);
 
-// Adds to `*files` what they import, and checks each import. `moments` may be empty if nothing is
-// known of them.
-void CheckImports(const DeviceTree& tree, const std::map<std::string, FileMoments>& moments,
-                  PropertyFiles* files, Findings* findings);
+// Adds to `*files` what they import, and checks each import. Without coverage it is not checked
+// where those with references lead.
+void CheckImports(const DeviceTree& tree, const Coverage* coverage, PropertyFiles* files,
+                  Findings* findings);
 
 // Checks each line by itself and with the others of its file.
 void CheckLines(const PropertyFile& file, Findings* findings);

@@ -98,8 +98,8 @@ Checker::Checker(const Expectations& expectations, Matrix* matrix)
                                    missing.variant, "",           "",
                                    std::nullopt,    nullptr,      std::nullopt};
             unmet.expected = std::string("a device that has ") +
-                             (value == kAnyValue ? std::string("any ") + kAxisNames[axis]
-                                                 : kAxisNames[axis] + (" '" + value + "'"));
+                             (value == kAnyValue ? std::string("any ") + kAxes[axis].name
+                                                 : kAxes[axis].name + (" '" + value + "'"));
             AddUnmet(unmet, &missing);
             missing_.push_back(std::move(missing));
         }
@@ -107,11 +107,9 @@ Checker::Checker(const Expectations& expectations, Matrix* matrix)
     CheckCount(asked_.size(), 1);
     for (const auto& [variant, expected] : asked_) variants_.push_back(variant);
     cases_.resize(variants_.size());
-    words_.resize(variants_.size());
 }
 
 void Checker::Add(size_t number, const Outcome& outcome) {
-    words_[number] = outcome.words;
     PropertyMap properties = matrix_->base().properties;
     for (const std::string& name : outcome.removed) properties.erase(name);
     for (const auto& [name, value] : outcome.changed) properties[name] = value;
@@ -185,7 +183,7 @@ void Checker::FindOrigins() {
     std::vector<TraceRequest> requests;
     std::vector<size_t> numbers;
     for (const auto& [number, names] : traced_) {
-        requests.push_back({words_[number], names});
+        requests.push_back({variants_[number], names});
         numbers.push_back(number);
     }
     matrix_->Trace(requests, [&](size_t request, std::map<std::string, OriginDocument> origins) {

@@ -74,7 +74,6 @@ class Checker {
     std::vector<Variant> variants_;
     std::vector<std::vector<CheckedCase>> cases_;  // by variant
     std::vector<CheckedCase> missing_;             // of values that the device has not
-    std::vector<Words> words_;
     std::map<size_t, std::set<std::string>> traced_;
     std::map<size_t, std::vector<FromFile>> from_;
     size_t checked_ = 0;

@@ -362,7 +362,7 @@ std::string RecordedExpectations(const Summary& summary, const std::vector<std::
         for (int axis = 0; axis < kAxisCount; ++axis) {
             const auto& chosen = summary.variants[i].variant[axis];
             if (chosen) {
-                out << YAML::Key << kAxisNames[axis] << YAML::Value << YAML::DoubleQuoted
+                out << YAML::Key << kAxes[axis].name << YAML::Value << YAML::DoubleQuoted
                     << *chosen;
             }
         }

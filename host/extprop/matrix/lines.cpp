@@ -10,7 +10,8 @@
 
 #include "budget.h"
 #include "input_error.h"
-#include "output/json.h"
+#include "json/text.h"
+#include "matrix/summary_fields.h"
 
 namespace extprop {
 
@@ -51,7 +52,7 @@ LineWriter::LineWriter(const PropertyMap& base) {
 std::string LineWriter::Line(const Variant& variant, const Outcome& outcome) const {
     // What there is besides the properties, which go in between.
     constexpr std::string_view kNone = "\"properties\":{}";
-    std::string line = JsonLine(ToJson(VariantLine{variant, {}, outcome.failure}));
+    std::string line = JsonLine(Write(VariantLine{variant, {}, outcome.failure}));
     const size_t begin = line.find(kNone) + kNone.size() - 1;
     const std::string rest = line.substr(begin);
     line.erase(begin);
@@ -82,8 +83,15 @@ std::string LineWriter::Line(const Variant& variant, const Outcome& outcome) con
     return line += '\n';
 }
 
+json SummaryDocument(const Summary& summary) {
+    constexpr int kFormat = 1;
+    json document = Write(summary);
+    document["format"] = kFormat;
+    return document;
+}
+
 std::string SummaryLine(const Summary& summary) {
-    return JsonLine({{kSummary, ToJson(summary)}}) + "\n";
+    return JsonLine({{kSummary, SummaryDocument(summary)}}) + "\n";
 }
 
 void LineMerger::Read(const std::string& path) {
@@ -107,9 +115,9 @@ void LineMerger::Add(const std::string& line) {
     CheckShape(line, "");
     json document = json::parse(line);
     if (document.contains(kSummary)) {
-        Add(SummaryFromJson(std::move(document.at(kSummary))));
+        Add(FromJson<Summary>(std::move(document.at(kSummary))));
     } else {
-        Add(VariantLineFromJson(std::move(document)));
+        Add(FromJson<VariantLine>(std::move(document)));
     }
 }
 
@@ -121,7 +129,7 @@ void LineMerger::Add(VariantLine line) {
         base_ = line.properties;
         collector_.emplace(base_);
     }
-    collector_->Add(line.variant, {DeltaFrom(base_, line.properties), {}, std::move(line.failure)});
+    collector_->Add(line.variant, {DeltaFrom(base_, line.properties), std::move(line.failure)});
 }
 
 void LineMerger::Add(const Summary& summary) {

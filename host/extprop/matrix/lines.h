@@ -28,6 +28,9 @@ class LineWriter {
     size_t size_ = 0;                                        // of all that is printed
 };
 
+// Returns the document of a summary.
+nlohmann::json SummaryDocument(const Summary& summary);
+
 // Returns the line of the summary, with its end.
 std::string SummaryLine(const Summary& summary);
 
@@ -61,7 +64,7 @@ class LineMerger {
     std::string device_;
     std::vector<DeadPlace> dead_;
     std::map<size_t, std::set<size_t>> shards_;  // the numbers of each count
-    std::map<Variant, Words, VariantOrder> words_;
+    std::map<Variant, std::vector<std::string>, VariantOrder> words_;
     // By name and value: in the first variant of those whose summary tells it.
     std::map<std::pair<std::string, std::string>, OriginOfValue> origins_;
 };

@@ -12,7 +12,7 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include "boot/property_delta.h"
-#include "explain/dead_places.h"
+#include "coverage/dead_places.h"
 #include "explain/origins.h"
 #include "matrix/variants.h"
 
@@ -20,14 +20,13 @@ namespace extprop {
 
 // What a variant's boot came to, as against that of the device as it is.
 struct Outcome : PropertyDelta {
-    Words words;                         // that make the variant
     std::optional<BootFailure> failure;  // the properties are then those before it
     double seconds = 0;                  // that it took
 };
 
-// Whose origins are wanted: of these properties, in the boot of these words.
+// Whose origins are wanted: of these properties, in the boot of this variant.
 struct TraceRequest {
-    Words words;
+    Variant variant;
     std::set<std::string> names;
 };
 
@@ -59,10 +58,8 @@ class Matrix {
     std::vector<DeadPlace> FindDeadPlaces();
 
   private:
-    BootOptions OptionsWith(const Words& words, Detail detail) const;
-    Report BootAlone(const Words& words);
-    Outcome BootAgainstBase(const Words& words);
-    std::optional<int> LostKey(const Variant& variant, const Outcome& outcome) const;
+    BootOptions OptionsFor(const Variant& variant, Detail detail) const;
+    Report BootAlone(const Variant& variant);
     Outcome BootVariant(const Variant& variant);
 
     BootOptions options_;

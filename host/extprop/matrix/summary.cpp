@@ -18,12 +18,14 @@ void Collector::Add(const Variant& variant, Outcome outcome) {
         for (auto& [name, value] : outcome.changed) AddOther(name, std::move(value), number);
         for (const std::string& name : outcome.removed) AddOther(name, std::nullopt, number);
     }
-    for (const std::string& word : outcome.words) size_ += sizeof(word) + word.size();
+    for (const auto& value : variant) {
+        if (value) size_ += 2 * (sizeof(*value) + value->size());  // and its word
+    }
     if (size_ > limits::kSummary) {
         throw InputError("the variants differ in more than " + std::to_string(limits::kSummary) +
                          " bytes; --only, --except and --shard leave fewer");
     }
-    added_.push_back({variant, std::move(outcome.words), std::move(outcome.failure)});
+    added_.push_back({variant, std::move(outcome.failure)});
 }
 
 void Collector::AddOther(const std::string& name, std::optional<std::string> value,
@@ -48,7 +50,7 @@ Summary Collector::Summarize(const std::vector<std::string>& patterns) const {
     for (size_t i = 0; i < order.size(); ++i) {
         const Added& added = added_[order[i]];
         place[order[i]] = i;
-        summary.variants.push_back({added.variant, added.words, added.failure});
+        summary.variants.push_back({added.variant, WordsOf(added.variant), added.failure});
         if (!added.failure) good.push_back(i);
     }
 
@@ -129,7 +131,7 @@ std::vector<TraceRequest> OriginsToFind(const Summary& summary, std::vector<size
     std::vector<TraceRequest> requests;
     for (auto& [variant, wanted] : names) {
         variants->push_back(variant);
-        requests.push_back({summary.variants[variant].words, std::move(wanted)});
+        requests.push_back({summary.variants[variant].variant, std::move(wanted)});
     }
     return requests;
 }
@@ -143,7 +145,7 @@ VariantsNamer::VariantsNamer(const std::vector<SummaryVariant>& all) : all_(all)
     }
     for (auto& [value, variants] : groups) {
         if (variants.size() < 2) continue;
-        groups_.push_back({std::string(kAxisNames[value.first]) + "=" + value.second + " (" +
+        groups_.push_back({std::string(kAxes[value.first].name) + "=" + value.second + " (" +
                                    std::to_string(variants.size()) + ")",
                            std::move(variants)});
     }

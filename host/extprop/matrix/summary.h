@@ -24,7 +24,7 @@ struct SummaryProperty {
 
 struct SummaryVariant {
     Variant variant;
-    Words words;  // of its boot
+    std::vector<std::string> words;  // of its boot
     std::optional<BootFailure> failure;
 };
 
@@ -65,7 +65,6 @@ class Collector {
   private:
     struct Added {
         Variant variant;
-        Words words;
         std::optional<BootFailure> failure;
     };
 

@@ -2,8 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "output/printable.h"
 #include "output/text.h"
+#include "printable.h"
 
 namespace extprop {
 

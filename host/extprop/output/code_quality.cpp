@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 

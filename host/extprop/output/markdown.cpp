@@ -8,8 +8,8 @@
 #include <nlohmann/json.hpp>
 
 #include "output/markup.h"
-#include "output/printable.h"
 #include "output/text.h"
+#include "printable.h"
 
 namespace extprop {
 

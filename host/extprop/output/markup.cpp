@@ -1,6 +1,6 @@
 #include "output/markup.h"
 
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 

@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "output/printable.h"
 #include "output/text.h"
+#include "printable.h"
 
 namespace extprop {
 
@@ -107,7 +107,7 @@ std::string MatrixDifferenceText(const MatrixDifference& difference) {
 std::string SpaceText(const VariantSpace& space, size_t chosen) {
     Text text;
     for (int axis = 0; axis < kAxisCount; ++axis) {
-        std::string name = kAxisNames[axis];
+        std::string name = kAxes[axis].name;
         name.resize(12, ' ');
         text << name;
         for (const std::string& value : space.values[axis]) text << " " << value;

@@ -5,7 +5,7 @@
 #include <android-base/strings.h>
 #include <nlohmann/json.hpp>
 
-#include "output/json.h"
+#include "output/documents.h"
 #include "output/text.h"
 #include "page_template.h"
 

@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "lint/rule_table.h"
-#include "output/printable.h"
+#include "printable.h"
 #include "product.h"
 
 namespace extprop {

@@ -4,7 +4,7 @@
 
 #include <iostream>
 
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 

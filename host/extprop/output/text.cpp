@@ -5,7 +5,7 @@
 #include <android-base/strings.h>
 
 #include "device/property_text.h"
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 
@@ -115,6 +115,9 @@ class EventPrinter {
              << " written to the splash partition\n";
     }
     void operator()(const RequestEvent& event) { out_ << "  request " << event.value << "\n"; }
+    void operator()(const KeyEvent& event) {
+        out_ << "  key " << event.name << "=" << event.value << "\n";
+    }
     void operator()(const UnacknowledgedEvent& event) {
         out_ << "  request " << event.value << ": not acknowledged\n";
     }
@@ -177,8 +180,11 @@ std::string FateText(const Origin& origin) {
     }
     if (origin.filter && origin.fate == Fate::kFilteredOut) text += " by " + *origin.filter;
     if (origin.did_not_load()) {
-        text += origin.required ? "; it takes " + ShellWords(*origin.required)
-                                : "; no step loads it";
+        if (origin.required) {
+            text += "; it takes " + ShellWords(*origin.required);
+        } else if (origin.tried > 0) {
+            text += "; none of " + Count(origin.tried, "boot", "boots") + " loads it";
+        }
     }
     return text + "]";
 }
@@ -221,21 +227,6 @@ std::string FailureText(const BootFailure& failure) {
     }
     text += " in step " + failure.step;
     if (failure.last_file) text += ", last loading " + *failure.last_file;
-    return text;
-}
-
-std::string ShellWords(const std::vector<std::string>& words) {
-    constexpr char kSafe[] =
-            "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_=./:@%+,";
-    std::string text;
-    for (const std::string& word : words) {
-        if (!text.empty()) text += ' ';
-        if (!word.empty() && word.find_first_not_of(kSafe) == std::string::npos) {
-            text += word;
-        } else {
-            text += "'" + android::base::StringReplace(word, "'", "'\\''", true) + "'";
-        }
-    }
     return text;
 }
 

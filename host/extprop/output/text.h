@@ -22,7 +22,4 @@ std::string ExplanationText(const Explanation& explanation, bool colours);
 
 std::string DifferenceText(const Difference& difference);
 
-// Returns words as they can be typed into a shell.
-std::string ShellWords(const std::vector<std::string>& words);
-
 }  // namespace extprop

@@ -14,6 +14,7 @@ constexpr char kCotaMountInfoFile[] = "/data/cota/cota_mount_info.prop";
 constexpr char kCotaModuleInfoFile[] = "/data/cota/cota_module_info.prop";
 
 constexpr char kBindPoint[] = "bind_point";
+constexpr char kMountPoint[] = "mount_point";  // of a module: what is bound
 
 // Where a package is bound whose message names no other place.
 constexpr char kCarrierRoot[] = "/my_carrier";

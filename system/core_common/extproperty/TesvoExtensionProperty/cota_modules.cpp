@@ -87,7 +87,7 @@ void InitExtensionPropertyImpl::bindCotaModuleMountPoint(PropertyCallback callba
     constexpr char kModuleType[] = "module_type";
     // QUIRK: a module without a type, even an empty one, is not bound.
     if (info.count(kModuleType) == 0) return;
-    const std::string source = valueOf(info, "mount_point");
+    const std::string source = valueOf(info, kMountPoint);
     const std::string target = valueOf(info, kBindPoint);
     if (source.empty() || target.empty()) return;
 

@@ -5,35 +5,13 @@
 
 #include <android-base/logging.h>
 
+#include "commands.h"
 #include "cota.h"
-#include "names.h"
 
 namespace android {
 namespace init {
 
 namespace {
-
-using CotaOperation = void (InitExtensionPropertyImpl::*)(PropertyCallback);
-
-struct NamedOperation {
-    const char* word;
-    CotaOperation operation;
-};
-
-constexpr NamedOperation kRequests[] = {
-        {"boot_mount", &InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties},
-        {"module_bind_single_boot", &InitExtensionPropertyImpl::bindCotaModuleMountPoint},
-        {"bind_basic_point_boot", &InitExtensionPropertyImpl::bindCotaBasicMountPoint},
-};
-
-// QUIRK: two words stand for one operation; nothing checks before the load that either asks for.
-constexpr NamedOperation kCommands[] = {
-        {"mount_and_check_load", &InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties},
-        {"mount_must_load", &InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties},
-        {"bind_basic_point", &InitExtensionPropertyImpl::bindCotaBasicMountPoint},
-        {"update_cota_info", &InitExtensionPropertyImpl::updateCotaInfoProperties},
-        {"module_bind_single", &InitExtensionPropertyImpl::bindCotaModuleMountPoint},
-};
 
 // Returns the operation that `word` names as a whole, or null.
 template <size_t N>
@@ -56,7 +34,7 @@ void doBindCotaMountThread(InitExtensionPropertyImpl* object, PropertyCallback c
         if (request.empty()) {
             std::this_thread::sleep_for(200ms);
             ++emptyPolls;
-        } else if (request == "boot_mount_bind_complete") {
+        } else if (request == kBindComplete) {
             return;
         } else if (CotaOperation operation = findOperation(kRequests, request)) {
             (object->*operation)(callback);
@@ -74,9 +52,9 @@ void InitExtensionPropertyImpl::loadCotaServiceOverrideProperties(std::string co
                                                                   PropertyCallback callback) {
     // QUIRK: a thread that cannot be made throws through here, and the lock then stays taken.
     std::lock_guard<std::mutex> lock(mutex);
-    if (command == "check_mount") {
+    if (command == kCheckMount) {
         std::thread(doBindCotaMountThread, this, callback).detach();
-    } else if (CotaOperation operation = findOperation(kCommands, command)) {
+    } else if (CotaOperation operation = findOperation(kServiceCommands, command)) {
         (this->*operation)(callback);
     } else {
         LOG(ERROR) << "not valid cota mount bind command:" << command;

@@ -9,7 +9,7 @@
 #include <android-base/logging.h>
 
 #include "../InitExtensionPropertyImpl.h"
-#include "names.h"
+#include "commands.h"
 
 namespace android {
 namespace init {
@@ -20,9 +20,6 @@ constexpr const char* kCompanyLogos[] = {
         "/my_company/media/logo/logo.img",
         "/my_company/media/logo/logo.bin",
 };
-
-constexpr char kBootTrigger[] = "triggerLogoCopyFromCompanyBoot";
-constexpr char kCompanyTrigger[] = "triggerLogoCopyFromCompany";
 
 constexpr char kCopiedDate[] = "persist.record.my_company.date.forlogo";
 

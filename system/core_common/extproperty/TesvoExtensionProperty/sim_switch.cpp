@@ -3,13 +3,15 @@
 #include <unistd.h>
 #include <wctype.h>
 
+#include <iterator>
+
 #include <android-base/logging.h>
 #include <android-base/strings.h>
 
 #include "../InitExtensionPropertyImpl.h"
 #include "../utils.h"
+#include "commands.h"
 #include "cota.h"
-#include "names.h"
 
 namespace android {
 namespace init {
@@ -95,43 +97,28 @@ void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(PropertyCallback
 
 void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(std::string command,
                                                                 PropertyCallback callback) {
-    const struct {
-        const char* command;
-        const char* property;
-        std::string* key;
-        const char* leaf;
-    } keyCommands[] = {
-            {"simSwitchCurrent", kSimSwitchCurrent, &simSwitchCurrent, kCurrentTimeLeaf},
-            {"simSwitchFirst", kSimSwitchFirst, &simSwitchFirst, kFirstTimeLeaf},
-            {"switchCarrierChannel", kChannelInfo, &channelInfo, kCarrierChannelLeaf},
-            {"regionSwitch", kRegionSwitchFirst, &regionSwitchFirst, kRegionLeaf},
-    };
-    static constexpr struct {
-        const char* command;
-        const char* path;
-        const char* failure;
-    } kFileCommands[] = {
-            {"updateDataCommonProp", kDataCommonFile, "load data common prop failed:"},
-            {"emptyAppchannelProp", kEmptyAppChannelFile,
-             "load empty appchannel prop file failed:"},
-    };
+    // Those of kSwitchKeyCommands.
+    std::string* const keys[] = {&simSwitchCurrent, &simSwitchFirst, &channelInfo,
+                                 &regionSwitchFirst};
+    static_assert(std::size(keys) == std::size(kSwitchKeyCommands));
 
     PropertyMap properties;
-    for (const auto& known : keyCommands) {
+    for (size_t i = 0; i < std::size(keys); ++i) {
+        const SwitchKeyCommand& known = kSwitchKeyCommands[i];
         if (command != known.command) continue;
-        refreshKey(known.property, known.key);
-        if (known.key->empty()) return;
+        refreshKey(known.property, keys[i]);
+        if (keys[i]->empty()) return;
         for (const std::string& root : PartitionSearchList) {
-            loadPropertiesFromDir(keyDirectory(root, *known.key, known.leaf), &properties);
+            loadPropertiesFromDir(keyDirectory(root, *keys[i], known.leaf), &properties);
         }
     }
-    for (const auto& known : kFileCommands) {
+    for (const SwitchFileCommand& known : kSwitchFileCommands) {
         if (command != known.command) continue;
         if (!load_properties_from_file_without_se(known.path, nullptr, &properties)) {
             LOG(ERROR) << known.failure << known.path;
         }
     }
-    if (base::StartsWith(command, "triggerLogoCopy")) copyLogoIfNeeded(command);
+    if (base::StartsWith(command, kLogoTrigger)) copyLogoIfNeeded(command);
     if (!properties.empty()) callback(0, properties);
 }
 

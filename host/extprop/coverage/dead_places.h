@@ -1,12 +1,11 @@
-// The files of a device that no boot reads, as far as that can be told without one.
+// The files of a device that no boot reads.
 
 #pragma once
 
-#include <map>
 #include <string>
 #include <vector>
 
-#include "explain/moments.h"
+#include "coverage/coverage.h"
 
 namespace extprop {
 
@@ -29,11 +28,10 @@ struct DeadPlace {
 };
 
 // Returns what nothing reads on the partitions of the library, each place once, in the order of the
-// paths. `moments` are the survey's, which has to be taken with the lines of the name kBindPoint.
-std::vector<DeadPlace> DeadPlaces(const Survey& survey,
-                                  const std::map<std::string, FileMoments>& moments);
+// paths. The survey has to be taken with the lines of the name kBindPoint.
+std::vector<DeadPlace> DeadPlaces(const Survey& survey, const Coverage& coverage);
 
-// Surveys the device so.
-std::optional<Survey> SurveyForDeadPlaces(const sandbox::Sandbox& root, std::chrono::seconds limit);
+// Surveys the device so. Throws as TakeSurvey does.
+Survey SurveyForDeadPlaces(const sandbox::Sandbox& root, std::chrono::seconds limit);
 
 }  // namespace extprop

@@ -1,4 +1,4 @@
-#include "explain/dead_places.h"
+#include "coverage/dead_places.h"
 
 #include <string.h>
 
@@ -11,8 +11,9 @@
 #include "TesvoExtensionProperty/cota.h"
 #include "TesvoExtensionProperty/names.h"
 #include "TesvoExtensionProperty/partitions.h"
+#include "device/places.h"
 #include "nearest.h"
-#include "output/printable.h"
+#include "printable.h"
 
 namespace extprop {
 
@@ -44,8 +45,8 @@ bool IsKind(const std::string& name) {
 // Divides the dead files of one survey into the places that are at fault.
 class Finder {
   public:
-    Finder(const Survey& survey, const std::map<std::string, FileMoments>& moments)
-            : survey_(survey), moments_(moments) {
+    Finder(const Survey& survey, const Coverage& coverage) : survey_(survey), coverage_(coverage) {
+        FollowOthers();
         for (const SurveyedFile& file : survey.files) {
             paths_.insert(file.path);
             if (IsRead(file)) AddLive(file.path);
@@ -54,13 +55,7 @@ class Finder {
                 if (line.name == kBindPoint) bind_points_.push_back(line.value + "/");
             }
         }
-        const std::string& regions = RegionsDirectory();
-        for (const SurveyedFile& file : survey.files) {
-            const size_t at = file.path.find(regions.substr(strlen(kVendor)) + "/");
-            if (at != 0 && at != strlen(kVendor)) continue;
-            const std::string below = file.path.substr(at + regions.size() - strlen(kVendor) + 1);
-            AddRoots("", below.substr(0, below.find('/')));
-        }
+        for (const std::string& region : coverage.space().values[kRegionAxis]) AddRoots("", region);
         for (const Brand& brand : kBrands) AddRoots(brand.code, "");
         AddRoots("", "");
         for (const char* root : {kCompanyRoot, kCarrierRoot}) roots_.insert(root);
@@ -100,10 +95,41 @@ class Finder {
         }
     }
 
+    // Finds what no boot here can show, and what that imports: what the system's own init may load,
+    // what a package brings, and what phones may read that the library does not survive.
+    void FollowOthers() {
+        std::vector<const SurveyedFile*> waiting;
+        std::map<std::string, const SurveyedFile*> files;
+        for (const SurveyedFile& file : survey_.files) {
+            files[file.path] = &file;
+            if (IsSystems(file.path) || IsOfPackage(file.path) || coverage_.IsUntold(file.path)) {
+                waiting.push_back(&file);
+            }
+        }
+        while (!waiting.empty()) {
+            const SurveyedFile* file = waiting.back();
+            waiting.pop_back();
+            if (!of_others_.insert(file->path).second) continue;
+            for (const SurveyedImport& import : file->imports) {
+                for (const auto& [path, own] : import.targets) {
+                    if (files.count(own) != 0) waiting.push_back(files.at(own));
+                }
+            }
+        }
+    }
+
+    // Whether it lies where a carrier package is mounted by default, whichever that may be.
+    static bool IsOfPackage(const std::string& path) {
+        const std::string package = std::string(kCarrierRoot) + "/";
+        for (const std::string& root : {package, package + "cust/"}) {
+            if (path == root + kBuildProp) return true;
+            if (StartsWith(path, root + kKeysDirectory + "/") && IsOfSwitchKey(path)) return true;
+        }
+        return false;
+    }
+
     bool IsRead(const SurveyedFile& file) const {
-        const auto known = moments_.find(file.path);
-        if (known == moments_.end()) return false;
-        return known->second.whole != kUnsearched || !known->second.filtered.empty();
+        return of_others_.count(file.path) != 0 || coverage_.Reads(file.path);
     }
 
     void Add(DeadKind kind, const std::string& path, const std::string& reason) {
@@ -173,8 +199,9 @@ class Finder {
         } else if (below[0] == kKeysDirectory) {
             PlaceInProperties(file.path, root + "/" + kKeysDirectory,
                               {below.begin() + 1, below.end()});
-        } else if (!file.readings.empty()) {
-            const std::string& searched = file.readings[0].place;
+        } else if (const size_t keys = file.path.find(std::string("/") + kKeysDirectory + "/");
+                   IsOfSwitchKey(file.path)) {
+            const std::string searched = file.path.substr(0, keys);
             Add(DeadKind::kUnsearchedRoot, searched + "/" + kKeysDirectory,
                 Quoted(searched) +
                         " is none of the library's roots, so only the root of a carrier package "
@@ -258,7 +285,8 @@ class Finder {
     }
 
     const Survey& survey_;
-    const std::map<std::string, FileMoments>& moments_;
+    const Coverage& coverage_;
+    std::set<std::string> of_others_;
     std::set<std::string> paths_;
     std::set<std::string> live_directories_;  // with files that are read somewhere below
     std::set<std::string> roots_;
@@ -268,13 +296,11 @@ class Finder {
 
 }  // namespace
 
-std::vector<DeadPlace> DeadPlaces(const Survey& survey,
-                                  const std::map<std::string, FileMoments>& moments) {
-    return Finder(survey, moments).Find();
+std::vector<DeadPlace> DeadPlaces(const Survey& survey, const Coverage& coverage) {
+    return Finder(survey, coverage).Find();
 }
 
-std::optional<Survey> SurveyForDeadPlaces(const sandbox::Sandbox& root,
-                                          std::chrono::seconds limit) {
+Survey SurveyForDeadPlaces(const sandbox::Sandbox& root, std::chrono::seconds limit) {
     return TakeSurvey(
             root, [](const std::string& name) { return name == kBindPoint; }, limit);
 }

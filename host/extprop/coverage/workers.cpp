@@ -1,4 +1,4 @@
-#include "matrix/workers.h"
+#include "coverage/workers.h"
 
 #include <errno.h>
 #include <poll.h>

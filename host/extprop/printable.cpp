@@ -1,4 +1,6 @@
-#include "output/printable.h"
+#include "printable.h"
+
+#include <android-base/strings.h>
 
 #include <stdint.h>
 #include <stdio.h>
@@ -143,6 +145,21 @@ std::string QuotedShort(std::string_view text) {
 
 std::string Count(size_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+std::string ShellWords(const std::vector<std::string>& words) {
+    constexpr char kSafe[] =
+            "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_=./:@%+,";
+    std::string text;
+    for (const std::string& word : words) {
+        if (!text.empty()) text += ' ';
+        if (!word.empty() && word.find_first_not_of(kSafe) == std::string::npos) {
+            text += word;
+        } else {
+            text += "'" + android::base::StringReplace(word, "'", "'\\''", true) + "'";
+        }
+    }
+    return text;
 }
 
 }  // namespace extprop

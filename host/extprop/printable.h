@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace extprop {
 
@@ -48,5 +49,8 @@ std::string QuotedShort(std::string_view text);
 
 // Returns such as "1 property" or "2 properties".
 std::string Count(size_t count, const char* one, const char* many);
+
+// Returns words as they can be typed into a shell.
+std::string ShellWords(const std::vector<std::string>& words);
 
 }  // namespace extprop

@@ -1,0 +1,45 @@
+// Notes which property files a boot reads and where their imports lead, without a word on each.
+
+#pragma once
+
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "boot/load_tracker.h"
+#include "boot/report.h"
+#include "device/imports.h"
+
+namespace extprop {
+
+// For one thread at a time.
+class LoadRecorder {
+  public:
+    // Tells of the imports of these files. Both have to outlive this.
+    LoadRecorder(const LoadTracker& tracker, const DeviceImports& imports)
+            : tracker_(tracker), imports_(imports) {}
+
+    void OnStep(const std::string& step) { step_ = step; }
+
+    // The library's loader begins and ends.
+    void Begin(const std::string& path, const std::string& filter);
+    void End(bool loaded);
+
+    BootRecord Take() { return std::exchange(record_, {}); }
+
+  private:
+    struct Load {
+        RecordedLoad load;
+        std::vector<RecordedImport> imports;
+        bool was_written;
+    };
+
+    const LoadTracker& tracker_;
+    const DeviceImports& imports_;
+    std::string step_;
+    std::vector<Load> loading_;  // each imported by the one before
+    BootRecord record_;
+};
+
+}  // namespace extprop

@@ -1,0 +1,390 @@
+#include "coverage/coverage.h"
+
+#include <algorithm>
+
+#include <android-base/file.h>
+
+#include "boot/report_fields.h"
+#include "coverage/workers.h"
+#include "device/legal.h"
+#include "device/places.h"
+#include "device/property_lines.h"
+#include "input_error.h"
+
+namespace extprop {
+
+namespace {
+
+using Steps = std::vector<std::string>;
+
+// Beyond so many boots nothing more is tried that is not sure to be found: each axis's values, two
+// axes together, each step and each import are tried all the same.
+constexpr size_t kMostBoots = 5000;
+
+// The step that names a directory.
+constexpr char kOwnStep[] = "early:";
+
+// Of the choices of an import's values that lead to one file, so many are tried.
+constexpr size_t kMostChoices = 64;
+
+// Of an import, so many boots that come to it with other values are built upon.
+constexpr size_t kMostContexts = 16;
+
+// Every step that the library knows, but for those that load nothing by themselves: copies of the
+// logo, media, and the bind thread, which waits for requests.
+const Steps& KnownSteps() {
+    static const Steps steps = [] {
+        Steps words;
+        for (const StepKind& kind : StepKinds()) {
+            if (kind.perform == nullptr) continue;
+            if (kind.argument == nullptr) words.emplace_back(kind.word);
+            for (const char* argument : kind.arguments) {
+                const Step step = ParseStep(std::string(kind.word) + ":" + argument);
+                if (!step.copies_logo() && !step.starts_bind_thread()) words.push_back(step.text);
+            }
+        }
+        return words;
+    }();
+    return steps;
+}
+
+Steps operator+(Steps steps, const std::string& step) {
+    steps.push_back(step);
+    return steps;
+}
+
+size_t SlashesIn(const ReferenceValues& values) {
+    size_t slashes = 0;
+    for (const auto& [name, value] : values) {
+        slashes += std::count(value.begin(), value.end(), '/');
+    }
+    return slashes;
+}
+
+int AxesOf(const Variant& variant) {
+    return static_cast<int>(std::count_if(variant.begin(), variant.end(),
+                                          [](const auto& value) { return value.has_value(); }));
+}
+
+}  // namespace
+
+DeviceImports ImportsOf(const Survey& survey) {
+    DeviceImports imports;
+    for (const SurveyedFile& file : survey.files) {
+        if (file.source || file.imports.empty()) continue;
+        imports[file.path].assign(file.imports.begin(), file.imports.end());
+    }
+    return imports;
+}
+
+Coverage::Coverage(PreparedDevice* device, const BootOptions& options, const Survey& survey,
+                   int jobs)
+        : device_(device), options_(options), jobs_(jobs), imports_(ImportsOf(survey)) {
+    device_->Reset(options);
+    space_ = FindVariantSpace(device_->root(), options.time_limit);
+    options_.plan.detail = Detail::kNothing;
+    options_.plan.traced = nullptr;
+    options_.plan.imports = &imports_;
+    options_.plan.watched = &watched_;
+    for (const auto& [path, imports] : imports_) {
+        for (const ImportLine& import : imports) {
+            for (const std::string& name : References(import.name)) watched_.insert(name);
+        }
+    }
+    FindOpenFiles(survey);
+    Boot({{}}, kPhones);
+    if (is_stopped_) return;
+    WatchWhatIsAsked();
+    TryValues();
+    TryPlaces();
+    for (const Steps& before : {Steps(), Steps{"reboot"}}) {
+        TrySteps(before);
+        TryPlacesWithSteps(before);
+    }
+    TryPairs();
+    TryImports();
+}
+
+// Leaves out what nothing could load: no place of the library's, and no import leads there.
+void Coverage::FindOpenFiles(const Survey& survey) {
+    using Import = std::pair<const SurveyedFile*, const SurveyedImport*>;
+    std::map<std::string, std::map<Import, std::set<std::string>>> importers;  // with the names
+    std::vector<Import> referring;
+    for (const SurveyedFile& file : survey.files) {
+        for (const SurveyedImport& import : file.imports) {
+            for (const auto& [path, own] : import.targets) {
+                importers[own][{&file, &import}].insert(path);
+            }
+            if (import.refers()) referring.emplace_back(&file, &import);
+        }
+    }
+    for (const SurveyedFile& file : survey.files) {
+        if (file.source) continue;
+        OpenFile open = {file.path, WaysTo(file.path, space_), {}};
+        auto& known = importers[file.path];
+        for (const Import& import : referring) known[import].insert(file.path);
+        for (const auto& [import, paths] : known) {
+            Importer importer = {
+                    {import.first->path, import.second->line}, References(import.second->name), {}};
+            for (const std::string& path : paths) {
+                for (ReferenceValues& values : ValuesThatLead(import.second->name, path)) {
+                    importer.choices.push_back(std::move(values));
+                }
+            }
+            // Such as name files of a directory first.
+            std::stable_sort(importer.choices.begin(), importer.choices.end(),
+                             [](const ReferenceValues& a, const ReferenceValues& b) {
+                                 return SlashesIn(a) < SlashesIn(b);
+                             });
+            importer.choices.resize(std::min(importer.choices.size(), kMostChoices));
+            if (!importer.choices.empty()) open.importers.push_back(std::move(importer));
+        }
+        if (!open.ways.empty() || !open.importers.empty()) open_.push_back(std::move(open));
+    }
+}
+
+// Boots the device with each of the additions, and puts in what was recorded.
+std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
+    ForEachInParallel(
+            boots.size(), jobs_,
+            [&](size_t number) {
+                BootOptions options = options_;
+                Report report;
+                try {
+                    Add(boots[number].addition, &options);
+                    device_->Reset(options);
+                    report = device_->Boot();
+                } catch (const InputError&) {
+                    return json();  // a change that cannot be made
+                }
+                if (!report.failure) return Write(report.record);
+                return json(report.failure->timed_out || report.failure->limit);
+            },
+            [&](size_t number, json answer) {
+                if (answer.is_object()) {
+                    Read(answer, &boots[number].record);
+                    boots[number].survived = true;
+                } else {
+                    is_stopped_ |= answer == true;
+                }
+            });
+    return boots;
+}
+
+// Which properties the library asks for shows where it does all that it can.
+void Coverage::WatchWhatIsAsked() {
+    Addition everything;
+    everything.steps = KnownSteps();
+    const auto boots = BootsOf({{everything, {}, {}, false, false}});
+    for (const std::string& name : boots.front().record.asked) watched_.insert(name);
+}
+
+// Boots the device with each addition that was not tried yet. Returns whether there was one.
+bool Coverage::Boot(const std::vector<Addition>& additions, Kind kind) {
+    std::vector<CoveredBoot> boots;
+    for (const Addition& addition : additions) {
+        auto words = WordsOf(addition, options_.names_no_steps);
+        if (is_stopped_ || !tried_.insert(words).second || DiesBefore(addition)) continue;
+        boots.push_back({addition, std::move(words), {}, kind == kPhones, false});
+    }
+    if (boots.empty()) return false;
+    for (CoveredBoot& boot : BootsOf(std::move(boots))) Take(std::move(boot));
+    open_.erase(std::remove_if(open_.begin(), open_.end(),
+                               [&](const OpenFile& open) {
+                                   const auto known = loads_.find(open.path);
+                                   return known != loads_.end() && known->second.count("") != 0;
+                               }),
+                open_.end());
+    return true;
+}
+
+// Whether the steps that are added would come after those that the library does not survive.
+bool Coverage::DiesBefore(const Addition& addition) const {
+    const Addition before = {addition.variant, addition.settings, {}};
+    return !addition.steps.empty() && died_.count(WordsOf(before, false)) != 0;
+}
+
+void Coverage::Take(CoveredBoot boot) {
+    const size_t number = boots_.size();
+    if (!boot.survived && boot.addition.steps.empty()) died_.insert(boot.words);
+    for (const RecordedLoad& load : boot.record.loads) {
+        if (load.filter.empty()) steps_of_[load.file].insert(load.step);
+        const auto& added = boot.addition.steps;
+        const bool is_named = load.step.rfind(kOwnStep, 0) == 0 &&
+                              std::count(added.begin(), added.end(), load.step) != 0;
+        if (!is_named) read_.insert(load.file);
+        const auto [best, is_first] = loads_[load.file].emplace(load.filter, number);
+        if (!is_first && boot.words.size() < boots_[best->second].words.size()) {
+            best->second = number;
+        }
+    }
+    for (const RecordedImport& import : boot.record.imports) {
+        auto& contexts = contexts_[{import.file, import.line}];
+        if (contexts.size() < kMostContexts) contexts.emplace(import.values, number);
+    }
+    boots_.push_back(std::move(boot));
+}
+
+std::optional<std::vector<std::string>> Coverage::WordsFor(const std::string& file,
+                                                           const std::string& name) const {
+    const CoveredBoot* best = nullptr;
+    const auto known = loads_.find(file);
+    if (known == loads_.end()) return std::nullopt;
+    for (const auto& [filter, number] : known->second) {
+        const CoveredBoot& boot = boots_[number];
+        if (!PassesFilter(name, filter)) continue;
+        if (best == nullptr || boot.words.size() < best->words.size()) best = &boot;
+    }
+    return best == nullptr ? std::nullopt : std::optional(best->words);
+}
+
+bool Coverage::IsUntold(const std::string& file) const {
+    return std::any_of(open_.begin(), open_.end(), [&](const OpenFile& open) {
+        return open.path == file &&
+               std::any_of(open.ways.begin(), open.ways.end(), [&](const Way& way) {
+                   return died_.count(WordsOf({way.variant, way.settings, {}}, false)) != 0;
+               });
+    });
+}
+
+const std::set<std::string>& Coverage::StepsThatLoad(const std::string& file) const {
+    static const std::set<std::string> none;
+    const auto known = steps_of_.find(file);
+    return known == steps_of_.end() ? none : known->second;
+}
+
+// Each value of each axis by itself.
+void Coverage::TryValues() {
+    std::vector<Addition> additions;
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        for (const std::string& value : space_.values[axis]) {
+            additions.emplace_back().variant[axis] = value;
+        }
+    }
+    Boot(additions, kPhones);
+}
+
+// The phones that the places of files name.
+void Coverage::TryPlaces() {
+    std::vector<Addition> additions;
+    for (const OpenFile& open : open_) {
+        for (const Way& way : open.ways) additions.push_back({way.variant, way.settings, {}});
+    }
+    Boot(additions, kPhones);
+}
+
+// Each step by itself, and that of a build.prop.
+void Coverage::TrySteps(const Steps& before) {
+    if (!IsAnyOpen()) return;
+    std::vector<Addition> additions;
+    for (const std::string& step : KnownSteps()) additions.push_back({{}, {}, before + step});
+    for (const OpenFile& open : open_) {
+        if (android::base::Basename(open.path) != kBuildProp) continue;
+        additions.push_back({{}, {}, before + (kOwnStep + android::base::Dirname(open.path))});
+    }
+    Boot(additions);
+}
+
+// The phones that the places name, with each step, the likeliest first.
+void Coverage::TryPlacesWithSteps(const Steps& before) {
+    for (size_t i = 0; IsAnyOpen() && i < KnownSteps().size() && boots_.size() < kMostBoots; ++i) {
+        std::vector<Addition> additions;
+        for (const OpenFile& open : open_) {
+            for (const Way& way : open.ways) {
+                Steps steps = way.steps;
+                for (const std::string& step : KnownSteps()) {
+                    if (std::count(steps.begin(), steps.end(), step) == 0) steps.push_back(step);
+                }
+                additions.push_back({way.variant, way.settings, before + steps[i]});
+            }
+        }
+        Boot(additions);
+    }
+}
+
+// Returns those values of the axes that something depends on, of several that are alike in it one.
+std::vector<Variant> Coverage::Representatives() const {
+    std::vector<Variant> representatives;
+    std::set<std::pair<int, std::map<std::string, std::set<std::string>>>> known;
+    for (const CoveredBoot& boot : boots_) {
+        const Addition& addition = boot.addition;
+        if (AxesOf(addition.variant) != 1 || boot.words.size() != 2) continue;
+        int axis = 0;
+        while (!addition.variant[axis]) ++axis;
+        auto given = boot.record.given;
+        if (axis >= kFirstKeyAxis) given.erase(KeyOf(axis).property);
+        if (axis < kFirstKeyAxis && given == boots_.front().record.given) continue;
+        if (known.insert({axis, given}).second) representatives.push_back(addition.variant);
+    }
+    return representatives;
+}
+
+// Two axes together, where the values of one change what the library asks for.
+void Coverage::TryPairs() {
+    if (!IsAnyOpen()) return;
+    const std::vector<Variant> representatives = Representatives();
+    std::set<Variant> named(representatives.begin(), representatives.end());
+    for (const OpenFile& open : open_) {
+        for (const Way& way : open.ways) {
+            if (AxesOf(way.variant) == 1) named.insert(way.variant);
+        }
+    }
+    std::vector<Addition> additions;
+    for (const Variant& one : named) {
+        for (const Variant& other : representatives) {
+            Variant both = one;
+            if (Merge(other, &both) && AxesOf(both) == 2) additions.push_back({both, {}, {}});
+        }
+    }
+    Boot(additions, kPhones);
+}
+
+// Returns what may bring the import to the file, built upon boots that come to the import.
+std::vector<Addition> Coverage::AdditionsFor(const Importer& importer) const {
+    std::vector<Addition> additions;
+    const auto contexts = contexts_.find(importer.place);
+    if (contexts == contexts_.end()) return additions;
+    for (const ReferenceValues& choice : importer.choices) {
+        for (const auto& [values, number] : contexts->second) {
+            Addition addition = boots_[number].addition;
+            bool is_possible = true;
+            for (size_t i = 0; i < importer.references.size(); ++i) {
+                const auto& [name, value] = *choice.find(importer.references[i]);
+                if (values[i] == value) continue;
+                is_possible &= !WhyRefused(name, value);
+                addition.settings[name] = value;
+            }
+            if (!is_possible) continue;
+            additions.push_back(addition);
+            for (const std::string& step : StepsThatLoad(importer.place.first)) {
+                additions.push_back({addition.variant, addition.settings, addition.steps + step});
+            }
+        }
+    }
+    std::stable_sort(additions.begin(), additions.end(), [](const Addition& a, const Addition& b) {
+        return a.settings.size() + a.steps.size() < b.settings.size() + b.steps.size();
+    });
+    return additions;
+}
+
+// The values of references with which imports lead to the files, from what is loaded on: of each
+// file the first that was not tried, again and again.
+void Coverage::TryImports() {
+    bool goes_on = true;
+    while (goes_on && IsAnyOpen() && boots_.size() < kMostBoots) {
+        std::vector<Addition> next;
+        for (const OpenFile& open : open_) {
+            std::vector<Addition> additions;
+            for (const Importer& importer : open.importers) {
+                for (Addition& addition : AdditionsFor(importer)) {
+                    if (tried_.count(WordsOf(addition, options_.names_no_steps)) != 0) continue;
+                    next.push_back(std::move(addition));
+                    break;
+                }
+            }
+        }
+        goes_on = Boot(next);
+    }
+}
+
+}  // namespace extprop

@@ -1,0 +1,32 @@
+// The fields of an origin: those that its kind and fate have.
+
+#pragma once
+
+#include "boot/report_fields.h"
+#include "explain/explain.h"
+
+namespace extprop {
+
+template <>
+struct Json<Origin> {
+    static json Write(const Origin& origin) {
+        constexpr const char* kKinds[] = {"given", "file", "operation", "request"};
+        Writer fields;
+        fields("kind", std::string(kKinds[static_cast<int>(origin.kind)]))("value", origin.value)(
+                "fate", std::string(Name(origin.fate)));
+        if (origin.boot && origin.fate != Fate::kNotLoaded) fields("boot", origin.boot);
+        if (origin.step) fields("step", origin.step);
+        if (origin.kind == OriginKind::kFile) {
+            fields("file", origin.file)("line", origin.line)("source", origin.source)(
+                    "image", origin.image)("imported_by", origin.imported_by)(
+                    "filter", origin.filter)("written", origin.written);
+        }
+        if (origin.kind == OriginKind::kOperation || origin.fate == Fate::kLookedUp) {
+            fields("operations", origin.operations);
+        }
+        if (origin.did_not_load()) fields("requires", origin.required)("tried", origin.tried);
+        return std::move(fields.document);
+    }
+};
+
+}  // namespace extprop

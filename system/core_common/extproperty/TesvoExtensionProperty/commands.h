@@ -1,0 +1,73 @@
+// The words by which init asks for a part of an operation.
+
+#pragma once
+
+#include "../InitExtensionPropertyImpl.h"
+#include "names.h"
+
+namespace android {
+namespace init {
+
+// A switch key: the command that loads its directories, its property, the directories' name, and
+// the file on the data partition that keeps it.
+struct SwitchKeyCommand {
+    const char* command;
+    const char* property;
+    const char* leaf;
+    const char* dataFile;
+};
+
+inline constexpr SwitchKeyCommand kSwitchKeyCommands[] = {
+        {"simSwitchCurrent", kSimSwitchCurrent, kCurrentTimeLeaf, kDataCurrentFile},
+        {"simSwitchFirst", kSimSwitchFirst, kFirstTimeLeaf, kDataFirstFile},
+        {"switchCarrierChannel", kChannelInfo, kCarrierChannelLeaf, kDataCommonFile},
+        {"regionSwitch", kRegionSwitchFirst, kRegionLeaf, kDataRegionFile},
+};
+
+// A switch command that loads one file, and the log line's text where it cannot.
+struct SwitchFileCommand {
+    const char* command;
+    const char* path;
+    const char* failure;
+};
+
+inline constexpr SwitchFileCommand kSwitchFileCommands[] = {
+        {"updateDataCommonProp", kDataCommonFile, "load data common prop failed:"},
+        {"emptyAppchannelProp", kEmptyAppChannelFile, "load empty appchannel prop file failed:"},
+};
+
+// The switch commands that copy a boot logo begin so, and those from the company's image are these.
+constexpr char kLogoTrigger[] = "triggerLogoCopy";
+constexpr char kBootTrigger[] = "triggerLogoCopyFromCompanyBoot";
+constexpr char kCompanyTrigger[] = "triggerLogoCopyFromCompany";
+
+using CotaOperation = void (InitExtensionPropertyImpl::*)(PropertyCallback);
+
+struct NamedOperation {
+    const char* word;
+    CotaOperation operation;
+};
+
+// The service command that starts the bind thread, its requests, and the one that ends it.
+constexpr char kCheckMount[] = "check_mount";
+
+inline constexpr NamedOperation kRequests[] = {
+        {"boot_mount", &InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties},
+        {"module_bind_single_boot", &InitExtensionPropertyImpl::bindCotaModuleMountPoint},
+        {"bind_basic_point_boot", &InitExtensionPropertyImpl::bindCotaBasicMountPoint},
+};
+
+constexpr char kBindComplete[] = "boot_mount_bind_complete";
+
+// The other service commands.
+// QUIRK: two words stand for one operation; nothing checks before the load that either asks for.
+inline constexpr NamedOperation kServiceCommands[] = {
+        {"mount_and_check_load", &InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties},
+        {"mount_must_load", &InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties},
+        {"bind_basic_point", &InitExtensionPropertyImpl::bindCotaBasicMountPoint},
+        {"update_cota_info", &InitExtensionPropertyImpl::updateCotaInfoProperties},
+        {"module_bind_single", &InitExtensionPropertyImpl::bindCotaModuleMountPoint},
+};
+
+}  // namespace init
+}  // namespace android
