@@ -13,7 +13,8 @@ if [ ! -x "$BUILD/bin/extprop" ]; then
     echo "Building extprop, which takes a few minutes the first time" >&2
     [ ! -t 2 ] || show=
 fi
-[ -f "$BUILD/build.ninja" ] || quietly cmake -S "$ROOT" -B "$BUILD" -G Ninja -DBUILD_TESTING=OFF
+[ -f "$BUILD/build.ninja" ] ||
+    quietly cmake -S "$ROOT" -B "$BUILD" -G Ninja -DBUILD_TESTING=OFF -DCMAKE_UNITY_BUILD=ON
 $show cmake --build "$BUILD" >&2
 
 if [ $# -eq 0 ]; then

@@ -82,13 +82,14 @@ class MatrixTest : public ToolTest {
 
     // Makes the device's boots in the region JP crash.
     void BreakJapan(const std::string& name) const {
-        const std::string directory = "/mnt/vendor/my_product/cust";
-        // A random device may have anything there.
-        if (!is_directory(std::filesystem::symlink_status(Path(name + directory)))) {
-            std::filesystem::remove(Path(name + directory));
+        const std::string file = "/mnt/vendor/my_product/cust/JP/build.prop";
+        // A random device may have links and files on the way.
+        std::filesystem::path directory = Path(name);
+        for (const auto& part : std::filesystem::path(file).parent_path().relative_path()) {
+            directory /= part;
+            if (!is_directory(symlink_status(directory))) remove(directory);
         }
-        std::filesystem::remove_all(Path(name + directory + "/JP"));
-        const std::string file = directory + "/JP/build.prop";
+        remove_all(directory);
         Write(name + file, "import " + file + "\n");
     }
 
@@ -275,11 +276,11 @@ TEST_F(MatrixTest, AKilledWorkerIsAnError) {
     ASSERT_EQ(mkfifo(hangs.c_str(), 0644), 0);
     // When all other variants are done, who is left boots the one that hangs.
     const std::string out = Path("/out");
-    const std::string script = EXTPROP " matrix --jobs 2 --json --over region --timeout 60 " +
-                               device + " >" + out + " & for i in $(seq 2000); do [ $(wc -l <" +
-                               out +
-                               ") -lt 4 ] || break; sleep 0.01; done; "
-                               "kill -KILL $(cat /proc/$!/task/$!/children); wait $!";
+    const std::string script =
+            ": >" + out + "; " EXTPROP " matrix --jobs 2 --json --over region --timeout 60 " +
+            device + " >" + out + " & for i in $(seq 2000); do [ $(wc -l <" + out +
+            ") -lt 4 ] || break; sleep 0.01; done; "
+            "kill -KILL $(cat /proc/$!/task/$!/children); wait $!";
     const std::string err = Path("/err");
     const int status = system(("(" + script + ") 2>" + err).c_str());
     EXPECT_EQ(WEXITSTATUS(status), 2);

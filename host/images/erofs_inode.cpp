@@ -19,7 +19,7 @@ constexpr unsigned kExtended = 1;
 constexpr unsigned kLayoutShift = 1;
 constexpr unsigned kLayoutMask = 7;
 constexpr unsigned kShort = 0x10;  // a directory has no ".", other compact inodes one link
-constexpr unsigned kKnown = 0x1F;
+constexpr unsigned kKnownFormat = 0x1F;
 
 constexpr uint32_t kNanoseconds = 1'000'000'000;
 
@@ -64,7 +64,7 @@ Inode ReadInode(const Head& head, const Source& space, uint64_t id) {
         !S_ISFIFO(inode.mode) && !S_ISSOCK(inode.mode)) {
         Fail(id, "unknown type of file");
     }
-    if ((format & ~kKnown) != 0) Fail(id, "unknown format");
+    if ((format & ~kKnownFormat) != 0) Fail(id, "unknown format");
     if (is_extended) {
         inode.user = Little32(bytes, 24);
         inode.group = Little32(bytes, 28);

@@ -18,11 +18,11 @@ namespace images {
 
 namespace {
 
-constexpr char kMagic[] = {'C', 'r', 'A', 'U'};
+constexpr char kPayloadMagic[] = {'C', 'r', 'A', 'U'};
 constexpr uint64_t kVersion = 2;
 
 struct [[gnu::packed]] Header {
-    char magic[sizeof(kMagic)];
+    char magic[sizeof(kPayloadMagic)];
     uint64_t version, manifest_size;  // the most significant byte first
     uint32_t signature_size;
 };
@@ -208,7 +208,7 @@ class FullPayload : public Payload {
 std::unique_ptr<Payload> OpenPayload(const Source& source, Spool* spool) {
     Header header = {};
     const size_t got = source.ReadUpTo(0, &header, sizeof(header));
-    if (memcmp(header.magic, kMagic, sizeof(kMagic)) != 0) return nullptr;
+    if (memcmp(header.magic, kPayloadMagic, sizeof(kPayloadMagic)) != 0) return nullptr;
     if (got < sizeof(header)) throw Damage("payload: truncated");
     if (be64toh(header.version) != kVersion) {
         throw Damage("payload: of version " + std::to_string(be64toh(header.version)));

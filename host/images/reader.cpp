@@ -43,23 +43,6 @@ int64_t Milliseconds() {
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
-struct Packet {
-    ReplyHeader header;
-    char bytes[kPacketBytes];
-};
-
-// One process's way to the reader.
-struct Connection {
-    pid_t owner;
-    long socket = -1;
-    std::mutex mutex;
-    std::string failed;  // why there is nothing to be had any more
-    Packet packet;       // the last reply
-    Connection* older;   // of the processes that this one comes from
-
-    explicit Connection(pid_t pid, Connection* before) : owner(pid), older(before) {}
-};
-
 }  // namespace
 
 class Reader::Process {
@@ -83,6 +66,21 @@ class Reader::Process {
     Contained contained;
 
   private:
+    // One process's way to the reader.
+    struct Connection {
+        pid_t owner;
+        long socket = -1;
+        std::mutex mutex;
+        std::string failed;  // why there is nothing to be had any more
+        struct {
+            ReplyHeader header;
+            char bytes[kPacketBytes];
+        } packet;           // the last reply
+        Connection* older;  // of the processes that this one comes from
+
+        explicit Connection(pid_t pid, Connection* before) : owner(pid), older(before) {}
+    };
+
     Connection* Own() const;
     bool Connect(Connection* connection) const;
     std::string Exchange(Connection* connection, const Request& request,
@@ -148,7 +146,7 @@ Reader::Process::~Process() {
 
 // Returns this process's connection: one that came over a fork is another process's, and a thread
 // that is not here may hold it.
-Connection* Reader::Process::Own() const {
+Reader::Process::Connection* Reader::Process::Own() const {
     const auto pid = static_cast<pid_t>(Kernel(SYS_getpid));
     Connection* current = connection_;
     while (current == nullptr || current->owner != pid) {

@@ -56,7 +56,7 @@ struct [[gnu::packed]] ExtentEntry {
     uint32_t device;
 };
 
-enum ExtentType : uint32_t { kLinear = 0, kZero = 1 };
+enum ExtentType : uint32_t { kLinear = 0, kZeroed = 1 };
 
 template <typename Record>
 Record RecordAt(const std::string& bytes, uint64_t offset) {
@@ -184,7 +184,7 @@ std::unique_ptr<Source> Super::OpenVolume(size_t index) const {
     const auto [first, count] = extents_.at(index);
     for (uint32_t i = 0; i < count; ++i) {
         const auto entry = TableEntry<ExtentEntry>(metadata_, &MetadataHeader::extents, first + i);
-        if (entry.type == kZero) {
+        if (entry.type == kZeroed) {
             content->AddFill(SizeOf(entry), 0);
         } else if (entry.type != kLinear || entry.device != 0) {
             throw Damage("a super partition of several block devices");

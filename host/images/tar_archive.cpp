@@ -15,12 +15,12 @@ namespace {
 
 // Where a tar's header says that it is one.
 constexpr uint64_t kMagicOffset = 257;
-constexpr char kMagic[] = {'u', 's', 't', 'a', 'r'};
+constexpr char kUstar[] = {'u', 's', 't', 'a', 'r'};
 
 bool IsTar(const Source& source) {
-    char magic[sizeof(kMagic)] = {};
+    char magic[sizeof(kUstar)] = {};
     source.ReadUpTo(kMagicOffset, magic, sizeof(magic));
-    return memcmp(magic, kMagic, sizeof(kMagic)) == 0;
+    return memcmp(magic, kUstar, sizeof(kUstar)) == 0;
 }
 
 // One member's data, where it does not lie in one piece.

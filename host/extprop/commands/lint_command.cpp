@@ -23,7 +23,7 @@ namespace extprop {
 
 namespace {
 
-struct Arguments {
+struct LintArguments {
     std::string device;
     ImageArguments images;
     std::string sarif;
@@ -55,7 +55,7 @@ ExitStatus ExplainRules(const std::string& identifier) {
     return kDone;
 }
 
-void WriteReports(const std::vector<Finding>& findings, const Arguments& arguments) {
+void WriteReports(const std::vector<Finding>& findings, const LintArguments& arguments) {
     if (arguments.sarif.empty() && arguments.code_quality.empty()) return;
     const SourceRoot root = arguments.source_root.empty()
                                     ? SourceRoot(arguments.device)
@@ -70,7 +70,7 @@ void WriteReports(const std::vector<Finding>& findings, const Arguments& argumen
     }
 }
 
-void Print(const LintReport& report, const Arguments& arguments) {
+void Print(const LintReport& report, const LintArguments& arguments) {
     for (const Finding& finding : report.findings) std::cout << FindingText(finding) << "\n";
     Text text;
     for (const KnownFinding& fixed : report.fixed) {
@@ -91,7 +91,7 @@ void Print(const LintReport& report, const Arguments& arguments) {
 }  // namespace
 
 ExitStatus RunLint(const Command& command, const std::vector<std::string>& words) {
-    Arguments arguments;
+    LintArguments arguments;
     CommandLine line = LineOf(command);
     std::optional<std::string> device;
     line.AddArgument("DEVICE", &device, "Directory that looks like the device's root");

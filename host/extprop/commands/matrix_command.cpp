@@ -21,7 +21,7 @@ namespace extprop {
 
 namespace {
 
-struct Arguments {
+struct MatrixArguments {
     std::vector<std::string> words;  // DEVICE, DEVICE, NAME and STEP
     std::vector<std::string> devices;
     std::vector<std::string> names;
@@ -35,7 +35,7 @@ struct Arguments {
     bool json = false;
 };
 
-void Divide(Arguments* arguments) {
+void DivideArguments(MatrixArguments* arguments) {
     for (const std::string& word : arguments->words) {
         if (IsStepWord(word)) {
             arguments->boot.steps.push_back(word);
@@ -78,7 +78,7 @@ bool TellUnknown(const std::vector<std::string>& patterns, const Summary& summar
     return !unknown.empty();
 }
 
-ExitStatus Print(const Summary& summary, const Arguments& arguments) {
+ExitStatus Print(const Summary& summary, const MatrixArguments& arguments) {
     if (!arguments.page.empty()) {
         const std::string device = arguments.devices.empty() ? "" : arguments.devices[0];
         WriteOutput(arguments.page, device, SummaryPage(summary));
@@ -94,14 +94,14 @@ ExitStatus Print(const Summary& summary, const Arguments& arguments) {
     return TellUnknown(arguments.names, summary) ? kBadInput : kDone;
 }
 
-ExitStatus Merge(Arguments arguments) {
+ExitStatus Merge(MatrixArguments arguments) {
     LineMerger merger;
     for (const std::string& file : arguments.merged) merger.Read(file);
     arguments.names = arguments.words;
     return Print(merger.Summarize(arguments.names), arguments);
 }
 
-ExitStatus Compare(const Arguments& arguments) {
+ExitStatus Compare(const MatrixArguments& arguments) {
     if (!arguments.page.empty()) throw InputError("matrix: --html goes with one device");
     // A value that one of the two has may be named.
     std::deque<Matrix> matrices;
@@ -137,7 +137,7 @@ ExitStatus Compare(const Arguments& arguments) {
     return difference.empty() ? kDone : kFound;
 }
 
-ExitStatus Show(const Arguments& arguments) {
+ExitStatus Show(const MatrixArguments& arguments) {
     Matrix matrix(OptionsOf(arguments.devices[0], arguments.boot), arguments.choice.jobs);
     PrintNotes(matrix.base().notes);
     std::vector<Variant> variants = Chosen(matrix.space(), arguments.choice, matrix.space());
@@ -157,7 +157,7 @@ ExitStatus Show(const Arguments& arguments) {
     return Print(summary, arguments);
 }
 
-ExitStatus List(const Arguments& arguments) {
+ExitStatus List(const MatrixArguments& arguments) {
     const BootOptions options = OptionsOf(arguments.devices[0], arguments.boot);
     const PreparedDevice device(options);
     const VariantSpace space = FindVariantSpace(device.root(), options.time_limit);
@@ -175,7 +175,7 @@ ExitStatus List(const Arguments& arguments) {
 }  // namespace
 
 ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& words) {
-    Arguments arguments;
+    MatrixArguments arguments;
     CommandLine line = LineOf(command);
     line.AddArguments("DEVICE", &arguments.words,
                       "One device directory, or two to compare; names of properties, or patterns "
@@ -203,7 +203,7 @@ ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& wor
     if (!line.Parse(words)) return kDone;
 
     if (!arguments.merged.empty()) return Merge(arguments);
-    Divide(&arguments);
+    DivideArguments(&arguments);
     if (arguments.devices.empty()) throw InputError("matrix: no DEVICE is given");
     const bool compares = arguments.devices.size() == 2;
     if (arguments.list && compares) throw InputError("matrix: --list goes with one device");
