@@ -310,8 +310,7 @@ TEST_P(ImagesTest, TheSlotChoosesAndTheRestIsNamed) {
     MakeImage("erofs", "my_region_b.img", "b");
     MakeImage("ext4", "my_region.img", "none");
     MakeImage("ext4", "my_stock_b.img", "b");
-    for (const char* name : {"boot.img", "vbmeta.img", "payload.bin"})
-        Write(Path("/d/") + name, "");
+    for (const char* name : {"boot.img", "vbmeta.img", "old.7z"}) Write(Path("/d/") + name, "");
     AsUser([&] {
         for (const std::string slot : {"a", "b"}) {
             sandbox::Options options;
@@ -322,15 +321,15 @@ TEST_P(ImagesTest, TheSlotChoosesAndTheRestIsNamed) {
             const std::string d = Path("/d/");
             const std::string others = slot == "b" ? d + "my_region_a.img"
                                                    : d + "my_region_b.img, " + d + "my_stock_b.img";
-            EXPECT_THAT(root.Notes(),
-                        testing::ElementsAre(
-                                d + "payload.bin is not looked into: it is an update's payload, "
-                                    "which ota_extractor or payload-dumper unpacks",
-                                d + "my_region.img is not read: " + d + "my_region_" + slot +
-                                        ".img stands for the same partition",
-                                others + ": of the other slot, not read",
-                                "boot.img, vbmeta.img: named like no partition that is shown, not "
-                                "read"));
+            EXPECT_THAT(
+                    root.Notes(),
+                    testing::ElementsAre(
+                            d + "old.7z is not looked into: it is a 7z archive, which 7z unpacks",
+                            d + "my_region.img is not read: " + d + "my_region_" + slot +
+                                    ".img stands for the same partition",
+                            others + ": of the other slot, not read",
+                            "boot.img, vbmeta.img: named like no partition that is shown, not "
+                            "read"));
         }
     });
 }

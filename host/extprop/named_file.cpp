@@ -225,4 +225,14 @@ void WriteOutput(const std::string& path, const std::string& device, const std::
     if (!file.MoveTo(location.name)) FailWithErrno(path);
 }
 
+std::string DevicePath(const std::string& device) {
+    std::string path;
+    struct stat status;
+    if (!android::base::Realpath(device, &path) || stat(path.c_str(), &status) != 0 ||
+        access(path.c_str(), S_ISDIR(status.st_mode) ? R_OK | X_OK : R_OK) != 0) {
+        FailWithErrno(device);
+    }
+    return path;
+}
+
 }  // namespace extprop

@@ -9,6 +9,10 @@
 
 namespace extprop {
 
+// Returns the absolute path of the directory or file `device`, without links. Throws InputError if
+// it cannot be used.
+std::string DevicePath(const std::string& device);
+
 // Returns the content of the file at `path`: of a regular file, or of whatever else can be read to
 // its end; in the directory `device` (if it is not empty) of a regular file only. Throws InputError
 // if it cannot be read or has more than `limit` bytes.

@@ -29,7 +29,7 @@ Contents::Contents(std::vector<std::unique_ptr<Source>> parts, char slot, Spool*
     // A file system may have anything where others have their magic.
     auto file_system = OpenFileSystem(content());
     if (file_system == nullptr && CompressionOf(content()) != nullptr) {
-        Unpack();
+        AddUnpacked();
         Unwrap();
         file_system = OpenFileSystem(content());
     }
@@ -45,6 +45,7 @@ Contents::Contents(std::vector<std::unique_ptr<Source>> parts, char slot, Spool*
         kind_ = Kind::kSuper;
         volumes_ = super_->volumes();
     } else {
+        kind_ = Kind::kUnknown;
         volumes_ = {{"", content().size()}};
     }
     opened_.resize(volumes_.size());
@@ -55,7 +56,7 @@ void Contents::Unwrap() {
     if (auto sparse = OpenSparse(content())) sources_.push_back(std::move(sparse));
 }
 
-void Contents::Unpack() {
+void Contents::AddUnpacked() {
     sources_.push_back(
             std::make_unique<SpooledStream>(Unpacked(content()), spool_, limits::kArchiveMember));
     if (CompressionOf(content()) != nullptr) throw Damage("packed more than once");
@@ -73,6 +74,13 @@ const FileSystem& Contents::Open(size_t volume) {
         throw Damage("neither an ext4 nor an EROFS nor an Android sparse image");
     }
     return *opened.file_system;
+}
+
+void Contents::Unpack() const {
+    for (const auto& source : sources_) {
+        char last;
+        if (source->size() != 0) source->ReadUpTo(source->size() - 1, &last, sizeof(last));
+    }
 }
 
 std::unique_ptr<Source> Contents::Inside(uint64_t file) const {

@@ -31,13 +31,16 @@ class Contents {
     // Returns the volume's file system. Throws Damage if it has none that can be read.
     const FileSystem& Open(size_t volume);
 
+    // Unpacks all of what the file is packed in. Throws Damage.
+    void Unpack() const;
+
     // Returns the bytes of a file of an archive. Throws Damage if this is none.
     std::unique_ptr<Source> Inside(uint64_t file) const;
 
   private:
     // Puts what the last source stands for after it.
     void Unwrap();
-    void Unpack();
+    void AddUnpacked();
     const Source& content() const { return *sources_.back(); }
 
     char slot_;

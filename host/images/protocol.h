@@ -18,6 +18,7 @@ namespace images {
 enum class Question : uint32_t {
     kContents,  // of the whole image
     kInside,    // of files of an archive, whose nodes follow the request
+    kUnpack,    // nothing, but all that a volume's file is packed in has been unpacked then
     kRoot,      // the root directory's node
     kLook,
     kList,

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -16,7 +17,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <filesystem>
 #include <mutex>
 #include <stdexcept>
 #include <type_traits>
@@ -94,12 +94,15 @@ class Reader::Process {
     mutable std::atomic<Connection*> connection_{nullptr};
 };
 
-// Returns a temporary file without a name, or nothing if there is no room for one.
+// Returns a temporary file without a name, or nothing if there is no room for one. It may become
+// larger than what should be kept in memory.
 unique_fd TemporaryFile() {
-    std::error_code error;
-    const std::string directory = std::filesystem::temp_directory_path(error);
-    return unique_fd(
-            open(error ? "/tmp" : directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    unique_fd file;
+    for (const char* directory : {static_cast<const char*>(getenv("TMPDIR")), "/var/tmp", "/tmp"}) {
+        if (directory == nullptr || file.ok()) continue;
+        file.reset(open(directory, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    }
+    return file;
 }
 
 Reader::Process::Process(const std::vector<unique_fd>& parts, char slot, uint64_t memory,
@@ -201,16 +204,18 @@ std::string Reader::Process::Exchange(Connection* connection, const Request& req
         return HowItEnded();
     }
     const int64_t deadline = Milliseconds() + int64_t{limits::kUnpackSeconds} * 1000;
-    while (true) {
+    const bool shows = g_show_progress != nullptr && Kernel(SYS_getpid) == starter_;
+    for (bool shown = false;; shown = true) {
         std::string failed = Await(connection, size);
         if (!failed.empty() || connection->packet.header.outcome != Outcome::kWorking) {
+            if (shows && shown) g_show_progress(0);
             return failed;
         }
         if (Milliseconds() > deadline) {
             return "unpacking takes longer than " + std::to_string(limits::kUnpackSeconds) +
                    " seconds";
         }
-        if (g_show_progress != nullptr) g_show_progress(connection->packet.header.size);
+        if (shows) g_show_progress(connection->packet.header.size);
     }
 }
 
@@ -282,7 +287,7 @@ Contained Reader::Process::AskContained(Question question, uint32_t volume,
                                       limits::kSuperPartitions * (kMostName + 16), nodes);
     Parser parser(answer);
     const uint64_t kind = parser.Number();
-    if (kind > static_cast<uint64_t>(Kind::kArchive)) throw Damage(kNonsense);
+    if (kind > static_cast<uint64_t>(Kind::kUnknown)) throw Damage(kNonsense);
     Contained contained = {static_cast<Kind>(kind), parser.Number(), {}};
     while (!parser.is_done()) {
         std::string name = parser.Text();
@@ -403,6 +408,10 @@ Contained Reader::LookInside(size_t volume, const std::vector<uint64_t>& files) 
         throw Damage("an image in more than " + std::to_string(kMostParts) + " parts");
     }
     return process_->AskContained(Question::kInside, static_cast<uint32_t>(volume), files);
+}
+
+void Reader::Unpack(size_t volume) const {
+    process_->AskAll(Question::kUnpack, static_cast<uint32_t>(volume), 0, 0);
 }
 
 void Reader::ShowProgress(void (*show)(uint64_t unpacked_bytes)) {

@@ -19,7 +19,7 @@
 namespace images {
 
 // What a file holds, once it is unpacked and no Android sparse image any more.
-enum class Kind : uint32_t { kFileSystem, kSuper, kPayload, kArchive };
+enum class Kind : uint32_t { kFileSystem, kSuper, kPayload, kArchive, kUnknown };
 
 struct Contained {
     Kind kind;
@@ -55,7 +55,12 @@ class Reader {
     // calls are led. Throws Damage if it is none that can be read.
     std::unique_ptr<FileSystem> Open(size_t volume) const;
 
-    // While something is unpacked, `show` is called now and then by the process that waits for it.
+    // Unpacks all that the volume's file is packed in, so that nobody waits for it later. Throws
+    // Damage.
+    void Unpack(size_t volume) const;
+
+    // While something is unpacked, `show` is called now and then in the process that started the
+    // reader, and with 0 after that.
     static void ShowProgress(void (*show)(uint64_t unpacked_bytes));
 
   private:

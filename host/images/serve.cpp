@@ -48,6 +48,7 @@ class Files {
         return files_.size() - 1;
     }
 
+    const Contents& ContentsOf(size_t volume) { return *FileOf(volume).contents; }
     const Contents& ContentsAt(size_t file) const { return *files_[file].contents; }
     size_t FirstVolume(size_t file) const { return files_[file].first_volume; }
 
@@ -202,6 +203,9 @@ class Answers {
                 return Describe(0);
             case Question::kInside:
                 return Describe(files_->AddInside(request.volume, nodes_));
+            case Question::kUnpack:
+                files_->ContentsOf(request.volume).Unpack();
+                return answer;
             case Question::kRoot:
                 PutNumber(&answer, FileSystemOf(request).root());
                 return answer;

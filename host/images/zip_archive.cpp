@@ -16,7 +16,10 @@ namespace {
 constexpr std::string_view kMagics[] = {"PK\x03\x04", "PK\x05\x06"};
 
 std::string TextOf(zip_error_t* error) {
-    std::string text = zip_error_strerror(error);
+    // What is no zip at all does not get here.
+    std::string text = zip_error_code_zip(error) == ZIP_ER_NOZIP
+                               ? "truncated, or the directory at its end is damaged"
+                               : zip_error_strerror(error);
     zip_error_fini(error);
     return "zip: " + text;
 }

@@ -26,14 +26,16 @@ std::string Mebibytes(uint64_t bytes) {
 
 }  // namespace
 
-DeviceFiles::DeviceFiles(const std::string& device, const Options& options)
-        : device_(std::make_shared<DirectoryTree>(device)) {
+DeviceFiles::DeviceFiles(const std::string& device, const Options& options) {
     const std::string nothing = scratch_.path() + "/nothing";
     Check(mkdir(nothing.c_str(), 0700) == 0, nothing);
     nothing_.reset(OpenOrThrow(nothing, O_PATH | O_DIRECTORY));
+    firmware_.emplace(device, options, nothing_.get(), nothing, [this](const std::string& what) {
+        if (!view_) throw std::runtime_error(what);
+        view_->Note(View::kDamaged, what);
+    });
     Restart();
-    images_ = OpenImages(device, *view_, options, nothing_.get(),
-                         [this](const std::string& what) { view_->Note(View::kDamaged, what); });
+    images_ = firmware_->OpenImages(*view_);
     ShowImages();
 }
 
@@ -42,18 +44,18 @@ void DeviceFiles::Restart() {
     const std::string state = scratch_.path() + "/state-" + std::to_string(getpid());
     std::filesystem::remove_all(state);
     Check(mkdir(state.c_str(), 0700) == 0, state);
-    view_.emplace(device_, state);
+    view_.emplace(firmware_->tree(), state);
 }
 
 void DeviceFiles::ShowImages() {
     for (const ShownImage& image : images_.shown) {
         Done(view_->ShowTree(image.tree, image.root, image.place),
-             image.path + ": cannot be shown at " + image.place);
+             image.name.path + ": cannot be shown at " + image.place);
         if (image.link.empty()) continue;
         Done(view_->MakeLink(image.place, image.link),
-             image.path + ": cannot be linked to " + image.link);
+             image.name.path + ": cannot be linked to " + image.link);
     }
-    for (const std::string& name : images_.files) view_->Remove({}, ("/" + name).c_str(), false);
+    for (const std::string& path : images_.files) view_->Remove({}, path.c_str(), false);
     view_->TakeChanges();
 }
 
@@ -65,7 +67,8 @@ void DeviceFiles::Reset() {
 std::optional<ImagePlace> DeviceFiles::ImageOf(const std::string& path) const {
     const auto [tree, path_in_tree] = view_->TreeAt(path);
     if (tree == 0) return std::nullopt;
-    return ImagePlace{images_.shown[tree - 1].path, path_in_tree};
+    const ShownImage& image = images_.shown[tree - 1];
+    return ImagePlace{image.name.path, image.name.name, path_in_tree.substr(image.named.size())};
 }
 
 std::vector<std::string> DeviceFiles::Notes() const {

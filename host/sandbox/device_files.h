@@ -18,8 +18,8 @@ namespace sandbox {
 
 class DeviceFiles {
   public:
-    // Opens the images in the directory `device`. Throws std::runtime_error, naming the one at
-    // fault.
+    // Opens the directory or file `device` and the images in it. Throws std::runtime_error, naming
+    // what is at fault.
     DeviceFiles(const std::string& device, const Options& options);
     DeviceFiles& operator=(DeviceFiles&&) = delete;
 
@@ -43,10 +43,10 @@ class DeviceFiles {
     void Restart();
     void ShowImages();
 
-    std::shared_ptr<const Tree> device_;
     ScratchDirectory scratch_;
     android::base::unique_fd nothing_;  // an empty directory
-    Images images_;                     // the partitions are the view's trees but the first
+    std::optional<Firmware> firmware_;
+    Images images_;  // the partitions are the view's trees but the first
     std::optional<View> view_;
 };
 

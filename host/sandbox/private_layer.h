@@ -42,6 +42,7 @@ class PrivateLayer : public Tree {
     long Target(const std::string& path, std::string* target) const override;
     long List(const std::string& directory, std::vector<Listed>* names) const override;
     long Open(const std::string& path, int flags) const override;
+    bool is_kernels() const override { return original_.is_kernels(); }
 
     // Changes, all in directories that are there. `path` is missing or, for the later ones, there.
     long Create(const std::string& path, int flags, mode_t mode);

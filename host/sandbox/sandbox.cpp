@@ -14,7 +14,7 @@
 namespace sandbox {
 
 std::string Name(const ImagePlace& place) {
-    return place.path + " in " + place.image.substr(place.image.rfind('/') + 1);
+    return place.path + " in " + place.name;
 }
 
 Sandbox::Sandbox(const std::string& device, const Options& options)

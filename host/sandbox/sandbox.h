@@ -24,19 +24,21 @@ struct Options {
 
 // A file of a partition image.
 struct ImagePlace {
-    std::string image;  // the image's path; of a logical partition "super.img(NAME)" at its end
+    std::string image;  // the file's path; what lies in it follows, as in "super.img(odm_a)"
+    std::string name;   // the same for people, as in "odm_a of super.img"
     std::string path;   // in the image, such as "/build.prop"
 };
 
-// Such as "/build.prop in my_region.img".
+// Such as "/build.prop in my_region of payload.bin in ota.zip".
 std::string Name(const ImagePlace& place);
 
 class DeviceFiles;
 
 class Sandbox {
   public:
-    // Prepares a root over the directory `device`, in which a partition image is seen as the files
-    // in it. Throws std::runtime_error, saying why, if the root cannot be had.
+    // Prepares a root over `device`, a directory, an archive, or a file of partitions, in which a
+    // partition image is seen as the files in it. Throws std::runtime_error, saying why, if the
+    // root cannot be had.
     explicit Sandbox(const std::string& device, const Options& options = {});
 
     // The same over a device whose images are open already.

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <functional>
 #include <memory>
 
@@ -17,6 +16,7 @@
 #include "budget.h"
 #include "device/legal.h"
 #include "input_error.h"
+#include "named_file.h"
 
 namespace extprop {
 
@@ -25,14 +25,6 @@ namespace {
 using android::base::unique_fd;
 using android::init::kSplashPartition;
 using std::chrono::steady_clock;
-
-std::string DevicePath(const std::string& device) {
-    std::error_code error;
-    const auto path = std::filesystem::canonical(device, error);
-    if (error) throw InputError(device + ": " + error.message());
-    if (!std::filesystem::is_directory(path)) throw InputError(device + ": Not a directory");
-    return path;
-}
 
 // One boot: the process that plays init, and what has come from it.
 class BootedDevice {

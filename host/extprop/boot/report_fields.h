@@ -12,7 +12,7 @@ namespace sandbox {
 
 template <typename Fields>
 void Visit(Fields& fields, sandbox::ImagePlace& place) {
-    fields("file", place.image)("path", place.path);
+    fields("file", place.image)("name", place.name)("path", place.path);
 }
 
 }  // namespace sandbox

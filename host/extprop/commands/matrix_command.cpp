@@ -41,7 +41,7 @@ void DivideArguments(MatrixArguments* arguments) {
             arguments->boot.steps.push_back(word);
         } else if (arguments->devices.empty() || word.find('/') != std::string::npos ||
                    (arguments->devices.size() == 1 && arguments->names.empty() &&
-                    std::filesystem::is_directory(word))) {
+                    std::filesystem::exists(word))) {
             arguments->devices.push_back(word);
         } else {
             arguments->names.push_back(word);

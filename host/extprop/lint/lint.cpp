@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -23,6 +22,7 @@
 #include "device_files.h"
 #include "input_error.h"
 #include "lint/rules.h"
+#include "named_file.h"
 #include "platform.h"
 #include "printable.h"
 #include "sandbox.h"
@@ -47,16 +47,6 @@ class PropertiesKept {
   private:
     platform::PropertyMap properties_;
 };
-
-// Returns the device's files, or throws InputError if `device` is no directory that can be used.
-std::shared_ptr<sandbox::DeviceFiles> FilesOf(const std::string& device,
-                                              const sandbox::Options& options) {
-    std::error_code error;
-    const auto path = std::filesystem::canonical(device, error);
-    if (!error) std::filesystem::directory_iterator(path, error);
-    if (error) throw InputError(device + ": " + error.message());
-    return std::make_shared<sandbox::DeviceFiles>(path, options);
-}
 
 // Boots the phones that the device can become, and checks what they read. Returns nothing if they
 // cannot be booted.
@@ -170,7 +160,7 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
 
 std::vector<Finding> Lint(const std::string& device, const sandbox::Options& options,
                           std::vector<std::string>* notes) {
-    const auto device_files = FilesOf(device, options);
+    const auto device_files = std::make_shared<sandbox::DeviceFiles>(DevicePath(device), options);
     const DeviceTree tree(device_files->view());
     const Utf8Locale utf8;
     const PropertiesKept kept;
