@@ -565,19 +565,24 @@ TEST_F(LintTest, FingerprintsStayWhereLinesMove) {
     EXPECT_EQ(fingerprints(), before);
 
     const std::string path = Prepare("/baseline.json");
-    Write("/baseline.json", extprop::BaselineText(Lint(directory_.path)));
+    Write("/baseline.json", extprop::BaselineText(Known(Lint(directory_.path))));
     Write("/odm/build.prop", "ro.x 1\nro.z 1\n");
     extprop::LintReport report;
     report.findings = Lint(directory_.path);
-    const auto known =
-            extprop::TakeKnown(extprop::ReadBaseline(path, ""), &report.findings, &report);
-    EXPECT_EQ(known.size(), 2U);
+    const auto baseline = extprop::ReadBaseline(path, "");
+    EXPECT_EQ(extprop::TakeKnown(baseline, &report.findings, &report).size(), 2U);
     EXPECT_EQ(report.known, 2U);
     ASSERT_EQ(report.findings.size(), 1U);
     EXPECT_EQ(report.findings[0].text, "ro.z 1");
     ASSERT_EQ(report.fixed.size(), 2U);
     EXPECT_EQ(report.fixed[0].text + report.fixed[1].text, "ro.y 1ro.x 1");
     EXPECT_EQ(report.fixed[0].line, 2);
+    // Nobody knows what is fixed where not everything could be checked.
+    Write("/odm/etc/flags.prop", "import /odm/etc/flags.prop\n");
+    report.findings = Lint(directory_.path);
+    report.fixed.clear();
+    EXPECT_EQ(extprop::TakeKnown(baseline, &report.findings, &report).size(), 4U);
+    EXPECT_EQ(report.fixed.size(), 0U);
 
     const struct {
         const char* content;

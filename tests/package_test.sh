@@ -60,6 +60,13 @@ check_tool() {
         expect "$library" "$(grep "/$library$" <<<"$loaded" | xargs realpath | sort -u)" \
             "$ROOT/usr/lib/*/extprop/$library"
     done
+    # Where editors and services look for the manual.
+    packaged check samples/carriers "$WORK/expectations" --record >/dev/null
+    packaged lint samples/carriers --sarif "$WORK/sarif"
+    local page
+    for page in $(grep -ohE 'file:///usr/[^"# ]+' "$WORK/expectations" "$WORK/sarif" | sort -u); do
+        [ -e "$ROOT${page#file://}" ] || fail "there is no $page"
+    done
 }
 
 # Prints the words that stand behind COMMAND, or behind the tool's name if it is empty, one a line:

@@ -128,15 +128,11 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
     std::vector<Finding> findings =
             Lint(arguments.device, ImageOptionsOf(arguments.images), &report.notes);
     PrintNotes(report.notes);
-    std::vector<Finding> known;
-    if (!arguments.baseline.empty()) {
-        known = TakeKnown(baseline, &findings, &report);
-    } else if (!arguments.new_baseline.empty()) {
-        known.swap(findings);
-        report.known = known.size();
+    if (arguments.baseline.empty() && !arguments.new_baseline.empty()) baseline = Known(findings);
+    baseline = TakeKnown(baseline, &findings, &report);
+    if (!arguments.new_baseline.empty()) {
+        WriteOutput(arguments.new_baseline, arguments.device, BaselineText(baseline));
     }
-    if (!arguments.new_baseline.empty())
-        WriteOutput(arguments.new_baseline, arguments.device, BaselineText(known));
     report.findings = Grouped(findings);
 
     WriteReports(report.findings, arguments);

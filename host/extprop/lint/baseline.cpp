@@ -8,6 +8,7 @@
 #include "input_error.h"
 #include "json/text.h"
 #include "lint/finding_fields.h"
+#include "lint/rules.h"
 #include "named_file.h"
 
 namespace extprop {
@@ -43,11 +44,15 @@ class CountedText {
     int* line_;
 };
 
-KnownFinding Known(const Finding& finding) {
-    return {finding.fingerprint, finding.identifier, finding.path, finding.text};
-}
-
 }  // namespace
+
+std::vector<KnownFinding> Known(const std::vector<Finding>& findings) {
+    std::vector<KnownFinding> known;
+    for (const Finding& finding : findings) {
+        known.push_back({finding.fingerprint, finding.identifier, finding.path, finding.text});
+    }
+    return known;
+}
 
 std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::string& device) {
     const std::string content = ReadInput(path, device, kLargest);
@@ -100,33 +105,37 @@ std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::strin
     return baseline;
 }
 
-std::string BaselineText(const std::vector<Finding>& findings) {
+std::string BaselineText(const std::vector<KnownFinding>& known) {
     std::string text = "{\"" + std::string(kFormatField) + "\": " + std::to_string(kFormat) +
                        ", \"" + kFindingsField + "\": [";
     const char* separator = "\n";
-    for (const Finding& finding : findings) {
-        text += separator + JsonLine(Write(Known(finding)));
+    for (const KnownFinding& each : known) {
+        text += separator + JsonLine(Write(each));
         separator = ",\n";
     }
     return text + "\n]}\n";
 }
 
-std::vector<Finding> TakeKnown(const std::vector<KnownFinding>& baseline,
-                               std::vector<Finding>* findings, LintReport* report) {
+std::vector<KnownFinding> TakeKnown(const std::vector<KnownFinding>& baseline,
+                                    std::vector<Finding>* findings, LintReport* report) {
     std::set<std::string> fingerprints, found;
     for (const KnownFinding& known : baseline) fingerprints.insert(known.fingerprint);
-    for (const Finding& finding : *findings) found.insert(finding.fingerprint);
-    const auto news = std::stable_partition(
-            findings->begin(), findings->end(),
-            [&](const Finding& finding) { return fingerprints.count(finding.fingerprint) == 0; });
-    std::vector<Finding> known(std::make_move_iterator(news),
-                               std::make_move_iterator(findings->end()));
-    findings->erase(news, findings->end());
-    report->known = known.size();
-    for (const KnownFinding& each : baseline) {
-        if (found.count(each.fingerprint) == 0) report->fixed.push_back(each);
+    bool is_all_checked = true;
+    for (const Finding& finding : *findings) {
+        found.insert(finding.fingerprint);
+        is_all_checked &= finding.identifier != kNotChecked.identifier;
     }
-    return known;
+    const auto known = std::remove_if(
+            findings->begin(), findings->end(),
+            [&](const Finding& finding) { return fingerprints.count(finding.fingerprint) != 0; });
+    report->known = findings->end() - known;
+    findings->erase(known, findings->end());
+    std::vector<KnownFinding> rest;
+    for (const KnownFinding& each : baseline) {
+        const bool is_fixed = is_all_checked && found.count(each.fingerprint) == 0;
+        (is_fixed ? report->fixed : rest).push_back(each);
+    }
+    return rest;
 }
 
 }  // namespace extprop

@@ -1,7 +1,5 @@
 #include "output/sarif.h"
 
-#include <ctype.h>
-
 #include <algorithm>
 #include <iterator>
 
@@ -26,19 +24,8 @@ constexpr size_t kMostPlaces = 100;
 constexpr char kWorkTree[] = "%SRCROOT%";
 constexpr char kDevice[] = "DEVICE";
 
-// Returns such as "MissingImport".
-std::string FriendlyName(const Rule& rule) {
-    std::string name;
-    for (std::string word : android::base::Split(rule.identifier, "-")) {
-        word[0] = static_cast<char>(toupper(word[0]));
-        name += word;
-    }
-    return name;
-}
-
 json RuleObject(const Rule& rule) {
     return {{"id", rule.identifier},
-            {"name", FriendlyName(rule)},
             {"shortDescription", {{"text", rule.finds + std::string(".")}}},
             {"fullDescription", {{"text", std::string(rule.finds) + ". " + rule.why + "."}}},
             {"helpUri", std::string(kDocs) + "/lint.md#" + rule.identifier},
