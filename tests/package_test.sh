@@ -134,6 +134,25 @@ check_words() {
     done
 }
 
+# The library's own words, as the tool tells them, stand wherever words are offered or explained.
+check_library_words() {
+    local page file words word
+    page=$(mandoc -T ascii "$ROOT/usr/share/man/man1/extprop.1.gz" | sed 's/.\x08//g')
+    words=$({
+        packaged boot samples/overlay sim:unknown
+        packaged boot samples/overlay cota-service:unknown
+        packaged matrix samples/overlay --over unknown 2>&1 | sed 's/.*axes are \(.*\)/one of \1;/'
+        packaged boot --help | xargs -d '\n' | sed 's/.*Hand VALUE, of \(.*\), *to the bind.*/one of \1;/'
+    } 2>&1 | sed -n 's/.*one of \([^;]*\);.*/\1/p' | tr ', ' '\n\n' | grep .)
+    expect "the library's words" "$(wc -w <<<"$words")" 24
+    for file in README.md "$ROOT"/usr/share/{bash-completion/completions/extprop,zsh/vendor-completions/_extprop}; do
+        for word in $words; do
+            grep -qw -- "$word" "$file" || fail "$file: nothing on $word"
+            grep -qw -- "$word" <<<"$page" || fail "manual: nothing on $word"
+        done
+    done
+}
+
 # Types a part of a command and a tab into the interactive shell, and prints the command line that
 # comes of it, with a "|" at the end.
 complete_in() {
@@ -165,6 +184,7 @@ cd "$DOC"
 check_package
 check_tool
 check_words
+check_library_words
 for shell in bash zsh; do
     expect "$shell" "$(complete_in "$shell")" "extprop boot samples cota-service:check_mount |"
 done

@@ -12,7 +12,6 @@
 #include "boot/call_chain.h"
 #include "device/imports.h"
 #include "device/property_lines.h"
-#include "utils.h"
 
 namespace extprop {
 
@@ -118,8 +117,9 @@ void LoadTracker::ReadLines(Load* load, const std::string* import_path) {
             }
         } else if (line.kind == PropertyLine::kImport) {
             // The loader goes on behind an import whose name cannot be expanded.
-            const auto expanded = ExpandProps(name);
-            arrived = import_path != nullptr && expanded.ok() && expanded->c_str() == *import_path;
+            const Expansion expansion = Expand(name);
+            arrived = import_path != nullptr && expansion.fault.empty() &&
+                      expansion.path.c_str() == *import_path;
         }
     }
     if (!read.lines.empty()) listener_->OnLinesRead(std::move(read));

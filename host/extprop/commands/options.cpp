@@ -24,6 +24,14 @@ std::string StepsHelp() {
     return help;
 }
 
+std::string RequestHelp() {
+    std::string help = "Hand VALUE, of ";
+    for (const auto& request : android::init::kRequests) help += std::string(request.word) + ", ";
+    return help +
+           "to the bind thread of cota-service:check_mount once it has acknowledged the one "
+           "before; in the end the thread is told to stop";
+}
+
 }  // namespace
 
 void AddImageOptions(CommandLine* line, ImageArguments* arguments) {
@@ -62,9 +70,7 @@ void AddBootOptions(CommandLine* line, BootArguments* arguments) {
                     "What if the property's line in the device's file PATH had this value, or "
                     "were added at its end");
     AddImageOptions(line, &arguments->images);
-    line->AddOption("--request", "VALUE", &arguments->requests,
-                    "Hand VALUE to the bind thread of cota-service:check_mount once it has "
-                    "acknowledged the one before; in the end the thread is told to stop");
+    line->AddOption("--request", "VALUE", &arguments->requests, RequestHelp());
     line->AddFlag("--no-complete", &arguments->no_complete,
                   "Do not tell the bind thread to stop; it gives up after 20 s without a "
                   "request");
