@@ -153,7 +153,7 @@ TEST_P(ImagesTest, EachFormatIsShownReadOnlyAtItsPlace) {
         std::string place;
     } cases[] = {
             {"ext4", "odm.img", "/vendor/odm"},
-            {"erofs", "system_ext.img", "/system_ext"},
+            {"erofs", "system_ext.IMG", "/system_ext"},
             {"sparse ext4", "my_region.img", "/mnt/vendor/my_region"},
             {"sparse erofs", "my_carrier.img", "/mnt/vendor/my_carrier"},
     };

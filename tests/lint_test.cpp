@@ -144,6 +144,7 @@ TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
             {"/odm/properties/a/other/x.txt", "?", {}},
             {"/my_company/media/logo/logo.bin", "1234", {}},
             {"/my_company/media/logo/logo.bin", "12345", {"1 logo-too-large"}},
+            {"/odm/build.prop", "ro.x=1\nro.y=1\r\nro.z=1\r\n", {"2 crlf"}},
             {"/odm/build.prop",
              "persist.x=" + more + "\n=2",
              {"1 value-too-long", "2 illegal-name"}},

@@ -19,6 +19,11 @@ namespace extprop {
 
 namespace {
 
+// What these find is of one reason in whatever files it is found with the same message; what others
+// find is, in each file by itself.
+constexpr std::string_view kAcrossFiles[] = {"missing-import", "missing-variant", "unset-reference",
+                                             "late-reference", "symbolic-link"};
+
 std::vector<std::string> TextsOf(const PropertyFiles& files, const std::string& path) {
     const auto file = files.find(path);
     if (file == files.end()) return {};
@@ -78,7 +83,9 @@ std::vector<Finding> Grouped(const std::vector<Finding>& findings) {
     std::vector<Finding> grouped;
     std::map<std::tuple<std::string, std::string, std::string>, size_t> places;
     for (const Finding& finding : findings) {
-        const std::string file = RuleNamed(finding.identifier).is_across_files ? "" : finding.path;
+        const bool is_across_files = std::find(std::begin(kAcrossFiles), std::end(kAcrossFiles),
+                                               finding.identifier) != std::end(kAcrossFiles);
+        const std::string file = is_across_files ? "" : finding.path;
         const auto [place, is_first] =
                 places.try_emplace({finding.identifier, finding.message, file}, grouped.size());
         if (is_first) {

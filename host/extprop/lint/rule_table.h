@@ -20,8 +20,6 @@ struct Rule {
     // stand for such bytes.
     const char* bad;   // where the rule finds something
     const char* good;  // where no rule finds anything
-    // Of one reason in whatever files it is found with the same message, not in each by itself.
-    bool is_across_files = false;
 };
 
 inline constexpr Rule kRules[] = {
@@ -46,8 +44,7 @@ inline constexpr Rule kRules[] = {
 /odm/etc/radio.prop)",
          R"(/odm/build.prop
     import /odm/etc/radio.prop
-/odm/etc/radio.prop)",
-         true},
+/odm/etc/radio.prop)"},
         {"missing-variant", Severity::kWarning,
          "An import with references that leads to a file in some boots of the device and to none "
          "in others; with `ro.boot.*`, which no boot shows, with some value that the device's "
@@ -63,8 +60,7 @@ inline constexpr Rule kRules[] = {
 /data/system/customize/empty_appchannel_prop_file.prop
     import /odm/etc/${ro.sample.board:-alpha}.prop
 /odm/etc/alpha.prop
-/odm/etc/beta.prop)",
-         true},
+/odm/etc/beta.prop)"},
         {"malformed-reference", Severity::kError,
          "A `${` without `}`, a reference without a name, or the old form without braces",
          "The library refuses the name, so the import is skipped",
@@ -86,8 +82,7 @@ inline constexpr Rule kRules[] = {
 /odm/etc/alpha.prop)",
          R"(/odm/build.prop
     import /odm/etc/${ro.boot.board:-alpha}.prop
-/odm/etc/alpha.prop)",
-         true},
+/odm/etc/alpha.prop)"},
         {"late-reference", Severity::kWarning,
          "A reference in an import to a property that has no value yet in any boot that comes to "
          "the import, though `init` is given one by a file later",
@@ -103,8 +98,7 @@ inline constexpr Rule kRules[] = {
          R"(/odm/build.prop
     ro.sample.board=beta
     import /odm/etc/beta.prop
-/odm/etc/beta.prop)",
-         true},
+/odm/etc/beta.prop)"},
         {"idle-filter", Severity::kError,
          "An import with a filter that no line of the imported file passes",
          "Nothing is loaded. All that stands after the file's name is the filter, what is meant "
@@ -156,8 +150,7 @@ inline constexpr Rule kRules[] = {
 /odm/etc/base.prop)",
          R"(/odm/build.prop
     import /odm/etc/base.prop
-/odm/etc/base.prop)",
-         true},
+/odm/etc/base.prop)"},
         {"not-a-file", Severity::kWarning,
          "A directory, pipe or device with a property file's name", "It sets nothing", "Rename it",
          R"(/odm/build.prop
