@@ -87,42 +87,8 @@ run_tests() {
     return $status
 }
 
-# Runs clang-tidy over the sources that are not, with all that they include of the project, as they
-# were when they last passed.
+# Runs clang-tidy over what has changed since it last passed.
 check_tidy() {
-    local cache=build/tidy versions source headers key
-    local keys=() changed=0
-    mkdir -p "$cache"
     # shellcheck disable=SC2086
-    versions=$(cat .clang-tidy && dpkg-query -W $TOOL_PACKAGES $TEST_PACKAGES)
-    while read -r source headers; do
-        # shellcheck disable=SC2086
-        key=$({
-            echo "$versions"
-            grep -F -- "-c $ROOT/$source\"" build/default/compile_commands.json
-            sha256sum "$source" $headers
-        } | sha256sum | cut -d ' ' -f 1)
-        keys+=("$key")
-        [ -e "$cache/$key" ] || echo "$key" "$source"
-    done < <(sources_and_headers) >"$cache/changed"
-    changed=$(wc -l <"$cache/changed")
-    xargs -r -a "$cache/changed" -P "$(nproc)" -L 1 bash -c '
-        clang-tidy -p build/default --quiet "$3" >"$1/$2.log" 2>&1 && touch "$1/$2" ||
-            { cat "$1/$2.log"; false; }' tidy "$cache" || return 1
-    # What no source has any more is not needed.
-    find "$cache" -type f | grep -vF "$(printf '%s\n' "${keys[@]}")" | xargs -r rm -f
-    rm -f "$cache"/*.log
-    echo "$changed sources, ${#keys[@]} in all"
-}
-
-# Prints each source that clang-tidy sees, and the project's headers that it includes, as the build
-# noted them.
-sources_and_headers() {
-    ninja -C build/default -t deps | awk -v root="$ROOT/" '
-        /^[^ ]/ { if (line != "") print line; line = "" }
-        /^ / && index($1, root) == 1 && $1 !~ "/build/" {
-            line = (line == "" ? "" : line " ") substr($1, length(root) + 1)
-        }
-        END { if (line != "") print line }' |
-        grep -E '^(system|host)/' | grep -v '^[^ ]*_test\.cpp' | sort -u -k 1,1
+    scripts/tidy.py build/default build/tidy "$(dpkg-query -W $TOOL_PACKAGES $TEST_PACKAGES)"
 }

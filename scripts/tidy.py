@@ -1,0 +1,102 @@
+#!/usr/bin/env python3
+"""Runs clang-tidy over the sources that are not as they were when they last passed, with all that
+they include of the project: scripts/tidy.py BUILD_DIR CACHE_DIR [WORD...]
+
+The words name what else a result depends on, such as the versions of what is installed. Ends with
+a line that says how many sources were looked at; exits with 1 if there is a finding.
+"""
+
+import hashlib
+import json
+import os
+import pathlib
+import shlex
+import subprocess
+import sys
+from concurrent.futures import ThreadPoolExecutor
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+# Most of what clang-tidy reads is headers: many sources are seen in batches, as unity builds do.
+MOST_IN_A_BATCH = 12
+
+
+def includes(build):
+    """Returns what the build noted of each object: the project's files that went into it."""
+    files, current = {}, None
+    noted = subprocess.run(["ninja", "-C", build, "-t", "deps"], check=True, text=True,
+                           stdout=subprocess.PIPE).stdout
+    for line in noted.splitlines():
+        if line and not line.startswith(" "):
+            current = files.setdefault(line.split(":")[0], [])
+        elif line.strip():
+            path = os.path.normpath(os.path.join(build, line.strip()))
+            if path.startswith(f"{ROOT}/"):
+                current.append(path)
+    return files
+
+
+def tidy(file, flags):
+    """Returns what clang-tidy finds in a file, or nothing."""
+    run = subprocess.run(["clang-tidy", "--quiet", file, "--", *flags], cwd=ROOT, text=True,
+                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+    return run.stdout if run.returncode != 0 else ""
+
+
+def tidy_batch(batch, flags, cache):
+    """Returns what is found in sources of the same flags, by source."""
+    if len(batch) > 1:
+        together = cache / f"{hashlib.sha256(batch[0].encode()).hexdigest()}.cpp"
+        together.write_text("".join(f'#include "{source}"  // NOLINT\n' for source in batch))
+        found = tidy(str(together), flags)
+        together.unlink()
+        if not found:
+            return {source: "" for source in batch}
+    # Names of one source may also be another's: what is found in a source it has by itself, too.
+    return {source: tidy(source, flags) for source in batch}
+
+
+def main():
+    build, cache, *words = sys.argv[1:]
+    cache = pathlib.Path(cache)
+    cache.mkdir(parents=True, exist_ok=True)
+    noted = includes(build)
+    keys, groups = {}, {}
+    for entry in json.loads(pathlib.Path(build, "compile_commands.json").read_text()):
+        source = entry["file"]
+        place = os.path.relpath(source, ROOT)
+        if not place.startswith(("system/", "host/")) or "/tests/" in place or source in keys:
+            continue
+        compiler, *flags = shlex.split(entry["command"])
+        target = flags[flags.index("-o") + 1]
+        flags = flags[:flags.index("-o")]
+        digest = hashlib.sha256(repr((compiler, flags, words)).encode())
+        for path in [ROOT / ".clang-tidy", source, *sorted(noted.get(target, []))]:
+            digest.update(pathlib.Path(path).read_bytes())
+        keys[source] = digest.hexdigest()
+        if not (cache / keys[source]).exists():
+            groups.setdefault(tuple(flags), []).append(source)
+
+    changed = sum(len(sources) for sources in groups.values())
+    size = max(1, min(MOST_IN_A_BATCH, changed // (2 * os.cpu_count())))
+    failed = False
+    with ThreadPoolExecutor(os.cpu_count()) as pool:
+        for found in pool.map(lambda job: tidy_batch(*job),
+                              [(sources[i:i + size], flags, cache)
+                               for flags, sources in groups.items()
+                               for i in range(0, len(sources), size)]):
+            for source, text in found.items():
+                if text:
+                    print(text)
+                    failed = True
+                else:
+                    (cache / keys[source]).touch()
+    # What no source has any more is not needed.
+    for file in cache.iterdir():
+        if file.name not in keys.values():
+            file.unlink()
+    if failed:
+        sys.exit(1)
+    print(f"{changed} sources, {len(keys)} in all")
+
+
+main()
