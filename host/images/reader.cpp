@@ -301,7 +301,7 @@ Contained Reader::Process::AskContained(Question question, uint32_t volume,
 }
 
 std::string Reader::Process::HowItEnded() const {
-    const std::string ended = "the process that reads it ended";
+    std::string ended = "the process that reads it ended";
     siginfo_t info = {};
     if (Kernel(SYS_getpid) != starter_ || waitid(P_PID, pid_, &info, WEXITED | WNOWAIT) != 0) {
         return ended;

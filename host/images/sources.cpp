@@ -117,9 +117,10 @@ void ExtentSource::Read(uint64_t offset, void* to, size_t size) const {
 }
 
 JoinedSource::JoinedSource(std::vector<const Source*> parts) : parts_(std::move(parts)) {
+    uint64_t end = 0;
     for (const Source* part : parts_) {
-        if (part->size() > kMostBytes - size()) throw Damage("larger than any file");
-        ends_.push_back(size() + part->size());
+        if (part->size() > kMostBytes - end) throw Damage("larger than any file");
+        ends_.push_back(end += part->size());
     }
 }
 

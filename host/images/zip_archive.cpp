@@ -223,7 +223,7 @@ class Zip : public Archive {
         if (!S_ISLNK(node.mode) || node.size == 0 || node.size > kLongestTarget) {
             throw Damage("member '" + tree_.NameOf(link) + "': no link that leads anywhere");
         }
-        const std::string target = ReadBytes(*MemberContent(link), 0, node.size);
+        std::string target = ReadBytes(*MemberContent(link), 0, node.size);
         if (target.find('\0') != std::string::npos) {
             throw Damage("member '" + tree_.NameOf(link) + "': a link with a zero byte");
         }
