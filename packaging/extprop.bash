@@ -87,14 +87,14 @@ _extprop() {
         esac
     done
     case $command:$operand in
-        boot:1 | explain:1 | diff:1 | matrix:1 | check:1 | lint:1) _filedir -d ;;
+        boot:1 | explain:1 | diff:1 | matrix:1 | check:1 | lint:1) _filedir ;;
         boot:* | explain:*) _extprop_steps ;;
         check:*)
             ((operand == 2)) && _filedir
             [[ ${#COMPREPLY[@]} -eq 0 ]] && _extprop_steps
             ;;
         diff:* | matrix:*)
-            ((operand == 2)) && _filedir -d
+            ((operand == 2)) && _filedir
             [[ ${#COMPREPLY[@]} -eq 0 ]] && _extprop_steps
             ;;
     esac

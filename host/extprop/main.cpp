@@ -5,6 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -17,6 +18,7 @@
 #include "nearest.h"
 #include "output/tell.h"
 #include "product.h"
+#include "reader.h"
 
 namespace {
 
@@ -24,7 +26,7 @@ using namespace extprop;
 
 // A new command is a source in commands/ and a line here.
 constexpr Command kCommands[] = {
-        {"boot", "Play init over a device directory and show what the library does", RunBoot},
+        {"boot", "Play init over a device and show what the library does", RunBoot},
         {"explain", "Boot, and tell where the values of properties come from", RunExplain},
         {"diff", "Boot twice and show which properties differ, and why", RunDiff},
         {"matrix", "Boot every variant and show which values properties have, and for whom",
@@ -71,6 +73,16 @@ ExitStatus Run(const std::vector<std::string>& words) {
     return kDone;
 }
 
+// Shows how much was unpacked so far, once that takes longer than people like to wait.
+void ShowUnpacked(uint64_t bytes) {
+    using std::chrono::steady_clock;
+    static const steady_clock::time_point start = steady_clock::now();
+    static StatusLine line;
+    if (bytes == 0) return line.Show("");
+    if (!StatusLine::IsSeen() || steady_clock::now() - start < std::chrono::seconds(1)) return;
+    line.Show("unpacking: " + std::to_string(bytes >> 20) + " MiB");
+}
+
 // What is closed must not become some other file that the tool opens.
 void KeepStandardFiles() {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -84,6 +96,7 @@ int main(int argc, char** argv) {
     KeepStandardFiles();
     // What the library says where the tool itself calls it is no part of any answer.
     android::base::SetLogger([](auto&&...) {});
+    images::Reader::ShowProgress(ShowUnpacked);
     try {
         const ExitStatus status = Run({argv + 1, argv + argc});
         errno = 0;

@@ -59,7 +59,6 @@ void Contents::Unwrap() {
 void Contents::AddUnpacked() {
     sources_.push_back(
             std::make_unique<SpooledStream>(Unpacked(content()), spool_, limits::kArchiveMember));
-    if (CompressionOf(content()) != nullptr) throw Damage("packed more than once");
 }
 
 const FileSystem& Contents::Open(size_t volume) {

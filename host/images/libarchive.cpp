@@ -35,6 +35,10 @@ void ArchiveReader::Open() {
     if (archive_read_open1(archive_) != ARCHIVE_OK) Fail();
 }
 
+int ArchiveReader::packings() const {
+    return archive_filter_count(archive_) - 1;  // the last is the source
+}
+
 archive_entry* ArchiveReader::Next() {
     archive_entry* entry = nullptr;
     const int result = archive_read_next_header(archive_, &entry);

@@ -25,6 +25,9 @@ class ArchiveReader {
     // Begins, once all is allowed. Throws Damage.
     void Open();
 
+    // How often what was opened is packed.
+    int packings() const;
+
     // Goes to the next member and returns it, null at the end. Throws Damage.
     archive_entry* Next();
 

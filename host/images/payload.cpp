@@ -53,7 +53,7 @@ class Sha256 {
 
 std::string DigestOf(const Source& source) {
     Sha256 digest;
-    std::vector<char> buffer(1 << 20);
+    std::vector<char> buffer(std::min<uint64_t>(source.size(), Spool::kChunkSize));
     for (uint64_t at = 0; at < source.size();) {
         const size_t part = std::min<uint64_t>(buffer.size(), source.size() - at);
         source.Read(at, buffer.data(), part);

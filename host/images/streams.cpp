@@ -36,6 +36,7 @@ class Member : public Stream {
         Naming([this] {
             archive_.Open();
             archive_.Next();
+            if (archive_.packings() > 1) throw Damage("packed more than once");
         });
     }
 

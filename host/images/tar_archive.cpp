@@ -15,6 +15,7 @@ namespace {
 
 // Where a tar's header says that it is one.
 constexpr uint64_t kMagicOffset = 257;
+constexpr uint64_t kRecord = 512;
 constexpr char kUstar[] = {'u', 's', 't', 'a', 'r'};
 
 bool IsTar(const Source& source) {
@@ -44,7 +45,15 @@ class Tar : public Archive {
         ArchiveReader archive(tar_, 0);
         archive.Support(archive_read_support_format_tar);
         archive.Open();
-        while (archive_entry* entry = archive.Next()) Add(archive, entry);
+        uint64_t end = 0;
+        while (archive_entry* entry = archive.Next()) {
+            Add(archive, entry);
+            const uint64_t size = archive_entry_sparse_count(entry) > 0 ? 0 : SizeOf(entry);
+            end = archive.data() + (size + kRecord - 1) / kRecord * kRecord;
+        }
+        // The library minds no missing end, which is a record of zeros.
+        char byte;
+        if (tar_.ReadUpTo(end, &byte, sizeof(byte)) == 0) throw Damage("truncated");
     }
 
     uint64_t root() const override { return MemberTree::kRoot; }
@@ -76,6 +85,13 @@ class Tar : public Archive {
         uint64_t data;
         bool is_sparse;
     };
+
+    // Of the data that follow the member's header.
+    static uint64_t SizeOf(archive_entry* entry) {
+        const bool has_data = archive_entry_hardlink(entry) == nullptr &&
+                              archive_entry_filetype(entry) == AE_IFREG;
+        return has_data ? static_cast<uint64_t>(archive_entry_size(entry)) : 0;
+    }
 
     void Add(const ArchiveReader& archive, archive_entry* entry) {
         const char* name = archive_entry_pathname(entry);

@@ -30,6 +30,7 @@ DeviceFiles::DeviceFiles(const std::string& device, const Options& options) {
     const std::string nothing = scratch_.path() + "/nothing";
     Check(mkdir(nothing.c_str(), 0700) == 0, nothing);
     nothing_.reset(OpenOrThrow(nothing, O_PATH | O_DIRECTORY));
+    nothing_tree_ = std::make_shared<DirectoryTree>(nothing);
     firmware_.emplace(device, options, nothing_.get(), nothing, [this](const std::string& what) {
         if (!view_) throw std::runtime_error(what);
         view_->Note(View::kDamaged, what);
@@ -55,6 +56,9 @@ void DeviceFiles::ShowImages() {
         Done(view_->MakeLink(image.place, image.link),
              image.name.path + ": cannot be linked to " + image.link);
     }
+    for (const std::string& directory : images_.covered) {
+        Done(view_->ShowTree(nothing_tree_, "", directory), directory);
+    }
     for (const std::string& path : images_.files) view_->Remove({}, path.c_str(), false);
     view_->TakeChanges();
 }
@@ -66,7 +70,7 @@ void DeviceFiles::Reset() {
 
 std::optional<ImagePlace> DeviceFiles::ImageOf(const std::string& path) const {
     const auto [tree, path_in_tree] = view_->TreeAt(path);
-    if (tree == 0) return std::nullopt;
+    if (tree == 0 || tree > images_.shown.size()) return std::nullopt;
     const ShownImage& image = images_.shown[tree - 1];
     return ImagePlace{image.name.path, image.name.name, path_in_tree.substr(image.named.size())};
 }

@@ -35,6 +35,7 @@ class DeviceFiles {
     std::optional<ImagePlace> ImageOf(const std::string& path) const;
     std::vector<std::string> Notes() const;
     void CheckImages() const;
+    const std::vector<std::string>& packed() const { return images_.packed; }
 
     // A child process that goes on with its own copy of this must not keep the private folder.
     void LeaveInChild() { scratch_.LeaveInChild(); }
@@ -45,6 +46,7 @@ class DeviceFiles {
 
     ScratchDirectory scratch_;
     android::base::unique_fd nothing_;  // an empty directory
+    std::shared_ptr<const Tree> nothing_tree_;
     std::optional<Firmware> firmware_;
     Images images_;  // the partitions are the view's trees but the first
     std::optional<View> view_;

@@ -68,22 +68,33 @@ class PartOfFileSystem : public images::FileSystem {
     uint64_t root_;
 };
 
-// A file system that is opened by the first who looks at it: what it is packed in may be large.
+// A file system that is opened by the first who looks into its root directory: what it is packed in
+// may be large.
 class LazyFileSystem : public images::FileSystem {
   public:
     using Open = std::function<std::unique_ptr<images::FileSystem>()>;
 
     explicit LazyFileSystem(Open open) : open_(std::move(open)) {}
 
-    uint64_t root() const override { return opened().root(); }
-    images::Node Look(uint64_t node) const override { return opened().Look(node); }
-    std::vector<images::Name> List(uint64_t node) const override { return opened().List(node); }
+    uint64_t root() const override { return kRoot; }
+    images::Node Look(uint64_t node) const override {
+        if (node != kRoot) return opened().Look(node);
+        images::Node root;
+        root.id = kRoot;
+        root.mode = S_IFDIR | 0755;
+        return root;
+    }
+    std::vector<images::Name> List(uint64_t node) const override {
+        return opened().List(node == kRoot ? opened().root() : node);
+    }
     std::string Read(uint64_t node, uint64_t offset, size_t size) const override {
         return opened().Read(node, offset, size);
     }
     std::string Target(uint64_t node) const override { return opened().Target(node); }
 
   private:
+    static constexpr uint64_t kRoot = ~uint64_t{0};  // which no image has
+
     const images::FileSystem& opened() const {
         if (files_ == nullptr) files_ = open_();
         return *files_;
@@ -145,6 +156,8 @@ const char* WhatIs(images::Kind kind) {
     return "nothing that is read";
 }
 
+constexpr char kSystem[] = "system";
+
 // What images lie in: the device directory or an archive. Paths in it begin with a slash.
 struct Folder {
     std::shared_ptr<const Tree> tree;
@@ -187,8 +200,18 @@ struct Candidate {
     ImageName name;
     std::function<std::shared_ptr<const Tree>()> open;
     std::string directory = "";  // that alone stands for it
-    bool is_lazy = false;        // it is opened when somebody looks at it
+    bool is_packed = false;      // it is unpacked as a whole when somebody looks into it
 };
+
+// The system's image is that of the root, where there is one: returns the directory in it that is
+// the system's own, or the root.
+std::unique_ptr<images::FileSystem> SystemIn(std::unique_ptr<images::FileSystem> files) {
+    uint64_t root = files->root();
+    for (const auto& [name, node] : files->List(files->root())) {
+        if (name == kSystem && S_ISDIR(files->Look(node).mode)) root = node;
+    }
+    return std::make_unique<PartOfFileSystem>(std::move(files), root);
+}
 
 ImageName VolumeOf(const ImageName& file, const std::string& volume) {
     return {file.path + "(" + volume + ")", volume + " of " + file.name};
@@ -447,7 +470,10 @@ class Firmware::Opener {
         OfferFiles(content.images);
         OfferDirectories(folder, is_device);
         const std::string directory = std::string("/") + kImagesDirectory;
-        if (IsDirectory(*folder.tree, directory)) OfferFiles(ContentOf(folder, directory).images);
+        if (IsDirectory(*folder.tree, directory)) {
+            OfferFiles(ContentOf(folder, directory).images);
+            if (is_device) images_.covered.push_back(directory);
+        }
         if (!is_device || archive_) return;
         for (const std::string& path : content.archives) {
             const ImageName name = folder.name_of(path);
@@ -482,6 +508,7 @@ class Firmware::Opener {
                     partition = name;
                 }
                 if (partition.empty() || !IsDirectory(*folder.tree, path)) continue;
+                if (is_device) images_.covered.push_back(path);
                 Offer(partition, 0,
                       {folder.name_of(path), [tree = folder.tree] { return tree; }, path});
             }
@@ -548,13 +575,15 @@ class Firmware::Opener {
             // The other slot of a new phone is empty.
             const Partition* known = FindPartition(partition);
             if (known == nullptr || size == 0) continue;
-            const bool is_lazy = wanted == images::Kind::kPayload && !known->is_always_read;
-            const auto open = [this, looked, name, i, is_lazy] {
-                return TreeOf(name, is_lazy ? std::make_unique<LazyFileSystem>(
-                                                      [looked, i] { return looked.Open(i); })
-                                            : looked.Open(i));
+            const bool is_packed = wanted == images::Kind::kPayload && !known->is_always_read;
+            const auto open = [this, looked, name, i, is_packed, partition] {
+                if (!is_packed) return TreeOf(name, looked.Open(i));
+                return TreeOf(name, std::make_unique<LazyFileSystem>([looked, i, partition] {
+                                  return partition == kSystem ? SystemIn(looked.Open(i))
+                                                              : looked.Open(i);
+                              }));
             };
-            Offer(partition, slot, {name, open, "", is_lazy});
+            Offer(partition, slot, {name, open, "", is_packed});
         }
     }
 
@@ -589,10 +618,9 @@ class Firmware::Opener {
         ShownImage shown = {image.name,         tree, image.directory, image.directory,
                             parent + partition, ""};
         if (parent != "/") shown.link = "/" + partition;
-        // The system's image is that of the root, where there is one, as wherever there are
-        // payloads.
+        if (image.is_packed) images_.packed.push_back(shown.place);
         const std::string inner = image.directory + "/" + partition;
-        if (partition == "system" && (image.is_lazy || IsDirectory(*tree, inner))) {
+        if (partition == kSystem && !image.is_packed && IsDirectory(*tree, inner)) {
             shown.root = inner;
         }
         images_.shown.push_back(shown);

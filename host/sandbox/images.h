@@ -33,9 +33,11 @@ struct ShownImage {
 
 // What a device holds of images.
 struct Images {
-    std::vector<ShownImage> shown;   // in the order of their partitions' names
-    std::vector<std::string> files;  // that stand for them, by their paths in the device
-    std::vector<std::string> notes;  // what the user should know of the files
+    std::vector<ShownImage> shown;     // in the order of their partitions' names
+    std::vector<std::string> files;    // that stand for them, by their paths in the device
+    std::vector<std::string> covered;  // directories of the device that do
+    std::vector<std::string> packed;   // places that are unpacked when somebody looks into them
+    std::vector<std::string> notes;    // what the user should know of the files
 };
 
 // A device as it comes: a directory, an archive of one, or a file of one or more partitions.

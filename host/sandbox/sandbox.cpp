@@ -64,6 +64,10 @@ std::optional<ImagePlace> Sandbox::ImageOf(const std::string& path) const {
     return files_->ImageOf(path);
 }
 
+const std::vector<std::string>& Sandbox::packed() const {
+    return files_->packed();
+}
+
 void Sandbox::CheckImages() const {
     files_->CheckImages();
 }

@@ -73,6 +73,10 @@ class Sandbox {
     // Returns the image that the device's `path` lies in, if it is in one.
     std::optional<ImagePlace> ImageOf(const std::string& path) const;
 
+    // Returns the places of partitions that are unpacked as a whole when somebody looks into them:
+    // who looks at all files should leave them out.
+    const std::vector<std::string>& packed() const;
+
     // Returns what the user should know about what lies in the device directory, and about what was
     // looked for so far. Throws as CheckImages() does.
     std::vector<std::string> Notes() const;

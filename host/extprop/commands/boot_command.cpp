@@ -23,8 +23,7 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
     bool verbose = false;
 
     CommandLine line = LineOf(command);
-    line.AddArgument("DEVICE", &device,
-                     "Directory that looks like the device's root; it is never changed");
+    line.AddArgument("DEVICE", &device, kDeviceHelp);
     line.AddArguments("STEP", &arguments.steps, "Steps of the boot, listed below");
     AddBootOptions(&line, &arguments);
     line.AddFlag("--json", &json, "Print one JSON document");

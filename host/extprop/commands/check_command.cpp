@@ -67,7 +67,7 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     const auto started = std::chrono::system_clock::now();
 
     CommandLine line = LineOf(command);
-    line.AddArgument("DEVICE", &device, "Directory that looks like the device's root");
+    line.AddArgument("DEVICE", &device, kDeviceHelp);
     line.AddArguments("EXPECTATIONS", &files_and_steps,
                       "YAML files that say what is expected; and steps, instead of the files' own",
                       CommandLine::kOneAtLeast);

@@ -22,7 +22,7 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
     bool json = false;
 
     CommandLine line = LineOf(command);
-    line.AddArgument("DEVICE", &device, "Directory that looks like the device's root");
+    line.AddArgument("DEVICE", &device, kDeviceHelp);
     line.AddArguments("NAME", &names_and_steps,
                       "Names of properties, or patterns such as 'ro.product.*'; and steps, listed "
                       "below");

@@ -94,7 +94,7 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
     LintArguments arguments;
     CommandLine line = LineOf(command);
     std::optional<std::string> device;
-    line.AddArgument("DEVICE", &device, "Directory that looks like the device's root");
+    line.AddArgument("DEVICE", &device, kDeviceHelp);
     AddImageOptions(&line, &arguments.images);
     line.AddFlag("--json", &arguments.json, "Print one JSON document");
     line.AddOption("--sarif", "FILE", &arguments.sarif,

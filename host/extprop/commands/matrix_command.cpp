@@ -177,10 +177,11 @@ ExitStatus List(const MatrixArguments& arguments) {
 ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& words) {
     MatrixArguments arguments;
     CommandLine line = LineOf(command);
-    line.AddArguments("DEVICE", &arguments.words,
-                      "One device directory, or two to compare; names of properties, or patterns "
-                      "such as 'ro.product.*' (default: those that are not the same everywhere); "
-                      "and steps, listed below");
+    line.AddArguments(
+            "DEVICE", &arguments.words,
+            "One device, a directory or file, or two to compare; names of properties, or patterns "
+            "such as 'ro.product.*' (default: those that are not the same everywhere); "
+            "and steps, listed below");
     AddBootOptions(&line, &arguments.boot);
     AddChoiceOptions(&line, &arguments.choice);
     line.AddFlag("--list", &arguments.list,

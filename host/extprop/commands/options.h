@@ -11,6 +11,10 @@
 
 namespace extprop {
 
+inline constexpr char kDeviceHelp[] =
+        "Directory that looks like the device's root, or an archive, an update or an image of one; "
+        "it is never changed";
+
 // Which partition images are read.
 struct ImageArguments {
     std::string slot;

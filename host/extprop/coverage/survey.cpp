@@ -27,8 +27,12 @@ namespace fs = std::filesystem;
 
 class Surveyor {
   public:
-    explicit Surveyor(const std::function<bool(const std::string& name)>& wanted)
-            : wanted_(wanted) {}
+    // Leaves out what lies in the directories.
+    Surveyor(const std::function<bool(const std::string& name)>& wanted,
+             std::vector<std::string> left_out)
+            : wanted_(wanted), left_out_(std::move(left_out)) {
+        left_out_.insert(left_out_.end(), {"/proc", "/sys"});
+    }
 
     Survey Take() {
         Walk();
@@ -46,7 +50,9 @@ class Surveyor {
         for (fs::recursive_directory_iterator entry("/", options, error), end; entry != end;
              entry.increment(error)) {
             const std::string& path = entry->path().native();
-            if (path == "/proc" || path == "/sys") entry.disable_recursion_pending();
+            if (std::find(left_out_.begin(), left_out_.end(), path) != left_out_.end()) {
+                entry.disable_recursion_pending();
+            }
             if (!UseOf(path) && !IsOfSwitchKey(path)) continue;
             std::error_code gone;
             const fs::file_status status = entry->symlink_status(gone);
@@ -118,6 +124,7 @@ class Surveyor {
     }
 
     const std::function<bool(const std::string& name)>& wanted_;
+    std::vector<std::string> left_out_;
     Survey survey_;
     std::set<std::string> read_;
     std::vector<std::string> links_;
@@ -146,7 +153,7 @@ Survey TakeSurvey(const sandbox::Sandbox& root,
                   const std::function<bool(const std::string& name)>& wanted,
                   std::chrono::seconds limit) {
     auto survey = AskInside(
-            root, [&] { return Write(Surveyor(wanted).Take()); }, limit);
+            root, [&] { return Write(Surveyor(wanted, root.packed()).Take()); }, limit);
     if (!survey) throw std::runtime_error("the device's files cannot be surveyed in time");
     return FromJson<Survey>(std::move(*survey));
 }

@@ -25,7 +25,8 @@ bool DeviceTree::Read(const std::string& path, size_t most, std::string* content
     return error == 0;
 }
 
-std::vector<Place> DeviceTree::All(std::vector<std::string>* unreadable) const {
+std::vector<Place> DeviceTree::All(const std::vector<std::string>& left_out,
+                                   std::vector<std::string>* unreadable) const {
     std::vector<Place> places;
     size_t bytes = 0;
     struct Directory {
@@ -45,7 +46,10 @@ std::vector<Place> DeviceTree::All(std::vector<std::string>* unreadable) const {
             if (path.size() >= PATH_MAX) continue;
             sandbox::Entry entry;
             if (view_.FindIn(directory.entry, name, &entry) < 0 || !entry.exists) continue;
-            if (entry.is_directory()) directories.push_back({path, entry});
+            if (entry.is_directory() &&
+                std::find(left_out.begin(), left_out.end(), path) == left_out.end()) {
+                directories.push_back({path, entry});
+            }
             bytes += path.size();
             places.push_back({std::move(path), entry.status});
             if (places.size() > limits::kDeviceFiles || bytes > limits::kDevicePaths) {

@@ -30,9 +30,11 @@ class DeviceTree {
     // set, if there is nothing.
     bool Find(const std::string& path, bool follow, Place* place) const;
 
-    // Returns everything in the tree in the order of the paths. Directories that cannot be read are
-    // added to `*unreadable`. Throws std::runtime_error if there is more than any device has.
-    std::vector<Place> All(std::vector<std::string>* unreadable) const;
+    // Returns everything in the tree but what lies in the directories `left_out`, in the order of
+    // the paths. Directories that cannot be read are added to `*unreadable`. Throws
+    // std::runtime_error if there is more than any device has.
+    std::vector<Place> All(const std::vector<std::string>& left_out,
+                           std::vector<std::string>* unreadable) const;
 
     // Puts in the content of the regular file at `path`, which is no link and has at most `most`
     // bytes. Returns false, with errno set, if that cannot be.

@@ -167,7 +167,7 @@ std::vector<Finding> Lint(const std::string& device, const sandbox::Options& opt
     Findings findings(device.substr(0, device.find_last_not_of('/') + 1), *device_files);
 
     std::vector<std::string> unreadable;
-    const std::vector<Place> places = tree.All(&unreadable);
+    const std::vector<Place> places = tree.All(device_files->packed(), &unreadable);
     for (const std::string& directory : unreadable) {
         findings.Add(kUnreadable, directory, "this directory cannot be read to its end");
     }
