@@ -22,6 +22,12 @@ platform::PropertyMap& Store() {
     return *store;
 }
 
+// After what was stored last: whoever stores many does so in their order.
+platform::PropertyMap::iterator& Next() {
+    static platform::PropertyMap::iterator next = Store().end();
+    return next;
+}
+
 }  // namespace
 
 namespace platform {
@@ -39,6 +45,7 @@ void ShowProperties(const std::function<void(const PropertyMap&)>& show) {
 void ResetProperties(PropertyMap properties) {
     std::lock_guard<std::mutex> lock(g_mutex);
     Store() = std::move(properties);
+    Next() = Store().end();
 }
 
 std::mutex& ChangeMutex() {
@@ -48,8 +55,10 @@ std::mutex& ChangeMutex() {
 
 std::optional<std::string> StoreProperty(const std::string& name, const std::string& value) {
     std::lock_guard<std::mutex> lock(g_mutex);
-    const auto [property, is_new] = Store().try_emplace(name, value);
-    if (is_new) return std::nullopt;
+    const size_t before = Store().size();
+    const auto property = Store().try_emplace(Next(), name, value);
+    Next() = std::next(property);
+    if (Store().size() != before) return std::nullopt;
     return std::exchange(property->second, value);
 }
 

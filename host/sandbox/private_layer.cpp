@@ -57,6 +57,7 @@ mode_t Reachable(mode_t mode) {
 // Of all processes that have the layer.
 struct PrivateLayer::Shared {
     std::atomic<uint64_t> changes;
+    std::atomic<bool> plays;  // anything
 };
 
 bool PrivateLayer::Attributes::operator==(const Attributes& other) const {
@@ -152,7 +153,8 @@ long PrivateLayer::Open(const std::string& path, int flags) const {
 bool PrivateLayer::GetPlayed(struct stat* status) const {
     std::string text;
     unsigned mode, user, group;
-    const bool known = TargetIn(directory_.get(), PlayedPath(*status).c_str(), &text) > 0 &&
+    const bool known = shared_->plays &&
+                       TargetIn(directory_.get(), PlayedPath(*status).c_str(), &text) > 0 &&
                        sscanf(text.c_str(), "%o:%u:%u", &mode, &user, &group) == 3;
     if (!known) {
         status->st_uid = status->st_gid = 0;  // who made it
@@ -177,6 +179,7 @@ long PrivateLayer::SetPlayed(const std::string& place, const Attributes& attribu
     }
     char text[64];
     snprintf(text, sizeof(text), "%o:%u:%u", mode, attributes.user, attributes.group);
+    shared_->plays = true;
     return Kernel(SYS_symlinkat, text, directory_.get(), path.c_str());
 }
 

@@ -143,6 +143,9 @@ ExitStatus Show(const MatrixArguments& arguments) {
     std::vector<Variant> variants = Chosen(matrix.space(), arguments.choice, matrix.space());
     CheckSomeAreLeft(variants.size(), arguments.choice);
     const std::optional<Shard> shard = KeepShard(arguments.shard, &variants);
+    // First, as each boot is a copy of this process, which grows with the variants.
+    std::vector<DeadPlace> dead;
+    if (arguments.names.empty()) dead = matrix.FindDeadPlaces();
     const LineWriter writer(matrix.base().properties);
     const Collector collector =
             Collect(&matrix, variants, [&](const Variant& variant, const Outcome& outcome) {
@@ -153,7 +156,7 @@ ExitStatus Show(const MatrixArguments& arguments) {
     summary.shard = shard;
     if (shard && arguments.names.empty()) summary.same = collector.SameEverywhere(summary);
     FindOrigins(&matrix, &summary);
-    if (arguments.names.empty()) summary.dead = matrix.FindDeadPlaces();
+    summary.dead = std::move(dead);
     return Print(summary, arguments);
 }
 

@@ -204,8 +204,10 @@ bool Coverage::DiesBefore(const Addition& addition) const {
     return !addition.steps.empty() && died_.count(WordsOf(before, false)) != 0;
 }
 
-void Coverage::Take(CoveredBoot boot) {
+void Coverage::Take(CoveredBoot taken) {
     const size_t number = boots_.size();
+    boots_.push_back(std::move(taken));
+    const CoveredBoot& boot = boots_.back();
     if (!boot.survived && boot.addition.steps.empty()) died_.insert(boot.words);
     for (const RecordedLoad& load : boot.record.loads) {
         if (load.filter.empty()) steps_of_[load.file].insert(load.step);
@@ -222,7 +224,6 @@ void Coverage::Take(CoveredBoot boot) {
         auto& contexts = contexts_[{import.file, import.line}];
         if (contexts.size() < kMostContexts) contexts.emplace(import.values, number);
     }
-    boots_.push_back(std::move(boot));
 }
 
 std::optional<std::vector<std::string>> Coverage::WordsFor(const std::string& file,

@@ -85,7 +85,7 @@ class Coverage {
     enum Kind { kPhones, kOthers };
     bool Boot(const std::vector<Addition>& additions, Kind kind = kOthers);
     bool DiesBefore(const Addition& addition) const;
-    void Take(CoveredBoot boot);
+    void Take(CoveredBoot taken);
     std::vector<Variant> Representatives() const;
     std::vector<Addition> AdditionsFor(const Importer& importer) const;
 
