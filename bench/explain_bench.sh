@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Times explain against the boot that it explains, on made devices of 1,000 and 2,000 property files
-# with 50 lines each, a quarter of which the boot loads: bench/explain_bench.sh EXTPROP
+# Times explain against the boot that it explains and against all variants, on made devices of 1,000
+# and 2,000 property files with 50 lines each, a quarter of which the boot loads:
+# bench/explain_bench.sh EXTPROP
 set -euo pipefail
 extprop=$1
 device=$(mktemp -d)
@@ -36,7 +37,8 @@ measure() {
     # shellcheck disable=SC2086
     echo "$1 files: boot $(shortest "$extprop" boot "$device" $set_first) ms," \
         "explain of one name $(shortest "$extprop" explain "$device" ro.odm.5.3 $set_first) ms," \
-        "explain --all $(shortest "$extprop" explain "$device" --all $set_first) ms"
+        "explain --all $(shortest "$extprop" explain "$device" --all $set_first) ms," \
+        "matrix $(shortest "$extprop" matrix "$device" $set_first) ms"
 }
 
 make_files 1 50
