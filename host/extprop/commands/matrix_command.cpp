@@ -7,6 +7,7 @@
 #include "commands/command.h"
 #include "commands/matrix_options.h"
 #include "commands/options.h"
+#include "coverage/coverage.h"
 #include "explain/explain.h"
 #include "input_error.h"
 #include "matrix/lines.h"
@@ -145,7 +146,13 @@ ExitStatus Show(const MatrixArguments& arguments) {
     const std::optional<Shard> shard = KeepShard(arguments.shard, &variants);
     // First, as each boot is a copy of this process, which grows with the variants.
     std::vector<DeadPlace> dead;
-    if (arguments.names.empty()) dead = matrix.FindDeadPlaces();
+    if (arguments.names.empty()) {
+        if (auto found = matrix.FindDeadPlaces()) {
+            dead = std::move(*found);
+        } else {
+            Tell(std::string("it cannot be told what no variant and no step reads: ") + kStopped);
+        }
+    }
     const LineWriter writer(matrix.base().properties);
     const Collector collector =
             Collect(&matrix, variants, [&](const Variant& variant, const Outcome& outcome) {

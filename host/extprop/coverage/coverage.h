@@ -28,6 +28,9 @@ struct CoveredBoot {
     bool survived = false;
 };
 
+// What is_stopped() means, to people.
+inline constexpr char kStopped[] = "a boot hung or met a limit, so no more were tried";
+
 class Coverage {
   public:
     // Boots the prepared device, and others of the same options, with so many at once. Whatever was
@@ -37,6 +40,10 @@ class Coverage {
 
     // All boots, in the order in which they were made: the device as it is comes first.
     const std::vector<CoveredBoot>& boots() const { return boots_; }
+
+    // Whether a boot hung or met a limit, so that not all were made, and nobody knows what no boot
+    // loads.
+    bool is_stopped() const { return is_stopped_; }
 
     // Returns the words with which a boot loads the lines of this name in the device's own file, of
     // those that were seen to do so the fewest. None if no boot does.

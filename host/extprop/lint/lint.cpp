@@ -66,6 +66,7 @@ std::optional<Coverage> CoverageOf(const std::shared_ptr<sandbox::DeviceFiles>& 
                          [](const CoveredBoot& boot) { return boot.survived; })) {
             throw std::runtime_error("the library survives no boot");
         }
+        if (coverage.is_stopped()) throw std::runtime_error(kStopped);
         CheckDeadPlaces(DeadPlaces(survey, coverage), findings);
         return coverage;
     } catch (const std::runtime_error& error) {

@@ -60,10 +60,12 @@ Outcome Matrix::BootVariant(const Variant& variant) {
     return {{std::move(report.properties), std::move(report.removed)}, {}};
 }
 
-std::vector<DeadPlace> Matrix::FindDeadPlaces() {
+std::optional<std::vector<DeadPlace>> Matrix::FindDeadPlaces() {
     device_.Reset(options_);  // what the boot of the device as it is has written is not its own
     const Survey survey = SurveyForDeadPlaces(device_.root(), options_.time_limit);
-    return DeadPlaces(survey, Coverage(&device_, options_, survey, jobs_));
+    const Coverage coverage(&device_, options_, survey, jobs_);
+    if (coverage.is_stopped()) return std::nullopt;
+    return DeadPlaces(survey, coverage);
 }
 
 void Matrix::Boot(const std::vector<Variant>& variants,

@@ -54,8 +54,9 @@ class Matrix {
     void Trace(const std::vector<TraceRequest>& requests,
                const std::function<void(size_t, std::map<std::string, OriginDocument>)>& done);
 
-    // Returns what no variant and no step reads.
-    std::vector<DeadPlace> FindDeadPlaces();
+    // Returns what no variant and no step reads; nothing if that cannot be told, as
+    // Coverage::is_stopped() says.
+    std::optional<std::vector<DeadPlace>> FindDeadPlaces();
 
   private:
     BootOptions OptionsFor(const Variant& variant, Detail detail) const;
