@@ -11,7 +11,7 @@ namespace limits {
 // Files of the device.
 inline constexpr uint64_t kPropertyFile = uint64_t{16} << 20;    // one that the library reads whole
 inline constexpr uint64_t kPartitionFile = uint64_t{256} << 20;  // of a partition, or a logo
-inline constexpr uint64_t kPrivateBytes = uint64_t{512} << 20;   // copied, by one boot
+inline constexpr uint64_t kPrivateBytes = uint64_t{256} << 20;   // copied, by one boot
 inline constexpr size_t kDeviceFiles = 1'000'000;                // where all are looked at
 inline constexpr size_t kDevicePaths = size_t{256} << 20;        // bytes of all their paths
 
@@ -29,8 +29,8 @@ inline constexpr uint64_t kExt4Groups = 1 << 18;  // of blocks; as many take 16 
 
 // The process that reads an image.
 inline constexpr uint64_t kReaderMemory = uint64_t{256} << 20;  // beyond what it starts with, bytes
-inline constexpr uint64_t kReadersMemory = uint64_t{1} << 30;   // of all that run, in bytes
-inline constexpr size_t kReaders = 32;                          // of one device
+inline constexpr uint64_t kReadersMemory = uint64_t{448} << 20;  // of all that run, in bytes
+inline constexpr size_t kReaders = 32;                           // of one device
 inline constexpr uint64_t kReaderCache = uint64_t{16} << 20;  // of what was read already, in bytes
 inline constexpr uint64_t kReaderCachedFile = uint64_t{1} << 20;  // a file kept there, in bytes
 inline constexpr int kReaderDescriptors = 1024;  // so many processes can ask at the same time
@@ -54,7 +54,7 @@ inline constexpr uint64_t kSpool = uint64_t{8} << 30;             // unpacked by
 inline constexpr uint64_t kPayloadManifest = uint64_t{16} << 20;  // in bytes
 
 // What is read of a phone.
-inline constexpr size_t kPhone = size_t{512} << 20;  // a bug report, unpacked too, in bytes
+inline constexpr size_t kPhone = size_t{192} << 20;  // a bug report, unpacked too, in bytes
 inline constexpr size_t kPhoneProperties = size_t{16} << 20;  // the properties in it, in bytes
 inline constexpr size_t kPhoneFiles = 100'000;                // of a directory, a property each
 inline constexpr size_t kPhoneValue = size_t{64} << 10;       // such a file, in bytes
@@ -73,6 +73,7 @@ inline constexpr size_t kJsonValues = 4'000'000;         // in a line
 
 // Variants.
 inline constexpr size_t kVariants = 100'000;           // of one choice
+inline constexpr size_t kStopped = 16;                 // that met a limit or did not come back
 inline constexpr size_t kSummary = size_t{256} << 20;  // what differs between them, in bytes
 inline constexpr size_t kChecked = size_t{256} << 20;  // what is told of a check, in bytes
 
@@ -84,6 +85,12 @@ inline constexpr size_t kLinted = size_t{256} << 20;  // of property files, in b
 inline constexpr size_t kOpens = 40'000;                     // files opened
 inline constexpr uint64_t kOpenedBytes = uint64_t{1} << 30;  // their sizes added up
 inline constexpr size_t kTold = size_t{64} << 20;            // what it tells the tool, in bytes
-inline constexpr uint64_t kMemory = uint64_t{1} << 30;       // its data, in bytes
+inline constexpr uint64_t kMemory = uint64_t{448} << 20;     // its data, in bytes
+
+// The tool's own processes. With a boot and the readers of images they have less than 1.5 GB.
+inline constexpr uint64_t kToolMemory = uint64_t{448} << 20;     // the data of each, in bytes
+inline constexpr uint64_t kWorkersMemory = uint64_t{512} << 20;  // of those that boot variants
+inline constexpr uint64_t kWorkerMemory = uint64_t{128} << 20;   // of each at least, and its boot
+static_assert(kReadersMemory + kMemory + kToolMemory < 1'500'000'000);
 
 }  // namespace limits

@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "sanitized.h"
 #include "stranger.h"
 
 namespace {
@@ -109,8 +110,8 @@ TEST_F(StrangersTest, InputsAreReadWithinLimits) {
         std::string content;
         const char* error;
     } rows[] = {
-            {"d/hole", {"boot", "d", "--props"}, "", "d/hole: this has more than 536870912 bytes"},
-            {"/dev/zero", {"boot", "d", "--props"}, "", "/dev/zero: this has more than 536870912"},
+            {"d/hole", {"boot", "d", "--props"}, "", "d/hole: this has more than 201326592 bytes"},
+            {"/dev/zero", {"boot", "d", "--props"}, "", "/dev/zero: this has more than 201326592"},
             {"d/link", {"boot", "d", "--props"}, "", "d/link: this is a link"},
             {"d/fifo", {"boot", "d", "--props"}, "", "d/fifo: no regular file"},
             {"d/hole", {"check", "d"}, "", "d/hole: this has more than 16777216 bytes"},
@@ -219,6 +220,29 @@ TEST_F(StrangersTest, BootsEndAtTheirLimits) {
     expect_limit("[0-9]+ opened files", {{"boot", "d", "early"}});
     import_twice(10, "ro.a=" + std::string(8 << 20, 'a') + "\n");
     expect_limit("[0-9]+ bytes", {{"boot", "d", "early"}, {"explain", "d", "--all", "early"}});
+}
+
+TEST_F(StrangersTest, MemoryHasAnEnd) {
+    if (kIsSanitized) GTEST_SKIP() << "a sanitizer's own memory has none";
+    std::string text;
+    for (int i = 0; i < 450'000; ++i) text += "a" + std::to_string(i) + "=\n";
+    Write("/d/odm/build.prop", text);
+    EXPECT_THAT(RunWords({"boot", "d", "early"}).err,
+                testing::ContainsRegex("stopped at a limit, [0-9]+ bytes of memory"));
+    const Output explained = RunWords({"explain", "d", "--all", "early"});
+    EXPECT_EQ(explained.status, 2);
+    EXPECT_THAT(explained.err, testing::ContainsRegex("more than [0-9]+ bytes of memory"));
+}
+
+TEST_F(StrangersTest, AMatrixOfHangsEnds) {
+    ASSERT_EQ(mkfifo(Path("/d/odm/fifo.prop").c_str(), 0600), 0);
+    Write("/d/odm/build.prop", "import /odm/fifo.prop\n");
+    for (int i = 0; i < 20; ++i) {
+        fs::create_directories(Path("/d/mnt/vendor/my_product/cust/v" + std::to_string(i)));
+    }
+    const Output output = RunWords({"matrix", "d", "early", "--timeout", "1", "--jobs", "20"});
+    EXPECT_EQ(output.status, 2);
+    EXPECT_THAT(output.err, HasSubstr("more than 16 variants hung or met a limit, such as region"));
 }
 
 TEST_F(StrangersTest, WhatIsToldIsPrintable) {

@@ -8,15 +8,19 @@
 #include <chrono>
 #include <exception>
 #include <iostream>
+#include <new>
 #include <string>
 #include <vector>
 
 #include <android-base/logging.h>
 
+#include "boot/ending.h"
+#include "budget.h"
 #include "commands/command.h"
 #include "input_error.h"
 #include "nearest.h"
 #include "output/tell.h"
+#include "process.h"
 #include "product.h"
 #include "reader.h"
 
@@ -94,6 +98,7 @@ void KeepStandardFiles() {
 
 int main(int argc, char** argv) {
     KeepStandardFiles();
+    sandbox::LimitMemory(limits::kToolMemory);
     // What the library says where the tool itself calls it is no part of any answer.
     android::base::SetLogger([](auto&&...) {});
     images::Reader::ShowProgress(ShowUnpacked);
@@ -107,6 +112,8 @@ int main(int argc, char** argv) {
         return status;
     } catch (const InputError& error) {
         for (const std::string& line : error.lines()) Tell(line);
+    } catch (const std::bad_alloc&) {
+        Tell(MemoryError());
     } catch (const std::exception& error) {
         Tell(error.what());
     }

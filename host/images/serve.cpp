@@ -95,8 +95,11 @@ class Files {
 // for the same: many boots read the same files.
 class Answers {
   public:
-    Answers(size_t images, char slot)
-            : images_(images), slot_(slot), spool_(kSpoolFile, [this](uint64_t unpacked) {
+    Answers(const Descriptors& descriptors, char slot)
+            : images_(descriptors.images.size()),
+              slot_(slot),
+              memory_(descriptors.memory),
+              spool_(kSpoolFile, [this](uint64_t unpacked) {
                   // Whoever waits need not take it as hung.
                   Limit();
                   Send(Packet(Outcome::kWorking, unpacked, ""));
@@ -150,8 +153,7 @@ class Answers {
         return Packet(Outcome::kDamage, 0, damage.what());
     } catch (const std::bad_alloc&) {
         return Packet(Outcome::kDamage, 0,
-                      "takes more than " + std::to_string(limits::kReaderMemory >> 20) +
-                              " MiB of memory");
+                      "takes more than " + std::to_string(memory_ >> 20) + " MiB of memory");
     }
 
     static std::string Packet(Outcome outcome, uint64_t size, std::string_view bytes) {
@@ -229,6 +231,7 @@ class Answers {
 
     size_t images_;
     char slot_;
+    uint64_t memory_;
     int channel_ = -1;
     std::vector<uint64_t> nodes_;
     Spool spool_;
@@ -283,7 +286,7 @@ void Serve(const Descriptors& descriptors, char slot) {
     SHA256(nullptr, 0, digest);
     if (!Confine(descriptors)) _exit(kNotConfined);
 
-    Answers answers(descriptors.images.size(), slot);
+    Answers answers(descriptors, slot);
     std::vector<pollfd> sockets = {{kControl, POLLIN, 0}};
     while (sockets.size() > 1 || sockets[0].fd != -1) {
         if (ppoll(sockets.data(), sockets.size(), nullptr, nullptr) == -1) continue;

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 
 #include <android-base/unique_fd.h>
 
@@ -45,6 +46,8 @@ long ImageTree::Guard(const std::string& path, const std::function<long()>& func
         kept_ = 0;
     }
     return function();
+} catch (const std::bad_alloc&) {
+    throw;
 } catch (const std::exception& error) {
     on_damage_(path, error.what());
     return -EIO;

@@ -14,8 +14,10 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
+#include "../sanitized.h"
 #include "checks.h"
 
 using android::base::unique_fd;
@@ -90,6 +92,19 @@ void SetLimit(int resource, uint64_t most) {
     if (getrlimit(resource, &limit) != 0) return;
     limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, most);
     setrlimit(resource, &limit);
+}
+
+void LimitMemory(uint64_t bytes) {
+    if (kIsSanitized) return;
+    unsigned long pages = 0;  // of data, the sixth number
+    std::ifstream statm("/proc/self/statm");
+    for (int i = 0; i < 6; ++i) statm >> pages;
+    SetLimit(RLIMIT_DATA, pages * sysconf(_SC_PAGESIZE) + bytes);
+}
+
+uint64_t MemoryLimit() {
+    rlimit limit = {};
+    return getrlimit(RLIMIT_DATA, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
 }
 
 void EndWith(pid_t parent) {

@@ -48,6 +48,13 @@ void EndWith(pid_t parent);
 // Lowers one of the calling process's limits, as setrlimit(2) names them, to `most`.
 void SetLimit(int resource, uint64_t most);
 
+// Lowers the limit of the calling process's data to so many bytes more than it has, but for a
+// sanitizer's build.
+void LimitMemory(uint64_t bytes);
+
+// Returns the limit of the calling process's data, in bytes.
+uint64_t MemoryLimit();
+
 // Starts a process that has `enter` take it where it has to be and calls `function`, whose result
 // is its exit status. Signals have their default action, the umask is 0 as init's, standard input
 // is empty. Throws std::runtime_error if there can be no more processes.

@@ -7,7 +7,6 @@
 #include <stdexcept>
 
 #include "../budget.h"
-#include "../sanitized.h"
 #include "device_files.h"
 #include "led_calls.h"
 
@@ -38,7 +37,7 @@ Process Sandbox::Start(const std::function<int()>& function) const {
         // What is written to more than that has no room left.
         signal(SIGXFSZ, SIG_IGN);
         SetLimit(RLIMIT_FSIZE, limits::kPartitionFile);
-        if (!kIsSanitized) SetLimit(RLIMIT_DATA, limits::kMemory);
+        LimitMemory(limits::kMemory);
         return chdir("/") == 0 && LeadCalls(&files_->view());
     };
     return StartProcess(enter, function);

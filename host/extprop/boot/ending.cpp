@@ -1,12 +1,13 @@
 #include "boot/ending.h"
 
-#include <stdint.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <iterator>
 #include <new>
 
 #include "budget.h"
+#include "process.h"
 
 namespace extprop {
 
@@ -38,7 +39,16 @@ void EndAtMemoryLimit() {
 std::string LimitOf(int exit_status) {
     const int index = exit_status - kFirstStatus;
     if (index < 0 || index >= static_cast<int>(std::size(kLimits))) return "";
-    return std::to_string(kLimits[index].most) + " " + kLimits[index].of;
+    // A process that starts one can have less memory to give.
+    const uint64_t most = index == static_cast<int>(Limit::kMemory)
+                                  ? std::min(kLimits[index].most, sandbox::MemoryLimit())
+                                  : kLimits[index].most;
+    return std::to_string(most) + " " + kLimits[index].of;
+}
+
+std::string MemoryError() {
+    return "this takes more than " + std::to_string(sandbox::MemoryLimit()) +
+           " bytes of memory, which is the limit; ask for less of it, such as fewer properties";
 }
 
 }  // namespace extprop

@@ -20,4 +20,7 @@ void EndAtMemoryLimit();
 // met; nothing if it met none.
 std::string LimitOf(int exit_status);
 
+// Says that the tool's own process met its limit.
+std::string MemoryError();
+
 }  // namespace extprop

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <list>
+#include <utility>
 
 #include <android-base/file.h>
 #include <android-base/unique_fd.h>
@@ -14,6 +15,13 @@
 #include "device/property_lines.h"
 
 namespace extprop {
+
+namespace {
+
+// So many are told together, so that large files take no more for it than small ones.
+constexpr size_t kLinesAtOnce = 1000;
+
+}  // namespace
 
 // A load that is under way.
 struct LoadTracker::Load {
@@ -114,6 +122,9 @@ void LoadTracker::ReadLines(Load* load, const std::string* import_path) {
             if (passed && noted_map_ == load->map) noted_names_.insert(name);
             if (wanted_ && wanted_(name)) {
                 read.lines.push_back({line.number, name, std::string(line.value), passed});
+                if (read.lines.size() == kLinesAtOnce) {
+                    listener_->OnLinesRead(std::exchange(read, {load->number, {}}));
+                }
             }
         } else if (line.kind == PropertyLine::kImport) {
             // The loader goes on behind an import whose name cannot be expanded.

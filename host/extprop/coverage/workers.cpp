@@ -21,7 +21,10 @@
 #include <android-base/unique_fd.h>
 #include <nlohmann/json.hpp>
 
+#include "boot/ending.h"
 #include "boot/message.h"
+#include "budget.h"
+#include "process.h"
 
 namespace extprop {
 
@@ -50,7 +53,8 @@ class SharedCounter {
 
 class Worker {
   public:
-    Worker(SharedCounter* counter, size_t count, const std::function<json(size_t)>& work) {
+    Worker(SharedCounter* counter, size_t count, uint64_t memory,
+           const std::function<json(size_t)>& work) {
         unique_fd theirs;
         if (!android::base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &channel_, &theirs)) {
             throw std::runtime_error(std::string("socketpair: ") + strerror(errno));
@@ -62,10 +66,13 @@ class Worker {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent) _exit(EXIT_FAILURE);
         channel_.reset();
+        sandbox::LimitMemory(memory);
         try {
             for (size_t number; (number = counter->Take()) < count;) {
                 if (!SendDocument(theirs.get(), {number, work(number)})) break;
             }
+        } catch (const std::bad_alloc&) {
+            SendDocument(theirs.get(), MemoryError());
         } catch (const std::exception& error) {
             SendDocument(theirs.get(), error.what());
         }
@@ -106,10 +113,12 @@ class Worker {
 
 void ForEachInParallel(size_t count, int jobs, const std::function<json(size_t)>& work,
                        const std::function<void(size_t, json)>& done) {
+    // Each has a boot of its own, which takes as much.
+    const uint64_t memory = std::max(limits::kWorkerMemory, limits::kWorkersMemory / (2 * jobs));
     SharedCounter counter;
     std::vector<Worker> workers;
     for (size_t i = 0; i < std::min<size_t>(count, jobs); ++i) {
-        workers.emplace_back(&counter, count, work);
+        workers.emplace_back(&counter, count, memory, work);
     }
     for (size_t running = workers.size(); running > 0;) {
         std::vector<pollfd> channels;  // those of ended workers are negative and so left out

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <stdexcept>
 
 #include <nlohmann/json.hpp>
 
+#include "budget.h"
 #include "coverage/coverage.h"
 #include "coverage/workers.h"
 #include "explain/origin_fields.h"
@@ -70,6 +72,7 @@ std::optional<std::vector<DeadPlace>> Matrix::FindDeadPlaces() {
 
 void Matrix::Boot(const std::vector<Variant>& variants,
                   const std::function<void(size_t, Outcome)>& done) {
+    size_t stopped = 0;  // after a long time each
     ForEachInParallel(
             variants.size(), jobs_,
             [&](size_t number) {
@@ -79,8 +82,16 @@ void Matrix::Boot(const std::vector<Variant>& variants,
                 outcome.seconds = std::chrono::duration<double>(duration).count();
                 return Write(outcome);
             },
-            [&](size_t number, json outcome) {
-                done(number, FromJson<Outcome>(std::move(outcome)));
+            [&](size_t number, json document) {
+                auto outcome = FromJson<Outcome>(std::move(document));
+                const std::optional<BootFailure> failure = outcome.failure;
+                done(number, std::move(outcome));
+                if (!failure || !(failure->timed_out || failure->limit)) return;
+                if (++stopped <= limits::kStopped) return;
+                throw std::runtime_error("more than " + std::to_string(limits::kStopped) +
+                                         " variants hung or met a limit, such as " +
+                                         VariantText(variants[number]) + ", last loading " +
+                                         failure->last_file.value_or("nothing"));
             });
 }
 
