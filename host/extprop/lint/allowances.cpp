@@ -50,7 +50,7 @@ std::string Parse(std::string_view text, std::set<std::string>* identifiers) {
     const std::string reason = Trim(std::string(text.substr(text.find(':') + 1)));
     for (const std::string& word : Split(rules, ",")) {
         const std::string identifier = Trim(word);
-        const std::string why = WhyRefused(identifier);
+        std::string why = WhyRefused(identifier);
         if (!why.empty()) return why;
         identifiers->insert(identifier);
     }

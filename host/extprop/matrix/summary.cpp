@@ -19,7 +19,7 @@ void Collector::Add(const Variant& variant, Outcome outcome) {
         for (const std::string& name : outcome.removed) AddOther(name, std::nullopt, number);
     }
     for (const auto& value : variant) {
-        if (value) size_ += 2 * (sizeof(*value) + value->size());  // and its word
+        if (value) size_ += 2 * (sizeof(std::string) + value->size());  // and its word
     }
     if (size_ > limits::kSummary) {
         throw InputError("the variants differ in more than " + std::to_string(limits::kSummary) +
