@@ -66,59 +66,6 @@ class LintTest : public testing::Test {
     TemporaryDir directory_;
 };
 
-TEST_F(LintTest, FaultySampleHasEachFaultOnce) {
-    const std::string sample = SAMPLES_DIR "/faulty";
-    Lines found;
-    for (const Finding& finding : Lint(sample + "/")) {
-        const std::string text = FindingText(finding);
-        // Without the message.
-        const size_t message = text.find(": ", text.find(": ") + 1);
-        found.push_back(text.substr(sample.size(), message - sample.size()) +
-                        text.substr(text.rfind(" [")));
-    }
-    EXPECT_THAT(found,
-                ElementsAre("/data/cota/cota_mount_info.prop:4: warning [not-forwarded]",
-                            "/data/system/customize/empty_appchannel_prop_file.prop:2: warning "
-                            "[missing-variant]",
-                            "/mnt/vendor/my_carrier/north/properties:1: warning [unsearched-root]",
-                            "/mnt/vendor/my_carrier/properties/north/SimSwitchFirstTime/apn:1: "
-                            "error [nested-directory]",
-                            "/mnt/vendor/my_carrier/properties/north/SimSwitchFirstTime/"
-                            "apn.prop.bak:1: warning [skipped-file]",
-                            "/mnt/vendor/my_carrier/properties/south/SimSwitchFirstTme:1: error "
-                            "[unknown-kind]",
-                            "/mnt/vendor/my_carrier/properties/west:1: error [no-kind]",
-                            "/mnt/vendor/my_carrier/property:1: error [misspelt-properties]",
-                            "/mnt/vendor/my_games:1: warning [unknown-partition]",
-                            "/mnt/vendor/my_product/build.prop:2: error [missing-import]",
-                            "/mnt/vendor/my_product/build.prop:4: error [malformed-reference]",
-                            "/mnt/vendor/my_product/build.prop:6: warning [unset-reference]",
-                            "/mnt/vendor/my_product/build.prop:8: warning [late-reference]",
-                            "/mnt/vendor/my_product/build.prop:11: error [no-equals]",
-                            "/mnt/vendor/my_product/build.prop:13: error [illegal-name]",
-                            "/mnt/vendor/my_product/build.prop:15: error [value-too-long]",
-                            "/mnt/vendor/my_product/build.prop:18: warning [duplicate-name]",
-                            "/mnt/vendor/my_product/build.prop:22: warning [unused-allowance]",
-                            "/mnt/vendor/my_regiom:1: error [misspelt-partition]",
-                            "/mnt/vendor/my_stock/build.prop:2: error [idle-filter]",
-                            "/mnt/vendor/my_stock/build.prop:4: warning [import-multiplies]",
-                            "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_current_file:1: error "
-                            "[bare-key]",
-                            "/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file:2: error "
-                            "[missing-key]",
-                            "/my_company/media/logo/logo.img:1: error [logo-too-large]",
-                            "/my_product/cust/EU/etc/devicename.cfg:2: error [rom-never-matches]",
-                            "/odm/etc/binary.prop:3: error [binary]",
-                            "/odm/etc/directory.prop:1: warning [not-a-file]",
-                            "/odm/etc/encoding.prop:2: error [not-utf8]",
-                            "/odm/etc/line_ends.prop:2: warning [crlf]",
-                            "/odm/etc/line_ends.prop:3: error [carriage-return]",
-                            "/odm/etc/link.prop:1: error [symbolic-link]",
-                            "/odm/etc/spare.prop:1: warning [unread-file]",
-                            "/odm/properties/west/regionSwitch/radio.prop:2: error "
-                            "[import-cycle]"));
-}
-
 TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
     Write("/dev/block/by-name/splash_odm", "four");
     fs::create_directory(Prepare("/odm"));
