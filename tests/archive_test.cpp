@@ -402,11 +402,8 @@ TEST_F(PackedImagesTest, AnImageMayComeInSparseParts) {
          std::vector<std::pair<std::string, const char*>>{{SparsePart(image, 99, 156), "overlap"},
                                                           {image, "no Android sparse image"},
                                                           {second.substr(0, 5000), "truncated"}}) {
-        EXPECT_THAT(
-                [&] {
-                    Open({first, other});
-                },
-                testing::ThrowsMessage<Damage>(HasSubstr(fault)));
+        const std::vector<std::string> parts = {first, other};
+        EXPECT_THAT([&] { Open(parts); }, testing::ThrowsMessage<Damage>(HasSubstr(fault)));
     }
 }
 
