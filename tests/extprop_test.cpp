@@ -165,7 +165,9 @@ TEST_F(ExtpropTest, FilesInImagesAreThoseOfTheSlotAndSayWhereTheyLie) {
     }
     const std::string device = " " + Path("/d") + " ";
     const std::string shown = "/mnt/vendor/my_region/build.prop";
-    const json place = {{"file", Path("/d/my_region_b.img")}, {"path", "/build.prop"}};
+    const json place = {{"file", Path("/d/my_region_b.img")},
+                        {"name", "my_region_b.img"},
+                        {"path", "/build.prop"}};
 
     EXPECT_EQ(Run("boot -q" + device + "early").out, "[ro.slot]: [a]\n");
     EXPECT_EQ(Run("explain --slot b" + device + "ro.slot early").out,
@@ -266,7 +268,9 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
             {"boto x", "unknown command 'boto'; did you mean 'boot'?"},
             {"boot", "DEVICE is required"},
             {"boot " + Path("/none"), Path("/none") + ": No such file or directory"},
-            {"boot " + file, file + ": Not a directory"},
+            {"boot " + file,
+             file + ": no image, no super partition, no payload of an update and no "
+                    "archive that is read"},
             {device + " earl", "unknown step 'earl'; see extprop boot --help"},
             {"diff early", "diff: no DEVICE is given, only steps"},
             {device + " persist:x", "step 'persist:x': 'persist' takes no argument"},
