@@ -676,7 +676,9 @@ int main(int argc, char** argv) {
     for (size_t i = 0; i < devices; ++i) {
         const size_t before = totals.found_false;
         const std::string root = directory + "/" + std::to_string(seed + i);
-        const Strings words = MakeRandomDevice(root, seed + i, Contains(help, "--region"));
+        // However busy the machine is, nothing is untold because it took long.
+        const Strings words = Plus(MakeRandomDevice(root, seed + i, Contains(help, "--region")),
+                                   {"--timeout", "600"});
         Trial(argv[3], root, words, &totals).Judge();
         if (totals.found_false == before) fs::remove_all(root);
     }
