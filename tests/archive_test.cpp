@@ -149,6 +149,8 @@ TEST_F(ArchiveTest, WhatCannotBeADeviceIsDamage) {
     const size_t central = zip.rfind("PK\x01\x02");
     for (const size_t at : {size_t{8}, central + 10}) method[at] = 12;
     memset(&large[central + 24], 0xfe, 4);
+    std::string two_sizes = Zip({{"a", kFile, "12345"}}, "zip:compression=store");
+    two_sizes[two_sizes.rfind("PK\x01\x02") + 27] = 1;
     const std::string tar = Tar({{"a", kFile, Noise(5000)}});
     std::string broken_tar = tar;
     broken_tar[broken_tar.size() / 4] ^= 1;
@@ -170,6 +172,7 @@ TEST_F(ArchiveTest, WhatCannotBeADeviceIsDamage) {
             {Zip({{"a", kFile, "1"}}, "zip:encryption=zipcrypt"), "member 'a': encrypted"},
             {method, "packed by method 12, which is not read"},
             {flipped, "member 'a/x.prop': "},
+            {two_sizes, "member 'a': stored, of two sizes"},
             {large, "member 'a/x.prop': "},
             {zip.substr(0, zip.size() - 40), "zip: "},
             {zip.substr(0, 2000), "zip: "},

@@ -267,6 +267,10 @@ class Zip : public Archive {
             refuse("packed by method " + std::to_string(status.comp_method) +
                    ", which is not read");
         }
+        // The library goes wrong where somebody seeks in such a one.
+        if (status.comp_method == ZIP_CM_STORE && status.comp_size != status.size) {
+            refuse("stored, of two sizes");
+        }
         if (status.size > limits::kArchiveMember) {
             refuse("of more than " + std::to_string(limits::kArchiveMember >> 30) + " GiB");
         }
