@@ -275,7 +275,7 @@ class Firmware::Opener {
         }
         std::vector<unique_fd> files;
         files.push_back(OpenNamed(name_.path));
-        const Looked looked = Start(std::move(files));
+        Looked looked = Start(std::move(files));
         tree_ = std::make_shared<DirectoryTree>(nothing_path);
         file_ = {name_, {}, [looked] { return looked; }};
         switch (looked.contained.kind) {
@@ -350,7 +350,7 @@ class Firmware::Opener {
             root = names[0].node;
         }
         const auto tree = TreeOf(name, std::make_unique<PartOfFileSystem>(std::move(files), root));
-        const Folder folder = {
+        Folder folder = {
                 tree,
                 [name](const std::string& path) {
                     return ImageName{name.path + "(" + path.substr(1) + ")",
