@@ -13,7 +13,7 @@ inline constexpr uint64_t kPropertyFile = uint64_t{16} << 20;    // one that the
 inline constexpr uint64_t kPartitionFile = uint64_t{256} << 20;  // of a partition, or a logo
 inline constexpr uint64_t kPrivateBytes = uint64_t{256} << 20;   // copied, by one boot
 inline constexpr size_t kDeviceFiles = 1'000'000;                // where all are looked at
-inline constexpr size_t kDevicePaths = size_t{256} << 20;        // bytes of all their paths
+inline constexpr size_t kDevicePaths = size_t{64} << 20;         // bytes of all their paths
 
 // Images.
 inline constexpr size_t kImageKept = 64 << 20;  // of names and nodes, by each process, in bytes

@@ -20,7 +20,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kLongest = 300;  // seconds; on a machine of its own each run takes a few
+constexpr int kMostSeconds = 30;  // of processor time
+constexpr int kLongest = 300;     // seconds; on a machine of its own each run takes a few
 
 // Returns the first line with a character that moves a terminal, or that is a runner's command. By
 // hand, as regular expressions take seconds for what a limit lets pass.
@@ -74,6 +75,9 @@ Output StrangerTest::RunWords(const Words& words, uid_t user) {
     // With the code that it runs; a few processes together stay below 1.5 GB then.
     constexpr long kMost = (std::max(limits::kToolMemory, limits::kMemory) >> 10) + 50'000;
     EXPECT_TRUE(kIsSanitized || used.ru_maxrss < kMost) << used.ru_maxrss << " KiB";
+
+    EXPECT_TRUE(kIsSanitized || used.ru_utime.tv_sec < kMostSeconds)
+            << used.ru_utime.tv_sec << " s";
 
     Output output{WEXITSTATUS(status), "", ""};
     android::base::ReadFileToString(out.path, &output.out);

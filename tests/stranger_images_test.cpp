@@ -232,6 +232,14 @@ TEST_F(StrangerImagesTest, HolesAndDepthsAreNoBurden) {
     Expect(0, large, lint_large);
     fs::remove(Path("/d/my_region.img"));
 
+    Write("/files/etc/sub/build.prop", "ro.b=2\n");
+    MakeImage("ext4", "/d/my_x.img");
+    Shell("debugfs -w -R 'ln /etc /etc/sub/loop' d/my_x.img");
+    const Output lint = RunWords({"lint", "d"}, kNobody);
+    EXPECT_EQ(lint.status, 2);
+    EXPECT_THAT(lint.err, HasSubstr("d/my_x.img: /etc/sub/loop/sub: a directory that is /etc too"));
+    fs::remove(Path("/d/my_x.img"));
+
     // An Android sparse image that says 3 GB, all of it nothing.
     struct {
         uint32_t magic = 0xed26ff3a;

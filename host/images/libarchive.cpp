@@ -1,5 +1,7 @@
 #include "libarchive.h"
 
+#include <errno.h>
+
 #include <algorithm>
 #include <new>
 
@@ -88,6 +90,7 @@ la_int64_t ArchiveReader::SkipSource(archive*, void* self, la_int64_t size) {
 
 void ArchiveReader::Fail() const {
     if (!error_.empty()) throw Damage(error_);
+    if (archive_errno(archive_) == ENOMEM) throw std::bad_alloc();
     const char* why = archive_error_string(archive_);
     throw Damage(why == nullptr ? "damaged" : why);
 }

@@ -43,6 +43,7 @@ long ImageTree::Guard(const std::string& path, const std::function<long()>& func
         directories_.clear();
         names_.clear();
         nodes_.clear();
+        places_.clear();
         kept_ = 0;
     }
     return function();
@@ -95,9 +96,18 @@ long ImageTree::Find(const std::string& path, uint64_t* node) const {
         known = end;
         if (known == path.size()) break;
         if (!S_ISDIR(Look(*node).mode)) return -ENOTDIR;
-        if (directories_.emplace(path.substr(0, known), *node).second) kept_ += known + kOverhead;
+        Enter(path.substr(0, known), *node);
     }
     return 0;
+}
+
+// Remembers the directory, which is in no other place: one that led to itself would have no end.
+void ImageTree::Enter(const std::string& path, uint64_t node) const {
+    const auto [place, is_new] = places_.try_emplace(node, node == files_->root() ? "/" : path);
+    if (place->second != path)
+        throw images::Damage("a directory that is " + place->second + " too");
+    directories_.emplace(path, node);
+    if (is_new) kept_ += 2 * (path.size() + kOverhead);
 }
 
 long ImageTree::Status(const std::string& path, struct stat* status) const {

@@ -31,6 +31,7 @@ class ImageTree : public Tree {
     using Names = std::unordered_map<std::string, uint64_t>;
 
     long Find(const std::string& path, uint64_t* node) const;
+    void Enter(const std::string& path, uint64_t node) const;
     const Names& NamesIn(uint64_t directory) const;
     const images::Node& Look(uint64_t node) const;
     long OpenContent(const images::Node& node, int flags) const;
@@ -40,6 +41,7 @@ class ImageTree : public Tree {
     int nothing_;
     OnDamage on_damage_;
     mutable std::unordered_map<std::string, uint64_t> directories_;  // by path
+    mutable std::unordered_map<uint64_t, std::string> places_;       // of these
     mutable std::unordered_map<uint64_t, Names> names_;
     mutable std::unordered_map<uint64_t, images::Node> nodes_;
     mutable size_t kept_ = 0;  // about so many bytes are kept of it

@@ -44,6 +44,50 @@ class CountedText {
     int* line_;
 };
 
+// Finds the lines on which the format and the findings begin.
+class Places : public json::json_sax_t {
+  public:
+    // Adds to `findings`, the objects in that list. `line` is where the parser is.
+    Places(const int* line, int* format, std::vector<int>* findings)
+            : line_(line), format_(format), findings_(findings) {}
+
+    bool null() override { return true; }
+    bool boolean(bool) override { return true; }
+    bool number_integer(number_integer_t) override { return true; }
+    bool number_unsigned(number_unsigned_t) override { return true; }
+    bool number_float(number_float_t, const string_t&) override { return true; }
+    bool string(string_t&) override { return true; }
+    bool binary(binary_t&) override { return true; }
+    bool start_object(size_t) override {
+        if (depth_++ == 2 && field_ == kFindingsField) findings_->push_back(*line_);
+        return true;
+    }
+    bool key(string_t& name) override {
+        if (depth_ != 1) return true;
+        field_ = name;
+        if (field_ == kFormatField) *format_ = *line_;
+        return true;
+    }
+    bool end_object() override { return End(); }
+    bool start_array(size_t) override { return ++depth_ > 0; }
+    bool end_array() override { return End(); }
+    bool parse_error(size_t, const std::string&, const nlohmann::detail::exception&) override {
+        return false;
+    }
+
+  private:
+    bool End() {
+        --depth_;
+        return true;
+    }
+
+    const int* line_;
+    int* format_;
+    std::vector<int>* findings_;
+    int depth_ = 0;
+    std::string field_;
+};
+
 }  // namespace
 
 std::vector<KnownFinding> Known(const std::vector<Finding>& findings) {
@@ -63,24 +107,12 @@ std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::strin
     };
     int format_line = 1;
     std::vector<int> lines;  // in which objects in lists of the document begin
-    std::string field;
-    const auto follow = [&](int depth, json::parse_event_t event, json& parsed) {
-        if (event == json::parse_event_t::key && depth == 1) {
-            field = parsed;
-            if (field == kFormatField) format_line = line;
-        }
-        if (event == json::parse_event_t::object_start && depth == 2 && field == kFindingsField) {
-            lines.push_back(line);
-        }
-        return true;
-    };
-    json document;
-    try {
-        document = json::parse(CountedText(content.data(), &line),
-                               CountedText(content.data() + content.size(), &line), follow);
-    } catch (const json::parse_error&) {
+    Places places(&line, &format_line, &lines);
+    const char* end = content.data() + content.size();
+    if (!json::sax_parse(CountedText(content.data(), &line), CountedText(end, &line), &places)) {
         fail(line, "this is no JSON, so it is no baseline; write one with --write-baseline");
     }
+    const json document = json::parse(content);
     if (!document.is_object() || !document.contains(kFormatField)) {
         fail(1, "this is no baseline; write one with --write-baseline");
     }
