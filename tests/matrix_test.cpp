@@ -474,7 +474,7 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
          {":1:8: ", ":3:16: there is no axis 'regon'", ":5:20: '[' is no", ":6:7: expected a value",
           ":7:7: 'b' stands here twice", ":8:5: unknown word 'propertys'",
           ":9:5: there is no 'properties'", ":10:18: lines are not merged",
-          ":10:30: no property can have", ":11:21: what is unset", ":13:1: a second document"}) {
+          ":10:30: no property can have", ":11:21: what is unset", ":12:1: a second document"}) {
         EXPECT_THAT(wrong.err, HasSubstr(Path("/wrong.yaml") + place));
     }
 }

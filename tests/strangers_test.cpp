@@ -135,6 +135,8 @@ TEST_F(StrangersTest, InputsAreReadWithinLimits) {
              }(),
              "more than 100000 properties"},
             {"deep.yaml", {"check", "d"}, deep, "deep.yaml:1:"},
+            // The parser of YAML never leaves a mark that no node begins with.
+            {"mark.yaml", {"check", "d"}, ",", "mark.yaml:1:1: a second document begins here"},
             {"wide.yaml",
              {"check", "d"},
              "[" + Repeated("a,", 4'000'000) + "]",

@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 
 #include <re2/re2.h>
+#include <yaml-cpp/eventhandler.h>
 #include <yaml-cpp/yaml.h>
 
 #include "boot/steps.h"
@@ -53,6 +56,31 @@ size_t NodesAtMost(std::string_view text) {
     return nodes;
 }
 
+// Looks for a second document. The parser begins one, too, at each mark that belongs to none, and
+// never leaves it: what loads all documents of such a text has no end.
+class SecondDocument : public YAML::EventHandler {
+  public:
+    std::optional<YAML::Mark> mark;
+
+    void OnDocumentStart(const YAML::Mark& start) override {
+        if (++documents_ == 2) mark = start;
+    }
+    void OnDocumentEnd() override {}
+    void OnNull(const YAML::Mark&, YAML::anchor_t) override {}
+    void OnAlias(const YAML::Mark&, YAML::anchor_t) override {}
+    void OnScalar(const YAML::Mark&, const std::string&, YAML::anchor_t,
+                  const std::string&) override {}
+    void OnSequenceStart(const YAML::Mark&, const std::string&, YAML::anchor_t,
+                         YAML::EmitterStyle::value) override {}
+    void OnSequenceEnd() override {}
+    void OnMapStart(const YAML::Mark&, const std::string&, YAML::anchor_t,
+                    YAML::EmitterStyle::value) override {}
+    void OnMapEnd() override {}
+
+  private:
+    int documents_ = 0;
+};
+
 // Reads one file and keeps every error, so that all are told at once.
 class Parser {
   public:
@@ -65,10 +93,13 @@ class Parser {
                              std::to_string(limits::kYamlNodes) + " nodes, which is the limit");
         }
         try {
-            const std::vector<YAML::Node> documents = YAML::LoadAll(content);
-            ReadDocument(documents.empty() ? YAML::Node() : documents[0]);
-            for (size_t i = 1; i < documents.size(); ++i) {
-                Error(documents[i].Mark(), "a second document begins here; one file has one");
+            std::istringstream text(content);
+            YAML::Parser parser(text);
+            SecondDocument second;
+            while (!second.mark && parser.HandleNextDocument(second)) continue;
+            ReadDocument(YAML::Load(content));
+            if (second.mark) {
+                Error(*second.mark, "a second document begins here; one file has one");
             }
         } catch (const YAML::ParserException& error) {
             Error(error.mark, error.msg);
