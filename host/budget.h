@@ -53,6 +53,16 @@ inline constexpr uint64_t kArchiveMember = uint64_t{16} << 30;    // one member,
 inline constexpr uint64_t kSpool = uint64_t{8} << 30;             // unpacked by a reader, in bytes
 inline constexpr uint64_t kPayloadManifest = uint64_t{16} << 20;  // in bytes
 
+// What unpacking may bring. Firmware is packed to a half or a quarter of its size, and images that
+// are nearly empty, to a thousandth, are either few or lie among others: what is both larger than
+// the first and so many times as large as what it is packed in was made to be a burden.
+inline constexpr uint64_t kUnpacked = uint64_t{1} << 30;        // by a reader, in bytes
+inline constexpr uint64_t kDeviceUnpacked = uint64_t{4} << 30;  // by all readers of a device
+inline constexpr uint64_t kUnpackedTimes = 64;
+// Of these the slowest compression, bzip2, takes a fifth.
+inline constexpr int kUnpackTime = 10;    // of processor time by a reader, in seconds
+inline constexpr int kUnpackTimeMiB = 1;  // and for each MiB of what it is packed in
+
 // What is read of a phone.
 inline constexpr size_t kPhone = size_t{192} << 20;  // a bug report, unpacked too, in bytes
 inline constexpr size_t kPhoneProperties = size_t{16} << 20;  // the properties in it, in bytes

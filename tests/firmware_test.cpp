@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "budget.h"
 #include "packing.h"
 #include "sanitized.h"
 #include "stranger.h"
@@ -18,6 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
 constexpr uid_t kNobody = 65534;
@@ -281,6 +283,26 @@ TEST_F(FirmwareTest, WhatCannotBeReadIsRefusedAtOnce) {
         EXPECT_THAT(output.err, HasSubstr(error));
         EXPECT_TRUE(kIsSanitized || used() - before < 1) << file << ": " << used() - before << " s";
     }
+    // What is unpacked may be large, but not however small it is packed.
+    std::string mostly_zeros = Packed(archive_write_add_filter_zstd, images_[0].content);
+    const std::string zeros =
+            Packed(archive_write_add_filter_zstd, std::string(size_t{64} << 20, '\0'));
+    const auto add = [&](uint64_t more) {
+        for (; more >= size_t{64} << 20; more -= size_t{64} << 20) mostly_zeros += zeros;
+    };
+    add(limits::kUnpacked * 3 / 4);
+    Write("/odm.img.zst", mostly_zeros);
+    EXPECT_EQ(RunWords({"boot", "odm.img.zst"}).status, 0);
+    add(limits::kUnpacked / 2);
+    Write("/odm.img.zst", mostly_zeros);
+    Write("/bomb/odm.img.zst", mostly_zeros);
+    Write("/bomb.zip", Zip({{"a.zip", kFile, Zip({{"odm.img.zst", kFile, mostly_zeros}})}}));
+    for (const char* name : {"odm.img.zst", "bomb", "bomb.zip"}) {
+        const Output output = RunWords({"boot", name});
+        EXPECT_EQ(output.status, 2) << name;
+        EXPECT_THAT(output.err, ContainsRegex("odm.img.zst\\)?: more than 10.. MiB to unpack"));
+    }
+
     // Links lead within the archive.
     Write("/links.tar", Tar({{"odm/build.prop", kLink, Path("/outside/kept")},
                              {"my_region", kLink, Path("/outside")}}));

@@ -865,8 +865,8 @@ TEST(HostileReaderTest, EveryAnswerIsChecked) {
     for (const auto& [answer, questions] : cases) {
         g_answer = answer;
         for (const auto question : questions) {
-            const Reader reader(Only(unique_fd(open("/dev/null", O_RDONLY))), 'a',
-                                limits::kReaderMemory, ServeNonsense);
+            const Reader reader(Only(unique_fd(open("/dev/null", O_RDONLY))), 'a', 1,
+                                ServeNonsense);
             const auto system = reader.Open(0);
             EXPECT_THROW(question(*system), Damage) << answer({}).size() << " bytes";
         }

@@ -16,6 +16,7 @@ struct Descriptors {
     int control;                              // a socket
     int spool;                                // a temporary file without a name, or -1
     uint64_t memory = limits::kReaderMemory;  // beyond what it has already, in bytes
+    uint64_t unpacked = limits::kUnpacked;    // at least, in bytes
 };
 
 // Their numbers from then on; the images are numbered from the first on.

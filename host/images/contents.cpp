@@ -57,8 +57,8 @@ void Contents::Unwrap() {
 }
 
 void Contents::AddUnpacked() {
-    sources_.push_back(
-            std::make_unique<SpooledStream>(Unpacked(content()), spool_, limits::kArchiveMember));
+    sources_.push_back(std::make_unique<SpooledStream>(Unpacked(content()), spool_,
+                                                       limits::kArchiveMember + 1));
 }
 
 const FileSystem& Contents::Open(size_t volume) {

@@ -51,13 +51,14 @@ class Sha256 {
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_;
 };
 
-std::string DigestOf(const Source& source) {
+std::string DigestOf(const Source& source, Spool* spool) {
     Sha256 digest;
     std::vector<char> buffer(std::min<uint64_t>(source.size(), Spool::kChunkSize));
     for (uint64_t at = 0; at < source.size();) {
         const size_t part = std::min<uint64_t>(buffer.size(), source.size() - at);
         source.Read(at, buffer.data(), part);
         digest.Add(buffer.data(), part);
+        spool->Count(part);
         at += part;
     }
     return digest.Take();
@@ -143,7 +144,7 @@ class FullPayload : public Payload {
                 throw Damage("payload: operation " + std::to_string(i) + ": " + damage.what());
             }
         }
-        if (DigestOf(*content) != info.sha256()) {
+        if (DigestOf(*content, spool_) != info.sha256()) {
             throw Damage("payload: the partition has a wrong SHA-256");
         }
         return content;
@@ -173,7 +174,7 @@ class FullPayload : public Payload {
         ExtentSource data(source_);
         if (operation.data_offset() > source_.size()) throw Damage("truncated");
         data.AddPart(operation.data_length(), data_ + operation.data_offset());
-        if (operation.has_data_sha256() && DigestOf(data) != operation.data_sha256()) {
+        if (operation.has_data_sha256() && DigestOf(data, spool_) != operation.data_sha256()) {
             throw Damage("its data have a wrong SHA-256");
         }
         std::vector<char> buffer(Spool::kChunkSize);

@@ -47,7 +47,7 @@ int64_t Milliseconds() {
 
 class Reader::Process {
   public:
-    Process(const std::vector<unique_fd>& parts, char slot, uint64_t memory, ServeFunction* serve);
+    Process(const std::vector<unique_fd>& parts, char slot, size_t readers, ServeFunction* serve);
     ~Process();
     Process& operator=(Process&&) = delete;
 
@@ -105,7 +105,7 @@ unique_fd TemporaryFile() {
     return file;
 }
 
-Reader::Process::Process(const std::vector<unique_fd>& parts, char slot, uint64_t memory,
+Reader::Process::Process(const std::vector<unique_fd>& parts, char slot, size_t readers,
                          ServeFunction* serve)
         : starter_(getpid()) {
     if (!filter::IsPossible()) {
@@ -122,7 +122,9 @@ Reader::Process::Process(const std::vector<unique_fd>& parts, char slot, uint64_
     const unique_fd spool = TemporaryFile();
     pid_ = fork();
     if (pid_ == 0) {
-        Descriptors descriptors = {{}, other.get(), spool.get(), memory};
+        Descriptors descriptors = {{}, other.get(), spool.get()};
+        descriptors.memory = std::min(limits::kReaderMemory, limits::kReadersMemory / readers);
+        descriptors.unpacked = std::min(limits::kUnpacked, limits::kDeviceUnpacked / readers);
         for (const unique_fd& part : parts) descriptors.images.push_back(part.get());
         serve(descriptors, slot);
         _exit(0);
@@ -389,11 +391,11 @@ class Remote : public FileSystem {
 
 }  // namespace
 
-Reader::Reader(std::vector<unique_fd> parts, char slot, uint64_t memory, ServeFunction* serve) {
+Reader::Reader(std::vector<unique_fd> parts, char slot, size_t readers, ServeFunction* serve) {
     if (parts.empty() || parts.size() > kMostParts) {
         throw Damage("an image in more than " + std::to_string(kMostParts) + " parts");
     }
-    process_ = std::make_shared<Process>(parts, slot, memory, serve);
+    process_ = std::make_shared<Process>(parts, slot, readers, serve);
     process_->contained = process_->AskContained(Question::kContents, 0, {});
 }
 

@@ -35,11 +35,12 @@ ServeFunction Serve;
 class Reader {
   public:
     // Starts the process over an open regular file or block device, or the parts of a split sparse
-    // image. `slot`, 'a' or 'b', chooses the metadata of a super image, `memory` bounds what the
-    // process takes, in bytes, and `serve` is what it does. Throws Damage if the file holds nothing
-    // that can be read, std::runtime_error if there can be no such process.
-    Reader(std::vector<android::base::unique_fd> parts, char slot,
-           uint64_t memory = limits::kReaderMemory, ServeFunction* serve = Serve);
+    // image. `slot`, 'a' or 'b', chooses the metadata of a super image, `readers` is the number of
+    // those that share what a device may take, and `serve` is what the process does. Throws Damage
+    // if the file holds nothing that can be read, std::runtime_error if there can be no such
+    // process.
+    Reader(std::vector<android::base::unique_fd> parts, char slot, size_t readers = 1,
+           ServeFunction* serve = Serve);
     ~Reader();
     Reader& operator=(Reader&&) = delete;
 

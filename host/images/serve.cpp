@@ -31,11 +31,9 @@ namespace {
 // themselves.
 class Files {
   public:
-    Files(size_t images, char slot, Spool* spool) : slot_(slot), spool_(spool) {
-        std::vector<std::unique_ptr<Source>> parts;
-        for (size_t i = 0; i < images; ++i) {
-            parts.push_back(std::make_unique<FileSource>(kFirstImage + static_cast<int>(i)));
-        }
+    // `parts` are the image, one or several.
+    Files(std::vector<std::unique_ptr<Source>> parts, char slot, Spool* spool)
+            : slot_(slot), spool_(spool) {
         Add(std::move(parts), 0);
     }
 
@@ -96,12 +94,9 @@ class Files {
 class Answers {
   public:
     Answers(const Descriptors& descriptors, char slot)
-            : images_(descriptors.images.size()),
-              slot_(slot),
-              memory_(descriptors.memory),
-              spool_(kSpoolFile, [this](uint64_t unpacked) {
+            : descriptors_(descriptors), slot_(slot), spool_(kSpoolFile, [this](uint64_t unpacked) {
                   // Whoever waits need not take it as hung.
-                  Limit();
+                  LimitUnpacking();
                   Send(Packet(Outcome::kWorking, unpacked, ""));
               }) {}
 
@@ -114,12 +109,29 @@ class Answers {
     }
 
   private:
+    static constexpr int64_t kSecond = 1'000'000;
+
     using Key = std::tuple<Question, uint32_t, uint64_t>;
 
-    // What takes longer ends the process, by a signal.
-    static void Limit() {
+    // What takes longer ends the process, by a signal. Returns what was left of the time before, in
+    // microseconds.
+    static int64_t Limit() {
         const itimerval limit = {{}, {limits::kRequestSeconds, 0}};
-        setitimer(ITIMER_PROF, &limit, nullptr);
+        itimerval left = {};
+        setitimer(ITIMER_PROF, &limit, &left);
+        return left.it_value.tv_sec * kSecond + left.it_value.tv_usec;
+    }
+
+    // Gives the next step of unpacking as much time, as long as there is some for all of it.
+    void LimitUnpacking() {
+        unpacking_ += limits::kRequestSeconds * kSecond - Limit();
+        const int64_t most =
+                limits::kUnpackTime + static_cast<int64_t>(packed_ >> 20) * limits::kUnpackTimeMiB;
+        if (unpacking_ > most * kSecond) {
+            throw Damage("unpacking takes longer than " + std::to_string(most) +
+                         " seconds, too long for the size of the file; whoever trusts it unpacks "
+                         "it first");
+        }
     }
 
     bool Send(std::string packet) const {
@@ -132,9 +144,20 @@ class Answers {
                static_cast<ssize_t>(packet.size());
     }
 
+    void Open() {
+        std::vector<std::unique_ptr<Source>> parts;
+        packed_ = 0;
+        for (size_t i = 0; i < descriptors_.images.size(); ++i) {
+            parts.push_back(std::make_unique<FileSource>(kFirstImage + static_cast<int>(i)));
+            packed_ += std::min(parts.back()->size(), limits::kImageBytes);
+        }
+        spool_.Allow(descriptors_.unpacked, packed_);
+        files_ = std::make_unique<Files>(std::move(parts), slot_, &spool_);
+    }
+
     // Returns a reply's packet.
     std::string To(const Request& request) try {
-        if (files_ == nullptr) files_ = std::make_unique<Files>(images_, slot_, &spool_);
+        if (files_ == nullptr) Open();
         if (request.question == Question::kRead) {
             if (request.offset > limits::kImageFile) FailLarge(request);
             const Node node = FileSystemOf(request).Look(request.node);
@@ -152,8 +175,9 @@ class Answers {
     } catch (const Damage& damage) {
         return Packet(Outcome::kDamage, 0, damage.what());
     } catch (const std::bad_alloc&) {
-        return Packet(Outcome::kDamage, 0,
-                      "takes more than " + std::to_string(memory_ >> 20) + " MiB of memory");
+        return Packet(
+                Outcome::kDamage, 0,
+                "takes more than " + std::to_string(descriptors_.memory >> 20) + " MiB of memory");
     }
 
     static std::string Packet(Outcome outcome, uint64_t size, std::string_view bytes) {
@@ -229,11 +253,12 @@ class Answers {
         throw Damage("no such question");
     }
 
-    size_t images_;
+    const Descriptors& descriptors_;
     char slot_;
-    uint64_t memory_;
     int channel_ = -1;
     std::vector<uint64_t> nodes_;
+    uint64_t packed_ = 0;    // the image's size
+    int64_t unpacking_ = 0;  // so far, in microseconds
     Spool spool_;
     std::unique_ptr<Files> files_;
     std::map<Key, std::string> kept_;

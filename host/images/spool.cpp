@@ -7,8 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "../budget.h"
-
 namespace images {
 
 namespace {
@@ -31,10 +29,20 @@ uint64_t Spool::Add(const char* chunk) {
     return chunks_++;
 }
 
+void Spool::Allow(uint64_t unpacked_bytes, uint64_t packed_bytes) {
+    packed_bytes = std::min(packed_bytes, limits::kImageBytes);
+    most_ = std::min(unpacked_bytes + packed_bytes * limits::kUnpackedTimes, limits::kImageBytes);
+}
+
 void Spool::Count(size_t bytes) {
     constexpr uint64_t kStep = 4 << 20;
     const uint64_t before = unpacked_;
     unpacked_ += bytes;
+    if (unpacked_ > most_) {
+        throw Damage("more than " + std::to_string(most_ >> 20) +
+                     " MiB to unpack, too much for the size of the file; whoever trusts it unpacks "
+                     "it first");
+    }
     if (progress_ && unpacked_ / kStep != before / kStep) progress_(unpacked_);
 }
 
@@ -100,6 +108,9 @@ void SpooledStream::TakeUpTo(uint64_t end) const {
         }
         bytes_.Write(taken_, chunk.data(), filled);
         taken_ += filled;
+        if (taken_ > limits::kArchiveMember) {
+            throw Damage("of more than " + std::to_string(limits::kArchiveMember >> 30) + " GiB");
+        }
     }
 }
 

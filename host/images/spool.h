@@ -6,6 +6,7 @@
 #include <memory>
 #include <unordered_map>
 
+#include "../budget.h"
 #include "source.h"
 
 namespace images {
@@ -26,11 +27,15 @@ class Spool {
     static constexpr size_t kChunkSize = 64 * 1024;
 
     // `file` is open for reading and writing, and empty; -1 for none. `progress` is called now and
-    // then while something is unpacked.
+    // then while something is unpacked, and may throw Damage.
     explicit Spool(int file, std::function<void(uint64_t unpacked_bytes)> progress = nullptr)
             : file_(file), progress_(std::move(progress)) {}
 
-    // Counts what was unpacked, zeros too.
+    // Tells what is packed, which decides how much may come of it.
+    void Allow(uint64_t unpacked_bytes, uint64_t packed_bytes);
+
+    // Counts what was unpacked, zeros too, or compared with a checksum. Throws Damage if that is
+    // more than is allowed.
     void Count(size_t bytes);
 
     // Keeps a chunk and returns its number. Throws Damage where there is no room.
@@ -44,6 +49,7 @@ class Spool {
     std::function<void(uint64_t)> progress_;
     uint64_t chunks_ = 0;
     uint64_t unpacked_ = 0;
+    uint64_t most_ = limits::kUnpacked;
 };
 
 // Bytes that are written once, at any place, and then read; what was not written is zeros.

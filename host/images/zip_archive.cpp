@@ -31,6 +31,9 @@ class Bytes {
     ~Bytes() { zip_error_fini(&error_); }
     Bytes& operator=(Bytes&&) = delete;
 
+    // What the source met, which the library has no words for; empty if nothing.
+    const std::string& met() const { return met_; }
+
     static zip_int64_t Answer(void* self, void* data, zip_uint64_t size, zip_source_cmd_t command) {
         return static_cast<Bytes*>(self)->Answer(data, size, command);
     }
@@ -80,8 +83,9 @@ class Bytes {
             const size_t got = source_.ReadUpTo(at_, data, size);
             at_ += got;
             return static_cast<zip_int64_t>(got);
-        } catch (const std::exception&) {
+        } catch (const std::exception& error) {
             // The library is no C++ that an exception could go through.
+            met_ = error.what();
             zip_error_set(&error_, ZIP_ER_READ, EIO);
             return -1;
         }
@@ -89,15 +93,21 @@ class Bytes {
 
     const Source& source_;
     uint64_t at_ = 0;
+    std::string met_;
     zip_error_t error_;
+};
+
+struct OpenedZip {
+    zip_t* zip;
+    const Bytes& bytes;
 };
 
 // One open member; libzip compares its checksum where its end is met.
 class OpenMember {
   public:
-    OpenMember(zip_t* zip, uint64_t index, const std::string& name)
-            : name_(name), file_(zip_fopen_index(zip, index, 0)) {
-        if (file_ == nullptr) Fail(zip_get_error(zip));
+    OpenMember(const OpenedZip& opened, uint64_t index, const std::string& name)
+            : bytes_(opened.bytes), name_(name), file_(zip_fopen_index(opened.zip, index, 0)) {
+        if (file_ == nullptr) Fail(zip_get_error(opened.zip));
     }
     ~OpenMember() { zip_fclose(file_); }
     OpenMember& operator=(OpenMember&&) = delete;
@@ -119,15 +129,19 @@ class OpenMember {
     }
 
   private:
-    [[noreturn]] void Fail(zip_error_t* error) const { Fail(zip_error_strerror(error)); }
+    [[noreturn]] void Fail(zip_error_t* error) const {
+        if (!bytes_.met().empty()) throw Damage(bytes_.met());
+        Fail(zip_error_strerror(error));
+    }
 
+    const Bytes& bytes_;
     std::string name_;
     zip_file_t* file_;
 };
 
 class StoredMember : public Source {
   public:
-    StoredMember(zip_t* zip, uint64_t index, const std::string& name, uint64_t size)
+    StoredMember(const OpenedZip& zip, uint64_t index, const std::string& name, uint64_t size)
             : member_(zip, index, name), size_(size) {}
 
     uint64_t size() const override { return size_; }
@@ -149,7 +163,7 @@ class StoredMember : public Source {
 
 class PackedMember : public Stream {
   public:
-    PackedMember(zip_t* zip, uint64_t index, const std::string& name, uint64_t size)
+    PackedMember(const OpenedZip& zip, uint64_t index, const std::string& name, uint64_t size)
             : member_(zip, index, name), left_(size) {}
 
     size_t Next(char* to, size_t size) override {
@@ -198,7 +212,8 @@ class Zip : public Archive {
         zip_ = zip_open_from_source(opened, ZIP_RDONLY, &error);
         if (zip_ == nullptr) {
             zip_source_free(opened);
-            throw Damage(TextOf(&error));
+            const std::string text = TextOf(&error);
+            throw Damage(bytes_.met().empty() ? text : bytes_.met());
         }
         try {
             const zip_int64_t count = zip_get_num_entries(zip_, 0);
@@ -302,14 +317,15 @@ class Zip : public Archive {
         const std::string& name = tree_.NameOf(node);
         const uint64_t size = tree_.Look(node).size;
         constexpr uint64_t kSmall = 1 << 20;
+        const OpenedZip zip = {zip_, bytes_};
         if (size <= kSmall) {
-            return std::make_unique<SmallMember>(PackedMember(zip_, place.index, name, size), size);
+            return std::make_unique<SmallMember>(PackedMember(zip, place.index, name, size), size);
         }
         if (place.is_stored) {
-            return std::make_unique<StoredMember>(zip_, place.index, name, size);
+            return std::make_unique<StoredMember>(zip, place.index, name, size);
         }
         return std::make_unique<SpooledStream>(
-                std::make_unique<PackedMember>(zip_, place.index, name, size), spool_, size);
+                std::make_unique<PackedMember>(zip, place.index, name, size), spool_, size);
     }
 
     Bytes bytes_;

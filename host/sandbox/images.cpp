@@ -234,7 +234,7 @@ class Firmware::Opener {
             return;
         }
         Naming(path, [&] {
-            DivideMemory(1 + options_.images.size());
+            SetReaders(1 + options_.images.size());
             OpenFile(nothing_path);
         });
     }
@@ -309,18 +309,17 @@ class Firmware::Opener {
 
     // --- Folders --------------------------------------------------------------------------------
 
-    void DivideMemory(size_t readers) {
+    void SetReaders(size_t readers) {
         if (readers > limits::kReaders) {
             throw std::runtime_error("more than " + std::to_string(limits::kReaders) +
                                      " images and archives");
         }
-        reader_memory_ = std::min<uint64_t>(limits::kReaderMemory,
-                                            limits::kReadersMemory / std::max<size_t>(readers, 1));
+        readers_ = std::max<size_t>(readers, 1);
     }
 
     Looked Start(std::vector<unique_fd> files) const {
-        auto reader = std::make_shared<const images::Reader>(std::move(files), options_.slot,
-                                                             reader_memory_);
+        auto reader =
+                std::make_shared<const images::Reader>(std::move(files), options_.slot, readers_);
         const images::Contained contained = reader->contained();
         return {std::move(reader), contained};
     }
@@ -459,7 +458,7 @@ class Firmware::Opener {
         if (is_device) AddNamed(&content.images);
         if (is_device && !archive_) {
             Naming(name_.path,
-                   [&] { DivideMemory(content.images.size() + content.archives.size()); });
+                   [&] { SetReaders(content.images.size() + content.archives.size()); });
         }
         if (is_device) {
             for (const auto& [image, file] : content.images) {
@@ -630,7 +629,7 @@ class Firmware::Opener {
     const Options options_;
     const int nothing_;
     const OnDamage on_damage_;
-    uint64_t reader_memory_ = limits::kReaderMemory;
+    size_t readers_ = 1;  // that share what the device may take
 
     // What the device is, if it is no directory.
     std::optional<Folder> archive_;
