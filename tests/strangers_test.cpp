@@ -82,6 +82,40 @@ TEST_F(StrangersTest, ResultsGoWhereTheyWereAskedTo) {
     EXPECT_EQ(std::distance(fs::directory_iterator(Path("")), {}), 6);
     EXPECT_EQ(RunWords({"check", "d", "d/new.yaml", "--record"}).status, 0);
     EXPECT_EQ(RunWords({"check", "d", "d/new.yaml"}).status, 0);
+
+    // What is read stays, whatever it is read as.
+    Shell("mke2fs -q -t ext4 -F -d d/odm odm.img 1M; cp odm.img d; ln odm.img same; "
+          "tar -cf phone.tar odm.img; echo '[ro.x]: [1]' >props");
+    Link("../outside", "/e/out");
+    fs::create_directory(Path("/e/odm"));
+    const std::string image = Content("/odm.img"), archive = Content("/phone.tar");
+    const struct {
+        Words words;
+        const char* error;
+    } rows[] = {
+            {{"boot", "odm.img", "--html", "odm.img"}, "odm.img: this is what is read"},
+            {{"lint", "odm.img", "--sarif", "same"}, "same: this is what is read"},
+            {{"lint", "phone.tar", "--code-quality", "phone.tar"}, "this is what is read"},
+            {{"lint", "phone.tar", "--write-baseline", "phone.tar"}, "this is what is read"},
+            {{"check", "phone.tar", "phone.tar", "--record"}, "this is what is read"},
+            {{"check", "d", "d/new.yaml", "--junit", "d/new.yaml"}, "this is what is read"},
+            {{"explain", "d", "--all", "--html", "d/odm.img"}, "name of an image or archive"},
+            {{"matrix", "d", "--html", "d/Payload.bin"}, "name of an image or archive"},
+            {{"matrix", "d", "--image", "my_x=odm.img", "--html", "odm.img"}, "what is read"},
+            {{"boot", "d", "--props", "props", "--html", "props"}, "props: this is what is read"},
+            {{"matrix", "d", "./e", "--markdown", "e/out/new"}, "is a link"},
+            {{"matrix", "./e", "./d", "--markdown", "e/out/new"}, "is a link"},
+            {{"diff", "d", "e", "--props", "e/out/kept"}, "is a link"},
+            {{"boot", "e", "--props", "e/out"}, "is a link"},
+    };
+    for (const auto& [words, error] : rows) {
+        const Output output = RunWords(words);
+        EXPECT_EQ(output.status, 2) << words[0] << " " << words.back();
+        EXPECT_THAT(output.err, HasSubstr(error));
+    }
+    EXPECT_EQ(Content("/odm.img"), image);
+    EXPECT_EQ(Content("/phone.tar"), archive);
+    EXPECT_EQ(Content("/props"), "[ro.x]: [1]\n");
 }
 
 TEST_F(StrangersTest, InputsAreReadWithinLimits) {

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
 #include <optional>
 #include <string_view>
@@ -19,6 +20,7 @@
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 
+#include "file_names.h"
 #include "input_error.h"
 
 namespace extprop {
@@ -47,31 +49,46 @@ bool IsLink(int directory, const std::string& name) {
            S_ISLNK(status.st_mode);
 }
 
-// Returns whether the directory is the one at the absolute path `device`, or in it.
-bool IsIn(int directory, const std::string& device) {
+// Returns the absolute paths of the directories among the inputs, each with a slash at its end.
+std::vector<std::string> DirectoriesIn(const std::vector<std::string>& inputs) {
+    std::vector<std::string> directories;
+    for (const std::string& input : inputs) {
+        std::string path;
+        struct stat status;
+        if (stat(input.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) continue;
+        if (!android::base::Realpath(input, &path)) FailWithErrno(input);
+        directories.push_back(path == "/" ? path : path + "/");
+    }
+    return directories;
+}
+
+// Returns whether the directory is one of these or in one.
+bool IsIn(int directory, const std::vector<std::string>& directories) {
+    if (directories.empty()) return false;
     char path[PATH_MAX];
     const std::string link = "/proc/self/fd/" + std::to_string(directory);
     const ssize_t size = readlink(link.c_str(), path, sizeof(path));
     if (size <= 0) return true;  // nobody can tell
-    return StartsWith(std::string(path, size) + "/", device == "/" ? device : device + "/");
+    const std::string in = std::string(path, size) + "/";
+    return std::any_of(directories.begin(), directories.end(),
+                       [&in](const std::string& known) { return StartsWith(in, known); });
 }
 
 // Where a named file lies. It is named from its directory, so that no link comes in between.
 struct Location {
     unique_fd directory;
     std::string name;
-    bool in_device = false;
+    bool in_device = false;  // or in another directory that is read
 };
 
-// Walks to the file's directory, in DEVICE without following links.
-Location Locate(const std::string& path, const std::string& device) {
-    std::string root;
-    if (!device.empty() && !android::base::Realpath(device, &root)) FailWithErrno(device);
+// Walks to the file's directory, in directories of the inputs without following links.
+Location Locate(const std::string& path, const std::vector<std::string>& inputs) {
+    const std::vector<std::string> roots = DirectoriesIn(inputs);
     Location location;
     std::string walked = path[0] == '/' ? "/" : "";
     location.directory.reset(open(path[0] == '/' ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!location.directory.ok()) FailWithErrno(path);
-    location.in_device = !root.empty() && IsIn(location.directory.get(), root);
+    location.in_device = IsIn(location.directory.get(), roots);
     const size_t slash = path.rfind('/');
     location.name = path.substr(slash == std::string::npos ? 0 : slash + 1);
     const std::string parent = slash == std::string::npos ? "" : path.substr(0, slash);
@@ -90,7 +107,7 @@ Location Locate(const std::string& path, const std::string& device) {
             FailWithErrno(path);
         }
         location.directory.reset(next);
-        location.in_device = !root.empty() && IsIn(next, root);
+        location.in_device = IsIn(next, roots);
         walked += "/";
     }
     if (location.name.empty()) Fail(path, strerror(EISDIR));
@@ -111,6 +128,24 @@ std::optional<int> OwnDescriptor(const std::string& path) {
         }
     }
     return std::nullopt;
+}
+
+// Refuses what would be gone for the next run: `status` is of the file at the path, if there is
+// one.
+void CheckIsNoInput(const std::string& path, const Location& location, const struct stat* status,
+                    const std::vector<std::string>& inputs) {
+    constexpr char kRead[] = "this is what is read; the result needs a file of its own";
+    for (const std::string& input : inputs) {
+        struct stat read;
+        if (status == nullptr || stat(input.c_str(), &read) != 0 || !S_ISREG(read.st_mode))
+            continue;
+        if (read.st_dev == status->st_dev && read.st_ino == status->st_ino) Fail(path, kRead);
+    }
+    if (!location.in_device) return;
+    const sandbox::FileName name = sandbox::ParseFileName(location.name);
+    if (!name.image.empty() || name.is_archive) {
+        Fail(path, "the name of an image or archive of the device; the result needs another");
+    }
 }
 
 // Of what lies in DEVICE.
@@ -160,13 +195,14 @@ class NewFile {
 
 }  // namespace
 
-std::string ReadInput(const std::string& path, const std::string& device, size_t limit) {
+std::string ReadInput(const std::string& path, const std::vector<std::string>& inputs,
+                      size_t limit) {
     unique_fd fd;
     struct stat status;
     if (const auto own = OwnDescriptor(path)) {
         fd.reset(fcntl(*own, F_DUPFD_CLOEXEC, 0));
     } else {
-        const Location location = Locate(path, device);
+        const Location location = Locate(path, inputs);
         const int directory = location.directory.get();
         const char* name = location.name.c_str();
         if (location.in_device && fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
@@ -193,13 +229,27 @@ std::string ReadInput(const std::string& path, const std::string& device, size_t
     return content;
 }
 
-void WriteOutput(const std::string& path, const std::string& device, const std::string& content) {
+bool IsInputDirectory(const std::string& path, const std::vector<std::string>& inputs) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return false;
+    const size_t last = path.find_last_not_of('/');
+    if (last == std::string::npos) return true;
+    const std::string bare = path.substr(0, last + 1);
+    const Location location = Locate(bare, inputs);
+    if (location.in_device && IsLink(location.directory.get(), location.name)) {
+        FailAtLink(bare, bare);
+    }
+    return true;
+}
+
+void WriteOutput(const std::string& path, const std::vector<std::string>& inputs,
+                 const std::string& content) {
     if (const auto own = OwnDescriptor(path)) {
         std::cout << std::flush;  // which may go to the same place, and was before
         WriteTo(*own, path, content);
         return;
     }
-    const Location location = Locate(path, device);
+    const Location location = Locate(path, inputs);
     const int directory = location.directory.get();
     struct stat status;
     const bool exists =
@@ -208,6 +258,7 @@ void WriteOutput(const std::string& path, const std::string& device, const std::
     if (exists && (location.in_device || S_ISLNK(status.st_mode) || S_ISBLK(status.st_mode))) {
         CheckRegular(path, status);
     }
+    CheckIsNoInput(path, location, exists ? &status : nullptr, inputs);
     if (exists && !S_ISREG(status.st_mode)) {
         const unique_fd fd(openat(directory, location.name.c_str(),
                                   O_WRONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));

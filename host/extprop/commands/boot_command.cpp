@@ -40,7 +40,7 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
         report = PreparedDevice(options).Boot();
     } else {
         const Explanation explanation = Explain(options, {kEverything}, &report);
-        WriteOutput(page, device, ReportPage(report, explanation));
+        WriteOutput(page, InputsOf(device, arguments), ReportPage(report, explanation));
     }
     const ExitStatus status = Warn(report);
     if (json) {

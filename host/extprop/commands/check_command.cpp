@@ -45,7 +45,7 @@ ExitStatus Record(const std::string& device, const std::string& file,
              FailureText(*variant.failure));
         return kLibraryFailed;
     }
-    WriteOutput(file, device, RecordedExpectations(summary, arguments.steps));
+    WriteOutput(file, InputsOf(device, arguments), RecordedExpectations(summary, arguments.steps));
     Text text;
     text << file << ": " << summary.properties.size() << " properties of "
          << summary.variants.size() << " variants\n";
@@ -114,8 +114,10 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
         });
         checker.Finish(&result);
     }
-    if (!junit.empty()) WriteOutput(junit, device, JunitReport(result, started));
-    if (!markdown.empty()) WriteOutput(markdown, device, CheckMarkdown(result));
+    std::vector<std::string> inputs = InputsOf(device, arguments);
+    inputs.insert(inputs.end(), files.begin(), files.end());
+    if (!junit.empty()) WriteOutput(junit, inputs, JunitReport(result, started));
+    if (!markdown.empty()) WriteOutput(markdown, inputs, CheckMarkdown(result));
     if (json) {
         std::cout << DocumentText(result);
     } else {

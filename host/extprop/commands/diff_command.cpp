@@ -54,6 +54,7 @@ ExitStatus RunDiff(const Command& command, const std::vector<std::string>& words
         }
         if (devices.empty()) throw InputError("diff: no DEVICE is given, only steps");
         if (devices.size() > 2) throw InputError("diff: more than two devices are given");
+        arguments.other_device = i == 1 ? devices.front() : devices.back();
         PreparedDevice device(OptionsOf(i == 1 ? devices.back() : devices.front(), arguments));
         reports[i] = device.Boot(&tracers[i], [](const std::string&) { return true; });
         status = std::max(status, Warn(reports[i]));

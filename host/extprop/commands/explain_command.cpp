@@ -44,7 +44,8 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
     Report report;
     const Explanation explanation = Explain(OptionsOf(device, arguments), patterns, &report);
     const ExitStatus status = Warn(report);
-    if (!page.empty()) WriteOutput(page, device, ReportPage(report, explanation));
+    if (!page.empty())
+        WriteOutput(page, InputsOf(device, arguments), ReportPage(report, explanation));
     if (json) {
         PrintJson(explanation, std::cout);
     } else {

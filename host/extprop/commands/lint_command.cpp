@@ -61,11 +61,11 @@ void WriteReports(const std::vector<Finding>& findings, const LintArguments& arg
                                     ? SourceRoot(arguments.device)
                                     : SourceRoot(arguments.device, arguments.source_root);
     if (!arguments.sarif.empty()) {
-        WriteOutput(arguments.sarif, arguments.device,
+        WriteOutput(arguments.sarif, InputsOf(arguments.device, arguments.images),
                     JsonText(SarifLog(findings, root, arguments.category)));
     }
     if (!arguments.code_quality.empty()) {
-        WriteOutput(arguments.code_quality, arguments.device,
+        WriteOutput(arguments.code_quality, InputsOf(arguments.device, arguments.images),
                     JsonText(CodeQualityReport(findings, root)));
     }
 }
@@ -131,7 +131,8 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
     if (arguments.baseline.empty() && !arguments.new_baseline.empty()) baseline = Known(findings);
     baseline = TakeKnown(baseline, &findings, &report);
     if (!arguments.new_baseline.empty()) {
-        WriteOutput(arguments.new_baseline, arguments.device, BaselineText(baseline));
+        WriteOutput(arguments.new_baseline, InputsOf(arguments.device, arguments.images),
+                    BaselineText(baseline));
     }
     report.findings = Grouped(findings);
 

@@ -81,8 +81,9 @@ bool TellUnknown(const std::vector<std::string>& patterns, const Summary& summar
 
 ExitStatus Print(const Summary& summary, const MatrixArguments& arguments) {
     if (!arguments.page.empty()) {
-        const std::string device = arguments.devices.empty() ? "" : arguments.devices[0];
-        WriteOutput(arguments.page, device, SummaryPage(summary));
+        std::vector<std::string> inputs = arguments.merged;
+        if (!arguments.devices.empty()) inputs = InputsOf(arguments.devices[0], arguments.boot);
+        WriteOutput(arguments.page, inputs, SummaryPage(summary));
     }
     if (arguments.json) {
         std::cout << SummaryLine(summary);
@@ -102,13 +103,15 @@ ExitStatus Merge(MatrixArguments arguments) {
     return Print(merger.Summarize(arguments.names), arguments);
 }
 
-ExitStatus Compare(const MatrixArguments& arguments) {
+ExitStatus Compare(MatrixArguments arguments) {
     if (!arguments.page.empty()) throw InputError("matrix: --html goes with one device");
     // A value that one of the two has may be named.
     std::deque<Matrix> matrices;
     VariantSpace known;
-    for (const std::string& device : arguments.devices) {
-        matrices.emplace_back(OptionsOf(device, arguments.boot), arguments.choice.jobs);
+    for (int i = 0; i < 2; ++i) {
+        arguments.boot.other_device = arguments.devices[1 - i];
+        matrices.emplace_back(OptionsOf(arguments.devices[i], arguments.boot),
+                              arguments.choice.jobs);
         PrintNotes(matrices.back().base().notes);
         for (int axis = 0; axis < kAxisCount; ++axis) {
             const auto& values = matrices.back().space().values[axis];
@@ -127,7 +130,8 @@ ExitStatus Compare(const MatrixArguments& arguments) {
     CheckSomeAreLeft(summaries[0].variants.size() + summaries[1].variants.size(), arguments.choice);
     const MatrixDifference difference = extprop::Compare(summaries[0], summaries[1]);
     if (!arguments.markdown.empty()) {
-        WriteOutput(arguments.markdown, arguments.devices[0], MatrixMarkdown(difference));
+        WriteOutput(arguments.markdown, InputsOf(arguments.devices[1], arguments.boot),
+                    MatrixMarkdown(difference));
     }
     if (arguments.json) {
         std::cout << DocumentText(difference);

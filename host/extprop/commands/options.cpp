@@ -55,6 +55,19 @@ sandbox::Options ImageOptionsOf(const ImageArguments& arguments) {
     return options;
 }
 
+std::vector<std::string> InputsOf(const std::string& device, const ImageArguments& images) {
+    std::vector<std::string> inputs = {device};
+    for (const auto& [image, file] : ImageOptionsOf(images).images) inputs.push_back(file);
+    return inputs;
+}
+
+std::vector<std::string> InputsOf(const std::string& device, const BootArguments& boot) {
+    std::vector<std::string> inputs = InputsOf(device, boot.images);
+    inputs.push_back(boot.other_device);
+    inputs.insert(inputs.end(), boot.property_files.begin(), boot.property_files.end());
+    return inputs;
+}
+
 void AddBootOptions(CommandLine* line, BootArguments* arguments) {
     line->AddOption("--set", "NAME=VALUE", &arguments->settings,
                     "Set a system property before the first step");
@@ -108,7 +121,7 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
         if (options.names_no_steps) plan.steps.push_back(ParseStep(step));
     }
     for (const std::string& file : arguments.property_files) {
-        const Phone phone = ReadPhone(file, device);
+        const Phone phone = ReadPhone(file, {device, arguments.other_device});
         PrintNotes(phone.notes);
         if (phone.properties.size() > limits::kProperties) {
             throw InputError(file + ": more than " + std::to_string(limits::kProperties) +

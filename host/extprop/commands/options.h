@@ -22,6 +22,7 @@ struct ImageArguments {
 };
 
 struct BootArguments {
+    std::string other_device;  // that this one is compared with
     std::vector<std::string> steps;
     std::vector<std::string> settings;
     std::vector<std::string> property_files;
@@ -39,6 +40,11 @@ void AddImageOptions(CommandLine* line, ImageArguments* arguments);
 
 // Returns what they ask for. Throws InputError.
 sandbox::Options ImageOptionsOf(const ImageArguments& arguments);
+
+// Returns the files and directories that a command over the device reads: no result may replace
+// them.
+std::vector<std::string> InputsOf(const std::string& device, const ImageArguments& images);
+std::vector<std::string> InputsOf(const std::string& device, const BootArguments& boot);
 
 // Adds the options that decide what is booted, all but the device and the steps, and the help on
 // the steps.

@@ -20,8 +20,8 @@ struct Phone {
 // property file, whose imports are not followed, a bug report as text or zip, the store of the
 // persistent properties, or the older directory with a file for each of these. A later value of a
 // name replaces an earlier one. Throws InputError that says what it looks like.
-// What lies in the directory `device`, the one that is booted, is reached by no link.
-Phone ReadPhone(const std::string& path, const std::string& device);
+// What lies in the directories `devices`, those that are booted, is reached by no link.
+Phone ReadPhone(const std::string& path, const std::vector<std::string>& devices);
 
 // The same of what a file holds, but for a zip; messages call it `name`.
 Phone PhoneOf(const std::string& name, std::string_view content);

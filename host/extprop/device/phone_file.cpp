@@ -19,8 +19,8 @@ using android::base::StartsWith;
 // The store as init keeps it in its directory, where there are no files of the older form then.
 constexpr char kStore[] = "persistent_properties";
 
-Phone ReadFile(const std::string& path, const std::string& device) {
-    const std::string content = ReadInput(path, device, limits::kPhone);
+Phone ReadFile(const std::string& path, const std::vector<std::string>& devices) {
+    const std::string content = ReadInput(path, devices, limits::kPhone);
     constexpr std::string_view kZip = "PK\3\4";
     return PhoneOf(path, StartsWith(content, kZip) ? UnpackBugReport(path, content) : content);
 }
@@ -30,7 +30,7 @@ Phone ReadDirectory(const std::string& path) {
     phone.only_persistent = true;
     for (const Entry& entry : EntriesIn(path)) {
         const std::string file = path + "/" + entry.name;
-        if (entry.name == kStore) return ReadFile(file, path);
+        if (entry.name == kStore) return ReadFile(file, {path});
         if (StartsWith(entry.name, ".")) continue;  // one that init had not finished
         if (!IsPersistent(entry.name) || !IsRegular(file)) {
             throw InputError(path + ": '" + entry.name +
@@ -41,7 +41,7 @@ Phone ReadDirectory(const std::string& path) {
             throw InputError(path + ": more than " + std::to_string(limits::kPhoneFiles) +
                              " files");
         }
-        phone.properties[entry.name] = ReadInput(file, path, limits::kPhoneValue);
+        phone.properties[entry.name] = ReadInput(file, {path}, limits::kPhoneValue);
     }
     if (phone.properties.empty()) {
         throw InputError(path +
@@ -53,9 +53,9 @@ Phone ReadDirectory(const std::string& path) {
 
 }  // namespace
 
-Phone ReadPhone(const std::string& path, const std::string& device) {
-    if (path == "-") return ReadFile("/dev/stdin", "");
-    return IsDirectory(path) ? ReadDirectory(path) : ReadFile(path, device);
+Phone ReadPhone(const std::string& path, const std::vector<std::string>& devices) {
+    if (path == "-") return ReadFile("/dev/stdin", {});
+    return IsInputDirectory(path, devices) ? ReadDirectory(path) : ReadFile(path, devices);
 }
 
 }  // namespace extprop

@@ -99,7 +99,7 @@ std::vector<KnownFinding> Known(const std::vector<Finding>& findings) {
 }
 
 std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::string& device) {
-    const std::string content = ReadInput(path, device, kLargest);
+    const std::string content = ReadInput(path, {device}, kLargest);
     CheckShape(content, path + ": ");
     int line = 1;
     const auto fail = [&](int at, const std::string& what) {

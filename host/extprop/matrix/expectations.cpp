@@ -341,7 +341,7 @@ class Parser {
 }  // namespace
 
 Expectations ReadExpectations(const std::string& path, const std::string& device) {
-    return ParseExpectations(ReadInput(path, device, limits::kText), path);
+    return ParseExpectations(ReadInput(path, {device}, limits::kText), path);
 }
 
 Expectations ParseExpectations(const std::string& content, const std::string& path) {
