@@ -14,7 +14,7 @@ if [ ! -x "$BUILD/bin/extprop" ]; then
     [ ! -t 2 ] || show=
 fi
 [ -f "$BUILD/build.ninja" ] ||
-    quietly cmake -S "$ROOT" -B "$BUILD" -G Ninja -DBUILD_TESTING=OFF -DCMAKE_UNITY_BUILD=ON
+    quietly cmake -S "$ROOT" -B "$BUILD" -G Ninja -DBUILD_TESTING=OFF
 $show cmake --build "$BUILD" >&2
 
 if [ $# -eq 0 ]; then

@@ -35,6 +35,14 @@ def includes(build):
     return files
 
 
+def members(source):
+    """Returns the project's sources that are compiled as this one: those of a unity build, or it."""
+    if not os.path.basename(source).startswith("unity_"):
+        return [source]
+    lines = pathlib.Path(source).read_text().splitlines()
+    return [line.split('"')[1] for line in lines if line.startswith("#include ")]
+
+
 def tidy(file, flags):
     """Returns what clang-tidy finds in a file, or nothing."""
     run = subprocess.run(["clang-tidy", "--quiet", file, "--", *flags], cwd=ROOT, text=True,
@@ -62,19 +70,19 @@ def main():
     noted = includes(build)
     keys, groups = {}, {}
     for entry in json.loads(pathlib.Path(build, "compile_commands.json").read_text()):
-        source = entry["file"]
-        place = os.path.relpath(source, ROOT)
-        if not place.startswith(("system/", "host/")) or "/tests/" in place or source in keys:
-            continue
         compiler, *flags = shlex.split(entry["command"])
         target = flags[flags.index("-o") + 1]
         flags = flags[:flags.index("-o")]
-        digest = hashlib.sha256(repr((compiler, flags, words)).encode())
-        for path in [ROOT / ".clang-tidy", source, *sorted(noted.get(target, []))]:
-            digest.update(pathlib.Path(path).read_bytes())
-        keys[source] = digest.hexdigest()
-        if not (cache / keys[source]).exists():
-            groups.setdefault(tuple(flags), []).append(source)
+        for source in members(entry["file"]):
+            place = os.path.relpath(source, ROOT)
+            if not place.startswith(("system/", "host/")) or "/tests/" in place or source in keys:
+                continue
+            digest = hashlib.sha256(repr((source, compiler, flags, words)).encode())
+            for path in [ROOT / ".clang-tidy", *sorted(noted.get(target, []))]:
+                digest.update(pathlib.Path(path).read_bytes())
+            keys[source] = digest.hexdigest()
+            if not (cache / keys[source]).exists():
+                groups.setdefault(tuple(flags), []).append(source)
 
     changed = sum(len(sources) for sources in groups.values())
     size = max(1, min(MOST_IN_A_BATCH, changed // (2 * os.cpu_count())))
