@@ -163,6 +163,13 @@ TEST_F(FirmwareTest, WhateverADeviceComesInItBootsAsItsDirectory) {
              "my_region_a of super_1.img"},
             {{{"d7/phone.zip", kFile, Zip(tree_)}}, "mnt/vendor/my_region in phone.zip"},
             {In("d8", target_files_), "MY_REGION"},
+            {{{"d9/UPDATE.ZIP", kFile, update}}, "my_region of payload.bin in UPDATE.ZIP"},
+            {{{"d10/Payload.BIN", kFile, payload}}, "my_region of Payload.BIN"},
+            {{{"d11/Super.IMG", kFile, super}}, "my_region_a of Super.IMG"},
+            {{{"d12/ODM.IMG", kFile, image(0)},
+              {"d12/MY_REGION.IMG", kFile, image(1)},
+              {"d12/MY_COMPANY_A.IMG", kFile, image(2)}},
+             "MY_REGION.IMG"},
     };
     for (auto* filter :
          {archive_write_add_filter_gzip, archive_write_add_filter_xz, archive_write_add_filter_zstd,
@@ -191,6 +198,19 @@ TEST_F(FirmwareTest, WhateverADeviceComesInItBootsAsItsDirectory) {
         EXPECT_EQ(explanation, expected) << device;
     }
 
+    // The system's image is that of the root.
+    Write("/parts/root/system/build.prop", "ro.system=1\n");
+    Write("/parts/odm/build.prop", "import /system/build.prop\n");
+    Shell("cd parts; for i in root odm; do mke2fs -q -F -t ext4 -d $i $i.img 1M; done; "
+          "mkdir ../system; cp root.img ../system/system.img; cp odm.img ../system");
+    PayloadMaker whole;
+    whole.Add("system", {{0, Content("/parts/root.img")}});
+    whole.Add("odm", {{0, Content("/parts/odm.img")}});
+    Write("/system.bin", whole.Write());
+    EXPECT_EQ(ImageOf(Explain("system"), "ro.system"), "/system/build.prop in system.img");
+    EXPECT_EQ(ImageOf(Explain("system.bin"), "ro.system"),
+              "/system/build.prop in system of system.bin");
+
     // Findings name it too, whoever looks.
     Write("/parts/odm/build.prop", "ro.odm\n");
     const std::string faulty = Zip({{"ODM/build.prop", kFile, "ro.odm\n"}});
@@ -202,6 +222,15 @@ TEST_F(FirmwareTest, WhateverADeviceComesInItBootsAsItsDirectory) {
                     HasSubstr("(/build.prop in ODM in faulty.zip)"));
         EXPECT_EQ(RunWords({"diff", "ota.zip", "phone.zip"}, user).status, 0);
         EXPECT_EQ(RunWords({"matrix", "ota.zip", "super.img"}, user).status, 0);
+    }
+    EXPECT_EQ(RunWords({"check", "ota.zip", "expect.yaml", "--record"}).status, 0);
+    Write("/other.zip", Zip({{"ODM/build.prop", kFile, "ro.odm=2\n"}}));
+    for (const auto& [device, status] : {std::pair("ota.zip", 0),
+                                         {"super.img", 0},
+                                         {"phone.zip", 0},
+                                         {"d8", 0},
+                                         {"other.zip", 1}}) {
+        EXPECT_EQ(RunWords({"check", device, "expect.yaml"}).status, status) << device;
     }
     EXPECT_EQ(ImageOf(Explain("d4/my_region.img.xz"), "ro.region"),
               "/build.prop in my_region.img.xz");
@@ -301,6 +330,19 @@ TEST_F(FirmwareTest, WhatCannotBeReadIsRefusedAtOnce) {
         const Output output = RunWords({"boot", name});
         EXPECT_EQ(output.status, 2) << name;
         EXPECT_THAT(output.err, ContainsRegex("odm.img.zst\\)?: more than 10.. MiB to unpack"));
+    }
+
+    // What nobody looks at may be anything, and of any number.
+    fs::create_directories(Path("/some/odm"));
+    for (int i = 0; i < 50; ++i) Write("/some/radio" + std::to_string(i) + "x.img", "?");
+    for (const char* name : {"vendor.img", "my_x.img", "system.img"}) {
+        Write(std::string("/some/") + name, "?");
+        const Output boot = RunWords({"boot", "some"}), lint = RunWords({"lint", "some"});
+        EXPECT_EQ(boot.status, 0) << boot.err;
+        EXPECT_THAT(boot.err, HasSubstr(std::string(name) + " was not looked into, and cannot be"));
+        EXPECT_EQ(lint.status, 2) << lint.out;
+        EXPECT_THAT(lint.err, HasSubstr(std::string(name) + ": neither an ext4 nor"));
+        fs::remove(Path(std::string("/some/") + name));
     }
 
     // Links lead within the archive.

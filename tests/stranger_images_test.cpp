@@ -249,9 +249,9 @@ TEST_F(StrangerImagesTest, HolesAndDepthsAreNoBurden) {
         uint32_t chunk_blocks = 3 << 18, size = 12;
     } sparse;
     static_assert(sizeof(sparse) == 40);
-    Write("/d/my_x.img", std::string(reinterpret_cast<const char*>(&sparse), sizeof(sparse)));
-    Expect(2, "d/my_x.img: ");
-    fs::remove(Path("/d/my_x.img"));
+    Write("/d/my_region.img", std::string(reinterpret_cast<const char*>(&sparse), sizeof(sparse)));
+    Expect(2, "d/my_region.img: neither an ext4 nor");
+    fs::remove(Path("/d/my_region.img"));
 
     const std::string splash = std::string("/d") + android::init::kSplashPartition;
     MakeHole(splash);

@@ -72,7 +72,9 @@ std::optional<ImagePlace> DeviceFiles::ImageOf(const std::string& path) const {
     const auto [tree, path_in_tree] = view_->TreeAt(path);
     if (tree == 0 || tree > images_.shown.size()) return std::nullopt;
     const ShownImage& image = images_.shown[tree - 1];
-    return ImagePlace{image.name.path, image.name.name, path_in_tree.substr(image.named.size())};
+    const std::string above = image.above ? image.above() : "";
+    return ImagePlace{image.name.path, image.name.name,
+                      above + path_in_tree.substr(image.named.size())};
 }
 
 std::vector<std::string> DeviceFiles::Notes() const {

@@ -3,7 +3,6 @@
 #include <ctype.h>
 #include <fnmatch.h>
 #include <string.h>
-#include <strings.h>
 
 #include <algorithm>
 #include <iterator>
@@ -70,6 +69,17 @@ std::optional<int> TakeNumber(std::string* name) {
     return number;
 }
 
+// Returns the name of an image as builds write it, if it is one of those when it has no capitals.
+std::string WithoutCapitals(const std::string& name) {
+    std::string lower = name;
+    for (char& letter : lower) {
+        if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+    }
+    std::string bare = lower;
+    if (TakeNumber(&bare) && bare == std::string(kSuper) + "_") return lower;
+    return IsOfPartitions(lower) && !IsOfPartitions(name) ? lower : name;
+}
+
 }  // namespace
 
 bool IsPartitionName(const std::string& name) {
@@ -114,7 +124,7 @@ FileName ParseFileName(const std::string& name) {
     std::string rest = name;
     parsed.part = TakeNumber(&rest);
     if (parsed.part && TakeEnding(".img_sparsechunk.", &rest)) {
-        parsed.image = rest;
+        parsed.image = WithoutCapitals(rest);
         return parsed;
     }
     parsed.part.reset();
@@ -132,12 +142,14 @@ FileName ParseFileName(const std::string& name) {
     for (const char* ending : kPacked) {
         if (TakeEnding(ending, &rest)) break;
     }
-    if (strcasecmp(rest.c_str(), kPayload) == 0) {
+    rest = WithoutCapitals(rest);
+    if (rest == kPayload) {
         parsed.image = kPayload;
         return parsed;
     }
     if (!TakeEnding(".img", &rest)) return parsed;
-    parsed.image = rest;
+    parsed.image = WithoutCapitals(rest);
+    rest = parsed.image;
     const std::optional<int> part = TakeNumber(&rest);
     if (part && rest == std::string(kSuper) + "_") {
         parsed.image = kSuper;

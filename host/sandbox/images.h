@@ -29,6 +29,8 @@ struct ShownImage {
     std::string named;  // what the name has of the tree's paths already, such as "/ODM"
     std::string place;  // such as "/mnt/vendor/my_region"
     std::string link;   // where a link leads there too; empty for none
+    // If set, returns the path of the tree's root in the image.
+    std::function<std::string()> above;
 };
 
 // What a device holds of images.
