@@ -349,6 +349,37 @@ long PrivateLayer::Remove(const std::string& path, bool directory) {
     return error;
 }
 
+long PrivateLayer::RemoveAndKeep(const std::string& path, bool directory, std::string* kept) {
+    struct stat status;
+    if (long error = Status(path, &status); error < 0) return error;
+    *kept = "-" + NewName();
+    const std::string place = Upper(*kept);
+    const int at = directory_.get();
+    if (!directory) {
+        if (long error = TakeOver(path, Copied::kContent); error < 0) return error;
+        const long error =
+                Kernel(SYS_renameat2, at, Upper(path).c_str(), at, place.c_str(), RENAME_NOREPLACE);
+        Changed();
+        return error;
+    }
+    if (long error = Remove(path, true); error < 0) return error;
+    if (long error = Kernel(SYS_mkdirat, at, place.c_str(), Reachable(status.st_mode)); error < 0) {
+        return error;
+    }
+    return SetPlayed(place, {status.st_mode, status.st_uid, status.st_gid});
+}
+
+long PrivateLayer::OpenRemoved(int flags) const {
+    const std::string place = NewName();
+    const int at = directory_.get();
+    if (long error = Kernel(SYS_mkdirat, at, place.c_str(), kReachableDirectory); error < 0) {
+        return error;
+    }
+    const long fd = Kernel(SYS_openat, at, place.c_str(), flags, 0);
+    Kernel(SYS_unlinkat, at, place.c_str(), AT_REMOVEDIR);
+    return fd;
+}
+
 long PrivateLayer::ChangeOwner(const std::string& path, uid_t user, gid_t group) {
     struct stat status;
     if (long error = Status(path, &status); error < 0) return error;

@@ -9,6 +9,7 @@
 //                device. This machine's user has to reach what root on the device could, and cannot
 //                give files away.
 //   new-PID-N    what is not finished
+//   upper-new-PID-N  what was removed while a mount showed it
 //
 // Changes that one process makes are seen by all that have come from the one that made the layer.
 
@@ -49,6 +50,13 @@ class PrivateLayer : public Tree {
     long MakeDirectory(const std::string& path, mode_t mode);
     long MakeLink(const std::string& path, const std::string& target);
     long Remove(const std::string& path, bool directory);
+
+    // Removes it likewise, and keeps what it was for those who see it in another way. Puts in by
+    // which path the layer has it then, which begins with no slash; nothing is below that.
+    long RemoveAndKeep(const std::string& path, bool directory, std::string* kept);
+
+    // Opens a directory that is removed, as any other of these.
+    long OpenRemoved(int flags) const;
     long ChangeOwner(const std::string& path, uid_t user, gid_t group);  // -1: as it is
     long ChangeMode(const std::string& path, mode_t mode);
 

@@ -32,6 +32,11 @@ bool IsBelow(const std::string& path, const std::string& directory) {
            (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
+// Whether the layer has the path of what was removed, and is seen by a mount.
+bool IsRemoved(const std::string& path) {
+    return !path.empty() && path[0] != '/';
+}
+
 // Returns what a path ends in, without slashes.
 std::string_view LastName(std::string_view path) {
     path = path.substr(0, path.find_last_not_of('/') + 1);
@@ -54,6 +59,7 @@ long View::Look(int mount, const std::string& path, Entry* entry) const {
     *entry = Entry();
     entry->mount = mount;
     entry->path = path;
+    if (IsRemoved(path) && path != mounts_[mount].root) return -ENOENT;
     const long error = TreeOf(*entry).Status(path, &entry->status);
     entry->exists = error == 0;
     if (error == -EACCES) Note(kDenied, PathOf(*entry));
@@ -74,7 +80,7 @@ void View::EnterMounts(int* mount, std::string* path) const {
 // remembered then.
 const View::Way* View::KnownWay(const std::string& directory, std::string* key) const {
     constexpr size_t kMostWays = 1024;
-    const uint64_t now = layer_->changes() + mounts_.size();
+    const std::pair<uint64_t, size_t> now = {layer_->changes(), mounts_.size()};
     if (now != ways_at_ || ways_.size() >= kMostWays) ways_.clear();
     ways_at_ = now;
     const auto known = ways_.find(directory);
@@ -296,7 +302,9 @@ long View::Open(const Start& start, const char* path, int flags, mode_t mode, En
         if (!only_names && S_ISREG(entry.status.st_mode)) return OpenRegular(entry, flags);
         if (only_names || entry.is_directory() || entry.is_link()) {
             if (entry.is_directory() && !only_names && (writes || creates)) return -EISDIR;
-            const long fd = TreeOf(entry).Open(entry.path, flags & ~(O_CREAT | O_EXCL));
+            flags &= ~(O_CREAT | O_EXCL);
+            const long fd = IsRemoved(entry.path) ? layer_->OpenRemoved(flags)
+                                                  : TreeOf(entry).Open(entry.path, flags);
             if (fd == -EACCES) Note(kDenied, PathOf(entry));
             return fd;
         }
@@ -371,7 +379,27 @@ long View::Remove(const Start& start, const char* path, bool directory) {
     if (!directory && entry.is_directory()) return -EISDIR;
     if (entry.ends_in_slash && !entry.is_directory()) return -ENOTDIR;
     if (entry.path.empty() || IsMountPoint(entry)) return -EBUSY;
-    return layer_->Remove(entry.path, directory);
+    return RemoveShown(entry, directory);
+}
+
+// Removes it; mounts go on showing what it was.
+long View::RemoveShown(const Entry& entry, bool directory) {
+    const auto shows = [&entry](const Mount& mount) {
+        return mount.tree == 0 && mount.root == entry.path;
+    };
+    if (std::none_of(mounts_.begin(), mounts_.end(), shows)) {
+        return layer_->Remove(entry.path, directory);
+    }
+    std::string kept;
+    if (long error = layer_->RemoveAndKeep(entry.path, directory, &kept); error < 0) return error;
+    for (Mount& mount : mounts_) {
+        // What is mounted on such a mount stays there.
+        if (shows(mounts_[mount.parent]) && mount.point == entry.path) mount.point = kept;
+    }
+    for (Mount& mount : mounts_) {
+        if (shows(mount)) mount.root = kept;
+    }
+    return 0;
 }
 
 long View::ChangeOwner(const Start& start, const char* path, bool follow, uid_t user, gid_t group) {

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "directory_tree.h"
@@ -137,6 +138,7 @@ class View {
     bool IsMountPoint(const Entry& entry) const;
     bool IsWritable(const Entry& entry) const { return mounts_[entry.mount].tree == 0; }
     const Tree& TreeOf(const Entry& entry) const { return *trees_[mounts_[entry.mount].tree]; }
+    long RemoveShown(const Entry& entry, bool directory);
     long FindForChange(const Start& start, const char* path, Last last, Entry* entry) const;
     long OpenRegular(const Entry& entry, int flags);
 
@@ -145,9 +147,9 @@ class View {
     std::shared_ptr<PrivateLayer> layer_;             // over the device directory
     std::vector<std::shared_ptr<const Tree>> trees_;  // the first is the layer
     std::vector<Mount> mounts_;                       // the first is the root
-    // By absolute paths, as long as there are so many changes.
+    // By absolute paths, as long as there are so many changes and mounts.
     mutable std::unordered_map<std::string, Way> ways_;
-    mutable uint64_t ways_at_ = 0;
+    mutable std::pair<uint64_t, size_t> ways_at_;
     mutable std::mutex mutex_;
 };
 
