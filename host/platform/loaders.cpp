@@ -1,7 +1,7 @@
-// Stands before the library's own two readers of property files, so that an observer knows what
-// each load reads, into which map and for which import, as it happens. The library's calls of its
-// own functions come through here too, the recursion for imports included, because the dynamic
-// linker takes the first definition of a name and everything here links this library first.
+// Wraps the library's two functions that read property files, so that an observer sees what each
+// load reads, into which map and for which import, as it happens. The dynamic linker takes the
+// first definition of a name, and everything here links this library first; so the library's calls
+// of its own functions, the recursion for imports included, reach these wrappers too.
 
 #include <dlfcn.h>
 #include <stdlib.h>

@@ -1,6 +1,6 @@
-// One property store behind both of the device's property interfaces. libbase's own, off the
-// device, is a map without a lock, so its two functions are defined here again: the dynamic linker
-// takes the first definition, and everything here links this library before libbase.
+// The one property store that both property interfaces of the device use. On a workstation libbase
+// has a map without a lock, so its two functions are defined here again: the dynamic linker takes
+// the first definition of a name, and everything here links this library before libbase.
 
 #include <string.h>
 
@@ -16,13 +16,14 @@ namespace {
 
 std::mutex g_mutex;
 
-// Never destroyed: a detached thread may still read it when the process ends.
+// Never destroyed, because a detached thread may still read it when the process ends.
 platform::PropertyMap& Store() {
     static auto* store = new platform::PropertyMap();
     return *store;
 }
 
-// After what was stored last: whoever stores many does so in their order.
+// The hint for the next insertion, after the last property stored: callers that store many
+// properties store them in ascending order.
 platform::PropertyMap::iterator& Next() {
     static platform::PropertyMap::iterator next = Store().end();
     return next;

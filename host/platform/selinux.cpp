@@ -1,4 +1,4 @@
-// Labels exist only on a device: here a request is recorded and answered.
+// Labels exist only on a device: here a request is only reported to the observer and answered.
 
 #include <errno.h>
 

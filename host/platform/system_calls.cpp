@@ -1,5 +1,5 @@
-// Stands before libc's functions, so that an observer sees each call that the extension library
-// makes without a change to it. The calls themselves go on to the kernel or to libc.
+// Wraps functions of libc, so that an observer sees each call that the unchanged extension library
+// makes. The wrappers pass the calls on to the kernel or to libc.
 
 #include <dlfcn.h>
 #include <errno.h>

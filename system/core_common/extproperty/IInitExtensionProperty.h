@@ -17,8 +17,8 @@ using PropertyMap = std::map<std::string, std::string>;
 using PropertyCallback = void (*)(int mode, PropertyMap properties);
 
 // The operations that init calls, in the slot order that both sides are compiled against: a new
-// operation goes to the end, none moves. Nothing is reported back but through the map, the callback
-// and the log; no operation stops the boot.
+// operation goes to the end, none moves. Results reach init only through the map, the callback and
+// the log; no operation stops the boot.
 class IInitExtensionProperty {
   public:
     virtual ~IInitExtensionProperty() = default;
@@ -38,23 +38,23 @@ class IInitExtensionProperty {
     virtual void loadExtensionPartitionProperties(std::string partitionRoot,
                                                   PropertyMap* properties) = 0;
 
-    // The boot sequence that follows the loading of the persistent properties. Returns 0.
+    // Runs the boot sequence that follows the loading of the persistent properties. Returns 0.
     virtual int loadPersistOverrideProperties(PropertyCallback callback) = 0;
 
-    // Hands on the properties of a carrier package that is mounted already.
+    // Hands over the properties of a carrier package that is mounted already.
     virtual void loadCotaOverrideProperties(PropertyCallback callback) = 0;
 
-    // Hands on the company image's configuration of a limited edition.
+    // Hands over the company image's configuration of a limited edition.
     virtual void loadDuskriderOverrideProperties(PropertyCallback callback) = 0;
 
-    // Hands on everything that the SIM, carrier and region keys in force select.
+    // Hands over everything that the SIM, carrier and region keys in force select.
     virtual void loadSimSwitchOverrideProperties(PropertyCallback callback) = 0;
 
     // Performs one named switch command; an unknown one does nothing.
     virtual void loadSimSwitchOverrideProperties(std::string command,
                                                  PropertyCallback callback) = 0;
 
-    // Kept for extensions that decide on a single property; this library does not. Returns false.
+    // Reserved for extensions that decide on single properties. This library returns false.
     virtual bool loadOverrideProperty(std::string /*name*/, std::string /*value*/,
                                       PropertyCallback /*callback*/) {
         return false;
@@ -69,6 +69,6 @@ class IInitExtensionProperty {
 }  // namespace android
 
 // Returns the process's one extension object, made on the first call and never destroyed, and
-// tells it the name `libName` under which init loaded the library. Safe from several threads.
+// gives it the name `libName` under which init loaded the library. Safe from several threads.
 extern "C" android::init::IInitExtensionProperty* KSVI_FETCH_IInitExtensionProperty(
         const char* libName);

@@ -1,4 +1,4 @@
-// The extension behind the interface, and the free functions that its operations are made of.
+// The class that implements the interface, and the free functions that its operations call.
 
 #pragma once
 
@@ -11,8 +11,8 @@
 namespace android {
 namespace init {
 
-// The roots of the extension partitions, lowest priority first. Filled when the singleton is made,
-// only read afterwards.
+// The roots of the extension partitions, lowest priority first. Filled when the singleton is made
+// and only read after that.
 extern std::vector<std::string> PartitionSearchList;
 
 class InitExtensionPropertyImpl : public IInitExtensionProperty {
@@ -35,42 +35,46 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     void loadSimSwitchOverrideProperties(std::string command, PropertyCallback callback) override;
     void loadCotaServiceOverrideProperties(std::string command, PropertyCallback callback) override;
 
-    // Adds every "*.prop" file of `directory`, in the file system's order; no directory, no change.
+    // Adds the properties of every "*.prop" file in `directory`, in the order in which the file
+    // system lists them. Does nothing if there is no such directory.
     void loadPropertiesFromDir(const std::string& directory, PropertyMap* properties);
 
-    // Sets ro.tesvo.cust.ver to "1" if the map has a carrier image and no such name yet.
+    // Sets ro.tesvo.cust.ver to "1" if the map names a carrier image that is not empty and has no
+    // such property yet.
     void modifyComponentPriorityIfNeed(PropertyMap* properties);
 
-    // Adds what the switch keys held by the object select of the partition at `partition`.
+    // Adds the properties that the object's switch keys select on the partition at `partition`.
     void loadExtensionPartitionSimswitchProperties(std::string partition, PropertyMap* props);
 
     // Reads the switch keys' files into `*props` and the object, after migrating the keys of older
     // software and rewriting files in its format.
     void loadExtensionSimswitchKeyInfo(PropertyMap* props);
 
-    // Copies the company's boot logo, or the file that the trigger names behind its first "/", to
-    // the splash partition.
+    // Copies a boot logo to the splash partition: the company's, or the file whose path starts at
+    // the first "/" of `trigger`.
     void copyLogoIfNeeded(std::string trigger);
 
-    // Reads and deletes the mount-info file, mounts the package that it names and hands on the
-    // properties of both.
+    // Reads and deletes the mount-info file, mounts the package that it names, and hands over the
+    // properties of the package and of the file.
     void bindAndLoadCotaOverrideProperties(PropertyCallback callback);
 
-    // Reads and deletes the mount-info file and hands on all that it holds.
+    // Reads and deletes the mount-info file and hands over everything in it.
     void updateCotaInfoProperties(PropertyCallback callback);
 
-    // Hands on the properties of the module that is mounted at `moduleRoot`.
+    // Hands over the properties of the module that is mounted at `moduleRoot`.
     void loadCotaConfigureModuleProperties(std::string moduleRoot, PropertyCallback callback);
 
-    // Reads and deletes the mount-info file, makes the module directories that it names, and binds
-    // the one module that is described beside it.
+    // Reads and deletes the mount-info file, makes the module directories that it names, and then
+    // does what bindCotaModuleMountPoint() does.
     void bindCotaBasicMountPoint(PropertyCallback callback);
 
-    // Reads and deletes the module-info file and binds the module that it describes.
+    // Reads and deletes the module-info file, bind-mounts the module that it describes, and hands
+    // over the properties of the module and of the file.
     void bindCotaModuleMountPoint(PropertyCallback callback);
 
   private:
-    // The persist stage's steps. Returns whether the switch keys may have changed.
+    // The parts of loadPersistOverrideProperties(). The first returns whether the switch keys may
+    // have changed.
     bool settleSwitchKeys(PropertyCallback callback);
     void loadSwitchKeys(PropertyMap* properties, PropertyCallback callback);
     void loadSwitchOverlay(PropertyCallback callback);
@@ -88,16 +92,16 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     std::mutex mutex;  // held for the whole of a carrier-package service command
 };
 
-// Creates every missing directory of `path` that a "/" ends, with mode 0771. Returns 0, or -1 if
-// one cannot be made or the path has 256 bytes or more.
+// Creates every missing directory in `path` whose name a "/" ends, with mode 0771. Returns 0, or -1
+// if one cannot be created or the path has 256 bytes or more.
 int createDirectory(std::string path);
 
-// Makes `content` the whole content of the key file at `path`. If that fails, logs `failure` and
+// Replaces the content of the key file at `path` with `content`. If that fails, logs `failure` and
 // the error, removes a file that was not there before, and returns false.
 bool writeKeyFile(const char* path, const std::string& content, const char* failure);
 
-// Looks `key` up in the mapping file `fileName` of the partitions, highest priority first, and
-// makes `*target` the value found, or empty.
+// Looks `key` up in the mapping file `fileName` of each partition, highest priority first, and sets
+// `*target` to the first value found, else to the empty string.
 void find_nv_ssv_target_key(std::string key, std::string fileName, std::string* target);
 
 // Appends the radio store's key, at most eight bytes, to `*nvKey` and maps it to `*nvTargetKey`.
@@ -107,31 +111,32 @@ void load_old_nv_key(std::string* nvKey, std::string* nvTargetKey);
 // Reads the old action file into `*ssvKey`, which stays as it is if there is none.
 void read_old_ssv_key(std::string* ssvKey);
 
-// Maps the boot carrier code, else `*nvKey`, else `*ssvKey` to `*firstKey`, unless that is set.
+// Sets `*firstKey`, unless it is set already, to what the boot carrier code is mapped to, else to
+// what `*nvKey`, else to what `*ssvKey` is mapped to.
 void load_convert_first_key(std::string* firstKey, std::string* nvKey, std::string* ssvKey);
 
 // Returns the two operator properties in lower case, joined by "-"; empty if either is unset.
 std::string readOperatorPair();
 
-// Hands on the export version and, unless it is set already, the display version.
+// Hands over the export version and, unless it is set already, the display version.
 void loadSpecialProperties(PropertyCallback callback);
 
-// Hands on the display version, which must be set already, made anew from the carrier's version
-// and the carrier package's.
+// Hands over the display version, built again from the versions of the carrier image and of the
+// carrier package. Does nothing if it is not set yet.
 void loadCustomizeDisplayVersionName(PropertyCallback callback);
 
-// After an emergency shutdown, hands on the reset of the sales channel in mode 2 and deletes the
-// channel's state files.
+// After an emergency shutdown, hands over in mode 2 the properties that reset the sales channel,
+// and deletes the channel's state files.
 void checkAndRestoreChannelInfo(PropertyCallback callback);
 
-// Hands on the market name if the configured storage size is the measured one.
+// Hands over the market name if the configured storage size matches the measured one.
 void updateMarketName(PropertyCallback callback);
 
-// Hands on the two property files that the system keeps on the data partition.
+// Hands over the two property files that the system keeps on the data partition.
 void loadDataSpecialProperties(PropertyCallback callback);
 
-// After an emergency shutdown, hands on the forced connection, if the device allows it, and writes
-// it to its key file.
+// After an emergency shutdown, if the device allows it, writes the property that forces an internet
+// connection to its key file and hands it over.
 void forceInternetConnection(PropertyCallback callback);
 
 }  // namespace init

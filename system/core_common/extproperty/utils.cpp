@@ -31,7 +31,7 @@ namespace {
 
 constexpr size_t kReadSize = 1024;
 
-// A size is only a hint: a sparse file's may be beyond any memory.
+// The size of a file is only a hint: that of a sparse file may exceed any memory.
 constexpr off_t kMaxReservation = 16 * 1024 * 1024;
 
 constexpr char kOpenFailed[] = "open() failed";
@@ -58,7 +58,7 @@ std::string_view TrimRight(std::string_view text) {
     return text;
 }
 
-// The lines of a property file that are not comments, without the white space around them.
+// The lines of a property file that are neither empty nor comments, trimmed of white space.
 class PropertyLines {
   public:
     explicit PropertyLines(std::string_view content) : rest_(content) {}
@@ -79,7 +79,7 @@ class PropertyLines {
     std::string_view rest_;
 };
 
-// Follows one import: `target` is the line behind its keyword, a file name and perhaps a filter.
+// Follows one import. `target` is what follows the keyword: a file name and perhaps a filter.
 void ImportProperties(std::string_view target, PropertyMap* properties) {
     target = TrimLeft(target);
     size_t blank = target.find(' ');
@@ -150,11 +150,11 @@ bool ReadFdToStringWithOffset(int fd, std::string* content, int offset, int nbyt
         LOG(ERROR) << "lseek() failed";
         return false;
     }
-    // What a fortified read does, on compilers that do not fortify it too.
+    // As a fortified read(2) does, also where the compiler does not fortify it.
     if (static_cast<size_t>(nbytes) > kReadSize) abort();
     char buffer[kReadSize] = {};
     ssize_t n = TEMP_FAILURE_RETRY(read(fd, buffer, nbytes));
-    // QUIRK: a short read is filled up with zero bytes, as callers read records of a fixed size.
+    // QUIRK: a short read is padded with zero bytes, as callers read records of a fixed size.
     content->append(buffer, nbytes);
     return n != -1;
 }
@@ -200,7 +200,7 @@ std::string load_property_from_file(const char* path, const char* name) {
     std::string_view line;
     while (lines.Next(&line)) {
         size_t equals = line.find('=');
-        // QUIRK: a prefix is enough, with no test of what follows the name.
+        // QUIRK: a prefix is enough; what follows the name is not checked.
         if (equals == std::string_view::npos || !StartsWith(line, name)) continue;
         std::string value(TrimLeft(line.substr(equals + 1)));
         LOG(WARNING) << "Loading property from " << path << ": " << value;
@@ -306,7 +306,7 @@ int createCotaDirectory(std::string path) {
     LOG(INFO) << "create path: " << path << " sub dir: " << parent;
 
     if (access(parent.c_str(), F_OK) != 0) {
-        // QUIRK: a path directly under the root is never made: its parent is the empty path.
+        // QUIRK: a directory directly under the root is never made: its parent is the empty path.
         if (int result = createCotaDirectory(parent); result != 0) {
             LOG(ERROR) << "create sub dir failed: " << parent;
             return result;

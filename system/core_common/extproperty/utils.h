@@ -1,4 +1,4 @@
-// Property files and the file utilities under them.
+// Reading of property files, and the file utilities that it takes.
 
 #pragma once
 
@@ -12,16 +12,16 @@
 // Returns the whole content of the file at `path`; a symbolic link as its last component fails.
 android::base::Result<std::string> ReadFile(const std::string& path);
 
-// Returns `nbytes` bytes, at most 1024, of the file at `path` from byte `offset` on; what lies
-// behind the file's end reads as zero bytes. Follows symbolic links.
+// Returns `nbytes` bytes, at most 1024, of the file at `path` from byte `offset` on; bytes after
+// the end of the file are zero. Follows symbolic links.
 android::base::Result<std::string> ReadFileWithOffset(const std::string& path, int offset,
                                                       int nbytes);
 
-// As ReadFileWithOffset, from an open descriptor into `*content`. A count above 1024 aborts.
+// As ReadFileWithOffset, from an open descriptor into `*content`. Aborts if `nbytes` exceeds 1024.
 bool ReadFdToStringWithOffset(int fd, std::string* content, int offset, int nbytes);
 
-// Makes `content` the whole content of the file at `path`, created with mode 0600 if it is missing.
-// A symbolic link as the last component fails. A failed write leaves what was written so far.
+// Replaces the content of the file at `path` with `content`; creates it with mode 0600 if it is
+// missing. A symbolic link as the last component fails. A failed write leaves what was written.
 android::base::Result<void> WriteFile(const std::string& path, const std::string& content);
 
 // Writes all of `content`. On failure returns false with errno set.
@@ -36,11 +36,12 @@ bool WriteStringToFile(const std::string& content, const std::string& path, bool
 std::string load_property_from_file(const char* path, const char* name);
 
 // QUIRK: nothing in the library calls this function and the next; the loader takes any line.
-// Whether `name` may name a property: letters, digits and "._-@:", no empty segment between dots.
+// Returns whether `name` may name a property: letters, digits and "._-@:", no empty segment between
+// dots.
 bool IsLegalPropertyName(const std::string& name);
 
-// Whether `value` may be the value of the property `name`: at most 91 bytes unless the name begins
-// with "ro.", and text in the encoding of the C locale. The error carries the current errno.
+// Succeeds if `value` may be the value of the property `name`: at most 91 bytes unless the name
+// begins with "ro.", and text in the encoding of the C locale. The error has the current errno.
 android::base::Result<void> IsLegalPropertyValue(const std::string& name, const std::string& value);
 
 // Returns `src` with every ${name} and ${name:-default} replaced by the system property's value,
@@ -49,9 +50,9 @@ android::base::Result<std::string> ExpandProps(const std::string& src);
 
 // Adds the name=value lines of the property file at `filename` to `*properties`, a later value of a
 // name replacing an earlier one, and follows its "import file [filter]" lines. With a `filter`
-// (not null or empty) keeps the one name that equals it or, when it ends in "*", the names that
-// begin with what stands before the "*", and follows no imports. Names and values are not
-// validated. Returns false only if `filename` itself cannot be read.
+// (not null or empty) keeps only the name that equals it or, if it ends in "*", the names that
+// begin with what precedes the "*", and follows no imports. Names and values are not validated.
+// Returns false only if `filename` itself cannot be read.
 bool load_properties_from_file_without_se(const char* filename, const char* filter,
                                           android::init::PropertyMap* properties);
 

@@ -1,4 +1,4 @@
-// The property functions that libcutils gives on a device.
+// The property functions that libcutils provides on a device.
 
 #pragma once
 
@@ -8,8 +8,8 @@
 extern "C" {
 #endif
 
-// Copies the value of `key`, at most 91 bytes and the terminating zero, to `value`, or that of
-// `default_value` (which may be null) if the property is unset or empty. Returns its length.
+// Copies the value of `key`, at most 91 bytes and a terminating zero, to `value`; if the property
+// is unset or empty, copies `default_value` instead (null means ""). Returns the length.
 int property_get(const char* key, char* value, const char* default_value);
 
 // Sets `key` to `value`. Returns 0, or a negative number if the key is empty, or the value has more

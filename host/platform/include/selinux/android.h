@@ -1,4 +1,4 @@
-// The labelling function that libselinux gives on a device.
+// The labelling function that libselinux provides on a device.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// The way back from a sales channel's customisation after an emergency shutdown.
+// The reset of a sales channel's customisation after an emergency shutdown.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -46,7 +46,7 @@ void removeStateFiles() {
     for (const char* path : {kEmptyAppChannelFile, kReserveCommonFile, kDataCommonFile}) {
         if (access(path, F_OK) == 0) removeFile(path);
     }
-    // QUIRK: the region files go only if they can be opened, the others if they exist.
+    // QUIRK: the region files are deleted only if they can be opened, the others if they exist.
     for (const char* path : {kDataRegionFile, kReserveRegionFile}) {
         base::unique_fd fd(TEMP_FAILURE_RETRY(open(path, O_RDONLY | O_CLOEXEC)));
         if (fd.ok()) removeFile(path);

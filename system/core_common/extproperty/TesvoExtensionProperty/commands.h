@@ -1,4 +1,4 @@
-// The words by which init asks for a part of an operation.
+// The commands of the operations that take one.
 
 #pragma once
 
@@ -24,7 +24,7 @@ inline constexpr SwitchKeyCommand kSwitchKeyCommands[] = {
         {"regionSwitch", kRegionSwitchFirst, kRegionLeaf, kDataRegionFile},
 };
 
-// A switch command that loads one file, and the log line's text where it cannot.
+// A switch command that loads one file, and the log text if that fails.
 struct SwitchFileCommand {
     const char* command;
     const char* path;
@@ -36,7 +36,8 @@ inline constexpr SwitchFileCommand kSwitchFileCommands[] = {
         {"emptyAppchannelProp", kEmptyAppChannelFile, "load empty appchannel prop file failed:"},
 };
 
-// The switch commands that copy a boot logo begin so, and those from the company's image are these.
+// A switch command that begins with the first copies a boot logo; the other two copy the one of the
+// company image.
 constexpr char kLogoTrigger[] = "triggerLogoCopy";
 constexpr char kBootTrigger[] = "triggerLogoCopyFromCompanyBoot";
 constexpr char kCompanyTrigger[] = "triggerLogoCopyFromCompany";
@@ -48,7 +49,8 @@ struct NamedOperation {
     CotaOperation operation;
 };
 
-// The service command that starts the bind thread, its requests, and the one that ends it.
+// The service command that starts the bind thread, the requests that the thread serves, and the
+// request that ends it.
 constexpr char kCheckMount[] = "check_mount";
 
 inline constexpr NamedOperation kRequests[] = {
@@ -60,7 +62,7 @@ inline constexpr NamedOperation kRequests[] = {
 constexpr char kBindComplete[] = "boot_mount_bind_complete";
 
 // The other service commands.
-// QUIRK: two words stand for one operation; nothing checks before the load that either asks for.
+// QUIRK: the first two run the same operation, which makes neither check before it loads.
 inline constexpr NamedOperation kServiceCommands[] = {
         {"mount_and_check_load", &InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties},
         {"mount_must_load", &InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties},

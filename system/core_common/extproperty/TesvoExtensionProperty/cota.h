@@ -14,13 +14,14 @@ constexpr char kCotaMountInfoFile[] = "/data/cota/cota_mount_info.prop";
 constexpr char kCotaModuleInfoFile[] = "/data/cota/cota_module_info.prop";
 
 constexpr char kBindPoint[] = "bind_point";
-constexpr char kMountPoint[] = "mount_point";  // of a module: what is bound
+constexpr char kMountPoint[] = "mount_point";  // of a module: the source of its bind mount
 
-// Where a package is bound whose message names no other place.
+// The default bind point of a package.
 constexpr char kCarrierRoot[] = "/my_carrier";
 
-// Reads the one-shot file at `path` and deletes it, also when it could not be read, so that it is
-// acted on once. Returns false if there is none. The texts go to the log, before the path.
+// Reads the one-shot file at `path` into `*properties` and deletes it, even if it could not be
+// read, so that it takes effect once. Returns false if it is missing. `missing` and `loadFailed`
+// are the log texts for these cases; the path follows them.
 bool takeOneShotFile(const char* path, const char* missing, const char* loadFailed,
                      PropertyMap* properties);
 
@@ -30,14 +31,14 @@ std::string valueOf(const PropertyMap& properties, const char* name, const char*
 // Whether a name in a one-shot file is a system property rather than an instruction.
 bool isSystemProperty(const std::string& name);
 
-// Binds `source` over `target` as every part of a carrier package is. Returns mount(2)'s result.
+// Bind-mounts `source`, a part of a carrier package, over `target`. Returns mount(2)'s result.
 int bindCotaDirectory(const std::string& source, const std::string& target);
 
-// Gives the package's identity to the carrier image where the map names none of its own: the build
-// date is copied, the version name moved.
+// Copies the package's build date, and moves its version name, to the properties of the carrier
+// image; values that the map has for those already stay.
 void copyBigballIdentity(PropertyMap* properties);
 
-// Whether a verified package is mounted, and at which `*root`.
+// Returns whether a verified package is mounted, and sets `*root` to its mount point.
 bool findMountedCota(std::string* root);
 
 }  // namespace init

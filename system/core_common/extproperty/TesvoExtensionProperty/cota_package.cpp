@@ -25,7 +25,7 @@ PropertyMap forwardedProperties(const PropertyMap& info) {
     return forwarded;
 }
 
-// Returns where the package can be read: at its bind point or, if it cannot be bound, its source.
+// Returns where the package can be read: its bind point or, if the bind mount fails, its source.
 std::string bindPackage(const std::string& source, const std::string& bindPoint) {
     if (bindPoint == source) return source;
     if (int result = bindCotaDirectory(source, bindPoint); result != 0) {
@@ -35,7 +35,7 @@ std::string bindPackage(const std::string& source, const std::string& bindPoint)
     return bindPoint;
 }
 
-// QUIRK: a path that was bound before is bound again; one whose bind failed is not tried again.
+// QUIRK: after a bind that succeeded the path is bound again; after one that failed it is not.
 bool wantsMediaBind(const std::string& path) {
     const std::string lastResult = readProperty(kMediaBindResult);
     return !path.empty() && (lastResult.empty() || lastResult == "0");
@@ -76,7 +76,7 @@ void InitExtensionPropertyImpl::bindAndLoadCotaOverrideProperties(PropertyCallba
     if (!takeOneShotFile(kCotaMountInfoFile, kMountInfoMissing, kMountInfoLoadFailed, &info)) {
         return;
     }
-    // QUIRK: the package's root is forwarded as the file has it, wherever the package is read from.
+    // QUIRK: forwards the package's root as given in the file, wherever the package is read from.
     const PropertyMap forwarded = forwardedProperties(info);
     const std::string source = valueOf(info, kCotaRoot);
     if (valueOf(info, kCotaVerified) != "1" || !base::StartsWith(source, "/")) {

@@ -1,4 +1,4 @@
-// The carrier-package service's commands, and the thread that serves its requests at boot.
+// The commands of the carrier-package service, and the thread that serves its requests at boot.
 
 #include <chrono>
 #include <thread>
@@ -13,7 +13,7 @@ namespace init {
 
 namespace {
 
-// Returns the operation that `word` names as a whole, or null.
+// Returns the operation whose command is exactly `word`, or null.
 template <size_t N>
 CotaOperation findOperation(const NamedOperation (&operations)[N], const std::string& word) {
     for (const NamedOperation& named : operations) {
@@ -22,8 +22,9 @@ CotaOperation findOperation(const NamedOperation (&operations)[N], const std::st
     return nullptr;
 }
 
-// Serves the installing service's requests until it says that it is done or never asks. It takes no
-// lock, so it may run beside a service command; the request property alone coordinates the two.
+// Serves the installing service's requests until the service reports that it is done, or for 20
+// seconds without a request. Takes no lock, so it may run in parallel with a service command; only
+// the request property coordinates the two.
 void doBindCotaMountThread(InitExtensionPropertyImpl* object, PropertyCallback callback) {
     using namespace std::chrono_literals;
     constexpr int kMaxEmptyPolls = 100;
@@ -50,7 +51,8 @@ void doBindCotaMountThread(InitExtensionPropertyImpl* object, PropertyCallback c
 
 void InitExtensionPropertyImpl::loadCotaServiceOverrideProperties(std::string command,
                                                                   PropertyCallback callback) {
-    // QUIRK: a thread that cannot be made throws through here, and the lock then stays taken.
+    // QUIRK: if no thread can be created, the exception passes through here and the lock stays
+    // taken.
     std::lock_guard<std::mutex> lock(mutex);
     if (command == kCheckMount) {
         std::thread(doBindCotaMountThread, this, callback).detach();

@@ -1,4 +1,5 @@
-// The property files that the system keeps on the data partition, and the forced connection.
+// The property files that the system keeps on the data partition, and the forced internet
+// connection.
 
 #include <unistd.h>
 
@@ -28,7 +29,7 @@ constexpr char kForceConnect[] = "ro.tesvo.internet.force.connect";
 }  // namespace
 
 void loadDataSpecialProperties(PropertyCallback callback) {
-    // QUIRK: the map is shared, so the second hand-over carries the first file's properties again.
+    // QUIRK: the map is shared, so the second hand-over holds the first file's properties again.
     PropertyMap properties;
     for (const DataFile& file : kDataFiles) {
         if (access(file.path, F_OK) != 0) continue;

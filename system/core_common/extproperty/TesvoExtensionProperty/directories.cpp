@@ -14,8 +14,8 @@ int createDirectory(std::string path) {
     constexpr size_t kPathLimit = 256;
     if (path.size() >= kPathLimit) return -1;
     for (size_t i = 0; i < path.size(); ++i) {
-        // QUIRK: a backslash separates like a slash, and what stands behind the last separator is
-        // not created.
+        // QUIRK: a backslash separates like a slash, and what follows the last separator is not
+        // created.
         if (path[i] != '/' && path[i] != '\\') continue;
         const std::string prefix = path.substr(0, i + 1);
         if (access(prefix.c_str(), F_OK) == 0) continue;

@@ -1,4 +1,4 @@
-// The exported function and the singleton behind it.
+// The exported function and the singleton that it returns.
 
 #include "../InitExtensionPropertyImpl.h"
 #include "partitions.h"

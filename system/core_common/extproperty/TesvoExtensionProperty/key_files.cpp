@@ -1,5 +1,5 @@
-// The switch keys that survive everything: their files on the reserve and the data partition, the
-// migration from older stores, and the conversion of files in the old one-line format.
+// The files that keep the switch keys on the reserve and the data partition, the migration from the
+// stores of older software, and the conversion of files in the old one-line format.
 
 #include <errno.h>
 #include <fcntl.h>
@@ -90,7 +90,7 @@ void loadOldActionFile(PropertyMap* props) {
     }
 }
 
-// Writes the first-switch file from the key of an older store; the loading that follows reads it.
+// Writes the first-switch file from the key of an older store. The caller loads that file later.
 void migrateOldKeys(const PropertyMap& props, std::string nvKey, std::string ssvKey) {
     std::string firstKey;
     load_convert_first_key(&firstKey, &nvKey, &ssvKey);
@@ -100,7 +100,7 @@ void migrateOldKeys(const PropertyMap& props, std::string nvKey, std::string ssv
         LOG(INFO) << "there is no ssv dir";
         if (createDirectory(kReserveKeyDir) == 0) LOG(INFO) << "create ssv dir: " << kReserveKeyDir;
     }
-    // Without the key there is no mark either, so that the next boot tries again.
+    // The mark is written only after the key, so that the next boot tries again if that fails.
     if (writeKeyFile(kReserveFirstFile, propertyLine(kSimSwitchFirst, firstKey),
                      "Unable to write sim_action_first_file ")) {
         // QUIRK: the blank before the value; the loader drops it when it reads the mark.
@@ -116,7 +116,7 @@ void migrateOldKeys(const PropertyMap& props, std::string nvKey, std::string ssv
 }
 
 // One of the reserve partition's key files.
-// QUIRK: some texts end in a blank or colon and others do not; they are those of the log lines.
+// QUIRK: some log texts end in a blank or colon and others do not; log lines keep this exact form.
 struct ReserveKeyFile {
     const char* path;
     const char* property;
@@ -159,7 +159,8 @@ constexpr ReserveKeyFile kReserveRegion = {
         "Unable to write region_switch_file",
 };
 
-// Loads one key file and keeps its key. A file in the old format, the bare key, is rewritten.
+// Loads one key file into `*props` and its key into `*key`. A file in the old format, which is the
+// bare key, is rewritten.
 void loadReserveKeyFile(const ReserveKeyFile& file, PropertyMap* props, std::string* key) {
     if (!(file.foundByOpening ? opensForReading(file.path) : exists(file.path))) return;
     LOG(INFO) << file.found;
@@ -171,7 +172,7 @@ void loadReserveKeyFile(const ReserveKeyFile& file, PropertyMap* props, std::str
     if (oldKey.empty()) return;
     LOG(ERROR) << file.converting;  // QUIRK: a success, at this severity
     props->emplace(file.property, oldKey);
-    // QUIRK: the key goes on as it was read, a line end included.
+    // QUIRK: the key is used and written as it was read, with its line end.
     writeKeyFile(file.path, propertyLine(file.property, oldKey), file.writeFailed);
     *key = oldKey;
     if (file.foundByOpening || exists(file.path)) giveToSystem(file.path);
@@ -205,14 +206,14 @@ bool writeKeyFile(const char* path, const std::string& content, const char* fail
     auto written = WriteFile(path, content);
     if (written.ok()) return true;
     LOG(ERROR) << failure << written.error();
-    // What was made of it would pass for a key, an empty one, on every later boot.
+    // A file that was only created would be read as an empty key on every later boot.
     if (isNew) unlink(path);
     return false;
 }
 
 void InitExtensionPropertyImpl::loadExtensionSimswitchKeyInfo(PropertyMap* props) {
     if (nvKey.empty() && nvTargetKey.empty()) load_old_nv_key(&nvKey, &nvTargetKey);
-    // Decided before the old action file is loaded, which may say otherwise.
+    // Read before the old action file is loaded, which may hold another mark.
     const bool migrated = loadConvertMark(props);
     loadOldActionFile(props);
     if (!migrated && !exists(kReserveFirstFile)) {
@@ -224,7 +225,8 @@ void InitExtensionPropertyImpl::loadExtensionSimswitchKeyInfo(PropertyMap* props
     loadReserveKeyFile(kReserveCurrent, props, &simSwitchCurrent);
     loadReserveKeyFile(kReserveRegion, props, &regionSwitchFirst);
 
-    // The data copies come later and so win over the reserve partition's.
+    // The files on the data partition are loaded later and so override those on the reserve
+    // partition.
     if (exists(kDataCurrentFile)) loadFile(kDataCurrentFile, kSwitchKeyFailed, props);
     if (exists(kReserveCommonFile)) {
         loadFile(kReserveCommonFile, "reboot count key property failed:", props);

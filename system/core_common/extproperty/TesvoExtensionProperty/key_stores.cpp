@@ -1,4 +1,5 @@
-// The stores in which older software kept its switch key, and the files that map it to today's.
+// The stores in which older software kept its switch key, and the files that map such a key to a
+// present one.
 
 #include <unistd.h>
 
@@ -17,7 +18,7 @@ namespace init {
 void find_nv_ssv_target_key(std::string key, std::string fileName, std::string* target) {
     target->clear();
     if (key.empty()) return;
-    // The partition with the highest priority is asked first.
+    // The partition with the highest priority comes first.
     for (auto root = PartitionSearchList.rbegin(); root != PartitionSearchList.rend(); ++root) {
         const std::string path = *root + "/etc/" + fileName;
         if (access(path.c_str(), F_OK) != 0) continue;
@@ -26,7 +27,7 @@ void find_nv_ssv_target_key(std::string key, std::string fileName, std::string* 
             LOG(ERROR) << "map file load failed:" << path;
             continue;
         }
-        // A raw store may fill its key up with zero bytes.
+        // The key of a raw store may be padded with zero bytes.
         if (auto entry = mapping.find(key.c_str()); entry != mapping.end()) {
             target->append(entry->second);
             return;

@@ -37,10 +37,10 @@ std::string triggeredLogo(const std::string& trigger) {
     return access(path.c_str(), F_OK) == 0 ? path : "";
 }
 
-// kNotTried: the partition cannot be opened or is too small, and is as it was.
+// kNotTried: the partition cannot be opened or is too small, and is unchanged.
 enum class CopyResult { kCopied, kFailed, kNotTried };
 
-// Copies the whole source onto the start of the partition.
+// Copies the whole source file to the start of the splash partition.
 CopyResult copyLogo(const std::string& source) {
     std::ifstream in(source, std::ios::in | std::ios::binary);
     in.seekg(0, std::ios::end);
@@ -89,7 +89,7 @@ void InitExtensionPropertyImpl::copyLogoIfNeeded(std::string trigger) {
         return;
     }
     const CopyResult result = copyLogo(source);
-    // QUIRK: it is the copy that failed, not a file about it.
+    // QUIRK: the text names an info file, but it is the copy that failed.
     if (result == CopyResult::kFailed) LOG(ERROR) << "Unable to write logo copy info file";
     if (result == CopyResult::kCopied && fromCompany) {
         property_set(kCopiedDate, companyDate.c_str());

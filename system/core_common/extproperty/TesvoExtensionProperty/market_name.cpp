@@ -41,7 +41,7 @@ bool matchesRomSize(int rom, int measured) {
     return false;
 }
 
-// Leading white space and whatever stands behind the number are allowed, as strtol(3) has it.
+// Leading white space and any text after the number are allowed, as in strtol(3).
 std::optional<int32_t> parseSectorCount(const std::string& text) {
     char* end = nullptr;
     errno = 0;
@@ -54,7 +54,7 @@ std::optional<int32_t> parseSectorCount(const std::string& text) {
     return static_cast<int32_t>(count);
 }
 
-// Digits alone make a size; anything else, and a number beyond the integers, is 0.
+// Returns 0 unless the text is digits only and their number fits an int.
 int parseRomSize(const std::string& text) {
     int size = 0;
     if (text.find_first_not_of("0123456789") != std::string::npos) return 0;

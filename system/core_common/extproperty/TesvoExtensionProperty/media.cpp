@@ -1,4 +1,4 @@
-// The carrier package's media, bound over the place where the system expects them.
+// The carrier package's media directory, bind-mounted where the system expects it.
 
 #include <sys/mount.h>
 

@@ -1,4 +1,4 @@
-// Paths and property names that more than one operation uses, and the way to read a property.
+// Paths and property names that more than one operation uses, and how to read a property.
 
 #pragma once
 
@@ -16,7 +16,8 @@ constexpr char kDataCommonFile[] = "/data/system/customize/data_common_prop_file
 
 constexpr char kCompanyConfig[] = "/my_company/etc/build.prop";
 
-// The company image's root in the stages of its own, which is not that of the partition list.
+// The company image's root in the operations on that image, which differs from its root in the
+// partition list.
 constexpr char kCompanyRoot[] = "/my_company";
 
 // Key files, on the reserve partition and on the data partition.
@@ -46,11 +47,11 @@ constexpr const char* kNvStores[] = {
 };
 constexpr size_t kNvKeySize = 8;
 
-// The files below a partition's etc that map the keys of older software to today's.
+// The files in a partition's etc that map the keys of older software to present ones.
 constexpr char kSwitchKeyMap[] = "nvmap.prop";
 constexpr char kNvFlagMap[] = "flags.prop";
 
-// The directories of a switch key below a partition's properties.
+// The names of a switch key's directories, below a partition's properties/KEY.
 constexpr char kFirstTimeLeaf[] = "SimSwitchFirstTime";
 constexpr char kCurrentTimeLeaf[] = "SimSwitchCurrentTime";
 constexpr char kCarrierChannelLeaf[] = "switchCarrierChannel";

@@ -45,8 +45,9 @@ DIR* openDirectory(const char* path) {
 }  // namespace
 
 std::vector<std::string> partitionRoots(const std::string& brandCode, const std::string& region) {
-    // QUIRK: without a brand or region some entries end in "/" and stay, so that there are always
-    // sixteen; the brand goes with the region's directories and the region with the product's.
+    // QUIRK: without a brand or region some entries end in "/" and are kept, so that there are
+    // always sixteen; the brand belongs to the region's directories and the region to the
+    // product's.
     return {
             "/odm",
             "/mnt/vendor/my_preload",

@@ -1,4 +1,4 @@
-// The roots of the extension partitions, as brand and region make them.
+// The roots of the extension partitions, which depend on brand and region.
 
 #pragma once
 
@@ -8,7 +8,7 @@
 namespace android {
 namespace init {
 
-// A brand that has directories of its own on the region partition, and their name.
+// A brand that has directories of its own on the region partition, and the name of those.
 struct Brand {
     const char* name;  // compared without regard to case
     const char* code;
@@ -16,7 +16,7 @@ struct Brand {
 
 inline constexpr Brand kBrands[] = {{"quba", "Q"}, {"lumora", "L"}, {"vantrix", "V"}};
 
-// Where brand and region are looked up.
+// Where the brand is looked up.
 inline constexpr char kSystemExtBuildProp[] = "/system_ext/etc/build.prop";
 inline constexpr char kBrand[] = "ro.tesvo.image.system_ext.brand";
 

@@ -46,7 +46,7 @@ bool InitExtensionPropertyImpl::settleSwitchKeys(PropertyCallback callback) {
     if (!operatorPair.empty() || pair.empty()) return firstPass;
     operatorPair = pair;
     if (simSwitchFirst.empty()) {
-        // QUIRK: the region's key is not among the properties this time.
+        // QUIRK: unlike the first time, the region's key is not among the properties.
         PropertyMap properties;
         loadSwitchKeys(&properties, callback);
     }
@@ -77,7 +77,7 @@ void InitExtensionPropertyImpl::updateCompanyProperties(PropertyCallback callbac
     loadExtensionPartitionSimswitchProperties(kCompanyRoot, &properties);
     removeReadOnly(&properties);
     if (!properties.empty()) callback(1, properties);
-    // The mark is handed over even when nothing else was: init keeps it until the next image.
+    // Handed over even if nothing else is: init keeps this date until the next image.
     callback(2, {{kCompanyDateApplied, imageDate}});
 }
 

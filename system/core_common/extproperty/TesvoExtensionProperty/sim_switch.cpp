@@ -42,8 +42,8 @@ std::string readOperatorPair() {
 
 void InitExtensionPropertyImpl::loadExtensionPartitionSimswitchProperties(std::string partition,
                                                                           PropertyMap* props) {
-    // QUIRK: both guards lead to the file of the nv target key, which is then loaded twice; with an
-    // operator pair alone its name is "build..prop".
+    // QUIRK: both conditions load the file of the nv target key, which is loaded twice if both
+    // hold; with an operator pair alone its name is "build..prop".
     const std::string oldKeyFile = partition + "/etc/build." + nvTargetKey + ".prop";
     const struct {
         const std::string& guard;
@@ -97,7 +97,7 @@ void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(PropertyCallback
 
 void InitExtensionPropertyImpl::loadSimSwitchOverrideProperties(std::string command,
                                                                 PropertyCallback callback) {
-    // Those of kSwitchKeyCommands.
+    // In the order of kSwitchKeyCommands.
     std::string* const keys[] = {&simSwitchCurrent, &simSwitchFirst, &channelInfo,
                                  &regionSwitchFirst};
     static_assert(std::size(keys) == std::size(kSwitchKeyCommands));

@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kDisplayVersionName[] = "ro.tesvo.customize.display.version_name";
 
-// What stands behind the last "-", or the whole name if no "-" stands behind its first character.
+// Returns what follows the last "-", or the whole name if it has no "-" after its first character.
 std::string versionTail(const std::string& versionName) {
     size_t dash = versionName.rfind('-');
     if (dash == std::string::npos || dash == 0) return versionName;
@@ -36,14 +36,14 @@ void loadDisplayVersion(PropertyCallback callback) {
     if (versionName.empty()) versionName = readProperty("ro.tesvo.image.my_region.version_name");
     if (versionName.empty()) return;
     const std::string version = versionTail(versionName);
-    // QUIRK: misspelt, as in what people search the logs for; so are other texts of the library.
+    // QUIRK: misspelt like other log texts of the library; people search the logs for them.
     LOG(INFO) << "customize dispaly version " << version;
     if (version.empty()) return;
     callback(0, {{kDisplayVersionName, version}});
 }
 
-// Takes the last field off `*name` and returns it: what stands behind the last "_", if that is not
-// the first character. Otherwise leaves both `*name` and `*field` alone and returns false.
+// Moves the last field of `*name`, which follows its last "_", to `*field` and drops the "_".
+// Changes neither and returns false if there is no "_" after the first character.
 bool takeLastField(std::string* name, std::string* field) {
     size_t underscore = name->rfind('_');
     if (underscore == std::string::npos || underscore == 0) return false;
@@ -52,7 +52,8 @@ bool takeLastField(std::string* name, std::string* field) {
     return true;
 }
 
-// Appends what the carrier package's version name says, such as "X_13_COTA_5", to the version.
+// Appends the fields of the carrier package's version name, such as "X_13_COTA_5", to the display
+// version.
 void appendCotaVersion(std::string name, std::string* displayVersion) {
     std::string cotaVersion;
     if (!takeLastField(&name, &cotaVersion)) return;

@@ -129,7 +129,7 @@ TEST_F(UtilsTest, WritesFiles) {
     EXPECT_TRUE(WriteStringToFile("followed", link, true));
     EXPECT_EQ(Content(path), "followed");
 
-    // What cannot be written whole does not stay.
+    // A file that cannot be written completely is removed.
     const std::string full = Link("full", "/dev/full");
     EXPECT_FALSE(WriteStringToFile("x", full, true));
     EXPECT_EQ(errno, ENOSPC);
