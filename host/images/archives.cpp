@@ -15,7 +15,7 @@ namespace {
 
 constexpr mode_t kDirectoryMode = S_IFDIR | 0755;
 
-// Archives that are known and not read.
+// Archive formats that are recognised but not supported.
 constexpr struct {
     size_t offset;
     std::string_view magic;
@@ -27,7 +27,7 @@ constexpr struct {
         {0, "070701", "a cpio archive, which cpio unpacks"},
 };
 
-// Returns the parts of a path, without those that stay where they are.
+// Returns the components of a path without empty ones and ".".
 std::vector<std::string_view> Parts(std::string_view name) {
     std::vector<std::string_view> parts;
     while (!name.empty()) {
@@ -105,7 +105,7 @@ uint64_t MemberTree::Add(std::string_view name, const Node& node, std::string_vi
         members_[place.directory].names.emplace(place.name, made);
         return made;
     }
-    // A directory may stand after what is in it.
+    // An archive may list a directory after its content.
     Node& there = members_[known->second].node;
     if (!is_directory || !S_ISDIR(there.mode)) Refuse(name, "there twice");
     there = node;

@@ -1,5 +1,5 @@
-// An archive, zip or tar, as the directories and files in it. Its names come from strangers, as
-// those of an image do.
+// An archive, zip or tar, as a file system of its members. Its content is untrusted, as that of an
+// image is.
 
 #pragma once
 
@@ -17,38 +17,38 @@ namespace images {
 
 class Archive : public FileSystem {
   public:
-    // Returns the bytes of a regular file, to be read at any place. The archive must live as long.
+    // Returns the bytes of a regular file, for random access. The archive must outlive them.
     virtual std::unique_ptr<Source> Content(uint64_t file) const = 0;
 };
 
-// Returns the archive in the source, or null if it is none. Both the source and the spool must live
-// as long. Throws Damage if it is an archive that cannot be used, or of a kind that is not read.
+// Returns the archive in the source, or null if there is none. Both arguments must outlive it.
+// Throws Damage if the archive is damaged or of an unsupported format.
 std::unique_ptr<Archive> OpenArchive(const Source& source, Spool* spool);
 
-// The tree that an archive's members make, whatever its format.
+// The tree of an archive's members, whatever its format.
 class MemberTree {
   public:
     MemberTree();
 
-    // Adds a member at the path `name`, and the directories on the way where they are missing.
-    // Returns its node. Throws Damage if the name leads up or cannot be one, if there is one of the
-    // name already, or if the tree meets a limit.
+    // Adds a member at the path `name`, and its missing parent directories. Returns its node.
+    // Throws Damage if the name is illegal or leads out of the archive, if it is taken already
+    // (unless both are directories), or if the tree exceeds a limit.
     uint64_t Add(std::string_view name, const Node& node, std::string_view target = "");
 
-    // Adds another name of a file that is there already. Throws Damage as above, or if it is not.
+    // Adds another name of an existing file. Throws Damage as Add does, or if the file is missing.
     void AddLink(std::string_view name, std::string_view existing);
 
     static constexpr uint64_t kRoot = 0;
 
-    // As FileSystem has them.
+    // As in FileSystem.
     const Node& Look(uint64_t node) const;
     std::vector<Name> List(uint64_t directory) const;
     const std::string& Target(uint64_t link) const;
 
-    // Returns the node, which must be a regular file. Throws Damage.
+    // As Look, but throws Damage unless the node is a regular file.
     const Node& File(uint64_t node) const;
 
-    // The name that a node was added by, for messages.
+    // Returns the name with which a node was added, for messages.
     const std::string& NameOf(uint64_t node) const;
 
   private:
@@ -59,7 +59,7 @@ class MemberTree {
         std::map<std::string, uint64_t, std::less<>> names;  // of a directory
     };
 
-    // Where a member belongs: its directory, made where it is missing, and its name there.
+    // Where a member belongs: its directory, created if it is missing, and its name there.
     struct Place {
         uint64_t directory;
         std::string_view name;  // empty: the root itself

@@ -25,7 +25,7 @@ namespace images {
 
 namespace {
 
-// What a call's argument must be: the bits of the mask make a number from `low` up to `high`.
+// A system call and the condition on one of its arguments: masked, it must be from `low` to `high`.
 struct AllowedCall {
     int number;
     int argument;
@@ -39,22 +39,22 @@ std::vector<AllowedCall> AllowedCalls(uint32_t images) {
             {SYS_lseek, 0, UINT32_MAX, kFirstImage, last},
             {SYS_pread64, 0, UINT32_MAX, kSpoolFile, last},
             {SYS_pwrite64, 0, UINT32_MAX, kSpoolFile, kSpoolFile},
-            // its sockets
+            // sockets
             {SYS_recvmsg, 0, 0, 0, 0},
             {SYS_sendmsg, 0, 0, 0, 0},
             {SYS_ppoll, 0, 0, 0, 0},
             {SYS_close, 0, 0, 0, 0},
-            // its memory
+            // memory
             {SYS_brk, 0, 0, 0, 0},
             {SYS_mmap, 2, PROT_EXEC, 0, 0},
             {SYS_mprotect, 2, PROT_EXEC, 0, 0},
             {SYS_mremap, 0, 0, 0, 0},
             {SYS_munmap, 0, 0, 0, 0},
             {SYS_madvise, 0, 0, 0, 0},
-            // itself
+            // the process itself
             {SYS_futex, 0, 0, 0, 0},
             {SYS_rt_sigreturn, 0, 0, 0, 0},
-            {SYS_sigaltstack, 0, 0, 0, 0},  // which a sanitizer does before an exception
+            {SYS_sigaltstack, 0, 0, 0, 0},  // a sanitizer calls it before an exception
             {SYS_clock_gettime, 0, 0, 0, 0},
             {SYS_getrandom, 0, 0, 0, 0},
             {SYS_setitimer, 0, 0, 0, 0},
@@ -87,7 +87,7 @@ std::vector<sock_filter> Filter(uint32_t images) {
     return statements;
 }
 
-// Returns the size of this process's memory as the kernel counts it against a limit.
+// Returns the size of this process's memory in bytes, as the kernel compares it with RLIMIT_AS.
 uint64_t AddressSpace() {
     std::string pages;
     android::base::ReadFileToString("/proc/self/statm", &pages);
@@ -99,7 +99,7 @@ bool SetLimits(uint64_t memory) {
         __rlimit_resource resource;
         uint64_t limit;
     } limits[] = {
-            // A sanitizer's own memory is most of the address space.
+            // A sanitizer reserves most of the address space for itself.
             {RLIMIT_AS, kIsSanitized ? RLIM_INFINITY : AddressSpace() + memory},
             {RLIMIT_CORE, 0},
             {RLIMIT_CPU, limits::kReaderSeconds},
@@ -119,7 +119,7 @@ bool SetLimits(uint64_t memory) {
 }  // namespace
 
 bool Confine(const Descriptors& descriptors) {
-    setsid();  // what a terminal sends to the tool is not for this
+    setsid();  // so that signals from the terminal reach the tool only
     for (int number = 1; number < NSIG; ++number) signal(number, SIG_DFL);
     sigset_t none;
     sigemptyset(&none);
@@ -132,7 +132,7 @@ bool Confine(const Descriptors& descriptors) {
         kept.emplace_back(image, kFirstImage + static_cast<int>(kept.size()) - 2);
     }
     const int first_free = kept.back().second + 1;
-    // Out of each other's way first.
+    // First to numbers that are nobody's target, so that none overwrites another.
     for (auto& [from, to] : kept) {
         if (from == -1) continue;
         from = fcntl(from, F_DUPFD, first_free);
@@ -141,7 +141,7 @@ bool Confine(const Descriptors& descriptors) {
     for (const auto& [from, to] : kept) {
         if (from == -1 ? close(to) != 0 && errno != EBADF : dup2(from, to) == -1) return false;
     }
-    // Nothing that libc might say in an emergency gets anywhere; a sanitizer's words do.
+    // Messages that libc prints in an emergency are lost on purpose; a sanitizer's reports are not.
     if (!kIsSanitized && dup2(kFirstImage, STDERR_FILENO) == -1) return false;
     close(STDOUT_FILENO);
     if (syscall(SYS_close_range, first_free, UINT_MAX, 0) != 0) {

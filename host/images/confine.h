@@ -1,4 +1,5 @@
-// How a process gives up everything but the files that it reads, a socket, memory and time.
+// How a process gives up its access to everything but the files that it reads, a temporary file and
+// a socket.
 
 #pragma once
 
@@ -10,24 +11,25 @@
 
 namespace images {
 
-// What a confined process keeps.
+// The descriptors that a confined process keeps, and its limits.
 struct Descriptors {
     std::vector<int> images;
     int control;                              // a socket
-    int spool;                                // a temporary file without a name, or -1
-    uint64_t memory = limits::kReaderMemory;  // beyond what it has already, in bytes
-    uint64_t unpacked = limits::kUnpacked;    // at least, in bytes
+    int spool;                                // an unnamed temporary file, or -1
+    uint64_t memory = limits::kReaderMemory;  // more than it has already, in bytes
+    uint64_t unpacked = limits::kUnpacked;    // bytes that it may unpack from an image of any size
 };
 
-// Their numbers from then on; the images are numbered from the first on.
+// The numbers of these descriptors once the process is confined; those of the images follow
+// kFirstImage.
 inline constexpr int kControl = 0;
 inline constexpr int kSpoolFile = 3;
 inline constexpr int kFirstImage = 4;
 
-// Gives the descriptors their numbers, closes all others and gives up what else there is, for good:
-// the images can be read, the temporary file be read and written, sockets that come over the
-// control socket be used, and no process, no path, no network and no other file be reached. Returns
-// false with errno.
+// Confines the calling process for good: gives the descriptors their numbers, closes all others,
+// sets its limits and installs a system call filter. From then on it can read the images, read and
+// write the temporary file, and use sockets received over the control socket; it can reach no other
+// file, no path, no process and no network. Returns false with errno set on failure.
 bool Confine(const Descriptors& descriptors);
 
 }  // namespace images

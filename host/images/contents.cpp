@@ -26,7 +26,7 @@ Contents::Contents(std::vector<std::unique_ptr<Source>> parts, char slot, Spool*
         sources_.push_back(JoinSparse(split, content()));
     }
     Unwrap();
-    // A file system may have anything where others have their magic.
+    // File systems are tried first: they may have any bytes where other formats have their magic.
     auto file_system = OpenFileSystem(content());
     if (file_system == nullptr && CompressionOf(content()) != nullptr) {
         AddUnpacked();

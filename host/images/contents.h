@@ -1,4 +1,5 @@
-// What an image file holds, whatever it is packed in.
+// The content of an image file: sparse images, compression, updates, archives and super partitions
+// are unpacked down to file systems.
 
 #pragma once
 
@@ -18,34 +19,35 @@ namespace images {
 
 class Contents {
   public:
-    // Looks at the file that `parts` are, of which there are several only if it is a split sparse
-    // image. `slot` is for a super partition. The spool must live as long. Throws Damage if it
-    // holds nothing that can be read.
+    // Determines what the file holds. `parts` has more than one source only for a split sparse
+    // image. `slot`, 'a' or 'b', chooses the metadata of a super partition. The spool must outlive
+    // this. Throws Damage if the file is damaged; content of an unknown kind is kUnknown.
     Contents(std::vector<std::unique_ptr<Source>> parts, char slot, Spool* spool);
 
     Kind kind() const { return kind_; }
 
-    // In the order of the file's own table; any bytes may be a name.
+    // In the order of the file's own table. A name may be any bytes.
     const std::vector<Volume>& volumes() const { return volumes_; }
 
-    // Returns the volume's file system. Throws Damage if it has none that can be read.
+    // Returns the volume's file system, or the archive for an archive's only volume. Throws Damage
+    // if the volume has no file system that can be read.
     const FileSystem& Open(size_t volume);
 
-    // Unpacks all of what the file is packed in. Throws Damage.
+    // Decompresses the file completely, so that no later read has to. Throws Damage.
     void Unpack() const;
 
-    // Returns the bytes of a file of an archive. Throws Damage if this is none.
+    // Returns the bytes of a file of the archive. Throws Damage if the content is no archive.
     std::unique_ptr<Source> Inside(uint64_t file) const;
 
   private:
-    // Puts what the last source stands for after it.
+    // Appends the image that the last source stands for, if that is a sparse image.
     void Unwrap();
     void AddUnpacked();
     const Source& content() const { return *sources_.back(); }
 
     char slot_;
     Spool* spool_;
-    std::vector<std::unique_ptr<Source>> sources_;  // each of those before it
+    std::vector<std::unique_ptr<Source>> sources_;  // each reads from those before it
     Kind kind_ = Kind::kFileSystem;
     std::unique_ptr<Super> super_;
     std::unique_ptr<Payload> payload_;

@@ -1,4 +1,4 @@
-// Images of EROFS, as any of its makers writes them.
+// EROFS images, with all features that image builders use.
 
 #include <sys/stat.h>
 

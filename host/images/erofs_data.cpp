@@ -12,8 +12,8 @@ namespace images::erofs {
 
 namespace {
 
-// The format of chunks.
-constexpr unsigned kChunkBits = 0x1F;     // more than those of a block
+// The fields of a chunk format.
+constexpr unsigned kChunkBits = 0x1F;     // added to those of a block
 constexpr unsigned kChunkIndexes = 0x20;  // of 8 bytes
 constexpr unsigned kChunk48Bit = 0x40;
 constexpr unsigned kChunkKnown = 0x7F;
@@ -51,7 +51,8 @@ void Data::ReadBlocks(uint64_t start, uint64_t offset, char* to, size_t size) co
     ReadFrom(inodes_.image(), place, to, size);
 }
 
-// All but the last block is in blocks, the rest follows the inode and stays in its block.
+// The last block's data follow the inode and must end in the inode's block; all others are in
+// blocks.
 void Data::ReadInline(uint64_t offset, char* to, size_t size) const {
     const uint64_t block = inodes_.head().block_size();
     const uint64_t in_blocks = (inode_.size - 1) / block * block;
@@ -121,7 +122,7 @@ void Data::ReadExtent(const Extent& extent, uint64_t length, uint64_t offset, ch
     }
     const Head& head = inodes_.head();
     if (extent.coding == Coding::kFragment) {
-        // Fragments are no files that have fragments, so nesting ends.
+        // The packed inode and the metabox have no fragments themselves, so that this ends.
         if (head.packed == 0) Fail("a fragment without a packed inode");
         if (inode_.id == head.packed || inode_.id == head.metabox) Fail("a fragment of fragments");
         const Data& packed = inodes_.Packed();

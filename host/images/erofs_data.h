@@ -17,10 +17,10 @@ namespace images::erofs {
 
 class Inodes;
 
-// What one inode holds. Remembers where its extents are and what the last one of them decodes to.
+// The data of one inode. Caches its extents, and the content of the last compressed one.
 class Data : public Source {
   public:
-    // The inodes must live as long.
+    // `inodes` must outlive this.
     Data(const Inodes& inodes, const Inode& inode) : inodes_(inodes), inode_(inode) {}
 
     const Inode& inode() const { return inode_; }
@@ -40,7 +40,7 @@ class Data : public Source {
 
     const Inodes& inodes_;
     const Inode inode_;
-    mutable std::vector<Extent> map_;  // once it is needed
+    mutable std::vector<Extent> map_;  // filled on first use
     mutable uint64_t decoded_start_ = 0;
     mutable std::string decoded_;
 };
@@ -48,19 +48,19 @@ class Data : public Source {
 // Finds the inodes of an image.
 class Inodes {
   public:
-    // The image must live as long.
+    // `image` must outlive this.
     Inodes(const Source& image, const Head& head) : image_(image), head_(head) {}
 
     const Source& image() const { return image_; }
     const Head& head() const { return head_; }
 
-    // Returns where an inode and what belongs to it lies: in the image or the metabox.
+    // Returns the source in which an inode and its tables lie: the image or the metabox.
     const Source& Space(uint64_t id) const;
 
-    // Returns an inode's data. Remembers those of the last calls.
+    // Returns an inode's data. Caches those of the last calls. Throws Damage.
     std::shared_ptr<const Data> Open(uint64_t id) const;
 
-    // Returns the data of the packed inode. There must be one.
+    // Returns the data of the packed inode, which the image must have. Throws Damage.
     const Data& Packed() const { return Special(head_.packed, &packed_); }
 
   private:
@@ -70,7 +70,7 @@ class Inodes {
     const Head head_;
     mutable std::unique_ptr<const Data> packed_;
     mutable std::unique_ptr<const Data> metabox_;
-    mutable std::vector<std::shared_ptr<const Data>> open_;  // the latest comes first
+    mutable std::vector<std::shared_ptr<const Data>> open_;  // the most recent first
 };
 
 }  // namespace images::erofs

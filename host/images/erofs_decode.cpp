@@ -24,7 +24,7 @@ bool DecodeLz4(std::string_view stream, bool is_partial, char* to, size_t size) 
 
 bool DecodeMicroLzma(std::string_view stream, bool is_partial, uint32_t dictionary, char* to,
                      size_t size) {
-    // What is decoded refers to nothing before it, so a dictionary of its size does.
+    // Decoded data refer to nothing before their start, so a dictionary of their size suffices.
     dictionary = std::min(dictionary, std::max<uint32_t>(size, 4096));
     lzma_stream lzma = LZMA_STREAM_INIT;
     if (lzma_microlzma_decoder(&lzma, stream.size(), size, !is_partial, dictionary) != LZMA_OK) {
@@ -50,7 +50,7 @@ bool DecodeDeflate(std::string_view stream, bool is_partial, char* to, size_t si
     int result = inflate(&deflate, Z_SYNC_FLUSH);
     bool is_right = deflate.avail_out == 0;
     if (is_right && !is_partial) {
-        // The end of the stream may be in input that is left when the output is full.
+        // When the output is full, the end of the stream may still be in the input.
         Bytef more;
         deflate.next_out = &more;
         deflate.avail_out = 1;

@@ -1,4 +1,4 @@
-// The compression of EROFS.
+// Decompression of EROFS extents.
 
 #pragma once
 
@@ -11,8 +11,9 @@
 
 namespace images::erofs {
 
-// Decodes `size` bytes, more than 0, to `to`, from a stream that ends with them; a partial one may
-// go on, and something else may follow it. Returns false if that cannot be.
+// Decodes `size` bytes, at least 1, from `stream` to `to`. The stream must end with them, unless
+// `is_partial`: then it may hold more, and other data may follow it. Returns false if the stream is
+// damaged.
 bool Decode(Algorithm algorithm, std::string_view stream, bool is_partial, uint32_t lzma_dictionary,
             char* to, size_t size);
 

@@ -40,7 +40,7 @@ void ParseBlock(uint64_t directory, std::string_view block, std::vector<Name>* n
     }
 }
 
-// Takes out an entry that is no name, and returns its node. A second one stays, and is damage.
+// Removes the entry "." or ".." and returns its node. A second one stays and is found as damage.
 std::optional<uint64_t> TakeOut(std::string_view entry, std::vector<Name>* names) {
     const auto found = std::find_if(names->begin(), names->end(),
                                     [entry](const Name& name) { return name.name == entry; });

@@ -10,7 +10,8 @@
 
 namespace images::erofs {
 
-// Returns what a directory's data name, without "." and "..". Throws Damage.
+// Returns the entries in a directory's data, without "." and "..". Throws Damage, which names the
+// inode `directory`, unless they are as FileSystem::List() promises.
 std::vector<Name> ParseDirectory(const Head& head, uint64_t directory, std::string_view data);
 
 }  // namespace images::erofs

@@ -16,7 +16,7 @@ constexpr uint32_t kMagic = 0xE0F5E1E2;
 constexpr uint32_t kHasChecksum = 1;  // a compatible feature
 constexpr size_t kChecksum = 4;
 
-// Features without which an image cannot be read.
+// Features that a reader must support.
 enum Feature : uint32_t {
     kPadding = 1,
     kAlgorithmRecords = 2,
@@ -35,7 +35,7 @@ static_assert(std::size(kRecords) == kAlgorithms);
 constexpr uint32_t kLeastDictionary = 4096;
 constexpr uint32_t kMostDictionary = 8 << 20;
 constexpr unsigned kMostDeflateBits = 15;
-constexpr unsigned kMostZstdBits = 10;  // more than the least window of 1 KiB
+constexpr unsigned kMostZstdBits = 10;  // added to those of the least window, 1 KiB
 
 void Require(bool condition, const std::string& what) {
     if (!condition) throw Damage("EROFS superblock: " + what);
@@ -63,7 +63,7 @@ void CheckChecksum(const Source& source, uint64_t block_size, uint32_t expected)
     Require(Checksum(bytes) == expected, "wrong checksum");
 }
 
-// Reads what the algorithms were set to, which the records after the superblock tell.
+// Reads the settings of the algorithms from the records after the superblock.
 void ReadRecords(const Source& source, uint64_t place, Head* head) {
     for (unsigned algorithm = 0; algorithm < kAlgorithms; ++algorithm) {
         if ((head->algorithms >> algorithm & 1) == 0) continue;

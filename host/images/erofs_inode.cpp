@@ -10,15 +10,15 @@ namespace images::erofs {
 
 namespace {
 
-constexpr uint64_t kUnit = 32;  // inodes are numbered by their place
+constexpr uint64_t kUnit = 32;  // an inode's number is its place divided by this
 constexpr size_t kCompactSize = 32;
 constexpr size_t kExtendedSize = 64;
 
-// Bits of the format.
+// Bits of an inode's format field.
 constexpr unsigned kExtended = 1;
 constexpr unsigned kLayoutShift = 1;
 constexpr unsigned kLayoutMask = 7;
-constexpr unsigned kShort = 0x10;  // a directory has no ".", other compact inodes one link
+constexpr unsigned kShort = 0x10;  // a directory without ".", or a compact inode with one link
 constexpr unsigned kKnownFormat = 0x1F;
 
 constexpr uint32_t kNanoseconds = 1'000'000'000;
@@ -76,7 +76,7 @@ Inode ReadInode(const Head& head, const Source& space, uint64_t id) {
         inode.seconds = static_cast<int64_t>(head.seconds + uint64_t{Little32(bytes, 12)});
         inode.nanoseconds = head.nanoseconds;
     }
-    // Nothing depends on times, so a wrong one damages nothing.
+    // Nothing depends on times, so that a wrong one is no damage.
     if (inode.nanoseconds >= kNanoseconds) inode.nanoseconds = 0;
 
     const uint16_t labels = Little16(bytes, 2);

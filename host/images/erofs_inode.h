@@ -25,21 +25,21 @@ struct Inode {
     mode_t mode;
     uid_t user;
     gid_t group;
-    uint64_t size;  // 0 of what has no data
+    uint64_t size;  // in bytes; 0 for types without data
     int64_t seconds;
     uint32_t nanoseconds;
     Layout layout;
     uint64_t start;  // block of the data, or kHole
     uint16_t chunk_format;
-    uint64_t end;  // where what belongs to the layout follows, in the inode's space
+    uint64_t end;  // of the inode, in its space; the tables or data of the layout follow
 };
 
 constexpr uint64_t kHole = ~uint64_t{0};
 
-// Throws Damage about an inode.
+// Throws Damage with the inode's number and `what`.
 [[noreturn]] void Fail(uint64_t id, const std::string& what);
 
-// Reads an inode from its space, which is the image or the metabox. Throws Damage.
+// Reads an inode from its space, the image or the metabox. Throws Damage.
 Inode ReadInode(const Head& head, const Source& space, uint64_t id);
 
 }  // namespace images::erofs

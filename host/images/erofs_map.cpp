@@ -9,10 +9,10 @@ namespace images::erofs {
 
 namespace {
 
-// What a map's header says.
+// Flags in a map's header.
 enum Advice : unsigned {
-    kTwoBytes = 1,  // of compact indexes
-    kEncoded = 1,   // of others: there are no indexes
+    kTwoBytes = 1,  // with compact indexes
+    kEncoded = 1,   // with others: there are encoded extents and no indexes
     kBig1 = 2,
     kBig2 = 4,
     kInline = 8,
@@ -39,14 +39,14 @@ constexpr unsigned kLeastLowBits = 12;
 constexpr unsigned kMostCompactBlockBits = 14;
 constexpr unsigned kMostTwoByteBlockBits = 12;
 
-// Of each cluster, a block of the file, an index says whether an extent starts there.
+// The index of one cluster, which is a block of the file: whether an extent starts in it.
 struct Index {
     enum Type : uint8_t { kPlain, kHead1, kNotHead, kHead2 } type;
     bool is_partial;
-    uint16_t low;    // where in the cluster; of others their distance or the count of blocks
+    uint16_t low;    // a head's offset in its cluster; else a distance or a count of blocks
     uint32_t block;  // of the stored data
 };
-constexpr unsigned kCount = 0x800;  // marks the count
+constexpr unsigned kCount = 0x800;  // marks a count of blocks
 
 // Encoded extents.
 constexpr uint32_t kLengthMask = 0x1FFFFF;
@@ -107,7 +107,7 @@ class MapReader {
         return {start, place, 0, Coding::kFragment, {}, false, false};
     }
 
-    // Turns the number of an algorithm into one that the image declares.
+    // Checks that the superblock declares the algorithm with this number, and returns it.
     Algorithm Known(unsigned algorithm) const {
         if (algorithm >= kAlgorithms || (head_.algorithms >> algorithm & 1) == 0) {
             Fail("an algorithm that the superblock does not name");
@@ -130,7 +130,8 @@ class MapReader {
         return indexes;
     }
 
-    // Those of two bytes start where a pack of them is aligned and are followed by others again.
+    // Indexes of two bytes start where a pack of them is aligned. Those of four bytes come before,
+    // and after, for the rest that fills no such pack.
     std::vector<Index> ReadCompact(uint64_t count) {
         if (head_.block_bits > kMostCompactBlockBits) Fail("compact indexes of such big blocks");
         if (const unsigned big = advice_ & (kBig1 | kBig2); big == kBig1 || big == kBig2) {
@@ -167,7 +168,7 @@ class MapReader {
     void ReadPack(const Pack& pack, std::string_view bytes, std::vector<Index>* indexes) {
         const unsigned low_bits = std::max(head_.block_bits, kLeastLowBits);
         const bool is_big = (advice_ & kBig1) != 0;
-        // Blocks count on from head to head. The numbers wrap: those of tails are not used.
+        // Block numbers increase from head to head. They may wrap: those of tails are not used.
         uint32_t block = Little32(bytes, pack.size - sizeof(uint32_t));
         bool is_open = !is_big;
         for (unsigned i = 0; i < pack.fields; ++i) {
@@ -191,7 +192,7 @@ class MapReader {
         return (uint64_t{i} << head_.block_bits) + indexes[i].low;
     }
 
-    // Heads at the end of the file only mark it.
+    // A head at or after the end of the file only marks that end.
     bool IsHead(const std::vector<Index>& indexes, size_t i) const {
         return indexes[i].type != Index::kNotHead && Start(indexes, i) < inode_.size;
     }
@@ -246,7 +247,7 @@ class MapReader {
         return extent;
     }
 
-    // The inline extent follows the indexes and stays in its block.
+    // The inline extent follows the indexes and must end in their block.
     Extent Inline(const std::vector<Index>& indexes, size_t i, uint16_t size) const {
         if (table_end_ % head_.block_size() + size > head_.block_size()) {
             Fail("inline data leave their block");

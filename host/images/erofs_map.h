@@ -1,4 +1,4 @@
-// Where the data of a compressed EROFS file are.
+// The map from a compressed EROFS file to the places of its data.
 
 #pragma once
 
@@ -13,26 +13,25 @@ namespace images::erofs {
 
 enum class Coding : uint8_t {
     kZeros,
-    kPlain,       // the first bytes of what is stored
-    kInterlaced,  // one block: a byte of the file has the same place in it as in a block of the
-                  // file
+    kPlain,       // the first bytes that are stored
+    kInterlaced,  // one block: each byte is at its offset in the file modulo the block size
     kFragment,    // in the packed inode
     kCompressed,
 };
 
-// A piece of a file, up to where the next one starts.
+// A piece of a file, which ends where the next one starts.
 struct Extent {
     uint64_t start;  // in the file
     uint64_t place;  // in the image, the inode's space or the packed inode
-    uint32_t size;   // as it is stored there
+    uint32_t size;   // there, in bytes
     Coding coding;
     Algorithm algorithm;  // if compressed
-    bool is_partial;      // compressed together with something that follows
+    bool is_partial;      // the compressed data hold more than this extent
     bool is_inline;       // in the inode's space
 };
 
-// Reads the extents of a compressed file that is not empty, from the inode's space. The first
-// starts at 0. Throws Damage.
+// Reads the extents of a compressed file, which must not be empty, from the inode's space. The
+// first starts at 0. Throws Damage.
 std::vector<Extent> ReadMap(const Head& head, const Inode& inode, const Source& space);
 
 }  // namespace images::erofs

@@ -1,5 +1,5 @@
-// ext4, by libext2fs. It gets the blocks from the source and nothing else from this machine. What
-// it takes on trust is bounded before it is asked; what it returns is bounded after.
+// ext4 by way of libext2fs, which reads blocks of the source and nothing else on this machine.
+// Values that libext2fs trusts are checked before each call, and its results after it.
 
 #include <ext2fs/ext2fs.h>
 #include <stdio.h>
@@ -19,14 +19,14 @@ namespace {
 
 constexpr uint64_t kSuperOffset = 1024;
 
-// The value of an attribute in an inode of its own is nothing that a file's content takes.
+// Without attribute values in inodes of their own: no file content depends on those.
 constexpr uint32_t kKnownFeatures =
         (EXT2_LIB_FEATURE_INCOMPAT_SUPP | EXT4_FEATURE_INCOMPAT_MMP) &
         ~(EXT4_FEATURE_INCOMPAT_EA_INODE | EXT3_FEATURE_INCOMPAT_JOURNAL_DEV);
 
 constexpr uint64_t kLongestTarget = 4095;
 
-// What libext2fs reads through.
+// The channel through which libext2fs reads the source.
 struct Channel : struct_io_channel {
     const Source* source;
     std::exception_ptr error;  // why the last read failed
@@ -61,7 +61,7 @@ struct_io_manager Manager() {
 
 struct_io_manager g_manager = Manager();
 
-// The library hands an opening manager nothing but a name.
+// The source for Channel::Open, which the library gives nothing but a name.
 thread_local const Source* t_opened = nullptr;
 
 errcode_t Channel::Open(const char*, int, io_channel* channel) {
@@ -85,7 +85,7 @@ errcode_t Channel::SetBlockSize(io_channel channel, int size) {
     return 0;
 }
 
-// A negative count is one of bytes.
+// A positive `count` is one of blocks, a negative one is one of bytes.
 errcode_t Channel::ReadBlocks(io_channel channel, unsigned long long block, int count, void* data) {
     auto* self = static_cast<Channel*>(channel);
     const uint64_t block_size = self->block_size;
@@ -125,7 +125,7 @@ class Ext4 : public FileSystem {
         uint64_t number;
         ext2_inode_large raw;
 
-        // The library's view of it; it takes no const.
+        // The inode as the library takes it: not const.
         ext2_inode* plain() const {
             return reinterpret_cast<ext2_inode*>(const_cast<ext2_inode_large*>(&raw));
         }
@@ -146,7 +146,7 @@ class Ext4 : public FileSystem {
     mutable std::string map_buffer_;
 };
 
-// Looks at what libext2fs would allocate or divide by unseen.
+// Checks the values that libext2fs divides by, or allocates by, without a check.
 void CheckHead(const ext2_super_block& super, uint64_t size) {
     const auto fail = [](const std::string& what) { throw Damage("the superblock: " + what); };
     if (super.s_log_block_size > EXT2_MAX_BLOCK_LOG_SIZE - EXT2_MIN_BLOCK_LOG_SIZE) {
@@ -178,8 +178,8 @@ void CheckHead(const ext2_super_block& super, uint64_t size) {
 }
 
 Ext4::Ext4(const Source& source) {
-    // An image that was not unmounted is read as it is, as by what else only reads: what its
-    // journal would change is not there.
+    // An image that was not unmounted is read as other read-only tools do: without the changes in
+    // its journal.
     constexpr int kFlags = EXT2_FLAG_64BITS | EXT2_FLAG_SKIP_MMP;
     initialize_ext2_error_table();
     t_opened = &source;
@@ -232,7 +232,7 @@ std::string Ext4::InlineContent(const Inode& inode) const {
     return data;
 }
 
-// Returns where a block of the content lies, or 0 for one of zeros.
+// Returns the place of a block of the content, or 0 if it is a hole.
 uint64_t Ext4::BlockOf(const Inode& inode, uint64_t block) const {
     if (block > UINT32_MAX) FailIn(inode.number, "larger than any file");
     int flags = 0;
@@ -254,13 +254,13 @@ void Ext4::ReadBytesOf(const Inode& inode, uint64_t offset, char* to, size_t siz
     FailIn(inode.number, damage.what());
 }
 
-// Returns bytes that lie within the size.
+// Returns bytes of the content. The caller makes sure that they lie inside it.
 std::string Ext4::Content(const Inode& inode, uint64_t offset, size_t size) const {
     if ((inode.raw.i_flags & EXT4_INLINE_DATA_FL) != 0) {
         return InlineContent(inode).substr(offset, size);
     }
     if ((inode.raw.i_flags & EXT4_EXTENTS_FL) != 0) {
-        // Each level of the tree costs a block of memory, and a look-up walks all of them.
+        // Each level of the tree takes a block of memory, and each look-up visits all levels.
         constexpr uint16_t kDeepest = 5;
         ext3_extent_header header;
         memcpy(&header, inode.raw.i_block, sizeof(header));
@@ -272,7 +272,7 @@ std::string Ext4::Content(const Inode& inode, uint64_t offset, size_t size) cons
         const uint64_t first = (offset + done) / block_size;
         const uint64_t inside = (offset + done) % block_size;
         const uint64_t place = BlockOf(inode, first);
-        // What lies in a row is read at once.
+        // Consecutive blocks are read at once.
         uint64_t end = block_size;
         for (uint64_t i = 1; inside + (size - done) > end; ++i, end += block_size) {
             if (BlockOf(inode, first + i) != (place == 0 ? 0 : place + i)) break;
@@ -297,7 +297,7 @@ Node Ext4::Look(uint64_t number) const {
     constexpr size_t kEndOfTime = offsetof(ext2_inode_large, i_mtime_extra) + sizeof(uint32_t);
     if (EXT2_INODE_SIZE(fs_->super) >= kEndOfTime &&
         size_t{EXT2_GOOD_OLD_INODE_SIZE} + raw.i_extra_isize >= kEndOfTime) {
-        // Two bits more of seconds, and the nanoseconds.
+        // Two more bits of seconds, and the nanoseconds.
         node.seconds += static_cast<int64_t>(raw.i_mtime_extra & 3) << 32;
         node.nanoseconds = raw.i_mtime_extra >> 2;
         if (node.nanoseconds >= 1'000'000'000) FailIn(number, "a time that cannot be");
@@ -305,7 +305,8 @@ Node Ext4::Look(uint64_t number) const {
     return node;
 }
 
-// Adds the names of a block or, in an inode, of an area. The directory starts with two of its own.
+// Adds the names in a block of a directory, or in an area of an inode. The directory's first block
+// must start with "." and "..".
 void Ext4::AddNames(const Inode& directory, std::string_view entries, bool is_start,
                     std::vector<Name>* names) const {
     size_t index = 0;
@@ -314,7 +315,7 @@ void Ext4::AddNames(const Inode& directory, std::string_view entries, bool is_st
         constexpr size_t kHeader = offsetof(ext2_dir_entry_2, name);
         if (entries.size() - at < kHeader) FailIn(directory.number, "a directory entry cut off");
         memcpy(&entry, &entries[at], kHeader);
-        // Of 64 KiB the length does not fit.
+        // A length of 64 KiB does not fit the field.
         const bool is_all = entries.size() == 65536 && (entry.rec_len == 65535 || !entry.rec_len);
         const size_t size = is_all ? entries.size() : entry.rec_len;
         if (size < kHeader || size % 4 != 0 || size > entries.size() - at ||
@@ -339,8 +340,8 @@ std::vector<Name> Ext4::List(uint64_t number) const {
     const Inode directory = ReadInode(number, S_IFDIR, "directory");
     std::vector<Name> names;
     if ((directory.raw.i_flags & EXT4_INLINE_DATA_FL) != 0) {
-        // First the parent's inode and the rest of the inode's place for blocks, then the
-        // attribute.
+        // The data are the parent's inode number, the names in the rest of the inode's block area,
+        // and the names in an attribute.
         const std::string data = InlineContent(directory);
         constexpr size_t kParent = 4, kInBlocks = sizeof(directory.raw.i_block);
         if (data.size() < kInBlocks) FailIn(number, "truncated");

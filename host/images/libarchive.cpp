@@ -38,14 +38,14 @@ void ArchiveReader::Open() {
 }
 
 int ArchiveReader::packings() const {
-    return archive_filter_count(archive_) - 1;  // the last is the source
+    return archive_filter_count(archive_) - 1;  // the last filter is the source
 }
 
 archive_entry* ArchiveReader::Next() {
     archive_entry* entry = nullptr;
     const int result = archive_read_next_header(archive_, &entry);
     if (result == ARCHIVE_EOF) return nullptr;
-    // A warning is about names in a character set, which are taken as they are.
+    // Warnings are about the character set of names, which are taken as they are.
     if (result != ARCHIVE_OK && result != ARCHIVE_WARN) Fail();
     return entry;
 }
@@ -70,7 +70,7 @@ la_ssize_t ArchiveReader::ReadSource(archive* archive, void* self, const void** 
     try {
         size = reader.source_.ReadUpTo(reader.at_, reader.buffer_.data(), reader.buffer_.size());
     } catch (const std::exception& error) {
-        // The library is no C++ that an exception could go through.
+        // The library is C code, which no exception must pass through.
         reader.error_ = error.what();
         archive_set_error(archive, ARCHIVE_FATAL, "cannot be read");
         return ARCHIVE_FATAL;

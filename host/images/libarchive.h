@@ -1,4 +1,4 @@
-// libarchive over a source.
+// A reader of archives by way of libarchive, which reads a source.
 
 #pragma once
 
@@ -14,29 +14,31 @@ namespace images {
 
 class ArchiveReader {
   public:
-    // Reads from `offset` of the source, which must live as long.
+    // Reads the source from `offset` on. The source must outlive this.
     ArchiveReader(const Source& source, uint64_t offset);
     ~ArchiveReader();
     ArchiveReader& operator=(ArchiveReader&&) = delete;
 
-    // Allows a format or a compression. Throws Damage if the library was built without it.
+    // Enables a format or a compression by a function archive_read_support_*. Throws Damage if the
+    // library was built without it.
     void Support(int (*support)(archive*));
 
-    // Begins, once all is allowed. Throws Damage.
+    // Begins to read. To be called once, after Support(). Throws Damage.
     void Open();
 
-    // How often what was opened is packed.
+    // Returns how many layers of compression the source has.
     int packings() const;
 
     // Goes to the next member and returns it, null at the end. Throws Damage.
     archive_entry* Next();
 
-    // Where the member's header begins, and the data if it lies there in one piece.
+    // Return the offsets in the source, in bytes, of the member's header, and of its data if they
+    // are stored in one piece.
     uint64_t header() const;
     uint64_t data() const;
 
-    // Puts up to `size` bytes of the member into `to` and returns how many, 0 at the end. Throws
-    // Damage.
+    // Copies the next bytes of the member, at most `size`, to `to`. Returns how many, 0 at the end.
+    // Throws Damage.
     size_t Read(char* to, size_t size);
 
   private:
@@ -49,7 +51,7 @@ class ArchiveReader {
     const uint64_t begin_;
     uint64_t at_;
     std::vector<char> buffer_;
-    std::string error_;  // of the source
+    std::string error_;  // why the source could not be read
     archive* archive_;
 };
 

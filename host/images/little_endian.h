@@ -1,4 +1,4 @@
-// The numbers of image formats.
+// Little-endian numbers, as image formats have them.
 
 #pragma once
 
@@ -11,7 +11,7 @@
 
 namespace images {
 
-// Each returns the number at a place, which the bytes must hold.
+// Each returns the number at the offset `at`. The caller makes sure that `bytes` hold all of it.
 inline uint16_t Little16(std::string_view bytes, size_t at) {
     uint16_t number;
     memcpy(&number, bytes.data() + at, sizeof number);
@@ -30,7 +30,7 @@ inline uint64_t Little64(std::string_view bytes, size_t at) {
     return le64toh(number);
 }
 
-// Says whether a piece lies inside something of the given size. Takes any numbers.
+// Returns whether `size` bytes from `offset` on lie inside `whole` bytes. Any numbers are allowed.
 inline bool IsInside(uint64_t offset, uint64_t size, uint64_t whole) {
     return size <= whole && offset <= whole - size;
 }

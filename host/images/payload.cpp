@@ -64,10 +64,10 @@ std::string DigestOf(const Source& source, Spool* spool) {
     return digest.Take();
 }
 
-// The places of a partition that an operation fills, one after the other.
+// The extents of a partition that an operation fills, in order.
 class Destination {
   public:
-    // Throws Damage if they are not all in the partition.
+    // Throws Damage if an extent lies outside the partition.
     Destination(SpooledBytes* partition, const payload::Operation& operation, uint64_t block_size)
             : partition_(partition) {
         const uint64_t blocks = partition->size() / block_size;
@@ -100,7 +100,7 @@ class Destination {
 
   private:
     SpooledBytes* partition_;
-    std::vector<std::pair<uint64_t, uint64_t>> extents_;  // offset and what is left
+    std::vector<std::pair<uint64_t, uint64_t>> extents_;  // offset and bytes that are left
     size_t at_ = 0;
 };
 
@@ -151,7 +151,7 @@ class FullPayload : public Payload {
     }
 
   private:
-    // A payload that changes the images of an older release has none to show.
+    // An incremental payload changes the images of an older release and holds none itself.
     void CheckIsFull() const {
         std::string changed;
         for (const payload::Partition& partition : manifest_.partitions()) {

@@ -1,4 +1,4 @@
-// An update's payload: partitions, each made by operations on packed data.
+// An update's payload: partitions, each built by operations on packed data.
 
 #pragma once
 
@@ -20,13 +20,13 @@ class Payload {
     // In the order of the manifest.
     virtual std::vector<Volume> partitions() const = 0;
 
-    // Unpacks a partition to the spool and returns its content, all checksums compared. Throws
+    // Unpacks a partition to the spool, verifies all its checksums, and returns its content. Throws
     // Damage.
     virtual std::unique_ptr<Source> Open(size_t partition) const = 0;
 };
 
-// Returns the payload in the source, or null if it is none. Both the source and the spool must live
-// as long. Throws Damage if it is damaged, or changes other images instead of holding its own.
+// Returns the payload in the source, or null if there is none. Both arguments must outlive it.
+// Throws Damage if it is damaged or incremental, that is, changes images of an older release.
 std::unique_ptr<Payload> OpenPayload(const Source& source, Spool* spool);
 
 }  // namespace images

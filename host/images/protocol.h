@@ -1,5 +1,6 @@
-// What a reader is asked and answers. Each question and each answer is one packet of a socket; who
-// wants more than fits asks again, from another offset on. All come from the same build.
+// The protocol between a reader process and its clients. Each request and each reply is one packet
+// of a SOCK_SEQPACKET socket; for an answer that does not fit, the client asks again with another
+// offset. Both sides come from the same build, so that structures are sent as they are.
 
 #pragma once
 
@@ -16,9 +17,9 @@
 namespace images {
 
 enum class Question : uint32_t {
-    kContents,  // of the whole image
-    kInside,    // of files of an archive, whose nodes follow the request
-    kUnpack,    // nothing, but all that a volume's file is packed in has been unpacked then
+    kContents,  // what the whole image holds
+    kInside,    // what files of an archive hold; their nodes follow the request
+    kUnpack,    // an empty answer, once the file of the volume is unpacked completely
     kRoot,      // the root directory's node
     kLook,
     kList,
@@ -30,21 +31,21 @@ struct Request {
     Question question;
     uint32_t volume;
     uint64_t node;
-    uint64_t offset;  // in the answer
-    uint64_t size;    // of the answer's part, at most
+    uint64_t offset;  // in the answer, in bytes
+    uint64_t size;    // of the wanted part of the answer, at most, in bytes
 };
 
 enum class Outcome : uint32_t {
     kDone,
     kDamage,
-    kWorking,  // a reply comes later; the size is what was unpacked so far, in bytes
+    kWorking,  // the answer follows in a later reply; the size is what is unpacked so far, in bytes
 };
 
-// What a packet starts with; bytes of the answer follow, or what the damage is.
+// The start of a reply; bytes of the answer follow, or the text of the Damage.
 struct ReplyHeader {
     Outcome outcome;
     uint32_t reserved;
-    uint64_t size;  // of the whole answer
+    uint64_t size;  // of the whole answer, in bytes
 };
 
 constexpr size_t kMostParts = 64;  // of a split image
@@ -60,7 +61,7 @@ inline void PutText(std::string* answer, std::string_view text) {
     answer->append(text);
 }
 
-// Takes an answer apart. Throws Damage where it ends too early.
+// Parses an answer. All functions throw Damage if it ends too early.
 class Parser {
   public:
     explicit Parser(std::string_view answer) : rest_(answer) {}
@@ -84,7 +85,7 @@ class Parser {
     std::string_view rest_;
 };
 
-// How Serve() ends if the process cannot be confined.
+// The exit status of Serve() if the process cannot be confined.
 inline constexpr int kNotConfined = 126;
 
 }  // namespace images

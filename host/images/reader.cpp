@@ -1,5 +1,5 @@
-// The side of the protocol that asks. Once it has seen the image the reader counts as a stranger,
-// too: its answers are checked, and waited for no longer than they may take.
+// The client's side of the protocol. A reader that has seen an untrusted image is untrusted itself:
+// its answers are checked, and waiting for them has a time limit.
 
 #include "reader.h"
 
@@ -51,7 +51,8 @@ class Reader::Process {
     ~Process();
     Process& operator=(Process&&) = delete;
 
-    // Returns a part of an answer, up to the request's size, and the whole's size.
+    // Returns a part of an answer, at most of the request's size. Sets `*whole` to the answer's
+    // size.
     std::string Ask(const Request& request, uint64_t* whole,
                     const std::vector<uint64_t>& nodes = {}) const;
 
@@ -59,24 +60,24 @@ class Reader::Process {
     std::string AskAll(Question question, uint32_t volume, uint64_t node, uint64_t most,
                        const std::vector<uint64_t>& nodes = {}) const;
 
-    // Asks for what a file holds.
+    // Asks what a file holds.
     Contained AskContained(Question question, uint32_t volume,
                            const std::vector<uint64_t>& nodes) const;
 
     Contained contained;
 
   private:
-    // One process's way to the reader.
+    // The connection of one process to the reader.
     struct Connection {
         pid_t owner;
         long socket = -1;
         std::mutex mutex;
-        std::string failed;  // why there is nothing to be had any more
+        std::string failed;  // why no more answers are possible
         struct {
             ReplyHeader header;
             char bytes[kPacketBytes];
         } packet;           // the last reply
-        Connection* older;  // of the processes that this one comes from
+        Connection* older;  // those of the processes that this one was forked from
 
         explicit Connection(pid_t pid, Connection* before) : owner(pid), older(before) {}
     };
@@ -94,8 +95,8 @@ class Reader::Process {
     mutable std::atomic<Connection*> connection_{nullptr};
 };
 
-// Returns a temporary file without a name, or nothing if there is no room for one. It may become
-// larger than what should be kept in memory.
+// Returns an unnamed temporary file, or nothing if none can be created. It may become larger than
+// what a directory in memory, such as /tmp may be, should hold.
 unique_fd TemporaryFile() {
     unique_fd file;
     for (const char* directory : {static_cast<const char*>(getenv("TMPDIR")), "/var/tmp", "/tmp"}) {
@@ -149,15 +150,15 @@ Reader::Process::~Process() {
     while (waitpid(pid_, nullptr, 0) == -1 && errno == EINTR) continue;
 }
 
-// Returns this process's connection: one that came over a fork is another process's, and a thread
-// that is not here may hold it.
+// Returns this process's connection. One that a fork copied belongs to the other process: its mutex
+// may be held by a thread that does not exist in this one.
 Reader::Process::Connection* Reader::Process::Own() const {
     const auto pid = static_cast<pid_t>(Kernel(SYS_getpid));
     Connection* current = connection_;
     while (current == nullptr || current->owner != pid) {
         auto* made = new Connection(pid, current);
         if (connection_.compare_exchange_strong(current, made)) {
-            // The older one's descriptor would hold its owner's place with the reader.
+            // While this copy of the owner's socket is open, the reader takes its owner for alive.
             if (current != nullptr && current->socket >= 0) Kernel(SYS_close, current->socket);
             return made;
         }
@@ -192,7 +193,7 @@ bool Reader::Process::Connect(Connection* connection) const {
     return true;
 }
 
-// Puts the reply into the connection's packet. Returns what went wrong.
+// Sends the request and stores its reply in the connection's packet. Returns the error, or "".
 std::string Reader::Process::Exchange(Connection* connection, const Request& request,
                                       const std::vector<uint64_t>& nodes, size_t* size) const {
     if (connection->socket < 0 && !Connect(connection)) return HowItEnded();
@@ -221,7 +222,7 @@ std::string Reader::Process::Exchange(Connection* connection, const Request& req
     }
 }
 
-// Puts the next packet that comes into the connection's. Returns what went wrong.
+// Stores the next packet that arrives in the connection's. Returns the error, or "".
 std::string Reader::Process::Await(Connection* connection, size_t* size) const {
     const int64_t deadline = Milliseconds() + int64_t{limits::kReplySeconds} * 1000;
     while (true) {
@@ -252,7 +253,7 @@ std::string Reader::Process::Ask(const Request& request, uint64_t* whole,
     Connection* connection = Own();
     const std::lock_guard<std::mutex> lock(connection->mutex);
     size_t size = 0;
-    // After a failure the next reply could be one to an earlier request.
+    // After a failure the next reply may belong to an earlier request.
     if (connection->failed.empty()) {
         connection->failed = Exchange(connection, request, nodes, &size);
     }
@@ -324,7 +325,7 @@ std::string Reader::Process::HowItEnded() const {
 
 namespace {
 
-// A file system that the reader reads.
+// A file system that reads by requests to the reader.
 template <typename Process>
 class Remote : public FileSystem {
   public:

@@ -1,6 +1,6 @@
-// A process that reads one image file and has given up everything else: a filter of the kernel
-// leaves it that file, one for what is unpacked, its memory and its sockets. Whoever wants
-// something of the image asks it, from any process that comes from the one that started it.
+// A worker process that reads one image file, since images are untrusted. A system call filter
+// leaves it that file, a temporary file for unpacked bytes, its memory and its sockets. The process
+// that started it, and all processes forked from that one, read the image by requests to it.
 
 #pragma once
 
@@ -18,27 +18,27 @@
 
 namespace images {
 
-// What a file holds, once it is unpacked and no Android sparse image any more.
+// The kind of a file's content, without the sparse image format or compression around it.
 enum class Kind : uint32_t { kFileSystem, kSuper, kPayload, kArchive, kUnknown };
 
 struct Contained {
     Kind kind;
-    size_t first_volume;  // volumes of all that a reader has looked at are numbered in a row
-    // One without a name, or in the order of the file's own table; any bytes may be a name.
+    size_t first_volume;  // volumes of all files that a reader has opened are numbered in a row
+    // One without a name, or several in the order of the file's own table. A name may be any bytes.
     std::vector<Volume> volumes;
 };
 
-// Answers whoever asks over the control socket, as long as anybody can. Never returns.
+// What the worker process does: confines itself and answers clients, which connect over the control
+// socket, until the last one is gone. Never returns.
 using ServeFunction = void(const Descriptors& descriptors, char slot);
 ServeFunction Serve;
 
 class Reader {
   public:
-    // Starts the process over an open regular file or block device, or the parts of a split sparse
-    // image. `slot`, 'a' or 'b', chooses the metadata of a super image, `readers` is the number of
-    // those that share what a device may take, and `serve` is what the process does. Throws Damage
-    // if the file holds nothing that can be read, std::runtime_error if there can be no such
-    // process.
+    // Starts the worker process. `parts` is an open regular file or block device, or the parts of a
+    // split sparse image. `slot`, 'a' or 'b', chooses the metadata of a super image. `readers` is
+    // the number of readers that share the limits of one device. Throws Damage if the file is
+    // damaged, std::runtime_error if the process cannot be started.
     Reader(std::vector<android::base::unique_fd> parts, char slot, size_t readers = 1,
            ServeFunction* serve = Serve);
     ~Reader();
@@ -47,21 +47,20 @@ class Reader {
     // What the file holds.
     const Contained& contained() const;
 
-    // Returns what a file of the archive in the volume holds, or several that are the parts of a
-    // split sparse image. Throws Damage as above.
+    // Returns what a file of the archive in the volume holds. Several files are the parts of one
+    // split sparse image. Throws Damage if they are damaged.
     Contained LookInside(size_t volume, const std::vector<uint64_t>& files) const;
 
-    // Returns the file system in the volume, or the archive's files: its functions ask the reader.
-    // It may be used in every process that is forked from this one, in several threads, and where
-    // calls are led. Throws Damage if it is none that can be read.
+    // Returns the file system in the volume, or the archive; its functions send requests to the
+    // worker process. It may be used in processes forked from this one, in several threads, and
+    // under the sandbox's redirection of system calls. Throws Damage if it cannot be read.
     std::unique_ptr<FileSystem> Open(size_t volume) const;
 
-    // Unpacks all that the volume's file is packed in, so that nobody waits for it later. Throws
-    // Damage.
+    // Unpacks the volume's file completely, so that no later request waits for it. Throws Damage.
     void Unpack(size_t volume) const;
 
-    // While something is unpacked, `show` is called now and then in the process that started the
-    // reader, and with 0 after that.
+    // Sets a function that is called now and then while a reader unpacks, in the process that
+    // started it, with the number of bytes so far, and with 0 at the end. Null for none.
     static void ShowProgress(void (*show)(uint64_t unpacked_bytes));
 
   private:

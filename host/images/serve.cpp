@@ -1,4 +1,4 @@
-// The side of the protocol that reads the image.
+// The worker's side of the protocol, which reads the image.
 
 #include <errno.h>
 #include <openssl/sha.h>
@@ -27,17 +27,16 @@ namespace images {
 
 namespace {
 
-// What the image file holds and, once somebody has looked at them, the files in it that are images
-// themselves.
+// The contents of the image file, and of the files inside it that clients have opened as images.
 class Files {
   public:
-    // `parts` are the image, one or several.
+    // `parts` is the image, or the parts of a split sparse image.
     Files(std::vector<std::unique_ptr<Source>> parts, char slot, Spool* spool)
             : slot_(slot), spool_(spool) {
         Add(std::move(parts), 0);
     }
 
-    // Looks at the volume's files. Returns the number of what was found.
+    // Opens the volume's files as one image. Returns its number. Throws Damage.
     size_t AddInside(size_t volume, const std::vector<uint64_t>& files) {
         File& file = FileOf(volume);
         std::vector<std::unique_ptr<Source>> parts;
@@ -89,18 +88,19 @@ class Files {
     size_t volumes_ = 0;
 };
 
-// Answers questions. What is read as a whole is kept for whoever asks for the next part of it, or
-// for the same: many boots read the same files.
+// Answers requests. Answers that are computed as a whole are cached, for requests for their next
+// part and for repeated ones: many boots read the same files.
 class Answers {
   public:
     Answers(const Descriptors& descriptors, char slot)
             : descriptors_(descriptors), slot_(slot), spool_(kSpoolFile, [this](uint64_t unpacked) {
-                  // Whoever waits need not take it as hung.
+                  // So that the client does not take the reader as hung.
                   LimitUnpacking();
                   Send(Packet(Outcome::kWorking, unpacked, ""));
               }) {}
 
-    // Answers the request, `nodes` of which follow it. Returns false if nobody takes the answer.
+    // Answers the request, which `nodes` followed. Returns false if the client does not take the
+    // answer.
     bool Answer(int channel, const Request& request, std::vector<uint64_t> nodes) {
         channel_ = channel;
         nodes_ = std::move(nodes);
@@ -113,8 +113,8 @@ class Answers {
 
     using Key = std::tuple<Question, uint32_t, uint64_t>;
 
-    // What takes longer ends the process, by a signal. Returns what was left of the time before, in
-    // microseconds.
+    // Starts the time limit of a request; a signal ends the process when it expires. Returns what
+    // was left of the previous limit, in microseconds of processor time.
     static int64_t Limit() {
         const itimerval limit = {{}, {limits::kRequestSeconds, 0}};
         itimerval left = {};
@@ -122,7 +122,8 @@ class Answers {
         return left.it_value.tv_sec * kSecond + left.it_value.tv_usec;
     }
 
-    // Gives the next step of unpacking as much time, as long as there is some for all of it.
+    // Starts the time limit again for the next step of unpacking. Throws Damage if all of the
+    // unpacking takes too long for the size of the file.
     void LimitUnpacking() {
         unpacking_ += limits::kRequestSeconds * kSecond - Limit();
         const int64_t most =
@@ -139,7 +140,7 @@ class Answers {
         msghdr message = {};
         message.msg_iov = &data;
         message.msg_iovlen = 1;
-        // Who asks one question at a time has room for the answer.
+        // There is room for the answer if the client sends one request at a time.
         return sendmsg(channel_, &message, MSG_NOSIGNAL | MSG_DONTWAIT) ==
                static_cast<ssize_t>(packet.size());
     }
@@ -155,7 +156,7 @@ class Answers {
         files_ = std::make_unique<Files>(std::move(parts), slot_, &spool_);
     }
 
-    // Returns a reply's packet.
+    // Returns the packet of the reply.
     std::string To(const Request& request) try {
         if (files_ == nullptr) Open();
         if (request.question == Question::kRead) {
@@ -257,17 +258,17 @@ class Answers {
     char slot_;
     int channel_ = -1;
     std::vector<uint64_t> nodes_;
-    uint64_t packed_ = 0;    // the image's size
+    uint64_t packed_ = 0;    // the image's size, in bytes
     int64_t unpacking_ = 0;  // so far, in microseconds
     Spool spool_;
     std::unique_ptr<Files> files_;
     std::map<Key, std::string> kept_;
-    std::deque<Key> order_;  // of what is kept, the oldest first
+    std::deque<Key> order_;  // of kept_, the oldest first
     size_t kept_bytes_ = 0;
 };
 
-// Receives an asker's end of a channel. Returns -1 if there is none, and closes the control socket
-// when nobody is left who could send one.
+// Receives a client's socket over the control socket. Returns -1 if there is none, and closes the
+// control socket when no client is left that could send one.
 int ReceiveChannel(pollfd* control) {
     char byte;
     iovec data = {&byte, sizeof(byte)};
@@ -286,7 +287,7 @@ int ReceiveChannel(pollfd* control) {
     return channel;
 }
 
-// Answers the next question of a channel. Returns false if nobody asks there any more.
+// Answers the next request of a client. Returns false if the client is gone.
 bool AnswerNext(int channel, Answers* answers) {
     struct {
         Request request;
@@ -306,7 +307,7 @@ bool AnswerNext(int channel, Answers* answers) {
 }  // namespace
 
 void Serve(const Descriptors& descriptors, char slot) {
-    // The digests' library opens files when it is used for the first time.
+    // libcrypto opens files on first use, which must be before the filter.
     unsigned char digest[SHA256_DIGEST_LENGTH];
     SHA256(nullptr, 0, digest);
     if (!Confine(descriptors)) _exit(kNotConfined);

@@ -1,4 +1,4 @@
-// The bytes of an image, wherever they lie.
+// A source of an image's bytes.
 
 #pragma once
 
@@ -10,8 +10,8 @@
 
 namespace images {
 
-// What contradicts an image's format, or asks for more than the limits allow. The text says what,
-// without the image's name, such as "inode 36: a name with a '/'".
+// Thrown if an image contradicts its format or exceeds a limit. The text says how, without the
+// image's name: "inode 36: a name with a '/'".
 class Damage : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -20,14 +20,14 @@ class Source {
   public:
     virtual ~Source() = default;
 
-    // In bytes; known without reading.
+    // Returns the size in bytes, without reading.
     virtual uint64_t size() const = 0;
 
-    // Puts `size` bytes from `offset` on into `to`. Throws Damage if they are not all there or
+    // Copies `size` bytes from `offset` on to `to`. Throws Damage if the source has fewer or they
     // cannot be read.
     virtual void Read(uint64_t offset, void* to, size_t size) const = 0;
 
-    // Puts up to `size` bytes from `offset` on into `to` and returns how many, fewer only at the
+    // Copies at most `size` bytes from `offset` on to `to`. Returns how many: fewer only at the
     // end, which may come before size(). Throws Damage if they cannot be read.
     virtual size_t ReadUpTo(uint64_t offset, void* to, size_t size) const {
         const uint64_t left = offset < this->size() ? this->size() - offset : 0;
@@ -37,13 +37,14 @@ class Source {
     }
 };
 
-// What an image file holds: one volume without a name, or the logical partitions of a super image.
+// One of the file systems that an image file may hold: the only one, without a name, or a partition
+// of a super image or an update.
 struct Volume {
     std::string name;
     uint64_t size;  // in bytes
 };
 
-// Returns bytes of the source. Throws Damage as above. The caller bounds `size` first.
+// Returns `size` bytes from `offset` on. Throws Damage as Read() does. The caller bounds `size`.
 inline std::string ReadBytes(const Source& source, uint64_t offset, size_t size) {
     std::string bytes(size, '\0');
     source.Read(offset, bytes.data(), size);

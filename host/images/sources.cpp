@@ -32,7 +32,7 @@ struct [[gnu::packed]] ChunkHeader {
 
 enum ChunkType : uint16_t { kRaw = 0xcac1, kFill = 0xcac2, kDontCare = 0xcac3, kChecksum = 0xcac4 };
 
-// A chunk by where its bytes belong in the image.
+// A chunk of a sparse image, by the place of its bytes in the image that it stands for.
 struct SparseChunk {
     uint64_t begin, size;
     uint64_t place;  // in the source, or the word
@@ -138,8 +138,8 @@ void JoinedSource::Read(uint64_t offset, void* to, size_t size) const {
 
 namespace {
 
-// Calls `found` for each chunk that stands for bytes. Returns the size of the image, 0 if the
-// source is no sparse image.
+// Calls `found` for each chunk that stands for bytes of the image. Returns the size of the image, 0
+// if the source is no sparse image.
 uint64_t ForEachChunk(const Source& source,
                       const std::function<void(const SparseChunk& chunk)>& found) {
     if (source.size() < sizeof(SparseHeader)) return 0;

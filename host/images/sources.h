@@ -1,4 +1,4 @@
-// Sources: a file, and parts of another source put together. Neither copies or keeps content.
+// Sources: a file, and combinations of other sources. None of them copies or caches content.
 
 #pragma once
 
@@ -14,7 +14,7 @@ namespace images {
 // The bytes of an open regular file or block device.
 class FileSource : public Source {
   public:
-    // The descriptor stays the caller's. Throws Damage if its size is not to be had.
+    // The caller keeps and later closes the descriptor. Throws Damage if it has no size.
     explicit FileSource(int fd);
 
     uint64_t size() const override { return size_; }
@@ -26,16 +26,17 @@ class FileSource : public Source {
     mutable uint64_t read_ = 0;
 };
 
-// Parts of another source and repeated words, in a row.
+// A sequence of parts of another source and of repeated words.
 class ExtentSource : public Source {
   public:
-    // The source must live as long.
+    // `base` must outlive this.
     explicit ExtentSource(const Source& base) : base_(base) {}
 
-    // Adds bytes of the source from `offset` on. Throws Damage if it ends before.
+    // Appends `size` bytes of the source from `offset` on. Throws Damage if the source has fewer.
     void AddPart(uint64_t size, uint64_t offset);
 
-    // Adds `size` bytes of the word over and over. Throws Damage if it becomes too large.
+    // Appends `size` bytes of the repeated word, lowest byte first. Throws Damage if the whole
+    // becomes larger than any file.
     void AddFill(uint64_t size, uint32_t word);
 
     uint64_t size() const override { return size_; }
@@ -55,10 +56,10 @@ class ExtentSource : public Source {
     uint64_t size_ = 0;
 };
 
-// Sources in a row.
+// Several sources, one after the other.
 class JoinedSource : public Source {
   public:
-    // The sources must live as long.
+    // The sources must outlive this. Throws Damage if the whole is larger than any file.
     explicit JoinedSource(std::vector<const Source*> parts);
 
     uint64_t size() const override { return ends_.empty() ? 0 : ends_.back(); }
@@ -69,13 +70,13 @@ class JoinedSource : public Source {
     std::vector<uint64_t> ends_;
 };
 
-// Returns what the Android sparse image stands for, or null if the source is none. The source must
-// live as long. Throws Damage if the image is damaged.
+// Returns the image that an Android sparse image stands for, or null if the source is none. The
+// source must outlive it. Throws Damage if the sparse image is damaged.
 std::unique_ptr<Source> OpenSparse(const Source& source);
 
-// Returns the image that several sparse images, in any order, hold a part of each. All must live as
-// long, as must `joined`, which is them in a row. Throws Damage if one is damaged or no sparse
-// image, or if two hold the same part.
+// Returns the image of which each of several sparse images, in any order, holds a part. The parts
+// and `joined`, which must be the parts in the same order, must outlive it. Throws Damage if a part
+// is damaged or no sparse image, or if two parts overlap.
 std::unique_ptr<Source> JoinSparse(const std::vector<const Source*>& parts, const Source& joined);
 
 }  // namespace images

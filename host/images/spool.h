@@ -1,4 +1,4 @@
-// Bytes that come in their order only, such as a decompressor's, to be read at any place.
+// Random access to bytes that can only be produced in order, such as those of a decompressor.
 
 #pragma once
 
@@ -11,37 +11,39 @@
 
 namespace images {
 
-// Bytes in their order.
+// Bytes that can be read in order only.
 class Stream {
   public:
     virtual ~Stream() = default;
 
-    // Puts up to `size` bytes into `to` and returns how many, 0 at the end. Throws Damage.
+    // Copies the next bytes, at most `size`, to `to`. Returns how many; 0 at the end. Throws
+    // Damage.
     virtual size_t Next(char* to, size_t size) = 0;
 };
 
-// A temporary file without a name for what several streams bring, in chunks. Chunks of zeros take
-// no room. The reader of an image has one, made before it gave up everything else.
+// An unnamed temporary file that stores, in chunks, the bytes of several streams. Each reader
+// process has one, which was created before the process was confined.
 class Spool {
   public:
     static constexpr size_t kChunkSize = 64 * 1024;
 
-    // `file` is open for reading and writing, and empty; -1 for none. `progress` is called now and
-    // then while something is unpacked, and may throw Damage.
+    // `file` is open for reading and writing, and empty; -1 for none. `progress` is called once per
+    // 4 MiB that are unpacked, and may throw Damage.
     explicit Spool(int file, std::function<void(uint64_t unpacked_bytes)> progress = nullptr)
             : file_(file), progress_(std::move(progress)) {}
 
-    // Tells what is packed, which decides how much may come of it.
+    // Sets the limit of Count(): `unpacked_bytes` plus limits::kUnpackedTimes as much as
+    // `packed_bytes`, the size of the image.
     void Allow(uint64_t unpacked_bytes, uint64_t packed_bytes);
 
-    // Counts what was unpacked, zeros too, or compared with a checksum. Throws Damage if that is
-    // more than is allowed.
+    // Counts bytes that were unpacked, zeros too, or were compared with a checksum. Throws Damage
+    // when they exceed the limit.
     void Count(size_t bytes);
 
-    // Keeps a chunk and returns its number. Throws Damage where there is no room.
+    // Stores kChunkSize bytes and returns the chunk's number. Throws Damage if there is no room.
     uint64_t Add(const char* chunk);
 
-    // Puts `size` bytes of the chunk, from `offset` on, into `to`. Throws Damage.
+    // Copies `size` bytes of the chunk, from `offset` on, to `to`. Throws Damage.
     void Read(uint64_t chunk, size_t offset, void* to, size_t size) const;
 
   private:
@@ -52,7 +54,8 @@ class Spool {
     uint64_t most_ = limits::kUnpacked;
 };
 
-// Bytes that are written once, at any place, and then read; what was not written is zeros.
+// Bytes that are written once, in any order, and then read. Bytes that were not written are zero;
+// chunks of zeros take no room in the spool.
 class SpooledBytes : public Source {
   public:
     SpooledBytes(Spool* spool, uint64_t size) : spool_(spool), size_(size) {}
@@ -60,19 +63,20 @@ class SpooledBytes : public Source {
     uint64_t size() const override { return size_; }
     void Read(uint64_t offset, void* to, size_t size) const override;
 
-    // Writes bytes within the size. A chunk that is touched twice takes room twice.
+    // Writes `size` bytes at `offset`. A chunk takes room in the spool again with each write to it.
+    // Throws Damage if the bytes do not lie within size().
     void Write(uint64_t offset, const char* from, size_t size);
 
   private:
     Spool* spool_;
     uint64_t size_;
-    std::unordered_map<uint64_t, uint64_t> chunks_;  // by their place, those that are not zero
+    std::unordered_map<uint64_t, uint64_t> chunks_;  // by their place; those of zeros are missing
 };
 
-// What a stream brings, taken from it only as far as it is read.
+// The bytes of a stream, which is read only as far as they are asked for.
 class SpooledStream : public Source {
   public:
-    // `size` is the stream's or, where it is not known before its end, more than that.
+    // `size` is the number of the stream's bytes or, if that is unknown, a larger one.
     SpooledStream(std::unique_ptr<Stream> stream, Spool* spool, uint64_t size);
 
     uint64_t size() const override { return bytes_.size(); }
@@ -80,7 +84,7 @@ class SpooledStream : public Source {
     size_t ReadUpTo(uint64_t offset, void* to, size_t size) const override;
 
   private:
-    // Takes what lies before `end`, as far as there is so much.
+    // Reads the stream up to `end`, or to its own end.
     void TakeUpTo(uint64_t end) const;
 
     std::unique_ptr<Stream> stream_;

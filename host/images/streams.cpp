@@ -23,7 +23,7 @@ constexpr struct {
         {std::string_view("BZh", 3), "bzip2"},
 };
 
-// One member without a name, which is what the library takes any bytes for.
+// The decompressed bytes, which the library treats as the only member of an archive.
 class Member : public Stream {
   public:
     explicit Member(const Source& source) : name_(CompressionOf(source)), archive_(source, 0) {

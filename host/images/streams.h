@@ -1,4 +1,4 @@
-// Decompression of one stream, as tools pack a single file.
+// Decompression of a single file.
 
 #pragma once
 
@@ -9,12 +9,12 @@
 
 namespace images {
 
-// Returns "gzip", "xz", "zstd", "lz4" or "bzip2" if the source begins as such a file does, else
-// null.
+// Returns "gzip", "xz", "zstd", "lz4" or "bzip2" if the source begins with that format's magic
+// number, else null.
 const char* CompressionOf(const Source& source);
 
-// Returns what the source, which must live as long, holds packed. The stream throws Damage naming
-// the compression.
+// Returns the decompressed bytes of the source, which must outlive them and be compressed. The
+// stream throws Damage, which names the compression.
 std::unique_ptr<Stream> Unpacked(const Source& source);
 
 }  // namespace images

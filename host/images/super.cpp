@@ -68,7 +68,7 @@ Record RecordAt(const std::string& bytes, uint64_t offset) {
     return record;
 }
 
-// Whether `bytes` have the checksum, which counts as zero where it is among them.
+// Returns whether `bytes` have the checksum. If they include it, at `place`, it counts as zeros.
 bool HasDigest(std::string bytes, const Digest& digest, size_t place = std::string::npos) {
     if (place != std::string::npos) bytes.replace(place, sizeof(Digest), sizeof(Digest), '\0');
     Digest actual;
@@ -76,7 +76,7 @@ bool HasDigest(std::string bytes, const Digest& digest, size_t place = std::stri
     return memcmp(actual, digest, sizeof(digest)) == 0;
 }
 
-// Returns the geometry, or one without a magic if the source is no super partition.
+// Returns the geometry; its magic number is 0 if the source is no super partition.
 Geometry ReadGeometry(const Source& source) {
     bool is_super = false;
     for (const uint64_t offset : kGeometryOffsets) {
@@ -94,7 +94,7 @@ Geometry ReadGeometry(const Source& source) {
     return {};
 }
 
-// Returns the header's and the tables' bytes, or nothing if they cannot be used.
+// Returns the bytes of the header and the tables, or nothing if they are damaged.
 std::string ReadMetadata(const Source& source, uint64_t offset, uint32_t most) {
     const auto header =
             RecordAt<MetadataHeader>(ReadBytes(source, offset, sizeof(MetadataHeader)), 0);

@@ -14,15 +14,15 @@ namespace images {
 
 class Super {
   public:
-    // Returns the partitions by the metadata for the slot, 'a' or 'b', whose checksums are checked;
-    // where they are wrong by its backup copy. Null if the source is no super partition. The source
-    // must live as long. Throws Damage if no metadata can be used.
+    // Reads the metadata for the slot, 'a' or 'b', or its backup copy if the checksums are wrong.
+    // Returns null if the source is no super partition. The source must outlive the result. Throws
+    // Damage if neither copy can be used.
     static std::unique_ptr<Super> Open(const Source& source, char slot);
 
-    // In the order of the image's own table; any bytes may be a name.
+    // In the order of the image's own table. A name may be any bytes.
     const std::vector<Volume>& volumes() const { return volumes_; }
 
-    // Returns a partition's content. Throws Damage if it is not all there.
+    // Returns a partition's content. Throws Damage if the source ends before it.
     std::unique_ptr<Source> OpenVolume(size_t index) const;
 
   private:

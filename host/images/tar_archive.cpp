@@ -13,7 +13,7 @@ namespace images {
 
 namespace {
 
-// Where a tar's header says that it is one.
+// Where a tar header has its magic number.
 constexpr uint64_t kMagicOffset = 257;
 constexpr uint64_t kRecord = 512;
 constexpr char kUstar[] = {'u', 's', 't', 'a', 'r'};
@@ -24,7 +24,7 @@ bool IsTar(const Source& source) {
     return memcmp(magic, kUstar, sizeof(kUstar)) == 0;
 }
 
-// One member's data, where it does not lie in one piece.
+// The data of a member that are not stored in one piece.
 class MemberData : public Stream {
   public:
     MemberData(const Source& tar, uint64_t header) : archive_(tar, header) {
@@ -51,7 +51,7 @@ class Tar : public Archive {
             const uint64_t size = archive_entry_sparse_count(entry) > 0 ? 0 : SizeOf(entry);
             end = archive.data() + (size + kRecord - 1) / kRecord * kRecord;
         }
-        // The library minds no missing end, which is a record of zeros.
+        // The library accepts an archive without its end, which is a record of zeros.
         char byte;
         if (tar_.ReadUpTo(end, &byte, sizeof(byte)) == 0) throw Damage("truncated");
     }
@@ -86,7 +86,7 @@ class Tar : public Archive {
         bool is_sparse;
     };
 
-    // Of the data that follow the member's header.
+    // Returns the size of the data that follow the member's header.
     static uint64_t SizeOf(archive_entry* entry) {
         const bool has_data = archive_entry_hardlink(entry) == nullptr &&
                               archive_entry_filetype(entry) == AE_IFREG;

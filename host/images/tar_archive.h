@@ -1,4 +1,4 @@
-// Archives of tar.
+// Tar archives.
 
 #pragma once
 

@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view kMagics[] = {"PK\x03\x04", "PK\x05\x06"};
 
 std::string TextOf(zip_error_t* error) {
-    // What is no zip at all does not get here.
+    // Files that are no zip archives do not get here.
     std::string text = zip_error_code_zip(error) == ZIP_ER_NOZIP
                                ? "truncated, or the directory at its end is damaged"
                                : zip_error_strerror(error);
@@ -24,14 +24,14 @@ std::string TextOf(zip_error_t* error) {
     return "zip: " + text;
 }
 
-// What libzip reads the source through.
+// The data source through which libzip reads.
 class Bytes {
   public:
     explicit Bytes(const Source& source) : source_(source) { zip_error_init(&error_); }
     ~Bytes() { zip_error_fini(&error_); }
     Bytes& operator=(Bytes&&) = delete;
 
-    // What the source met, which the library has no words for; empty if nothing.
+    // Returns the error of the source, which libzip cannot report, or "".
     const std::string& met() const { return met_; }
 
     static zip_int64_t Answer(void* self, void* data, zip_uint64_t size, zip_source_cmd_t command) {
@@ -84,7 +84,7 @@ class Bytes {
             at_ += got;
             return static_cast<zip_int64_t>(got);
         } catch (const std::exception& error) {
-            // The library is no C++ that an exception could go through.
+            // libzip is C code, which no exception must pass through.
             met_ = error.what();
             zip_error_set(&error_, ZIP_ER_READ, EIO);
             return -1;
@@ -102,7 +102,7 @@ struct OpenedZip {
     const Bytes& bytes;
 };
 
-// One open member; libzip compares its checksum where its end is met.
+// One open member. libzip compares its checksum when its end is reached.
 class OpenMember {
   public:
     OpenMember(const OpenedZip& opened, uint64_t index, const std::string& name)
@@ -184,7 +184,7 @@ class PackedMember : public Stream {
     bool ended_ = false;
 };
 
-// A small member, its checksum compared.
+// A small member, kept in memory after its checksum was compared.
 class SmallMember : public Source {
   public:
     SmallMember(PackedMember&& member, size_t size) : bytes_(size, '\0') {
@@ -247,7 +247,7 @@ class Zip : public Archive {
 
     std::string Read(uint64_t file, uint64_t offset, size_t size) const override {
         std::string bytes(std::min<uint64_t>(size, tree_.File(file).size), '\0');
-        // A packed member is read on where it was left.
+        // The last file stays open: consecutive reads of a packed member continue it.
         if (kept_ == nullptr || kept_file_ != file) {
             kept_ = Content(file);
             kept_file_ = file;
@@ -282,7 +282,7 @@ class Zip : public Archive {
             refuse("packed by method " + std::to_string(status.comp_method) +
                    ", which is not read");
         }
-        // The library goes wrong where somebody seeks in such a one.
+        // libzip cannot seek correctly in such a member.
         if (status.comp_method == ZIP_CM_STORE && status.comp_size != status.size) {
             refuse("stored, of two sizes");
         }
@@ -299,7 +299,7 @@ class Zip : public Archive {
         }
     }
 
-    // Systems without such modes leave them zero.
+    // Archives of systems without such modes have zero here.
     mode_t ModeOf(uint64_t index, bool is_directory) const {
         zip_uint8_t system = 0;
         zip_uint32_t attributes = 0;

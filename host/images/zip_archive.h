@@ -1,4 +1,4 @@
-// Archives of zip.
+// Zip archives.
 
 #pragma once
 
@@ -8,8 +8,8 @@
 
 namespace images {
 
-// As OpenArchive. Members that are stored are read where they lie; packed ones are unpacked to the
-// spool up to what is read.
+// As OpenArchive. Stored members are read in place; packed ones are unpacked to the spool as far as
+// they are read.
 std::unique_ptr<Archive> OpenZip(const Source& source, Spool* spool);
 
 }  // namespace images
