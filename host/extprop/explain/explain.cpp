@@ -69,14 +69,14 @@ void AddUnloaded(const Survey& survey, const std::vector<std::string>& patterns,
     }
 }
 
-// Returns those of the wanted names that did not load.
-std::vector<std::pair<std::string, Origin*>> Unloaded(const std::vector<std::string>& patterns,
-                                                      Origins* origins) {
+// Returns those that did not load of which it is asked.
+std::vector<std::pair<std::string, Origin*>> Unloaded(const IsAsked& is_asked,
+                                                      Explanation* explanation) {
     std::vector<std::pair<std::string, Origin*>> unloaded;
-    for (auto& [name, known] : *origins) {
-        if (!Matches(name, patterns)) continue;
-        for (Origin& origin : known) {
-            if (origin.did_not_load()) unloaded.emplace_back(name, &origin);
+    for (ExplainedProperty& property : explanation->properties) {
+        for (Origin& origin : property.origins) {
+            if (!origin.did_not_load() || !is_asked(property, origin)) continue;
+            unloaded.emplace_back(property.name, &origin);
         }
     }
     return unloaded;
@@ -105,23 +105,25 @@ void AskCoverage(const std::vector<std::pair<std::string, Origin*>>& unloaded,
 Explanation Explain(const BootOptions& options, const std::vector<std::string>& patterns,
                     Report* report) {
     PreparedDevice device(options);
+    const auto all = [](const ExplainedProperty&, const Origin&) { return true; };
+    return Explain(&device, options, patterns, all, report);
+}
+
+Explanation Explain(PreparedDevice* device, const BootOptions& options,
+                    const std::vector<std::string>& patterns, const IsAsked& is_asked,
+                    Report* report) {
     const auto matches = [&](const std::string& name) { return Matches(name, patterns); };
     std::optional<Survey> survey;
     std::string why_none;
     try {
-        survey = TakeSurvey(device.root(), matches, options.time_limit);
+        survey = TakeSurvey(device->root(), matches, options.time_limit);
     } catch (const std::runtime_error& error) {
         why_none = error.what();
     }
     Tracer tracer;
-    *report = device.Boot(&tracer, matches);
+    *report = device->Boot(&tracer, matches);
     Origins origins = tracer.Origins();
-    if (survey) {
-        AddUnloaded(*survey, patterns, device.root(), &origins);
-        AskCoverage(Unloaded(patterns, &origins), &device, options, *survey, report);
-    } else {
-        report->notes.push_back("the files that were not loaded are not told of: " + why_none);
-    }
+    if (survey) AddUnloaded(*survey, patterns, device->root(), &origins);
 
     Explanation explanation;
     explanation.device = report->device;
@@ -131,6 +133,11 @@ Explanation Explain(const BootOptions& options, const std::vector<std::string>& 
         auto value = report->properties.find(name);
         if (value != report->properties.end()) property.value = value->second;
         explanation.properties.push_back(std::move(property));
+    }
+    if (survey) {
+        AskCoverage(Unloaded(is_asked, &explanation), device, options, *survey, report);
+    } else {
+        report->notes.push_back("the files that were not loaded are not told of: " + why_none);
     }
     std::vector<std::string> names;
     for (const ExplainedProperty& property : explanation.properties) names.push_back(property.name);

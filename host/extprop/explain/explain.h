@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,6 +36,13 @@ struct Explanation {
 // Boots and explains the properties whose names match one of the patterns, as in a shell. Makes
 // `*report` the boot's. Throws as PreparedDevice does.
 Explanation Explain(const BootOptions& options, const std::vector<std::string>& patterns,
+                    Report* report);
+
+// The same of a device that is prepared with the options. What loads the lines that did not load is
+// tried only for those of which it `is_asked`.
+using IsAsked = std::function<bool(const ExplainedProperty& property, const Origin& line)>;
+Explanation Explain(PreparedDevice* device, const BootOptions& options,
+                    const std::vector<std::string>& patterns, const IsAsked& is_asked,
                     Report* report);
 
 // Returns where the origin gave its value, such as "early /odm/build.prop:3".
