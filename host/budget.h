@@ -70,7 +70,7 @@ inline constexpr size_t kPhoneFiles = 100'000;                // of a directory,
 inline constexpr size_t kPhoneValue = size_t{64} << 10;       // such a file, in bytes
 
 // Other texts that are read; a device's property files are the sandbox's matter.
-inline constexpr size_t kProperties = 100'000;     // of one file of --props
+inline constexpr size_t kProperties = 100'000;     // of one phone, or of --props
 inline constexpr size_t kText = size_t{16} << 20;  // a file of expectations, in bytes
 inline constexpr size_t kYamlNodes = 1'000'000;    // of expectations, each as often as it is read
 inline constexpr size_t kErrors = 100;             // that are told of one file

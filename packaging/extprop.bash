@@ -23,11 +23,11 @@ _extprop() {
     _init_completion -s -n : || return
 
     if ((cword == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W "boot explain diff matrix check lint --help --version" -- "$cur")
+        mapfile -t COMPREPLY < <(compgen -W "boot explain diff compare matrix check lint --help --version" -- "$cur")
         return
     fi
     case $prev in
-        --props | --html | --sarif | --merge | --junit | --markdown | --image | --code-quality | --baseline | --write-baseline)
+        --props | --phone | --html | --sarif | --merge | --junit | --markdown | --image | --code-quality | --baseline | --write-baseline)
             _filedir
             return
             ;;
@@ -63,8 +63,9 @@ _extprop() {
         [boot]="$boot --json --quiet --verbose --html --help"
         [explain]="$boot --all --json --html --help"
         [diff]="$boot --json --a --b --help"
+        [compare]="$boot --json --verbose --html --help"
         [matrix]="$boot --over --only --except --jobs --list --shard --merge --json --html --markdown --help"
-        [check]="$boot --jobs --record --json --junit --markdown --help"
+        [check]="$boot --jobs --record --phone --json --junit --markdown --help"
         [lint]="--slot --image --json --sarif --category --code-quality --source-root --baseline --write-baseline
             --explain --help"
     )
@@ -77,7 +78,7 @@ _extprop() {
     local operand=1 i
     for ((i = 2; i < cword; ++i)); do
         case ${words[i]} in
-            --set | --props | --brand | --region | --nv | --sim-first | --sim-current | --channel | --region-key | --edit | --slot | --image | --request | --timeout | --html | --sarif | \
+            --set | --props | --phone | --brand | --region | --nv | --sim-first | --sim-current | --channel | --region-key | --edit | --slot | --image | --request | --timeout | --html | --sarif | \
                 --over | --only | --except | --jobs | --shard | --merge | --junit | --markdown | --category | --code-quality | \
                 --source-root | --baseline | --write-baseline | --explain)
                 ((++i))
@@ -87,9 +88,9 @@ _extprop() {
         esac
     done
     case $command:$operand in
-        boot:1 | explain:1 | diff:1 | matrix:1 | check:1 | lint:1) _filedir ;;
+        boot:1 | explain:1 | diff:1 | compare:1 | matrix:1 | check:1 | lint:1) _filedir ;;
         boot:* | explain:*) _extprop_steps ;;
-        check:*)
+        check:* | compare:*)
             ((operand == 2)) && _filedir
             [[ ${#COMPREPLY[@]} -eq 0 ]] && _extprop_steps
             ;;

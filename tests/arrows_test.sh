@@ -2,7 +2,7 @@
 # Each part of the tool includes only those before it.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../host/extprop"
-parts=(json device boot coverage explain lint matrix output commands)
+parts=(json device boot coverage explain compare lint matrix output commands)
 [ "$(printf '%s\n' "${parts[@]}" | sort)" = "$(find . -mindepth 1 -type d -printf '%P\n' | sort)" ]
 before=$(find . -maxdepth 1 -type f ! -name main.cpp ! -name CMakeLists.txt)
 status=0

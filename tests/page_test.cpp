@@ -10,6 +10,7 @@
 
 namespace {
 
+using extprop::ComparisonPage;
 using extprop::json;
 using extprop::ReportPage;
 using testing::HasSubstr;
@@ -65,14 +66,19 @@ TEST(PageTest, HostileTextStaysText) {
     expect("caf\xe9 \xff\xfe", "caf\xef\xbf\xbd \xef\xbf\xbd\xef\xbf\xbd");
 }
 
-// The page must work from a mail or a build server's archive.
-TEST(PageTest, PageIsSelfContained) {
-    const std::string page = ReportPage(MakeReport("m"), MakeExplanation("a"));
-    EXPECT_EQ(page.rfind("<!DOCTYPE html>\n", 0), 0u);
-    EXPECT_EQ(page.substr(page.size() - 8), "</html>\n");
-    EXPECT_THAT(page, HasSubstr("<meta charset=\"utf-8\">"));
-    EXPECT_THAT(page, HasSubstr("default-src 'none';"));
-    EXPECT_THAT(page, HasSubstr("<noscript>\n<p"));
+// The pages must work from a mail or a build server's archive.
+TEST(PageTest, PagesAreSelfContained) {
+    extprop::Comparison comparison;
+    comparison.phone = comparison.same["</script>"] = "</script><script>";
+    for (const std::string& page :
+         {ReportPage(MakeReport("m"), MakeExplanation("a")), ComparisonPage(comparison)}) {
+        EXPECT_EQ(page.rfind("<!DOCTYPE html>\n", 0), 0u);
+        EXPECT_EQ(page.substr(page.size() - 8), "</html>\n");
+        EXPECT_THAT(page, HasSubstr("<meta charset=\"utf-8\">"));
+        EXPECT_THAT(page, HasSubstr("default-src 'none';"));
+        EXPECT_THAT(page, HasSubstr("<noscript>\n<p"));
+        EXPECT_THAT(PartsOf(page).data, Not(HasSubstr("<")));
+    }
 }
 
 }  // namespace

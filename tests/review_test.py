@@ -111,6 +111,11 @@ class ReviewTest(unittest.TestCase):
         difference = self.run_tool('matrix', SAMPLES + 'carriers', SAMPLES + 'sim-keys', '--json',
                                    status=1)
         self.hold(json.loads(difference), 'matrix-diff')
+        # A phone of a region that the device has not.
+        phone = self.write('phone', '[ro.sample.model]: [x]\n[ro.sample.volte]: [1]\n'
+                                    '[ro.tesvo.pipeline.region]: [XX]\n')
+        self.hold(json.loads(self.run_tool('compare', SAMPLES + 'carriers', phone, '--json', status=1)),
+                  'compare')
         wrong = self.write('wrong.yaml', 'expectations:\n- properties: {ro.sample.model: x}\n')
         self.hold(json.loads(self.run_tool('check', SAMPLES + 'carriers', wrong, '--json', status=1)),
                   'check')

@@ -33,6 +33,9 @@ constexpr Command kCommands[] = {
         {"boot", "Play init over a device and show what the library does", RunBoot},
         {"explain", "Boot, and tell where the values of properties come from", RunExplain},
         {"diff", "Boot twice and show which properties differ, and why", RunDiff},
+        {"compare",
+         "Boot as the phone that a dump tells of, and show where the two differ, and why",
+         RunCompare},
         {"matrix", "Boot every variant and show which values properties have, and for whom",
          RunMatrix},
         {"check", "Boot the variants that a file has expectations of, and hold them against it",
@@ -46,6 +49,7 @@ constexpr char kExamples[] =
         "  extprop boot phone early persist reboot early persist --props getprop.txt\n"
         "  extprop explain phone 'ro.product.*' --set sys.sim.switch.first=carrier1\n"
         "  extprop diff phone --a --region EU --b --region IN\n"
+        "  extprop compare phone bugreport.zip\n"
         "  extprop lint phone\n"
         "\nExit status: 0 done; 1 differences or faults found; 2 bad input, nothing done, or the\n"
         "result could not be written; 3 the library crashed, hung or met a limit.\n"

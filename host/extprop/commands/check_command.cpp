@@ -4,10 +4,12 @@
 #include "commands/command.h"
 #include "commands/matrix_options.h"
 #include "commands/options.h"
+#include "device/phone.h"
 #include "explain/explain.h"
 #include "input_error.h"
 #include "named_file.h"
 #include "output/check_report.h"
+#include "output/compare_text.h"
 #include "output/documents.h"
 #include "output/junit.h"
 #include "output/markdown.h"
@@ -53,6 +55,17 @@ ExitStatus Record(const std::string& device, const std::string& file,
     return kDone;
 }
 
+// Finds the variant that the phone is, and says of what it cannot be. The options give the boot its
+// persistent properties then.
+PhoneVariant VariantOf(const Phone& phone, BootOptions* options) {
+    PreparedDevice device(*options);
+    PhoneVariant is = FindPhoneVariant(phone, *options, &device);
+    PrintNotes(is.notes);
+    for (const MissingValue& missing : is.missing) Tell("note: " + WarningText(missing));
+    Add({{}, is.stored, {}}, options);
+    return is;
+}
+
 }  // namespace
 
 ExitStatus RunCheck(const Command& command, const std::vector<std::string>& words) {
@@ -64,6 +77,7 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     bool json = false;
     std::string junit;
     std::string markdown;
+    std::optional<std::string> phone_path;
     const auto started = std::chrono::system_clock::now();
 
     CommandLine line = LineOf(command);
@@ -79,7 +93,10 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     line.AddOption("--junit", "FILE", &junit, "Write a JUnit report to FILE as well");
     line.AddOption("--markdown", "FILE", &markdown,
                    "Write a summary for the page of a reviewed change to FILE as well");
-    line.Exclude("--record", {"--json", "--junit", "--markdown"});
+    line.AddOption("--phone", "PHONE", &phone_path,
+                   "Check what a phone has, in any form that --props takes, for the variant that "
+                   "it is");
+    line.Exclude("--record", {"--json", "--junit", "--markdown", "--phone"});
     line.AddFooter(kFormatHelp);
     if (!line.Parse(words)) return kDone;
 
@@ -103,19 +120,30 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     if (!errors.empty()) throw InputError(errors);
 
     CheckResult result;
+    result.phone = phone_path;
+    Phone phone;
+    if (phone_path) phone = ReadPhone(*phone_path, {device});
+    PrintNotes(phone.notes);
     for (const Expectations& expectations : read) {
         BootArguments own = arguments;
         if (own.steps.empty()) own.steps = expectations.steps;
-        Matrix matrix(OptionsOf(device, own), jobs);
+        BootOptions options = OptionsOf(device, own);
+        CheckedPhone checked{phone.properties, {}};
+        if (phone_path) checked.is = VariantOf(phone, &options);
+        Matrix matrix(options, jobs);
         PrintNotes(matrix.base().notes);
-        Checker checker(expectations, &matrix);
+        Checker checker(expectations, &matrix, phone_path ? &checked : nullptr);
         BootWithProgress(&matrix, checker.variants(), [&](size_t number, const Outcome& outcome) {
             checker.Add(number, outcome);
         });
         checker.Finish(&result);
     }
+    if (phone_path && result.cases.empty()) {
+        throw InputError(*phone_path + ": no expectation is about this phone's variant");
+    }
     std::vector<std::string> inputs = InputsOf(device, arguments);
     inputs.insert(inputs.end(), files.begin(), files.end());
+    inputs.push_back(phone_path.value_or(""));
     if (!junit.empty()) WriteOutput(junit, inputs, JunitReport(result, started));
     if (!markdown.empty()) WriteOutput(markdown, inputs, CheckMarkdown(result));
     if (json) {

@@ -21,6 +21,7 @@ struct Command {
 
 ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunExplain(const Command& command, const std::vector<std::string>& words);
+ExitStatus RunCompare(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunDiff(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunLint(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunCheck(const Command& command, const std::vector<std::string>& words);

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "TesvoExtensionProperty/commands.h"
-#include "budget.h"
 #include "commands/command.h"
 #include "device/legal.h"
 #include "device/phone.h"
@@ -123,10 +122,6 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
     for (const std::string& file : arguments.property_files) {
         const Phone phone = ReadPhone(file, {device, arguments.other_device});
         PrintNotes(phone.notes);
-        if (phone.properties.size() > limits::kProperties) {
-            throw InputError(file + ": more than " + std::to_string(limits::kProperties) +
-                             " properties, which is the limit");
-        }
         for (const auto& [name, value] : phone.properties) {
             AddProperty(file, name, value, &plan.properties);
         }

@@ -76,7 +76,7 @@ class SpaceFinder {
     void FindRoots() {
         const std::string region = load_property_from_file(kRegionBuildProp, kRegion);
         const std::vector<std::string> own = findPartitionRoots();
-        std::string code;
+        std::string& code = space_.brand_code;
         for (const Brand& brand : kBrands) {
             if (partitionRoots(brand.code, region) == own) code = brand.code;
         }
@@ -235,7 +235,7 @@ VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds
                 json old_keys = json::object();
                 for (const auto& [target, keys] : space.old_keys) old_keys[target] = Write(keys);
                 return json::array({space.values, Write(space.roots), old_keys, space.unmapped_key,
-                                    space.fixed_files, space.company_root});
+                                    space.fixed_files, space.company_root, space.brand_code});
             },
             limit);
     if (!answer) {
@@ -252,6 +252,7 @@ VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds
     answer->at(3).get_to(space.unmapped_key);
     answer->at(4).get_to(space.fixed_files);
     answer->at(5).get_to(space.company_root);
+    answer->at(6).get_to(space.brand_code);
     return space;
 }
 

@@ -54,8 +54,14 @@ Phone ReadDirectory(const std::string& path) {
 }  // namespace
 
 Phone ReadPhone(const std::string& path, const std::vector<std::string>& devices) {
-    if (path == "-") return ReadFile("/dev/stdin", {});
-    return IsInputDirectory(path, devices) ? ReadDirectory(path) : ReadFile(path, devices);
+    Phone phone = path == "-"                       ? ReadFile("/dev/stdin", {})
+                  : IsInputDirectory(path, devices) ? ReadDirectory(path)
+                                                    : ReadFile(path, devices);
+    if (phone.properties.size() > limits::kProperties) {
+        throw InputError(path + ": more than " + std::to_string(limits::kProperties) +
+                         " properties, which is the limit");
+    }
+    return phone;
 }
 
 }  // namespace extprop

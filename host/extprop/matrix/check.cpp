@@ -1,10 +1,10 @@
 #include "matrix/check.h"
 
-#include <nlohmann/json.hpp>
-
+#include <algorithm>
 #include <set>
 
 #include <re2/re2.h>
+#include <nlohmann/json.hpp>
 
 #include "budget.h"
 #include "input_error.h"
@@ -55,6 +55,41 @@ ExpectedVariants VariantsOf(const Expectation& expectation, const VariantSpace& 
     return expected;
 }
 
+// Whether the selection is of what the phone is.
+bool Selects(const VariantSelection& selection, const PhoneVariant& phone) {
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        const bool is_missing =
+                std::any_of(phone.missing.begin(), phone.missing.end(),
+                            [&](const MissingValue& missing) { return missing.axis == axis; });
+        const bool is_as_device = !phone.variant[axis] && !is_missing;
+        const std::vector<std::string>& values = selection.values[axis];
+        const auto is_one = [&](const std::string& value) {
+            if (value == kAsItIs) return is_as_device;
+            return phone.values[axis] && (value == kAnyValue || value == *phone.values[axis]);
+        };
+        const bool fits =
+                values.empty() ? is_as_device : std::any_of(values.begin(), values.end(), is_one);
+        if (!fits) return false;
+    }
+    return true;
+}
+
+// Whether the expectation is about the variant that the phone is. One about all variants is about
+// those that differ in several axes too.
+bool IsAbout(const Expectation& expectation, const PhoneVariant& phone) {
+    return expectation.all_variants ||
+           std::any_of(
+                   expectation.selections.begin(), expectation.selections.end(),
+                   [&](const VariantSelection& selection) { return Selects(selection, phone); });
+}
+
+// Whether both have the property, and the same value.
+bool HaveSame(const PropertyMap& a, const PropertyMap& b, const std::string& name) {
+    const auto one = a.find(name);
+    const auto other = b.find(name);
+    return one != a.end() && other != b.end() && one->second == other->second;
+}
+
 bool Meets(const std::optional<std::string>& value, const Expected& expected) {
     switch (expected.kind) {
         case Expected::kEquals:
@@ -83,9 +118,15 @@ bool IsFrom(const OriginDocument& origin, const std::string& place) {
 
 }  // namespace
 
-Checker::Checker(const Expectations& expectations, Matrix* matrix)
-        : expectations_(expectations), matrix_(matrix) {
+Checker::Checker(const Expectations& expectations, Matrix* matrix, const CheckedPhone* phone)
+        : expectations_(expectations), matrix_(matrix), phone_(phone) {
     for (const Expectation& expectation : expectations.expectations) {
+        if (phone_ != nullptr) {
+            if (IsAbout(expectation, phone_->is)) {
+                asked_[phone_->is.variant].push_back(&expectation);
+            }
+            continue;
+        }
         const ExpectedVariants about = VariantsOf(expectation, matrix->space());
         for (const Variant& variant : about.variants) {
             Keep(expectation.name);
@@ -110,9 +151,10 @@ Checker::Checker(const Expectations& expectations, Matrix* matrix)
 }
 
 void Checker::Add(size_t number, const Outcome& outcome) {
-    PropertyMap properties = matrix_->base().properties;
-    for (const std::string& name : outcome.removed) properties.erase(name);
-    for (const auto& [name, value] : outcome.changed) properties[name] = value;
+    PropertyMap device = matrix_->base().properties;
+    for (const std::string& name : outcome.removed) device.erase(name);
+    for (const auto& [name, value] : outcome.changed) device[name] = value;
+    const PropertyMap& properties = phone_ == nullptr ? device : phone_->properties;
 
     std::set<std::string> named;
     for (const Expectation* expectation : asked_[variants_[number]]) {
@@ -145,9 +187,12 @@ void Checker::Add(size_t number, const Outcome& outcome) {
                                      ", take too long, which is limited");
                 }
             }
-            if (!Meets(unmet.value, expected)) {
+            // Where a phone's value comes from is known if the device has the same.
+            const bool has_origin = HaveSame(device, properties, name);
+            const bool has_to_come = expected.kind == Expected::kFrom;
+            if (!Meets(unmet.value, expected) || (has_to_come && !has_origin)) {
                 AddUnmet(unmet, &checked);
-                if (unmet.value) traced_[number].insert(name);
+                if (has_origin) traced_[number].insert(name);
             } else if (expected.kind == Expected::kFrom) {
                 traced_[number].insert(name);
                 from_[number].push_back({cases_[number].size() - 1, unmet, expected.text});
@@ -155,12 +200,13 @@ void Checker::Add(size_t number, const Outcome& outcome) {
         }
         for (const auto& [name, value] : properties) {
             if (!expectation->complete || named.count(name) != 0) continue;
+            if (device.count(name) == 0) continue;  // a phone's that is not the library's
             ++checked_;
             unmet.property = name;
             unmet.expected = "none, since the expectations do not name it";
             unmet.value = value;
             AddUnmet(unmet, &checked);
-            traced_[number].insert(name);
+            if (HaveSame(device, properties, name)) traced_[number].insert(name);
         }
     }
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "compare/phone_variant.h"
 #include "matrix/expectations.h"
 
 namespace extprop {
@@ -35,16 +36,24 @@ struct CheckedCase {
     double seconds = 0;  // of the boot, in the first of the cases that it was for
 };
 
+// A phone whose own values are held against what is expected of the variant that it is.
+struct CheckedPhone {
+    const PropertyMap& properties;
+    PhoneVariant is;
+};
+
 struct CheckResult {
-    size_t variants = 0;  // booted
-    size_t checked = 0;   // properties in variants
+    std::optional<std::string> phone;  // whose values were checked, as it was named
+    size_t variants = 0;               // booted
+    size_t checked = 0;                // properties in variants
     std::vector<CheckedCase> cases;
 };
 
 class Checker {
   public:
-    // Both have to outlive this. Throws InputError, as Add does, if there is too much to tell.
-    Checker(const Expectations& expectations, Matrix* matrix);
+    // All have to outlive this. Without a phone the device's own values are checked. Throws
+    // InputError, as Add does, if there is too much to tell.
+    Checker(const Expectations& expectations, Matrix* matrix, const CheckedPhone* phone = nullptr);
 
     // What the expectations are about, to be booted.
     const std::vector<Variant>& variants() const { return variants_; }
@@ -70,6 +79,7 @@ class Checker {
 
     const Expectations& expectations_;
     Matrix* matrix_;
+    const CheckedPhone* phone_;
     std::map<Variant, std::vector<const Expectation*>, VariantOrder> asked_;
     std::vector<Variant> variants_;
     std::vector<std::vector<CheckedCase>> cases_;  // by variant

@@ -16,6 +16,14 @@ std::string CaseName(const CheckedCase& checked) {
 
 }  // namespace
 
+std::string SubjectText(const CheckResult& result, const Variant& variant) {
+    return (result.phone ? *result.phone + ": " : "") + VariantText(variant);
+}
+
+std::string SubjectsText(const CheckResult& result) {
+    return result.phone ? *result.phone : Count(result.variants, "variant", "variants");
+}
+
 std::string UnmetText(const UnmetExpectation& unmet) {
     if (unmet.failure) return FailureText(*unmet.failure);
     if (unmet.property.empty()) return "expected " + unmet.expected;
@@ -31,12 +39,12 @@ std::string CheckText(const CheckResult& result) {
     size_t unmet = 0;
     for (const CheckedCase& checked : result.cases) {
         if (checked.unmet.empty()) continue;
-        text << VariantText(checked.variant) << ": " << CaseName(checked) << "\n";
+        text << SubjectText(result, checked.variant) << ": " << CaseName(checked) << "\n";
         for (const UnmetExpectation& each : checked.unmet) text << "  " << UnmetText(each) << "\n";
         unmet += checked.unmet.size();
     }
-    text << Count(result.variants, "variant", "variants") << ", "
-         << Count(result.checked, "property", "properties") << " checked, "
+    text << SubjectsText(result) << ", " << Count(result.checked, "property", "properties")
+         << " checked, "
          << (unmet == 0 ? "all as expected" : std::to_string(unmet) + " not as expected") << "\n";
     return text.string();
 }

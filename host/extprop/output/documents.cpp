@@ -53,7 +53,34 @@ void Visit(Fields& fields, MatrixDifference& difference) {
             "changes", difference.changes);
 }
 
+template <typename Fields>
+void Visit(Fields& fields, MissingValue& missing) {
+    fields("axis", std::string(kAxes[missing.axis].name))("value", missing.value);
+}
+
 namespace {
+
+// With only the fields that its class has.
+json WriteCompared(const std::vector<ComparedProperty>& properties) {
+    json array = json::array();
+    for (const ComparedProperty& property : properties) {
+        Writer fields;
+        fields("name", property.name);
+        if (property.device) fields("device", property.device);
+        if (property.phone) fields("phone", property.phone);
+        if (property.device) fields("origin", property.origin);
+        if (property.phone) {
+            json lines = json::array();
+            for (const PhoneLine& line : property.phone_lines) {
+                lines.push_back(Write(line.origin));
+                lines.back()["system"] = line.is_system;
+            }
+            fields("phone_lines", lines);
+        }
+        array.push_back(std::move(fields.document));
+    }
+    return array;
+}
 
 constexpr int kReportFormat = 2;
 constexpr int kExplanationFormat = 2;
@@ -62,6 +89,7 @@ constexpr int kMatrixDifferenceFormat = 1;
 constexpr int kVariantListFormat = 1;
 constexpr int kCheckFormat = 1;
 constexpr int kLintFormat = 1;
+constexpr int kComparisonFormat = 1;
 
 template <typename T>
 json Document(const T& value, int format) {
@@ -88,11 +116,37 @@ json ToJson(const CheckResult& result) {
     return {{"format", kCheckFormat},
             {"variants", result.variants},
             {"checked", result.checked},
+            {"phone", Write(result.phone)},
             {"unmet", unmet}};
 }
 
 json ToJson(const LintReport& report) {
     return Document(report, kLintFormat);
+}
+
+json ToJson(const Comparison& comparison) {
+    return {{"format", kComparisonFormat},
+            {"device", comparison.device},
+            {"phone", comparison.phone},
+            {"missing", Write(comparison.missing)},
+            {"words", comparison.words},
+            {"given", comparison.given},
+            {"same", comparison.same.size()},
+            {"others", comparison.others.size()},
+            {"differs", WriteCompared(comparison.differs)},
+            {"only_device", WriteCompared(comparison.only_device)},
+            {"only_phone", WriteCompared(comparison.only_phone)},
+            {"unknown", comparison.unknown},
+            {"failure", Write(comparison.failure)}};
+}
+
+json CountedJson(const Comparison& comparison) {
+    json others = json::array();
+    for (const OtherProperty& other : comparison.others) {
+        others.push_back({{"name", other.name}, {"phone", other.value}});
+        if (other.line) others.back()["origin"] = Write(*other.line);
+    }
+    return {{"same", comparison.same}, {"others", others}};
 }
 
 json ToJson(const Report& report) {
@@ -152,5 +206,6 @@ template std::string DocumentText(const Difference&);
 template std::string DocumentText(const MatrixDifference&);
 template std::string DocumentText(const CheckResult&);
 template std::string DocumentText(const LintReport&);
+template std::string DocumentText(const Comparison&);
 
 }  // namespace extprop

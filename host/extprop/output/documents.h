@@ -7,6 +7,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "compare/compare.h"
 #include "explain/diff.h"
 #include "explain/explain.h"
 #include "json/text.h"
@@ -26,10 +27,15 @@ json ToJson(const Report& report);
 json ToJson(const Explanation& explanation);
 json ToJson(const Difference& difference);
 json ToJson(const LintReport& report);
+json ToJson(const Comparison& comparison);
 
 // Returns the text of the document that ToJson makes of what is given.
 template <typename T>
 std::string DocumentText(const T& value);
+
+// Returns what the document of a comparison only counts: the properties that are the same, and the
+// others with their origins.
+json CountedJson(const Comparison& comparison);
 
 // Prints the explanation's document, a line a property, without holding the whole of it.
 void PrintJson(const Explanation& explanation, std::ostream& out);

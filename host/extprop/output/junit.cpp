@@ -42,7 +42,8 @@ std::string Timestamp(std::chrono::system_clock::time_point at) {
 // The cases of one file with expectations.
 class Suite {
   public:
-    explicit Suite(const std::string& file) : file_(PathInWorkTree(file)) {}
+    Suite(const std::string& file, const CheckResult& result)
+            : file_(PathInWorkTree(file)), result_(result) {}
 
     void Add(const CheckedCase& checked) {
         cases_.push_back(&checked);
@@ -69,7 +70,7 @@ class Suite {
     }
 
     std::string CaseText(const CheckedCase& checked) {
-        const std::string name = VariantText(checked.variant);
+        const std::string name = SubjectText(result_, checked.variant);
         std::string group = file_ + ": " + NameOf(checked);
         const int count = ++equal_[group + "\n" + name];
         if (count > 1) group += " (" + std::to_string(count) + ")";
@@ -94,6 +95,7 @@ class Suite {
     }
 
     std::string file_;
+    const CheckResult& result_;
     std::vector<const CheckedCase*> cases_;
     std::set<int> lines_;
     std::map<std::string, int> equal_;
@@ -108,7 +110,7 @@ std::string JunitReport(const CheckResult& result, std::chrono::system_clock::ti
     std::vector<std::string> files;
     std::map<std::string, Suite> suites;
     for (const CheckedCase& checked : result.cases) {
-        const auto [suite, is_new] = suites.try_emplace(checked.file, checked.file);
+        const auto [suite, is_new] = suites.try_emplace(checked.file, checked.file, result);
         if (is_new) files.push_back(checked.file);
         suite->second.Add(checked);
     }

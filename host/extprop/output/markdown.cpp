@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "output/check_report.h"
 #include "output/markup.h"
 #include "output/text.h"
 #include "printable.h"
@@ -175,7 +176,7 @@ std::string CheckMarkdown(const CheckResult& result) {
                     each.origin ? TextCell(each.origin->at("text").get<std::string>()) : ""};
             const auto [place, is_new] = known.try_emplace(cells, groups.size());
             if (is_new) groups.push_back({std::move(cells), {}});
-            groups[place->second].variants.push_back(VariantText(each.variant));
+            groups[place->second].variants.push_back(SubjectText(result, each.variant));
         }
     }
     std::string text = "<h3>" +
@@ -183,7 +184,7 @@ std::string CheckMarkdown(const CheckResult& result) {
                                    : std::to_string(unmet) + " not as expected") +
                        "</h3>\n" +
                        Paragraph(Count(result.checked, "property", "properties") + " checked in " +
-                                 Count(result.variants, "variant", "variants"));
+                                 TextCell(SubjectsText(result)));
     if (unmet == 0) return text;
     Table table(std::move(text),
                 {"Expectation", "Property", "Expected", "Value", "From", "Variants"});

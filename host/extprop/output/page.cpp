@@ -5,6 +5,7 @@
 #include <android-base/strings.h>
 #include <nlohmann/json.hpp>
 
+#include "output/compare_text.h"
 #include "output/documents.h"
 #include "output/text.h"
 #include "page_template.h"
@@ -36,6 +37,18 @@ std::string ReportPage(const Report& report, const Explanation& explanation) {
 
 std::string SummaryPage(const Summary& summary) {
     return Page(kMatrixPage, ToJson(summary));
+}
+
+std::string ComparisonPage(const Comparison& comparison) {
+    json data = ToJson(comparison);
+    data["failure"] = comparison.failure ? json(FailureText(*comparison.failure)) : json();
+    json warnings = json::array();
+    for (const MissingValue& missing : comparison.missing) {
+        warnings.push_back(WarningText(missing));
+    }
+    data["missing"] = std::move(warnings);
+    data.update(CountedJson(comparison));
+    return Page(kComparePage, data);
 }
 
 }  // namespace extprop

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "compare/compare.h"
 #include "explain/explain.h"
 #include "matrix/summary.h"
 
@@ -15,5 +16,8 @@ std::string ReportPage(const Report& report, const Explanation& explanation);
 
 // Returns one self-contained page for the summary: its properties by its variants.
 std::string SummaryPage(const Summary& summary);
+
+// Returns one self-contained page for the comparison: first what is not alike, with its lines.
+std::string ComparisonPage(const Comparison& comparison);
 
 }  // namespace extprop

@@ -171,24 +171,6 @@ const char* ColourOf(const Origin& origin) {
     return origin.did_not_load() || origin.fate == Fate::kRefused ? kYellow : kFaint;
 }
 
-// What became of a line, behind its value.
-std::string FateText(const Origin& origin) {
-    if (origin.fate == Fate::kWins) return "";
-    std::string text = std::string("  [") + Name(origin.fate);
-    if (origin.fate == Fate::kLookedUp && !origin.operations.empty()) {
-        text += " by " + origin.operations.front();
-    }
-    if (origin.filter && origin.fate == Fate::kFilteredOut) text += " by " + *origin.filter;
-    if (origin.did_not_load()) {
-        if (origin.required) {
-            text += "; it takes " + ShellWords(*origin.required);
-        } else if (origin.tried > 0) {
-            text += "; none of " + Count(origin.tried, "boot", "boots") + " loads it";
-        }
-    }
-    return text + "]";
-}
-
 std::string SideText(const DifferenceSide& side) {
     return side.origin ? side.value + "  (" + OriginText(*side.origin) + ")" : side.value;
 }
@@ -228,6 +210,23 @@ std::string FailureText(const BootFailure& failure) {
     text += " in step " + failure.step;
     if (failure.last_file) text += ", last loading " + *failure.last_file;
     return text;
+}
+
+std::string FateText(const Origin& origin) {
+    if (origin.fate == Fate::kWins) return "";
+    std::string text = std::string("  [") + Name(origin.fate);
+    if (origin.fate == Fate::kLookedUp && !origin.operations.empty()) {
+        text += " by " + origin.operations.front();
+    }
+    if (origin.filter && origin.fate == Fate::kFilteredOut) text += " by " + *origin.filter;
+    if (origin.did_not_load()) {
+        if (origin.required) {
+            text += "; it takes " + ShellWords(*origin.required);
+        } else if (origin.tried > 0) {
+            text += "; none of " + Count(origin.tried, "boot", "boots") + " loads it";
+        }
+    }
+    return text + "]";
 }
 
 std::string ExplanationText(const Explanation& explanation, bool colours) {

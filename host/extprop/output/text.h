@@ -22,4 +22,7 @@ std::string ExplanationText(const Explanation& explanation, bool colours);
 
 std::string DifferenceText(const Difference& difference);
 
+// Returns what became of a value, as it stands after it; nothing if it won.
+std::string FateText(const Origin& origin);
+
 }  // namespace extprop

@@ -1,0 +1,176 @@
+#include "compare/compare.h"
+
+#include <algorithm>
+
+#include "device/legal.h"
+#include "device/places.h"
+
+namespace extprop {
+
+namespace {
+
+// Whether the line is one that the library has not loaded, of a file that the system may load.
+bool IsSystemLine(const Origin& origin) {
+    return origin.kind == OriginKind::kFile && origin.did_not_load() &&
+           IsSystems(origin.own_file());
+}
+
+bool IsLibraryLine(const Origin& origin) {
+    return origin.kind == OriginKind::kFile && !IsSystemLine(origin);
+}
+
+const Origin* WinnerOf(const std::vector<Origin>& origins) {
+    for (const Origin& origin : origins) {
+        if (origin.fate == Fate::kWins) return &origin;
+    }
+    return nullptr;
+}
+
+// Whether the library itself has a use for the property, which no file need have.
+bool IsRegionOrKey(const std::string& name) {
+    for (int axis = kRegionAxis; axis < kAxisCount; ++axis) {
+        if (PropertyOf(axis) != nullptr && name == PropertyOf(axis)) return true;
+    }
+    return false;
+}
+
+// Returns all that the options say of properties, by name.
+PropertyMap GivenBy(const BootOptions& options) {
+    PropertyMap given = options.plan.properties;
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        const auto& value = options.what_if.variant[axis];
+        if (value && PropertyOf(axis) != nullptr) given[PropertyOf(axis)] = *value;
+    }
+    for (const Edit& edit : options.what_if.edits) given[edit.name] = edit.value;
+    return given;
+}
+
+// Sorts the properties into what is told of them.
+class Comparer {
+  public:
+    Comparer(const Phone& phone, const std::vector<std::string>& patterns, Comparison* comparison)
+            : phone_(phone), patterns_(patterns), comparison_(*comparison) {}
+
+    // Whether the line is told of, if it did not load, with what loads it.
+    bool IsAsked(const ExplainedProperty& property, const Origin& line) const {
+        const auto phone = PhonesOwn(property.name);
+        return phone && property.value != phone && IsCompared(property.name) &&
+               IsLibraryLine(line) && (!property.value || line.value == *phone);
+    }
+
+    void AddAll(const PropertyMap& device, const Explanation& explanation) {
+        std::map<std::string, const std::vector<Origin>*> origins;
+        for (const ExplainedProperty& property : explanation.properties) {
+            origins[property.name] = &property.origins;
+        }
+        PropertyMap all = device;
+        all.insert(phone_.properties.begin(), phone_.properties.end());
+        std::vector<std::string> names;
+        for (const auto& [name, value] : all) {
+            if (!IsCompared(name)) continue;
+            names.push_back(name);
+            const auto own = device.find(name);
+            static const std::vector<Origin> none;
+            const auto known = origins.find(name);
+            Add({name,
+                 own == device.end() ? std::nullopt : std::optional(own->second),
+                 PhonesOwn(name),
+                 std::nullopt,
+                 {}},
+                known == origins.end() ? none : *known->second);
+        }
+        comparison_.unknown = Unmatched(patterns_, names);
+    }
+
+  private:
+    std::optional<std::string> PhonesOwn(const std::string& name) const {
+        const auto property = phone_.properties.find(name);
+        if (property == phone_.properties.end()) return std::nullopt;
+        return property->second;
+    }
+
+    bool IsCompared(const std::string& name) const {
+        return (!phone_.only_persistent || IsPersistent(name)) && Matches(name, patterns_);
+    }
+
+    void Add(ComparedProperty property, const std::vector<Origin>& origins) {
+        const std::optional<std::string>& phone = property.phone;
+        const Origin* winner = WinnerOf(origins);
+        if (property.device && winner != nullptr) property.origin = *winner;
+        if (property.device == phone) {
+            const bool is_given = comparison_.given.count(property.name) != 0;
+            if (!is_given) comparison_.same[property.name] = *phone;
+        } else if (!phone) {
+            const bool is_given = winner != nullptr && winner->kind == OriginKind::kGiven;
+            if (!is_given) comparison_.only_device.push_back(std::move(property));
+        } else if (property.device) {
+            AddLines(
+                    origins, [&](const Origin& origin) { return origin.value == *phone; },
+                    &property);
+            comparison_.differs.push_back(std::move(property));
+        } else if (IsRegionOrKey(property.name) ||
+                   std::any_of(origins.begin(), origins.end(), IsLibraryLine)) {
+            AddLines(
+                    origins, [](const Origin&) { return true; }, &property);
+            comparison_.only_phone.push_back(std::move(property));
+        } else {
+            AddOther(property.name, *phone, origins);
+        }
+    }
+
+    template <typename IsWanted>
+    static void AddLines(const std::vector<Origin>& origins, const IsWanted& is_wanted,
+                         ComparedProperty* property) {
+        for (const Origin& origin : origins) {
+            if (origin.kind != OriginKind::kFile || !is_wanted(origin)) continue;
+            property->phone_lines.push_back({origin, IsSystemLine(origin)});
+        }
+    }
+
+    void AddOther(const std::string& name, const std::string& value,
+                  const std::vector<Origin>& origins) {
+        OtherProperty other{name, value, std::nullopt};
+        for (const Origin& origin : origins) {
+            if (origin.kind != OriginKind::kFile) continue;
+            // The one with the phone's value says most.
+            if (!other.line || origin.value == value || other.line->value != value) {
+                other.line = origin;
+            }
+        }
+        comparison_.others.push_back(std::move(other));
+    }
+
+    const Phone& phone_;
+    const std::vector<std::string>& patterns_;
+    Comparison& comparison_;
+};
+
+}  // namespace
+
+Comparison Compare(const BootOptions& options, const Phone& phone, const std::string& name,
+                   const std::vector<std::string>& patterns, Report* report) {
+    PreparedDevice device(options);
+    PhoneVariant is = FindPhoneVariant(phone, options, &device);
+    BootOptions own = options;
+    Add(is.addition(), &own);
+    own.plan.detail = Detail::kOrigins;
+    device.Reset(own);
+
+    Comparison comparison;
+    Comparer comparer(phone, patterns, &comparison);
+    const auto is_asked = [&](const ExplainedProperty& property, const Origin& line) {
+        return comparer.IsAsked(property, line);
+    };
+    const Explanation explanation = Explain(&device, own, patterns, is_asked, report);
+    report->notes.insert(report->notes.begin(), is.notes.begin(), is.notes.end());
+    comparison.device = report->device;
+    comparison.phone = name;
+    comparison.missing = std::move(is.missing);
+    comparison.words = WordsOf(is.addition(), options.names_no_steps);
+    comparison.given = GivenBy(own);
+    comparison.failure = report->failure;
+    if (!report->failure) comparer.AddAll(report->properties, explanation);
+    return comparison;
+}
+
+}  // namespace extprop
