@@ -23,7 +23,7 @@ inline constexpr uint64_t kImageDirectory = uint64_t{32} << 20;  // a directory'
 inline constexpr size_t kImageNames = 200'000;                   // in one directory
 inline constexpr size_t kSparseChunks = 1 << 20;                 // of a sparse image
 inline constexpr uint32_t kSuperMetadata = 16 << 20;             // of a super image, in bytes
-inline constexpr size_t kSuperPartitions = 1024;                 // of a super image
+inline constexpr size_t kSuperPartitions = 1024;                 // of a super image or payload
 inline constexpr size_t kSuperExtents = 65536;    // of all partitions of a super image together
 inline constexpr uint64_t kExt4Groups = 1 << 18;  // of blocks; as many take 16 MiB of descriptors
 

@@ -254,6 +254,14 @@ TEST_F(FirmwareTest, WhatCannotBeReadIsRefusedAtOnce) {
     const std::string oversized = changed([](PayloadMaker* maker) {
         maker->manifest.mutable_partitions(0)->mutable_new_info()->set_size(uint64_t{1} << 50);
     });
+    const std::string crowded = changed([](PayloadMaker* maker) {
+        for (int i = 0; i < 1100; ++i) {
+            maker->manifest.add_partitions()->set_name("p" + std::to_string(i));
+        }
+    });
+    const std::string long_name = changed([](PayloadMaker* maker) {
+        maker->manifest.mutable_partitions(0)->set_name(std::string(100'000, 'p'));
+    });
     const auto nested = [&](std::string inner, int levels) {
         for (int i = 0; i < levels; ++i) inner = Zip({{"a.zip", kFile, inner}});
         return inner;
@@ -276,6 +284,8 @@ TEST_F(FirmwareTest, WhatCannotBeReadIsRefusedAtOnce) {
             {"ota.zip", damaged, "/ota.zip(payload.bin)("},
             {"ota.zip", unknown, "(odm): payload: operation 1: type 9 is not known"},
             {"ota.zip", oversized, "partition 'odm' of more than 16 GiB"},
+            {"ota.zip", crowded, "(payload.bin): payload: more than 1024 partitions"},
+            {"ota.zip", long_name, "(payload.bin): payload: a partition's name of more than 255"},
             {"nested.zip", nested(Zip(tree_), 2), "an archive in an archive that is in one itself"},
             {"nested.zip", nested(Zip(tree_), 9), "an archive in an archive that is in one itself"},
             {"climbing.zip", Zip({{"odm/../../../x", kFile, ""}}),
@@ -344,6 +354,9 @@ TEST_F(FirmwareTest, WhatCannotBeReadIsRefusedAtOnce) {
         EXPECT_THAT(lint.err, HasSubstr(std::string(name) + ": neither an ext4 nor"));
         fs::remove(Path(std::string("/some/") + name));
     }
+
+    EXPECT_EQ(RunWords({"boot", "some", "--image", "my_x=x.txt"}).status, 2);
+    EXPECT_EQ(RunWords({"boot", "some"}).status, 0);
 
     // Links lead within the archive.
     Write("/links.tar", Tar({{"odm/build.prop", kLink, Path("/outside/kept")},

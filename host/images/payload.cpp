@@ -112,8 +112,16 @@ class FullPayload : public Payload {
         if (block_size < 512 || block_size > 1 << 20 || (block_size & (block_size - 1)) != 0) {
             throw Damage("payload: blocks of " + std::to_string(block_size) + " bytes");
         }
+        constexpr size_t kLongestName = 255;
+        if (static_cast<size_t>(manifest_.partitions_size()) > limits::kSuperPartitions) {
+            throw Damage("payload: more than " + std::to_string(limits::kSuperPartitions) +
+                         " partitions");
+        }
         std::set<std::string> names;
         for (const payload::Partition& partition : manifest_.partitions()) {
+            if (partition.name().size() > kLongestName) {
+                throw Damage("payload: a partition's name of more than 255 bytes");
+            }
             if (!names.insert(partition.name()).second) {
                 throw Damage("payload: partition '" + partition.name() + "' is there twice");
             }

@@ -93,11 +93,12 @@ void SpooledBytes::Write(uint64_t offset, const char* from, size_t size) {
 }
 
 SpooledStream::SpooledStream(std::unique_ptr<Stream> stream, Spool* spool, uint64_t size)
-        : stream_(std::move(stream)), bytes_(spool, size) {}
+        : stream_(std::move(stream)), spool_(spool), bytes_(spool, size) {}
 
 void SpooledStream::TakeUpTo(uint64_t end) const {
     std::vector<char> chunk;
     while (taken_ < end && !ended_) {
+        spool_->Count(0);  // once no more is allowed, nothing takes time
         // Whole chunks, so that each is written once.
         chunk.resize(std::min<uint64_t>(Spool::kChunkSize, bytes_.size() - taken_));
         size_t filled = 0;

@@ -88,6 +88,7 @@ class SpooledStream : public Source {
     void TakeUpTo(uint64_t end) const;
 
     std::unique_ptr<Stream> stream_;
+    Spool* spool_;
     mutable SpooledBytes bytes_;
     mutable uint64_t taken_ = 0;
     mutable bool ended_ = false;

@@ -76,7 +76,7 @@ unique_fd OpenNamed(const std::string& path) {
     Check(stat(path.c_str(), &status) == 0, "cannot be opened");
     if (is_usable()) {
         file.reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-        Check(fstat(file.get(), &status) == 0, "cannot be opened");
+        Check(file.ok() && fstat(file.get(), &status) == 0, "cannot be opened");
     }
     if (!is_usable()) throw std::runtime_error("neither a file nor a block device");
     return file;

@@ -36,6 +36,7 @@ struct Candidate {
     std::function<std::shared_ptr<const Tree>()> open;
     std::string directory = "";  // that alone stands for it
     bool is_packed = false;      // it is unpacked as a whole when somebody looks into it
+    bool is_named = false;       // by the user
     std::function<std::string()> above = nullptr;  // as ShownImage has it
 };
 
@@ -259,7 +260,7 @@ class Firmware::Opener {
 
     // A file of one partition.
     Candidate Single(const std::string& partition, const ImageFile& file) const {
-        Candidate image = {file.name, nullptr};
+        Candidate image = {file.name, nullptr, "", false, file.paths.empty()};
         const auto opened = std::make_shared<Looked>();
         image.open = [this, partition, file, opened] {
             const Looked looked = *opened = file.look();
@@ -320,11 +321,13 @@ class Firmware::Opener {
         }
     }
 
-    // An image that is damaged or of no known format is no error if nobody looks into it.
+    // An image that is damaged or of no known format is no error if nobody looks into it, unless
+    // the user named it.
     std::shared_ptr<const Tree> OpenCandidate(const Candidate& image) {
         try {
             return image.open();
         } catch (const images::Damage& damage) {
+            if (image.is_named) throw;
             images_.notes.push_back(image.name.path +
                                     " was not looked into, and cannot be: " + damage.what());
             return folders_.DamagedTree(image.name, damage.what());
