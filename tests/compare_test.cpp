@@ -354,6 +354,20 @@ TEST_F(CompareTest, BootsThePhonesVariantAsFarAsTheDeviceHasIt) {
                 HasSubstr("no expectation is about this phone's variant"));
 }
 
+// A phone that does not say its brand.
+TEST_F(CompareTest, TakesThePhoneForTheNearestThatItCanBe) {
+    const std::string device = Device();
+    Write("/image/mnt/vendor/my_region/Q/build.prop", "ro.test.brand=q\n");
+    Write("/image/mnt/vendor/my_region/L/build.prop", "ro.test.brand=l\n");
+    const Words quba = {"--brand", "quba"};
+    const std::string phone = Write("/phone", ListedForm(Boot(device, quba)));
+    const json document = Compare(device, {}, phone);
+    EXPECT_EQ(document.at("words"), json(quba));
+    EXPECT_THAT(NamesIn(document), IsEmpty());
+    EXPECT_THAT(NamesIn(Compare(device, {"--brand", "lumora"}, phone)),
+                ElementsAre("differs ro.test.brand"));
+}
+
 // What is stored on a phone is given to the boot, if anything of the device has to do with it.
 TEST_F(CompareTest, GivesTheBootWhatThePhoneHasStored) {
     const std::string device = Device();

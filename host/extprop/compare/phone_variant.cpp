@@ -43,24 +43,31 @@ class VariantFinder {
     PhoneVariant Find() {
         const Survey survey = TakeSurvey(
                 device_->root(),
-                [&](const std::string& name) { return persistent_.count(name) != 0; },
+                [&](const std::string& name) { return phone_.properties.count(name) != 0; },
                 options_.time_limit);
         imports_ = ImportsOf(survey);
         space_ = FindVariantSpace(device_->root(), options_.time_limit);
         GiveWhatFilesHave(survey);
         PropertyMap properties = BootUntilAllIsGiven();
-        FindBrand();
-        Take(kRegionAxis, properties);
+        FindBrand(properties);
+        FindRegion(properties);
         // The keys' files may lie where brand and region lead.
         if (found_.variant != Variant()) properties = BootUntilAllIsGiven();
         const Variant roots = found_.variant;
         for (int axis = kFirstKeyAxis; axis < kAxisCount; ++axis) Take(axis, properties);
         GiveMissingChannel();
-        if (persistent_.empty() && found_.stored.empty()) return std::move(found_);
+        const bool has_stored = !persistent_.empty() || !found_.stored.empty();
+        if (untold_.empty() && !has_stored) return std::move(found_);
         if (found_.variant != roots || found_.stored.count(kChannelInfo) != 0) {
             properties = BootUntilAllIsGiven();
         }
-        GiveLessIfThatIsNearer(properties);
+        const PropertyMap all = found_.stored;
+        GiveLessIfThatIsNearer(&properties);
+        if (TakeWhatIsNearest(&properties)) {
+            found_.stored = all;
+            properties = BootUntilAllIsGiven();
+            GiveLessIfThatIsNearer(&properties);
+        }
         return std::move(found_);
     }
 
@@ -75,7 +82,10 @@ class VariantFinder {
         }
         for (const SurveyedFile& file : survey.files) {
             if (IsSystems(file.own()) && imported.count(file.own()) == 0) continue;
-            for (const LineRead& line : file.lines) Give(line.name);
+            for (const LineRead& line : file.lines) {
+                Give(line.name);
+                in_files_.emplace(line.name, "");
+            }
         }
     }
 
@@ -112,6 +122,7 @@ class VariantFinder {
         device_->Reset(options);
         Report report = device_->Boot();
         if (record != nullptr) *record = std::move(report.record);
+        has_failed_ |= report.failure.has_value();
         if (!is_one || report.failure) return std::move(report.properties);
         PropertyMap properties = phone_.properties;
         for (const std::string& name : report.removed) properties.erase(name);
@@ -141,11 +152,30 @@ class VariantFinder {
         found_.values[axis] = told;
     }
 
+    // Whether the phone can be this or that on the axis, for all that the options say.
+    bool IsOpen(int axis) const {
+        return !space_.values[axis].empty() && !phone_.only_persistent &&
+               !options_.what_if.variant[axis] && given_.count(PropertyOf(axis)) == 0;
+    }
+
+    // Some other file of the device may say of what region every phone is; then the phone's own
+    // word says nothing.
+    void FindRegion(const PropertyMap& device) {
+        const auto own = ValueIn(device, kRegion);
+        const auto told = Told(kRegionAxis);
+        const bool says_nothing = !told || (told == own && *own != space_.region);
+        if (says_nothing && IsOpen(kRegionAxis)) untold_.insert(kRegionAxis);
+        Take(kRegionAxis, device);
+    }
+
     // A brand is its code. Every device can be of any: one without a brand's directories has
     // nothing of it, and one without any brand's is the same for all.
-    void FindBrand() {
+    void FindBrand(const PropertyMap& device) {
         auto told = Told(kBrandAxis);
-        if (!told || WhyNot(kBrandAxis, *told)) return;
+        if (!told || told == ValueIn(device, kBrand) || WhyNot(kBrandAxis, *told)) {
+            if (IsOpen(kBrandAxis)) untold_.insert(kBrandAxis);
+            return;
+        }
         std::string code;
         for (const Brand& brand : kBrands) {
             if (strcasecmp(told->c_str(), brand.name) != 0) continue;
@@ -170,23 +200,52 @@ class VariantFinder {
     // A boot of the device itself may have given the phone its persistent properties, such as the
     // first: then they were not there before, and the boot does what it does only then. Takes that
     // for so if the phone is nearer to it than to `properties`, the boot with all of them.
-    void GiveLessIfThatIsNearer(const PropertyMap& properties) {
+    void GiveLessIfThatIsNearer(PropertyMap* properties) {
         PropertyMap all = std::exchange(found_.stored, {});
-        if (all.empty() || Misses(properties, properties) == 0) return found_.stored.swap(all);
+        if (all.empty() || Misses(*properties, *properties) == 0) return found_.stored.swap(all);
         const PropertyMap first = Boot();
         for (const auto& [name, value] : all) {
             if (ValueIn(first, name) != value) found_.stored[name] = value;
         }
         if (found_.stored.size() == all.size()) return;
-        const PropertyMap less = found_.stored.empty() ? first : Boot();
-        if (Misses(less, properties) >= Misses(properties, less)) found_.stored.swap(all);
+        PropertyMap less = found_.stored.empty() ? first : Boot();
+        if (!TakeIfNearer(std::move(less), properties)) found_.stored.swap(all);
     }
 
-    // Counts the properties, of those that a boot or the other has, that the phone has not as the
-    // boot has them.
-    size_t Misses(const PropertyMap& boot, PropertyMap other) const {
-        other.insert(boot.begin(), boot.end());
-        return std::count_if(other.begin(), other.end(), [&](const auto& property) {
+    // Of what the phone does not say, takes what it is nearest to. Returns whether that is not what
+    // the device is by itself.
+    bool TakeWhatIsNearest(PropertyMap* properties) {
+        constexpr size_t kMostTried = 64;
+        bool is_other = false;
+        for (const int axis : untold_) {
+            size_t left = kMostTried;
+            for (const std::string& value : space_.values[axis]) {
+                if (Misses(*properties, *properties) == 0 || has_failed_ || left-- == 0) break;
+                const auto before = std::exchange(found_.variant[axis], value);
+                if (TakeIfNearer(Boot(), properties)) {
+                    found_.values[axis] = value;
+                    is_other = true;
+                } else {
+                    found_.variant[axis] = before;
+                }
+            }
+        }
+        return is_other;
+    }
+
+    // Makes `*properties` the other boot's if the phone is nearer to that. Returns whether it is.
+    bool TakeIfNearer(PropertyMap other, PropertyMap* properties) const {
+        if (Misses(other, *properties) >= Misses(*properties, other)) return false;
+        *properties = std::move(other);
+        return true;
+    }
+
+    // Counts the properties, of those that a boot, the other or a file has, that the phone has not
+    // as the boot has them.
+    size_t Misses(const PropertyMap& boot, PropertyMap all) const {
+        all.insert(boot.begin(), boot.end());
+        all.insert(in_files_.begin(), in_files_.end());
+        return std::count_if(all.begin(), all.end(), [&](const auto& property) {
             const std::string& name = property.first;
             if (phone_.only_persistent && !IsPersistent(name)) return false;
             return ValueIn(boot, name) != ValueIn(phone_.properties, name);
@@ -198,9 +257,12 @@ class VariantFinder {
     PreparedDevice* device_;
     std::set<std::string> given_;  // by the options
     PropertyMap persistent_;       // the phone's, those that may be given to a boot
+    PropertyMap in_files_;         // by name, the phone's that files of the library's have
     DeviceImports imports_;
     const std::set<std::string> watched_;
     VariantSpace space_;
+    std::set<int> untold_;  // axes of which the phone does not say what it is
+    bool has_failed_ = false;
     PhoneVariant found_;
 };
 

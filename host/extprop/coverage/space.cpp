@@ -74,7 +74,8 @@ class SpaceFinder {
 
     // The device's own roots, then those that another brand or region adds.
     void FindRoots() {
-        const std::string region = load_property_from_file(kRegionBuildProp, kRegion);
+        const std::string& region = space_.region =
+                load_property_from_file(kRegionBuildProp, kRegion);
         const std::vector<std::string> own = findPartitionRoots();
         std::string& code = space_.brand_code;
         for (const Brand& brand : kBrands) {
@@ -235,7 +236,8 @@ VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds
                 json old_keys = json::object();
                 for (const auto& [target, keys] : space.old_keys) old_keys[target] = Write(keys);
                 return json::array({space.values, Write(space.roots), old_keys, space.unmapped_key,
-                                    space.fixed_files, space.company_root, space.brand_code});
+                                    space.fixed_files, space.company_root, space.brand_code,
+                                    space.region});
             },
             limit);
     if (!answer) {
@@ -253,6 +255,7 @@ VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds
     answer->at(4).get_to(space.fixed_files);
     answer->at(5).get_to(space.company_root);
     answer->at(6).get_to(space.brand_code);
+    answer->at(7).get_to(space.region);
     return space;
 }
 

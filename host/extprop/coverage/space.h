@@ -23,7 +23,7 @@ struct ListedRoot {
 
 struct VariantSpace {
     std::array<std::set<std::string>, kAxisCount> values;
-    std::string brand_code;  // of the device as it is, or empty
+    std::string brand_code, region;  // that choose the roots of the device as it is, or empty
     std::vector<ListedRoot> roots;
     // For each target of an old nv key the variants with such a key.
     std::map<std::string, std::vector<Variant>> old_keys;
