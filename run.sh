@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Boots a device directory on this workstation: ./run.sh [DEVICE [STEP...]] [OPTIONS of extprop boot].
-# Without arguments boots the first sample; what does not begin with a directory goes to extprop as
-# it is. Installs what is missing and builds the tool first.
+# Without arguments it boots the first sample. Arguments that do not begin with a directory go to
+# extprop unchanged. Installs missing packages and builds the tool first.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/scripts/setup.sh"
 

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Builds the project as it is and runs all its tests: ./test.sh
-# Runs those whose names match, and builds what they need only: ./test.sh NAME...
-# Runs everything that a submission must pass: the formats, the tests under the sanitizers and
-# clang-tidy too: ./test.sh --all
-# Installs what is missing first.
+# Builds the project and runs all tests: ./test.sh
+# Builds and runs only the tests whose names match: ./test.sh NAME...
+# Runs everything that a submission must pass, with the formats, the tests under the sanitizers and
+# clang-tidy: ./test.sh --all
+# Installs missing packages first.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/scripts/setup.sh"
 source "$ROOT/scripts/checks.sh"
@@ -15,7 +15,7 @@ install_packages $TOOL_PACKAGES $TEST_PACKAGES
 case "${1:-}" in
     --all)
         check formats check_formats
-        # Under the thread sanitizer there are the tests that have threads.
+        # The tsan preset has only the tests with threads.
         for preset in default asan tsan; do check "$preset" check_preset "$preset"; done
         check clang-tidy check_tidy
         ;;

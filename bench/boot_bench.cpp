@@ -1,5 +1,5 @@
-// Boots: the library's operations over whole devices, in a sandbox so that its paths are the real
-// ones.
+// Whole boots: the library's operations over whole devices, in a private root, so that the paths
+// are those of a phone.
 
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -22,7 +22,7 @@ using android::init::InitExtensionPropertyImpl;
 using android::init::PartitionSearchList;
 using android::init::PropertyMap;
 
-// The maps that a boot fills, each from its own files.
+// The property maps that a boot fills, each from its own files.
 enum BootMap { kEarly, kKeys, kOverlay, kCompany, kData, kMapCount };
 
 struct LoadedFile {
@@ -35,8 +35,8 @@ void CountProperties(int, PropertyMap properties) {
     benchmark::DoNotOptimize(properties);
 }
 
-// A device on which every partition and every stage of the boot has something to load. Returns its
-// files in the order of loading.
+// Makes a device on which every partition and every stage of the boot has something to load.
+// Returns its files in the order of loading.
 std::vector<LoadedFile> MakePopulatedDevice() {
     std::vector<LoadedFile> files;
     const auto add = [&files](BootMap map, const std::string& path, const std::string& content) {
@@ -76,7 +76,8 @@ void BM_BootPopulated(benchmark::State& state) {
     }
 }
 
-// One read of each of the same files, and its pairs, split beforehand, into the same maps.
+// The floor under any loader: reads each of the same files once, and inserts its pairs, split
+// beforehand, into the same maps.
 void BM_BootPopulatedFloor(benchmark::State& state) {
     const std::vector<LoadedFile> files = MakePopulatedDevice();
     size_t lines = 0;
@@ -113,15 +114,15 @@ BENCHMARK(BM_BootPopulated);
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    // The log goes nowhere, but as on a device its lines are made, VERBOSE apart.
+    // Log lines are composed as on a device, all but VERBOSE ones, and then dropped.
     android::base::SetLogger([](auto&&...) {});
-    // The library's own cost shows where the kernel serves its calls.
+    // Without the sandbox, so that the kernel serves the calls and only the library's cost shows.
     const KernelRoot root(SAMPLES_DIR "/overlay");
     const sandbox::Ending ending = root.Run(
             [] {
                 mkdir("/tmp", 0777);
                 mkdir("/proc", 0755);
-                mount("proc", "/proc", "proc", 0, nullptr);  // for the benchmark's own header
+                mount("proc", "/proc", "proc", 0, nullptr);  // the benchmark's header needs it
                 KSVI_FETCH_IInitExtensionProperty("libtesvoextproperty.so");
                 benchmark::RunSpecifiedBenchmarks();
                 std::cout.flush();

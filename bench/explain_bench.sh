@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Times explain against the boot that it explains and against all variants, on made devices of 1,000
-# and 2,000 property files with 50 lines each, a quarter of which the boot loads:
-# bench/explain_bench.sh EXTPROP
+# Compares the time of explain with those of the boot that it explains and of all variants, on
+# generated devices of 1,000 and 2,000 property files with 50 lines each, a quarter of which the
+# boot loads: bench/explain_bench.sh EXTPROP
 set -euo pipefail
 extprop=$1
 device=$(mktemp -d)
 trap 'rm -rf "$device"' EXIT
 set_first="--set sys.sim.switch.first=north"
 
-# Makes the device of the files from one number to another below each of twenty directories.
+# Adds the files with the numbers from FIRST to LAST in each of twenty directories.
 make_files() {
     local root key file line directory
     for root in odm mnt/vendor/my_{stock,carrier,product,company}; do
@@ -24,7 +24,7 @@ make_files() {
     done
 }
 
-# Prints the shortest processor time of five runs, in milliseconds: others use the machine too.
+# Prints the shortest processor time of five runs, in milliseconds, as others use the machine too.
 shortest() {
     local TIMEFORMAT='%3U %3S'
     for _ in 1 2 3 4 5; do
@@ -32,7 +32,7 @@ shortest() {
     done | awk '{ print int(1000 * ($1 + $2) + 0.5) }' | sort -n | head -n 1
 }
 
-# Prints the times of the device as it is.
+# Prints the times of the present device.
 measure() {
     # shellcheck disable=SC2086
     echo "$1 files: boot $(shortest "$extprop" boot "$device" $set_first) ms," \

@@ -1,5 +1,5 @@
-// The property-file loader, beside the floor under any loader that fills the same map and beside
-// the loader that people would otherwise reach for.
+// The property-file loader, compared with the floor under any loader that fills the same map and
+// with a common general-purpose loader.
 
 #include <glib.h>
 
@@ -30,7 +30,7 @@ void BM_Loader(benchmark::State& state) {
     }
 }
 
-// One read of the file and one insertion of each pair, split beforehand.
+// The floor: one read of the file, and one insertion of each pair, split beforehand.
 void BM_Floor(benchmark::State& state) {
     const std::string content = SyntheticBuildProp(state.range(0));
     const auto pairs = SplitBuildProp(content);
@@ -45,7 +45,7 @@ void BM_Floor(benchmark::State& state) {
     }
 }
 
-// GKeyFile wants a group's header before the first pair; all else is read as it is.
+// GKeyFile needs a group header before the first pair; the rest of the file is the same.
 void BM_GKeyFile(benchmark::State& state) {
     const BenchFile bench("[properties]\n" + SyntheticBuildProp(state.range(0)));
     for (auto _ : state) {

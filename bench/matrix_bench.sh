@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Times the variants of a made device, of which a boot loads 60 files with 3,000 properties, on the
-# processors that there are, and what the largest process holds: bench/matrix_bench.sh EXTPROP
+# Measures a matrix of a generated device, of which a boot loads 60 files with 3,000 properties: its
+# time on all processors, and the memory of the largest process: bench/matrix_bench.sh EXTPROP
 set -euo pipefail
 extprop=$1
 device=$(mktemp -d)
 trap 'rm -rf "$device"' EXIT
 
-# Writes COUNT properties to FILE, of names that no other file has.
+# Writes COUNT properties to FILE, with names that no other file has.
 write() {
     local file=$device$1 line
     mkdir -p "$(dirname "$file")"

@@ -1,4 +1,4 @@
-// A program that does nothing in a sandbox: what each run of the tool cannot be without.
+// A program that does nothing in a sandbox: the least that any run of the tool takes.
 
 #include "sandbox.h"
 

@@ -1,4 +1,4 @@
-// What a run costs besides the library's own work: the sandbox, and the whole tool over devices
+// The cost of a run besides the library's work: of the sandbox, and of the whole tool over devices
 // with few and with many files.
 
 #include <stdlib.h>
@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The first sample, with as many files more.
+// Returns the first sample with this many additional files.
 const char* DeviceWith(int64_t files) {
     static std::map<int64_t, std::unique_ptr<TemporaryDir>> devices;
     auto [device, is_new] = devices.try_emplace(files);

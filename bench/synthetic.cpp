@@ -14,7 +14,7 @@ std::string SyntheticBuildProp(int lines, const std::string& owner) {
             content += i % 50 == 0 ? "\n" : "# the next group\n";
             continue;
         }
-        // A stride through the numbers keeps the names from coming sorted.
+        // The stride makes the names unsorted.
         const int number = i * 7919 % lines;
         content += std::string(kPrefixes[i % 6]) + "." + kWords[number % 6] + "." + owner + "." +
                    std::to_string(number) + "=" +

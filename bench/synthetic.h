@@ -1,4 +1,4 @@
-// Property files made for the benchmarks, alike in shape to a phone's.
+// Generated property files for the benchmarks, similar to a phone's.
 
 #pragma once
 
@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-// Returns a property file of `lines` lines: properties, and now and then a comment or empty line.
-// The names of different owners differ, but for one that each of them sets to a value of its own.
+// Returns a property file of `lines` lines: properties, and some comments and empty lines. The
+// names of different owners differ, but for one that each of them sets to a value of its own.
 std::string SyntheticBuildProp(int lines, const std::string& owner = "phone");
 
-// Returns the names and values in such a file, in its order.
+// Returns the names and values in such a file, in the file's order.
 std::vector<std::pair<std::string, std::string>> SplitBuildProp(const std::string& content);

@@ -1,4 +1,4 @@
-// Any word as a service or a switch command: only a whole known word does anything.
+// Any word as a service or a switch command: only words that are exactly a command do anything.
 
 #include <algorithm>
 #include <iterator>
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (word == known) return 0;
     }
     extension.loadCotaServiceOverrideProperties(word, fuzz::Callback);
-    // The log takes a line's text as far as a zero byte, line by line.
+    // The log ends a text at a zero byte and divides it into lines.
     fuzz::Expect(!fuzz::TakeLog().empty() && fuzz::TakeCalls().empty(), "the unknown word");
 
     fuzz::Put(kSplash, std::string("0123456789"));

@@ -29,8 +29,8 @@ std::set<std::string> g_directories;
 std::vector<PropertyMap> g_calls;
 std::vector<std::string> g_log;
 
-// Lets the device's paths lead into memory that nobody else sees. The working directory stays
-// outside, for the fuzzer's own files, and what a symbolizer needs is seen inside.
+// Changes the root to a private file system in memory, for the device's files. The working
+// directory stays outside, for the fuzzer's own files; what a symbolizer needs is mounted inside.
 void EnterMemoryRoot() {
     const int namespaces = CLONE_NEWNS | (geteuid() == 0 ? 0 : CLONE_NEWUSER);
     Expect(unshare(namespaces) == 0, "private namespaces");
@@ -54,7 +54,7 @@ std::string Trim(const std::string& text) {
                    : text.substr(begin, text.find_last_not_of(kSpace) - begin + 1);
 }
 
-// The lines that are not comments, trimmed.
+// Returns the lines that are not comments, trimmed.
 std::vector<std::string> Lines(const std::string& content) {
     std::vector<std::string> lines;
     std::istringstream in(content);

@@ -1,12 +1,12 @@
-// Any bytes as an EROFS image, from its superblock on: all of a small tree is looked at and read,
-// and the same pieces read in another order are the same bytes.
+// Any bytes as an EROFS image, from its superblock on: reads all of a small tree, and expects the
+// same bytes when pieces are read in another order.
 
 #include "image.h"
 
 namespace {
 
 constexpr size_t kSuperblock = 1024;
-constexpr size_t kCompatible = 8;  // features; the first bit says that there is a checksum
+constexpr size_t kCompatible = 8;  // features; the first bit: there is a checksum
 
 std::string ImageOf(const uint8_t* data, size_t size) {
     std::string image(kSuperblock, '\0');

@@ -1,4 +1,4 @@
-// Expectations of anybody: all that comes of them is what is expected, or what is wrong.
+// Any bytes as a file of expectations: it is parsed, or refused with an error.
 
 #include "fuzz_input.h"
 #include "matrix/expectations.h"

@@ -1,5 +1,5 @@
-// Any bytes as the parts of an ext4 image that are not zero: each is two bytes that say where it
-// lies, and 64 bytes.
+// Any bytes as the parts of an ext4 image that are not zero. Each part is two bytes for its place,
+// and 64 bytes of content.
 
 #include <string.h>
 

@@ -1,5 +1,5 @@
-// Any bytes as a sparse image or, if the first is odd, as the metadata of a super partition, whose
-// checksums are put right so that what they cover is reached.
+// Any bytes as a sparse image or, if the first is odd, as the metadata of a super partition, with
+// corrected checksums, so that the parser gets past them.
 
 #include <openssl/sha.h>
 #include <string.h>

@@ -1,5 +1,5 @@
-// Any bytes as a device that comes as a file: an archive, what is packed in it, and so on down to
-// the files of its images.
+// Any bytes as a device in one file: an archive, compressed files and archives in it, and so on
+// down to the files of its images.
 
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -21,7 +21,7 @@ constexpr int kVolumes = 8;
 
 void LookAt(std::unique_ptr<Source> source, images::Spool* spool, int depth);
 
-// Looks into those of the archive's files that the tool would.
+// Opens those of the archive's files that the tool would open.
 void LookInside(const Contents& archive, const FileSystem& files, uint64_t directory,
                 images::Spool* spool, int depth) {
     for (const auto& [name, node] : files.List(directory)) {

@@ -1,4 +1,4 @@
-// What the targets over texts have in common.
+// What the targets for texts share.
 
 #pragma once
 
@@ -14,7 +14,7 @@ inline std::string Content(const uint8_t* data, size_t size) {
     return {reinterpret_cast<const char*>(data), size};
 }
 
-// Calls the function, which may say what is wrong with its input.
+// Calls the function, which may throw an error about its input.
 template <typename Function>
 void Try(const Function& function) {
     try {

@@ -19,7 +19,7 @@ constexpr int kDepth = 4;
 constexpr int kNodes = 64;
 constexpr size_t kFile = 1 << 16;
 
-// What a node holds is refused, or is the same however it is read.
+// The content of a node is refused, or is the same in whatever pieces it is read.
 void ReadNode(const FileSystem& files, const Node& node) try {
     if (S_ISLNK(node.mode)) {
         const std::string target = files.Target(node.id);
@@ -43,7 +43,7 @@ void ReadNode(const FileSystem& files, const Node& node) try {
     const auto begins = [&damage](const char* text) {
         return strncmp(damage.what(), text, strlen(text)) == 0;
     };
-    // Of a tar's member no more is known than that its data are not there.
+    // For a member of a tar archive the message is only that its data are truncated.
     ExpectOfImage(begins("inode ") || begins("metabox inode ") || begins("member '") ||
                           begins("truncated"),
                   "where damage was met");

@@ -1,5 +1,4 @@
-// Images in memory, read as a whole: what the contracts of sources and file systems promise is
-// expected.
+// Images in memory, read completely, with the contracts of Source and FileSystem checked.
 
 #pragma once
 
@@ -9,7 +8,7 @@
 
 namespace fuzz {
 
-// Ends the process, saying what it was, unless it holds.
+// Ends the process with a message that names `what`, unless it `holds`.
 void ExpectOfImage(bool holds, const char* what);
 
 class Bytes : public images::Source {
@@ -23,11 +22,11 @@ class Bytes : public images::Source {
     std::string bytes_;
 };
 
-// Looks at the first levels and nodes, and reads their content in several orders, which must be
-// the same bytes. Damage is fine where it says in which inode it was met.
+// Looks at the first levels and nodes, and reads their content in several orders, which must give
+// the same bytes. Damage is allowed if its text names the inode.
 void WalkAll(const images::FileSystem& system);
 
-// Reads a part of a source in several pieces, which must be the bytes of the whole.
+// Reads a part of a source at once and in several pieces, which must give the same bytes.
 void ReadInPieces(const images::Source& source, uint64_t offset, size_t size);
 
 }  // namespace fuzz

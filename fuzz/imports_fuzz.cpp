@@ -1,4 +1,5 @@
-// Files that import each other by names with references, against the tool's reading of their lines.
+// Files that import each other by names with references: compares the loader with the tool's
+// parser.
 
 #include <limits.h>
 #include <stdlib.h>
@@ -15,12 +16,12 @@ using extprop::PropertyLine;
 using fuzz::PropertyMap;
 
 constexpr const char* kFiles[] = {"/a", "/b", "/$c"};  // a "$" is written twice
-constexpr int kMaxImports = 64;  // in one input; more are a circle, which ends every boot
+constexpr int kMaxImports = 64;  // in one input; more are endless, and every boot crashes then
 
 std::string g_contents[std::size(kFiles)];
 int g_imports;
 
-// Replaces references as the documents of the format have it. Returns false if that fails.
+// Replaces references as the format is documented. Returns false if that fails.
 bool Expand(std::string text, std::string* expanded) {
     expanded->clear();
     while (!text.empty()) {
@@ -57,7 +58,8 @@ bool Passes(const std::string& name, const std::string& filter) {
     return filter.back() == '*' && name.compare(0, start.size(), start) == 0;
 }
 
-// Returns false if the imports are too many, or lead to a file that is none of these.
+// Loads a file as the loader should. Returns false if there are too many imports, or one of a file
+// that is not among kFiles.
 bool Load(const std::string& path, std::string filter, PropertyMap* properties) {
     char real[PATH_MAX];
     if (realpath(path.c_str(), real) == nullptr) return true;
@@ -86,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     platform::StoreProperty("q", parts[1]);
     for (std::string& content : g_contents) {
         content = parts[2 + (&content - g_contents)];
-        // Zero bytes end a name; the other target has them.
+        // Zero bytes end a name; property_lines_fuzz covers them.
         std::replace(content.begin(), content.end(), '\0', '0');
         fuzz::Put(kFiles[&content - g_contents], content);
     }

@@ -1,4 +1,4 @@
-// Lines of anybody that are put together: a summary, or what is wrong.
+// Any bytes as the result lines of a matrix that are merged: a summary, or an error.
 
 #include <android-base/strings.h>
 #include <nlohmann/json.hpp>

@@ -1,4 +1,5 @@
-// The market name for any configuration and size, against the table of sizes reckoned otherwise.
+// The market name for any configuration and size, compared with another computation of the table of
+// sizes.
 
 #include <stdlib.h>
 
@@ -14,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     platform::StoreProperty("dev.mnt.blk.userdata", "sda");
     android::init::updateMarketName(fuzz::Callback);
 
-    // The four sizes as they are written down: a number beyond them is none of them.
+    // Only the four sizes count, so that a larger number need not be converted.
     std::string rom = fuzz::LookUp(config, "ROM");
     const bool is_number = !rom.empty() && rom.find_first_not_of("0123456789") == std::string::npos;
     rom.erase(0, rom.find_first_not_of('0'));

@@ -1,4 +1,4 @@
-// A switch key's file in any format: what the boot takes from it, and what the next boots find.
+// A switch key's file in any format: which key a boot takes from it, and what the next boots find.
 
 #include "TesvoExtensionProperty/names.h"
 #include "device.h"

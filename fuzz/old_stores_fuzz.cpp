@@ -1,4 +1,4 @@
-// The stores of older software with the files that map their keys, up to the migrated key.
+// The stores of older software and the files that map their keys: which key they are migrated to.
 
 #include <algorithm>
 
@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto parts = fuzz::Parts(data, size, 5);
     fuzz::Clear();
     android::init::PartitionSearchList = {"/low", "/high"};
-    // A property is read as far as a zero byte, and 91 bytes of it.
+    // A property is read up to a zero byte, and at most 91 bytes of it.
     const std::string carrier = std::string(parts[0].c_str()).substr(0, 91);
     const std::string &radio = parts[1], &action = parts[2], &low = parts[3], &high = parts[4];
     if ((low + high).find("import ") != std::string::npos) return -1;

@@ -1,4 +1,5 @@
-// The messages of the installing service: each is acted on once, and only what it may is handed on.
+// The messages of the installing service: each takes effect once, and only the properties that it
+// may set are handed over.
 
 #include <errno.h>
 #include <sys/mount.h>
@@ -26,7 +27,7 @@ bool IsForwarded(const std::string& name, bool whole_package) {
 
 }  // namespace
 
-// In place of libc's: nothing is mounted, and what is made can be removed again.
+// Replaces libc's: nothing is mounted, and directories that are made can be removed again.
 extern "C" int mount(const char* source, const char* target, const char* type, unsigned long flags,
                      const void* data) noexcept {
     if ((flags & MS_DIRSYNC) == 0) {

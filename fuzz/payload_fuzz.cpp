@@ -1,5 +1,5 @@
-// Any bytes as an update's payload: the first two are the size of its manifest, which comes next,
-// and the data are the rest.
+// Any bytes as an update's payload: two bytes for the size of the manifest, the manifest, and the
+// data.
 
 #include <endian.h>
 #include <string.h>
@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr uint64_t kMostBytes = 1 << 16;  // of a partition, which takes time
+constexpr uint64_t kMostBytes = 1 << 16;  // of a partition; larger ones take too long
 
 std::string PayloadOf(const uint8_t* data, size_t size) {
     const size_t manifest = std::min<size_t>(data[0] << 8 | data[1], size - 2);

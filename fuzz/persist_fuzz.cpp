@@ -1,5 +1,5 @@
-// Whole devices of any files and properties through the early and the persist stage, boot after
-// boot, until they stay as they are.
+// Whole devices with any files and properties: boots the early and the persist stage until nothing
+// changes any more.
 
 #include <dirent.h>
 #include <unistd.h>
@@ -56,7 +56,7 @@ constexpr const char* kProperties[] = {
         "dev.mnt.blk.userdata",
 };
 
-// What the library itself may make, so that it is removed before the next device.
+// The files that the library itself may make, which are removed before the next device.
 constexpr const char* kMade[] = {
         "/mnt/vendor/tesvoreserve/system/ssv/first_switch_none_clear",
         "/mnt/vendor/tesvoreserve/system/ssv/force_connect_internet_prop_file",
@@ -92,7 +92,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const char* path : kFiles) fuzz::Put(path, nullptr);
     for (const char* path : kMade) fuzz::Put(path, nullptr);
     PropertyMap given;
-    // A part's first byte says whose content the rest is: a file's from "A" on, then a property's.
+    // The first byte of a part is "A" and on for a file, then for a property; the rest is its
+    // content.
     for (const std::string& part : fuzz::Parts(data, size, 0)) {
         if (part.empty()) continue;
         const size_t which =
@@ -106,8 +107,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
     }
     const int descriptor = dup(STDERR_FILENO);
-    android::base::SetMinimumLogSeverity(android::base::FATAL);  // the log is no concern here
-    // Each boot may convert a file that the one before it could not tell to be old.
+    android::base::SetMinimumLogSeverity(android::base::FATAL);  // the log is not checked here
+    // Each boot may convert a file that the previous one could not recognise as old.
     PropertyMap properties, before;
     std::string state, state_before;
     for (int boots = 0; boots < 2 || properties != before || state != state_before; ++boots) {

@@ -1,5 +1,5 @@
-// Reads anything as what people have from a phone: it is refused in one line, or what was found in
-// it is found again in the form that getprop prints.
+// Any bytes as a report of a phone: they are refused in one line, or the properties in them are
+// found again when printed as getprop prints them.
 
 #include <algorithm>
 
@@ -13,7 +13,7 @@ using extprop::Phone;
 using fuzz::Expect;
 using fuzz::PropertyMap;
 
-// Whether the form of getprop tells the property from all others.
+// Returns whether the property can be read back from what getprop prints.
 bool CanBeListed(const std::string& name, const std::string& value) {
     const std::string text = name + value;
     return std::none_of(text.begin(), text.end(), [](char c) {

@@ -1,5 +1,5 @@
-// Compares the tool's reading of a property file with the library's loader, on any bytes: names and
-// values without and with a filter, and the files that the import lines name.
+// Any bytes as a property file: compares the tool's parser with the library's loader in names and
+// values, without and with a filter, and in the files that the import lines name.
 
 #include <fcntl.h>
 #include <string.h>
@@ -24,7 +24,7 @@ using Paths = std::vector<std::string>;
 constexpr char kFile[] = "/file";
 constexpr char kEmpty[] = "/empty";  // a directory in which imports find nothing
 
-// Notes what the loader opens.
+// Records the files that the loader opens.
 class OpenedFiles : public platform::Observer {
   public:
     void OnOpen(const char* path, int) override { paths.push_back(path); }
@@ -41,7 +41,7 @@ PropertyMap Loaded(const char* filter, Paths* opened) {
     PropertyMap properties;
     const bool loaded = load_properties_from_file_without_se(kFile, filter, &properties);
     platform::SetObserver(nullptr);
-    // The fuzzer's own files are in the directory that it was started in.
+    // The fuzzer needs its own files, which are in the directory that it was started in.
     Expect(fchdir(home.get()) == 0 && loaded, "reading");
     *opened = observer.paths;
     return properties;
@@ -52,7 +52,7 @@ bool IsExactFilter(const std::string& name) {
     return length > 0 && name[length - 1] != '*';
 }
 
-// What the lines make of the file.
+// Returns the properties that the lines set.
 PropertyMap Properties(const std::vector<PropertyLine>& lines) {
     PropertyMap properties;
     for (const PropertyLine& line : lines) {
@@ -66,7 +66,7 @@ Paths Opened(const std::vector<PropertyLine>& lines) {
     for (const PropertyLine& line : lines) {
         if (line.kind != PropertyLine::kImport) continue;
         const auto path = ExpandProps(std::string(line.name));
-        if (path.ok()) paths.push_back(path->c_str());  // as far as a zero byte
+        if (path.ok()) paths.push_back(path->c_str());  // up to a zero byte
     }
     return paths;
 }
@@ -75,7 +75,7 @@ Paths Opened(const std::vector<PropertyLine>& lines) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string content(reinterpret_cast<const char*>(data), size);
-    // Imports shall not leave the empty directory; to both readers a slash is like any other byte.
+    // So that imports stay in the empty directory. To both parsers a slash is like any other byte.
     std::replace(content.begin(), content.end(), '/', '.');
     fuzz::Clear();
     fuzz::Put(kFile, content);
@@ -92,7 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const char* filter = all.rbegin()->first.c_str();
     PropertyMap passing;
     for (const auto& [name, value] : all) {
-        if (strcmp(name.c_str(), filter) == 0) passing[name] = value;  // as far as a zero byte
+        if (strcmp(name.c_str(), filter) == 0) passing[name] = value;  // up to a zero byte
     }
     Expect(Loaded(filter, &opened) == passing, "properties under a filter that one name passes");
     return 0;

@@ -1,10 +1,10 @@
-# The checks that test.sh makes; sourced by it, and run in the project's root. A check that passes
-# says what it has seen in the last line of its output.
+# The checks that test.sh makes; sourced by it, and run in the project's root. The last line of a
+# passing check's output is its summary.
 
 PASSED=()
 FAILED=()
 
-# check NAME COMMAND...: makes one check, the others after it whatever its result.
+# check NAME COMMAND...: makes one check. A failure does not stop the checks after it.
 check() {
     local name=$1 log
     shift
@@ -18,7 +18,7 @@ check() {
     rm -f "$log"
 }
 
-# Prints what passed, what failed and how long it took, in one line. Fails if a check did.
+# Prints in one line what passed, what failed and how long it took. Fails if a check failed.
 tell_checks() {
     local passed failed
     passed=$(printf ', %s' "${PASSED[@]}")
@@ -38,18 +38,18 @@ check_formats() {
     echo "as they should be"
 }
 
-# check_preset PRESET [OPTION...]: builds, and runs the tests with ctest's options.
+# check_preset PRESET [OPTION...]: builds the preset and runs its tests with these options of ctest.
 check_preset() {
     build "$1" && run_tests "$@"
 }
 
-# check_named NAME...: those tests of the build as it is whose names, or whose programs' names,
-# match one of the regular expressions.
+# check_named NAME...: runs the tests of the default preset whose names, or whose programs' names,
+# match one of these regular expressions.
 check_named() {
     local names program tests targets
     names=$(IFS='|' && echo "$*")
     quietly cmake --preset default || return 1
-    # A program that is not built yet has no tests for ctest, but its source has.
+    # ctest does not know the tests of a program that is not built yet: look for them in its source.
     targets=()
     for source in tests/*_test.cpp "$EXTENSION_TESTS"/*_test.cpp; do
         program=$(basename "$source" .cpp)
@@ -62,7 +62,7 @@ check_named() {
         fi
         targets+=("$program")
     done
-    # The other tests' commands name the programs that they run.
+    # Other tests name the programs that they run in their commands.
     # shellcheck disable=SC2207
     targets+=($(ctest --preset default -N -V -R "$names" | grep '^[0-9]*: Test command' |
         grep -oE 'build/default/bin/\w+|package_test' |
@@ -72,12 +72,12 @@ check_named() {
 }
 EXTENSION_TESTS=system/core_common/extproperty/tests
 
-# build PRESET [OPTION...]
+# build PRESET [OPTION...]: configures and builds.
 build() {
     quietly cmake --preset "$1" && quietly cmake --build --preset "$@"
 }
 
-# run_tests PRESET [OPTION...]: ends with how many passed.
+# run_tests PRESET [OPTION...]: runs the tests. The last line of its output is how many passed.
 run_tests() {
     local log status=0
     log=$(mktemp)
@@ -87,7 +87,7 @@ run_tests() {
     return $status
 }
 
-# Runs clang-tidy over what has changed since it last passed.
+# Runs clang-tidy over the sources that have changed since it last passed.
 check_tidy() {
     # shellcheck disable=SC2086
     scripts/tidy.py build/default build/tidy "$(dpkg-query -W $TOOL_PACKAGES $TEST_PACKAGES)"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# The whole of what ./test.sh does a share of: every call failed in every way, every change followed
-# by a kill, 100,000 boots in one process, a huge file. Prints the figures of docs/reliability.md.
+# Runs the reliability tests in full, of which ./test.sh runs a share: fails every call in every
+# way, kills boots after every change, boots 100,000 times in one process, and loads a huge file.
+# Prints the figures of docs/reliability.md.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 cd "$ROOT"

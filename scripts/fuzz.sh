@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs every fuzz target, the given time shared among them, and keeps what they learn in
-# build/corpus: scripts/fuzz.sh MINUTES. Ends with the first input that is found.
+# Runs every fuzz target for an equal share of MINUTES and keeps their corpora in build/corpus:
+# scripts/fuzz.sh MINUTES. Stops at the first input that fails.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 cd "$ROOT"
@@ -12,12 +12,12 @@ quietly cmake --preset asan
 cmake --build --preset asan | tail -n 1
 
 targets=(build/asan/bin/*_fuzz)
-# The targets' own root is one in memory: what is theirs is named from here.
+# The targets change to a root in memory, so the paths in their arguments must be relative.
 for target in "${targets[@]}"; do
     name=$(basename "$target")
     echo "== $name"
     mkdir -p "build/corpus/$name" "fuzz/seeds/$name"
-    # As long as the longest seed and half as much again.
+    # One and a half times as long as the longest seed.
     longest=$(find "fuzz/seeds/$name" -type f -printf '%s\n' | sort -n | tail -n 1)
     length=$((${longest:-0} * 3 / 2))
     [ $length -ge 512 ] || length=512

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes what docs/lint.md says of the rules from the tool's own text: lint-docs.sh EXTPROP. With
-# "check" behind it says what differs from the tool's text instead.
+# Writes the rules in docs/lint.md from the texts of the tool: lint-docs.sh EXTPROP. With "check"
+# after it, prints instead where the page differs from the tool.
 set -euo pipefail
 page=$(dirname "${BASH_SOURCE[0]}")/../docs/lint.md
 mark='<!-- What follows is made by scripts/lint-docs.sh. -->'

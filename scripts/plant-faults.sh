@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Plants single-line faults at random, one at a time, and prints those that no test notices:
 # scripts/plant-faults.sh NUMBER [SEED] [FOLDER...]
-# The folders are of the project's sources: host and system, both by default. The faults go into a
-# copy of the tree below build/, which keeps its build for the next time. Some of what is printed
-# changes nothing that anybody could see; that is told by eye.
+# The folders hold the project's sources; the default is host and system. The faults go into a copy
+# of the tree in build/, which keeps its build for the next run. Some of the printed faults change
+# nothing that can be observed; judge that by eye.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 [ $# -ge 1 ] || { sed -n '2,6s/^# //p' "${BASH_SOURCE[0]}" >&2; exit 2; }
@@ -18,7 +18,7 @@ COPY=$ROOT/build/faults
 BUILD=$COPY/build/default
 LOG=$ROOT/build/faults.log
 
-# The tests that look at a source's folder in particular go first, and after them all others.
+# Prints the tests to run first, those for the source's folder. All others run after them.
 first_tests() {
     case $1 in
         system/*) echo 'cases_|Utils|Cota|Entry' ;;
@@ -34,17 +34,17 @@ first_tests() {
     esac
 }
 
-# Prints the faults that a source's lines can have: the line's number, and the line as it is then.
+# Prints the possible faults of a source: the number of the line, and the changed line.
 faults_of() {
     awk '
         function fault(text) { if (text != $0) print NR "\t" text }
-        # Replaces each place where the pattern is found, one at a time.
+        # Makes one fault of each match of the pattern.
         function replace(pattern, change, at, start, found) {
             start = 1
             while (match(substr($0, start), pattern)) {
                 at = start + RSTART - 1
                 found = substr($0, at, RLENGTH)
-                if (substr($0, 1, at - 1) !~ /^[^"]*("[^"]*"[^"]*)*"[^"]*$/)  # in no text
+                if (substr($0, 1, at - 1) !~ /^[^"]*("[^"]*"[^"]*)*"[^"]*$/)  # not in a string
                     fault(substr($0, 1, at - 1) changed(found, change) substr($0, at + length(found)))
                 start = at + length(found)
             }
@@ -59,7 +59,7 @@ faults_of() {
         }
         /^ *(\/\/|#|using |namespace |template|static_assert|constexpr char|})/ || /^ *$/ { next }
         /^ +(\} else )?(if|while) \(.*\) ?(\{|.*;)?$/ {
-            # The condition ends where its brackets do.
+            # The condition ends at its closing bracket.
             depth = 0
             open = index($0, "(")
             for (i = open; i <= length($0); ++i) {
@@ -89,8 +89,8 @@ faults_of() {
         }' "$1"
 }
 
-# A fault may make the tests end, mount or fill what they should not, so they run in namespaces of
-# their own, in which the root cannot be written, and with little memory.
+# A fault may make the tests kill, mount or fill what they should not. So they run in namespaces of
+# their own, with a read-only root and little memory.
 isolated() (
     local user=()
     [ "$(id -u)" -eq 0 ] || user=(--user --map-root-user)
@@ -138,7 +138,7 @@ while IFS=$'\t' read -r -u 3 _ source line text; do
             unnoticed=$((unnoticed + 1))
             printf '%s:%s:\n  - %s\n  + %s\n' "$source" "$line" "${was##*( )}" "$text"
             ;;
-    esac  # what the compiler refuses is no fault
+    esac  # a line that does not compile is no fault
 done 3< <(find "${folders[@]}" -name '*.cpp' ! -path '*/tests/*' | sort | while read -r source; do
     faults_of "$source" | sed "s|^|$source\t|"
 done | awk -v seed="$seed" 'BEGIN { srand(seed) } { printf "%.9f\t%s\n", rand(), $0 }' | sort -n)

@@ -21,7 +21,7 @@ as_root() {
     "${sudo[@]}" "$@"
 }
 
-# Installs those of the packages that are missing.
+# Installs the packages that are missing.
 install_packages() {
     local missing=()
     for package in "$@"; do
@@ -35,7 +35,7 @@ install_packages() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
 
-# Runs a command whose output matters only when it fails.
+# Runs a command and prints its output only if it fails.
 quietly() {
     local log
     log=$(mktemp)

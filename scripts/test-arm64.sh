@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds for the phones' own processor and runs the library's tests and a share of the fault sweep
-# under emulation. Sets itself up on a fresh Debian 12.
+# Builds for the phones' processor, and runs the library's tests and a share of the fault sweep
+# under emulation. Installs what it needs on a fresh Debian 12.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/setup.sh"
 cd "$ROOT"

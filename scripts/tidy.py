@@ -16,7 +16,7 @@ import sys
 from concurrent.futures import ThreadPoolExecutor
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-# Most of what clang-tidy reads is headers: many sources are seen in batches, as unity builds do.
+# clang-tidy reads headers most of the time, so sources are checked in batches, as in unity builds.
 MOST_IN_A_BATCH = 12
 
 
@@ -60,7 +60,7 @@ def tidy_batch(batch, flags, cache):
         together.unlink()
         if not found:
             return {source: "" for source in batch}
-    # Names of one source may also be another's: what is found in a source it has by itself, too.
+    # Sources of a batch may clash in names, so findings count only in a source by itself.
     return {source: tidy(source, flags) for source in batch}
 
 
@@ -99,7 +99,7 @@ def main():
                     failed = True
                 else:
                     (cache / keys[source]).touch()
-    # What no source has any more is not needed.
+    # Remove results that belong to no present source.
     for file in cache.iterdir():
         if file.name not in keys.values():
             file.unlink()
