@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Times compare against explain --all, on a made device of 3,000 properties on twelve partitions and
-# a phone of those and 400 others, of which a tenth differ, one in a value that another carrier has:
-# bench/compare_bench.sh EXTPROP
+# Compares the time of compare with that of explain --all, on a generated device of 3,000 properties
+# on twelve partitions and a phone with those and 400 others. A tenth of them differ, one in a value
+# of another carrier: bench/compare_bench.sh EXTPROP
 set -euo pipefail
 extprop=$1
 work=$(mktemp -d)
@@ -21,13 +21,13 @@ echo "ro.apn=north" >"$device/mnt/vendor/my_carrier/properties/north/SimSwitchFi
 echo "ro.apn=south" >"$device/mnt/vendor/my_carrier/properties/south/SimSwitchFirstTime/a.prop"
 "$extprop" boot -q "$device" --set sys.sim.switch.first=north |
     sed -E '/[0-9]*7\]: /s/value/other/; s/(ro.apn\]: \[)north/\1south/' >"$work/phone"
-# What every phone has besides.
+# Properties that every phone has and no image.
 for ((number = 0; number < 200; number++)); do
     echo "[persist.sys.$number]: [$number]"
     echo "[init.svc.$number]: [running]"
 done >>"$work/phone"
 
-# Prints the shortest processor time of five runs, in milliseconds: others use the machine too.
+# Prints the shortest processor time of five runs, in milliseconds, as others use the machine too.
 shortest() {
     local TIMEFORMAT='%3U %3S'
     for _ in 1 2 3 4 5; do

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy over the sources that are not as they were when they last passed, with all that
-they include of the project: scripts/tidy.py BUILD_DIR CACHE_DIR [WORD...]
+"""Runs clang-tidy over the sources that have changed, they or the project's headers in them, since
+they last passed: scripts/tidy.py BUILD_DIR CACHE_DIR [WORD...]
 
-The words name what else a result depends on, such as the versions of what is installed. Ends with
-a line that says how many sources were looked at; exits with 1 if there is a finding.
+The words stand for whatever else a result depends on, such as the versions of installed packages.
+The last line of the output is how many sources were checked; exits with 1 if there is a finding.
 """
 
 import hashlib
@@ -21,7 +21,7 @@ MOST_IN_A_BATCH = 12
 
 
 def includes(build):
-    """Returns what the build noted of each object: the project's files that went into it."""
+    """Returns for each object of the build the project's files that it was made from."""
     files, current = {}, None
     noted = subprocess.run(["ninja", "-C", build, "-t", "deps"], check=True, text=True,
                            stdout=subprocess.PIPE).stdout
@@ -36,7 +36,7 @@ def includes(build):
 
 
 def members(source):
-    """Returns the project's sources that are compiled as this one: those of a unity build, or it."""
+    """Returns the project's sources in this one: those of a unity build's batch, or itself."""
     if not os.path.basename(source).startswith("unity_"):
         return [source]
     lines = pathlib.Path(source).read_text().splitlines()
@@ -44,7 +44,7 @@ def members(source):
 
 
 def tidy(file, flags):
-    """Returns what clang-tidy finds in a file, or nothing. Some flags only the compiler knows."""
+    """Returns clang-tidy's findings in a file, or "". Flags unknown to it are ignored."""
     run = subprocess.run(["clang-tidy", "--quiet", file, "--", *flags,
                           "-Wno-unknown-warning-option"], cwd=ROOT, text=True,
                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
@@ -52,7 +52,7 @@ def tidy(file, flags):
 
 
 def tidy_batch(batch, flags, cache):
-    """Returns what is found in sources of the same flags, by source."""
+    """Returns the findings in sources with the same flags, by source."""
     if len(batch) > 1:
         together = cache / f"{hashlib.sha256(batch[0].encode()).hexdigest()}.cpp"
         together.write_text("".join(f'#include "{source}"  // NOLINT\n' for source in batch))

@@ -1,5 +1,4 @@
-// Archives, packed files and updates' payloads, as people hand them over and as strangers make
-// them.
+// Archives, compressed files and updates' payloads: ordinary and hostile ones.
 
 #include <archive.h>
 #include <string.h>
@@ -49,7 +48,7 @@ class ArchiveTest : public testing::Test {
   protected:
     ArchiveTest() : spool_(spool_file_.fd) {}
 
-    // Everything in the archive: mode, and content, by path.
+    // Returns everything in the archive: mode and content, by path.
     std::map<std::string, std::string> Tree(const std::string& bytes) {
         const Memory source(bytes);
         const bool is_packed = images::CompressionOf(source) != nullptr;
@@ -74,7 +73,7 @@ class ArchiveTest : public testing::Test {
                              !(part = archive->Read(node, content.size(), 77777)).empty();)
                             content += part;
                         EXPECT_EQ(content.size(), status.size);
-                        // The same from anywhere.
+                        // The same bytes by random access.
                         const auto any = archive->Content(node);
                         for (const uint64_t at : {status.size / 2, status.size / 3}) {
                             const size_t size = std::min<uint64_t>(1000, status.size - at);
@@ -87,7 +86,7 @@ class ArchiveTest : public testing::Test {
         return tree;
     }
 
-    // What is wrong with the archive.
+    // Returns the damage of the archive.
     std::string Fault(const std::string& bytes) {
         try {
             return Tree(bytes).count("no archive") != 0 ? "no archive" : "nothing";
@@ -125,7 +124,7 @@ TEST_F(ArchiveTest, EachKindIsTheSameTree) {
             {"/empty", mode(kFile)},
     };
     EXPECT_EQ(Tree(Zip(members)), expected);
-    EXPECT_NE(Zip(members)[6] & 8, 0);  // its sizes and checksums stand after the data
+    EXPECT_NE(Zip(members)[6] & 8, 0);  // its sizes and checksums follow the data
     EXPECT_EQ(Tree(Zip(members, "zip:compression=store")), expected);
     EXPECT_EQ(Tree(Zip(members, "zip:zip64")), expected);
     for (auto* format : {archive_write_set_format_ustar, archive_write_set_format_gnutar}) {
@@ -296,11 +295,11 @@ TEST_F(ArchiveTest, ADamagedPayloadSaysWhere) {
     EXPECT_THAT(fault(bytes), HasSubstr("payload: of version 3"));
 }
 
-// --- In the process that reads ------------------------------------------------------------------
+// --- In the reader process ----------------------------------------------------------------------
 
 class PackedImagesTest : public ArchiveTest {
   protected:
-    // An image of a file system with one file.
+    // Returns an image of a file system with one file.
     std::string Image(const std::string& content) const {
         const std::string directory = directory_.path;
         android::base::WriteStringToFile(content, directory + "/files/build.prop");
@@ -320,7 +319,7 @@ class PackedImagesTest : public ArchiveTest {
         return content;
     }
 
-    // Starts a reader of files with these contents.
+    // Starts a reader for files with these contents.
     images::Reader Open(const std::vector<std::string>& parts) const {
         std::vector<android::base::unique_fd> files;
         for (const std::string& part : parts) {
@@ -344,7 +343,7 @@ class PackedImagesTest : public ArchiveTest {
         return at;
     }
 
-    // The file's content in a volume.
+    // Returns the content of the file in a volume.
     static std::string Content(const images::Reader& reader, size_t volume) {
         const auto files = reader.Open(volume);
         return files->Read(Find(*files, "build.prop"), 0, 1000);

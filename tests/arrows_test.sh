@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Each part of the tool includes only those before it.
+# Checks that each part of the tool includes only headers of itself and of the parts before it.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../host/extprop"
 parts=(json device boot coverage explain compare lint matrix output commands)

@@ -1,5 +1,5 @@
-// A device held against phones: those that are its own boots, those that are so but for known
-// changes, and others.
+// Comparisons of a device with phones: with results of its own boots, with such results after known
+// changes, and with others.
 
 #include <algorithm>
 #include <random>
@@ -41,13 +41,13 @@ bool IsPersistent(const std::string& name) {
     return android::base::StartsWith(name, "persist.");
 }
 
-// The properties that tell what a phone is: whoever changes one makes it another.
+// The properties that identify the variant of a phone.
 const std::map<std::string, std::string> kAxes = {
         {"brand", "ro.tesvo.image.system_ext.brand"}, {"region", "ro.tesvo.pipeline.region"},
         {"sim-first", "sys.sim.switch.first"},        {"sim-current", "sys.sim.switch.current"},
         {"channel", "persist.sys.channel.info"},      {"region-key", "sys.region.switch.first"}};
 
-// What every phone has besides, and no image knows.
+// Properties that every phone has and no image.
 const Properties kNoise = {{"init.svc.zygote", "running"},
                            {"ro.boottime.init", "1234567890"},
                            {"persist.vendor.radio.noise", "1"},
@@ -64,15 +64,15 @@ class CompareTest : public ToolTest {
         throw std::runtime_error("extprop " + arguments + ": " + output.err);
     }
 
-    // Returns what the boot comes to, nothing if it fails.
+    // Returns the properties that the boot results in, nothing if it fails.
     static Properties Boot(const std::string& device, const Words& words) {
         const json report = Read("boot --json " + device + Shell(words));
         if (!report.at("failure").is_null()) return {};
         return report.at("properties").get<Properties>();
     }
 
-    // Returns the device's variant as a phone that has been booted so often that its persistent
-    // properties stay as they are; nothing if it never comes to that, or does not say what it is.
+    // Returns the device's variant as a phone, after as many boots, but at most `boots`, as its
+    // persistent properties need to stay the same; nothing if the phone does not show its variant.
     static Properties PhoneOf(const std::string& device, const Words& words, const json& variant,
                               int boots) {
         const Words own = words + variant.at("words").get<Words>();
@@ -95,7 +95,7 @@ class CompareTest : public ToolTest {
         return phone;
     }
 
-    // Returns the document, which the exit status has to agree with.
+    // Returns the document, and expects the exit status that belongs to it.
     static json Compare(const std::string& device, const Words& words, const std::string& phone) {
         const Output output = Run("compare --json " + device + " " + phone + Shell(words));
         const json document = json::parse(output.out, nullptr, false);
@@ -104,7 +104,7 @@ class CompareTest : public ToolTest {
         return document;
     }
 
-    // Returns all that the document tells of, as in "differs ro.x".
+    // Returns all differences in the document, such as "differs ro.x".
     static Words NamesIn(const json& document) {
         Words names;
         for (const char* group : {"differs", "only_device", "only_phone"}) {
@@ -122,7 +122,7 @@ class CompareTest : public ToolTest {
         EXPECT_THAT(NamesIn(document), IsEmpty());
         EXPECT_GE(document.at("others"), kNoise.size());
 
-        // The words are those by which the tool itself comes to the phone's values.
+        // A boot with the words in the document results in the phone's values.
         const Words as_phone = words + document.at("words").get<Words>();
         const Properties again = Boot(device, as_phone);
         EXPECT_THAT(phone, IsSupersetOf(again));
@@ -150,7 +150,7 @@ class CompareTest : public ToolTest {
             EXPECT_EQ(same, stored);
         }
 
-        // What is changed is told, and nothing else.
+        // Changed properties are reported, and nothing else.
         Words names;
         for (const auto& [name, value] : again) {
             const bool is_axis =
@@ -261,7 +261,7 @@ TEST_F(CompareTest, TellsEachClassWithItsLines) {
               "library's\n");
     EXPECT_EQ(Run("compare " + device + " " + phone + " ro.nothing").status, 2);
 
-    // Origins and lines are explain's own.
+    // Origins and lines are those of explain.
     const json document = Read("compare --json " + device + " " + phone);
     std::map<std::string, json> explained;
     const json explanation = Read("explain --all --json " + device);
@@ -305,7 +305,7 @@ TEST_F(CompareTest, BootsThePhonesVariantAsFarAsTheDeviceHasIt) {
               "library's\n"
               "the device is the phone's variant with --region IN --sim-first north\n"
               "given to the boot, and so not counted as the same: 2 properties\n");
-    // What is given by hand wins, and is the device's.
+    // Options override what the phone shows, and count as the device's values.
     const Output by_hand = Run("compare " + device + " " + phone + " --region EU");
     EXPECT_THAT(by_hand.out, HasSubstr("  ro.tesvo.pipeline.region\n    image  EU  "));
 
@@ -354,7 +354,7 @@ TEST_F(CompareTest, BootsThePhonesVariantAsFarAsTheDeviceHasIt) {
                 HasSubstr("no expectation is about this phone's variant"));
 }
 
-// A phone that does not say its brand.
+// A phone that does not show its brand.
 TEST_F(CompareTest, TakesThePhoneForTheNearestThatItCanBe) {
     const std::string device = Device();
     Write("/image/mnt/vendor/my_region/Q/build.prop", "ro.test.brand=q\n");
@@ -368,7 +368,7 @@ TEST_F(CompareTest, TakesThePhoneForTheNearestThatItCanBe) {
                 ElementsAre("differs ro.test.brand"));
 }
 
-// What is stored on a phone is given to the boot, if anything of the device has to do with it.
+// The boot is given a phone's stored properties, if the device uses or sets them.
 TEST_F(CompareTest, GivesTheBootWhatThePhoneHasStored) {
     const std::string device = Device();
     Write("/image/mnt/vendor/my_stock/build.prop",

@@ -22,7 +22,7 @@ using std::chrono::steady_clock;
 using testing::ElementsAre;
 using testing::UnorderedElementsAre;
 
-// How often a bind thread has waited for a request, and whether it does so for a short time only.
+// How often a bind thread has waited for a request, and whether each wait is shortened.
 std::atomic<int> g_polls;
 std::atomic<bool> g_hurries;
 
@@ -35,7 +35,7 @@ const std::string kUnknown = "E not valid cota mount bind command:";
 const Call kForwarded = {0, {{"sys.y", "2"}}};
 const Call kModule = {0, {{"ro.m", "3"}}};
 
-// Leaves both of the installing service's files.
+// Writes both of the installing service's files.
 void WriteFiles() {
     using android::base::WriteStringToFile;
     ASSERT_TRUE(WriteStringToFile("persist.x=/mnt/cota\nsys.y=2\n", kInfo));
@@ -54,7 +54,7 @@ void Command(Init& init, const std::string& command,
     init.extension->loadCotaServiceOverrideProperties(command, callback);
 }
 
-// Whether a bind thread acknowledges the request in time.
+// Returns whether a bind thread acknowledges the request in time.
 bool Serves(Init& init, const char* request, std::chrono::milliseconds limit = 10s) {
     init.Set(kRequest, request);
     const auto end = steady_clock::now() + limit;
@@ -154,14 +154,14 @@ TEST(CotaService, ThreadThatCannotBeMadeLeavesTheLockTaken) {
         ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
         std::thread([&init] { Command(init, "other"); }).detach();
         std::this_thread::sleep_for(300ms);
-        // Commands wait; the bind thread that was there takes no lock.
+        // Commands wait for the lock; the bind thread that was running takes none.
         WriteFiles();
         EXPECT_TRUE(Serves(init, "module_bind_single_boot"));
         EXPECT_THAT(init.TakeLog(), ElementsAre(kBegun, "I cota module bind from: /mnt to: /mnt"));
     });
 }
 
-// A directory without its label or owner is better than none.
+// A directory without its label or owner is better than no directory.
 TEST(CotaService, DirectoryIsMadeEvenWithoutItsLabelOrOwner) {
     Device device;
     device.MakeDirectory("/a");
@@ -177,7 +177,7 @@ TEST(CotaService, DirectoryIsMadeEvenWithoutItsLabelOrOwner) {
 
 }  // namespace
 
-// Stands before libc: a poll's wait of 200 ms takes 2 ms in a hurry.
+// Wraps libc's function: a wait of 200 ms between polls takes 2 ms if waits are shortened.
 extern "C" int nanosleep(const timespec* wanted, timespec* left) {
     constexpr timespec kPoll = {0, 200'000'000}, kShort = {0, 2'000'000};
     const bool is_poll = wanted->tv_sec == kPoll.tv_sec && wanted->tv_nsec == kPoll.tv_nsec;

@@ -15,7 +15,7 @@ constexpr char kRequest[] = "sys.cota.bind.load.properties";
 constexpr char kInfo[] = "/data/cota/cota_mount_info.prop";
 constexpr int kRounds = 50;
 
-// Unprotected on purpose: the commands' lock must keep their calls apart.
+// Without a lock on purpose: the library's own lock must keep the commands' calls apart.
 int g_by_commands = 0;
 int g_by_bind_thread = 0;
 
@@ -27,7 +27,7 @@ void Count(int mode, PropertyMap properties) {
     Init::Callback(mode, properties);
 }
 
-// For the thread sanitizer above all.
+// Mainly for the thread sanitizer.
 TEST(CotaThreads, CommandsRunBesideTheBindThread) {
     Device device;
     for (const char* directory : {"/data/cota", "/m"}) device.MakeDirectory(directory);
@@ -55,7 +55,7 @@ TEST(CotaThreads, CommandsRunBesideTheBindThread) {
         second.join();
         init.Set(kRequest, "boot_mount_bind_complete");
 
-        // A command finds a file, its own or the other thread's, or else says that it is gone.
+        // A command finds a file, its own or the other thread's, or else logs that it is missing.
         const size_t missing = init.TakeLog(android::base::ERROR).size();
         EXPECT_EQ(g_by_commands / 2 + missing, 2u * kRounds);
         EXPECT_GT(g_by_commands, 0);

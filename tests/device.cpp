@@ -86,7 +86,7 @@ void Device::MakeDirectory(const std::string& path) {
 KernelRoot& Device::root() {
     if (!root_) {
         chmod(directory_.path, 0755);
-        // The kernel itself is what the library is tried on: tests fail its calls in many ways.
+        // Not in the sandbox: tests make the kernel's own calls fail in many ways.
         root_ = std::make_unique<KernelRoot>(directory_.path);
     }
     return *root_;

@@ -1,4 +1,4 @@
-// A device directory made by a test, and boots of it with the real library.
+// A device directory that a test writes, and boots of it with the real library.
 
 #pragma once
 
@@ -27,20 +27,20 @@ struct Call {
 };
 std::ostream& operator<<(std::ostream& out, const Call& call);
 
-// init, inside the sandbox: the extension, and what has come from it so far.
+// init, in the process of a boot: the extension, and what it has handed over and logged so far.
 class Init {
   public:
     Init();
 
     IInitExtensionProperty* extension;
 
-    // The callback to hand to the extension: it keeps the call and sets the properties.
+    // The callback to pass to the extension: it records the call and sets the properties.
     static void Callback(int mode, PropertyMap properties);
 
-    // Returns the calls since the last time it was asked.
+    // Returns the calls of the callback since the last TakeCalls().
     std::vector<Call> TakeCalls();
 
-    // Returns the log lines of the severity and above, such as "E text", since the last time.
+    // Returns the log lines of this severity and above since the last TakeLog(), such as "E text".
     std::vector<std::string> TakeLog(android::base::LogSeverity least = android::base::INFO);
 
     void Set(const std::string& name, const std::string& value);
@@ -56,19 +56,19 @@ class Device {
   public:
     Device();
 
-    // Changes the device before its first boot.
+    // Changes the device; only before its first boot.
     void Write(const std::string& path, const std::string& content);
     void MakeDirectory(const std::string& path);
 
-    // Boots the device and runs `body` as init; its failed expectations fail the test. Written
-    // files stay for the next boot.
+    // Boots the device and runs `body` as init, in a process of its own. Its failed expectations
+    // fail the test. Files that it writes stay for the next boot.
     void Boot(const std::function<void(Init&)>& body);
 
-    // Boots the device for a `body` that does not come back as it should.
+    // Boots the device with a `body` that may crash or hang, and returns how it ended.
     sandbox::Ending BootToTheEnd(const std::function<void(Init&)>& body,
                                  std::chrono::milliseconds limit = std::chrono::seconds(60));
 
-    // A file's content after a boot; "(missing)" if there is none.
+    // Returns a file's content after a boot, "(missing)" if there is none.
     std::string Read(const std::string& path);
 
   private:

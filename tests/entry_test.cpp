@@ -14,7 +14,7 @@ using android::init::PartitionSearchList;
 using android::init::PropertyCallback;
 using namespace std::string_literals;
 
-// What the object looks like in memory: init's side may have been compiled elsewhere.
+// The layout of the object in memory, as init may have been compiled elsewhere.
 struct Layout {
     void** slots;
     std::string strings[9];
@@ -33,7 +33,7 @@ TEST(Entry, IsFoundByItsPlainNameAndReturnsOneObject) {
         EXPECT_EQ(again, init.extension);
         EXPECT_EQ(LayoutOf(again).strings[0], "renamed");
 
-        // A further object does not fill the list again.
+        // A second object does not fill the list again.
         InitExtensionPropertyImpl another;
         EXPECT_EQ(PartitionSearchList.size(), 16u);
         for (const std::string& member : LayoutOf(&another).strings) EXPECT_EQ(member, "");
@@ -79,8 +79,8 @@ TEST(Entry, MembersStandInTheirOrder) {
     });
 }
 
-// Slot numbers as the other side is compiled against them. A call through the raw slot must reach
-// the operation that a call through the interface reaches.
+// The slot numbers that init is compiled against. A call through a slot must reach the same
+// operation as a call through the interface.
 TEST(Entry, SlotsStandInTheirOrder) {
     Device device;
     device.Write("/root/build.prop", "a=1\n");

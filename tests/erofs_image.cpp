@@ -131,7 +131,7 @@ std::string Index(uint16_t type, uint16_t low, uint32_t block) {
 }
 
 uint64_t Image::Inodes() const {
-    return Up(1216, block());  // after the longest superblock
+    return Up(1216, block());  // after the largest superblock
 }
 
 uint64_t Image::FilePlace() const {

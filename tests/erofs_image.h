@@ -1,5 +1,5 @@
-// EROFS images written by hand, for what no mkfs.erofs at hand writes: one file in one directory,
-// whose inode and data are what a test asks for.
+// EROFS images written by hand, with features that the installed mkfs.erofs does not write: one
+// file in one directory, with an inode and data of the test's choice.
 
 #pragma once
 
@@ -14,17 +14,17 @@ std::string P16(uint64_t number);
 std::string P32(uint64_t number);
 std::string P64(uint64_t number);
 
-// Lines of text, always the same.
+// Returns lines of text, always the same ones.
 std::string Text(size_t size);
 
 enum Algorithm { kLz4, kMicroLzma, kDeflate, kZstd, kAlgorithms };
 std::string Compress(int algorithm, const std::string& content);
 
-// Puts zeros around bytes.
+// Pad bytes with zeros up to the size.
 std::string PadFront(const std::string& bytes, size_t size);
 std::string PadBack(const std::string& bytes, size_t size);
 
-// Inodes of user 7 and group 8. A layout is given with the other bits of the format.
+// Inodes of user 7 and group 8. `format` is a layout and other bits of the format field.
 constexpr unsigned kPlain = 0, kCompressed = 1 << 1, kInline = 2 << 1, kCompact = 3 << 1,
                    kChunks = 4 << 1, kExtended = 1, kShort = 0x10;
 std::string Inode(unsigned format, uint64_t size, uint64_t start, uint16_t high = 1,
@@ -37,14 +37,14 @@ std::string Index(uint16_t type, uint16_t low, uint32_t block);
 struct Image {
     unsigned block_bits = 12;
     uint32_t features = 0x1A3;   // padding, records, fragments, 48 bits, metabox
-    std::string file;            // its inode and what follows
+    std::string file;            // the file's inode and what follows it
     std::string data;            // from DataPlace() on
     std::string packed;          // of the packed inode
     bool is_in_metabox = false;  // the file's inode
 
     uint64_t block() const { return uint64_t{1} << block_bits; }
-    uint64_t Inodes() const;     // where they are
-    uint64_t FilePlace() const;  // of its inode, but for the metabox
+    uint64_t Inodes() const;     // the place of the inodes
+    uint64_t FilePlace() const;  // of the file's inode, unless that is in the metabox
     uint64_t DataPlace() const;
     uint32_t DataBlock() const { return static_cast<uint32_t>(DataPlace() / block()); }
 

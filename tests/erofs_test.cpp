@@ -1,5 +1,5 @@
-// The reader of EROFS images: images that others made read as the tree that they were made of, and
-// images written by hand show what is read and what is refused.
+// The reader of EROFS images. Images from image builders must be read as the tree that they were
+// made from; images written by hand show which features are read and which damage is refused.
 
 #include <stdlib.h>
 #include <string.h>
@@ -28,10 +28,10 @@ using images::Damage;
 using images::FileSystem;
 using images::Node;
 
-constexpr size_t kPiece = 65521;  // what is read at once, no multiple of anything
+constexpr size_t kPiece = 65521;  // bytes that are read at once: a prime number
 constexpr uint64_t kMetaboxBit = uint64_t{1} << 63;
 
-// Bytes and then zeros. Counts what is read.
+// A source of bytes followed by zeros, which counts the bytes that are read.
 class Memory : public images::Source {
   public:
     explicit Memory(std::string bytes, uint64_t zeros = 0) : bytes_(bytes), zeros_(zeros) {}
@@ -58,7 +58,7 @@ struct Entry {
     mode_t mode;
     int64_t seconds;
     uint32_t nanoseconds;
-    std::string content;  // or where a link leads
+    std::string content;  // or the target of a link
     bool operator==(const Entry& other) const {
         return std::tie(mode, seconds, nanoseconds, content) ==
                std::tie(other.mode, other.seconds, other.nanoseconds, other.content);
@@ -148,7 +148,7 @@ std::string Unxz(const std::string& path) {
     return bytes;
 }
 
-// What damage an image has, as its reader tells it.
+// Returns the text of the damage that `read` finds, or "".
 std::string DamageOf(const std::function<void()>& read) {
     try {
         read();
@@ -188,7 +188,7 @@ TEST(ErofsTest, ReadsEverySampleAsItsTree) {
     }
 }
 
-// What newer makers write. The three hold the same tree.
+// Images of newer image builders. All three hold the same tree.
 TEST(ErofsTest, ReadsWhatNewerMakersWrite) {
     const auto samples = Samples(IMAGES_DIR);
     ASSERT_EQ(samples.size(), 3);
@@ -209,7 +209,7 @@ struct Case {
     std::string content;
 };
 
-// What is written by hand, in blocks of a size.
+// Returns the images written by hand, with this block size.
 std::vector<Case> Cases(unsigned bits) {
     Image image;
     image.block_bits = bits;
@@ -229,7 +229,7 @@ std::vector<Case> Cases(unsigned bits) {
         cases.push_back({name, image, content});
     };
 
-    // Flat.
+    // Uncompressed layouts.
     const size_t size = 2 * block + half;
     const std::string flat = text.substr(0, size), zeros(size, '\0');
     add("plain", Inode(kPlain, size, at), flat, flat);
@@ -309,11 +309,11 @@ std::vector<Case> Cases(unsigned bits) {
             flat);
     }
 
-    // Encoded extents, at any place.
+    // Encoded extents, which need not begin at a block.
     const std::string junk = "any", stream = lz4(0, 2 * block), plain = text.substr(0, block);
     const uint32_t partial = 1U << 27, lz4_bits = 1U << 28;
     const uint32_t length = lz4_bits | stream.size();
-    // Clusters are of two blocks where they say where an extent is.
+    // Clusters have two blocks in the forms with one record for each cluster.
     const auto encoded = [&](uint16_t record, uint32_t count, size_t file_size) {
         return Inode(kCompressed, file_size, 0) +
                MapHeader(count, 1 | record << 1, 0, record < 2 ? 1 : 0);
@@ -580,7 +580,7 @@ TEST(ErofsTest, RefusesDamage) {
     }
 }
 
-// A stream has to end with its extent, and the other way round.
+// A compressed stream must end with its extent, and an extent with its stream.
 TEST(ErofsTest, RefusesStreamsOfAnotherLength) {
     const auto cases = Cases(9);
     for (const char* name : {"lz4", "MicroLZMA", "deflate", "zstd"}) {
@@ -620,7 +620,7 @@ TEST(ErofsTest, LooksAtInodes) {
               std::tuple(0100644, 7, 8, 3 << 20, 1'600'000'005, 77));
     EXPECT_EQ(look(Inode(kPlain | kExtended, uint64_t{3} << 40, UINT32_MAX)),
               std::tuple(0100644, 7, 8, uint64_t{3} << 40, 1'700'000'000, 123));
-    // What has no data may say anything of them.
+    // In inodes of types without data, the fields for data may have any value.
     for (const uint16_t mode : {0010600, 0020600, 0060600, 0140600}) {
         EXPECT_EQ(look(Inode(5 << 1, 1000, 100'000, 0, mode)),
                   std::tuple(mode, 7, 8, 0, 1'600'000'005, 77));
@@ -637,7 +637,7 @@ TEST(ErofsTest, AnswersOnlyWhatANodeIs) {
     EXPECT_EQ(images::OpenErofs(Memory(std::string(4096, '\0'))), nullptr);
 }
 
-// What nobody asks for is not read, however large it is.
+// Data that are not asked for are not read, however large they are.
 TEST(ErofsTest, ReadsNoMoreThanItsAnswersTake) {
     constexpr uint64_t kLarge = 400 << 20;
     constexpr size_t kNames = 100'000;
@@ -669,7 +669,7 @@ TEST(ErofsTest, ReadsNoMoreThanItsAnswersTake) {
         EXPECT_LT(memory->TakeCount(), 1000);
     }
 
-    // A file in pieces costs what it costs as a whole.
+    // A file costs the same in pieces as in one read.
     constexpr uint64_t kBlocks = 1 << 14;
     image.is_in_metabox = true;
     image.data = PadFront(Compress(kLz4, Text(image.block())), image.block());
@@ -681,7 +681,7 @@ TEST(ErofsTest, ReadsNoMoreThanItsAnswersTake) {
     EXPECT_LT(shared.TakeCount(), image.file.size() + kBlocks * image.block() * 11 / 10);
 }
 
-// What the maker at hand writes, with all of its options.
+// Images of the installed mkfs.erofs, with all of its options.
 TEST(ErofsTest, ReadsWhatTheMakerAtHandWrites) {
     const TemporaryDir directory;
     const std::string tree = std::string(directory.path) + "/tree";

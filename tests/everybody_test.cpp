@@ -50,7 +50,7 @@ bool RefuseNamespaces() {
 
 class EverybodyTest : public ToolTest {
   protected:
-    // Returns the status, the document without the times in its log, and what else was said.
+    // Returns the status, the document without the times in its log, and standard error.
     static std::string Boot(Who who, const std::string& device, const std::string& steps) {
         const TemporaryFile out, err;
         const pid_t pid = fork();
@@ -72,7 +72,7 @@ class EverybodyTest : public ToolTest {
         android::base::ReadFileToString(err.path, &said);
         json report = json::parse(text, nullptr, false);
         if (report.is_discarded()) return text + said;
-        // How deep an endless import goes depends on where the stack happens to begin.
+        // The depth of an endless import depends on where the stack begins.
         if (!report["failure"].is_null()) return report["failure"]["signal"];
         for (json& step : report["steps"]) {
             for (json& event : step["events"]) {
@@ -102,7 +102,7 @@ class EverybodyTest : public ToolTest {
         }
     }
 
-    // Makes a device of whatever the library reads, with all kinds of owners and modes.
+    // Makes a random device, with all kinds of owners and modes.
     std::string RandomDevice(unsigned seed) const {
         const std::string name = "/device" + std::to_string(seed);
         MakeRandomDevice(Path(name), seed, false);

@@ -1,4 +1,4 @@
-// Where values come from, and what differs between two boots.
+// The commands explain and diff: where values come from, and what differs between two boots.
 
 #include <filesystem>
 #include <regex>
@@ -21,7 +21,7 @@ class ExplainTest : public ToolTest {
         return std::regex_replace(text, std::regex("[0-9]+ boots"), "N boots");
     }
 
-    // Returns what explain says of the origins of the property, in short.
+    // Returns the origins of the property that explain prints, in short.
     static std::string Origins(const std::string& arguments, const std::string& name) {
         const json told = json::parse(Run("explain --json " + arguments + " " + name).out);
         std::string text;
@@ -66,7 +66,8 @@ TEST_F(ExplainTest, NamesPlacesInOrderOfTime) {
               "none of N boots loads it]\n");
 }
 
-// A boot with the words that are said to load a line loads it, and they are the words of a phone.
+// A boot with the words that explain prints for a line loads that line, and the words are such as
+// belong to a phone.
 TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
     constexpr char kModule[] =
             "mount_point=/mnt/m\nmodule_type=configure\nbind_point=/mnt/vendor/my_carrier\n";
@@ -127,16 +128,16 @@ TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
              "early",
              {{"/odm/build.prop", "import /odm/etc/${ro.a}.prop\n"},
               {"/odm/etc/q.prop", "import /odm/etc/${ro.a}/r.prop\n"}}},
-            {"/odm/etc/late.prop",  // what the first step early sets is the system's only then
+            {"/odm/etc/late.prop",  // properties of the first step early are set only after it
              "early",
              {{"/odm/build.prop", "import /odm/etc/${ro.a}.prop\nro.a=late\n"}}},
-            {"/odm/etc/hi.prop",  // which one axis names and the other comes to
+            {"/odm/etc/hi.prop",  // which one axis names and the other reaches
              "early persist",
              {{"/mnt/vendor/my_product/cust/IN/build.prop", "ro.a=hi\n"},
               {"/mnt/vendor/my_product/cust/EU/build.prop", "ro.a=en\n"},
               {"/mnt/vendor/my_region/build.prop", "ro.tesvo.pipeline.region=EU\n"},
               {"/odm/properties/k/regionSwitch/a.prop", "import /odm/etc/${ro.a}.prop\n"}}},
-            {"/mnt/vendor/my_product/cust/IN/build.prop",  // where the library does not die
+            {"/mnt/vendor/my_product/cust/IN/build.prop",  // where the library does not crash
              "early",
              {{"/mnt/vendor/my_region/build.prop", "ro.tesvo.pipeline.region=EU\n"},
               {"/mnt/vendor/my_product/cust/EU/build.prop",
@@ -162,12 +163,12 @@ TEST_F(ExplainTest, RequiredWordsLoadTheLine) {
     }
 }
 
-// Each of these was told wrongly once.
+// Regressions: each of these origins was wrong once.
 TEST_F(ExplainTest, TellsTrueOrigins) {
     EXPECT_EQ(Origins(Sample("overlay") + " early", "ro.tesvo.cust.ver"),
               "[\"loadExtensionPartitionProperties\"]:0 wins;");
 
-    // A name in the message and in the package, each in a map of its own.
+    // A name in the one-shot message and in the package, which are loaded into different maps.
     const std::string cota = Path("/cota");
     Write("/cota/data/cota/cota_mount_info.prop",
           "sys.cotaimg.verify=1\nsys.cota.load.properties=/mnt/cota/p\nro.both=message\n");
@@ -179,7 +180,7 @@ TEST_F(ExplainTest, TellsTrueOrigins) {
     const json bound = json::parse(Run("explain --json " + mounted + " ro.mine").out);
     EXPECT_EQ(bound["properties"][0]["origins"][0]["source"], "/mnt/cota/p/build.prop");
 
-    // What is filtered, refused, only looked up, or reached by a link.
+    // Lines that are filtered, refused, only looked up, or reached by a link.
     const std::string device = Path("/phone");
     Write("/phone/odm/build.prop", "import /odm/in.prop ro.x*\nill egal=1\nsys.long=" +
                                            std::string(92, 'x') + "\npersist.early=file\n");
@@ -198,12 +199,12 @@ TEST_F(ExplainTest, TellsTrueOrigins) {
     EXPECT_EQ(Origins(device + " early reboot --brand none", "ro.r"),
               "/mnt/vendor/my_region/build.prop:2 gone with the reboot;");
 
-    // Stored persistent properties come in force behind `early`, a reboot's too.
+    // Stored persistent properties take effect after `early`, also after a reboot.
     EXPECT_EQ(Origins(device + " early --set persist.early=stored", "persist.early"),
               "/odm/build.prop:4 overridden;\"given\":0 wins;");
     EXPECT_EQ(Origins(device + " early reboot early", "persist.early"), "/odm/build.prop:4 wins;");
 
-    // A key file in the old format says again what a partition said.
+    // A key file in the old format repeats a partition's value.
     Write("/old/odm/build.prop", "sys.sim.switch.current=k\nsys.sim.switch.first=k\n");
     const std::string reserve = "/old/mnt/vendor/tesvoreserve/system/ssv/sim_switch_";
     for (const char* key : {"current", "first"}) Write(reserve + key + "_file", "k");
@@ -222,7 +223,7 @@ TEST_F(ExplainTest, TellsTrueOrigins) {
     EXPECT_EQ(Origins(Path("/deep") + " early", "ro.deep"), "/odm/0:1 wins;");
 }
 
-// What did not happen is told of as little as what did is kept back.
+// Explain reports failed loads and lost values, and no others.
 TEST_F(ExplainTest, TellsOfFailuresAndLosses) {
     const std::string module = "cota-service:module_bind_single ";
     Write("/d/data/cota/cota_module_info.prop",
@@ -244,7 +245,7 @@ TEST_F(ExplainTest, TellsOfFailuresAndLosses) {
     for (const auto& known : cases) {
         EXPECT_EQ(Origins(Path("/d ") + known.arguments, known.name), known.origins);
     }
-    // A boot that dies counts wherever it stands.
+    // A boot that crashes counts, whichever of several it is.
     EXPECT_EQ(Run("boot " + Path("/d") + " early reboot early:/loop").status, 3);
     EXPECT_EQ(Run("diff " + Path("/d") + " --b early:/t --a early:/loop").status, 3);
     EXPECT_EQ(Run("diff " + Path("/d") + " --a early:/t --b early:/loop").status, 3);
@@ -257,7 +258,7 @@ TEST_F(ExplainTest, TellsOfFailuresAndLosses) {
     EXPECT_THAT(left, testing::Not(HasSubstr("boot_mount_bind_complete")));
 }
 
-// The answer about one name is that about all names, for this name.
+// Explain prints the same for one name alone as among all names.
 TEST_F(ExplainTest, OneNameAloneIsToldAlike) {
     const std::string device = Sample("older-software") + " early persist sim ";
     const json all = json::parse(Run("explain --all --json " + device).out);

@@ -1,12 +1,13 @@
-// Takes `extprop explain --all --json` at its word over random devices: edits the line that is said
-// to win, boots again and looks for the edit; edits those that are said to lose and looks for no
-// change; adds the words that are said to load a line and looks for the line; tries by force to
-// load those that nothing is said to load; looks for every line of the device among the origins.
+// Tries the statements of `extprop explain --all --json` over random devices: edits the line that
+// is said to win, boots again and expects the edit; edits lines that are said to lose and expects
+// no change; adds the words that are said to load a line and expects it to be loaded; tries all
+// steps and axes on lines that nothing is said to load; expects every line of the device among the
+// origins.
 //
 // usage: explain_trial DEVICES SEED EXTPROP
 //
-// Prints each false statement with what it takes to see it again. Exits with 1 if there is one; the
-// device directory is kept then.
+// Prints each false statement with the command to reproduce it. If there is one, keeps the device
+// directory and exits with 1.
 
 #include <ctype.h>
 #include <fcntl.h>
@@ -48,7 +49,7 @@ using android::base::unique_fd;
 using nlohmann::json;
 using Strings = std::vector<std::string>;
 
-constexpr char kNoUtf8[] = "\xef\xbf\xbd";  // what JSON has for bytes that are not UTF-8
+constexpr char kNoUtf8[] = "\xef\xbf\xbd";  // in place of bytes that are not UTF-8, in JSON
 
 bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
@@ -80,7 +81,7 @@ int Run(const Strings& words, std::string* output) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
 }
 
-// Reckons anew what the loader takes of a line.
+// Computes, apart from the tool, what the loader takes from a line.
 bool Parse(const std::string& line, std::string* name, std::string* value) {
     const std::string text = Trim(line);
     const size_t equals = text.find('=');
@@ -127,7 +128,7 @@ class Device {
         return place.first.empty() || place.second > lines.size() ? "" : lines[place.second - 1];
     }
 
-    // In place, as a directory's order is that in which its files were made.
+    // Writes in place, because a directory lists its files in the order of their creation.
     void Write(const std::string& file, const Strings& lines) const {
         CHECK(android::base::WriteStringToFile(Join(lines, '\n'), root_ + file));
     }
@@ -137,8 +138,9 @@ class Device {
     unique_fd fd_;
 };
 
-// What was said of an origin, and the edit that tries it: the property's final value follows the
-// edited line or, without a place, the edited word; or it stays.
+// A statement about an origin, and the edit that tries it, of a line or, without a place, of a word
+// of the command line. If the origin wins, the property's final value follows the edit, else it
+// stays.
 struct Claim {
     std::string name;
     json origin;
@@ -148,7 +150,8 @@ struct Claim {
     std::string fresh;
 };
 
-// What a boot comes to, and the way there: what it asks for and hands over, whatever the values.
+// The properties that a boot results in, and its way: what it asks for and hands over, without the
+// values.
 struct Outcome {
     json properties = json::object();
     std::string way;
@@ -212,7 +215,7 @@ class Trial {
             for (const Claim& claim : claims_) {
                 if (claim.wins == wins) claims.push_back(&claim);
             }
-            // What may steer the boot stands together, behind what does not.
+            // Properties that may steer the boot come last, so that halving separates them.
             std::stable_partition(claims.begin(), claims.end(), [](const Claim* claim) {
                 return Contains(claim->name, "t.") && !Contains(claim->name, "tesvo");
             });
@@ -263,7 +266,7 @@ class Trial {
         }
     }
 
-    // A property's final value, or null.
+    // Returns a property's final value, or null.
     static json ValueOf(const Outcome& outcome, const std::string& name) {
         return outcome.properties.value(name, json());
     }
@@ -354,14 +357,14 @@ class Trial {
         }
     }
 
-    // Returns the device's own line that an origin is about; no file if there is none.
+    // Returns the line of the device that an origin is about, with an empty file if there is none.
     Place PlaceOf(const json& origin) const {
         const json source = origin.value("source", json());
         return {device_.Resolve(source.is_null() ? origin["file"] : source),
                 origin["line"].get<size_t>()};
     }
 
-    // Returns a value that nothing else has; init refuses it if it refused the old one.
+    // Returns a value that occurs nowhere else. init refuses it if it refused the old one.
     std::string FreshValue(const json& origin, const std::string& name) {
         const std::string fresh = "fresh" + std::to_string(++fresh_);
         const std::string value = origin["value"];
@@ -384,7 +387,7 @@ class Trial {
         }
     }
 
-    // Notes the lines that init refuses by lint's account.
+    // Records the lines that init refuses according to lint.
     void ReadLint() {
         std::string output;
         Run({extprop_, "lint", device_.root(), "--json"}, &output);
@@ -397,7 +400,7 @@ class Trial {
         }
     }
 
-    // Returns every file that holds properties: by its name, its place, or as something names it.
+    // Returns every file that holds properties by its name or place, or because a line names it.
     Strings PropertyFiles() const {
         Strings found(opened_.begin(), opened_.end());
         for (const auto& entry : fs::recursive_directory_iterator(device_.root())) {
@@ -412,7 +415,7 @@ class Trial {
             const std::string file = device_.Resolve(found[i]);
             if (file.empty() || std::count(files.begin(), files.end(), file) != 0) continue;
             if (EndsWith(file, "/devicename.cfg"))
-                continue;  // it holds what properties are made of
+                continue;  // it holds no properties, but input of derived ones
             files.push_back(file);
             for (const std::string& line : device_.Read(file)) {
                 std::string word, target;
@@ -446,7 +449,7 @@ class Trial {
         }
     }
 
-    // Boots with the edits made, and unmakes them.
+    // Makes the edits, boots, and undoes them.
     Outcome BootEdited(const std::vector<const Claim*>& claims) {
         Strings words = words_;
         std::map<std::string, Strings> files;
@@ -469,8 +472,8 @@ class Trial {
         return boot.is_null() ? Outcome{} : Outcome{boot["properties"], WayOf(boot)};
     }
 
-    // Judges claims of one kind by one boot with all their edits. That tells as long as the edits
-    // leave the way of the boot as it was; where they do not, it takes boots with fewer of them.
+    // Judges claims of one kind by one boot with all their edits. That is conclusive if the edits
+    // do not change the way of the boot; otherwise it boots with fewer of them.
     void JudgeClaims(const std::vector<const Claim*>& claims) {
         if (claims.empty()) return;
         const Outcome edited = BootEdited(claims);
@@ -490,7 +493,7 @@ class Trial {
         }
     }
 
-    // Tells whether the value after an edit, which is not what was claimed, makes the claim false.
+    // Judges whether the value after an edit, which is not the claimed one, makes the claim false.
     void JudgeChange(const Claim& claim, const json& now, bool same_way) {
         if (!same_way) return Skip(claim, "the edit changes what the boot does");
         if (derived_.count(claim.name) != 0 && now.is_string() && now != claim.fresh &&
@@ -502,7 +505,7 @@ class Trial {
                                     (claim.word != 0 ? "--set" : Text(claim.place)));
     }
 
-    // Returns the words with more of them. Those that go without saying have to be said then.
+    // Returns the words of the boot and more. Steps among these need the default steps before them.
     Strings With(const Strings& more) const {
         Strings words = words_;
         if (!has_steps_ && !more.empty() && !StartsWith(more.front(), "--")) {
@@ -521,7 +524,7 @@ class Trial {
             for (size_t i = 0; i < events.size(); ++i) {
                 const json& load = events[i];
                 if (load["event"] != "load" || load["written"]) continue;
-                // It is about to be opened, and may be missed.
+                // The load event comes before the open, which may fail.
                 size_t next = i + 1;
                 while (next < events.size() && events[next]["event"] == "open") ++next;
                 if (next < events.size() && events[next]["event"] == "log" &&
@@ -558,8 +561,8 @@ class Trial {
         }
     }
 
-    // Tries to load lines of which it is said that nothing does: by each value of each axis, two
-    // axes together, and each step.
+    // Tries to load lines that nothing is said to load: with each value of each axis, with pairs of
+    // axes, and with each step.
     void JudgeNothing(const std::vector<Claim>& claims) {
         std::string output;
         Run({extprop_, "matrix", "--list", "--json", device_.root()}, &output);
@@ -606,7 +609,7 @@ class Trial {
         }
     }
 
-    // The answer about one name is that about all names, for this name.
+    // Expects the same for one name alone as among all names.
     void JudgeAlone(const json& explained) {
         const json& properties = explained["properties"];
         if (properties.empty()) return;
@@ -676,7 +679,7 @@ int main(int argc, char** argv) {
     for (size_t i = 0; i < devices; ++i) {
         const size_t before = totals.found_false;
         const std::string root = directory + "/" + std::to_string(seed + i);
-        // However busy the machine is, nothing is untold because it took long.
+        // Without time limits, so that a busy machine does not change what is printed.
         const Strings words = Plus(MakeRandomDevice(root, seed + i, Contains(help, "--region")),
                                    {"--timeout", "600"});
         Trial(argv[3], root, words, &totals).Judge();

@@ -1,4 +1,4 @@
-// The tool as people and scripts use it: its arguments, output and exit status.
+// The tool as users and scripts run it: its arguments, output and exit status.
 
 #include <signal.h>
 #include <sys/prctl.h>
@@ -61,7 +61,7 @@ TEST_F(ExtpropTest, PageIsWrittenWholeOrNotAtAll) {
     EXPECT_THAT(content, HasSubstr("\"/mnt/vendor/my_engineering/build.prop\""));
     EXPECT_EQ(Run("explain --all " + Sample("overlay") + " early --html " + page).status, 0);
 
-    // A page that does not fit leaves nothing of it.
+    // A page that cannot be written completely is removed.
     const std::string small = "trap '' XFSZ; ulimit -f 16; " EXTPROP " boot -q " +
                               Sample("overlay") + " early --html " + Path("/full.html");
     EXPECT_NE(system((small + " >/dev/null 2>&1").c_str()), 0);
@@ -82,7 +82,7 @@ TEST_F(ExtpropTest, PageGoesThroughWhateverIsNoPlainFile) {
     EXPECT_EQ(system(("timeout 20 cat " + fifo + " >" + Path("/read") + " &").c_str()), 0);
     EXPECT_EQ(boot(fifo), 0);
     EXPECT_TRUE(std::filesystem::is_fifo(fifo));
-    // The reader may not have come to its end yet.
+    // The reader may not have reached the end yet.
     EXPECT_EQ(system(("for i in $(seq 500); do grep -q '^</html>' " + Path("/read") +
                       " && exit 0; sleep 0.01; done; exit 1")
                              .c_str()),
@@ -195,7 +195,7 @@ TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
     EXPECT_THAT(crashed.err, testing::MatchesRegex("extprop: the library crashed with SIGSEGV in "
                                                    "step early, last loading /odm/[a-z]+.prop\n"));
 
-    // What each of thousands of loads says is said once.
+    // The same message of thousands of loads is printed once.
     const std::string said = Run("boot " + Path("") + " early").out;
     EXPECT_THAT(said, HasSubstr(" times)\n"));
     EXPECT_LT(std::count(said.begin(), said.end(), '\n'), 12) << said;
@@ -215,7 +215,7 @@ TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
                                        {"last_file", "/odm/build.prop"}}));
 }
 
-// Whatever moment of a command it is, and whether one process is ended or all of a terminal's.
+// At any moment of a command, and for a signal to one process or to all of a terminal's.
 TEST_F(ExtpropTest, AnEndedCommandLeavesNothing) {
     const std::string temporary = Path("/temporary");
     std::filesystem::create_directory(temporary);
@@ -224,7 +224,7 @@ TEST_F(ExtpropTest, AnEndedCommandLeavesNothing) {
     const std::string command = "TMPDIR=" + temporary + " exec " EXTPROP " boot -q " +
                                 Sample("boot-logo") + steps +
                                 " sim:triggerLogoCopyFromCompanyBoot >/dev/null 2>&1";
-    prctl(PR_SET_CHILD_SUBREAPER, 1);  // what the command leaves becomes this process's child
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // processes that are left become this process's children
     for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
         for (int i = 0; i < 24; ++i) {
             const pid_t pid = fork();

@@ -1,4 +1,4 @@
-// Devices as they arrive: in archives, updates, packed and split images.
+// Devices in files: in archives, updates, compressed and split images.
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@ using testing::HasSubstr;
 
 constexpr uid_t kNobody = 65534;
 
-// Removes what tells where a device was and what it came in.
+// Removes the fields that name the device's place and the files that it was in.
 void RemovePlaces(json* document) {
     if (document->is_object()) {
         for (const char* name : {"device", "image", "notes"}) document->erase(name);
@@ -73,7 +73,7 @@ class FirmwareTest : public StrangerTest {
             maker.Add(fs::path(name).stem(), {{8, content.substr(0, half)},
                                               {name == "odm.img" ? 0 : 1, content.substr(half)}});
         }
-        // What nobody looks at may be anything.
+        // A partition that is not read may hold anything.
         maker.Add("modem", {{4, Noise(kBlock)}});
         maker.Add("vendor", {{4, Noise(kBlock)}});
         return maker;
@@ -89,7 +89,7 @@ class FirmwareTest : public StrangerTest {
         return super;
     }
 
-    // Writes the device's files, the only one or those in a directory, and returns its name.
+    // Writes the device, one file or a directory of several, and returns its name.
     std::string WriteDevice(const std::vector<Member>& files) const {
         for (const auto& [name, mode, content] : files) Write("/" + name, content);
         return files[0].name.substr(0, files[0].name.find('/'));
@@ -104,7 +104,7 @@ class FirmwareTest : public StrangerTest {
     std::vector<Member> tree_, images_, target_files_;
 };
 
-// Returns where people are told that the property comes from.
+// Returns the image that is printed as the property's origin.
 std::string ImageOf(const json& explanation, const std::string& property) {
     for (const json& known : explanation["properties"]) {
         if (known["name"] != property) continue;
@@ -198,7 +198,7 @@ TEST_F(FirmwareTest, WhateverADeviceComesInItBootsAsItsDirectory) {
         EXPECT_EQ(explanation, expected) << device;
     }
 
-    // The system's image is that of the root.
+    // The image of the system partition is that of the root.
     Write("/parts/root/system/build.prop", "ro.system=1\n");
     Write("/parts/odm/build.prop", "import /system/build.prop\n");
     Shell("cd parts; for i in root odm; do mke2fs -q -F -t ext4 -d $i $i.img 1M; done; "
@@ -211,7 +211,7 @@ TEST_F(FirmwareTest, WhateverADeviceComesInItBootsAsItsDirectory) {
     EXPECT_EQ(ImageOf(Explain("system.bin"), "ro.system"),
               "/system/build.prop in system of system.bin");
 
-    // Findings name it too, whoever looks.
+    // Findings name the image too.
     Write("/parts/odm/build.prop", "ro.odm\n");
     const std::string faulty = Zip({{"ODM/build.prop", kFile, "ro.odm\n"}});
     Write("/faulty.zip", faulty);
@@ -322,7 +322,7 @@ TEST_F(FirmwareTest, WhatCannotBeReadIsRefusedAtOnce) {
         EXPECT_THAT(output.err, HasSubstr(error));
         EXPECT_TRUE(kIsSanitized || used() - before < 1) << file << ": " << used() - before << " s";
     }
-    // What is unpacked may be large, but not however small it is packed.
+    // Unpacked content may be large, but not for any packed size.
     std::string mostly_zeros = Packed(archive_write_add_filter_zstd, images_[0].content);
     const std::string zeros =
             Packed(archive_write_add_filter_zstd, std::string(size_t{64} << 20, '\0'));
@@ -342,7 +342,7 @@ TEST_F(FirmwareTest, WhatCannotBeReadIsRefusedAtOnce) {
         EXPECT_THAT(output.err, ContainsRegex("odm.img.zst\\)?: more than 10.. MiB to unpack"));
     }
 
-    // What nobody looks at may be anything, and of any number.
+    // Files that are not read may hold anything, and be many.
     fs::create_directories(Path("/some/odm"));
     for (int i = 0; i < 50; ++i) Write("/some/radio" + std::to_string(i) + "x.img", "?");
     for (const char* name : {"vendor.img", "my_x.img", "system.img"}) {
@@ -358,7 +358,7 @@ TEST_F(FirmwareTest, WhatCannotBeReadIsRefusedAtOnce) {
     EXPECT_EQ(RunWords({"boot", "some", "--image", "my_x=x.txt"}).status, 2);
     EXPECT_EQ(RunWords({"boot", "some"}).status, 0);
 
-    // Links lead within the archive.
+    // Links must stay within the archive.
     Write("/links.tar", Tar({{"odm/build.prop", kLink, Path("/outside/kept")},
                              {"my_region", kLink, Path("/outside")}}));
     EXPECT_EQ(RunWords({"boot", "links.tar"}).status, 0);

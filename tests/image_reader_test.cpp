@@ -1,5 +1,5 @@
-// The process that reads images, over images of each format, of damaged ones and of those that ask
-// for too much.
+// The process that reads images: with images of each format, damaged ones, and images that exceed
+// limits.
 
 #include "reader.h"
 
@@ -56,13 +56,13 @@ std::string ReadFile(const std::string& path) {
     return android::base::ReadFileToString(path, &content) ? content : "(missing)";
 }
 
-// A long content in few letters.
+// Returns a short content as it is, and a digest of a long one.
 std::string Short(const std::string& content) {
     if (content.size() < 100) return content;
     return std::to_string(content.size()) + "#" + std::to_string(std::hash<std::string>()(content));
 }
 
-// All that is in a file system: paths with types, modes, owners, times, contents and targets.
+// Returns all that is in a file system: paths with types, modes, owners, times, contents, targets.
 std::map<std::string, std::string> Everything(const FileSystem& system) {
     std::map<std::string, std::string> all;
     const std::function<void(const std::string&, uint64_t)> walk = [&](const std::string& path,
@@ -82,7 +82,7 @@ std::map<std::string, std::string> Everything(const FileSystem& system) {
     return all;
 }
 
-// The same of a directory of this machine.
+// Returns the same of a directory of this machine.
 std::map<std::string, std::string> EverythingIn(const std::string& directory) {
     std::map<std::string, std::string> all;
     const auto look = [&](const fs::path& path, const std::string& name) {
@@ -126,7 +126,7 @@ class ImageReaderTest : public testing::Test {
         return Reader(Only(unique_fd(open(Path("/" + name).c_str(), O_RDONLY | O_CLOEXEC))), slot);
     }
 
-    // Reads everything in an image of these bytes. Returns the damage that is met.
+    // Reads everything in an image of these bytes. Returns the text of the damage that is found.
     std::string DamageOf(const std::string& image) const {
         Write(Path("/damaged"), image);
         try {
@@ -142,7 +142,7 @@ class ImageReaderTest : public testing::Test {
     TemporaryDir directory_;
 };
 
-// Finds what lies at a path.
+// Returns the node at a path.
 uint64_t Find(const FileSystem& system, const std::string& path) {
     uint64_t found = system.root();
     for (const fs::path& part : fs::path(path)) {
@@ -198,7 +198,7 @@ TEST_F(ImageReaderTest, EachFormatReadsAsItsTree) {
     }
 }
 
-// What a format's libraries do at their first use, they do in the process that can do nothing else.
+// The libraries of a format must do whatever they do on first use under the confinement too.
 TEST_F(ImageReaderTest, ErofsReadsInTheProcessAsOutsideIt) {
     for (const auto& entry : fs::directory_iterator(IMAGES_DIR)) {
         SCOPED_TRACE(entry.path());
@@ -303,7 +303,7 @@ TEST_F(ImageReaderTest, DamageSaysWhereItWasMet) {
         EXPECT_THAT(DamageOf(image), testing::MatchesRegex(damage));
     }
 
-    // Nothing else of a damaged image is.
+    // A damaged image is not read otherwise.
     Write(Path("/damaged"), Replaced(checked, "the target", "another one"));
     const auto system = Open("damaged").Open(0);
     EXPECT_EQ(system->Read(Find(*system, "aname1"), 0, 1), "");
@@ -331,7 +331,7 @@ TEST_F(ImageReaderTest, HolesCostNothing) {
     }
 }
 
-// Android sparse images by hand, with chunks of 16 bytes.
+// Returns an Android sparse image with blocks of 16 bytes.
 std::string Sparse(uint32_t blocks, const std::vector<std::pair<uint32_t, std::string>>& chunks,
                    uint32_t count) {
     std::string image;
@@ -349,7 +349,7 @@ std::string Sparse(uint32_t blocks, const std::vector<std::pair<uint32_t, std::s
     return image;
 }
 
-// Bytes in memory.
+// A source of bytes in memory.
 class TextSource : public images::Source {
   public:
     explicit TextSource(std::string text) : text_(std::move(text)) {}
@@ -426,7 +426,7 @@ void PutDigest(std::string* bytes, size_t place, const std::string& of) {
     bytes->replace(place, 32, reinterpret_cast<const char*>(digest), 32);
 }
 
-// The start of a super partition, up to its first sector for content, of two slots.
+// Returns the start of a super partition with two slots, up to the first sector of content.
 std::string SuperHead(const std::vector<Partition>& partitions,
                       const std::vector<SuperExtent>& extents, uint32_t metadata_size = 65536) {
     std::string tables;
@@ -472,14 +472,14 @@ TEST_F(ImageReaderTest, ASuperImageIsItsPartitions) {
     Write(Path("/files/build.prop"), "from=super\n");
     MakeExt4("");
     const std::string raw = ReadFile(Path("/raw"));
-    // The image's halves the wrong way round.
+    // The second half of the image lies before the first.
     constexpr uint64_t kFirst = (12288 + 4 * 65536) / 512;
     const uint64_t half = raw.size() / 1024;
     std::string super =
             SuperHead({{"my_$(id>pwn)", 0, 2}, {"empty_b", 2, 0}, {"zeros", 2, 1}},
                       {{half, 0, kFirst + half, 0}, {half, 0, kFirst, 0}, {1 << 20, 1, 0, 0}});
     super += raw.substr(half * 512) + raw.substr(0, half * 512);
-    // The first geometry and the first slot's metadata are those that are broken.
+    // The first geometry and the first slot's metadata are damaged.
     super[4096 + 8] ^= 1;
     super[12288 + 130] ^= 1;
     Write(Path("/super.img"), super);
@@ -558,7 +558,7 @@ class CountingSource : public images::FileSource {
     mutable size_t read = 0;
 };
 
-// What a file costs does not depend on what else is in the image.
+// The cost of a file does not depend on the rest of the image.
 TEST_F(ImageReaderTest, NothingElseIsReadOfALargeImage) {
     Write(Path("/files/etc/build.prop"), std::string(10'000, 'p'));
     const auto cost = [this](const std::string& size) {
@@ -579,7 +579,7 @@ TEST_F(ImageReaderTest, NothingElseIsReadOfALargeImage) {
     EXPECT_EQ(Everything(*Open("raw").Open(0)).size(), 1'017u);
 }
 
-// Tries everything in a process under the confinement; returns what is possible, a word each.
+// Tries forbidden actions in a confined process. Returns those that are possible, one word each.
 std::string PossibleWhenConfined(uid_t user) {
     int ends[2];
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
@@ -666,7 +666,7 @@ TEST(ConfineTest, LeavesNothingButTheImageMemoryAndSockets) {
     EXPECT_EQ(PossibleWhenConfined(kNobody), "pread-image mmap ");
 }
 
-// Returns the processes that this one has started.
+// Returns the children of a process.
 std::vector<pid_t> Children(pid_t parent) {
     std::vector<pid_t> children;
     for (const auto& entry : fs::directory_iterator("/proc")) {
@@ -727,7 +727,7 @@ TEST_F(AskersTest, ThreadsAndTheirForksAskAtTheSameTime) {
             }
         });
     }
-    // Another thread holds what these processes inherit.
+    // The threads may hold the lock of the connection that these processes inherit.
     for (int i = 0; i < 20; ++i) {
         const pid_t pid = fork();
         if (pid == 0) {
@@ -769,7 +769,7 @@ TEST_F(AskersTest, AReaderEndsWithTheLastWhoCanAsk) {
         const auto system = reader.Open(0);
         if (fork() == 0) {
             usleep(100'000);
-            // Alone now, and still answered.
+            // The only client now, and still answered.
             _exit(system->Read(Find(*system, "1"), 0, 10) == "1" ? 0 : 1);
         }
         kill(getpid(), SIGKILL);
@@ -782,7 +782,7 @@ TEST_F(AskersTest, AReaderEndsWithTheLastWhoCanAsk) {
     prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
-// What a reader that an image has taken over could answer.
+// Returns a reply as a reader could send it that an image has taken over.
 std::string Reply(uint64_t size, const std::string& bytes) {
     const images::ReplyHeader header = {images::Outcome::kDone, 0, size};
     return std::string(reinterpret_cast<const char*>(&header), sizeof(header)) + bytes;

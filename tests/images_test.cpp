@@ -67,7 +67,7 @@ class ImagesTest : public testing::TestWithParam<uid_t> {
         ASSERT_EQ(system((line + " >/dev/null 2>&1").c_str()), 0) << command;
     }
 
-    // Makes an image of the device directory whose build.prop says `content`.
+    // Makes an image in the device directory, with a build.prop of this content.
     void MakeImage(const std::string& format, const std::string& name, const std::string& content) {
         Write(Path("/files/build.prop"), content);
         Write(Path("/files/private/key"), "k");
@@ -80,15 +80,15 @@ class ImagesTest : public testing::TestWithParam<uid_t> {
         Shell("rm -r files raw");
     }
 
-    // Runs the checks in a process of the user, and fails if one of them does.
+    // Runs the checks in a process of the user, and fails if one of them fails.
     template <typename Checks>
     void AsUser(const Checks& checks) {
-        // Writing takes that the directories are the user's.
+        // To write, the user must own the directories.
         const std::string user = std::to_string(GetParam());
         if (geteuid() == 0) Shell("chown -R " + user + ":" + user + " d");
         const pid_t pid = fork();
         if (pid == 0) {
-            // A process that changed its user may not write its maps until it is dumpable again.
+            // A process that changed its user cannot write its ID maps until it is dumpable again.
             if (geteuid() == 0 && GetParam() != kRoot) {
                 EXPECT_EQ(setgid(kNobody) | setuid(kNobody) | prctl(PR_SET_DUMPABLE, 1), 0);
             }
@@ -104,7 +104,7 @@ class ImagesTest : public testing::TestWithParam<uid_t> {
     TemporaryDir directory_;
 };
 
-// A directory that no kernel knows behaves as one.
+// A directory that exists only in an image behaves as one of the kernel's.
 void ExpectDirectory(const std::string& path) {
     std::map<std::string, fs::file_type> found;
     for (const auto& entry : fs::recursive_directory_iterator(path)) {
@@ -158,7 +158,7 @@ TEST_P(ImagesTest, EachFormatIsShownReadOnlyAtItsPlace) {
             {"sparse erofs", "my_carrier.img", "/mnt/vendor/my_carrier"},
     };
     for (const auto& known : cases) MakeImage(known.format, known.image, known.place);
-    // A link leads to where it leads on the phone, not on this machine.
+    // A link is resolved on the phone, not on this machine.
     fs::create_directories(Path("/d/vendor/odm"));
     fs::create_symlink("/vendor/odm", Path("/d/odm"));
     Write(Path("/d/system_ext/covered"), "");
@@ -259,7 +259,7 @@ TEST_P(ImagesTest, WhatIsNoFileOfTheDevicesIsAnErrorAtOnce) {
         expect_error(out);
     }
 
-    // What the user names may lie anywhere; what lies in the device may be led to in it.
+    // Images that the user names may be anywhere; links in the device are resolved within it.
     sandbox::Options options;
     options.images = {{"my_bigball", Path("/region")}, {"my_stock_a", Path("/none")}};
     fs::create_symlink(Path("/region"), image);
@@ -280,7 +280,7 @@ TEST_P(ImagesTest, WhatIsNoFileOfTheDevicesIsAnErrorAtOnce) {
     }
 }
 
-// What is damaged matters to those that look there.
+// Damage is reported only where something reads it.
 TEST_P(ImagesTest, DamageIsToldWhereItIsMet) {
     for (const std::string format : {"ext4", "erofs"}) {
         MakeImage(format, "my_region.img", "good");

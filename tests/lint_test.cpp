@@ -1,4 +1,4 @@
-// What lint finds, and what it lets pass.
+// The findings of lint, and what it accepts.
 
 #include "lint/lint.h"
 
@@ -53,7 +53,7 @@ class LintTest : public testing::Test {
         for (const auto& entry : fs::directory_iterator(directory_.path)) fs::remove_all(entry);
     }
 
-    // "path:line identifier" of each finding.
+    // Returns "path:line identifier" for each finding.
     Lines Found() const {
         Lines found;
         for (const Finding& finding : Lint(directory_.path)) {
@@ -74,7 +74,7 @@ TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
     const struct {
         std::string path;
         std::string content;
-        Lines found;  // behind the path
+        Lines found;  // after the path
     } cases[] = {
             {"/odm/build.prop",
              "persist.x=" + most + "\nro.x=" + more + "\nro.y=M\xc3\xbcller",
@@ -86,7 +86,7 @@ TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
             {"/odm/flashback.cfg", "no property file", {}},
             {kCotaInfo, "bind_point=/" + more + "\npersisit.x=1\nsys.x=1\na b=/m", {}},
             {kDeviceName, "# ROM=384\n ROM = 1024\nmarket=" + more, {}},
-            {kDeviceName, "ROMSIZE=256\nROM=384", {}},  // the first name that begins so
+            {kDeviceName, "ROMSIZE=256\nROM=384", {}},  // the first name with this prefix counts
             {"/odm/properties/regionSwitch/x.txt", "?", {}},
             {"/odm/properties/a/other/x.txt", "?", {}},
             {"/my_company/media/logo/logo.bin", "1234", {}},
@@ -104,7 +104,7 @@ TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
              "north\nx=1",
              {"1 no-equals", "1 missing-key"}},
             {kReserve + std::string("sim_switch_first_file"),
-             "sys.x=1\nimport /odm/none",  // which may give the key
+             "sys.x=1\nimport /odm/none",  // which may set the key
              {"2 missing-import"}},
             {"/data/system/customize/sim_switch/sim_switch_first_file",
              "north",
@@ -125,7 +125,7 @@ TEST_F(LintTest, LinesAreJudgedByTheUseOfTheirFile) {
 TEST_F(LintTest, ImportsAreResolvedOnTheDevice) {
     fs::create_directory_symlink("/mnt/vendor/my_region", Prepare("/my_region"));
     Write("/mnt/vendor/my_region/here.prop", "ro.x=here\n");
-    // No property file by its name: it counts because it is imported.
+    // Not a property file by its name, but because it is imported.
     Write("/mnt/vendor/my_region/values", "ro.variant=here\nro.variant.none=\n");
     Write("/odm/build.prop",
           "import /my_region/here.prop\n"
@@ -152,7 +152,7 @@ TEST_F(LintTest, CyclesAreFoundHoweverTheyAreWritten) {
     Write("/odm/b", "import ../odm/./b ro.*\nimport /odm/leaf\nimport a\nimport /odm/a\nro.b=1\n");
     Write("/odm/leaf", "ro.leaf=1\n");
     Write("/odm/etc/flags.prop", "import /odm/etc/flags.prop\n");
-    // The library runs into the last one when it is asked what it reads.
+    // The last file makes the library fail when lint lets it read the device.
     EXPECT_THAT(Found(),
                 ElementsAre(":1 not-checked", "/odm/b:3 missing-import", "/odm/b:4 import-cycle",
                             "/odm/etc/flags.prop:1 import-cycle"));
@@ -163,7 +163,7 @@ TEST_F(LintTest, OddFilesAreNamedNotRead) {
     Write("/odm/huge.prop", "");
     fs::resize_file(directory_.path + std::string("/odm/huge.prop"), uint64_t{1} << 40);
     fs::create_symlink("/nowhere", Prepare(kDeviceName));
-    // A boot would wait for the pipe.
+    // A boot would wait for the named pipe.
     Write("/odm/etc/more.prop", "import /odm/huge.prop\nimport /odm/fifo.prop\n");
     EXPECT_THAT(Found(),
                 ElementsAre(kDeviceName + std::string(":1 symbolic-link"),
@@ -197,7 +197,7 @@ TEST_F(LintTest, WhatNothingReadsIsFoundAndNothingElse) {
              {"/mnt/vendor/My_Stocks:1 misspelt-partition '/mnt/vendor/my_stock'",
               "/odn:1 misspelt-partition '/odm'"}},
             {{"/my_games/build.prop", "/my_media/etc/x.prop"}, {"/my_games:1 unknown-partition"}},
-            // The system shows the partitions there too, or these are all that there is.
+            // The system mounts the partitions there too, or there are only these.
             {{"/my_stock/etc/x.prop", "/mnt/vendor/my_stock/etc/x.prop"},
              {"/mnt/vendor/my_stock/etc/x.prop:1 unread-file"}},
             {{"/my_stock/build.prop"}, {"/my_stock:1 unknown-partition '/mnt/vendor/my_stock'"}},
@@ -207,7 +207,7 @@ TEST_F(LintTest, WhatNothingReadsIsFoundAndNothingElse) {
               "/mnt/vendor/my_region/buildprop.prop:1 unread-file",
               "/mnt/vendor/my_region/global/X/build.prop:1 unread-file none of the library's roots",
               "/my_company/x.prop:1 unread-file", "/odm/etc/build.north.prop:1 unread-file"}},
-            // What another brand, region, key, package or step would read, or the system itself.
+            // Files that another brand, region, key, package or step, or the system itself, reads.
             {{"/odm/build.prop", "/mnt/vendor/my_region/global/V/build.prop",
               "/mnt/vendor/my_product/cust/XX/build.prop",
               "/my_company/properties/a/regionSwitch/x.prop", "/my_carrier/build.prop",
@@ -223,7 +223,7 @@ TEST_F(LintTest, WhatNothingReadsIsFoundAndNothingElse) {
         const std::vector<Finding> findings = Lint(directory_.path);
         EXPECT_EQ(findings.size(), test.found.size()) << testing::PrintToString(Found());
         for (size_t i = 0; i < std::min(findings.size(), test.found.size()); ++i) {
-            // Its place and identifier, and a part of the message.
+            // The finding's place and identifier, and a part of its message.
             const size_t blank = test.found[i].find(' ');
             const size_t part = std::min(test.found[i].find(' ', blank + 1), test.found[i].size());
             EXPECT_EQ(Found()[i], test.found[i].substr(0, part));
@@ -305,7 +305,7 @@ TEST_F(LintTest, ReferencesAreLateIfNoFileIsHandedOverBefore) {
         Write("/odm/1", "");
         Write(test.importer, "import /odm/${" + test.name + ":-" + test.fallback + "}\n");
         Write(test.setter, "sys.sim.switch.first=a\n" + test.name + "=1\n");
-        Lines late;  // besides what no value leads to
+        Lines late;  // apart from findings about imports that no value leads to
         for (const std::string& found : Found()) {
             if (android::base::EndsWith(found, " late-reference")) late.push_back(found);
         }
@@ -357,11 +357,11 @@ TEST_F(LintTest, LoadsAreCountedByTheWaysThatImportsLead) {
     } cases[] = {
             {6, {}},  // 96 times
             {7, {"/odm/build.prop:1 import-multiplies"}},
-            {90, {":1 not-checked", "/odm/build.prop:1 import-multiplies"}},  // no boot ends
+            {90, {":1 not-checked", "/odm/build.prop:1 import-multiplies"}},  // endless boots
     };
     for (const auto& test : cases) {
         Clear();
-        // An import leads to one file of several, and is taken to lead to the one with most.
+        // Of the files that an import may lead to, the one with the most imports counts.
         Write("/odm/build.prop",
               "import /odm/etc/${ro.boot.v}.prop\nimport /odm/etc/1.prop\n"
               "import /odm/etc/1.prop\n");
@@ -389,7 +389,7 @@ TEST_F(LintTest, FindingsAreSafeToPrint) {
     const Finding finding{"a\nb", 7, Severity::kError, "no-equals", "it's \x1b[2J\r\x7f \xc3\xbc"};
     EXPECT_EQ(FindingText(finding),
               "a\\x0ab:7: error: it's \\x1b[2J\\x0d\\x7f \xc3\xbc [no-equals]");
-    // A long line is not repeated in full, nor cut within a character.
+    // A long line is shortened, but not within a character.
     Write("/odm/build.prop", std::string(59, 'x') + "\xc3\xbc" + std::string(1000, 'x'));
     EXPECT_THAT(Lint(directory_.path).at(0).message, HasSubstr(std::string(59, 'x') + "...'"));
 }
@@ -404,7 +404,7 @@ TEST_F(LintTest, WhatIsNoDeviceIsAnError) {
     EXPECT_EQ(Lint(directory_.path)[0].severity, Severity::kError);
 }
 
-// Makes the files of a rule's example; docs/lint.md tells how they are written.
+// Makes the files of a rule's example; docs/lint.md describes their notation.
 class ExampleTest : public LintTest {
   protected:
     void Make(const std::string& example) const {
@@ -490,7 +490,7 @@ TEST_F(LintTest, CommentsAllowFindings) {
                                                 test.found[0]));
         }
     }
-    // What cannot be checked does not make a comment useless.
+    // A comment is not useless because something cannot be checked.
     Write("/odm/build.prop", "# extprop: allow late-reference: x\n");
     Write("/odm/etc/flags.prop", "import /odm/etc/flags.prop\n");
     EXPECT_THAT(Found(), ElementsAre(":1 not-checked", "/odm/etc/flags.prop:1 import-cycle"));
@@ -525,7 +525,7 @@ TEST_F(LintTest, FingerprintsStayWhereLinesMove) {
     ASSERT_EQ(report.fixed.size(), 2U);
     EXPECT_EQ(report.fixed[0].text + report.fixed[1].text, "ro.y 1ro.x 1");
     EXPECT_EQ(report.fixed[0].line, 2);
-    // Nobody knows what is fixed where not everything could be checked.
+    // If not everything could be checked, it is unknown what is fixed.
     Write("/odm/etc/flags.prop", "import /odm/etc/flags.prop\n");
     report.findings = Lint(directory_.path);
     report.fixed.clear();
@@ -570,7 +570,7 @@ TEST_F(LintTest, OneReasonIsToldOnce) {
                             "/odm/build.prop:5 not-utf8 (2 times; also in line 6)"));
 }
 
-// What services get of findings.
+// The reports of findings for code review services.
 class ReportTest : public LintTest {
   protected:
     Finding Of(const std::string& path, int line, const char* rule, const std::string& message) {
@@ -592,7 +592,7 @@ TEST_F(ReportTest, FilesAreNamedFromTheWorkTree) {
     const auto expected = [](const char* uri, const char* base) {
         return nlohmann::json{{"uri", uri}, {"uriBaseId", base}};
     };
-    // The temporary directory lies in no work tree, one hopes.
+    // The temporary directory should not be in a work tree.
     const extprop::SourceRoot none(device);
     EXPECT_EQ(file("/odm/\xc3\xbc b\xff", none), expected("odm/%C3%BC%20b%FF", "DEVICE"));
     EXPECT_EQ(file("", none), expected(".", "DEVICE"));

@@ -1,4 +1,4 @@
-// All variants at once: that a matrix is what its variants' own boots are, and what is made of it.
+// The command matrix: its results are those of the variants' own boots, and what is made of them.
 
 #include <stdlib.h>
 #include <sys/resource.h>
@@ -40,7 +40,7 @@ std::string Shell(const json& words) {
     return Shell(words.get<Words>());
 }
 
-// One device that nobody has seen; by hand more, or those from a seed that failed.
+// Returns the seeds of random devices: a new one, or more by hand, or from a seed that failed.
 std::vector<uint64_t> Seeds() {
     const auto given = [](const char* variable, uint64_t otherwise) {
         const char* number = getenv(variable);
@@ -54,7 +54,7 @@ std::vector<uint64_t> Seeds() {
 
 class MatrixTest : public ToolTest {
   protected:
-    // The lines of a run: the variants' by their variant's text, and the summary.
+    // The lines of a run: those of variants, by the variant's text, and the summary.
     struct Lines {
         std::map<std::string, json> variants;
         json summary;
@@ -75,7 +75,7 @@ class MatrixTest : public ToolTest {
     }
 
     MatrixTest() {
-        // An endless import comes to its end sooner on a small stack.
+        // An endless import crashes sooner on a small stack.
         const rlimit small = {512 * 1024, RLIM_INFINITY};
         setrlimit(RLIMIT_STACK, &small);
     }
@@ -93,7 +93,7 @@ class MatrixTest : public ToolTest {
         Write(name + file, "import " + file + "\n");
     }
 
-    // An image for five regions and twenty carriers, of which one says too little.
+    // Makes an image for five regions and twenty carriers, one of which sets too little.
     std::string Carriers(const std::string& name) const {
         const std::string vendor = name + "/mnt/vendor/";
         for (const char* region : {"CN", "EU", "IN", "JP", "US"}) {
@@ -106,7 +106,7 @@ class MatrixTest : public ToolTest {
                   "ro.test.apn=" + key + ".example\n" + (carrier == 7 ? "" : "ro.test.volte=1\n"));
         }
         Write(vendor + "my_region/build.prop", "ro.tesvo.pipeline.region=EU\n");
-        // The device's own key file says otherwise than every variant but one.
+        // The device's own key file differs from every variant but one.
         Write(name + "/data/system/customize/sim_switch/sim_switch_first_file",
               "sys.sim.switch.first=c3\n");
         return Path(name);
@@ -134,8 +134,8 @@ TEST_F(MatrixTest, IsOneBootForEachVariant) {
             fails |= !boot.at("failure").is_null();
         }
         EXPECT_EQ(matrix.status, fails ? 3 : 0);
-        // The summary says the same once more, turned round: each variant that did not fail has
-        // each property once.
+        // The summary must have the same, by property: each variant that did not fail has each
+        // property once.
         for (const json& property : lines.summary.at("properties")) {
             std::map<size_t, json> values;
             for (const json& value : property.at("values")) {
@@ -255,7 +255,7 @@ TEST_F(MatrixTest, AVariantThatFailsIsNoneThatBooted) {
                                 HasSubstr("  en  all 22 others\n"),
                                 HasSubstr(", of which the library did not survive 1:\nregion=JP"),
                                 Not(HasSubstr("  JP  "))));
-    // Whichever of the two it is.
+    // In either order of the two devices.
     for (const std::string& devices : {device + " " + other, other + " " + device}) {
         const Output difference = Run("matrix " + devices);
         EXPECT_EQ(difference.status, 3);
@@ -274,7 +274,7 @@ TEST_F(MatrixTest, AKilledWorkerIsAnError) {
     const std::string hangs = device + "/mnt/vendor/my_product/cust/JP/build.prop";
     std::filesystem::remove(hangs);
     ASSERT_EQ(mkfifo(hangs.c_str(), 0644), 0);
-    // When all other variants are done, who is left boots the one that hangs.
+    // When all other variants are done, the worker processes that are left boot the one that hangs.
     const std::string out = Path("/out");
     const std::string script =
             ": >" + out + "; " EXTPROP " matrix --jobs 2 --json --over region --timeout 60 " +
@@ -431,7 +431,7 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
                               "type=\"unmet\" message=\"ro.test.volte is unset, "));
     EXPECT_THAT(report, HasSubstr(": &lt;Voice&gt; &amp; &quot;data&quot;\""));
 
-    // The command line's steps go before the file's, and a step is one that there is.
+    // The command line's steps precede the file's, and an unknown step is an error.
     const auto early = [this](const std::string& step) {
         return Write("/steps.yaml", "steps: [" + step +
                                             "]\nexpectations:\n  - variants: {}\n"
@@ -441,7 +441,7 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
     EXPECT_EQ(Run(check + early("early") + " persist").status, 1);
     EXPECT_THAT(Run(check + early("'sim:typo'")).err, HasSubstr("step 'sim:typo': the library"));
 
-    // A file that a mount brought there has both names.
+    // A file under a bind mount has both names.
     for (const char* place : {"/my_carrier/cust/build.prop:1", "/mnt/cota/package/cust/build.prop",
                               "/mnt/cota/package/build.prop"}) {
         const std::string expectations =

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the Debian package of a build directory and uses it as it will lie on a machine:
+# Makes the Debian package from a build directory and tests it as it would be installed:
 # package_test.sh BUILD_DIR
 set -euo pipefail
 
@@ -22,7 +22,7 @@ expect() {
     [[ $2 == $3 ]] || fail "$1: '$2' instead of '$3'"
 }
 
-# Makes the package, $PACKAGE, as somebody with a strict umask, and unpacks it.
+# Makes the package, $PACKAGE, under a strict umask, and unpacks it.
 make_package() {
     umask 077
     cpack -G DEB --config "$BUILD/CPackConfig.cmake" -B "$WORK/package" >&2
@@ -38,7 +38,7 @@ check_package() {
     for library in android-libbase libc6 libgcc-s1 libstdc++6; do
         expect "Depends" ", $(field Depends)," "*, $library [(]>= *"
     done
-    # Nothing that another package may own, and nothing that others may write.
+    # No directory that other packages own, and no file that others may write.
     local directory='^drwxr-xr-x root/root .*/$'
     local file='^(-rw[x-]r-[x-]r-[x-]|l[rwx]{9}) root/root .* \./usr/(bin/extprop'
     file+='|lib/[^/]+/extprop/[^/]+\.so|share/(doc/extprop/.+|man/man1/extprop\.1\.gz'
@@ -49,7 +49,7 @@ check_package() {
     diff -r "$SOURCE/samples" "$DOC/samples" || fail "samples"
 }
 
-# Runs the packaged tool by its name, from wherever the caller is.
+# Runs the packaged tool by its name, in the caller's directory.
 packaged() { PATH=$ROOT/usr/bin:$PATH extprop "$@"; }
 
 check_tool() {
@@ -60,7 +60,7 @@ check_tool() {
         expect "$library" "$(grep "/$library$" <<<"$loaded" | xargs realpath | sort -u)" \
             "$ROOT/usr/lib/*/extprop/$library"
     done
-    # Where editors and services look for the manual.
+    # The links to the manual that editors and services show.
     packaged check samples/carriers "$WORK/expectations" --record >/dev/null
     packaged lint samples/carriers --sarif "$WORK/sarif"
     local page
@@ -69,15 +69,15 @@ check_tool() {
     done
 }
 
-# Prints the words that stand behind COMMAND, or behind the tool's name if it is empty, one a line:
-# options, commands, and the beginnings of steps, as the tool's own help has them.
+# Prints the words that may follow COMMAND, or the tool's name if COMMAND is empty, one a line:
+# options, commands, and the beginnings of steps, as listed in the tool's help.
 help_words() {
     # shellcheck disable=SC2086
     packaged $1 --help | sed -nE -e 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p' \
         -e '/^Subcommands:/,/^$/s/^  ([a-z]+) .*/\1/p' -e '/^Steps,/,$s/^  ([a-z-]+:?).*/\1/p'
 }
 
-# The same as bash's completion offers them.
+# Prints the same words as bash's completion offers them.
 bash_words() (
     set +eu
     _filedir() { :; }
@@ -96,7 +96,7 @@ bash_words() (
     done
 )
 
-# The same as zsh's completion offers them.
+# Prints the same words as zsh's completion offers them.
 zsh_words() {
     zsh -fc '
         compset() { return 1 }
@@ -134,7 +134,7 @@ check_words() {
     done
 }
 
-# The library's own words, as the tool tells them, stand wherever words are offered or explained.
+# The library's own words, as the tool lists them, must be wherever words are offered or explained.
 check_library_words() {
     local page file words word
     page=$(mandoc -T ascii "$ROOT/usr/share/man/man1/extprop.1.gz" | sed 's/.\x08//g')
@@ -153,8 +153,8 @@ check_library_words() {
     done
 }
 
-# Types a part of a command and a tab into the interactive shell, and prints the command line that
-# comes of it, with a "|" at the end.
+# Types a part of a command and a tab into an interactive shell, and prints the resulting command
+# line with a "|" at the end.
 complete_in() {
     local shell=$1 line=$WORK/$1.line tries
     cat >"$WORK/bashrc" <<-END

@@ -1,4 +1,4 @@
-// Archives, payloads and sparse images, made in memory as others make them.
+// Archives, payloads and sparse images, built in memory.
 
 #pragma once
 
@@ -12,13 +12,13 @@
 
 #include "payload.pb.h"
 
-// Returns what cannot be packed smaller, always the same.
+// Returns bytes that cannot be compressed, always the same ones.
 std::string Noise(size_t size);
 
 struct Member {
     std::string name;
     mode_t mode;
-    std::string content;  // or where a link leads
+    std::string content;  // or the target of a link
 };
 
 inline constexpr mode_t kFile = S_IFREG | 0640, kLink = S_IFLNK | 0777, kDirectory = S_IFDIR | 0750;
@@ -29,7 +29,7 @@ std::string Pack(int (*format)(archive*), int (*filter)(archive*), const char* o
 std::string Zip(const std::vector<Member>& members, const char* options = nullptr);
 std::string Tar(const std::vector<Member>& members);
 
-// Packs one file.
+// Compresses one file.
 std::string Packed(int (*filter)(archive*), const std::string& content);
 
 inline constexpr size_t kBlock = 4096;
@@ -37,7 +37,7 @@ inline constexpr size_t kBlock = 4096;
 // An update's payload.
 class PayloadMaker {
   public:
-    // Adds a partition of one operation a piece: its type, and its content.
+    // Adds a partition with one operation for each piece, which is its type and its content.
     void Add(const std::string& name, const std::vector<std::pair<uint32_t, std::string>>& pieces);
 
     std::string Write() const;
@@ -46,5 +46,5 @@ class PayloadMaker {
     std::string data;
 };
 
-// Returns the part of an image from `first` on, as a sparse image of all of it.
+// Returns a sparse image of the size of `image` with only the blocks from `first` on.
 std::string SparsePart(const std::string& image, uint32_t first, uint32_t blocks);

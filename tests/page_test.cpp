@@ -1,4 +1,4 @@
-// The page of a boot's report. What it looks like is seen in a browser; its text is checked here.
+// The page of a boot's report. Its text is checked here; its looks can be judged in a browser only.
 
 #include "output/page.h"
 
@@ -17,7 +17,7 @@ using testing::HasSubstr;
 using testing::Not;
 using namespace std::string_literals;
 
-// A page as a browser divides it.
+// The parts of a page, as a browser divides it.
 struct Parts {
     std::string before, data, after;
 };
@@ -44,7 +44,7 @@ extprop::Explanation MakeExplanation(const std::string& text) {
     return {"/phone", {{text, text, {origin}}}, {}};
 }
 
-// Whatever a device's files say, it comes back from the data as it is and changes nothing else.
+// Whatever text a device's files hold, the page's data hold it unchanged, and nothing else changes.
 TEST(PageTest, HostileTextStaysText) {
     const Parts plain = PartsOf(ReportPage(MakeReport("m"), MakeExplanation("a")));
     const auto expect = [&plain](const std::string& given, const std::string& shown) {

@@ -8,7 +8,7 @@
 
 namespace {
 
-// A field of bytes of a protocol-buffer message.
+// Returns a field of a protocol buffer message, of the type bytes.
 std::string Field(int number, const std::string& bytes) {
     std::string field(1, static_cast<char>(number << 3 | 2));
     size_t size = bytes.size();

@@ -1,4 +1,4 @@
-// What people have from a phone with these properties, in each form in which they have it.
+// The forms in which users have the properties of a phone.
 
 #pragma once
 

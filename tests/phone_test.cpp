@@ -1,4 +1,4 @@
-// What people have from a phone, in every form, and what only looks like it.
+// Reports of a phone in every form, and files that only look like one.
 
 #include <filesystem>
 #include <functional>
@@ -20,7 +20,7 @@ class PhoneTest : public ToolTest {
   protected:
     PhoneTest() { std::filesystem::create_directory(Path("/device")); }
 
-    // Returns what a boot that changes nothing begins with.
+    // Returns the properties that a boot which changes nothing begins with.
     Output Read(const std::string& file, const std::string& redirections = "") const {
         return Run("boot -q " + Path("/device") + " early --props " + file, redirections);
     }
@@ -39,7 +39,7 @@ TEST_F(PhoneTest, IsRecognisedByWhatItIs) {
     for (size_t at = 0; (at = windows.find('\n', at)) != windows.npos; at += 2) {
         windows.replace(at, 1, "\r\n");
     }
-    std::string other = report;  // as older phones end the section, with one of its own
+    std::string other = report;  // older phones end the section with a title of their own
     other.replace(other.find("------ 0.031s"), 13, "[SYSTEM PROPERTIES: 0.031s elapsed]\n");
     const struct {
         std::string content;
@@ -57,7 +57,7 @@ TEST_F(PhoneTest, IsRecognisedByWhatItIs) {
                   {"main_entry.txt", "bugreport-x.txt"}}),
              kProperties},
             {StoreForm(kPersistent), kPersistent},
-            // Fields that nobody knows yet, of each kind, are skipped; what is missing is empty.
+            // Unknown fields of each kind are skipped; missing ones are empty.
             {"\x38\x96\x01\x0a\x19\x1d"
              "four\x0a\x09persist.a\x21"
              "or eight" +

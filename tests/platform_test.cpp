@@ -56,7 +56,7 @@ TEST(Platform, RestoreconAnswersAsTold) {
     platform::FailRestorecon(false);
 }
 
-// For the thread sanitizer above all.
+// Mainly for the thread sanitizer.
 TEST(Platform, ThreadsShareTheStore) {
     platform::ResetProperties({});
     constexpr int kRounds = 2000;

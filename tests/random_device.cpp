@@ -21,7 +21,7 @@ Strings Split(const std::string& text, char separator = ' ') {
     return parts;
 }
 
-// Names that decide what a boot does, with values that matter.
+// Names of properties that decide what a boot does, with values that matter.
 const Strings kSettings = Split(
         "ro.tesvo.image.system_ext.brand=quba|Lumora|other ro.tesvo.pipeline.region=IN|EU "
         "sys.sim.switch.first=north|south|a/b sys.sim.switch.current=north|south "
@@ -55,7 +55,7 @@ const Strings kRoots =
               "/mnt/vendor/my_other /mnt/vendor/my_product/cust /mnt/cota/package "
               "/mnt/cota/package/cust /mnt/staging/settings /mnt/cota/settings /my_bound");
 
-// What import lines name; a file imports those behind it only, so that no import is endless.
+// The files that import lines name. A file imports only later ones, so that no import is endless.
 const Strings kImported =
         Split("/odm/etc/i0.prop /my_product/etc/i1.prop /mnt/vendor/my_region/etc/i2 "
               "/mnt/vendor/my_stock/etc/i3.prop /odm/etc/i4.cfg /my_company/etc/i5.prop "
@@ -75,7 +75,7 @@ const Strings kKeyFiles =
               "sim_switch/sim_switch_current_file=sys.sim.switch.current "
               "sim_switch/region_switch_file=sys.region.switch.first");
 
-// Some are words of the command line.
+// The switch keys, some of which are also words of the command line.
 constexpr char kKeys[] = "north south a/b none sim";
 
 class Maker {
@@ -128,7 +128,7 @@ class Maker {
         return Name() + "=" + Value();
     }
 
-    // A line that imports what stands at `first` or behind it.
+    // Returns a line that imports a file at the index `first` or after it.
     std::string Import(size_t first) {
         std::string filter;
         if (Chance(40)) filter = Pick({" ro.t.1", " ro.t.*", " persist.*", " *", "  sys.t.2", " "});
@@ -159,7 +159,7 @@ class Maker {
         for (const std::string& line : lines) file << line << end;
     }
 
-    // Partitions of two names, linked one way or the other.
+    // Makes links between the two names of a partition, in either direction.
     void ChooseLinks() {
         for (const std::string& name :
              Split("my_region my_product my_carrier my_company my_stock")) {
@@ -219,7 +219,7 @@ class Maker {
         for (const char* name : {"a", "b"}) {
             File(std::string("/odm/etc/") + name + ".prop", {Line(), Line()});
         }
-        // What pairs of references lead to, and chains of them.
+        // Files that pairs of references lead to, and chains of references.
         if (Chance(50)) File("/odm/etc/a/b.prop", {Line(), "import /odm/etc/${ro.ref.2}.cfg"});
         if (Chance(50)) File("/odm/etc/b-a.prop", {Line(), "import /odm/etc/c.cfg"});
         if (Chance(50)) File("/odm/etc/c.cfg", {Line(), Line()});
@@ -258,7 +258,7 @@ class Maker {
             const bool is_mark = parts[1] == "sys.sim.switch.convert";
             Strings lines = {parts[1] + "=" + (is_mark ? " true" : Pick(kKeys))};
             while (Chance(30)) lines.push_back(Line());
-            if (!is_mark && Chance(30)) lines = {Pick(kKeys)};  // as older software wrote it
+            if (!is_mark && Chance(30)) lines = {Pick(kKeys)};  // the format of older software
             File(path, lines, lines.size() == 1 && Chance(30) ? "" : "\n");
         }
         if (Chance(25)) File(reserve + "radio/exp_operator_switch.config", {"nvkey"}, "");

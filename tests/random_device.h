@@ -1,4 +1,4 @@
-// Device directories in which everything that the library reads may be there, or not, or be odd.
+// Random device directories, in which each file that the library reads is ordinary, missing or odd.
 
 #pragma once
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// Makes the device of the number `seed` in the directory `root`, and returns the steps and options
-// of a boot of it, perhaps with what-if options.
+// Makes the device for `seed` in the directory `root`. Returns the steps and options of a boot of
+// it, and possibly what-if options if `with_what_if`.
 std::vector<std::string> MakeRandomDevice(const std::string& root, uint64_t seed,
                                           bool with_what_if);

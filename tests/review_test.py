@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""What reviewers, editors and pipelines take: review_test.py EXTPROP. Every document of the samples
-is held against its schema, and the pipelines of docs/ci.md are run."""
+"""The documents for code review services, editors and pipelines: review_test.py EXTPROP. Validates
+every document of the samples by its schema, and runs the pipelines of docs/ci.md."""
 
 import functools
 import glob
@@ -25,7 +25,7 @@ EXTPROP = os.path.realpath(sys.argv.pop(1))
 
 
 def strict(schema):
-    """Refuses fields that the schema does not name, as no reader but this test does."""
+    """Returns the schema with unknown fields forbidden, which readers must accept but this test."""
     if isinstance(schema, list):
         return [strict(each) for each in schema]
     if not isinstance(schema, dict):
@@ -49,7 +49,7 @@ def validator(name):
 class ReviewTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        # So that an endless recursion ends soon.
+        # A small stack, on which an endless recursion crashes soon.
         _, most = resource.getrlimit(resource.RLIMIT_STACK)
         resource.setrlimit(resource.RLIMIT_STACK, (512 * 1024, most))
 
@@ -82,7 +82,7 @@ class ReviewTest(unittest.TestCase):
     def test_documents(self):
         for sample in sorted(os.listdir(SAMPLES)):
             device = SAMPLES + sample
-            faulty = sample == 'faulty'  # some phones of it do not boot
+            faulty = sample == 'faulty'  # some of its variants do not boot
             lint = [device, '--json', '--category', 'x', '--sarif', self.path('sarif'),
                     '--code-quality', self.path('quality')]
             with self.subTest(sample):
@@ -106,7 +106,7 @@ class ReviewTest(unittest.TestCase):
         boot = ['boot', SAMPLES + 'faulty', '--json', '--region-key', 'west']
         crash = json.loads(self.run_tool(*boot, status=3))
         for step in crash['steps']:
-            del step['events'][200:]  # which are a recursion's
+            del step['events'][200:]  # the rest is of an endless recursion
         self.hold(crash, 'boot')
         difference = self.run_tool('matrix', SAMPLES + 'carriers', SAMPLES + 'sim-keys', '--json',
                                    status=1)
@@ -160,7 +160,7 @@ class ReviewTest(unittest.TestCase):
         self.assertIn(' file="a/e.yaml"', names[0])
 
     def test_markdown(self):
-        """What stands in a summary is in code, as it is on the device, and it never is too long."""
+        """Texts of the device are unchanged in a summary, as code, and it is never too long."""
         hostile = ['</code><b>x', '@team', 'https://e.example/', '[a](b)', '`x` **b** | y', '&lt;', '#1']
         before = self.write('before/odm/build.prop', 'ro.x=1\n')
         lines = [f'ro.{number}={value}' for number, value in enumerate(hostile)]
@@ -211,13 +211,13 @@ class ReviewTest(unittest.TestCase):
         told = self.run_tool(*both, status=1)
         self.assertIn('/odm/build.prop:2: error: there is no', told)
         self.assertIn(f"{baseline}:3: note: /odm/build.prop has no missing-import in 'import /none'", told)
-        # It has shrunk, and has not grown.
+        # The baseline has shrunk, and has not grown.
         self.assertNotIn('note:', self.run_tool(*both, status=1))
         self.assertEqual(len(json.loads(self.read(baseline))['findings']), 1)
 
     def test_pipelines(self):
         """Runs the jobs of docs/ci.md as the services do, from a repository's root: first with the
-        device as it was recorded, then with a new fault in it, which keeps no report back."""
+        device as it was recorded, then with a new fault, after which all reports must be there."""
         with open(SOURCE + '/docs/ci.md') as file:
             blocks = re.findall(r'^```(sh|yaml)\n(.*?)^```', file.read(), re.S | re.M)
         self.assertEqual([kind for kind, _ in blocks], ['sh', 'yaml', 'yaml'])
@@ -234,7 +234,7 @@ class ReviewTest(unittest.TestCase):
                                   env={**environment, **more}, stdout=subprocess.DEVNULL).returncode
 
         def run_job(job):
-            """Returns the statuses of the tool's commands, and which reports the service gets."""
+            """Returns the statuses of the tool's commands, and the reports for the service."""
             statuses, reports = [], []
             run('rm -rf ../before && git worktree prune')
             for step in job.get('steps') or [{'run': command} for command in job['script']]:
@@ -281,7 +281,7 @@ class ReviewTest(unittest.TestCase):
 
 
 class Page(html.parser.HTMLParser):
-    """The texts of a summary, those in code by themselves."""
+    """The texts of a summary, apart in code and others."""
 
     def __init__(self):
         super().__init__()

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs the commands of samples.txt over the samples, and compares what they print with what stands
-# behind them there: samples_test.sh EXTPROP [print]. With "print" it prints the file anew.
+# Runs the commands in samples.txt over the samples, and compares their output with the lines that
+# follow them there: samples_test.sh EXTPROP [print]. With "print" it prints the new file instead.
 set -euo pipefail
 tests=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
@@ -18,7 +18,7 @@ print() {
     done <"$tests/samples.txt"
 }
 
-# An endless import comes to its end sooner on a small stack.
+# An endless import crashes sooner on a small stack.
 ulimit -S -s 512
 cd "$tests/../samples"
 if [ "${2:-}" = print ]; then print "$1"; else print "$1" | diff "$tests/samples.txt" -; fi

@@ -36,7 +36,7 @@ namespace fs = std::filesystem;
 using android::base::StringPrintf;
 using sandbox::Sandbox;
 
-// One of the calls that the library and the tool make, at random, and what came of it.
+// Makes a random one of the calls that the library and the tool make, and returns its result.
 std::string RandomCall(std::mt19937* random) {
     const auto pick = [random](size_t count) { return (*random)() % count; };
     constexpr const char* kNames[] = {"d",  "d/kept",   "d/sub", "d/sub/gone", "link",   "loop",
@@ -142,12 +142,12 @@ class SandboxTest : public testing::Test {
         return android::base::ReadFileToString(path, &content) ? content : "(missing)";
     }
 
-    // What random calls in a root of its own say.
+    // Returns the results of random calls in a root of their own.
     template <typename Root>
     std::string Said(unsigned seed) const {
         const TemporaryFile out;
         const Root root(directory_.path);
-        // Two processes, as files stay and mounts do not.
+        // In two processes, because files stay after the first and mounts do not.
         for (int part = 0; part < 2; ++part) {
             EXPECT_TRUE(root.Run([&] {
                                 std::mt19937 random(2 * seed + part);
@@ -159,7 +159,7 @@ class SandboxTest : public testing::Test {
         return Read(out.path);
     }
 
-    // Everything in the device directory, and all that can be told of it.
+    // Returns everything in the device directory, with all attributes.
     std::string State() const {
         const TemporaryFile state;
         const std::string command =
@@ -193,7 +193,7 @@ TEST_F(SandboxTest, ChangesAreListedAndTheDeviceStaysAsItWas) {
                   struct stat was;
                   stat("/d/old", &was);
                   Write("/link/old", "odd");
-                  // As if all of it were within one tick of the clock, where that can be had.
+                  // As if all changes fell into one tick of the clock, where times can be set.
                   const timespec times[] = {was.st_atim, was.st_mtim};
                   utimensat(AT_FDCWD, "/d/old", times, 0);
                   if (unlink("/d/sub/gone") != 0 || rmdir("/d/sub") != 0) return 2;
@@ -207,7 +207,7 @@ TEST_F(SandboxTest, ChangesAreListedAndTheDeviceStaysAsItWas) {
     EXPECT_THROW(root.Read("/d/old", 2), std::runtime_error);
     EXPECT_THROW(root.Read("/made", 100), std::runtime_error);
 
-    // The next process finds the files as the last one left them; another sandbox does not.
+    // The next process finds the files as the last one left them; a new sandbox does not.
     EXPECT_EQ(changes([] {
                   if (Read("/d/new") != "new" || access("/d/sub", F_OK) == 0) return 1;
                   if (fs::status("/made").permissions() != fs::perms::all) return 2;  // umask 0
@@ -251,7 +251,7 @@ TEST_F(SandboxTest, LedCallsDoWhatTheKernelDoes) {
     Write(Path("/file"), "file");
     ASSERT_EQ(chown(Path("/d/kept").c_str(), 1000, 2000) | chmod(Path("/d/sub").c_str(), 0711), 0);
     const std::string before = State();
-    // EXTPROP_TEST_SEEDS is how many, EXTPROP_TEST_SEED the first of them.
+    // EXTPROP_TEST_SEEDS is the number of seeds, EXTPROP_TEST_SEED the first of them.
     const auto number = [](const char* variable, unsigned normal) -> unsigned {
         const char* text = getenv(variable);
         return text == nullptr ? normal : strtoul(text, nullptr, 10);
@@ -336,7 +336,7 @@ TEST_F(SandboxTest, NoCallReachesThisMachine) {
                               syscall(SYS_landlock_restrict_self + 100, path),
                               bind(0, reinterpret_cast<sockaddr*>(&address), sizeof(address)),
                               ::socket(AF_UNIX, SOCK_STREAM, 0),
-                              // Other processes, and what they may be reached by.
+                              // Other processes, and ways to reach them.
                               syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0),
                               syscall(SYS_clone, CLONE_VM | CLONE_VFORK | SIGCHLD, 0, 0, 0, 0),
                               kill(getppid(), 0),
@@ -350,7 +350,7 @@ TEST_F(SandboxTest, NoCallReachesThisMachine) {
                               fcntl(device, F_SETOWN, getppid()),
                               syscall(SYS_memfd_create, "memory", 0),
                               syscall(500, path),
-                              // The device directory's files, which it may read, included.
+                              // The device directory's files too, which it may read.
                               fchmod(device, 0777),
                               fchown(device, 1, 1),
                               futimens(device, nullptr),
@@ -371,8 +371,8 @@ TEST_F(SandboxTest, NoCallReachesThisMachine) {
     EXPECT_EQ(is.st_mtim.tv_nsec, was.st_mtim.tv_nsec);
 }
 
-// Opens the file with the stack moved on. The arguments that this does not give are what lies
-// there.
+// Opens the file with the stack moved by `room` bytes. The arguments that are not passed are then
+// whatever bytes lie there.
 [[gnu::noinline]] bool OpensWithRoom(size_t room, const char* path) {
     volatile char* const taken = static_cast<char*>(alloca(room));
     taken[0] = static_cast<char>(access("/d/kept", F_OK));
@@ -455,7 +455,7 @@ TEST_F(SandboxTest, WorksForAnOrdinaryUser) {
                 return Read("/d/old") == "old" && chown("/d/old", 1000, 1000) == 0 ? 0 : 1;
             });
             if (!ending.ok() || !root.Notes().empty()) _exit(2);
-            // Only this is left of the user, and it is said.
+            // Only this use of the user's rights is left, and it is reported.
             root.Run([] { return Read("/secret") == "secret" ? 0 : 1; });
             _exit(root.Notes().size() == 1 ? 0 : 4);
         } catch (const std::exception&) {

@@ -23,8 +23,8 @@ namespace {
 constexpr int kMostSeconds = 30;  // of processor time
 constexpr int kLongest = 300;     // seconds; on a machine of its own each run takes a few
 
-// Returns the first line with a character that moves a terminal, or that is a runner's command. By
-// hand, as regular expressions take seconds for what a limit lets pass.
+// Returns the first line with a control character, or that is a command to a CI runner. Without
+// regular expressions, which take seconds for the largest allowed texts.
 std::string Unprintable(const std::string& text) {
     for (size_t begin = 0, i = 0; i < text.size(); ++i) {
         const unsigned char first = text[i], second = text[i + 1];
@@ -72,7 +72,7 @@ Output StrangerTest::RunWords(const Words& words, uid_t user) {
         usleep(100'000);
     }
     EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
-    // With the code that it runs; a few processes together stay below 1.5 GB then.
+    // Includes the program's code. A few such processes together stay below 1.5 GB.
     constexpr long kMost = (std::max(limits::kToolMemory, limits::kMemory) >> 10) + 50'000;
     EXPECT_TRUE(kIsSanitized || used.ru_maxrss < kMost) << used.ru_maxrss << " KiB";
 

@@ -1,5 +1,5 @@
-// The tool over what strangers have made: whatever is in it, nothing outside changes, no character
-// of theirs moves a terminal or begins a line, and the tool ends soon and small.
+// The tool with untrusted input: whatever the input holds, no file outside changes, no control
+// character or line break of it is printed, and the tool's time and memory are limited.
 
 #pragma once
 
@@ -14,18 +14,18 @@ class StrangerTest : public ToolTest {
   protected:
     StrangerTest();
 
-    // Runs the tool with exactly these words, in the test's directory, for the user, and holds it
-    // to what is promised of any input.
+    // Runs the tool with exactly these words, as the user, in the test's directory, and expects
+    // what is promised for any input.
     Output RunWords(const Words& words, uid_t user = 0);
 
     std::string Content(const std::string& path) const;
 
-    // Makes a link, and the directories that lead to it.
+    // Makes a link and its parent directories.
     void Link(const std::string& target, const std::string& path) const;
 
-    // Makes a file of 3 GB that takes no room.
+    // Makes a sparse file of 3 GB.
     void MakeHole(const std::string& path) const;
 
-    // Runs a command of the shell in the test's directory.
+    // Runs a shell command in the test's directory.
     void Shell(const std::string& command) const;
 };

@@ -1,4 +1,4 @@
-// Device directories and images of strangers.
+// Untrusted device directories and images.
 
 #include <errno.h>
 #include <fcntl.h>
@@ -33,7 +33,7 @@ constexpr uid_t kNobody = 65534;
 
 class StrangerImagesTest : public StrangerTest {
   protected:
-    // Nothing is to be left in the working directory, either.
+    // Nothing must be left in the working directory either.
     Output RunWords(const Words& words, uid_t user = 0) {
         const auto names = [this] {
             std::set<std::string> names;
@@ -46,7 +46,7 @@ class StrangerImagesTest : public StrangerTest {
         return output;
     }
 
-    // Makes an image of what lies in /files, and forgets that.
+    // Makes an image of /files, and removes that directory.
     void MakeImage(const std::string& format, const std::string& path) const {
         Shell(format == "ext4" ? "mke2fs -q -t ext4 -F -O ^metadata_csum -d files raw 2M"
                                : "mkfs.erofs -E nosbcrc raw files");
@@ -54,7 +54,7 @@ class StrangerImagesTest : public StrangerTest {
         fs::rename(Path("/raw"), Path(path));
     }
 
-    // Replaces all of a name that the image has by one that no tool would put there.
+    // Replaces every occurrence of a name in the image by one that no tool would write.
     void Patch(const std::string& path, const std::string& name, const std::string& other) const {
         ASSERT_EQ(name.size(), other.size());
         std::string bytes = Content(path);
@@ -66,7 +66,7 @@ class StrangerImagesTest : public StrangerTest {
         Write(path, bytes);
     }
 
-    // Makes directories in one another in /d/deep. Returns the last.
+    // Makes nested directories in /d/deep. Returns the innermost.
     unique_fd MakeDeep(int levels) const {
         fs::create_directory(Path("/d/deep"));
         unique_fd at(open(Path("/d/deep").c_str(), O_RDONLY | O_DIRECTORY));
@@ -77,8 +77,8 @@ class StrangerImagesTest : public StrangerTest {
         return at;
     }
 
-    // Boots and lints it, for root and for an ordinary user. Both end with the status, or with one
-    // of lint's for 0, and say something.
+    // Boots and lints the device, as root and as an ordinary user. Expects this exit status, for 0
+    // lint's 0 or 1, and these texts in the output.
     void Expect(int status, const std::string& said, const char* lint_said = nullptr) {
         for (const uid_t user : {uid_t{0}, kNobody}) {
             const Output boot = RunWords({"boot", "d"}, user), lint = RunWords({"lint", "d"}, user);
@@ -109,7 +109,7 @@ TEST_F(StrangerImagesTest, NamesAreNoCommandsAndNoPaths) {
     Expect(0, none);
     fs::remove(Path("/d/super.img"));
 
-    // Tools that are not run cannot be others.
+    // The tool runs none of these programs, so that they cannot be replaced by others.
     for (const char* tool : {"e2fsck", "debugfs", "fsck.erofs", "sh", "cp"}) {
         chmod(Write(std::string("/") + tool, "#!/bin/sh\nid >pwn\n").c_str(), 0755);
     }
@@ -154,12 +154,12 @@ TEST_F(StrangerImagesTest, EntriesAreNoPathsOutside) {
             const Output lint = RunWords({"lint", "d"}, user);
             EXPECT_EQ(lint.status, row.status) << lint.err;
             EXPECT_THAT(lint.err, HasSubstr(row.status == 2 ? "d/my_x.img: /etc: " : ""));
-            // Nothing of a boot is there.
+            // The mount point has no content for the boot.
             EXPECT_EQ(RunWords({"boot", "d", "early:/odm"}, user).status, 0);
         }
         fs::remove(Path("/d/my_x.img"));
     }
-    // Directories that nobody may enter.
+    // Directories that no user may enter.
     Write("/files/etc/build.prop", "ro.c=3\n");
     Shell("chmod 0 files/etc");
     MakeImage("erofs", "/d/my_x.img");
@@ -183,7 +183,7 @@ TEST_F(StrangerImagesTest, WhatLeadsOutOfTheDeviceIsNotFollowed) {
     Expect(2, "d/my_y.img: a block device, which is not opened; --image my_y=FILE");
     fs::remove(Path("/d/my_y.img"));
 
-    // As a device the partition would say how large it is.
+    // A block device would report its size.
     const std::string splash = std::string("/d") + android::init::kSplashPartition;
     Write("/d/my_company/media/logo/logo.bin", "logo");
     fs::create_directories(fs::path(Path(splash)).parent_path());
@@ -197,7 +197,7 @@ TEST_F(StrangerImagesTest, WhatLeadsOutOfTheDeviceIsNotFollowed) {
     EXPECT_THAT(RunWords(words).out, HasSubstr("Logo resource is too large"));
 }
 
-// A directory that becomes a link and a directory again, as fast as can be.
+// A directory that another process replaces by a link and back, as fast as it can.
 TEST_F(StrangerImagesTest, NoSwapLeadsOut) {
     Write("/out/etc/a.prop", "ro.secret=outside\n");
     Write("/d/odm/build.prop", "import /odm/swapped/etc/a.prop\n");
@@ -240,7 +240,7 @@ TEST_F(StrangerImagesTest, HolesAndDepthsAreNoBurden) {
     EXPECT_THAT(lint.err, HasSubstr("d/my_x.img: /etc/sub/loop/sub: a directory that is /etc too"));
     fs::remove(Path("/d/my_x.img"));
 
-    // An Android sparse image that says 3 GB, all of it nothing.
+    // An Android sparse image that stands for 3 GB of nothing.
     struct {
         uint32_t magic = 0xed26ff3a;
         uint16_t major = 1, minor = 0, header = 28, chunk_header = 12;
@@ -271,7 +271,7 @@ TEST_F(StrangerImagesTest, HolesAndDepthsAreNoBurden) {
     }
     Expect(0, "");
     Shell("rm -r d/deep");
-    deep = MakeDeep(5000);  // more than any path leads to
+    deep = MakeDeep(5000);  // deeper than any path can be
     Expect(0, "");
     Shell("rm -r d/deep");
 }

@@ -1,4 +1,4 @@
-// Dumps, expectations and words of strangers.
+// Untrusted property dumps, expectations and arguments.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -30,7 +30,7 @@ constexpr char kEvil[] = "\x1b[2J\r\n::error ::\xc2\x9b\xe2\x80\xae\x7f\xff";
 
 class StrangersTest : public StrangerTest {
   protected:
-    // 250 values on each of four axes.
+    // Makes a device with 250 values on each of four axes.
     void MakeAxes() const {
         for (int i = 0; i < 250; ++i) {
             const std::string value = "v" + std::to_string(i);
@@ -66,7 +66,7 @@ TEST_F(StrangersTest, ResultsGoWhereTheyWereAskedTo) {
     }
     EXPECT_TRUE(fs::is_symlink(Path("/d/link")));
 
-    // What stands beside the target is somebody else's; what was there keeps its permissions.
+    // A file beside the target is somebody else's, and the target keeps its permissions.
     Write("/lint.sarif.part", "theirs");
     chmod(Write("/lint.sarif", "old").c_str(), 0640);
     Link("lint.sarif", "/link.sarif");
@@ -83,7 +83,7 @@ TEST_F(StrangersTest, ResultsGoWhereTheyWereAskedTo) {
     EXPECT_EQ(RunWords({"check", "d", "d/new.yaml", "--record"}).status, 0);
     EXPECT_EQ(RunWords({"check", "d", "d/new.yaml"}).status, 0);
 
-    // What is read stays, whatever it is read as.
+    // Files that the command reads are never replaced, whatever they are read as.
     Shell("mke2fs -q -t ext4 -F -d d/odm odm.img 1M; cp odm.img d; ln odm.img same; "
           "tar -cf phone.tar odm.img; echo '[ro.x]: [1]' >props");
     Link("../outside", "/e/out");
@@ -140,7 +140,7 @@ TEST_F(StrangersTest, InputsAreReadWithinLimits) {
     MakeHole("/d/hole");
     const struct {
         const char* name;
-        Words words;  // and the file
+        Words words;  // before the file
         std::string content;
         const char* error;
     } rows[] = {
@@ -169,7 +169,7 @@ TEST_F(StrangersTest, InputsAreReadWithinLimits) {
              }(),
              "more than 100000 properties"},
             {"deep.yaml", {"check", "d"}, deep, "deep.yaml:1:"},
-            // The parser of YAML never leaves a mark that no node begins with.
+            // The YAML parser would loop forever at a mark that no node begins with.
             {"mark.yaml", {"check", "d"}, ",", "mark.yaml:1:1: a second document begins here"},
             {"wide.yaml",
              {"check", "d"},
@@ -225,7 +225,7 @@ TEST_F(StrangersTest, VariantsAreCountedBeforeTheyAreMade) {
         EXPECT_EQ(output.status, 2);
         EXPECT_THAT(output.err, HasSubstr("more than 100000 variants"));
     }
-    // What is left out does not count.
+    // Variants that are left out do not count.
     const Output list = RunWords({"matrix", "d", "--over", axes, "--only", "channel=v1", "--only",
                                   "sim-current=v2", "--list", "--json"});
     EXPECT_EQ(list.status, 0);

@@ -6,6 +6,6 @@
 #include <utility>
 #include <vector>
 
-// Returns one with logical partitions, names and contents, each of two extents in the order from
-// back to front. Contents are of whole sectors.
+// Returns a super partition with these logical partitions, names and contents. Each has two
+// extents, the second half of the content before the first. Contents must be whole sectors.
 std::string SuperImage(const std::vector<std::pair<std::string, std::string>>& partitions);

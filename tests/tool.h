@@ -1,4 +1,4 @@
-// The tool, run as people and scripts run it.
+// The tool, run as users and scripts run it.
 
 #pragma once
 
@@ -17,7 +17,7 @@ class ToolTest : public testing::Test {
   protected:
     ToolTest();
 
-    // Runs the tool with the arguments, as a shell divides them, and with its files led elsewhere.
+    // Runs the tool with the arguments and redirections, as a shell reads them.
     static Output Run(const std::string& arguments, const std::string& redirections = "");
 
     // Returns the path of a sample.
@@ -26,7 +26,7 @@ class ToolTest : public testing::Test {
     // Returns a path in a directory of the test's own.
     std::string Path(const std::string& path) const;
 
-    // Writes a file there and returns its path.
+    // Writes a file in that directory and returns its path.
     std::string Write(const std::string& path, const std::string& content) const;
 
   private:

@@ -24,17 +24,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Where the copy lies in the mount namespace, on a file system in memory that nobody else sees.
+// The mount point of the copy, a private file system in memory.
 constexpr char kRoot[] = "/tmp";
 
 void WriteProcFile(const std::string& path, const std::string& content) {
-    // Opened without O_CREAT and in one write, as these files want it.
+    // These files must be opened without O_CREAT and take one write.
     const unique_fd fd(OpenOrThrow(path, O_WRONLY));
     Check(write(fd.get(), content.data(), content.size()) != -1, path);
 }
 
-// Gives the process a mount namespace of its own, whose mounts stay in it. An ordinary user becomes
-// root in a user namespace that knows no other user.
+// Moves the process to a mount namespace of its own, whose mounts stay in it. An ordinary user
+// becomes root of a user namespace without other users.
 void EnterOwnNamespaces(bool as_root) {
     const uid_t uid = geteuid();
     const gid_t gid = getegid();
@@ -68,7 +68,8 @@ void Copy(const fs::path& from, const fs::path& to, bool owners) {
     if (!S_ISLNK(status.st_mode)) Check(chmod(to.c_str(), status.st_mode & 07777) == 0, to);
 }
 
-// Builds the root, around the calling process, and returns descriptors of it and the namespaces.
+// Builds the root, moves the calling process into it, and returns descriptors of the root and the
+// namespaces.
 std::vector<int> BuildRoot(const std::string& directory) {
     const bool as_root = geteuid() == 0;
     EnterOwnNamespaces(as_root);
@@ -84,8 +85,8 @@ std::vector<int> BuildRoot(const std::string& directory) {
 }  // namespace
 
 KernelRoot::KernelRoot(const std::string& directory) {
-    // What keeps the namespaces is that this process holds them open, so they end with it, however
-    // it ends.
+    // The namespaces live while this process holds their descriptors, and so end with it however it
+    // ends.
     unique_fd ours, theirs;
     Check(android::base::Socketpair(SOCK_SEQPACKET | SOCK_CLOEXEC, &ours, &theirs), "socketpair");
     const pid_t child = fork();
@@ -117,7 +118,8 @@ KernelRoot::KernelRoot(const std::string& directory) {
 
 bool KernelRoot::Enter() const {
     const pid_t parent = getppid();
-    // A sanitizer's own thread shares the root and working directory, which namespaces forbid.
+    // Namespaces cannot be entered while a sanitizer's own thread shares the root and the working
+    // directory.
     // Mounts made from here on are this process's own: its namespace is a copy.
     const bool entered =
             unshare(CLONE_FS) == 0 &&

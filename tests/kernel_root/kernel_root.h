@@ -1,5 +1,5 @@
-// A private root of the kernel's own, to compare with and for what needs no sandbox: a copy of a
-// directory is "/" in namespaces of its own. It takes root, or user namespaces.
+// A private root made with the kernel's namespaces, to compare the sandbox with and for tests that
+// need none: "/" is a copy of a directory. It needs root privileges or user namespaces.
 
 #pragma once
 
@@ -13,15 +13,15 @@
 
 class KernelRoot {
   public:
-    // Throws std::runtime_error, saying why, if there can be no such root.
+    // Throws std::runtime_error with the reason if there can be no such root.
     explicit KernelRoot(const std::string& directory);
 
-    // Runs `function` as sandbox::Sandbox does. Mounts made there end with the process; written
-    // files stay.
+    // Runs `function` in a process in this root, as sandbox::Sandbox does. Mounts that it makes end
+    // with the process; files that it writes stay.
     sandbox::Ending Run(const std::function<int()>& function,
                         std::chrono::milliseconds limit = std::chrono::seconds(60)) const;
 
-    // Returns a path at which the caller, outside, reaches what is at `path`.
+    // Returns the path by which the caller, outside, reaches the root's `path`.
     std::string Outside(const std::string& path) const;
 
   private:

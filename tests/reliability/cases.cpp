@@ -1,17 +1,17 @@
-// Plays devices from a file, its input, and prints the file anew with what came of each boot, so
-// that a difference between the two is a change of the library, and the output the file's new
-// version.
+// Plays devices that its input describes, and prints the input again with the results of each boot.
+// A difference between input and output is a change of the library's behaviour; the output is then
+// the new version of the file.
 //
 //   # a comment
-//   device                     begins with nothing
-//   set NAME=VALUE             for the next boot; others than persist.* are set again for each
-//   /path                      makes a file of the indented lines; "\" at the end: no line end
+//   device                     a new device, without files
+//   set NAME=VALUE             for all later boots, which keep what they hand over of persist.*
+//   /path                      a file with the indented lines; "\" at the end: no line end
 //   /path/                     a directory
 //   /path -> TARGET            a link
 //   remove /path
-//   fail CALL PATH             in the next boot, each such call for the path fails
+//   fail CALL PATH             each such call for the path fails in the next boot
 //   boot STEP...
-//   | what came of it
+//   | the result
 
 #include <errno.h>
 #include <sys/stat.h>
@@ -44,7 +44,7 @@ class Device {
         persistent_.erase(setting.substr(0, equals));
     }
 
-    // Makes what stands at `path`, removing what was there.
+    // Makes the file, link or directory at `path`, in place of what is there.
     void Make(std::string path, const std::string& target, const std::string& content) {
         path = World::Outside(path);
         const bool is_directory = path.back() == '/';
@@ -123,7 +123,7 @@ int Play(int, char**) {
         std::cout << line << "\n";
         const std::string rest = line.substr(std::min(line.size(), line.find(' ') + 1));
         if (line == "device") {
-            device.reset();  // the last one's files go first
+            device.reset();  // the previous device's files must be removed first
             device = std::make_unique<Device>();
         } else if (StartsWith(line, "set ")) {
             device->Set(rest);
@@ -151,7 +151,7 @@ int Play(int, char**) {
 }  // namespace
 
 int Cases(int, char**) {
-    // The private process has no input.
+    // Read here, as the private process has no standard input.
     for (std::string line; std::getline(std::cin, line);) g_lines.push_back(line);
     return player::RunPrivately(Play, 0, nullptr);
 }

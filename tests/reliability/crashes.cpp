@@ -1,5 +1,6 @@
-// Kills each boot that migrates, converts or restores before and after every call that changes the
-// file system, loses what was written but not synced, and looks where the next boots end.
+// Kills each boot that migrates, converts or restores, before and after every call that changes the
+// file system, loses data that were written but not synced, and examines the state that the next
+// boots reach.
 
 #include <unistd.h>
 
@@ -34,7 +35,7 @@ struct Totals {
     int killed = 0, boots = 0, same = 0;
 };
 
-// Boots the device as often as it takes to tell what stays.
+// Boots the device until nothing changes any more.
 Outcome BootOn(const World& world, const Life& life, PropertyMap persistent, Totals* totals) {
     Outcome outcome;
     for (int i = 0; i < kBootsAfter; ++i) {
@@ -47,7 +48,7 @@ Outcome BootOn(const World& world, const Life& life, PropertyMap persistent, Tot
 
 using Marks = std::set<std::string>;
 
-// Returns how the device differs in the end: its files, and the state's properties.
+// Returns how the device differs in the end, in its files and in the properties of the state.
 Marks Differences(const Outcome& expected, const Outcome& outcome) {
     Marks marks;
     if (!outcome.death.empty()) marks.insert("died: " + outcome.death);
@@ -80,7 +81,7 @@ Marks Differences(const Outcome& expected, const Outcome& outcome) {
     return marks;
 }
 
-// Rows of the table: when the boot ended, what marks it leaves, and in which lives.
+// The rows of the table: where the boot was killed, which marks that leaves, and in which lives.
 using Table = std::map<std::pair<std::string, std::string>, std::vector<std::string>>;
 
 class Crasher {
@@ -114,8 +115,8 @@ class Crasher {
     }
 
   private:
-    // What a kill at the call leaves behind, if anything: on its own, under the empty text, and
-    // what else does if contents are lost, under their names.
+    // Returns the marks that a kill at the call leaves, if any: those of the kill alone under the
+    // key "", those with contents of files lost under the files' names.
     std::map<std::string, Marks> KillAt(size_t index, bool after) {
         const std::vector<Call>& calls = undisturbed_.calls;
         std::set<std::string> written;
@@ -126,7 +127,7 @@ class Crasher {
         const std::vector<std::string> unsynced(written.begin(), written.end());
         std::map<std::string, Marks> found;
         Marks explained;
-        // One file more than before is lost only after each of its subsets.
+        // In this order each set of lost files comes after all of its subsets.
         for (unsigned lost = 0; lost < 1u << unsynced.size(); ++lost) {
             World world(life_.files);
             Fault fault;

@@ -26,7 +26,7 @@ namespace {
 
 std::atomic<bool> g_armed{false};
 std::atomic<int> g_threads{0};
-std::mutex g_mutex;  // guards what follows
+std::mutex g_mutex;  // guards the variables below
 Fault g_fault;
 std::vector<Call> g_calls;
 std::map<int, std::string> g_paths;  // of the descriptors that were opened since
@@ -52,7 +52,7 @@ void Closed(int fd) {
     g_paths.erase(fd);
 }
 
-// Notes the call and makes it, unless it is to fail.
+// Records the call and makes it, unless it is to fail.
 template <typename Result, typename Action>
 Result Make(const char* name, const std::string& path, Result failed, Action action,
             bool writes = false, bool made_all_the_same = false) {
@@ -81,7 +81,7 @@ Result Make(const char* name, const std::string& path, Result failed, Action act
     return result;
 }
 
-// The definition behind this one.
+// Returns the definition of the function after this one.
 template <typename Function>
 Function* Next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -188,7 +188,7 @@ ssize_t read(int fd, void* buffer, size_t size) {
     });
 }
 
-// What a fortified call of read becomes.
+// The function that a fortified call of read() is compiled to.
 ssize_t __read_chk(int fd, void* buffer, size_t size, size_t room) {
     if (size > room) abort();
     return read(fd, buffer, size);
@@ -209,8 +209,8 @@ int close(int fd) {
             "close", path, -1, [&](bool) { return next(fd); }, false, true);
 }
 
-// Names under which the standard library's file streams open and close theirs. A regular file
-// stands in for the splash partition: like that, it is not cut off.
+// The names with which the standard library's file streams open and close files. A regular file
+// replaces the splash partition and, like that, must not be truncated.
 FILE* fopen64(const char* path, const char* mode) {
     static auto* const next = Next<FILE*(const char*, const char*)>("fopen64");
     const bool writes = mode[0] == 'w';

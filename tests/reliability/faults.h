@@ -1,5 +1,5 @@
-// Stands before libc in a test program: notes each call that the extension library makes, and fails
-// one of them, interrupts it, cuts it short, or kills the process at it.
+// Wraps functions of libc in a test program: records each call that the extension library makes,
+// and can make one of them fail, cut it short, or kill the process at it.
 
 #pragma once
 
@@ -9,32 +9,32 @@
 namespace faults {
 
 struct Call {
-    std::string name;  // of the system call behind it, such as "open"
+    std::string name;  // of the system call, such as "open"
     std::string path;
     bool writes = false;     // an open that may change its file
-    bool succeeded = false;  // on its own account, not because it was failed
+    bool succeeded = false;  // as the kernel answered it
 };
 
-// Whether the call changes the file system.
+// Returns whether the call changes the file system.
 bool Changes(const Call& call);
 
-// What to do at the call with the index `call`, or at all calls for the path `path`, perhaps only
-// those of the name `name`.
+// What happens at the call with the index `call`, or at all calls for `path`, or at those of them
+// with the name `name`.
 struct Fault {
     int call = -1;
     std::string path, name;
-    int error = 0;  // the errno that the call fails with; a failing close has closed all the same
-    bool cut = false;  // a read or write moves one byte
+    int error = 0;     // the errno that the call fails with; a failing close still closes its file
+    bool cut = false;  // a read or write transfers one byte
     enum { kNever, kBefore, kAfter } kill = kNever;
 };
 
-// From here on calls are noted.
+// Begins to record calls, with this fault.
 void Arm(const Fault& fault);
 
-// Ends that, when all threads of the library have ended, and returns what was noted.
+// Stops recording and returns the calls. To be called once all threads of the library have ended.
 std::vector<Call> Disarm();
 
-// Whether all threads that the library has started have ended.
+// Returns whether all threads that the library has started have ended.
 bool ThreadsEnded();
 
 }  // namespace faults

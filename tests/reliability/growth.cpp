@@ -1,4 +1,4 @@
-// What operations cost in memory: over and over in one process, and once with a huge file.
+// The memory that operations take: many times in one process, and once with a huge file.
 
 #include <fcntl.h>
 #include <malloc.h>
@@ -18,7 +18,7 @@ namespace {
 using player::Life;
 using player::World;
 
-// What the process holds: bytes of the heap, and the next descriptor.
+// Returns what the process holds: the bytes of its heap, and its next free descriptor.
 std::pair<size_t, int> Held() {
     const int next = dup(STDERR_FILENO);
     close(next);
@@ -31,7 +31,7 @@ int Growth(int argc, char** argv) {
     const int boots = argc > 0 ? atoi(argv[0]) : 100000;
     const std::vector<Life>& lives = player::Lives();
     const int rounds = boots / static_cast<int>(lives.size()) + 1;
-    // By the end of the first rounds all that is made once is made.
+    // The first rounds allocate everything that is allocated once.
     const int first_rounds = rounds / 10 + 1;
     std::pair<size_t, int> before;
     for (int round = 0; round < first_rounds + rounds; ++round) {
@@ -42,7 +42,7 @@ int Growth(int argc, char** argv) {
     std::cout << rounds * lives.size()
               << " boots in one process: " << static_cast<long>(after.first - before.first)
               << " bytes and " << after.second - before.second << " descriptors more" << std::endl;
-    // A thread that is just ending may hold a little yet; one allocation lost in each round is
+    // A thread that is ending may still hold a little; a leak of one allocation a round would be
     // more.
     constexpr size_t kThreadsEnd = 1024;
     const bool grows = after.first > before.first + kThreadsEnd || after.second != before.second;

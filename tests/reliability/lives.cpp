@@ -15,13 +15,14 @@ const string kMountInfo = "/data/cota/cota_mount_info.prop";
 const string kModuleInfo = "/data/cota/cota_module_info.prop";
 const string kSplash = "/dev/block/by-name/splash_odm";
 
-// A file of more than one read, with something to lose before, in and behind the first one.
+// Returns a file that takes more than one read, with properties before, across and after the end of
+// the first read.
 string Long(const string& tag) {
     return "ro." + tag + ".a=1\n#" + string(1100, '-') + "\nro." + tag + ".b=2\n#" +
            string(1100, '-') + "\nro." + tag + ".c=3\n";
 }
 
-// A partition's properties for a switch key, in two files.
+// Returns a partition's properties for a switch key, in two files.
 Files KeyFiles(const string& root, const string& key, const string& leaf) {
     const string directory = root + "/properties/" + key + "/" + leaf + "/";
     return {{directory + "a.prop", Long(key + "." + leaf)},
@@ -35,7 +36,7 @@ Files operator+(Files files, const Files& more) {
     return files;
 }
 
-// What every device has: the marks of brand and region, and the place of the keys.
+// The files that every device has: those with brand and region, and the directory of the keys.
 const Files kDevice =
         Files{{"/system_ext/etc/build.prop", "ro.tesvo.image.system_ext.brand=Quba\n"},
               {kRegionDir + "/build.prop", "ro.tesvo.pipeline.region=EU\n"},

@@ -40,8 +40,7 @@ constexpr char kRequest[] = "sys.cota.bind.load.properties";
 constexpr int kMaxSeconds = 60;
 constexpr int kMaxDescriptors = 64;
 
-// What a boot's process tells, in memory that outlives it: what it told before it was killed
-// counts.
+// The messages of a boot's process, in shared memory, so that those from before a kill are kept.
 struct Messages {
     size_t size;
     char text[1 << 20];
@@ -73,7 +72,7 @@ void OnLog(android::base::LogId, android::base::LogSeverity severity, const char
         Tell('e', "VDIWEFF"[severity] + (" " + std::string(message)));
 }
 
-// Tells of what the library asks of the system besides files.
+// Reports the library's requests to the system that are not about files.
 class Requests : public platform::Observer {
     void OnMount(const char* source, const char* target, unsigned long flags, int result,
                  int) override {
@@ -88,7 +87,7 @@ class Requests : public platform::Observer {
     }
 };
 
-// Plays the installing service: waits until the thread has served the request that stands.
+// Plays the installing service: waits until the bind thread has served the present request.
 void EndBindThread() {
     while (!faults::ThreadsEnded()) {
         if (platform::AllProperties()[kRequest] == "null") {
@@ -106,7 +105,7 @@ std::set<int> OpenDescriptors() {
     return open;
 }
 
-// Plays the steps, with the system properties as they are.
+// Plays the steps with the present system properties.
 void PlaySteps(const Life& life) {
     PropertyMap early;
     auto* extension = KSVI_FETCH_IInitExtensionProperty("libtesvoextproperty.so");
@@ -177,7 +176,7 @@ void Take(char kind, const std::string& text, Outcome* outcome) {
 int RunPrivately(int (*body)(int argc, char** argv), int argc, char** argv) {
     TemporaryDir directory;
     chmod(directory.path, 0755);
-    // The kernel's own calls are failed here, so it has to be its own root.
+    // Not in the sandbox, because faults are made in the kernel's own calls.
     const KernelRoot root(directory.path);
     g_messages = static_cast<Messages*>(mmap(nullptr, sizeof(Messages), PROT_READ | PROT_WRITE,
                                              MAP_SHARED | MAP_ANONYMOUS, -1, 0));

@@ -1,5 +1,5 @@
-// Plays lives of devices: tables of files, properties and steps, through the interface that init
-// uses, each boot in a process of its own over files in memory.
+// Plays lives of devices, which are tables of files, properties and steps, through the interface
+// that init uses. Each boot has a process of its own, over files in memory.
 
 #pragma once
 
@@ -23,21 +23,21 @@ struct Life {
     std::vector<std::string> steps;  // as extprop takes them
 };
 
-// Together they reach every operation.
+// Returns lives that together reach every operation.
 const std::vector<Life>& Lives();
 
-// What comes of one boot.
+// The result of one boot.
 struct Outcome {
-    std::string death;                // how the process ended if it did not end well, or ""
+    std::string death;                // how the process ended if it failed, or ""
     std::vector<std::string> events;  // hand-overs and log lines, in their order
-    std::set<std::string> values;     // what init was handed, and the system properties at the end
+    std::set<std::string> values;     // properties handed over, and the system's at the end
     Files files;                      // path to mode, content and owner
     std::vector<faults::Call> calls;
-    PropertyMap persistent;        // the persist.* properties that init was handed
-    std::set<std::string> handed;  // "name=value" of all that init was handed
+    PropertyMap persistent;        // the persist.* properties that were handed over
+    std::set<std::string> handed;  // "name=value" of all properties that were handed over
 };
 
-// Runs `body` in a process that may make worlds, and returns its result.
+// Runs `body` in a process that can make Worlds, and returns its result.
 int RunPrivately(int (*body)(int argc, char** argv), int argc, char** argv);
 
 // A device's files, in memory, from its first boot to its last.
@@ -46,14 +46,14 @@ class World {
     explicit World(const Files& files);
     ~World();
 
-    // Boots the device: plays the steps of the life, with its properties and those of `persistent`.
+    // Boots the device and plays the life's steps, with its properties and those in `persistent`.
     Outcome Boot(const Life& life, const faults::Fault& fault = {},
                  const PropertyMap& persistent = {}) const;
 
-    // Boots it in the calling process, which comes out again.
+    // The same in the calling process, which leaves the device's root again.
     void BootHere(const Life& life) const;
 
-    // Returns a path at which the device's file is reached from outside.
+    // Returns the path by which a device's file is reached from outside.
     static std::string Outside(const std::string& path);
 
     static Files Snapshot();

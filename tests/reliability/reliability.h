@@ -2,16 +2,16 @@
 
 #pragma once
 
-// sweep [SECONDS [SEED]]: fails calls in turn, in the time given or all of them.
+// sweep [SECONDS [SEED]]: makes calls fail, one at a time: all of them, or random ones for a time.
 int Sweep(int argc, char** argv);
 
-// crashes: prints a table of the places at which a boot's end leaves a lasting mark, and which.
+// crashes: prints a table of the places where killing a boot has lasting effects, and of these.
 int Crashes(int argc, char** argv);
 
 // growth [BOOTS]: looks for growth of memory and descriptors in one process.
 int Growth(int argc, char** argv);
 
-// cases: plays the devices that the input tells of.
+// cases: plays the devices that standard input describes.
 int Cases(int argc, char** argv);
 
 // huge [MIB]: measures the memory that a huge file takes.

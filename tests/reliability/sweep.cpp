@@ -1,5 +1,4 @@
-// Fails every call of every life once, in every way that it can fail, and looks at what comes of
-// it.
+// Makes every call of every life fail once in every possible way, and judges the outcome.
 
 #include <errno.h>
 #include <string.h>
@@ -26,7 +25,7 @@ using player::World;
 
 constexpr char kSplash[] = "/dev/block/by-name/splash_odm";
 
-constexpr int kCut = -1;  // in place of an errno: a read or write that moves one byte only
+constexpr int kCut = -1;  // in place of an errno: a read or write that transfers one byte
 
 // The ways in which the calls can fail.
 const std::map<std::string, std::vector<int>> kFailures = {
@@ -47,7 +46,7 @@ const std::map<std::string, std::vector<int>> kFailures = {
         {"clone", {EAGAIN}},
 };
 
-// All that the library may make, change or remove on these devices.
+// All files that the library may make, change or remove on these devices.
 constexpr const char* kMayTouch[] = {
         "/mnt/vendor/tesvoreserve/system",
         "/data/system/customize/",
@@ -77,7 +76,7 @@ bool Contains(const Set& all, const Set& some) {
 
 using Items = std::set<std::string>;
 
-// The files, that at `path` without its owner.
+// Returns the files as texts, the one at `path` without its owner.
 Items FileItems(const Files& files, const std::string& path) {
     Items items;
     for (const auto& [name, state] : files) {
@@ -86,7 +85,7 @@ Items FileItems(const Files& files, const std::string& path) {
     return items;
 }
 
-// Rather than something that the library has to make up for at once.
+// Returns false for faults that the library must handle at once, without a visible effect.
 bool IsFailure(const Fault& fault) {
     return fault.error != 0 && fault.error != EINTR;
 }
@@ -96,7 +95,7 @@ Files Without(Files files, const std::string& path) {
     return files;
 }
 
-// One life, and what comes of it when nothing fails or when a whole file does.
+// One life, and its outcomes if nothing fails or if all calls for one file fail.
 class Subject {
   public:
     explicit Subject(const Life& life) : life_(life), undisturbed_(Play(life.files, {})) {
@@ -138,7 +137,7 @@ class Subject {
         return World(files).Boot(life_, fault);
     }
 
-    // The open that the descriptor of the call at `index` comes from, or -1.
+    // Returns the index of the call that opened the descriptor of the call at `index`, or -1.
     int OpenOf(int index) const {
         const std::string path = calls()[index].path;
         while (--index >= 0) {
@@ -157,15 +156,15 @@ class Subject {
         });
     }
 
-    // Whether the call writes a new key file that the same boot loads then.
+    // Returns whether the call writes a new key file that the same boot loads later.
     bool IsOfKey(int index) const {
         const Call& call = calls()[index];
         return (call.writes || call.name == "write") && call.path != kSplash &&
                initial_.count(call.path) == 0 && IsReadAfter(index);
     }
 
-    // What comes of it without the file, with one for which no call succeeds, and with one that
-    // cannot be removed.
+    // Returns the outcomes without the file, with a file for which no call succeeds, and with one
+    // that cannot be removed.
     const std::vector<Outcome>& WithoutPath(const std::string& path) {
         auto [entry, is_new] = without_.try_emplace(path);
         if (!is_new) return entry->second;
@@ -247,7 +246,7 @@ std::string Subject::Judge(const Fault& fault, const Outcome& outcome) {
         }
     }
     if (call.name == "read") {
-        // As if the file had not been opened, or as if it had been read to its end.
+        // The outcome must be as if the file had not been opened, or had been read to its end.
         const int open = OpenOf(fault.call);
         auto [failed_open, is_new] = failed_opens_.try_emplace(open);
         if (is_new) {
@@ -266,8 +265,8 @@ std::string Subject::Judge(const Fault& fault, const Outcome& outcome) {
         }
     }
     if (same_values && outcome.files == before.files) return "";
-    // What does not depend on the file is as ever, and the rest as with the file or without it, or
-    // empty.
+    // What does not depend on the file must be as ever; the rest must be as with the file, as
+    // without it, or empty.
     const auto file_items = [&call](const Files& files) { return FileItems(files, call.path); };
     Items possible = before.values, certain = before.values;
     Items possible_files = Either(file_items(before.files), file_items(initial_));
@@ -324,7 +323,7 @@ int Sweep(int argc, char** argv) {
     std::cout << subjects.size() << " lives, " << calls << " calls, " << all.size()
               << " failures, seed " << seed << std::endl;
     if (seconds > 0) {
-        // By path, because what comes of the same file is compared with the same boots.
+        // By path, because all outcomes for one file are compared with the same boots.
         const auto order = [seed](const auto& failure) {
             const auto& [subject, fault] = failure;
             const std::string path = subject->calls()[fault.call].path;
