@@ -46,8 +46,8 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     // Adds the properties that the object's switch keys select on the partition at `partition`.
     void loadExtensionPartitionSimswitchProperties(std::string partition, PropertyMap* props);
 
-    // Reads the switch keys' files into `*props` and the object, after migrating the keys of older
-    // software and rewriting files in its format.
+    // Reads the switch keys' files into `*props` and the object. Before that it migrates the keys
+    // of older software; files in that software's format are rewritten.
     void loadExtensionSimswitchKeyInfo(PropertyMap* props);
 
     // Copies a boot logo to the splash partition: the company's, or the file whose path starts at
@@ -64,8 +64,8 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     // Hands over the properties of the module that is mounted at `moduleRoot`.
     void loadCotaConfigureModuleProperties(std::string moduleRoot, PropertyCallback callback);
 
-    // Reads and deletes the mount-info file, makes the module directories that it names, and then
-    // does what bindCotaModuleMountPoint() does.
+    // Reads and deletes the mount-info file, makes the module directories that it names, does what
+    // bindCotaModuleMountPoint() does, and hands over the properties of the file.
     void bindCotaBasicMountPoint(PropertyCallback callback);
 
     // Reads and deletes the module-info file, bind-mounts the module that it describes, and hands
@@ -92,8 +92,8 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     std::mutex mutex;  // held for the whole of a carrier-package service command
 };
 
-// Creates every missing directory in `path` whose name a "/" ends, with mode 0771. Returns 0, or -1
-// if one cannot be created or the path has 256 bytes or more.
+// Creates the missing directories of `path`, those whose names a "/" follows, with mode 0771.
+// Returns 0, or -1 if one cannot be created or the path has 256 bytes or more.
 int createDirectory(std::string path);
 
 // Replaces the content of the key file at `path` with `content`. If that fails, logs `failure` and
