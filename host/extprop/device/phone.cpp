@@ -33,10 +33,10 @@ constexpr char kWanted[] =
 
 // ---- What getprop prints, and property files.
 
-constexpr std::string_view kSeparator = "]: [";
+constexpr std::string_view kBeforeValue = "]: [";
 
 bool IsListed(std::string_view line) {
-    return StartsWith(line, "[") && line.find(kSeparator) != std::string_view::npos;
+    return StartsWith(line, "[") && line.find(kBeforeValue) != std::string_view::npos;
 }
 
 bool IsBlank(std::string_view line) {
@@ -59,8 +59,8 @@ void ReadListed(const std::string& name, const Lines& lines, size_t first_number
                  "truncated or damaged: the value's closing ] is missing");
         }
     }
-    const size_t separator = lines[first].find(kSeparator);
-    std::string value(lines[first].substr(separator + kSeparator.size()));
+    const size_t separator = lines[first].find(kBeforeValue);
+    std::string value(lines[first].substr(separator + kBeforeValue.size()));
     for (*at = first; *at < last;) {
         value += '\n';
         value += lines[++*at];
