@@ -8,7 +8,7 @@ _extprop_steps() {
         [cota-service]="check_mount mount_and_check_load mount_must_load bind_basic_point
             update_cota_info module_bind_single"
     )
-    local steps="early early: persist cota duskrider sim sim: cota-service: media: reboot"
+    local steps="early early: persist cota duskrider sim sim: cota-service: media: set: write: reboot"
     local word=${cur%%:*}
     [[ $cur == *:* ]] && steps=$(compgen -P "$word:" -W "${arguments[$word]-}")
     mapfile -t COMPREPLY < <(compgen -W "$steps" -- "$cur")
@@ -52,20 +52,20 @@ _extprop() {
             mapfile -t COMPREPLY < <(compgen -W "all $(extprop lint --explain all | sed -n 's/^## //p')" -- "$cur")
             return
             ;;
-        --category | --set | --brand | --region | --nv | --sim-first | --sim-current | --channel | --region-key | --edit | --timeout | --only | --except | --jobs | --shard)
+        --category | --set | --brand | --region | --nv | --sim-first | --sim-current | --channel | --region-key | --edit | --delete | --value | --timeout | --only | --except | --jobs | --shard)
             return
             ;;
     esac
 
-    local boot="--set --props --brand --region --nv --sim-first --sim-current --channel --region-key --edit --slot --image --request --no-complete"
+    local boot="--set --props --brand --region --nv --sim-first --sim-current --channel --region-key --edit --delete --slot --image --request --no-complete"
     boot+=" --any-word --timeout"
     local -A options=(
         [boot]="$boot --json --quiet --verbose --html --help"
-        [explain]="$boot --all --json --html --help"
+        [explain]="$boot --all --value --json --verbose --html --help"
         [diff]="$boot --json --a --b --help"
         [compare]="$boot --json --verbose --html --help"
-        [matrix]="$boot --over --only --except --jobs --list --shard --merge --json --html --markdown --help"
-        [check]="$boot --jobs --record --phone --json --junit --markdown --help"
+        [matrix]="$boot --over --only --except --jobs --list --value --shard --merge --json --html --markdown --help"
+        [check]="$boot --jobs --record --force --phone --json --junit --markdown --help"
         [lint]="--slot --image --json --sarif --category --code-quality --source-root --baseline --write-baseline
             --explain --help"
     )
@@ -78,7 +78,7 @@ _extprop() {
     local operand=1 i
     for ((i = 2; i < cword; ++i)); do
         case ${words[i]} in
-            --set | --props | --phone | --brand | --region | --nv | --sim-first | --sim-current | --channel | --region-key | --edit | --slot | --image | --request | --timeout | --html | --sarif | \
+            --set | --props | --phone | --brand | --region | --nv | --sim-first | --sim-current | --channel | --region-key | --edit | --delete | --value | --slot | --image | --request | --timeout | --html | --sarif | \
                 --over | --only | --except | --jobs | --shard | --merge | --junit | --markdown | --category | --code-quality | \
                 --source-root | --baseline | --write-baseline | --explain)
                 ((++i))

@@ -44,9 +44,10 @@ TEST_F(ExplainTest, NamesPlacesInOrderOfTime) {
     Write("/other/properties/key/regionSwitch/r.prop", "a=6\n");
     const Output output = Run("explain " + Path("") + " a 'b[12]' early:/odm early:/odm --set a=0");
     EXPECT_EQ(output.status, 0);
-    EXPECT_EQ(output.err, "");
+    EXPECT_EQ(output.err, "extprop: note: 1 of 1 given value was overridden: a\n");
     EXPECT_EQ(WithoutCounts(output.out),
               "a=5\n"
+              "    earlier to later:\n"
               "    given                                                      0  [overridden]\n"
               "    early:/odm /odm/build.prop:1                               1  [overridden]\n"
               "    early:/odm /odm/build.prop:2                               2  [overridden]\n"
@@ -273,7 +274,8 @@ TEST_F(ExplainTest, OneNameAloneIsToldAlike) {
 TEST_F(ExplainTest, NamesOperations) {
     EXPECT_THAT(Run("explain " + Sample("limited-edition") + " '*version*' duskrider").out,
                 HasSubstr("* duskrider derived by loadSpecialProperties < "
-                          "loadDuskriderOverrideProperties  V2.1\n"));
+                          "loadDuskriderOverrideProperties from "
+                          "ro.tesvo.image.my_carrier.version_name  V2.1\n"));
     EXPECT_THAT(Run("explain " + Sample("carrier-package") +
                     " '*' cota-service:check_mount --request boot_mount")
                         .out,
@@ -286,7 +288,7 @@ TEST_F(ExplainTest, NamesOperations) {
     EXPECT_THAT(missing.out, HasSubstr("ro.product.model=Sample One\n"));
     EXPECT_EQ(missing.err, "extprop: no property file or step has 'ro.none'\n");
     EXPECT_EQ(Run("explain " + Sample("overlay")).err,
-              "extprop: explain: no NAME is given, nor --all\n");
+              "extprop: explain: no NAME is given, nor --all or --value\n");
 }
 
 TEST_F(ExplainTest, DiffShowsBothOrigins) {
@@ -301,7 +303,7 @@ TEST_F(ExplainTest, DiffShowsBothOrigins) {
                                       "properties/south/SimSwitchFirstTime/carrier.prop:1)\n"));
     const Output alike = Run("diff " + Sample("sim-keys") + " " + Sample("sim-keys"));
     EXPECT_EQ(alike.status, 0);
-    EXPECT_EQ(alike.out, "");
+    EXPECT_EQ(alike.out, "no difference\n");
 
     Write("/odm/build.prop", "b=2\n");
     const Output devices = Run("diff --json " + Path("") + " " + Sample("market-name") + " early");

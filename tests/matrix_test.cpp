@@ -202,14 +202,14 @@ TEST_F(MatrixTest, AnswersForWhom) {
     EXPECT_THAT(text.out,
                 HasSubstr("ro.test.volte\n"
                           "  (unset)  sim-first=c7\n"
-                          "  1        all 25 others\n"
+                          "  1        all 25 other variants\n"
                           "    persist /mnt/vendor/my_carrier/properties/c3/SimSwitchFirstTime/"
                           "a.prop:2\n"));
     EXPECT_THAT(text.out, HasSubstr("ro.test.locale\n"
                                     "  CN  region=CN\n"
                                     "    early /mnt/vendor/my_product/cust/CN/build.prop:1\n"));
     EXPECT_THAT(Run("matrix " + device + " ro.test.locale --over region,sim-first").out,
-                HasSubstr("  IN  region=IN (21)\n"));
+                HasSubstr("  IN  region=IN (21 variants)\n"));
     EXPECT_THAT(Run("matrix " + device + " --only sim-first=c0,c7 ro.test.volte").out,
                 HasSubstr("  1        sim-first=c0\n"));
 
@@ -236,7 +236,7 @@ TEST_F(MatrixTest, AnswersForWhom) {
     EXPECT_EQ(difference.status, 1);
     EXPECT_THAT(difference.out, HasSubstr("all 126 variants: ro.test.new (unset) -> 1\n"));
     EXPECT_THAT(difference.out,
-                HasSubstr("21 variants: ro.test.locale IN -> hi  [region=IN (21)]\n"));
+                HasSubstr("21 variants: ro.test.locale IN -> hi  [region=IN (21 variants)]\n"));
     EXPECT_THAT(difference.out, HasSubstr("only " + other + " has sim-first=c20\n"));
 }
 
@@ -252,7 +252,7 @@ TEST_F(MatrixTest, AVariantThatFailsIsNoneThatBooted) {
     EXPECT_EQ(json::parse(page.substr(data, page.find("</script>", data) - data)),
               LinesOf(Run("matrix --json " + other + " 'ro.test.*'")).summary);
     EXPECT_THAT(text.out, AllOf(HasSubstr("ro.test.locale\n  CN  region=CN\n"),
-                                HasSubstr("  en  all 22 others\n"),
+                                HasSubstr("  en  all 22 other variants\n"),
                                 HasSubstr(", of which the library did not survive 1:\nregion=JP"),
                                 Not(HasSubstr("  JP  "))));
     // In either order of the two devices.
@@ -330,7 +330,7 @@ TEST_F(MatrixTest, TellsWhatIsWrongAndWhatFails) {
             {"--only region=XX", "the device has no region 'XX'"},
             {"--only region=EU --only sim-first=c0", "no variant is left to boot"},
             {"--shard 3/2", "--shard '3/2': expected I/N"},
-            {"ro.nothing", "no variant has 'ro.nothing'"},
+            {"ro.nothing", "no variant has a property 'ro.nothing'"},
             {"/nowhere", "/nowhere: No such file or directory"},
     };
     for (const auto& mistake : mistakes) {
@@ -405,23 +405,18 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
                               " --junit " + Path("/report.xml"));
     EXPECT_EQ(output.status, 1);
     EXPECT_EQ(output.out,
-              "as it is: " + Path("/carriers.yaml") +
+              Path("/carriers.yaml") +
                       ":7\n"
-                      "  ro.test.locale is 'en', expected a value from "
+                      "  as it is: ro.test.locale is 'en', expected a value from "
                       "/mnt/vendor/my_product/cust/IN/build.prop:1; it comes from early "
-                      "/mnt/vendor/my_product/cust/EU/build.prop:1\n"
-                      "sim-first=c7: " +
+                      "/mnt/vendor/my_product/cust/EU/build.prop:1\n" +
                       Path("/carriers.yaml") +
                       ":2 (<Voice> & \"data\")\n"
-                      "  ro.test.volte is unset, expected '1'\n"
-                      "sim-first=none: " +
+                      "  sim-first=c7: ro.test.volte is unset, expected '1'\n" +
                       Path("/carriers.yaml") +
                       ":13\n"
-                      "  expected a device that has sim-first 'none'\n"
-                      "channel=*: " +
-                      Path("/carriers.yaml") +
-                      ":13\n"
-                      "  expected a device that has any channel\n"
+                      "  sim-first=none: expected a device that has sim-first 'none'\n"
+                      "  channel=*: expected a device that has any channel\n"
                       "22 variants, 48 properties checked, 4 not as expected\n");
     std::string report;
     android::base::ReadFileToString(Path("/report.xml"), &report);

@@ -192,7 +192,7 @@ class ReviewTest(unittest.TestCase):
         page = Page()
         page.feed(self.read('c.md'))
         self.assertIn(f'@team ({wrong}:2)', page.code)
-        self.assertIn('sim-first=north, sim-first=south, sim-first=west', page.code)
+        self.assertIn('all 3 variants', page.code)
         self.assertNotIn('@', ''.join(page.other))
         self.assertEqual(before, self.path('before/odm/build.prop'))
 

@@ -45,7 +45,7 @@ void DeviceFiles::Restart() {
     const std::string state = scratch_.path() + "/state-" + std::to_string(getpid());
     std::filesystem::remove_all(state);
     Check(mkdir(state.c_str(), 0700) == 0, state);
-    view_.emplace(firmware_->tree(), state);
+    view_.emplace(firmware_->tree(), state, scratch_.path());
 }
 
 void DeviceFiles::ShowImages() {
@@ -80,7 +80,7 @@ std::optional<ImagePlace> DeviceFiles::ImageOf(const std::string& path) const {
 std::vector<std::string> DeviceFiles::Notes() const {
     CheckImages();
     std::vector<std::string> notes = images_.notes;
-    for (const std::string& path : view_->Noted(View::kDenied)) {
+    for (const std::string& path : Unreadable()) {
         notes.push_back(path + " cannot be read by this user, though init could");
     }
     for (const std::string& path : view_->Noted(View::kTooLarge)) {
@@ -89,6 +89,10 @@ std::vector<std::string> DeviceFiles::Notes() const {
                         Mebibytes(limits::kPartitionFile));
     }
     return notes;
+}
+
+std::set<std::string> DeviceFiles::Unreadable() const {
+    return view_->Noted(View::kDenied);
 }
 
 void DeviceFiles::CheckImages() const {

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,7 @@ class DeviceFiles {
     std::string Read(const std::string& path, size_t most) const;
     std::optional<ImagePlace> ImageOf(const std::string& path) const;
     std::vector<std::string> Notes() const;
+    std::set<std::string> Unreadable() const;
     void CheckImages() const;
     const std::vector<std::string>& packed() const { return images_.packed; }
 

@@ -59,6 +59,10 @@ std::vector<FileChange> Sandbox::TakeChanges() {
     return files_->view().TakeChanges();
 }
 
+const View& Sandbox::view() const {
+    return files_->view();
+}
+
 std::optional<ImagePlace> Sandbox::ImageOf(const std::string& path) const {
     return files_->ImageOf(path);
 }
@@ -69,6 +73,10 @@ const std::vector<std::string>& Sandbox::packed() const {
 
 void Sandbox::CheckImages() const {
     files_->CheckImages();
+}
+
+std::set<std::string> Sandbox::Unreadable() const {
+    return files_->Unreadable();
 }
 
 std::vector<std::string> Sandbox::Notes() const {

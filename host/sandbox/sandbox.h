@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,7 @@ struct ImagePlace {
 std::string Name(const ImagePlace& place);
 
 class DeviceFiles;
+class View;
 
 class Sandbox {
   public:
@@ -70,6 +72,9 @@ class Sandbox {
     // owner only.
     std::vector<FileChange> TakeChanges();
 
+    // The device's files, for this process itself.
+    const View& view() const;
+
     // Returns the image that the device's `path` lies in, if it is in one.
     std::optional<ImagePlace> ImageOf(const std::string& path) const;
 
@@ -80,6 +85,10 @@ class Sandbox {
     // Returns what the user should know about what lies in the device directory, and about what was
     // looked for so far. Throws as CheckImages() does.
     std::vector<std::string> Notes() const;
+
+    // Returns those of the files and directories that this user cannot read, though init could,
+    // that were looked for so far, before a Reset() and in other processes too.
+    std::set<std::string> Unreadable() const;
 
     // Throws std::runtime_error if something was looked for so far that is damaged in its image.
     void CheckImages() const;

@@ -45,10 +45,10 @@ std::string_view LastName(std::string_view path) {
 
 }  // namespace
 
-View::View(std::shared_ptr<const Tree> device, std::string state)
-        : state_(std::move(state)),
+View::View(std::shared_ptr<const Tree> device, std::string state, std::string notes)
+        : notes_(std::move(notes)),
           device_(std::move(device)),
-          layer_(std::make_shared<PrivateLayer>(*device_, state_)),
+          layer_(std::make_shared<PrivateLayer>(*device_, std::move(state))),
           trees_({layer_}),
           mounts_({{0, "/", 0, ""}}) {}  // a point that no path has: nothing is below the root
 
@@ -62,7 +62,8 @@ long View::Look(int mount, const std::string& path, Entry* entry) const {
     if (IsRemoved(path) && path != mounts_[mount].root) return -ENOENT;
     const long error = TreeOf(*entry).Status(path, &entry->status);
     entry->exists = error == 0;
-    if (error == -EACCES) Note(kDenied, PathOf(*entry));
+    // It is the directory that may not be looked into.
+    if (error == -EACCES) Note(kDenied, ParentOf(PathOf(*entry)));
     return error == -ENOENT ? 0 : error;
 }
 
@@ -453,17 +454,26 @@ std::pair<size_t, std::string> View::TreeAt(const std::string& path) const {
 }
 
 void View::Note(const char* list, const std::string& text) const {
+    constexpr size_t kMost = 1 << 20;
     // The file outlives this process, which may be a boxed one.
     const std::string line = text + '\0';
-    const long fd = Kernel(SYS_openat, AT_FDCWD, (state_ + "/" + list).c_str(),
-                           O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    const long fd = Kernel(SYS_openat, AT_FDCWD, (notes_ + "/" + list).c_str(),
+                           O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     const unique_fd file(fd < 0 ? -1 : static_cast<int>(fd));
-    if (file.ok() && write(file.get(), line.data(), line.size()) == -1) return;
+    // Thousands of boots may have the same to say.
+    std::string noted(1, '\0');
+    char buffer[4096];
+    long size = 0;
+    while (file.ok() && (size = Kernel(SYS_read, fd, buffer, sizeof(buffer))) > 0) {
+        noted.append(buffer, size);
+    }
+    if (noted.size() > kMost || noted.find('\0' + line) != std::string::npos) return;
+    if (write(file.get(), line.data(), line.size()) == -1) return;
 }
 
 std::set<std::string> View::Noted(const char* list) const {
     std::string text;
-    android::base::ReadFileToString(state_ + "/" + list, &text);
+    android::base::ReadFileToString(notes_ + "/" + list, &text);
     std::set<std::string> paths;
     for (const std::string& path : android::base::Split(text, std::string(1, '\0'))) {
         paths.insert(path);

@@ -41,9 +41,9 @@ struct Start {
 
 class View {
   public:
-    // Shows the device directory. Changes go to the directory `state`, which is there and empty.
-    // Throws std::runtime_error if one of the two cannot be used.
-    View(std::shared_ptr<const Tree> device, std::string state);
+    // Shows the device directory. Changes go to the directory `state`, which is there and empty,
+    // what the user should know to `notes`. Throws std::runtime_error if one cannot be used.
+    View(std::shared_ptr<const Tree> device, std::string state, std::string notes);
 
     long Open(const Start& start, const char* path, int flags, mode_t mode, Entry* opened);
     long Access(const Start& start, const char* path, int mode);
@@ -92,13 +92,13 @@ class View {
     std::pair<size_t, std::string> TreeAt(const std::string& path) const;
 
     // The lists of what the user should know of: paths of what is unreadable for the user that this
-    // runs as, though not for the device's root, and of what is larger than any such file; and what
-    // is damaged.
+    // runs as, though not for the device's root (a directory stands for all that would be in it),
+    // and of what is larger than any such file; and what is damaged.
     static constexpr char kDenied[] = "denied";
     static constexpr char kTooLarge[] = "too-large";
     static constexpr char kDamaged[] = "damaged";
 
-    // Adds to a list, which this process's children and parents share.
+    // Adds to a list, which all views with the same directory for notes share.
     void Note(const char* list, const std::string& text) const;
 
     // Returns what is in the list.
@@ -142,7 +142,7 @@ class View {
     long FindForChange(const Start& start, const char* path, Last last, Entry* entry) const;
     long OpenRegular(const Entry& entry, int flags);
 
-    std::string state_;
+    std::string notes_;
     std::shared_ptr<const Tree> device_;
     std::shared_ptr<PrivateLayer> layer_;             // over the device directory
     std::vector<std::shared_ptr<const Tree>> trees_;  // the first is the layer

@@ -13,10 +13,13 @@
 
 #include "TesvoExtensionProperty/names.h"
 #include "boot/ending.h"
+#include "boot/import_cycle.h"
 #include "budget.h"
+#include "device/device_root.h"
 #include "device/legal.h"
 #include "input_error.h"
 #include "named_file.h"
+#include "printable.h"
 
 namespace extprop {
 
@@ -198,6 +201,9 @@ PreparedDevice::PreparedDevice(const BootOptions& options)
           path_(DevicePath(options.device)),
           root_(path_, options.images) {
     const Utf8Locale loaded;
+    if (const auto why = WhyNoDevice(DeviceTree(root_.view()))) {
+        notes_.push_back(options.device + ": " + *why);
+    }
     Prepare();
 }
 
@@ -215,8 +221,15 @@ void PreparedDevice::Reset(const BootOptions& options) {
 }
 
 void PreparedDevice::Prepare() {
-    report_ = {path_, {}, {}, {}, std::nullopt, {}};
-    if (tells_files() && HasChanges(options_.what_if)) MakeChanges(options_.what_if, root_);
+    report_ = {path_, notes_, {}, {}, std::nullopt, {}};
+    const auto& steps = options_.plan.steps;
+    if (std::all_of(steps.begin(), steps.end(), std::mem_fn(&Step::is_reboot))) {
+        report_.notes.emplace_back("no step but reboot is given, and so the library does nothing");
+    }
+    changed_.clear();
+    if (tells_files() && HasChanges(options_.what_if)) {
+        changed_ = MakeChanges(options_.what_if, root_);
+    }
     SeparateStored(&options_.plan);
     AddKeys(options_.what_if.variant, &options_.plan);
     PrepareSplashPartition();
@@ -244,7 +257,7 @@ Report PreparedDevice::Boot(BootListener* listener,
                 !tells_files() && report_.boots.empty() && HasChanges(options_.what_if);
         booted = std::make_unique<BootedDevice>(root_, fetch_, plan,
                                                 changes ? &options_.what_if : nullptr, listener);
-        report_.boots.push_back({plan.properties, plan.stored});
+        report_.boots.push_back({plan.properties, plan.stored, changed_});
         if (listener != nullptr) listener->OnBoot(report_.boots.back());
     };
     const auto end = [&] {
@@ -255,11 +268,27 @@ Report PreparedDevice::Boot(BootListener* listener,
         report_.record.Add(std::move(booted->record()));
     };
     const auto perform = [&](const Step& step, int index) {
+        // What a step sets is no longer as a what-if option would have it.
+        if (const auto setting = step.setting()) {
+            const auto is_set = [&](const KeyInForce& key) {
+                return key.property == setting->first;
+            };
+            plan.keys.erase(std::remove_if(plan.keys.begin(), plan.keys.end(), is_set),
+                            plan.keys.end());
+        }
         if (listener != nullptr) listener->OnStep(step.text);
         StepReport done{static_cast<int>(report_.boots.size()), step.text, {}, {}};
         bool performed = true;
         report_.failure =
                 booted->Perform(step, index, options_.time_limit, &done.events, &performed);
+        if (report_.failure && report_.failure->signal) {
+            report_.failure->cycle = ImportCycle(done.events);
+            // Where in it the stack ends is chance.
+            const auto& cycle = report_.failure->cycle;
+            if (!cycle.empty()) {
+                report_.failure->last_file = cycle.front().substr(0, cycle.front().rfind(':'));
+            }
+        }
         if (listener != nullptr) listener->OnStepEnd();
         if (!performed) return;
         if (tells_files()) done.files = FileChanges(&root_);
@@ -290,11 +319,36 @@ Report PreparedDevice::Boot(BootListener* listener,
         perform(plan.keys[i].step, static_cast<int>(plan.steps.size() + i));
     }
     if (!report_.failure) end();
-    if (booted->changes_failed()) MakeChanges(options_.what_if, root_);  // which says what is wrong
+    if (booted->changes_failed()) {
+        if (HasChanges(options_.what_if)) MakeChanges(options_.what_if, root_);  // which says why
+        throw InputError("step " + report_.failure->step + ": " +
+                         report_.failure->last_file.value_or("") + " cannot be written");
+    }
     report_.properties = booted->properties();
     report_.removed = booted->removed();
+    if (!report_.failure && plan.base == nullptr) NoteOverridden();
     for (const std::string& note : root_.Notes()) report_.notes.push_back(note);
     return std::move(report_);
+}
+
+// Says how many of the given properties have other values in the end.
+void PreparedDevice::NoteOverridden() {
+    constexpr size_t kMostListed = 5;
+    PropertyMap given = options_.plan.properties;
+    given.insert(options_.plan.stored.begin(), options_.plan.stored.end());
+    std::vector<std::string> overridden;
+    for (const auto& [name, value] : given) {
+        const auto found = report_.properties.find(name);
+        if (found == report_.properties.end() || found->second != value) overridden.push_back(name);
+    }
+    if (overridden.empty()) return;
+    const size_t listed = std::min(overridden.size(), kMostListed);
+    std::string note = std::to_string(overridden.size()) + " of " +
+                       Count(given.size(), "given value was", "given values were") +
+                       " overridden: ";
+    for (size_t i = 0; i < listed; ++i) note += (i == 0 ? "" : ", ") + overridden[i];
+    const size_t more = overridden.size() - listed;
+    report_.notes.push_back(more == 0 ? note : note + " and " + std::to_string(more) + " more");
 }
 
 void BootRecord::Add(BootRecord more) {

@@ -74,10 +74,13 @@ class PreparedDevice {
 
     void Prepare();
     void PrepareSplashPartition();
+    void NoteOverridden();
 
     BootOptions options_;
     FetchExtension fetch_;
     std::string path_;
+    std::vector<std::string> notes_;  // that each report begins with
+    std::map<std::pair<std::string, std::string>, bool> changed_;
     Report report_;
     sandbox::Sandbox root_;
 };

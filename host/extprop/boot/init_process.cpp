@@ -14,6 +14,7 @@
 #include "boot/message.h"
 #include "boot/property_delta.h"
 #include "boot/reporter.h"
+#include "boot/what_if.h"
 #include "platform.h"
 
 namespace extprop {
@@ -34,10 +35,19 @@ class Init {
     Init(FetchExtension fetch, const BootPlan& plan, Reporter* reporter)
             : plan_(plan),
               reporter_(reporter),
-              context_{fetch(kLibrary), &early_properties_, OnProperties} {}
+              context_{fetch(kLibrary), &early_properties_, OnProperties,
+                       [this](const std::string& name, const std::string& value) {
+                           overtaken_.insert(name);
+                           reporter_->OnKey(name, value);
+                       },
+                       [this](const std::string& path, const std::string& text) {
+                           reporter_->OnWrite(WholeFile(path, text));
+                       }} {}
 
     void Perform(const Step& step) {
-        if (!step.is_early()) TakeStored();
+        // The stored properties belong to a boot from behind early on.
+        if (step.is_early()) early_done_ = true;
+        if (!step.is_early() && (early_done_ || !step.is_others())) TakeStored();
         if (step.switches_keys()) SetKeys();
         reporter_->OnStep(step.text);
         reporter_->tracker()->ForgetMaps(&early_properties_);
@@ -47,12 +57,13 @@ class Init {
             step.kind->perform(context_, step.argument);
         }
         if (step.starts_bind_thread()) PlayInstallingService(plan_.requests, reporter_);
-        reporter_->ReportLogo();
+        reporter_->OnStepEnd();
     }
 
-    // Whether the key's property has another value.
-    static bool IsLost(const KeyInForce& key) {
-        return android::base::GetProperty(key.property, "") != key.value;
+    // Whether the key's property has another value, which no step gave to it.
+    bool IsLost(const KeyInForce& key) const {
+        return overtaken_.count(key.property) == 0 &&
+               android::base::GetProperty(key.property, "") != key.value;
     }
 
     // The stored persistent properties, which no early step sees.
@@ -89,6 +100,8 @@ class Init {
     Reporter* reporter_;
     PropertyMap early_properties_;
     StepContext context_;
+    std::set<std::string> overtaken_;  // properties that steps set
+    bool early_done_ = false;
     bool stored_taken_ = false;
 };
 
@@ -126,7 +139,7 @@ int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* 
         StepDone done;
         if (index >= 0 && key < 0) {
             init.Perform(plan.steps[index]);
-        } else if (index >= 0 && Init::IsLost(plan.keys[key])) {
+        } else if (index >= 0 && init.IsLost(plan.keys[key])) {
             init.Perform(plan.keys[key].step);
         } else {
             done.performed = false;

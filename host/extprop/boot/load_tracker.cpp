@@ -97,6 +97,7 @@ void LoadTracker::Begin(const std::string& path, const char* filter, const Prope
                 importer.path + ":" +
                 std::to_string(importer.next > 0 ? importer.lines[importer.next - 1].number : 0);
     }
+    event.operations = Loads().maps.back().chain;
     event.written = WasWritten(event.source.value_or(event.path));
     Load load{0, event.path, event.filter.value_or(""), map, "", {}};
     {

@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -38,10 +39,19 @@ struct Handover {
     std::vector<Refusal> refused;
 };
 
+// What an operation read: a property, or a line of a file that it looked up.
+struct OperationInput {
+    std::string name;
+    std::string value;                // empty if there is none
+    std::optional<std::string> file;  // none: the system's property
+    int line = 0;                     // 0: the file has none
+};
+
 struct CallbackEvent : Handover {
     int mode = 0;
     std::vector<std::string> operations;  // the library's functions, innermost first
     std::optional<int> map;               // of LoadEvent: which of the library's maps it was
+    std::vector<OperationInput> inputs;   // in a traced boot, since it last gave something
 };
 
 // What a step loaded into init's own map.
@@ -74,6 +84,7 @@ struct LoadEvent {
     std::optional<std::string> imported_by;    // "file:line"
     bool written = false;                      // the boot itself wrote the file before
     int map = 0;                               // which of the library's maps it goes to
+    std::vector<std::string> operations;       // the library's functions, innermost first
 };
 
 // The library looked up one property.
@@ -98,6 +109,13 @@ struct PropertyEvent {
     std::string name;
     std::string value;
     std::vector<std::string> operations;  // none: the bind thread itself
+    std::vector<OperationInput> inputs;
+};
+
+// An operation of a traced boot that read something and gave nothing for it.
+struct IdleEvent {
+    std::vector<std::string> operations;
+    std::vector<OperationInput> inputs;
 };
 
 struct RestoreconEvent {
@@ -128,7 +146,7 @@ struct KeyEvent {
 
 using Event = std::variant<CallbackEvent, MapEvent, StoredEvent, LogEvent, OpenEvent, LoadEvent,
                            LookUpEvent, MountEvent, PropertyEvent, RestoreconEvent, LogoEvent,
-                           RequestEvent, UnacknowledgedEvent, KeyEvent>;
+                           RequestEvent, UnacknowledgedEvent, KeyEvent, IdleEvent>;
 
 // What a traced boot tells besides, of the event before: the lines that a load or look-up read.
 // They are no event, so that what files contain is in no report.
@@ -197,11 +215,15 @@ struct BootFailure {
     std::optional<std::string> signal;
     std::optional<std::string> limit;  // that was met, such as "1073741824 bytes of memory"
     std::optional<std::string> last_file;
+    std::vector<std::string> cycle = {};  // the import lines that lead in a circle, if they do
 };
 
 struct BootStart {
     PropertyMap properties;  // the system's at the start
     PropertyMap stored;      // the persistent ones that come in force behind `early`
+    // The lines that what-if options changed, by the device's own file and the name, and whether it
+    // was for the variant, rather than --edit.
+    std::map<std::pair<std::string, std::string>, bool> changed = {};
 };
 
 struct Report {

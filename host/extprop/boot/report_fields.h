@@ -36,9 +36,15 @@ void Visit(Fields& fields, Handover& handover) {
 }
 
 template <typename Fields>
+void Visit(Fields& fields, OperationInput& input) {
+    fields("name", input.name)("value", input.value)("file", input.file)("line", input.line);
+}
+
+template <typename Fields>
 void Visit(Fields& fields, CallbackEvent& event) {
     Visit(fields, static_cast<Handover&>(event));
-    fields("mode", event.mode)("operations", event.operations)("map", event.map);
+    fields("mode", event.mode)("operations", event.operations)("map", event.map)("inputs",
+                                                                                 event.inputs);
 }
 
 template <typename Fields>
@@ -69,7 +75,7 @@ template <typename Fields>
 void Visit(Fields& fields, LoadEvent& event) {
     fields("path", event.path)("source", event.source)("image", event.image)(
             "filter", event.filter)("imported_by", event.imported_by)("written", event.written)(
-            "map", event.map);
+            "map", event.map)("operations", event.operations);
 }
 
 template <typename Fields>
@@ -86,7 +92,13 @@ void Visit(Fields& fields, MountEvent& event) {
 
 template <typename Fields>
 void Visit(Fields& fields, PropertyEvent& event) {
-    fields("name", event.name)("value", event.value)("operations", event.operations);
+    fields("name", event.name)("value", event.value)("operations", event.operations)("inputs",
+                                                                                     event.inputs);
+}
+
+template <typename Fields>
+void Visit(Fields& fields, IdleEvent& event) {
+    fields("operations", event.operations)("inputs", event.inputs);
 }
 
 template <typename Fields>
@@ -127,7 +139,7 @@ void Visit(Fields& fields, StepReport& step) {
 template <typename Fields>
 void Visit(Fields& fields, BootFailure& failure) {
     fields("step", failure.step)("timed_out", failure.timed_out)("signal", failure.signal)(
-            "limit", failure.limit)("last_file", failure.last_file);
+            "limit", failure.limit)("last_file", failure.last_file)("cycle", failure.cycle);
 }
 
 template <typename Fields>
@@ -160,8 +172,8 @@ void Visit(Fields& fields, BootRecord& record) {
 
 // The names of the kinds of events, in the order of the variant.
 inline constexpr const char* kEventNames[] = {
-        "callback", "map",      "stored",     "log",  "open",    "load",           "look-up",
-        "mount",    "property", "restorecon", "logo", "request", "unacknowledged", "key"};
+        "callback", "map",        "stored", "log",     "open",           "load", "look-up", "mount",
+        "property", "restorecon", "logo",   "request", "unacknowledged", "key",  "idle"};
 static_assert(std::size(kEventNames) == std::variant_size_v<Event>);
 
 template <>

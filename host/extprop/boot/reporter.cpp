@@ -7,9 +7,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <map>
 #include <string_view>
 
 #include <android-base/file.h>
+#include <android-base/properties.h>
 #include <android-base/strings.h>
 
 #include "TesvoExtensionProperty/names.h"
@@ -17,6 +20,7 @@
 #include "boot/ending.h"
 #include "budget.h"
 #include "device/legal.h"
+#include "device/places.h"
 #include "device/property_lines.h"
 
 namespace extprop {
@@ -149,6 +153,7 @@ void Reporter::OnCallback(int mode, PropertyMap properties, const void* frame) {
     if (tells_events()) {
         event.operations = CallChain();
         event.map = tracker_.HandedOver(event.operations, frame);
+        event.inputs = TakeReads(event.operations);
     }
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
     static_cast<Handover&>(event) = Apply(std::move(properties));
@@ -181,10 +186,24 @@ void Reporter::OnKey(const std::string& name, const std::string& value) {
     Tell(KeyEvent{name, value});
 }
 
+void Reporter::OnWrite(const Edit& edit) {
+    const Unobserved unobserved;
+    if (!MakeEdit(edit)) {
+        last_file_->Set(edit.path.c_str());
+        _exit(kChangesFailed);
+    }
+    tracker_.Written(edit.path);
+}
+
 void Reporter::OnLog(android::base::LogSeverity severity, const char* file, unsigned line,
                      const char* message) {
     if (detail_ != Detail::kEverything) return;
     Send(LogEvent{SeverityName(severity), file, static_cast<int>(line), message});
+}
+
+void Reporter::OnStepEnd() {
+    TellIdle();
+    ReportLogo();
 }
 
 void Reporter::ReportLogo() {
@@ -212,6 +231,7 @@ void Reporter::OnOpen(const char* path, int flags) {
         }
     }
     if (writes) tracker_.Written(path);
+    if (!writes && wanted_ && tells_events()) AddSmallFile(path);
     if (detail_ == Detail::kEverything) Send(OpenEvent{path, writes});
 }
 
@@ -243,7 +263,63 @@ void Reporter::OnLoaded(const PropertyMap* properties, bool loaded) {
     }
 }
 
+void Reporter::AddRead(std::vector<std::string> operations, OperationInput input) {
+    constexpr size_t kMost = 1000;
+    std::lock_guard<std::mutex> lock(reads_mutex_);
+    if (reads_.size() < kMost) reads_.push_back({std::move(operations), std::move(input)});
+}
+
+// What an operation opens by itself, such as one that says a size, is one value.
+void Reporter::AddSmallFile(const char* path) {
+    constexpr size_t kSmall = 64;
+    // The lines of others are told of; a key may be all that a file has.
+    if (UseOf(path).value_or(FileUse::kKeyFile) != FileUse::kKeyFile) return;
+    std::vector<std::string> operations = CallChain();
+    if (operations.empty()) return;
+    const std::string content = LoadTracker::Content(path).value_or(std::string(kSmall + 1, '\0'));
+    if (content.size() > kSmall) return;
+    AddRead(std::move(operations), {path, android::base::Trim(content), path, 0});
+}
+
+// Takes what was read on the way to the call of init that these functions led to.
+std::vector<OperationInput> Reporter::TakeReads(const std::vector<std::string>& operations) {
+    std::lock_guard<std::mutex> lock(reads_mutex_);
+    std::vector<OperationInput> inputs;
+    for (auto read = reads_.begin(); read != reads_.end() && !operations.empty();) {
+        const auto& chain = read->operations;
+        if (std::find(chain.begin(), chain.end(), operations.front()) == chain.end()) {
+            ++read;
+            continue;
+        }
+        inputs.push_back(std::move(read->input));
+        read = reads_.erase(read);
+    }
+    return inputs;
+}
+
+// Tells of what was read for nothing, by the innermost function each.
+void Reporter::TellIdle() {
+    std::map<std::string, IdleEvent> idle;
+    {
+        std::lock_guard<std::mutex> lock(reads_mutex_);
+        for (Read& read : reads_) {
+            // The look-up itself is no operation.
+            auto& operations = read.operations;
+            if (operations.empty()) continue;
+            IdleEvent& event = idle[operations.front()];
+            event.operations = std::move(operations);
+            event.inputs.push_back(std::move(read.input));
+        }
+        reads_.clear();
+    }
+    for (auto& [operation, event] : idle) Tell(std::move(event));
+}
+
 void Reporter::OnPropertyGet(const std::string& name) {
+    if (wanted_ && tells_events() && !Unobserved::IsOn()) {
+        const Unobserved unobserved;
+        AddRead(CallChain(), {name, android::base::GetProperty(name, ""), std::nullopt, 0});
+    }
     if (!recorder_ || Unobserved::IsOn()) return;
     std::lock_guard<std::mutex> lock(record_mutex_);
     record_.asked.insert(name);
@@ -269,6 +345,16 @@ void Reporter::OnLookUp(const char* path, const char* name) {
             read.lines.push_back({line.number, full_name, std::string(line.value), true});
         }
         break;
+    }
+    if (wanted_) {
+        OperationInput input{event.name, "", event.source.value_or(event.path), 0};
+        for (const PropertyLine& line : PropertyLines(content, true)) {
+            if (line.number != event.line) continue;
+            input.name = line.name;
+            input.value = line.value;
+            input.line = line.number;
+        }
+        AddRead(event.operations, std::move(input));
     }
     Send(std::move(event));
     if (!read.lines.empty()) Send(std::move(read));
@@ -296,7 +382,9 @@ void Reporter::OnPropertySet(const std::string& name, const std::string& value) 
     Note(name, value);
     if (!tells_events()) return;
     const Unobserved unobserved;
-    Send(PropertyEvent{name, value, CallChain()});
+    PropertyEvent event{name, value, CallChain(), {}};
+    event.inputs = TakeReads(event.operations);
+    Send(std::move(event));
 }
 
 void Reporter::OnRestorecon(const char* path, unsigned int flags, int result) {

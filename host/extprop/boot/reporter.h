@@ -14,6 +14,7 @@
 #include "boot/load_recorder.h"
 #include "boot/load_tracker.h"
 #include "boot/message.h"
+#include "boot/what_if.h"
 #include "platform.h"
 
 namespace extprop {
@@ -43,8 +44,11 @@ class Reporter : public platform::Observer, private LoadListener {
     void MakeRecord(const DeviceImports& imports, const std::set<std::string>& watched);
     BootRecord TakeRecord();
 
-    // The system sets a switch key.
+    // The system sets a switch key, or whatever a step says.
     void OnKey(const std::string& name, const std::string& value);
+
+    // Another writes a file. The process ends if it cannot be written.
+    void OnWrite(const Edit& edit);
 
     // The callback of the library, called from the frame whose address is `frame` or one above.
     void OnCallback(int mode, PropertyMap properties, const void* frame);
@@ -59,6 +63,9 @@ class Reporter : public platform::Observer, private LoadListener {
 
     void OnLog(android::base::LogSeverity severity, const char* file, unsigned line,
                const char* message);
+
+    // A step ends. Reports what is known then.
+    void OnStepEnd();
 
     // Reports the logo that was written since the last time: the partition was opened for it after
     // its source, and begins with it now.
@@ -93,7 +100,19 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnLoadBegun(LoadEvent event) override { Tell(std::move(event)); }
     void OnLinesRead(LinesRead lines) override { Send(std::move(lines)); }
 
+    // What the operations read that are at work, in a traced boot.
+    struct Read {
+        std::vector<std::string> operations;
+        OperationInput input;
+    };
+    void AddSmallFile(const char* path);
+    void AddRead(std::vector<std::string> operations, OperationInput input);
+    std::vector<OperationInput> TakeReads(const std::vector<std::string>& operations);
+    void TellIdle();
+
     std::mutex mutex_;
+    std::mutex reads_mutex_;
+    std::vector<Read> reads_;
     size_t told_ = 0;  // bytes
     size_t opens_ = 0;
     std::atomic<uint64_t> opened_bytes_ = 0;

@@ -8,7 +8,10 @@
 #include <android-base/strings.h>
 
 #include "TesvoExtensionProperty/commands.h"
+#include "device/legal.h"
+#include "device/property_text.h"
 #include "input_error.h"
+#include "nearest.h"
 
 namespace extprop {
 
@@ -17,6 +20,8 @@ namespace {
 using namespace android::init;
 
 constexpr char kMediaRoots[] = "/my_";
+constexpr char kSetWord[] = "set";
+constexpr char kWriteWord[] = "write";
 
 std::vector<const char*> SwitchCommands() {
     std::vector<const char*> words;
@@ -103,6 +108,24 @@ const std::vector<StepKind>& StepKinds() {
              [](const StepContext& context, const std::string& path) {
                  context.extension->bindCustomizeMediaPath(path.c_str());
              }},
+            {kSetWord,
+             "NAME=VALUE",
+             "another than the library sets a property, such as a switch key",
+             nullptr,
+             {},
+             [](const StepContext& context, const std::string& text) {
+                 const auto [name, value] = ParseSetting(text);
+                 context.set(name, value);
+             }},
+            {kWriteWord,
+             "PATH=VALUE",
+             "another writes a file; of a key file VALUE may be the key",
+             nullptr,
+             {},
+             [](const StepContext& context, const std::string& text) {
+                 const size_t equals = text.find('=');
+                 context.write(text.substr(0, equals), text.substr(equals + 1));
+             }},
             {"reboot",
              nullptr,
              "start again: files and persist.* properties stay",
@@ -115,6 +138,11 @@ const std::vector<StepKind>& StepKinds() {
 
 bool Step::is_early() const {
     return std::string_view(kind->word) == "early";
+}
+
+std::optional<std::pair<std::string, std::string>> Step::setting() const {
+    if (std::string_view(kind->word) != kSetWord) return std::nullopt;
+    return ParseSetting(argument, "step set");
 }
 
 bool Step::switches_keys() const {
@@ -136,14 +164,46 @@ bool IsStepWord(const std::string& text) {
                        [&](const StepKind& kind) { return word == kind.word; });
 }
 
+namespace {
+
+// Throws InputError if nobody could do so.
+void CheckOthers(const Step& step) {
+    if (const auto setting = step.setting()) {
+        if (const auto reason = WhyRefused(setting->first, setting->second)) {
+            throw InputError("step '" + step.text + "': no phone has the property '" +
+                             setting->first + "': " + *reason);
+        }
+    } else if (step.argument[0] != '/' || step.argument.find('=') == std::string::npos) {
+        throw InputError("step '" + step.text + "': expected " + step.kind->word +
+                         ":PATH=VALUE with an absolute PATH");
+    }
+}
+
+}  // namespace
+
+std::string NearestStep(const std::string& text) {
+    constexpr size_t kNear = 2;
+    const size_t end = std::min(text.find(':'), text.size());
+    std::vector<std::string> words;
+    for (const StepKind& kind : StepKinds()) words.emplace_back(kind.word);
+    const std::string nearest = Nearest(text.substr(0, end), words, kNear);
+    return nearest.empty() ? "" : nearest + text.substr(end);
+}
+
 Step ParseStep(const std::string& text) {
-    if (!IsStepWord(text)) throw InputError("unknown step '" + text + "'; see extprop boot --help");
+    if (!IsStepWord(text)) {
+        const std::string nearest = NearestStep(text);
+        throw InputError("unknown step '" + text + "'" +
+                         (nearest.empty() ? "; see extprop boot --help" : Meant(nearest)));
+    }
     const size_t colon = text.find(':');
     const bool has_argument = colon != std::string::npos;
     const std::string word = text.substr(0, colon);
     for (const StepKind& kind : StepKinds()) {
         if (word == kind.word && has_argument == (kind.argument != nullptr)) {
-            return {&kind, has_argument ? text.substr(colon + 1) : "", text};
+            Step step = {&kind, has_argument ? text.substr(colon + 1) : "", text};
+            if (step.is_others()) CheckOthers(step);
+            return step;
         }
     }
     throw InputError("step '" + text + "': '" + word + "' takes " +
@@ -152,6 +212,7 @@ Step ParseStep(const std::string& text) {
 
 void CheckStep(const Step& step) {
     if (step.kind->argument == nullptr) return;
+    if (step.is_others()) return;  // of which ParseStep has seen to it
     const std::vector<const char*>& known = step.kind->arguments;
     std::string wanted;
     if (step.argument.empty()) {

@@ -16,6 +16,7 @@
 #include "TesvoExtensionProperty/names.h"
 #include "TesvoExtensionProperty/partitions.h"
 #include "boot/message.h"
+#include "boot/real_path.h"
 #include "device/inside.h"
 #include "device/legal.h"
 #include "device/property_lines.h"
@@ -29,8 +30,9 @@ using namespace android::init;
 
 // Returns the content with the property's lines changed; the rest stays byte by byte.
 std::string Edited(const std::string& content, const Edit& edit) {
-    const std::string line = edit.name + "=" + edit.value;
+    const std::string line = edit.name + "=" + edit.value.value_or("");
     std::vector<std::string> lines = android::base::Split(content, "\n");
+    std::vector<int> gone;
     bool found = false;
     std::string first;  // the name that a look-up would find
     for (const PropertyLine& known : PropertyLines(content, true)) {
@@ -38,7 +40,14 @@ std::string Edited(const std::string& content, const Edit& edit) {
         if (first.empty() && android::base::StartsWith(known.text, edit.name)) first = known.name;
         if (known.name != edit.name) continue;
         lines[known.number - 1] = line;
+        gone.push_back(known.number - 1);
         found = true;
+    }
+    if (!edit.value) {
+        for (auto number = gone.rbegin(); number != gone.rend(); ++number) {
+            lines.erase(lines.begin() + *number);
+        }
+        return android::base::Join(lines, "\n");
     }
     if (edit.looked_up && !first.empty() && first != edit.name) {
         lines.insert(lines.begin(), line);
@@ -47,31 +56,6 @@ std::string Edited(const std::string& content, const Edit& edit) {
         lines.insert(lines.end() - 1, line);
     }
     return android::base::Join(lines, "\n");
-}
-
-// Writes the file anew, as it was but for its content.
-bool Make(const Edit& edit) {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    fs::create_directories(fs::path(edit.path).parent_path(), error);
-    std::string content;
-    if (!edit.name.empty()) {
-        struct stat status;
-        const bool exists = stat(edit.path.c_str(), &status) == 0;
-        if (exists && !S_ISREG(status.st_mode)) {
-            errno = EINVAL;
-            return false;
-        }
-        if (exists && !android::base::ReadFileToString(edit.path, &content, true)) return false;
-        content = Edited(content, edit);
-    } else {
-        content = edit.value;
-    }
-    // The look-up refuses links, so one has to make way for what is to be found.
-    if (fs::is_symlink(edit.path, error) && (edit.looked_up || edit.name.empty())) {
-        unlink(edit.path.c_str());
-    }
-    return android::base::WriteStringToFile(content, edit.path, true);
 }
 
 // Adds the edits of the files that step persist takes the switch key from: the one that is read for
@@ -104,11 +88,12 @@ std::vector<Edit> EditsOf(const WhatIf& what_if) {
     return edits;
 }
 
-// Returns the path that cannot be written, if there is one.
-std::optional<std::string> FailingPath(const WhatIf& what_if) {
+// Returns the path that cannot be written, if there is one. Adds the edits that were made.
+std::optional<std::string> FailingPath(const WhatIf& what_if, std::vector<Edit>* made) {
     android::base::SetLogger([](auto&&...) {});  // the key files are loaded
-    for (const Edit& edit : EditsOf(what_if)) {
-        if (!Make(edit)) return edit.path;
+    for (Edit& edit : EditsOf(what_if)) {
+        if (!MakeEdit(edit)) return edit.path;
+        made->push_back(std::move(edit));
     }
     return std::nullopt;
 }
@@ -146,21 +131,96 @@ Edit ParseEdit(const std::string& text) {
             text.substr(equals + 1), false};
 }
 
-bool MakeChangesHere(const WhatIf& what_if) {
-    return !FailingPath(what_if);
+Edit ParseDeletion(const std::string& text) {
+    const size_t colon = text.find(':');
+    if (text.empty() || text[0] != '/' || colon + 1 == text.size()) {
+        throw InputError("--delete '" + text +
+                         "': expected PATH or PATH:NAME with an absolute PATH");
+    }
+    return {text.substr(0, colon), colon == std::string::npos ? "" : text.substr(colon + 1),
+            std::nullopt, false};
 }
 
-void MakeChanges(const WhatIf& what_if, const sandbox::Sandbox& root) {
+std::string EditWords(const Edit& edit) {
+    std::string words = (edit.value ? "--edit " : "--delete ") + edit.path;
+    if (!edit.name.empty()) words += ":" + edit.name;
+    return edit.value ? words + "=" + *edit.value : words;
+}
+
+Edit WholeFile(const std::string& path, const std::string& text) {
+    for (const FixedFile& file : FixedFiles()) {
+        if (path != file.path || file.property == nullptr) continue;
+        if (text.find('=') == std::string::npos) {
+            return {path, "", file.property + ("=" + text) + "\n", false};
+        }
+    }
+    return {path, "", text + "\n", false};
+}
+
+// Writes the file anew, as it was but for its content.
+bool MakeEdit(const Edit& edit) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    struct stat status;
+    const bool exists = stat(edit.path.c_str(), &status) == 0;
+    if (exists && !S_ISREG(status.st_mode)) {
+        errno = EINVAL;
+        return false;
+    }
+    if (!edit.value && (!exists || edit.name.empty())) {
+        return unlink(edit.path.c_str()) == 0 || errno == ENOENT || errno == ENOTDIR;
+    }
+    std::string content;
+    if (!edit.name.empty()) {
+        if (exists && !android::base::ReadFileToString(edit.path, &content, true)) return false;
+        content = Edited(content, edit);
+    } else {
+        content = *edit.value;
+    }
+    fs::create_directories(fs::path(edit.path).parent_path(), error);
+    // The look-up refuses links, so one has to make way for what is to be found.
+    if (fs::is_symlink(edit.path, error) && (edit.looked_up || edit.name.empty())) {
+        unlink(edit.path.c_str());
+    }
+    return android::base::WriteStringToFile(content, edit.path, true);
+}
+
+bool MakeChangesHere(const WhatIf& what_if) {
+    std::vector<Edit> made;
+    return !FailingPath(what_if, &made);
+}
+
+std::map<std::pair<std::string, std::string>, bool> MakeChanges(const WhatIf& what_if,
+                                                                const sandbox::Sandbox& root) {
+    using nlohmann::json;
     constexpr std::chrono::seconds kLimit(60);
-    const auto failing = AskInside(
-            root, [&] { return nlohmann::json(FailingPath(what_if).value_or("")); }, kLimit);
-    if (!failing)
+    const auto answer = AskInside(
+            root,
+            [&] {
+                std::vector<Edit> made;
+                const std::string failing = FailingPath(what_if, &made).value_or("");
+                json lines = json::array();
+                for (size_t i = 0; i < made.size(); ++i) {
+                    const bool for_variant = i + what_if.edits.size() < made.size();
+                    const std::string own = RealPath(made[i].path, true).value_or(made[i].path);
+                    lines.push_back({own, made[i].name, for_variant});
+                }
+                return json::array({failing, lines});
+            },
+            kLimit);
+    if (!answer)
         throw InputError(
                 "it cannot be told which key files say otherwise: the library does not come back "
                 "from them");
-    if (!failing->get<std::string>().empty()) {
-        throw InputError(failing->get<std::string>() + ": cannot be changed for a try");
+    if (const auto failing = answer->at(0).get<std::string>(); !failing.empty()) {
+        throw InputError(failing + ": cannot be changed for a try");
     }
+    std::map<std::pair<std::string, std::string>, bool> lines;
+    for (const json& line : answer->at(1)) {
+        lines[{line.at(0).get<std::string>(), line.at(1).get<std::string>()}] =
+                line.at(2).get<bool>();
+    }
+    return lines;
 }
 
 }  // namespace extprop

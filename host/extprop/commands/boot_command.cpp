@@ -4,6 +4,7 @@
 
 #include "commands/command.h"
 #include "commands/options.h"
+#include "coverage/idle.h"
 #include "device/property_text.h"
 #include "explain/explain.h"
 #include "input_error.h"
@@ -37,7 +38,15 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
     Report report;
     if (page.empty()) {
         if (quiet) options.plan.detail = Detail::kNothing;
-        report = PreparedDevice(options).Boot();
+        PreparedDevice prepared(options);
+        report = prepared.Boot();
+        if (quiet && report.failure) {
+            // Once more for what can be told of it.
+            options.plan.detail = Detail::kEverything;
+            prepared.Reset(options);
+            report = prepared.Boot();
+        }
+        NoteIdleWhatIfs(&prepared, options, &report);
     } else {
         const Explanation explanation = Explain(options, {kEverything}, &report);
         WriteOutput(page, InputsOf(device, arguments), ReportPage(report, explanation));

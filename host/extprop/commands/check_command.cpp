@@ -1,6 +1,8 @@
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 
+#include "budget.h"
 #include "commands/command.h"
 #include "commands/matrix_options.h"
 #include "commands/options.h"
@@ -36,11 +38,32 @@ constexpr char kFormatHelp[] =
         "          ro.debug: {set: false}\n"
         "          ro.region.name: {from: /mnt/vendor/my_region/build.prop}\n";
 
+// A device that cannot be read is no result.
+void CheckReadable(const sandbox::Sandbox& root) {
+    std::vector<std::string> errors;
+    for (const std::string& path : root.Unreadable()) {
+        errors.push_back("check: " + path +
+                         " cannot be read by this user, though init could, so there is no result");
+    }
+    if (!errors.empty()) throw InputError(errors);
+}
+
+// Throws InputError if somebody wrote the file.
+void CheckRecorded(const std::string& file, const std::string& device) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file, error)) return;
+    const std::string content = ReadInput(file, {device}, limits::kText);
+    if (content.empty() || WasRecorded(content)) return;
+    throw InputError(file + ": this was not recorded, so somebody wrote it; --force replaces it");
+}
+
 ExitStatus Record(const std::string& device, const std::string& file,
                   const BootArguments& arguments, int jobs) {
     Matrix matrix(OptionsOf(device, arguments), jobs);
     const Summary summary =
             Collect(&matrix, ChosenVariants(matrix.space(), {})).Summarize({kEverything});
+    PrintNotes(matrix.base().notes);
+    CheckReadable(matrix.root());
     for (const SummaryVariant& variant : summary.variants) {
         if (!variant.failure) continue;
         Tell("nothing is recorded; " + VariantText(variant.variant) + ": " +
@@ -74,6 +97,7 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     BootArguments arguments;
     int jobs = 1;
     bool record = false;
+    bool force = false;
     bool json = false;
     std::string junit;
     std::string markdown;
@@ -89,6 +113,7 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     AddJobsOption(&line, &jobs);
     line.AddFlag("--record", &record,
                  "Write the file so that it expects what the device does today");
+    line.AddFlag("--force", &force, "With --record: replace a file that was not recorded too");
     line.AddFlag("--json", &json, "Print one JSON document");
     line.AddOption("--junit", "FILE", &junit, "Write a JUnit report to FILE as well");
     line.AddOption("--markdown", "FILE", &markdown,
@@ -106,6 +131,8 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     }
     if (files.empty()) throw InputError("check: no EXPECTATIONS file is given, only steps");
     if (record && files.size() > 1) throw InputError("check: --record writes one file");
+    if (force && !record) throw InputError("check: --force goes with --record");
+    if (record && !force) CheckRecorded(files.front(), device);
     if (record) return Record(device, files.front(), arguments, jobs);
 
     std::vector<Expectations> read;
@@ -137,10 +164,12 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
             checker.Add(number, outcome);
         });
         checker.Finish(&result);
+        CheckReadable(matrix.root());
     }
     if (phone_path && result.cases.empty()) {
         throw InputError(*phone_path + ": no expectation is about this phone's variant");
     }
+    PrintNotes(result.notes);
     std::vector<std::string> inputs = InputsOf(device, arguments);
     inputs.insert(inputs.end(), files.begin(), files.end());
     inputs.push_back(phone_path.value_or(""));

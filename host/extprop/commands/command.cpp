@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <iostream>
+#include <set>
 
 #include "output/tell.h"
 #include "output/text.h"
@@ -15,7 +16,10 @@ CommandLine LineOf(const Command& command) {
 }
 
 void PrintNotes(const std::vector<std::string>& notes) {
-    for (const std::string& note : notes) Tell("note: " + note);
+    static std::set<std::string> told;
+    for (const std::string& note : notes) {
+        if (told.insert(note).second) Tell("note: " + note);
+    }
 }
 
 ExitStatus Warn(const Report& report) {

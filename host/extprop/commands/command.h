@@ -30,7 +30,7 @@ ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& wor
 // Returns the command's line, to which the command adds what it takes.
 CommandLine LineOf(const Command& command);
 
-// Says the notes on standard error.
+// Says the notes on standard error, each once in a run.
 void PrintNotes(const std::vector<std::string>& notes);
 
 // Says on standard error what the user should know of a boot besides its outcome, and returns the

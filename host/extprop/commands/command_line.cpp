@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include "input_error.h"
+#include "nearest.h"
 
 namespace extprop {
 
@@ -116,11 +117,28 @@ void CommandLine::AddFooter(const std::string& text) {
     parser_->footer(parser_->get_footer() + text);
 }
 
+std::string CommandLine::HintOn(const std::vector<std::string>& words) const {
+    constexpr size_t kNear = 3;
+    std::vector<std::string> known;
+    for (const CLI::Option* option : parser_->get_options()) {
+        for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+    }
+    for (const std::string& word : words) {
+        const std::string name = word.substr(0, word.find('='));
+        if (name.rfind("--", 0) != 0 || parser_->get_option_no_throw(name) != nullptr) continue;
+        return Meant(Nearest(name, known, std::min(kNear, name.size() / 3)));
+    }
+    return "";
+}
+
 bool CommandLine::Parse(std::vector<std::string> words) {
+    const std::vector<std::string> given = words;
     std::reverse(words.begin(), words.end());  // as CLI11 takes them
     try {
         parser_->parse(words);
         return true;
+    } catch (const CLI::ExtrasError& error) {
+        throw InputError(error.what() + HintOn(given));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) throw InputError(error.what());
         parser_->exit(error);

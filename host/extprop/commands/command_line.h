@@ -66,6 +66,9 @@ class CommandLine {
     bool Parse(std::vector<std::string> words);
 
   private:
+    // Returns what the first of the words that is no option may have been meant to be.
+    std::string HintOn(const std::vector<std::string>& words) const;
+
     struct Parser;
     std::unique_ptr<Parser> parser_;
 };

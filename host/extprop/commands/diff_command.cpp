@@ -4,6 +4,7 @@
 
 #include "commands/command.h"
 #include "commands/options.h"
+#include "coverage/idle.h"
 #include "input_error.h"
 #include "output/documents.h"
 #include "output/text.h"
@@ -55,8 +56,10 @@ ExitStatus RunDiff(const Command& command, const std::vector<std::string>& words
         if (devices.empty()) throw InputError("diff: no DEVICE is given, only steps");
         if (devices.size() > 2) throw InputError("diff: more than two devices are given");
         arguments.other_device = i == 1 ? devices.front() : devices.back();
-        PreparedDevice device(OptionsOf(i == 1 ? devices.back() : devices.front(), arguments));
+        const BootOptions options = OptionsOf(i == 1 ? devices.back() : devices.front(), arguments);
+        PreparedDevice device(options);
         reports[i] = device.Boot(&tracers[i], [](const std::string&) { return true; });
+        NoteIdleWhatIfs(&device, options, &reports[i]);
         status = std::max(status, Warn(reports[i]));
     }
     const Difference difference = Diff(reports[0], tracers[0], reports[1], tracers[1]);

@@ -18,8 +18,10 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
     std::vector<std::string> names_and_steps;
     BootArguments arguments;
     std::string page;
+    std::vector<std::string> values;
     bool all = false;
     bool json = false;
+    bool verbose = false;
 
     CommandLine line = LineOf(command);
     line.AddArgument("DEVICE", &device, kDeviceHelp);
@@ -27,8 +29,12 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
                       "Names of properties, or patterns such as 'ro.product.*'; and steps, listed "
                       "below");
     line.AddFlag("--all", &all, "Explain every property");
+    line.AddOption("--value", "VALUE", &values,
+                   "Tell of the lines, and of what else, that has this value, of NAME or of any "
+                   "property");
     AddBootOptions(&line, &arguments);
     line.AddFlag("--json", &json, "Print one JSON document");
+    line.AddFlag("--verbose,-v", &verbose, "Print every line that has the property");
     line.AddOption("--html", "FILE", &page,
                    "With --all: write a page for the browser to FILE as well");
     if (!line.Parse(words)) return kDone;
@@ -38,21 +44,26 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
     for (const std::string& word : names_and_steps) {
         (IsStepWord(word) ? arguments.steps : patterns).push_back(word);
     }
-    if (patterns.empty()) throw InputError("explain: no NAME is given, nor --all");
+    if (patterns.empty() && values.empty()) {
+        throw InputError("explain: no NAME is given, nor --all or --value");
+    }
+    if (patterns.empty()) patterns = {kEverything};
     if (!page.empty() && !all) throw InputError("explain: --html goes with --all");
 
     Report report;
-    const Explanation explanation = Explain(OptionsOf(device, arguments), patterns, &report);
+    const Explanation explanation =
+            Explain(OptionsOf(device, arguments), patterns, &report, values);
     const ExitStatus status = Warn(report);
     if (!page.empty())
         WriteOutput(page, InputsOf(device, arguments), ReportPage(report, explanation));
     if (json) {
         PrintJson(explanation, std::cout);
     } else {
-        std::cout << ExplanationText(explanation, WantColours());
+        std::cout << ExplanationText(explanation, WantColours(), verbose);
     }
-    for (const std::string& pattern : explanation.unknown) {
-        Tell("no property file or step has '" + pattern + "'");
+    for (size_t i = 0; i < explanation.unknown.size(); ++i) {
+        Tell("no property file or step has '" + explanation.unknown[i] + "'" +
+             explanation.hints[i]);
     }
     return status == kDone && !explanation.unknown.empty() ? kBadInput : status;
 }

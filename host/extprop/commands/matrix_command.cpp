@@ -1,8 +1,14 @@
 #include <stdio.h>
 
+#include <algorithm>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <iostream>
+#include <map>
+#include <set>
+
+#include <android-base/strings.h>
 
 #include "commands/command.h"
 #include "commands/matrix_options.h"
@@ -12,20 +18,30 @@
 #include "input_error.h"
 #include "matrix/lines.h"
 #include "named_file.h"
+#include "nearest.h"
 #include "output/documents.h"
 #include "output/markdown.h"
 #include "output/matrix_text.h"
 #include "output/page.h"
 #include "output/tell.h"
+#include "printable.h"
 
 namespace extprop {
 
 namespace {
 
+// Only the variants that have this value of a property are asked for.
+struct WantedValue {
+    std::string pattern;
+    std::string value;
+};
+
 struct MatrixArguments {
     std::vector<std::string> words;  // DEVICE, DEVICE, NAME and STEP
     std::vector<std::string> devices;
-    std::vector<std::string> names;
+    std::vector<std::string> names;  // patterns, without the values that were given with them
+    std::vector<WantedValue> values;
+    std::vector<std::string> any_values;  // of --value
     BootArguments boot;
     ChoiceArguments choice;
     std::string shard;
@@ -36,6 +52,54 @@ struct MatrixArguments {
     bool json = false;
 };
 
+// Takes NAME or NAME=VALUE.
+void AddName(const std::string& word, MatrixArguments* arguments) {
+    const size_t equals = word.find('=');
+    arguments->names.push_back(word.substr(0, equals));
+    if (equals == std::string::npos) return;
+    arguments->values.push_back({word.substr(0, equals), word.substr(equals + 1)});
+}
+
+// The values of --value are those of the names, or of any property.
+void FinishNames(MatrixArguments* arguments) {
+    if (arguments->any_values.empty()) return;
+    if (arguments->names.empty()) arguments->names = {kEverything};
+    for (const std::string& name : arguments->names) {
+        for (const std::string& value : arguments->any_values) {
+            arguments->values.push_back({name, value});
+        }
+    }
+}
+
+// Returns whether the value is asked for: one of those that are named, if the property has some.
+bool IsWanted(const std::string& name, const std::optional<std::string>& value,
+              const std::vector<WantedValue>& wanted) {
+    bool is_free = true;
+    for (const WantedValue& each : wanted) {
+        if (!Matches(name, {each.pattern})) continue;
+        if (value == each.value) return true;
+        is_free = false;
+    }
+    return is_free;
+}
+
+// Keeps the values that are asked for, and the properties that have some.
+void KeepWanted(const std::vector<WantedValue>& wanted, Summary* summary) {
+    auto& properties = summary->properties;
+    for (SummaryProperty& property : properties) {
+        auto& values = property.values;
+        values.erase(std::remove_if(values.begin(), values.end(),
+                                    [&](const SummaryValue& value) {
+                                        return !IsWanted(property.name, value.value, wanted);
+                                    }),
+                     values.end());
+    }
+    properties.erase(
+            std::remove_if(properties.begin(), properties.end(),
+                           [](const SummaryProperty& each) { return each.values.empty(); }),
+            properties.end());
+}
+
 void DivideArguments(MatrixArguments* arguments) {
     for (const std::string& word : arguments->words) {
         if (IsStepWord(word)) {
@@ -45,9 +109,10 @@ void DivideArguments(MatrixArguments* arguments) {
                     std::filesystem::exists(word))) {
             arguments->devices.push_back(word);
         } else {
-            arguments->names.push_back(word);
+            AddName(word, arguments);
         }
     }
+    FinishNames(arguments);
     if (arguments->devices.size() > 2) throw InputError("matrix: more than two devices are given");
 }
 
@@ -68,18 +133,56 @@ std::optional<Shard> KeepShard(const std::string& words, std::vector<Variant>* v
     return shard;
 }
 
-// Prints the names that no variant has. Returns whether there is one.
-bool TellUnknown(const std::vector<std::string>& patterns, const Summary& summary) {
+// Tells of the names, and of the values, that no variant has. `all` are all properties, with all
+// values. Returns whether there is one.
+bool TellUnknown(const MatrixArguments& arguments, const Summary& all) {
     std::vector<std::string> names;
-    for (const SummaryProperty& property : summary.properties) names.push_back(property.name);
-    const std::vector<std::string> unknown = Unmatched(patterns, names);
-    for (const std::string& pattern : unknown) {
-        Tell("no variant has '" + pattern + "'");
+    std::map<std::string, std::string> name_of;  // by value
+    for (const SummaryProperty& property : all.properties) {
+        names.push_back(property.name);
+        for (const SummaryValue& value : property.values) {
+            if (value.value) name_of.emplace(*value.value, property.name);
+        }
     }
-    return !unknown.empty();
+    const std::vector<std::string> unknown = Unmatched(arguments.names, names);
+    for (const std::string& pattern : unknown) {
+        std::string text = "no variant has a property " + Quoted(pattern);
+        const std::string hint = HintOf(pattern, names, name_of);
+        if (hint.empty()) text += ", and there is no such file or directory";
+        Tell(text + hint);
+    }
+    bool has_unknown = !unknown.empty();
+    std::set<std::string> told;
+    for (const WantedValue& wanted : arguments.values) {
+        std::set<std::string> values;
+        bool is_known = false;
+        for (const SummaryProperty& property : all.properties) {
+            for (const SummaryValue& value : property.values) {
+                if (!Matches(property.name, {wanted.pattern}) || !value.value) continue;
+                values.insert(*value.value);
+                is_known |= value.value == wanted.value;
+            }
+        }
+        if (is_known || values.empty() || !told.insert(wanted.value).second) continue;
+        constexpr size_t kMostListed = 8;
+        std::string text = "no variant has the value " + Quoted(wanted.value);
+        if (wanted.pattern != kEverything) text += " of " + wanted.pattern;
+        if (values.size() <= kMostListed) {
+            text += "; there are " +
+                    android::base::Join(std::vector<std::string>(values.begin(), values.end()),
+                                        ", ");
+        } else {
+            text += Meant(Nearest(wanted.value, {values.begin(), values.end()}, 2));
+        }
+        Tell(text);
+        has_unknown = true;
+    }
+    return has_unknown;
 }
 
-ExitStatus Print(const Summary& summary, const MatrixArguments& arguments) {
+// `all` returns the summary of all properties.
+ExitStatus Print(const Summary& summary, const MatrixArguments& arguments,
+                 const std::function<Summary()>& all) {
     if (!arguments.page.empty()) {
         std::vector<std::string> inputs = arguments.merged;
         if (!arguments.devices.empty()) inputs = InputsOf(arguments.devices[0], arguments.boot);
@@ -88,19 +191,23 @@ ExitStatus Print(const Summary& summary, const MatrixArguments& arguments) {
     if (arguments.json) {
         std::cout << SummaryLine(summary);
     } else {
-        std::cout << SummaryText(summary);
+        std::cout << SummaryText(summary, !arguments.names.empty());
     }
     for (const SummaryVariant& variant : summary.variants) {
         if (variant.failure) return kLibraryFailed;
     }
-    return TellUnknown(arguments.names, summary) ? kBadInput : kDone;
+    if (arguments.names.empty()) return kDone;
+    return TellUnknown(arguments, all()) ? kBadInput : kDone;
 }
 
 ExitStatus Merge(MatrixArguments arguments) {
     LineMerger merger;
     for (const std::string& file : arguments.merged) merger.Read(file);
-    arguments.names = arguments.words;
-    return Print(merger.Summarize(arguments.names), arguments);
+    for (const std::string& word : arguments.words) AddName(word, &arguments);
+    FinishNames(&arguments);
+    Summary summary = merger.Summarize(arguments.names);
+    KeepWanted(arguments.values, &summary);
+    return Print(summary, arguments, [&] { return merger.Summarize({kEverything}); });
 }
 
 ExitStatus Compare(MatrixArguments arguments) {
@@ -128,7 +235,15 @@ ExitStatus Compare(MatrixArguments arguments) {
         summaries[i].device = arguments.devices[i];
     }
     CheckSomeAreLeft(summaries[0].variants.size() + summaries[1].variants.size(), arguments.choice);
-    const MatrixDifference difference = extprop::Compare(summaries[0], summaries[1]);
+    MatrixDifference difference = extprop::Compare(summaries[0], summaries[1]);
+    auto& changes = difference.changes;
+    changes.erase(std::remove_if(changes.begin(), changes.end(),
+                                 [&](const MatrixChange& change) {
+                                     return !IsWanted(change.name, change.a, arguments.values) &&
+                                            !IsWanted(change.name, change.b, arguments.values);
+                                 }),
+                  changes.end());
+    for (const Matrix& matrix : matrices) PrintNotes(matrix.root().Notes());
     if (!arguments.markdown.empty()) {
         WriteOutput(arguments.markdown, InputsOf(arguments.devices[1], arguments.boot),
                     MatrixMarkdown(difference));
@@ -163,12 +278,14 @@ ExitStatus Show(const MatrixArguments& arguments) {
                 if (arguments.json) std::cout << writer.Line(variant, outcome) << std::flush;
             });
     Summary summary = collector.Summarize(arguments.names);
+    KeepWanted(arguments.values, &summary);
     summary.device = matrix.device();
     summary.shard = shard;
     if (shard && arguments.names.empty()) summary.same = collector.SameEverywhere(summary);
     FindOrigins(&matrix, &summary);
     summary.dead = std::move(dead);
-    return Print(summary, arguments);
+    PrintNotes(matrix.root().Notes());
+    return Print(summary, arguments, [&] { return collector.Summarize({kEverything}); });
 }
 
 ExitStatus List(const MatrixArguments& arguments) {
@@ -198,6 +315,9 @@ ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& wor
             "and steps, listed below");
     AddBootOptions(&line, &arguments.boot);
     AddChoiceOptions(&line, &arguments.choice);
+    line.AddOption("--value", "VALUE", &arguments.any_values,
+                   "Tell which variants have this value, of the names or of any property; "
+                   "NAME=VALUE does so for one NAME");
     line.AddFlag("--list", &arguments.list,
                  "Print what the axes can be and how many variants would be booted");
     line.AddOption("--shard", "I/N", &arguments.shard,

@@ -1,6 +1,7 @@
 #include "commands/options.h"
 
 #include <algorithm>
+#include <filesystem>
 
 #include "TesvoExtensionProperty/commands.h"
 #include "commands/command.h"
@@ -81,6 +82,9 @@ void AddBootOptions(CommandLine* line, BootArguments* arguments) {
     line->AddOption("--edit", "PATH:NAME=VALUE", &arguments->edits,
                     "What if the property's line in the device's file PATH had this value, or "
                     "were added at its end");
+    line->AddOption(
+            "--delete", "PATH[:NAME]", &arguments->deletions,
+            "What if the device's file PATH, or the property's lines in it, were not there");
     AddImageOptions(line, &arguments->images);
     line->AddOption("--request", "VALUE", &arguments->requests, RequestHelp());
     line->AddFlag("--no-complete", &arguments->no_complete,
@@ -106,6 +110,9 @@ void AddProperty(const std::string& where, const std::string& name, const std::s
 }  // namespace
 
 BootOptions OptionsOf(const std::string& device, const BootArguments& arguments) {
+    if (IsStepWord(device) && !std::filesystem::exists(device)) {
+        throw InputError("'" + device + "' is a step; DEVICE comes before the steps");
+    }
     BootOptions options;
     options.device = device;
     options.images = ImageOptionsOf(arguments.images);
@@ -145,6 +152,9 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
         }
     }
     options.what_if.variant = arguments.what_if;
+    for (const std::string& deletion : arguments.deletions) {
+        options.what_if.edits.push_back(ParseDeletion(deletion));
+    }
     for (const std::string& edit : arguments.edits) {
         options.what_if.edits.push_back(ParseEdit(edit));
     }

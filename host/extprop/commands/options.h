@@ -28,6 +28,7 @@ struct BootArguments {
     std::vector<std::string> property_files;
     std::vector<std::string> requests;
     std::vector<std::string> edits;
+    std::vector<std::string> deletions;
     ImageArguments images;
     Variant what_if;
     bool any_word = false;

@@ -41,7 +41,9 @@ PropertyMap GivenBy(const BootOptions& options) {
         const auto& value = options.what_if.variant[axis];
         if (value && PropertyOf(axis) != nullptr) given[PropertyOf(axis)] = *value;
     }
-    for (const Edit& edit : options.what_if.edits) given[edit.name] = edit.value;
+    for (const Edit& edit : options.what_if.edits) {
+        if (edit.value) given[edit.name] = *edit.value;
+    }
     return given;
 }
 

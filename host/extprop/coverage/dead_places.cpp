@@ -165,6 +165,7 @@ class Finder {
         constexpr size_t kNear = 2;
         std::vector<std::string> names;
         for (const FixedFile& file : FixedFiles()) {
+            if (path == file.path) return;  // a boot may delete it before it would read it
             if (Dirname(file.path) == Dirname(path)) names.push_back(Basename(file.path));
         }
         if (const std::string near = Nearest(Basename(path), names, kNear); !near.empty()) {

@@ -19,6 +19,18 @@ bool DeviceTree::Find(const std::string& path, bool follow, Place* place) const 
     return true;
 }
 
+std::vector<std::string> DeviceTree::Names(const std::string& directory) const {
+    std::vector<std::string> names;
+    std::vector<sandbox::Listed> listed;
+    sandbox::Entry entry;
+    const std::string path = directory.empty() ? "/" : directory;
+    if (view_.Find(path, true, &entry) < 0 || !entry.exists || !entry.is_directory()) return names;
+    if (view_.List(entry, &listed) < 0) return names;
+    for (sandbox::Listed& each : listed) names.push_back(std::move(each.name));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 bool DeviceTree::Read(const std::string& path, size_t most, std::string* content) const {
     const long error = view_.Read(path, most, content);
     errno = static_cast<int>(-error);

@@ -36,6 +36,9 @@ class DeviceTree {
     std::vector<Place> All(const std::vector<std::string>& left_out,
                            std::vector<std::string>* unreadable) const;
 
+    // Returns the names in the directory, in their order; none if there is no such directory.
+    std::vector<std::string> Names(const std::string& directory) const;
+
     // Puts in the content of the regular file at `path`, which is no link and has at most `most`
     // bytes. Returns false, with errno set, if that cannot be.
     bool Read(const std::string& path, size_t most, std::string* content) const;

@@ -13,7 +13,7 @@ namespace {
 
 using android::base::Trim;
 
-constexpr char kSeparator[] = "]: [";
+constexpr char kNameFromValue[] = "]: [";
 
 }  // namespace
 
@@ -22,17 +22,18 @@ bool CanBeValue(const std::string& text) {
            text.find_first_of(std::string("\n\0", 2)) == std::string::npos;
 }
 
-std::pair<std::string, std::string> ParseSetting(const std::string& text) {
+std::pair<std::string, std::string> ParseSetting(const std::string& text,
+                                                 const std::string& option) {
     const size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0) {
-        throw InputError("--set '" + text + "': expected NAME=VALUE");
+        throw InputError(option + " '" + text + "': expected NAME=VALUE");
     }
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
 void PrintProperties(const PropertyMap& properties, bool for_terminal, std::ostream& out) {
     for (const auto& [name, value] : properties) {
-        const std::string line = "[" + name + kSeparator + value + "]";
+        const std::string line = "[" + name + kNameFromValue + value + "]";
         out << (for_terminal ? Printable(line) : line) << "\n";
     }
 }

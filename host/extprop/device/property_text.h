@@ -16,7 +16,8 @@ using android::init::PropertyMap;
 bool CanBeValue(const std::string& text);
 
 // Splits "NAME=VALUE". Throws InputError if there is no "=" or no name before it.
-std::pair<std::string, std::string> ParseSetting(const std::string& text);
+std::pair<std::string, std::string> ParseSetting(const std::string& text,
+                                                 const std::string& option = "--set");
 
 // Prints "[name]: [value]\n" for each property, byte for byte unless it is for a terminal.
 void PrintProperties(const PropertyMap& properties, bool for_terminal, std::ostream& out);

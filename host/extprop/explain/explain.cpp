@@ -6,7 +6,9 @@
 #include <stdexcept>
 
 #include "coverage/coverage.h"
+#include "coverage/idle.h"
 #include "coverage/workers.h"
+#include "nearest.h"
 
 namespace extprop {
 
@@ -100,18 +102,124 @@ void AskCoverage(const std::vector<std::pair<std::string, Origin*>>& unloaded,
     }
 }
 
-}  // namespace
-
-Explanation Explain(const BootOptions& options, const std::vector<std::string>& patterns,
-                    Report* report) {
-    PreparedDevice device(options);
-    const auto all = [](const ExplainedProperty&, const Origin&) { return true; };
-    return Explain(&device, options, patterns, all, report);
+// Nobody knows what would have become of what the failing step loaded, nor what else the boot would
+// have loaded.
+void SayWhatWasLost(const BootFailure& failure, Explanation* explanation) {
+    for (ExplainedProperty& property : explanation->properties) {
+        for (Origin& origin : property.origins) {
+            if (origin.fate == Fate::kNotHandedOn && origin.step == failure.step) {
+                origin.reason = "the library did not survive the step";
+            } else if (origin.fate == Fate::kNotLoaded && !origin.required) {
+                origin.reason = "the library did not survive the boot";
+            }
+        }
+    }
 }
 
-Explanation Explain(PreparedDevice* device, const BootOptions& options,
-                    const std::vector<std::string>& patterns, const IsAsked& is_asked,
-                    Report* report) {
+// Adds what is to be known of what was looked for after the boot, too.
+void AddNotes(const sandbox::Sandbox& root, Report* report) {
+    try {
+        for (std::string& note : root.Notes()) {
+            const auto& known = report->notes;
+            if (std::find(known.begin(), known.end(), note) != known.end()) continue;
+            report->notes.push_back(std::move(note));
+        }
+    } catch (const std::runtime_error&) {
+        // What is damaged was told of when it was looked for.
+    }
+}
+
+// Tells of the properties that an operation makes of what it reads, and did not.
+void AddIdle(const std::map<std::string, std::vector<OperationInput>>& idle,
+             const std::vector<std::string>& patterns, const std::vector<std::string>& values,
+             Explanation* explanation) {
+    constexpr struct {
+        const char* operation;
+        const char* property;
+    } kMade[] = {
+            {"updateMarketName", "ro.vendor.tesvo.market.name"},
+            {"updateMarketName", "ro.product.littletail_type"},
+            {"updateMarketName", "ro.product.littletail_model"},
+            {"loadSpecialProperties", "ro.vendor.tesvo.exp.version"},
+            {"loadSpecialProperties", "ro.tesvo.customize.display.version_name"},
+            {"loadCustomizeDisplayVersionName", "ro.tesvo.customize.display.version_name"},
+            {"checkAndRestoreChannelInfo", "persist.sys.recopy.preload.opinstalled"},
+    };
+    if (!values.empty()) return;
+    auto& properties = explanation->properties;
+    for (const auto& made : kMade) {
+        const auto read = idle.find(made.operation);
+        if (read == idle.end() || !Matches(made.property, patterns)) continue;
+        const bool is_asked = std::count(patterns.begin(), patterns.end(), made.property) != 0;
+        auto place = std::lower_bound(properties.begin(), properties.end(), made.property,
+                                      [](const ExplainedProperty& property, const char* name) {
+                                          return property.name < name;
+                                      });
+        const bool is_there = place != properties.end() && place->name == made.property;
+        if (!is_there && !is_asked) continue;
+        if (!is_there) place = properties.insert(place, {made.property, std::nullopt, {}, {}});
+        if (place->value) continue;
+        place->idle.push_back(std::string(made.operation) + " made nothing of " +
+                              InputsText(read->second));
+    }
+}
+
+// Keeps the origins that have one of the values.
+void KeepValues(const std::vector<std::string>& values, Origins* origins) {
+    const auto is_other = [&](const Origin& origin) {
+        return std::find(values.begin(), values.end(), origin.value) == values.end();
+    };
+    for (auto& [name, known] : *origins) {
+        known.erase(std::remove_if(known.begin(), known.end(), is_other), known.end());
+    }
+}
+
+// Puts in what the patterns that match nothing may have been meant to be.
+void FindHints(const PreparedDevice& device, std::chrono::seconds limit, const Report& report,
+               Explanation* explanation) {
+    explanation->hints.resize(explanation->unknown.size());
+    if (explanation->unknown.empty()) return;
+    std::set<std::string> names;
+    std::map<std::string, std::string> name_of;  // by value
+    const auto add = [&](const std::string& name, const std::string& value) {
+        names.insert(name);
+        name_of.emplace(value, name);
+    };
+    for (const auto& [name, value] : report.properties) add(name, value);
+    try {
+        const auto all = [](const std::string&) { return true; };
+        for (const SurveyedFile& file : TakeSurvey(device.root(), all, limit).files) {
+            for (const LineRead& line : file.lines) add(line.name, line.value);
+        }
+    } catch (const std::runtime_error&) {
+        // Those of the boot have to do.
+    }
+    for (size_t i = 0; i < explanation->unknown.size(); ++i) {
+        explanation->hints[i] =
+                HintOf(explanation->unknown[i], {names.begin(), names.end()}, name_of);
+    }
+}
+
+}  // namespace
+
+std::string HintOf(const std::string& word, const std::vector<std::string>& names,
+                   const std::map<std::string, std::string>& name_of) {
+    constexpr size_t kNear = 3;
+    if (const auto value = name_of.find(word); value != name_of.end() && !word.empty()) {
+        return "; it is a value, of " + value->second + ": --value finds those";
+    }
+    const std::string step = NearestStep(word);
+    return Meant(step.empty() ? Nearest(word, names, std::min(kNear, word.size() / 3)) : step);
+}
+
+namespace {
+
+using IdleOperations = std::map<std::string, std::vector<OperationInput>>;
+
+Explanation ExplainValues(PreparedDevice* device, const BootOptions& options,
+                          const std::vector<std::string>& patterns,
+                          const std::vector<std::string>& values, const IsAsked& is_asked,
+                          Report* report, IdleOperations* idle) {
     const auto matches = [&](const std::string& name) { return Matches(name, patterns); };
     std::optional<Survey> survey;
     std::string why_none;
@@ -123,7 +231,9 @@ Explanation Explain(PreparedDevice* device, const BootOptions& options,
     Tracer tracer;
     *report = device->Boot(&tracer, matches);
     Origins origins = tracer.Origins();
+    *idle = tracer.idle();
     if (survey) AddUnloaded(*survey, patterns, device->root(), &origins);
+    if (!values.empty()) KeepValues(values, &origins);
 
     Explanation explanation;
     explanation.device = report->device;
@@ -139,9 +249,47 @@ Explanation Explain(PreparedDevice* device, const BootOptions& options,
     } else {
         report->notes.push_back("the files that were not loaded are not told of: " + why_none);
     }
+    if (report->failure) SayWhatWasLost(*report->failure, &explanation);
+    return explanation;
+}
+
+// Puts in the patterns and the values that nothing has.
+void FindUnknown(const std::vector<std::string>& patterns, const std::vector<std::string>& values,
+                 Explanation* explanation) {
     std::vector<std::string> names;
-    for (const ExplainedProperty& property : explanation.properties) names.push_back(property.name);
-    explanation.unknown = Unmatched(patterns, names);
+    std::set<std::string> found;
+    for (const ExplainedProperty& property : explanation->properties) {
+        names.push_back(property.name);
+        for (const Origin& origin : property.origins) found.insert(origin.value);
+    }
+    explanation->unknown = Unmatched(patterns, names);
+    for (const std::string& value : values) {
+        if (found.count(value) == 0) explanation->unknown.push_back(value);
+    }
+}
+
+}  // namespace
+
+Explanation Explain(const BootOptions& options, const std::vector<std::string>& patterns,
+                    Report* report, const std::vector<std::string>& values) {
+    PreparedDevice device(options);
+    const auto all = [](const ExplainedProperty&, const Origin&) { return true; };
+    IdleOperations idle;
+    Explanation explanation = ExplainValues(&device, options, patterns, values, all, report, &idle);
+    AddIdle(idle, patterns, values, &explanation);
+    FindUnknown(patterns, values, &explanation);
+    FindHints(device, options.time_limit, *report, &explanation);
+    NoteIdleWhatIfs(&device, options, report);
+    AddNotes(device.root(), report);
+    return explanation;
+}
+
+Explanation Explain(PreparedDevice* device, const BootOptions& options,
+                    const std::vector<std::string>& patterns, const IsAsked& is_asked,
+                    Report* report) {
+    IdleOperations idle;
+    Explanation explanation = ExplainValues(device, options, patterns, {}, is_asked, report, &idle);
+    FindUnknown(patterns, {}, &explanation);
     return explanation;
 }
 
@@ -159,6 +307,8 @@ std::string OriginText(const Origin& origin) {
             if (origin.source) text += " (" + *origin.source + ")";
             if (origin.image) text += " (" + Name(*origin.image) + ")";
             if (origin.written) text += " (written by the boot)";
+            if (origin.changed_for == "variant") text += " (set for the variant)";
+            if (origin.changed_for == "edit") text += " (set by --edit)";
             if (origin.imported_by) text += " (imported by " + *origin.imported_by + ")";
             return text;
         case OriginKind::kOperation:
@@ -169,6 +319,53 @@ std::string OriginText(const Origin& origin) {
     for (const std::string& operation : origin.operations) {
         text += separator + operation;
         separator = " < ";
+    }
+    if (const std::string from = MadeOfText(origin); !from.empty()) text += " from " + from;
+    return text;
+}
+
+namespace {
+
+std::string PlaceText(const OperationInput& input) {
+    if (!input.file) return input.name;
+    return *input.file + (input.line > 0 ? ":" + std::to_string(input.line) : "");
+}
+
+}  // namespace
+
+namespace {
+
+// Whether one text was made of the other by taking away, adding or inserting something.
+bool IsMadeOf(const std::string& value, const std::string& input) {
+    if (value.empty() || input.empty()) return false;
+    if (input.find(value) != std::string::npos) return true;
+    if (input.size() > value.size()) return false;
+    const auto first = std::mismatch(input.begin(), input.end(), value.begin());
+    const auto last = std::mismatch(input.rbegin(), input.rend(), value.rbegin());
+    const auto alike = (first.first - input.begin()) + (last.first - input.rbegin());
+    return alike >= static_cast<ptrdiff_t>(input.size()) || value.find(input) != std::string::npos;
+}
+
+}  // namespace
+
+std::string MadeOfText(const Origin& origin) {
+    std::string text;
+    std::set<std::string> places;
+    for (const OperationInput& input : origin.inputs) {
+        const bool is_part = IsMadeOf(origin.value, input.value);
+        const std::string place = PlaceText(input);
+        if (is_part && places.insert(place).second) text += (text.empty() ? "" : " and ") + place;
+    }
+    return text;
+}
+
+std::string InputsText(const std::vector<OperationInput>& inputs) {
+    std::string text;
+    std::set<std::string> told;
+    for (const OperationInput& input : inputs) {
+        std::string each = input.name + (input.value.empty() ? " unset" : "=" + input.value);
+        if (input.file && *input.file != input.name) each += " (" + PlaceText(input) + ")";
+        if (told.insert(each).second) text += (text.empty() ? "" : ", ") + each;
     }
     return text;
 }

@@ -21,9 +21,13 @@ struct Json<Origin> {
                     "image", origin.image)("imported_by", origin.imported_by)(
                     "filter", origin.filter)("written", origin.written);
         }
-        if (origin.kind == OriginKind::kOperation || origin.fate == Fate::kLookedUp) {
+        if (origin.kind == OriginKind::kOperation || origin.fate == Fate::kLookedUp ||
+            origin.fate == Fate::kNotHandedOn) {
             fields("operations", origin.operations);
         }
+        if (!origin.inputs.empty()) fields("inputs", origin.inputs);
+        if (!origin.changed_for.empty()) fields("changed_for", origin.changed_for);
+        if (!origin.reason.empty()) fields("reason", origin.reason);
         if (origin.did_not_load()) fields("requires", origin.required)("tried", origin.tried);
         return std::move(fields.document);
     }

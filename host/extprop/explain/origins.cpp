@@ -71,6 +71,7 @@ void Tracer::OnBoot(const BootStart& start) {
     maps_.clear();
     own_map_.reset();
     stored_.clear();
+    changed_ = start.changed;
     for (const auto& [name, index] : winners_) {
         if (IsPersistent(name)) {
             stored_[name] = index;
@@ -129,12 +130,14 @@ void Tracer::AddOperation(OriginKind kind, const std::string& name, const std::s
     origin.boot = boot_;
     origin.step = step_;
     origin.operations = operations;
+    if (inputs_ != nullptr) origin.inputs = *inputs_;
     Add(name, std::move(origin));
 }
 
 void Tracer::OnEvent(const Event& event) {
     std::visit(Overloaded{
                        [&](const CallbackEvent& callback) {
+                           inputs_ = &callback.inputs;
                            HandOver(callback, callback.operations, callback.map);
                        },
                        [&](const MapEvent& map) {
@@ -158,6 +161,7 @@ void Tracer::OnEvent(const Event& event) {
                            }
                        },
                        [&](const PropertyEvent& property) {
+                           inputs_ = &property.inputs;
                            AddOperation(OriginKind::kOperation, property.name, property.value,
                                         property.operations);
                        },
@@ -179,8 +183,14 @@ void Tracer::OnEvent(const Event& event) {
                        [](const RestoreconEvent&) {},
                        [](const LogoEvent&) {},
                        [](const UnacknowledgedEvent&) {},
+                       [&](const IdleEvent& idle) {
+                           if (!idle.operations.empty()) {
+                               idle_[idle.operations.front()] = idle.inputs;
+                           }
+                       },
                },
                event);
+    inputs_ = nullptr;
 }
 
 void Tracer::OnLines(const LinesRead& read) {
@@ -203,10 +213,14 @@ void Tracer::OnLines(const LinesRead& read) {
         origin.imported_by = load.imported_by;
         origin.filter = load.filter;
         origin.written = load.written;
+        origin.operations = load.operations;
     }
     for (const LineRead& line : read.lines) {
         origin.line = line.number;
         origin.value = line.value;
+        const auto changed = changed_.find({origin.own_file(), line.name});
+        const bool is_changed = changed != changed_.end() && !origin.written;
+        origin.changed_for = !is_changed ? "" : changed->second ? "variant" : "edit";
         if (looked_up) {
             Add(line.name, origin);
         } else if (!line.passed) {

@@ -41,8 +41,13 @@ struct Origin {
     std::optional<std::string> filter;
     bool written = false;
 
-    // Of an operation or a look-up.
+    // Of an operation, a look-up or a load.
     std::vector<std::string> operations;
+    std::string reason;                  // of the fate, if more is known
+    std::vector<OperationInput> inputs;  // what an operation read for it
+
+    // Of a line that a what-if option changed: "variant" or "edit".
+    std::string changed_for;
 
     // Of a line that did not load: the words that make the same command line load it, as a boot
     // with them did, and how many boots were made to find them.
@@ -67,6 +72,9 @@ class Tracer : public BootListener {
 
     // The origin of the property's present value, or null.
     const Origin* Winner(const std::string& name) const;
+
+    // What operations read that gave nothing for it, by the innermost one.
+    const std::map<std::string, std::vector<OperationInput>>& idle() const { return idle_; }
 
     // Returns the origins so far, each line of a file once, with what it decided.
     extprop::Origins Origins() const;
@@ -93,9 +101,12 @@ class Tracer : public BootListener {
     std::map<std::string, size_t> winners_;  // index of the winner in its origins
     std::map<std::string, size_t> stored_;   // those that were persistent at the last reboot
     std::map<int, Map> maps_;
-    std::vector<LoadEvent> loads_;  // of this boot
+    std::map<std::pair<std::string, std::string>, bool> changed_;
+    std::map<std::string, std::vector<OperationInput>> idle_;  // by the innermost operation
+    std::vector<LoadEvent> loads_;                             // of this boot
     LookUpEvent look_up_;
-    std::optional<int> own_map_;  // init's
+    const std::vector<OperationInput>* inputs_ = nullptr;  // of the event that is told of
+    std::optional<int> own_map_;                           // init's
     int boot_ = 0;
     std::optional<std::string> step_;  // none before the first of a boot
 };

@@ -2,6 +2,7 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <limits>
 #include <stdexcept>
 
@@ -12,7 +13,9 @@
 #include "InitExtensionPropertyImpl.h"
 #include "TesvoExtensionProperty/names.h"
 #include "lint/rules.h"
+#include "nearest.h"
 #include "platform.h"
+#include "printable.h"
 #include "sandbox.h"
 #include "utils.h"
 
@@ -25,6 +28,7 @@ using android::base::StartsWith;
 using android::init::kSplashPartition;
 
 constexpr const Rule& kRomNeverMatches = RuleNamed("rom-never-matches");
+constexpr const Rule& kMisspeltField = RuleNamed("misspelt-field");
 constexpr const Rule& kSkippedFile = RuleNamed("skipped-file");
 constexpr const Rule& kLogoTooLarge = RuleNamed("logo-too-large");
 
@@ -61,12 +65,32 @@ bool AnyPhoneGetsMarketName(const std::string& configuration) {
 }  // namespace
 
 void CheckDeviceName(const PropertyFile& file, Findings* findings) {
+    // The library looks these up, each as the first name that begins so.
+    constexpr char kRom[] = "ROM";
+    constexpr size_t kNearField = 2;
+    const std::vector<std::string> fields = {kRom, "market", "type", "model"};
+    for (const PropertyLine& line : file.lines) {
+        const std::string name(line.name);
+        const bool is_found =
+                std::any_of(fields.begin(), fields.end(),
+                            [&](const std::string& field) { return StartsWith(name, field); });
+        const std::string nearest = Nearest(name, fields, std::min(kNearField, name.size() / 2));
+        if (line.kind != PropertyLine::kProperty || is_found || nearest.empty()) continue;
+        findings->Add(kMisspeltField, file.path, line.number,
+                      "the library looks for no " + QuotedShort(name) + " here" + Meant(nearest));
+    }
     int rom_line = 0;
     for (const PropertyLine& line : file.lines) {
         // As the library looks it up: the first name that begins so.
-        if (line.kind != PropertyLine::kProperty || !StartsWith(line.text, "ROM")) continue;
+        if (line.kind != PropertyLine::kProperty || !StartsWith(line.text, kRom)) continue;
         rom_line = line.number;
         break;
+    }
+    if (rom_line == 0 && file.was_read) {
+        findings->Add(kRomNeverMatches, file.path,
+                      "no line says the ROM, the storage size that the names are for, so the "
+                      "market name is never set");
+        return;
     }
     try {
         if (AnyPhoneGetsMarketName(file.content)) return;

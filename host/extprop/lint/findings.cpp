@@ -53,6 +53,12 @@ bool Findings::Has(const Rule& rule) const {
     });
 }
 
+bool Findings::Has(const Rule& rule, const std::string& path) const {
+    return std::any_of(findings_.begin(), findings_.end(), [&](const Finding& finding) {
+        return finding.identifier == rule.identifier && finding.path == path;
+    });
+}
+
 std::vector<Finding> Findings::Take(const PropertyFiles& files) {
     if (std::exchange(has_more_, false)) {
         if (findings_.size() == limits::kFindings) findings_.pop_back();

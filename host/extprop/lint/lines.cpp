@@ -1,5 +1,7 @@
 // What is wrong with single lines, and with lines of one file together.
 
+#include <ctype.h>
+
 #include <android-base/strings.h>
 
 #include "TesvoExtensionProperty/cota.h"
@@ -19,6 +21,9 @@ constexpr const Rule& kCarriageReturn = RuleNamed("carriage-return");
 constexpr const Rule& kCrlf = RuleNamed("crlf");
 constexpr const Rule& kDuplicateName = RuleNamed("duplicate-name");
 constexpr const Rule& kNotForwarded = RuleNamed("not-forwarded");
+constexpr const Rule& kImportEquals = RuleNamed("import-equals");
+constexpr const Rule& kCommentInValue = RuleNamed("comment-in-value");
+constexpr const Rule& kQuotedValue = RuleNamed("quoted-value");
 
 // Whether the library takes the text for a value that may be of any length.
 bool IsText(std::string_view text) {
@@ -64,6 +69,33 @@ bool NamesProperty(const PropertyFile& file, const std::string& name) {
     return false;
 }
 
+// Whether something that looks like a comment stands behind other text.
+bool EndsInComment(std::string_view value) {
+    for (size_t at = 1; (at = value.find('#', at)) != std::string_view::npos; ++at) {
+        const bool begins = isspace(static_cast<unsigned char>(value[at - 1])) != 0;
+        const bool is_last = at + 1 == value.size();
+        // A number may be meant.
+        if (begins && (is_last || isdigit(static_cast<unsigned char>(value[at + 1])) == 0)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// What other formats take away and the loader leaves in the value.
+void CheckValue(const PropertyFile& file, const PropertyLine& line, Findings* findings) {
+    const std::string_view value = line.value;
+    const bool is_quoted = value.size() > 1 && value.front() == value.back() &&
+                           (value.front() == '"' || value.front() == '\'');
+    if (EndsInComment(value)) {
+        findings->Add(kCommentInValue, file.path, line.number,
+                      "the comment is part of the value: only a whole line can be one");
+    } else if (is_quoted) {
+        findings->Add(kQuotedValue, file.path, line.number,
+                      "the quotes are part of the value " + QuotedShort(value));
+    }
+}
+
 void CheckProperty(const PropertyFile& file, const PropertyLine& line, Findings* findings) {
     const std::string name(line.name);
     if (!NamesProperty(file, name)) return;
@@ -107,6 +139,13 @@ void CheckLines(const PropertyFile& file, Findings* findings) {
                     "there is no '=' in " + QuotedShort(line.text) + ", so the line sets nothing");
         }
         if (line.kind != PropertyLine::kProperty) continue;
+        if (line.name == "import" && android::base::StartsWith(line.value, "/")) {
+            findings->Add(kImportEquals, file.path, line.number,
+                          "this sets a property that is called import; an import has a blank "
+                          "instead of the '='");
+            continue;
+        }
+        CheckValue(file, line, findings);
         CheckProperty(file, line, findings);
         const PropertyLine*& previous = last[line.name];
         if (previous != nullptr && previous->value != line.value) {

@@ -12,12 +12,11 @@
 #include <android-base/file.h>
 #include <android-base/strings.h>
 
-#include "TesvoExtensionProperty/cota.h"
-#include "TesvoExtensionProperty/partitions.h"
 #include "boot/boot.h"
 #include "budget.h"
 #include "coverage/dead_places.h"
 #include "coverage/workers.h"
+#include "device/device_root.h"
 #include "device/legal.h"
 #include "device_files.h"
 #include "input_error.h"
@@ -76,36 +75,6 @@ std::optional<Coverage> CoverageOf(const std::shared_ptr<sandbox::DeviceFiles>& 
                               error.what());
         return std::nullopt;
     }
-}
-
-// Whether the path is one of the places where the library reads, or a partition that holds some.
-bool IsOfDevice(const std::string& path) {
-    for (const FixedFile& file : FixedFiles()) {
-        if (path == file.path) return true;
-    }
-    if (path == android::init::kSystemExtBuildProp) return true;
-    return PartitionOf(path) == path && KindOfPartition(path).kind != PartitionKind::kSystems;
-}
-
-// Checks that the directory is a device's root at all. Returns false if it is not.
-bool CheckDevice(const std::vector<Place>& places, Findings* findings) {
-    std::string child;
-    for (const Place& place : places) {
-        if (IsOfDevice(place.path)) return true;
-        const size_t slash = place.path.find('/', 1);
-        if (!child.empty() || slash == std::string::npos) continue;
-        const std::string path = place.path.substr(slash);
-        // Where this is /mnt its own directory has partitions, too.
-        if (IsOfDevice(path) && !android::base::StartsWith(path, "/my_")) {
-            child = place.path.substr(1, slash - 1);
-        }
-    }
-    std::string what = places.empty() ? "this directory is empty"
-                                      : "this directory has nothing at any place where the library "
-                                        "reads, so it is no device's root";
-    if (!child.empty()) what += "; did you mean " + QuotedShort(child) + " in it?";
-    findings->Add(kNoDevice, "", what);
-    return false;
 }
 
 }  // namespace
@@ -173,7 +142,10 @@ std::vector<Finding> Lint(const std::string& device, const sandbox::Options& opt
         findings.Add(kUnreadable, directory, "this directory cannot be read to its end");
     }
     device_files->CheckImages();
-    if (!CheckDevice(places, &findings)) return findings.Take({});
+    if (const auto why = WhyNoDevice(tree)) {
+        findings.Add(kNoDevice, "", *why);
+        return findings.Take({});
+    }
     CheckKeyDirectories(places, &findings);
     CheckLogos(tree, places, &findings);
 
@@ -183,10 +155,16 @@ std::vector<Finding> Lint(const std::string& device, const sandbox::Options& opt
         if (auto use = UseOf(place.path)) AddPropertyFile(tree, place, *use, &files, &findings);
     }
     CheckImports(tree, coverage ? &*coverage : nullptr, &files, &findings);
+    CheckNames(places, coverage ? &*coverage : nullptr, files, &findings);
     for (const auto& [path, file] : files) {
         CheckLines(file, &findings);
         CheckKeyFile(file, &findings);
         if (file.use == FileUse::kDeviceName) CheckDeviceName(file, &findings);
+    }
+    for (const std::string& path : device_files->Unreadable()) {
+        if (!findings.Has(kUnreadable, path)) {
+            findings.Add(kUnreadable, path, "this cannot be read by this user, though init could");
+        }
     }
     ApplyAllowances(files, &findings);
     if (notes != nullptr) *notes = device_files->Notes();

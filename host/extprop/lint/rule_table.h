@@ -333,6 +333,90 @@ inline constexpr Rule kRules[] = {
          R"(/my_product/cust/EU/etc/devicename.cfg
     ROM=256
     market=Sample One)"},
+        {"misspelt-field", Severity::kError,
+         "A name in a `devicename.cfg` that is nearly one that the library looks up",
+         "What is looked up is not there: the market name is never set, or is empty",
+         "Write `ROM`, `market`, `type` or `model`",
+         R"(/my_product/cust/EU/etc/devicename.cfg
+    ROM=256
+    makret=Sample One)",
+         R"(/my_product/cust/EU/etc/devicename.cfg
+    ROM=256
+    market=Sample One)"},
+        {"misplaced-market-name", Severity::kWarning,
+         "A `devicename.cfg` elsewhere than in `/my_product/cust/REGION/etc`",
+         "The library looks for the market name there only", "Move the file",
+         R"(/odm/build.prop
+/mnt/vendor/my_product/etc/devicename.cfg
+    ROM=256
+    market=Sample One)",
+         R"(/odm/build.prop
+/mnt/vendor/my_product/cust/EU/etc/devicename.cfg
+    ROM=256
+    market=Sample One)"},
+        {"misspelt-file", Severity::kWarning,
+         "A file whose name, or the name of a directory that it lies in, is nearly one that the "
+         "library reads",
+         "Nothing reads it", "Rename it",
+         R"(/odm/build.porp
+    ro.sample.name=Alpha)",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha)"},
+        {"unknown-key", Severity::kWarning,
+         "A key file that names a key for which no root has a directory, though other keys have "
+         "some",
+         "The key selects nothing",
+         "Correct the key, or add `properties/KEY/SimSwitchFirstTime` or whichever directory is of "
+         "its kind",
+         R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop
+    ro.sample.carrier=north
+/data/system/customize/sim_switch/sim_switch_first_file
+    sys.sim.switch.first=nroth)",
+         R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop
+    ro.sample.carrier=north
+/data/system/customize/sim_switch/sim_switch_first_file
+    sys.sim.switch.first=north)"},
+        {"unknown-region", Severity::kWarning,
+         "A region that no directory below `cust` is for, though other regions have some; capitals "
+         "count",
+         "Nothing of the region is loaded",
+         "Correct the region in `/mnt/vendor/my_region/build.prop`, or the directory's name",
+         R"(/mnt/vendor/my_region/build.prop
+    ro.tesvo.pipeline.region=IN
+/mnt/vendor/my_product/cust/in/build.prop)",
+         R"(/mnt/vendor/my_region/build.prop
+    ro.tesvo.pipeline.region=IN
+/mnt/vendor/my_product/cust/IN/build.prop)"},
+        {"unknown-brand", Severity::kWarning,
+         "A brand in `/system_ext/etc/build.prop` that the library does not know",
+         "Nothing of the brand is loaded", "Write one of the brands that the message names",
+         R"(/system_ext/etc/build.prop
+    ro.tesvo.image.system_ext.brand=Qubba)",
+         R"(/system_ext/etc/build.prop
+    ro.tesvo.image.system_ext.brand=Quba)"},
+        {"import-equals", Severity::kError, "An `import=/...`",
+         "It sets a property that is called `import`, and nothing is imported",
+         "Write a blank instead of the `=`",
+         R"(/odm/build.prop
+    import=/odm/etc/radio.prop
+/odm/etc/radio.prop)",
+         R"(/odm/build.prop
+    import /odm/etc/radio.prop
+/odm/etc/radio.prop)"},
+        {"comment-in-value", Severity::kWarning, "A value with a `#` behind a blank",
+         "A comment is a whole line; behind a value it is part of the value",
+         "Put the comment on a line of its own",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha # the first one)",
+         R"(/odm/build.prop
+    # the first one
+    ro.sample.name=Alpha)"},
+        {"quoted-value", Severity::kWarning, "A value in quotes",
+         "The quotes are part of the value", "Leave them out; blanks may stand in a value",
+         R"(/odm/build.prop
+    ro.sample.name="Alpha Beta")",
+         R"(/odm/build.prop
+    ro.sample.name=Alpha Beta)"},
         {"not-checked", Severity::kWarning,
          "A `devicename.cfg` that could not be tried out, or a device that could not be booted, "
          "because this machine allows no sandbox or the library does not come back",

@@ -52,6 +52,7 @@ class Findings {
     void Remove(const std::function<bool(const Finding&)>& allows);
 
     bool Has(const Rule& rule) const;
+    bool Has(const Rule& rule, const std::string& path) const;
 
     // Returns the path as it can be opened from the current directory.
     std::string Named(const std::string& path) const { return device_ + path; }
@@ -91,6 +92,11 @@ void CheckDeadPlaces(const std::vector<DeadPlace>& places, Findings* findings);
 
 // Checks that a key file has the line that it is there for.
 void CheckKeyFile(const PropertyFile& file, Findings* findings);
+
+// Checks the names of files, keys, regions and brands. Without coverage it is not known which there
+// are.
+void CheckNames(const std::vector<Place>& places, const Coverage* coverage,
+                const PropertyFiles& files, Findings* findings);
 
 // Takes back what comments in the files allow, and finds the comments that allow nothing. Throws
 // InputError for those that cannot be understood.

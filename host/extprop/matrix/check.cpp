@@ -1,17 +1,30 @@
 #include "matrix/check.h"
 
 #include <algorithm>
+#include <chrono>
 #include <set>
 
 #include <re2/re2.h>
 #include <nlohmann/json.hpp>
 
 #include "budget.h"
+#include "device/device_tree.h"
 #include "input_error.h"
+#include "nearest.h"
 
 namespace extprop {
 
 namespace {
+
+constexpr size_t kNearExpected = 3;
+
+// Returns the path of "/odm/build.prop:3" or "/odm/build.prop".
+std::string WithoutLine(const std::string& place) {
+    const size_t colon = place.rfind(':');
+    const bool has_line = colon != std::string::npos && colon + 1 < place.size() &&
+                          place.find_first_not_of("0123456789", colon + 1) == std::string::npos;
+    return has_line ? place.substr(0, colon) : place;
+}
 
 struct ExpectedVariants {
     std::vector<Variant> variants;
@@ -121,6 +134,9 @@ bool IsFrom(const OriginDocument& origin, const std::string& place) {
 Checker::Checker(const Expectations& expectations, Matrix* matrix, const CheckedPhone* phone)
         : expectations_(expectations), matrix_(matrix), phone_(phone) {
     for (const Expectation& expectation : expectations.expectations) {
+        for (const auto& [name, expected] : expectation.properties) {
+            if (expected.kind == Expected::kUnset) unseen_.insert(name);
+        }
         if (phone_ != nullptr) {
             if (IsAbout(expectation, phone_->is)) {
                 asked_[phone_->is.variant].push_back(&expectation);
@@ -156,6 +172,9 @@ void Checker::Add(size_t number, const Outcome& outcome) {
     for (const auto& [name, value] : outcome.changed) device[name] = value;
     const PropertyMap& properties = phone_ == nullptr ? device : phone_->properties;
 
+    for (auto name = unseen_.begin(); name != unseen_.end();) {
+        name = properties.count(*name) != 0 ? unseen_.erase(name) : std::next(name);
+    }
     std::set<std::string> named;
     for (const Expectation* expectation : asked_[variants_[number]]) {
         for (const auto& [name, expected] : expectation->properties) named.insert(name);
@@ -195,7 +214,7 @@ void Checker::Add(size_t number, const Outcome& outcome) {
                 if (has_origin) traced_[number].insert(name);
             } else if (expected.kind == Expected::kFrom) {
                 traced_[number].insert(name);
-                from_[number].push_back({cases_[number].size() - 1, unmet, expected.text});
+                from_[number].push_back({cases_[number].size() - 1, unmet, &expected});
             }
         }
         for (const auto& [name, value] : properties) {
@@ -234,8 +253,11 @@ void Checker::FindOrigins() {
     }
     matrix_->Trace(requests, [&](size_t request, std::map<std::string, OriginDocument> origins) {
         const size_t number = numbers[request];
-        for (auto& [place, unmet, file] : from_[number]) {
-            if (IsFrom(origins[unmet.property], file)) continue;
+        for (auto& [place, unmet, expected] : from_[number]) {
+            if (IsFrom(origins[unmet.property], expected->text)) {
+                met_.insert(expected);
+                continue;
+            }
             cases_[number][place].unmet.push_back(unmet);
         }
         for (CheckedCase& checked : cases_[number]) {
@@ -244,8 +266,69 @@ void Checker::FindOrigins() {
     });
 }
 
+// What no boot has met may be about a file that the device does not have.
+void Checker::CheckFiles() const {
+    const DeviceTree tree(matrix_->root().view());
+    std::vector<std::string> errors;
+    for (const Expectation& expectation : expectations_.expectations) {
+        for (const auto& [name, expected] : expectation.properties) {
+            if (expected.kind != Expected::kFrom || met_.count(&expected) != 0) continue;
+            const std::string path = WithoutLine(expected.text);
+            Place place;
+            if (tree.Find(path, true, &place)) continue;
+            std::vector<std::string> paths;
+            for (const SurveyedFile& file : SurveyOf({}).files) paths.push_back(file.path);
+            errors.push_back(expectations_.file + ":" + std::to_string(expected.line) + ": " +
+                             name + " is expected from " + path +
+                             ", which the device does not have" +
+                             Meant(Nearest(path, paths, kNearExpected)));
+        }
+    }
+    if (!errors.empty()) throw InputError(errors);
+}
+
+Survey Checker::SurveyOf(const std::optional<std::set<std::string>>& names) const {
+    constexpr std::chrono::seconds kLimit(60);
+    return TakeSurvey(
+            matrix_->root(),
+            [&](const std::string& name) { return !names || names->count(name) != 0; }, kLimit);
+}
+
+// Returns what is to be said of properties that are expected to be unset, and that nothing sets.
+std::vector<std::string> Checker::FindNeverSet() const {
+    std::map<std::string, int> unseen;
+    for (const Expectation& expectation : expectations_.expectations) {
+        for (const auto& [name, expected] : expectation.properties) {
+            if (expected.kind != Expected::kUnset || unseen_.count(name) == 0) continue;
+            unseen.emplace(name, expected.line);
+        }
+    }
+    if (unseen.empty()) return {};
+    std::set<std::string> wanted;
+    for (const auto& [name, line] : unseen) wanted.insert(name);
+    for (const SurveyedFile& file : SurveyOf(wanted).files) {
+        for (const LineRead& line : file.lines) unseen.erase(line.name);
+    }
+    if (unseen.empty()) return {};
+    std::set<std::string> known;
+    for (const auto& [name, value] : matrix_->base().properties) known.insert(name);
+    for (const SurveyedFile& file : SurveyOf(std::nullopt).files) {
+        for (const LineRead& line : file.lines) known.insert(line.name);
+    }
+    std::vector<std::string> notes;
+    for (const auto& [name, line] : unseen) {
+        notes.push_back(
+                expectations_.file + ":" + std::to_string(line) + ": " + name +
+                " is expected to be unset, and no file, option or boot has such a property" +
+                Meant(Nearest(name, {known.begin(), known.end()}, kNearExpected)));
+    }
+    return notes;
+}
+
 void Checker::Finish(CheckResult* result) {
     FindOrigins();
+    CheckFiles();
+    for (std::string& note : FindNeverSet()) result->notes.push_back(std::move(note));
     result->variants += variants_.size();
     result->checked += checked_;
     cases_.push_back(std::move(missing_));

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "compare/phone_variant.h"
+#include "coverage/survey.h"
 #include "matrix/expectations.h"
 
 namespace extprop {
@@ -47,6 +48,7 @@ struct CheckResult {
     size_t variants = 0;               // booted
     size_t checked = 0;                // properties in variants
     std::vector<CheckedCase> cases;
+    std::vector<std::string> notes = {};  // what may be a mistake in the expectations
 };
 
 class Checker {
@@ -62,20 +64,23 @@ class Checker {
     void Add(size_t number, const Outcome& outcome);
 
     // Boots for the origins that are to be told or are expected, and adds what came of it all to
-    // `*result`.
+    // `*result`. Throws InputError if a value is expected from a file that there is not.
     void Finish(CheckResult* result);
 
   private:
     struct FromFile {
         size_t place;  // of its case
         UnmetExpectation unmet;
-        std::string file;
+        const Expected* expected;
     };
 
     // Counts the bytes of what is to be told. Throws InputError if they are too many.
     void Keep(const std::string& text);
     void AddUnmet(const UnmetExpectation& unmet, CheckedCase* checked);
     void FindOrigins();
+    void CheckFiles() const;
+    Survey SurveyOf(const std::optional<std::set<std::string>>& names) const;
+    std::vector<std::string> FindNeverSet() const;
 
     const Expectations& expectations_;
     Matrix* matrix_;
@@ -86,6 +91,8 @@ class Checker {
     std::vector<CheckedCase> missing_;             // of values that the device has not
     std::map<size_t, std::set<std::string>> traced_;
     std::map<size_t, std::vector<FromFile>> from_;
+    std::set<const Expected*> met_;  // of those about files
+    std::set<std::string> unseen_;   // of those expected to be unset, those that no boot had
     size_t checked_ = 0;
     size_t kept_ = 0;
     uint64_t matching_ = 0;

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include <android-base/strings.h>
 #include <re2/re2.h>
 #include <yaml-cpp/eventhandler.h>
 #include <yaml-cpp/yaml.h>
@@ -35,6 +36,10 @@ constexpr char kEquals[] = "equals";
 constexpr char kMatches[] = "matches";
 constexpr char kSet[] = "set";
 constexpr char kFrom[] = "from";
+
+// A file that begins with this was not written by anybody.
+constexpr char kRecorded[] =
+        "What the device did when this was recorded; check it with extprop check.";
 
 // More than the limits allow.
 struct TooMuch : std::runtime_error {
@@ -81,6 +86,19 @@ class SecondDocument : public YAML::EventHandler {
     int documents_ = 0;
 };
 
+// Returns the first tab that indents one of the lines up to this one, from 0.
+std::optional<YAML::Mark> FindTab(const std::string& content, int last) {
+    YAML::Mark mark;
+    for (const std::string& line : android::base::Split(content, "\n")) {
+        if (mark.line > last) break;
+        const size_t start = line.find_first_not_of(' ');
+        mark.column = static_cast<int>(start);
+        if (start != std::string::npos && line[start] == '\t') return mark;
+        ++mark.line;
+    }
+    return std::nullopt;
+}
+
 // Reads one file and keeps every error, so that all are told at once.
 class Parser {
   public:
@@ -102,7 +120,9 @@ class Parser {
                 Error(*second.mark, "a second document begins here; one file has one");
             }
         } catch (const YAML::ParserException& error) {
-            Error(error.mark, error.msg);
+            const std::optional<YAML::Mark> tab = FindTab(content, error.mark.line);
+            Error(tab.value_or(error.mark),
+                  tab ? "a tab; YAML is indented with blanks alone" : error.msg);
         } catch (const TooMuch& error) {
             Error(error.mark, error.what());
         }
@@ -278,8 +298,9 @@ class Parser {
                        } else if (value.IsMap()) {
                            ReadConditions(name, value, expectation);
                        } else if (value.IsScalar()) {
-                           expectation->properties.push_back(
-                                   {name, {Expected::kEquals, value.Scalar()}});
+                           expectation->properties.push_back({name,
+                                                              {Expected::kEquals, value.Scalar(),
+                                                               nullptr, key.Mark().line + 1}});
                        } else {
                            Error(value.IsNull() ? key.Mark() : value.Mark(),
                                  "expected a value, in quotes if it is empty, or a mapping with "
@@ -294,6 +315,7 @@ class Parser {
         ForEachKey(node, "", {kEquals, kMatches, kSet, kFrom},
                    [&](const std::string& key, const YAML::Node&, const YAML::Node& value) {
                        Expected expected;
+                       expected.line = value.Mark().line + 1;
                        if (key == kSet) {
                            bool set = false;
                            if (!ReadFlag(value, &set)) return;
@@ -348,6 +370,10 @@ Expectations ParseExpectations(const std::string& content, const std::string& pa
     return Parser(path).Parse(content);
 }
 
+bool WasRecorded(const std::string& content) {
+    return content.find(std::string("# ") + kRecorded + "\n") != std::string::npos;
+}
+
 std::string RecordedExpectations(const Summary& summary, const std::vector<std::string>& steps) {
     YAML::Emitter out;
     const auto value = [&](const std::optional<std::string>& text) {
@@ -363,8 +389,7 @@ std::string RecordedExpectations(const Summary& summary, const std::vector<std::
     out << YAML::Comment(std::string("yaml-language-server: $schema=") + kDocs +
                          "/schema/expectations.json")
         << YAML::Newline;
-    out << YAML::Comment(
-            "What the device did when this was recorded; check it with extprop check.");
+    out << YAML::Comment(kRecorded);
     out << YAML::BeginMap;
     // Steps that go without saying do so here, too: they may be added to.
     if (!steps.empty()) out << YAML::Key << kSteps << YAML::Value << YAML::Flow << steps;

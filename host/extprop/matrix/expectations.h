@@ -26,6 +26,7 @@ struct Expected {
     } kind = kEquals;
     std::string text;
     std::shared_ptr<const re2::RE2> pattern = nullptr;  // that the text is, of kMatches
+    int line = 0;
 };
 
 // The variants that have one of the values of each of the named axes and are as the device is
@@ -59,6 +60,9 @@ Expectations ParseExpectations(const std::string& content, const std::string& pa
 
 // Returns a file that expects exactly what the summary, of all properties, has.
 std::string RecordedExpectations(const Summary& summary, const std::vector<std::string>& steps);
+
+// Whether the content is of such a file.
+bool WasRecorded(const std::string& content);
 
 // Such as "'1'" or "a value that matches '[0-9]+'".
 std::string ExpectedText(const Expected& expected);

@@ -9,6 +9,7 @@
 
 #include "budget.h"
 #include "coverage/coverage.h"
+#include "coverage/idle.h"
 #include "coverage/workers.h"
 #include "explain/origin_fields.h"
 #include "matrix/summary_fields.h"
@@ -28,7 +29,9 @@ Matrix::Matrix(const BootOptions& options, int jobs)
           jobs_(jobs),
           device_(options),
           space_(FindVariantSpace(device_.root(), options.time_limit)),
-          base_(BootAlone({})) {}
+          base_(BootAlone({})) {
+    NoteIdleWhatIfs(&device_, options_, &base_);
+}
 
 BootOptions Matrix::OptionsFor(const Variant& variant, Detail detail) const {
     BootOptions options = options_;

@@ -9,6 +9,7 @@
 #include "budget.h"
 #include "explain/explain.h"
 #include "input_error.h"
+#include "printable.h"
 
 namespace extprop {
 
@@ -146,7 +147,7 @@ VariantsNamer::VariantsNamer(const std::vector<SummaryVariant>& all) : all_(all)
     for (auto& [value, variants] : groups) {
         if (variants.size() < 2) continue;
         groups_.push_back({std::string(kAxes[value.first].name) + "=" + value.second + " (" +
-                                   std::to_string(variants.size()) + ")",
+                                   Count(variants.size(), "variant", "variants") + ")",
                            std::move(variants)});
     }
 }

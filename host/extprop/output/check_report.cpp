@@ -1,5 +1,9 @@
 #include "output/check_report.h"
 
+#include <map>
+#include <set>
+#include <utility>
+
 #include <nlohmann/json.hpp>
 
 #include "output/text.h"
@@ -34,14 +38,56 @@ std::string UnmetText(const UnmetExpectation& unmet) {
     return text;
 }
 
+std::vector<UnmetGroup> GroupsOf(const CheckResult& result) {
+    std::vector<SummaryVariant> all;
+    std::map<Variant, size_t, VariantOrder> numbers;
+    std::map<std::string, std::set<size_t>> asked;  // by the case's name
+    for (const CheckedCase& checked : result.cases) {
+        const auto [number, is_new] = numbers.try_emplace(checked.variant, numbers.size());
+        if (is_new) all.push_back({checked.variant, {}, std::nullopt});
+        asked[CaseName(checked)].insert(number->second);
+    }
+    struct Members {
+        const CheckedCase* checked;
+        const UnmetExpectation* first;
+        std::vector<size_t> variants;
+    };
+    std::vector<Members> members;
+    std::map<std::vector<std::string>, size_t> known;
+    for (const CheckedCase& checked : result.cases) {
+        for (const UnmetExpectation& unmet : checked.unmet) {
+            const auto [place, is_new] =
+                    known.try_emplace({CaseName(checked), UnmetText(unmet)}, members.size());
+            if (is_new) members.push_back({&checked, &unmet, {}});
+            members[place->second].variants.push_back(numbers.at(checked.variant));
+        }
+    }
+    const VariantsNamer namer(all);
+    std::vector<UnmetGroup> groups;
+    for (const Members& each : members) {
+        const std::string name = CaseName(*each.checked);
+        const size_t count = each.variants.size();
+        const bool is_all = count > 1 && count == asked.at(name).size();
+        if (result.phone) {
+            groups.push_back({name, each.first, count, SubjectText(result, each.checked->variant)});
+            continue;
+        }
+        groups.push_back({name, each.first, count,
+                          is_all ? "all " + Count(count, "variant", "variants")
+                                 : namer.Text(each.variants)});
+    }
+    return groups;
+}
+
 std::string CheckText(const CheckResult& result) {
     Text text;
     size_t unmet = 0;
-    for (const CheckedCase& checked : result.cases) {
-        if (checked.unmet.empty()) continue;
-        text << SubjectText(result, checked.variant) << ": " << CaseName(checked) << "\n";
-        for (const UnmetExpectation& each : checked.unmet) text << "  " << UnmetText(each) << "\n";
-        unmet += checked.unmet.size();
+    std::string last;
+    for (const UnmetGroup& group : GroupsOf(result)) {
+        if (group.name != last) text << group.name << "\n";
+        last = group.name;
+        text << "  " << group.variants << ": " << UnmetText(*group.unmet) << "\n";
+        unmet += group.count;
     }
     text << SubjectsText(result) << ", " << Count(result.checked, "property", "properties")
          << " checked, "

@@ -3,10 +3,22 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "matrix/check.h"
 
 namespace extprop {
+
+// What several variants do not meet for one and the same reason.
+struct UnmetGroup {
+    std::string name;               // of the expectation, with its file and line
+    const UnmetExpectation* unmet;  // of the first of them
+    size_t count;
+    std::string variants;  // in few words
+};
+
+// Returns the groups, in the order of their first cases. The result has to outlive them.
+std::vector<UnmetGroup> GroupsOf(const CheckResult& result);
 
 std::string CheckText(const CheckResult& result);
 

@@ -11,6 +11,7 @@ namespace extprop {
 template <typename Fields>
 void Visit(Fields& fields, ExplainedProperty& property) {
     fields("name", property.name)("value", property.value)("origins", property.origins);
+    if (!property.idle.empty()) fields("idle", property.idle);
 }
 
 template <typename Fields>
@@ -113,11 +114,9 @@ json ToJson(const CheckResult& result) {
     for (const CheckedCase& checked : result.cases) {
         for (const UnmetExpectation& each : checked.unmet) unmet.push_back(Write(each));
     }
-    return {{"format", kCheckFormat},
-            {"variants", result.variants},
-            {"checked", result.checked},
-            {"phone", Write(result.phone)},
-            {"unmet", unmet}};
+    return {{"format", kCheckFormat},    {"variants", result.variants},
+            {"checked", result.checked}, {"phone", Write(result.phone)},
+            {"notes", result.notes},     {"unmet", unmet}};
 }
 
 json ToJson(const LintReport& report) {

@@ -154,31 +154,9 @@ std::string MatrixMarkdown(const MatrixDifference& difference) {
 }
 
 std::string CheckMarkdown(const CheckResult& result) {
-    struct Group {
-        std::vector<std::string> cells;
-        std::vector<std::string> variants;
-    };
-    std::vector<Group> groups;
-    std::map<std::vector<std::string>, size_t> known;
+    const std::vector<UnmetGroup> groups = GroupsOf(result);
     size_t unmet = 0;
-    for (const CheckedCase& checked : result.cases) {
-        for (const UnmetExpectation& each : checked.unmet) {
-            ++unmet;
-            std::string expectation = each.file + ":" + std::to_string(each.line);
-            if (!each.expectation.empty())
-                expectation = each.expectation + " (" + expectation + ")";
-            std::vector<std::string> cells = {
-                    TextCell(expectation), each.property.empty() ? "" : TextCell(each.property),
-                    TextCell(each.expected),
-                    each.failure            ? TextCell(FailureText(*each.failure))
-                    : each.property.empty() ? ""
-                                            : ValueCell(each.value),
-                    each.origin ? TextCell(each.origin->at("text").get<std::string>()) : ""};
-            const auto [place, is_new] = known.try_emplace(cells, groups.size());
-            if (is_new) groups.push_back({std::move(cells), {}});
-            groups[place->second].variants.push_back(SubjectText(result, each.variant));
-        }
-    }
+    for (const UnmetGroup& group : groups) unmet += group.count;
     std::string text = "<h3>" +
                        (unmet == 0 ? std::string("All as expected")
                                    : std::to_string(unmet) + " not as expected") +
@@ -188,13 +166,17 @@ std::string CheckMarkdown(const CheckResult& result) {
     if (unmet == 0) return text;
     Table table(std::move(text),
                 {"Expectation", "Property", "Expected", "Value", "From", "Variants"});
-    for (Group& group : groups) {
-        std::string variants;
-        for (const std::string& variant : group.variants) {
-            variants += (variants.empty() ? "" : ", ") + variant;
-        }
-        group.cells.push_back(VariantsCell(group.variants.size(), variants));
-        table.AddRow(group.cells);
+    for (const UnmetGroup& group : groups) {
+        const UnmetExpectation& each = *group.unmet;
+        std::string expectation = each.file + ":" + std::to_string(each.line);
+        if (!each.expectation.empty()) expectation = each.expectation + " (" + expectation + ")";
+        table.AddRow({TextCell(expectation), each.property.empty() ? "" : TextCell(each.property),
+                      TextCell(each.expected),
+                      each.failure            ? TextCell(FailureText(*each.failure))
+                      : each.property.empty() ? ""
+                                              : ValueCell(each.value),
+                      each.origin ? TextCell(each.origin->at("text").get<std::string>()) : "",
+                      VariantsCell(group.count, group.variants)});
     }
     return std::move(table).Finish("<code>extprop check</code>");
 }

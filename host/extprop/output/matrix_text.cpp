@@ -29,7 +29,7 @@ void AddFailures(const std::vector<SummaryVariant>& variants, Text* text) {
 
 }  // namespace
 
-std::string SummaryText(const Summary& summary) {
+std::string SummaryText(const Summary& summary, bool has_names) {
     const VariantsNamer namer(summary.variants);
     size_t good = 0;
     for (const SummaryVariant& variant : summary.variants) good += !variant.failure;
@@ -43,13 +43,16 @@ std::string SummaryText(const Summary& summary) {
             width = std::max(width, std::min<size_t>(shown.back().size(), 40));
         }
         auto next = shown.begin();
+        size_t listed = 0;  // of the variants
         for (const SummaryValue& value : property.values) {
+            if (&value != &property.values.back()) listed += value.variants.size();
             next->resize(std::max(next->size(), width), ' ');
             text << "  " << *next++ << "  ";
             if (value.variants.size() == good) {
                 text << (good == 1 ? "the one variant" : "all " + VariantCount(good));
-            } else if (&value == &property.values.back() && value.variants.size() > 1) {
-                text << "all " << value.variants.size() << " others";
+            } else if (&value == &property.values.back() && value.variants.size() > 1 &&
+                       value.variants.size() + listed == good) {
+                text << "all " << value.variants.size() << " other variants";
             } else {
                 text << namer.Text(value.variants);
             }
@@ -59,7 +62,7 @@ std::string SummaryText(const Summary& summary) {
             }
         }
     }
-    if (summary.properties.empty() && good > 0) {
+    if (summary.properties.empty() && good > 0 && !has_names) {
         text << "no property differs between the variants\n";
     }
     if (!summary.dead.empty()) text << "\nNo variant and no step reads:\n";

@@ -9,7 +9,8 @@
 
 namespace extprop {
 
-std::string SummaryText(const Summary& summary);
+// `has_names`: it is of the properties that were named.
+std::string SummaryText(const Summary& summary, bool has_names = false);
 
 std::string MatrixDifferenceText(const MatrixDifference& difference);
 

@@ -30,6 +30,11 @@ std::string Page(std::string page, const json& data) {
 
 std::string ReportPage(const Report& report, const Explanation& explanation) {
     json data = ToJson(report);
+    for (json& step : data["steps"]) {
+        for (json& event : step["events"]) {
+            if (event["event"] == "log" && IsUsual(event["message"])) event["usual"] = true;
+        }
+    }
     data["failure"] = report.failure ? json(FailureText(*report.failure)) : json();
     data["properties"] = ToJson(explanation)["properties"];
     return Page(kPage, data);

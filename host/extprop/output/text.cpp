@@ -5,6 +5,7 @@
 #include <android-base/strings.h>
 
 #include "device/property_text.h"
+#include "output/explained_lines.h"
 #include "printable.h"
 
 namespace extprop {
@@ -35,10 +36,10 @@ const std::vector<UsualLines>& Usual() {
     return usual;
 }
 
-const UsualLines* FindUsual(const LogEvent& log) {
+const UsualLines* FindUsual(const std::string& message) {
     for (const UsualLines& usual : Usual()) {
         for (const char* beginning : usual.beginnings) {
-            if (StartsWith(log.message, beginning)) return &usual;
+            if (StartsWith(message, beginning)) return &usual;
         }
     }
     return nullptr;
@@ -54,7 +55,9 @@ class EventPrinter {
     }
 
     void operator()(const CallbackEvent& event) {
-        out_ << "  callback mode " << event.mode << ": ";
+        out_ << "  given to init";
+        if (event.mode != 0) out_ << " in mode " << event.mode;
+        out_ << ": ";
         Print(event);
     }
     void operator()(const MapEvent& event) {
@@ -69,7 +72,7 @@ class EventPrinter {
         const bool is_quiet = event.severity == "VERBOSE" || event.severity == "DEBUG" ||
                               event.severity == "INFO";
         if (!verbose_ && is_quiet) return;
-        if (const UsualLines* usual = FindUsual(event); !verbose_ && usual != nullptr) {
+        if (const UsualLines* usual = FindUsual(event.message); !verbose_ && usual != nullptr) {
             ++usual_[usual];
             return;
         }
@@ -118,6 +121,7 @@ class EventPrinter {
     void operator()(const KeyEvent& event) {
         out_ << "  key " << event.name << "=" << event.value << "\n";
     }
+    void operator()(const IdleEvent&) {}
     void operator()(const UnacknowledgedEvent& event) {
         out_ << "  request " << event.value << ": not acknowledged\n";
     }
@@ -171,6 +175,15 @@ const char* ColourOf(const Origin& origin) {
     return origin.did_not_load() || origin.fate == Fate::kRefused ? kYellow : kFaint;
 }
 
+// The operation that loaded a file and gave init nothing of the line.
+std::string WhyKept(const Origin& origin) {
+    for (const std::string& operation : origin.operations) {
+        // The loader itself only does as it is told.
+        if (!StartsWith(operation, "load_propert")) return ": " + operation + " keeps it";
+    }
+    return "";
+}
+
 std::string SideText(const DifferenceSide& side) {
     return side.origin ? side.value + "  (" + OriginText(*side.origin) + ")" : side.value;
 }
@@ -196,6 +209,10 @@ void PrintReport(const Report& report, bool verbose, std::ostream& out) {
     PrintProperties(report.properties, true, out);
 }
 
+bool IsUsual(const std::string& message) {
+    return FindUsual(message) != nullptr;
+}
+
 std::string FailureText(const BootFailure& failure) {
     std::string text = "the library ";
     if (failure.limit) {
@@ -208,8 +225,13 @@ std::string FailureText(const BootFailure& failure) {
         text += "crashed with " + *failure.signal;
     }
     text += " in step " + failure.step;
-    if (failure.last_file) text += ", last loading " + *failure.last_file;
-    return text;
+    if (failure.cycle.empty()) {
+        if (failure.last_file) text += ", last loading " + *failure.last_file;
+        return text;
+    }
+    text += ": the imports " + failure.cycle.front();
+    for (size_t i = 1; i < failure.cycle.size(); ++i) text += " -> " + failure.cycle[i];
+    return text + " lead in a circle";
 }
 
 std::string FateText(const Origin& origin) {
@@ -219,6 +241,8 @@ std::string FateText(const Origin& origin) {
         text += " by " + origin.operations.front();
     }
     if (origin.filter && origin.fate == Fate::kFilteredOut) text += " by " + *origin.filter;
+    if (!origin.reason.empty()) return text + ": " + origin.reason + "]";
+    if (origin.fate == Fate::kNotHandedOn) return text + WhyKept(origin) + "]";
     if (origin.did_not_load()) {
         if (origin.required) {
             text += "; it takes " + ShellWords(*origin.required);
@@ -229,7 +253,7 @@ std::string FateText(const Origin& origin) {
     return text + "]";
 }
 
-std::string ExplanationText(const Explanation& explanation, bool colours) {
+std::string ExplanationText(const Explanation& explanation, bool colours, bool verbose) {
     Text text;
     const auto colour = [&](const char* colour) {
         if (colours) text.Fixed(colour);
@@ -243,15 +267,25 @@ std::string ExplanationText(const Explanation& explanation, bool colours) {
         } else {
             text << " is not set\n";
         }
+        const std::vector<ExplainedLine> lines = LinesOf(property, verbose);
         std::vector<std::string> places;
         size_t width = 0;
-        for (const Origin& origin : property.origins) {
-            places.push_back(Printable(OriginText(origin)));
+        for (const ExplainedLine& line : lines) {
+            places.push_back(line.origin == nullptr ? "" : Printable(OriginText(*line.origin)));
             width = std::max(width, places.back().size());
         }
         auto place = places.begin();
-        for (const Origin& origin : property.origins) {
+        for (const ExplainedLine& line : lines) {
             place->resize(width, ' ');
+            if (line.origin == nullptr) {
+                colour(kFaint);
+                text << "    " << line.text;
+                colour(kPlain);
+                text << "\n";
+                ++place;
+                continue;
+            }
+            const Origin& origin = *line.origin;
             colour(ColourOf(origin));
             text << (origin.fate == Fate::kWins ? "  * " : "    ") << *place++ << "  "
                  << origin.value << FateText(origin);
@@ -274,6 +308,7 @@ std::string DifferenceText(const Difference& difference) {
         text << "~ " << property.name << "\n    a: " << SideText(*property.a)
              << "\n    b: " << SideText(*property.b) << "\n";
     }
+    if (difference.empty()) text << "no difference\n";
     return text.string();
 }
 
