@@ -385,6 +385,12 @@ TEST_F(CompareTest, GivesTheBootWhatThePhoneHasStored) {
               json({"--set", "persist.test.kind=big", "--set", "persist.test.mode=2"}));
     EXPECT_EQ(document.at("same"), 0);
     EXPECT_EQ(document.at("others"), 1);
+
+    const Output illegal =
+            Run("compare " + device + " -",
+                "<" + Write("/long", "persist.test.mode=" + std::string(200, 'x') + "\n"));
+    EXPECT_EQ(illegal.status, 1);
+    EXPECT_THAT(illegal.err, HasSubstr("not given what no phone has stored, 1 property such as"));
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "coverage/coverage.h"
 #include "device/legal.h"
 #include "device/places.h"
+#include "printable.h"
 
 namespace extprop {
 
@@ -29,15 +30,19 @@ class VariantFinder {
             : phone_(phone), options_(options), device_(device) {
         for (const auto& [name, value] : options.plan.properties) given_.insert(name);
         for (const Edit& edit : options.what_if.edits) given_.insert(edit.name);
+        std::vector<std::string> refused;
         for (const auto& [name, value] : phone.properties) {
             if (!IsPersistent(name) || name == kChannelInfo || given_.count(name) != 0) continue;
             if (const auto reason = WhyRefused(name, value)) {
-                found_.notes.push_back("the boot is not given the phone's '" + name +
-                                       "', which no phone has: " + *reason);
+                refused.push_back(QuotedShort(name) + ": " + *reason);
             } else {
                 persistent_[name] = value;
             }
         }
+        if (refused.empty()) return;
+        found_.notes.push_back("the boot is not given what no phone has stored, " +
+                               Count(refused.size(), "property", "properties") + " such as " +
+                               refused.front());
     }
 
     PhoneVariant Find() {
