@@ -145,7 +145,7 @@ check_library_words() {
         packaged boot --help | xargs -d '\n' | sed 's/.*Hand VALUE, of \(.*\), *to the bind.*/one of \1;/'
     } 2>&1 | sed -n 's/.*one of \([^;]*\);.*/\1/p' | tr ', ' '\n\n' | grep .)
     expect "the library's words" "$(wc -w <<<"$words")" 24
-    for file in README.md "$ROOT"/usr/share/{bash-completion/completions/extprop,zsh/vendor-completions/_extprop}; do
+    for file in docs/manual.md "$ROOT"/usr/share/{bash-completion/completions/extprop,zsh/vendor-completions/_extprop}; do
         for word in $words; do
             grep -qw -- "$word" "$file" || fail "$file: nothing on $word"
             grep -qw -- "$word" <<<"$page" || fail "manual: nothing on $word"
