@@ -372,8 +372,14 @@ TEST_P(ImagesTest, ASuperImageHasItsLogicalPartitionsBySlot) {
          {broken, std::string(20'000, 'x'), super.substr(0, 2'000'000)}) {
         Write(image, bytes);
         AsUser([&] {
-            EXPECT_THAT([&] { Sandbox(Path("/d")); },
-                        ThrowsMessage<std::runtime_error>(testing::StartsWith(image)));
+            const auto look = [&] {
+                const Sandbox root(Path("/d"));
+                for (const char* path : {"/my_region/build.prop", "/odm/build.prop"}) {
+                    ReadIn(root, path);
+                }
+                root.CheckImages();
+            };
+            EXPECT_THAT(look, ThrowsMessage<std::runtime_error>(testing::StartsWith(image)));
         });
     }
 }

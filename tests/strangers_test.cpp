@@ -97,7 +97,7 @@ TEST_F(StrangersTest, ResultsGoWhereTheyWereAskedTo) {
             {{"lint", "odm.img", "--sarif", "same"}, "same: this is what is read"},
             {{"lint", "phone.tar", "--code-quality", "phone.tar"}, "this is what is read"},
             {{"lint", "phone.tar", "--write-baseline", "phone.tar"}, "this is what is read"},
-            {{"check", "phone.tar", "phone.tar", "--record"}, "this is what is read"},
+            {{"check", "phone.tar", "phone.tar", "--record", "--force"}, "this is what is read"},
             {{"check", "d", "d/new.yaml", "--junit", "d/new.yaml"}, "this is what is read"},
             {{"explain", "d", "--all", "--html", "d/odm.img"}, "name of an image or archive"},
             {{"matrix", "d", "--html", "d/Payload.bin"}, "name of an image or archive"},
