@@ -327,6 +327,17 @@ TEST_F(WorkdayTest, OperationsNameWhatTheyRead) {
                           "SMP1DR_14.2_B.07"));
 }
 
+// As the phone shows them; a directory of its own stays what it is.
+TEST_F(WorkdayTest, PartitionsAreSeenAtBothPlaces) {
+    Write("/odm/build.prop", "import /my_region/etc/a.prop\nimport /my_stock/a.prop\n");
+    Write("/mnt/vendor/my_region/etc/a.prop", "ro.a=1\n");
+    Write("/mnt/vendor/my_stock/a.prop", "ro.b=vendor\n");
+    Write("/my_stock/a.prop", "ro.b=own\n");
+    const Output output = Run("explain " + Path("") + " ro.a ro.b early");
+    EXPECT_THAT(output.out, AllOf(HasSubstr("ro.a=1\n"), HasSubstr("ro.b=own\n")));
+    EXPECT_THAT(Run("lint " + Path("")).out, testing::Not(HasSubstr("missing-import")));
+}
+
 TEST_F(WorkdayTest, SamplesInOrderHaveNoFindings) {
     for (const auto& sample : std::filesystem::directory_iterator(Sample(""))) {
         const std::string path = sample.path();

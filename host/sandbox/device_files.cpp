@@ -60,7 +60,25 @@ void DeviceFiles::ShowImages() {
         Done(view_->ShowTree(nothing_tree_, "", directory), directory);
     }
     for (const std::string& path : images_.files) view_->Remove({}, path.c_str(), false);
+    ShowPartitionsTwice();
     view_->TakeChanges();
+}
+
+// A phone shows what is mounted at /mnt/vendor/my_X at /my_X, too.
+void DeviceFiles::ShowPartitionsTwice() {
+    constexpr char kMounts[] = "/mnt/vendor";
+    Entry mounts;
+    std::vector<Listed> names;
+    if (view_->Find(kMounts, true, &mounts) < 0 || !mounts.is_directory()) return;
+    if (view_->List(mounts, &names) < 0) return;
+    for (const Listed& listed : names) {
+        Entry partition;
+        if (listed.name.rfind("my_", 0) != 0) continue;
+        if (view_->FindIn(mounts, listed.name, &partition) < 0 || !partition.is_directory())
+            continue;
+        const std::string place = std::string(kMounts) + "/" + listed.name;
+        Done(view_->MakeLink(place, "/" + listed.name), place + ": cannot be linked to");
+    }
 }
 
 void DeviceFiles::Reset() {

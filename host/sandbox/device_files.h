@@ -45,6 +45,7 @@ class DeviceFiles {
   private:
     void Restart();
     void ShowImages();
+    void ShowPartitionsTwice();
 
     ScratchDirectory scratch_;
     android::base::unique_fd nothing_;  // an empty directory
