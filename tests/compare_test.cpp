@@ -177,6 +177,7 @@ class CompareTest : public ToolTest {
         Write("/image/mnt/vendor/my_product/cust/EU/build.prop", "ro.test.locale=en\n");
         Write("/image/mnt/vendor/my_product/cust/IN/build.prop",
               "ro.test.locale=hi\nro.test.script=deva\n");
+        Write("/image/mnt/vendor/my_product/cust/US/build.prop", "ro.build.type=user\n");
         Write("/image/odm/build.prop", "ro.test.theme=stock\nro.test.same=1\n");
         Write("/image/mnt/vendor/my_stock/build.prop", "ro.test.theme=new\n");
         Write("/image/mnt/vendor/my_carrier/properties/north/SimSwitchFirstTime/a.prop",

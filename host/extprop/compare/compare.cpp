@@ -19,6 +19,15 @@ bool IsLibraryLine(const Origin& origin) {
     return origin.kind == OriginKind::kFile && !IsSystemLine(origin);
 }
 
+// Whether a property that the phone alone has, with these places in the device, is the library's.
+// It is not if the system has its value from a file of its own.
+bool IsLibrarys(const std::vector<Origin>& origins, const std::string& phone) {
+    return std::any_of(origins.begin(), origins.end(), IsLibraryLine) &&
+           std::none_of(origins.begin(), origins.end(), [&](const Origin& origin) {
+               return IsSystemLine(origin) && origin.value == phone;
+           });
+}
+
 const Origin* WinnerOf(const std::vector<Origin>& origins) {
     for (const Origin& origin : origins) {
         if (origin.fate == Fate::kWins) return &origin;
@@ -57,7 +66,8 @@ class Comparer {
     bool IsAsked(const ExplainedProperty& property, const Origin& line) const {
         const auto phone = PhonesOwn(property.name);
         return phone && property.value != phone && IsCompared(property.name) &&
-               IsLibraryLine(line) && (!property.value || line.value == *phone);
+               IsLibraryLine(line) &&
+               (property.value ? line.value == *phone : IsLibrarys(property.origins, *phone));
     }
 
     void AddAll(const PropertyMap& device, const Explanation& explanation) {
@@ -110,8 +120,7 @@ class Comparer {
                     origins, [&](const Origin& origin) { return origin.value == *phone; },
                     &property);
             comparison_.differs.push_back(std::move(property));
-        } else if (IsRegionOrKey(property.name) ||
-                   std::any_of(origins.begin(), origins.end(), IsLibraryLine)) {
+        } else if (IsRegionOrKey(property.name) || IsLibrarys(origins, *phone)) {
             AddLines(
                     origins, [](const Origin&) { return true; }, &property);
             comparison_.only_phone.push_back(std::move(property));
@@ -133,7 +142,7 @@ class Comparer {
                   const std::vector<Origin>& origins) {
         OtherProperty other{name, value, std::nullopt};
         for (const Origin& origin : origins) {
-            if (origin.kind != OriginKind::kFile) continue;
+            if (!IsSystemLine(origin)) continue;
             // The one with the phone's value says most.
             if (!other.line || origin.value == value || other.line->value != value) {
                 other.line = origin;
