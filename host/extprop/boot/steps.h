@@ -23,8 +23,8 @@ struct StepContext {
     PropertyCallback callback;
     // What others on the phone do between the library's steps: one sets a property, one writes a
     // file, as WholeFile() has it.
-    std::function<void(const std::string& name, const std::string& value)> set;
-    std::function<void(const std::string& path, const std::string& text)> write;
+    std::function<void(const std::string& name, const std::string& value)> set = nullptr;
+    std::function<void(const std::string& path, const std::string& text)> write = nullptr;
 };
 
 // One kind of step: its word on the command line, what may follow it behind a ":", and its action.

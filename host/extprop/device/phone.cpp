@@ -23,11 +23,11 @@ constexpr char kWanted[] =
         "; wanted is what getprop prints, a property file, a bug report as text or zip, or the "
         "persistent properties' store";
 
-[[noreturn]] void Fail(const std::string& name, const std::string& what) {
+[[noreturn]] void Refuse(const std::string& name, const std::string& what) {
     throw InputError(name + ": " + what + kWanted);
 }
 
-[[noreturn]] void Fail(const std::string& name, size_t line, const std::string& what) {
+[[noreturn]] void Refuse(const std::string& name, size_t line, const std::string& what) {
     throw InputError(name + ":" + std::to_string(line + 1) + ": " + what);
 }
 
@@ -55,8 +55,8 @@ void ReadListed(const std::string& name, const Lines& lines, size_t first_number
     if (!EndsWith(lines[last], "]")) {
         for (last = first; last < end && !EndsWith(lines[last], "]");) ++last;
         if (last == end) {
-            Fail(name, first_number + first,
-                 "truncated or damaged: the value's closing ] is missing");
+            Refuse(name, first_number + first,
+                   "truncated or damaged: the value's closing ] is missing");
         }
     }
     const size_t separator = lines[first].find(kBeforeValue);
@@ -83,16 +83,16 @@ void CheckAreValues(const std::string& name, const PropertyMap& listed) {
                            [&](const auto& property) { return is(property.second); });
     };
     if (all([](const std::string& value) { return StartsWith(value, "u:object_r:"); })) {
-        Fail(name, "it looks like what getprop -Z prints, contexts instead of values");
+        Refuse(name, "it looks like what getprop -Z prints, contexts instead of values");
     }
-    if (all(IsType)) Fail(name, "it looks like what getprop -T prints, types instead of values");
+    if (all(IsType)) Refuse(name, "it looks like what getprop -T prints, types instead of values");
 }
 
 // Reads lines of either form, of which the first has the number `first_number`.
 Phone ReadLines(const std::string& name, std::string content, size_t first_number) {
     if (content.size() > limits::kPhoneProperties) {
-        Fail(name,
-             "more than " + std::to_string(limits::kPhoneProperties) + " bytes of properties");
+        Refuse(name,
+               "more than " + std::to_string(limits::kPhoneProperties) + " bytes of properties");
     }
     if (EndsWith(content.substr(0, content.find('\n')), "\r")) {
         content = android::base::StringReplace(content, "\r\n", "\n", true);
@@ -118,15 +118,15 @@ Phone ReadLines(const std::string& name, std::string content, size_t first_numbe
             } else if (line.kind == PropertyLine::kProperty && !line.name.empty()) {
                 phone.properties[std::string(line.name)] = line.value;
             } else {
-                Fail(name, first_number + at,
-                     QuotedShort(line.text) + " is neither name=value nor [name]: [value]" +
-                             kWanted);
+                Refuse(name, first_number + at,
+                       QuotedShort(line.text) + " is neither name=value nor [name]: [value]" +
+                               kWanted);
             }
         }
     }
     CheckAreValues(name, listed);
     for (auto& [property, value] : listed) phone.properties[property] = std::move(value);
-    if (phone.properties.empty()) Fail(name, "it has no properties");
+    if (phone.properties.empty()) Refuse(name, "it has no properties");
     if (imports > 0) {
         phone.notes.push_back(name + ": " + Count(imports, "import is", "imports are") +
                               " not followed");
@@ -151,20 +151,20 @@ size_t LineBeginning(std::string_view content, std::string_view beginning, size_
 Phone ReadBugReport(const std::string& name, std::string_view content) {
     const size_t header = FindSystemProperties(content);
     if (header == std::string_view::npos) {
-        Fail(name, "it looks like a bug report without the section SYSTEM PROPERTIES");
+        Refuse(name, "it looks like a bug report without the section SYSTEM PROPERTIES");
     }
     const size_t start = content.find('\n', header) + 1;
     const size_t end = start == 0 ? start
                                   : std::min(LineBeginning(content, kRule, start),
                                              LineBeginning(content, kOldEnd, start));
     if (start == 0 || end == std::string_view::npos) {
-        Fail(name, "truncated: the bug report's section SYSTEM PROPERTIES has no end");
+        Refuse(name, "truncated: the bug report's section SYSTEM PROPERTIES has no end");
     }
     const std::string_view section = content.substr(start, end - start);
     if (const size_t failed = LineBeginning(section, "*** ", 0); failed != section.npos) {
         const std::string_view line = section.substr(failed);
-        Fail(name, "the bug report's section SYSTEM PROPERTIES says " +
-                           QuotedShort(line.substr(0, line.find('\n'))));
+        Refuse(name, "the bug report's section SYSTEM PROPERTIES says " +
+                             QuotedShort(line.substr(0, line.find('\n'))));
     }
     return ReadLines(name, std::string(section),
                      std::count(content.begin(), content.begin() + start, '\n'));
@@ -289,7 +289,7 @@ size_t FindSystemProperties(std::string_view content) {
 }
 
 Phone PhoneOf(const std::string& name, std::string_view content) {
-    if (IsBlank(content)) Fail(name, "it is empty");
+    if (IsBlank(content)) Refuse(name, "it is empty");
     if (StartsWith(content, kByteOrderMark)) content.remove_prefix(kByteOrderMark.size());
     if (FindSystemProperties(content) != std::string_view::npos ||
         LineBeginning(content, kBugReport, 0) != std::string_view::npos) {
@@ -297,7 +297,7 @@ Phone PhoneOf(const std::string& name, std::string_view content) {
     }
     for (const Known& known : kKnown) {
         if (StartsWith(content, known.beginning)) {
-            Fail(name, std::string("it looks like ") + known.what);
+            Refuse(name, std::string("it looks like ") + known.what);
         }
     }
     if (content.size() <= limits::kPhoneProperties) {
@@ -305,9 +305,10 @@ Phone PhoneOf(const std::string& name, std::string_view content) {
     }
     if (IsBinary(content)) {
         // A line end begins a record, and text.
-        Fail(name, content[0] == '\n' && content.find("persist.") != std::string_view::npos
-                           ? "it looks like a store of persistent properties, truncated or damaged"
-                           : "it looks like binary data");
+        Refuse(name,
+               content[0] == '\n' && content.find("persist.") != std::string_view::npos
+                       ? "it looks like a store of persistent properties, truncated or damaged"
+                       : "it looks like binary data");
     }
     return ReadLines(name, std::string(content), 0);
 }

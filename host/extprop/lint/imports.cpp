@@ -34,7 +34,7 @@ constexpr const Rule& kImportMultiplies = RuleNamed("import-multiplies");
 constexpr uint64_t kManyLoads = 100;
 
 // Of so many choices of values it is looked where they lead.
-constexpr size_t kMostChoices = 1000;
+constexpr size_t kMostFollowed = 1000;
 
 // What the boot loader sets, so that no boot here shows it.
 constexpr char kBootLoaders[] = "ro.boot.";
@@ -85,7 +85,7 @@ Expansions Expand(const std::string& name, const PropertyValues& values) {
         if (known == values.end()) continue;
         const size_t before = choices.size();
         for (const std::string& value : known->second) {
-            for (size_t i = 0; i < before && choices.size() < kMostChoices; ++i) {
+            for (size_t i = 0; i < before && choices.size() < kMostFollowed; ++i) {
                 choices.push_back(choices[i]);
                 choices.back()[reference] = value;
             }

@@ -6,17 +6,17 @@ namespace extprop {
 
 namespace {
 
-using Places = std::map<Variant, size_t, VariantOrder>;
+using VariantIndices = std::map<Variant, size_t, VariantOrder>;
 
-Places PlacesOf(const Summary& summary) {
-    Places places;
-    for (size_t i = 0; i < summary.variants.size(); ++i) places[summary.variants[i].variant] = i;
-    return places;
+VariantIndices IndicesOf(const Summary& summary) {
+    VariantIndices indices;
+    for (size_t i = 0; i < summary.variants.size(); ++i) indices[summary.variants[i].variant] = i;
+    return indices;
 }
 
 // Returns those of the summary that the other has not, and adds those among them that failed to
 // `*failed`.
-std::vector<Variant> Only(const Summary& summary, const Places& other,
+std::vector<Variant> Only(const Summary& summary, const VariantIndices& other,
                           std::vector<SummaryVariant>* failed) {
     std::vector<Variant> only;
     for (const SummaryVariant& variant : summary.variants) {
@@ -49,7 +49,7 @@ MatrixDifference Compare(const Summary& a, const Summary& b) {
     MatrixDifference difference;
     difference.device_a = a.device;
     difference.device_b = b.device;
-    const Places places_a = PlacesOf(a), places_b = PlacesOf(b);
+    const VariantIndices places_a = IndicesOf(a), places_b = IndicesOf(b);
     difference.only_a = Only(a, places_b, &difference.failed);
     difference.only_b = Only(b, places_a, &difference.failed);
     std::vector<std::pair<size_t, size_t>> common;
