@@ -257,6 +257,10 @@ TEST_F(CompareTest, TellsEachClassWithItsLines) {
               "  persist.vendor.x=1\n"
               "  ro.build.id=X2  (/system/build.prop:1 has X1)\n"
               "  ro.build.type=user  (/system/build.prop:2)\n");
+    // A package is the library's, wherever it lies.
+    const Output package = Run("compare " + Sample("carrier-package") + " -",
+                               "<" + Write("/package", "[ro.sample.apn]: [internet.ota]\n"));
+    EXPECT_THAT(package.out, HasSubstr("1 only on the phone, 0 the same, 0 not this library's"));
     EXPECT_EQ(Run("compare " + device + " - 'ro.test.s*'", "<" + phone).out,
               "0 differ, 0 only in the image, 0 only on the phone, 1 the same, 0 not this "
               "library's\n");

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "compare/system_files.h"
 #include "device/legal.h"
-#include "device/places.h"
 
 namespace extprop {
 
@@ -12,7 +12,7 @@ namespace {
 // Whether the line is one that the library has not loaded, of a file that the system may load.
 bool IsSystemLine(const Origin& origin) {
     return origin.kind == OriginKind::kFile && origin.did_not_load() &&
-           IsSystems(origin.own_file());
+           IsSystemsOwn(origin.own_file());
 }
 
 bool IsLibraryLine(const Origin& origin) {

@@ -7,9 +7,9 @@
 
 #include "TesvoExtensionProperty/names.h"
 #include "TesvoExtensionProperty/partitions.h"
+#include "compare/system_files.h"
 #include "coverage/coverage.h"
 #include "device/legal.h"
-#include "device/places.h"
 #include "printable.h"
 
 namespace extprop {
@@ -86,7 +86,7 @@ class VariantFinder {
             }
         }
         for (const SurveyedFile& file : survey.files) {
-            if (IsSystems(file.own()) && imported.count(file.own()) == 0) continue;
+            if (IsSystemsOwn(file.own()) && imported.count(file.own()) == 0) continue;
             for (const LineRead& line : file.lines) {
                 Give(line.name);
                 in_files_.emplace(line.name, "");
