@@ -1,4 +1,4 @@
-// Filters of system calls, put together statement by statement.
+// Filters of system calls (seccomp), put together statement by statement.
 
 #pragma once
 
@@ -26,7 +26,8 @@ constexpr sock_filter Statement(uint16_t code, uint32_t value) {
     return {code, 0, 0, value};
 }
 
-// Skips `yes` or `no` statements.
+// Compares the loaded value, and skips the next `yes` statements if that holds, else `no`
+// statements.
 constexpr sock_filter JumpIf(uint16_t compare, uint32_t value, uint8_t yes, uint8_t no) {
     return {static_cast<uint16_t>(BPF_JMP | compare | BPF_K), yes, no, value};
 }
@@ -35,23 +36,25 @@ constexpr sock_filter Return(uint32_t verdict) {
     return Statement(BPF_RET | BPF_K, verdict);
 }
 
-// Loads 32 bits of the call's description.
+// Loads the 32 bits at this offset of the call's seccomp_data.
 constexpr sock_filter Load(size_t offset) {
     return Statement(BPF_LD | BPF_W | BPF_ABS, static_cast<uint32_t>(offset));
 }
 
-// Where the lower half of an argument lies.
+// Returns the offset at which the lower half of an argument lies.
 constexpr size_t Argument(int index) {
     return offsetof(seccomp_data, args) + index * sizeof(uint64_t);
 }
 
-// Whether the kernel has filters for this process.
+// Returns whether the kernel supports filters for this process.
 inline bool IsPossible() {
-    // Without a filter to read this fails: for that reason where filters are to be had.
+    // There is no filter to read, so this always fails: with EFAULT only where filters are
+    // supported.
     return prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, nullptr) == -1 && errno == EFAULT;
 }
 
-// Puts the process under the filter, for good. Returns false with errno.
+// Puts the process under the filter, which nothing can remove. Returns false, with errno set, if
+// that fails.
 inline bool Install(std::vector<sock_filter> statements) {
     const sock_fprog program = {static_cast<unsigned short>(statements.size()), statements.data()};
     return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&

@@ -1,4 +1,5 @@
-// System calls that the filter of a boxed process lets pass: those by which its own are led.
+// System calls that the filter of a sandboxed process lets through to the kernel. Redirected calls
+// are performed by means of these.
 
 #pragma once
 
@@ -6,8 +7,8 @@
 
 extern "C" {
 
-// Makes the call, and where it has made it: nothing else in the process makes one from there, so
-// that a filter can tell by the address.
+// Makes the system call; extprop_kernel_call_made is the address after it. Nothing else in the
+// process makes a call from there, so a filter recognises these calls by the address.
 long extprop_kernel_call(long number, long a, long b, long c, long d, long e, long f);
 extern const char extprop_kernel_call_made[];
 }

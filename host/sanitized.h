@@ -1,4 +1,4 @@
-// Whether this is a build for a sanitizer, whose own memory no limit goes with.
+// Whether this is a sanitizer's build, which takes too much memory of its own for any limit.
 
 #pragma once
 

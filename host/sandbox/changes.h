@@ -1,4 +1,4 @@
-// What became of a device's files.
+// Changes of a device's files.
 
 #pragma once
 
@@ -13,7 +13,7 @@ struct FileChange {
     std::string path;
 };
 
-// "created", "changed" or "deleted".
+// Returns "created", "changed" or "deleted".
 const char* Name(FileChange::Kind kind);
 
 }  // namespace sandbox

@@ -1,4 +1,4 @@
-// Failed system calls as exceptions that say what failed and why.
+// Turns failed system calls into exceptions with what failed and why.
 
 #pragma once
 
@@ -6,13 +6,13 @@
 
 namespace sandbox {
 
-// Throws std::runtime_error: `what`, and what errno says.
+// Throws std::runtime_error with `what` and the description of errno.
 [[noreturn]] void Fail(const std::string& what);
 
-// Fails unless the thing was done.
+// Calls Fail(what) unless `done`.
 void Check(bool done, const std::string& what);
 
-// Opens the file, for this process alone, or fails naming it.
+// Opens the file close-on-exec and returns its descriptor. Throws as Fail does, with the path.
 int OpenOrThrow(const std::string& path, int flags);
 
 }  // namespace sandbox

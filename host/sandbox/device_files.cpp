@@ -40,7 +40,7 @@ DeviceFiles::DeviceFiles(const std::string& device, const Options& options) {
     ShowImages();
 }
 
-// Makes the view as that of the device directory alone.
+// Makes the view anew, of the device directory alone.
 void DeviceFiles::Restart() {
     const std::string state = scratch_.path() + "/state-" + std::to_string(getpid());
     std::filesystem::remove_all(state);

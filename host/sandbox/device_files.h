@@ -1,4 +1,4 @@
-// A device directory's files as the device has them, those of its partition images included.
+// The files of a device directory as the device sees them, including those in partition images.
 
 #pragma once
 
@@ -19,18 +19,18 @@ namespace sandbox {
 
 class DeviceFiles {
   public:
-    // Opens the directory or file `device` and the images in it. Throws std::runtime_error, naming
-    // what is at fault.
+    // Opens the directory or file `device` and the images in it. Throws std::runtime_error with the
+    // file that is at fault.
     DeviceFiles(const std::string& device, const Options& options);
     DeviceFiles& operator=(DeviceFiles&&) = delete;
 
     View& view() { return *view_; }
     const View& view() const { return *view_; }
 
-    // Throws all changes away. In a child process the changes from here on are its own.
+    // Discards all changes. In a child process the later changes are its own.
     void Reset();
 
-    // What Sandbox has under the same names.
+    // These do what Sandbox's functions of the same names do.
     bool AttachBlockDevice(const std::string& path);
     std::string Read(const std::string& path, size_t most) const;
     std::optional<ImagePlace> ImageOf(const std::string& path) const;
@@ -39,7 +39,8 @@ class DeviceFiles {
     void CheckImages() const;
     const std::vector<std::string>& packed() const { return images_.packed; }
 
-    // A child process that goes on with its own copy of this must not keep the private folder.
+    // Call it in a child process that goes on with a copy of this object: otherwise the scratch
+    // directory would stay until the child ends.
     void LeaveInChild() { scratch_.LeaveInChild(); }
 
   private:
@@ -51,7 +52,7 @@ class DeviceFiles {
     android::base::unique_fd nothing_;  // an empty directory
     std::shared_ptr<const Tree> nothing_tree_;
     std::optional<Firmware> firmware_;
-    Images images_;  // the partitions are the view's trees but the first
+    Images images_;  // the view's trees after the first
     std::optional<View> view_;
 };
 

@@ -56,10 +56,10 @@ long NamesIn(int directory, const char* name, std::vector<Listed>* names) {
 DirectoryTree::DirectoryTree(const std::string& path)
         : root_(OpenOrThrow(path, O_PATH | O_DIRECTORY)) {}
 
-// Returns a descriptor of the directory that lives until the next call.
+// Returns a descriptor of the directory, valid until the next call.
 long DirectoryTree::Directory(const std::string& path) const {
     if (path.empty()) return root_.get();
-    // From the nearest that is open already.
+    // Starts at the nearest directory that is open already.
     size_t known = path.size();
     auto nearest = open_.find(path);
     while (nearest == open_.end() && (known = path.rfind('/', known - 1)) != 0) {
@@ -114,7 +114,7 @@ long DirectoryTree::List(const std::string& directory, std::vector<Listed>* name
 long DirectoryTree::Open(const std::string& path, int flags) const {
     Place place;
     if (long error = Find(path, &place); error < 0) return error;
-    // Whatever it has become since it was looked at, opening it comes back.
+    // O_NONBLOCK: it may have become a FIFO since it was looked at.
     const long fd = Kernel(SYS_openat, place.directory, path.empty() ? "." : place.name,
                            flags | O_NOFOLLOW | O_NONBLOCK, 0);
     if (fd < 0) return fd;

@@ -1,5 +1,6 @@
-// A directory of this machine as a tree. It is walked from its descriptor, name by name, and no
-// link is followed, so that nothing that others do to it meanwhile leads out of it.
+// A directory of this machine as a tree. Each path is walked from the directory's descriptor, name
+// by name, without following links. So no path leads out of it, even if another process changes the
+// directory at the same time.
 
 #pragma once
 
@@ -32,11 +33,12 @@ class DirectoryTree : public Tree {
     long Directory(const std::string& path) const;
 
     android::base::unique_fd root_;
-    // Directories on the way, which paths keep coming through.
+    // Cache: directories through which paths led before.
     mutable std::unordered_map<std::string, android::base::unique_fd> open_;
 };
 
-// What the calls are made of, for every open directory: names in it.
+// Do the same for a name in an open directory of this machine. Return a result, or a negative
+// errno.
 long StatusIn(int directory, const char* name, struct stat* status);
 long TargetIn(int directory, const char* name, std::string* target);
 long NamesIn(int directory, const char* name, std::vector<Listed>* names);

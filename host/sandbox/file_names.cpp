@@ -27,10 +27,10 @@ constexpr Partition kPartitions[] = {
         {"system_dlkm", "/", false},
 };
 
-// Directories of a device's root that are no partitions of these.
+// Directories of a device's root besides those of the partitions above.
 constexpr const char* kDirectories[] = {"data", "dev", "mnt", "sys"};
 
-// What tools add to the name of a file that they pack.
+// What tools add to the name of a file that they compress.
 constexpr const char* kPacked[] = {".gz", ".xz", ".zst", ".lz4", ".bz2"};
 
 constexpr const char* kArchives[] = {"*.zip",     "*.tar",     "*.tar.gz",  "*.tar.xz",
@@ -51,14 +51,14 @@ bool Fits(const char* pattern, const std::string& name) {
     return fnmatch(pattern, name.c_str(), FNM_CASEFOLD) == 0;
 }
 
-// Takes the ending off the name. Returns false if it has another, whatever its case.
+// Removes the ending, in any case, from the name. Returns false if the name has another ending.
 bool TakeEnding(std::string_view ending, std::string* name) {
     if (!android::base::EndsWithIgnoreCase(*name, ending)) return false;
     name->resize(name->size() - ending.size());
     return true;
 }
 
-// Takes a number off the end of the name.
+// Removes a number from the end of the name and returns it.
 std::optional<int> TakeNumber(std::string* name) {
     constexpr size_t kMostDigits = 4;
     size_t digits = 0;
@@ -69,7 +69,7 @@ std::optional<int> TakeNumber(std::string* name) {
     return number;
 }
 
-// Returns the name of an image as builds write it, if it is one of those when it has no capitals.
+// Returns the name in lower case if builds name an image so, otherwise as it is.
 std::string WithoutCapitals(const std::string& name) {
     std::string lower = name;
     for (char& letter : lower) {

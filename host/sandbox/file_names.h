@@ -1,4 +1,4 @@
-// What the names of files say that firmware comes in.
+// What the names of firmware files say of their content.
 
 #pragma once
 
@@ -9,28 +9,28 @@ namespace sandbox {
 
 // A partition that is shown.
 struct Partition {
-    const char* name;     // a pattern
-    const char* parent;   // the directory that a phone mounts it in
+    const char* name;     // a pattern, as of fnmatch(3)
+    const char* parent;   // the directory on the phone in which it is mounted
     bool is_always_read;  // every boot reads it
 };
 
-// Returns the partition's line in the table, or null if it is none that is shown.
+// Returns the partition's entry in the table, or null if the tool does not show it.
 const Partition* FindPartition(const std::string& name);
 
-// Whether a partition can have the name: what comes out of an image may be anything.
+// Returns whether a partition can have the name. An image, which is untrusted, may give any text.
 bool IsPartitionName(const std::string& name);
 
-// Takes a slot's suffix off the partition's name and returns the slot, or 0 if there is none.
+// Removes a slot's suffix from the partition's name. Returns the slot, or 0 if there is no suffix.
 char TakeSlot(std::string* name);
 
-// Returns the partition that a directory of a build's target files holds, such as "my_region" of
-// "MY_REGION", or nothing.
+// Returns the partition that a directory of a build's target files holds, such as "my_region" for
+// "MY_REGION", or "" if it holds none.
 std::string PartitionOfTargetFiles(const std::string& directory);
 
-// Whether a directory of this name is one of a device's root, or one that builds put images into.
+// Returns whether a device's root has a directory of this name, or builds put images into one.
 bool IsOfDevice(const std::string& directory);
 
-// Images of many partitions, by what ParseFileName() calls them.
+// Images of many partitions, as FileName::image has them.
 inline constexpr char kSuper[] = "super";
 inline constexpr char kPayload[] = "payload.bin";
 
@@ -39,17 +39,17 @@ inline constexpr char kImagesDirectory[] = "IMAGES";
 
 // What a file's name says of it.
 struct FileName {
-    std::string image = "";              // such as "my_region_a"; empty if it is no image's
-    std::optional<int> part = {};        // of a split image
-    bool is_archive = false;             // that can be looked into
-    const char* whats_unread = nullptr;  // what it is, and how it can be made use of
+    std::string image = "";              // such as "my_region_a"; empty if it is no image
+    std::optional<int> part = {};        // the part's number, of a split image
+    bool is_archive = false;             // of a format that can be opened
+    const char* whats_unread = nullptr;  // why it is ignored, and what to do
 };
 
 // Parses names such as "odm.img", "odm.img.zst", "payload.bin", "super.img_sparsechunk.3",
 // "super_3.img" and "ota.zip".
 FileName ParseFileName(const std::string& name);
 
-// Whether the image is one of a partition that is shown, or of many.
+// Returns whether the image is of a partition that is shown, or of many partitions.
 bool IsOfPartitions(const std::string& image);
 
 }  // namespace sandbox

@@ -1,4 +1,4 @@
-// What images lie in: the device directory or an archive.
+// Where images lie: the device directory or an archive.
 
 #pragma once
 
@@ -18,15 +18,15 @@
 
 namespace sandbox {
 
-// Paths in it begin with a slash.
+// A directory or archive in which images are looked for. Paths in it begin with a slash.
 struct Folder {
     std::shared_ptr<const Tree> tree;
     std::function<ImageName(const std::string& path)> name_of;
-    // Looks at a file, or at the parts of one, that stand for the image.
+    // Opens a file, or the parts of one, that stand for the image.
     std::function<Looked(const std::string& image, const std::vector<std::string>& paths)> look;
 };
 
-// A file that stands for an image of some name, or the parts of one.
+// A file that stands for an image, or the parts of such a file.
 struct ImageFile {
     ImageName name;
     std::vector<std::string> paths;  // in the folder; none if the user named it
@@ -35,7 +35,7 @@ struct ImageFile {
 
 // What lies in a directory of a folder.
 struct FolderContent {
-    std::map<std::string, ImageFile> images;  // by what ParseFileName() calls them
+    std::map<std::string, ImageFile> images;  // by FileName::image
     std::vector<std::string> archives;        // their paths
 };
 
@@ -44,30 +44,32 @@ class Folders {
   public:
     using OnDamage = std::function<void(const std::string& what)>;
 
-    // `nothing` and `on_damage` are as Firmware has them.
+    // `nothing` and `on_damage` are as in Firmware's constructor.
     Folders(char slot, int nothing, OnDamage on_damage)
             : slot_(slot), nothing_(nothing), on_damage_(std::move(on_damage)) {}
 
-    // Sets the number of processes that share what reading may take. Throws std::runtime_error if
-    // there are too many.
+    // Sets the number of reader processes, which share the limits on reading. Throws
+    // std::runtime_error if there are too many.
     void SetReaders(size_t readers);
 
-    // Starts a process that reads the file, or the parts of one.
+    // Starts a process that reads the file, or the parts of one, and returns what it found.
     Looked Start(std::vector<android::base::unique_fd> files) const;
 
-    // The device directory, whose files are seen as `view`; this must live as long.
+    // Returns the device directory as a folder. Its files are looked up in `view`, which must
+    // outlive the folder, as must this object.
     Folder OfDevice(const std::string& device, std::shared_ptr<const Tree> tree,
                     const View& view) const;
 
-    // What the archive holds: without the directory that is around everything, and of an archive
-    // that only holds another one what is in that. Throws std::runtime_error.
+    // Returns what the archive holds. A single directory around everything is left out; for an
+    // archive that only holds another archive this is the inner one's content. Throws
+    // std::runtime_error.
     Folder OfArchive(const Looked& looked, const ImageName& name) const;
 
-    // The image's files.
+    // Returns the image's files as a tree.
     std::shared_ptr<const Tree> TreeOf(const ImageName& name,
                                        std::unique_ptr<images::FileSystem> files) const;
 
-    // An image whose files cannot be had, which whoever looks for them is told.
+    // Returns a tree for an image that cannot be opened: a look-up in it reports `what` as damage.
     std::shared_ptr<const Tree> DamagedTree(const ImageName& name, const std::string& what) const;
 
   private:
@@ -79,18 +81,18 @@ class Folders {
 
 bool IsDirectory(const Tree& tree, const std::string& path);
 
-// Returns the names in the directory, in their order. Throws std::runtime_error.
+// Returns the names in the directory, sorted. Throws std::runtime_error.
 std::set<std::string> NamesIn(const Tree& tree, const std::string& directory);
 
-// Whether anything in the archive is of a device.
+// Returns whether the archive holds anything that belongs to a device.
 bool HasPartitions(const Tree& archive);
 
-// Returns what lies in the folder's directory, and adds what the user should know of it. Throws
-// std::runtime_error if parts of an image are missing.
+// Returns what lies in the folder's directory, and adds to `*notes` what the user should know of
+// it. Throws std::runtime_error if parts of an image are missing.
 FolderContent ContentOf(const Folder& folder, const std::string& directory,
                         std::vector<std::string>* notes);
 
-// Returns a note on what another stands for.
+// Returns the note that `unread` is not read because `chosen` stands for the same thing.
 std::string Unread(const ImageName& unread, const ImageName& chosen, const std::string& of_what);
 
 }  // namespace sandbox

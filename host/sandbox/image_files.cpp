@@ -12,7 +12,7 @@ namespace sandbox {
 
 namespace {
 
-// A file system from one of its directories on.
+// A file system whose root is a directory of another one.
 class PartOfFileSystem : public images::FileSystem {
   public:
     PartOfFileSystem(std::unique_ptr<images::FileSystem> files, uint64_t root)
@@ -31,8 +31,7 @@ class PartOfFileSystem : public images::FileSystem {
     uint64_t root_;
 };
 
-// A file system that is opened by the first who looks into its root directory: what it is packed in
-// may be large.
+// A file system that is opened when its root directory is first looked into.
 class LazyFileSystem : public images::FileSystem {
   public:
     using Open = std::function<std::unique_ptr<images::FileSystem>()>;
@@ -56,7 +55,7 @@ class LazyFileSystem : public images::FileSystem {
     std::string Target(uint64_t node) const override { return opened().Target(node); }
 
   private:
-    static constexpr uint64_t kRoot = ~uint64_t{0};  // which no image has
+    static constexpr uint64_t kRoot = ~uint64_t{0};  // a node that no image has
 
     const images::FileSystem& opened() const {
         if (files_ == nullptr) files_ = open_();

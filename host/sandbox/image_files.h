@@ -14,7 +14,7 @@
 
 namespace sandbox {
 
-// What a process has found in a file.
+// What a reader process has found in a file.
 struct Looked {
     std::shared_ptr<const images::Reader> reader;
     images::Contained contained;
@@ -24,7 +24,8 @@ struct Looked {
     }
 };
 
-// Returns what the function does; what it throws names the image then.
+// Calls the function and returns its result. If it throws std::runtime_error, throws that with the
+// image's name before the message.
 template <typename Function>
 auto Naming(const std::string& image, Function function) try {
     return function();
@@ -32,24 +33,24 @@ auto Naming(const std::string& image, Function function) try {
     throw std::runtime_error(image + ": " + error.what());
 }
 
-// Opens a file or block device that the user named, and nothing that might not come back from being
-// opened. Throws std::runtime_error.
+// Opens a file or block device that the user named. Throws std::runtime_error, also for anything
+// else, whose opening might block.
 android::base::unique_fd OpenNamed(const std::string& path);
 
-// Opens a regular file in the device directory, where links lead within it. `image` is what it
-// stands for, empty if that is many. Throws std::runtime_error.
+// Opens a regular file in the device directory; links on its path lead to the device's own files.
+// `image` is the image that it stands for, empty for several. Throws std::runtime_error.
 android::base::unique_fd OpenInDevice(const View& view, const std::string& image,
                                       const std::string& path);
 
-// Such as "an update's payload".
+// Returns a text for people, such as "an update's payload".
 const char* WhatIs(images::Kind kind);
 
-// Returns the file system from one of its directories on.
+// Returns a file system whose root is the given directory of `files`.
 std::unique_ptr<images::FileSystem> PartOf(std::unique_ptr<images::FileSystem> files,
                                            uint64_t directory);
 
-// Returns a file system that is opened by the first who looks into its root directory: what it is
-// packed in may be large, or damaged.
+// Returns a file system that calls `open` only when its root directory is first looked into, since
+// what it is packed in may be large or damaged.
 std::unique_ptr<images::FileSystem> OpenedLater(
         std::function<std::unique_ptr<images::FileSystem>()> open);
 

@@ -23,7 +23,7 @@ namespace sandbox {
 
 namespace {
 
-// What one thing that is kept takes besides its text.
+// What an item of a cache takes besides its text, in bytes.
 constexpr size_t kOverhead = 128;
 
 constexpr size_t kChunk = 256 * 1024;
@@ -37,7 +37,7 @@ constexpr off_t kSector = 512;
 ImageTree::ImageTree(std::unique_ptr<images::FileSystem> files, int nothing, OnDamage on_damage)
         : files_(std::move(files)), nothing_(nothing), on_damage_(std::move(on_damage)) {}
 
-// Returns what the function does, or tells what it met.
+// Returns the function's result. If the function throws, reports the damage and returns -EIO.
 long ImageTree::Guard(const std::string& path, const std::function<long()>& function) const try {
     if (kept_ > limits::kImageKept) {
         directories_.clear();
@@ -78,7 +78,7 @@ const ImageTree::Names& ImageTree::NamesIn(uint64_t directory) const {
     return names_.emplace(directory, std::move(names)).first->second;
 }
 
-// Finds what is at the path, whose directories are looked up from the nearest that is known.
+// Finds the node at the path, walking from the nearest directory that is known.
 long ImageTree::Find(const std::string& path, uint64_t* node) const {
     size_t known = path.size();
     auto nearest = directories_.find(path);
@@ -101,7 +101,8 @@ long ImageTree::Find(const std::string& path, uint64_t* node) const {
     return 0;
 }
 
-// Remembers the directory, which is in no other place: one that led to itself would have no end.
+// Records the directory's place. A directory at two places is damage: one that contains itself
+// would make walks endless.
 void ImageTree::Enter(const std::string& path, uint64_t node) const {
     const auto [place, is_new] = places_.try_emplace(node, node == files_->root() ? "/" : path);
     if (place->second != path)
@@ -161,7 +162,7 @@ long ImageTree::Open(const std::string& path, int flags) const {
     });
 }
 
-// Puts the file into memory, what is zero as a hole.
+// Puts the file's content into a file in memory, with holes for zeros, and opens that.
 long ImageTree::OpenContent(const images::Node& node, int flags) const {
     const long fd = Kernel(SYS_memfd_create, "image",
                            MFD_ALLOW_SEALING | ((flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0));

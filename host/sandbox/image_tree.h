@@ -1,5 +1,5 @@
-// The file system in an image as a tree. What is looked at is asked of the process that reads the
-// image, once. All files are root's.
+// The file system in an image as a tree. Each node is requested once from the process that reads
+// the image and cached. All files belong to root.
 
 #pragma once
 
@@ -14,11 +14,12 @@ namespace sandbox {
 
 class ImageTree : public Tree {
   public:
-    // Tells of damage: the path in the image, and what is wrong there. What was asked for is -EIO.
+    // Is called with damage: the path in the image, and what is wrong there. The call that met it
+    // returns -EIO.
     using OnDamage = std::function<void(const std::string& path, const std::string& what)>;
 
-    // `nothing` is a descriptor of an empty directory, in whose stead the tree's are opened: their
-    // names are List()'s. It lives as long.
+    // `nothing` is a descriptor of an empty directory, which Open() opens in place of the tree's
+    // directories; their names are had from List(). The descriptor must stay open as long as this.
     ImageTree(std::unique_ptr<images::FileSystem> files, int nothing, OnDamage on_damage);
 
     long Status(const std::string& path, struct stat* status) const override;
@@ -44,7 +45,7 @@ class ImageTree : public Tree {
     mutable std::unordered_map<uint64_t, std::string> places_;       // of these
     mutable std::unordered_map<uint64_t, Names> names_;
     mutable std::unordered_map<uint64_t, images::Node> nodes_;
-    mutable size_t kept_ = 0;  // about so many bytes are kept of it
+    mutable size_t kept_ = 0;  // size of these caches, roughly, in bytes
 };
 
 }  // namespace sandbox

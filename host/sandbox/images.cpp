@@ -30,17 +30,18 @@ namespace {
 
 constexpr char kSystem[] = "system";
 
-// One of those that stand for the same partition.
+// One of the images or directories that could stand for a partition.
 struct Candidate {
     ImageName name;
     std::function<std::shared_ptr<const Tree>()> open;
-    std::string directory = "";  // that alone stands for it
-    bool is_packed = false;      // it is unpacked as a whole when somebody looks into it
-    bool is_named = false;       // by the user
-    std::function<std::string()> above = nullptr;  // as ShownImage has it
+    std::string directory = "";                    // that alone stands for it
+    bool is_packed = false;                        // it is unpacked as a whole on the first look-up
+    bool is_named = false;                         // by the user
+    std::function<std::string()> above = nullptr;  // as in ShownImage
 };
 
-// The system's image may be that of the root: returns the directory in it that is the system's own.
+// Returns the directory in the system's image that is the partition's root: the image may hold the
+// whole root of the device.
 uint64_t SystemIn(const images::FileSystem& files) {
     for (const auto& [name, node] : files.List(files.root())) {
         if (name == kSystem && S_ISDIR(files.Look(node).mode)) return node;
@@ -48,7 +49,7 @@ uint64_t SystemIn(const images::FileSystem& files) {
     return files.root();
 }
 
-// Returns the files of a volume that stand for the partition.
+// Returns the part of the volume's files that belongs to the partition.
 std::unique_ptr<images::FileSystem> OpenedVolume(const Looked& looked, size_t volume,
                                                  const std::string& partition) {
     auto files = looked.Open(volume);
@@ -62,7 +63,7 @@ std::string AboveSystem(const Looked& looked, size_t volume) try {
     const auto files = looked.Open(volume);
     return SystemIn(*files) == files->root() ? "" : std::string("/") + kSystem;
 } catch (const images::Damage&) {
-    return "";  // whoever looks into it is told
+    return "";  // the look-up of its files reports why
 }
 
 ImageName VolumeOf(const ImageName& file, const std::string& volume) {
@@ -213,8 +214,8 @@ class Firmware::Opener {
         }
     }
 
-    // Offers directories that stand for partitions: those of target files and, if it is not the
-    // device's own folder, those that lie in it as on a device.
+    // Offers directories that stand for partitions: those of target files and, unless this is the
+    // device's own folder, those that lie as on a device.
     void OfferDirectories(const Folder& folder, bool is_device) {
         std::vector<std::string> parents = {""};
         if (!is_device && IsDirectory(*folder.tree, "/mnt/vendor"))
@@ -234,7 +235,8 @@ class Firmware::Opener {
         }
     }
 
-    // Those of a slot go before those without, and those of one partition before those of many.
+    // Offers files with a slot before files without, and files of one partition before files of
+    // many.
     void OfferFiles(const std::map<std::string, ImageFile>& files) {
         std::vector<std::pair<std::string, const ImageFile*>> without_slot, of_many;
         for (const auto& [image, file] : files) {
@@ -258,7 +260,7 @@ class Firmware::Opener {
         for (const auto& [image, file] : of_many) OfferAll(image, *file);
     }
 
-    // A file of one partition.
+    // Returns the candidate of a file of one partition.
     Candidate Single(const std::string& partition, const ImageFile& file) const {
         Candidate image = {file.name, nullptr, "", false, file.paths.empty()};
         const auto opened = std::make_shared<Looked>();
@@ -269,7 +271,7 @@ class Firmware::Opener {
                 throw std::runtime_error(std::string(WhatIs(kind)) + ", where an image of " +
                                          partition + " is wanted");
             }
-            // Not in the time of a boot.
+            // Every boot reads it, and unpacking must not count as the boot's time.
             if (FindPartition(partition)->is_always_read) {
                 looked.reader->Unpack(looked.contained.first_volume);
             }
@@ -279,7 +281,7 @@ class Firmware::Opener {
         return image;
     }
 
-    // A file of many partitions.
+    // Offers each partition of a file of many.
     void OfferAll(const std::string& image, const ImageFile& file) {
         const Looked looked = Naming(file.name.path, file.look);
         const images::Kind wanted = image == kSuper ? images::Kind::kSuper : images::Kind::kPayload;
@@ -309,7 +311,7 @@ class Firmware::Opener {
         }
     }
 
-    // Offers an image of the partition, which earlier ones go before.
+    // Takes the image for the partition unless an earlier one was offered.
     void Offer(const std::string& partition, char slot, const Candidate& image) {
         if (slot != 0 && slot != options_.slot) {
             other_slot_.push_back(image.name.path);
@@ -321,8 +323,8 @@ class Firmware::Opener {
         }
     }
 
-    // An image that is damaged or of no known format is no error if nobody looks into it, unless
-    // the user named it.
+    // Opens the candidate's files. An image that is damaged or of no known format is an error here
+    // only if the user named it; otherwise it is when a file in it is looked up.
     std::shared_ptr<const Tree> OpenCandidate(const Candidate& image) {
         try {
             return image.open();
@@ -348,10 +350,10 @@ class Firmware::Opener {
     const Options options_;
     Folders folders_;
 
-    // What the device is, if it is no directory.
+    // The device, if it is no directory.
     std::optional<Folder> archive_;
     std::optional<ImageFile> file_;
-    std::string image_;  // what the file stands for
+    std::string image_;  // the image that the file stands for
 
     std::shared_ptr<const Tree> tree_;
     Images images_;

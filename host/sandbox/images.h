@@ -1,5 +1,5 @@
-// The partition images of a device, such as odm.img, which stand for the files in them, and what
-// they come packed in.
+// The partition images of a device, such as odm.img, which are shown as the files in them, and the
+// archives and images that hold them.
 
 #pragma once
 
@@ -15,9 +15,9 @@ namespace sandbox {
 
 struct Options;
 
-// Where something lies that is no directory of this machine.
+// The place of an image, archive or anything in one.
 struct ImageName {
-    std::string path;  // the file's; what lies in it follows, as in "fw/ota.zip(payload.bin)(odm)"
+    std::string path;  // the file's, then what in it, as in "fw/ota.zip(payload.bin)(odm)"
     std::string name;  // the same for people, as in "odm of payload.bin in ota.zip"
 };
 
@@ -25,10 +25,10 @@ struct ImageName {
 struct ShownImage {
     ImageName name;
     std::shared_ptr<const Tree> tree;
-    std::string root;   // the part of the tree that is shown, such as "" or "/system"
-    std::string named;  // what the name has of the tree's paths already, such as "/ODM"
+    std::string root;   // the directory of the tree that is shown, such as "" or "/system"
+    std::string named;  // the part of the tree's paths that `name` has already, such as "/ODM"
     std::string place;  // such as "/mnt/vendor/my_region"
-    std::string link;   // where a link leads there too; empty for none
+    std::string link;   // a link to `place` is made here; empty for none
     // If set, returns the path of the tree's root in the image.
     std::function<std::string()> above;
 };
@@ -36,29 +36,30 @@ struct ShownImage {
 // What a device holds of images.
 struct Images {
     std::vector<ShownImage> shown;     // in the order of their partitions' names
-    std::vector<std::string> files;    // that stand for them, by their paths in the device
-    std::vector<std::string> covered;  // directories of the device that do
-    std::vector<std::string> packed;   // places that are unpacked when somebody looks into them
+    std::vector<std::string> files;    // of the images, by their paths in the device
+    std::vector<std::string> covered;  // directories of the device in place of images
+    std::vector<std::string> packed;   // places whose images are unpacked on the first look-up
     std::vector<std::string> notes;    // what the user should know of the files
 };
 
-// A device as it comes: a directory, an archive of one, or a file of one or more partitions.
+// A device in any of its forms: a directory, an archive of one, or a file of one or more
+// partitions.
 class Firmware {
   public:
     // Opens the directory or file at `path`. `nothing` is a descriptor of the empty directory
-    // `nothing_path`; it and `on_damage`, which is told what is found damaged later, live as long
-    // as the trees. Throws std::runtime_error naming what cannot be used.
+    // `nothing_path`; `on_damage` is called with damage that is found later. Both must outlive the
+    // trees. Throws std::runtime_error with the name of what cannot be used.
     Firmware(const std::string& path, const Options& options, int nothing,
              const std::string& nothing_path,
              const std::function<void(const std::string& what)>& on_damage);
     ~Firmware();
     Firmware& operator=(Firmware&&) = delete;
 
-    // Its files but those in images.
+    // Returns the device's files except those in images.
     std::shared_ptr<const Tree> tree() const;
 
-    // Opens its images, and those that the options put there. `view` is what its files are seen as.
-    // Throws as above.
+    // Opens the device's images, and those that the options name. The device's files are looked up
+    // in `view`. Throws as above.
     Images OpenImages(const View& view) const;
 
   private:

@@ -1,8 +1,8 @@
-// A filter of the kernel lets a process's calls on open files pass and turns those with paths into
-// signals, whose handler does what is asked for and puts the result where the call's would be. So
-// nothing that a process runs can miss the view, be it libc's own calls. What stands in no line of
-// the table fails: calls that would reach files, processes or the network in other ways, and what
-// is newer than this.
+// Redirects the system calls of a process. A filter in the kernel lets calls on open files pass and
+// turns calls with paths into signals. The signal's handler performs the call in the view and puts
+// the result where the call's would be. So every call acts on the view, even those that libc makes
+// for itself. Calls that the table does not list fail: those that would reach files, processes or
+// the network in other ways, and those that are newer than this code.
 
 #include "led_calls.h"
 
@@ -35,17 +35,17 @@ namespace sandbox {
 
 namespace {
 
-// The requests to a device that standard streams make; others could change files.
+// The ioctl requests that standard streams make; others could change files.
 constexpr unsigned kTerminalRequests[] = {0x5401 /* TCGETS */, 0x5413 /* TIOCGWINSZ */,
                                           0x541b /* FIONREAD */};
 
-// An open file or directory of the view: where a relative path starts, and what is not the
-// kernel's.
+// An open file or directory of the view: where relative paths start, and whose names and status may
+// not be the kernel's.
 struct OpenPlace {
     dev_t device;
     ino_t inode;
     Start start;
-    size_t next = 0;  // the name to list next, where the kernel does not know them
+    size_t next = 0;  // the name to list next, where the view lists the names
 };
 
 View* g_view = nullptr;
@@ -63,10 +63,10 @@ void KeepPlace(int fd, const Entry& entry) {
     (*g_places)[fd] = {status.st_dev, status.st_ino, {entry.mount, entry.path}};
 }
 
-// Returns what is known of the open file, or null. Call it with the mutex held.
+// Returns what is recorded of the open file, or null. Call it with the mutex held.
 OpenPlace* PlaceOf(int fd, const struct stat& status) {
     const auto known = g_places->find(fd);
-    // The descriptor may have become another file's since.
+    // The descriptor may belong to another file by now.
     if (known == g_places->end() || known->second.inode != status.st_ino ||
         known->second.device != status.st_dev) {
         return nullptr;
@@ -74,8 +74,8 @@ OpenPlace* PlaceOf(int fd, const struct stat& status) {
     return &known->second;
 }
 
-// An allocator looks there in the middle of its work, when nothing can be allocated. A device
-// directory has no such files.
+// Returns whether the path is one of this machine's kernel, which no device directory has. An
+// allocator opens such files in the middle of its work, when the view could allocate nothing.
 bool IsOfThisMachine(const char* path) {
     for (const char* directory : {"/proc/self/", "/proc/sys/", "/sys/kernel/"}) {
         if (strncmp(path, directory, strlen(directory)) == 0) return true;
@@ -113,7 +113,7 @@ long LeadAccess(int at, const char* path, int mode) {
     return g_view->Access(start, path, mode);
 }
 
-// Of an open file.
+// The status of an open file.
 long LeadStatusOf(int fd, struct stat* status) {
     if (long error = KernelStatus(fd, status); error < 0) return error;
     Start start;
@@ -188,7 +188,7 @@ long LeadChangeMode(int at, const char* path, mode_t mode) {
     return g_view->ChangeMode(start, path, mode);
 }
 
-// A phone's init binds; no other file system is to be had here.
+// Only bind mounts are supported, since a phone's init makes no others here.
 long LeadMount(const char* source, const char* target, unsigned long flags) {
     if (target == nullptr) return -EFAULT;
     if ((flags & MS_BIND) == 0) return -ENODEV;
@@ -196,7 +196,7 @@ long LeadMount(const char* source, const char* target, unsigned long flags) {
     return g_view->Bind(source, target, (flags & MS_REC) != 0);
 }
 
-// Lists a directory that the kernel does not know.
+// Lists a directory whose names the kernel does not have.
 long LeadList(int fd, char* buffer, size_t size) {
     struct stat status;
     if (long error = KernelStatus(fd, &status); error < 0) return error;
@@ -227,19 +227,19 @@ long LeadSeek(int fd, off_t offset, int whence) {
 
 using Arguments = unsigned long[6];
 
-// What must hold of a call's argument.
+// A condition on an argument of a call.
 struct Condition {
     int argument;
-    uint32_t mask;  // of its lower half; the upper one is as it is unless the mask is kWhole
+    uint32_t mask;  // on its lower half; kWhole tests all 64 bits
     std::vector<uint32_t> values;
 };
 
 constexpr uint32_t kWhole = 0;  // all 64 bits are 0
 
-// A call that boxed processes may make. One that fulfils the condition, if there is one, is made by
-// the kernel, or is led: its handler does what was asked for and returns the result or a negative
-// errno. Any other one fails with ENOSYS, for which libc has other ways where there are any, unless
-// it is Kernel()'s.
+// A call that sandboxed processes may make. If it meets the condition, or has none, the kernel
+// performs it or, where it has a handler, the handler does and returns the result or a negative
+// errno. Otherwise it fails with ENOSYS, after which libc tries another call if there is one. Calls
+// with a handler and those of kKernelOnly reach the kernel if Kernel() makes them.
 struct Call {
     enum Who { kAll, kKernelOnly };
     int number;
@@ -256,7 +256,7 @@ const std::vector<Call>& Calls() {
     constexpr auto kLed = Call::kAll;
     const auto own = static_cast<uint32_t>(getpid());
     static const std::vector<Call> calls = {
-#ifdef SYS_open  // of the older architectures
+#ifdef SYS_open  // older architectures have these too
             {SYS_open, kLed,
              [](const Arguments& a) { return LeadOpen(AT_FDCWD, text(a[0]), number(a[1]), a[2]); }},
             {SYS_creat, kLed,
@@ -334,7 +334,7 @@ const std::vector<Call>& Calls() {
                  return LeadSeek(number(a[0]), static_cast<off_t>(a[1]), number(a[2]));
              }},
 
-            // What the view and the readers of images are made of.
+            // What the view and the image readers call through Kernel().
             {SYS_symlinkat, Call::kKernelOnly},
             {SYS_mknodat, Call::kKernelOnly},
             {SYS_renameat2, Call::kKernelOnly},
@@ -378,7 +378,7 @@ const std::vector<Call>& Calls() {
                      {F_DUPFD, F_DUPFD_CLOEXEC, F_GETFD, F_SETFD, F_GETFL, F_SETFL, F_ADD_SEALS}}},
             {SYS_ioctl, Call::kAll, nullptr,
              Condition{1, ~0u, {std::begin(kTerminalRequests), std::end(kTerminalRequests)}}},
-            // To the other end of a socket, not elsewhere.
+            // Only to the other end of a connected socket.
             {SYS_sendto, Call::kAll, nullptr, Condition{4, kWhole, {0}}},
 
             // Memory.
@@ -392,7 +392,7 @@ const std::vector<Call>& Calls() {
             {SYS_brk},
             {SYS_membarrier},
 
-            // Threads, and no other processes.
+            // Threads, but no other processes.
             {SYS_clone, Call::kAll, nullptr,
              Condition{0, CLONE_VM | CLONE_THREAD, {CLONE_VM | CLONE_THREAD}}},
             {SYS_futex},
@@ -405,7 +405,7 @@ const std::vector<Call>& Calls() {
             {SYS_exit},
             {SYS_exit_group},
 
-            // Signals, to nobody else.
+            // Signals, to this process only.
             {SYS_kill, Call::kAll, nullptr, Condition{0, ~0u, {own}}},
             {SYS_tgkill, Call::kAll, nullptr, Condition{0, ~0u, {own}}},
             {SYS_rt_sigaction},
@@ -417,7 +417,7 @@ const std::vector<Call>& Calls() {
             {SYS_sigaltstack},
             {SYS_restart_syscall},
 
-            // Time, and what the process is.
+            // Time and the process's own identity.
             {SYS_nanosleep},
             {SYS_clock_nanosleep},
             {SYS_clock_gettime},
@@ -448,7 +448,7 @@ const std::vector<Call>& Calls() {
     return calls;
 }
 
-// By a call's number.
+// The handlers, by the call's number.
 long (*g_leads[512])(const Arguments& a) = {};
 
 long Lead(int number, const Arguments& arguments) {
@@ -479,7 +479,7 @@ void OnCall(int, siginfo_t* info, void* context) {
 std::vector<sock_filter> Filter() {
     using filter::JumpIf;
     using filter::Load;
-    // After the one instruction by which Kernel() makes its calls.
+    // The address after the one instruction by which Kernel() makes its calls.
     const auto kernel_place = reinterpret_cast<uintptr_t>(extprop_kernel_call_made);
     const sock_filter allow = filter::Return(SECCOMP_RET_ALLOW);
     const sock_filter trap = filter::Return(SECCOMP_RET_TRAP);
@@ -541,9 +541,9 @@ bool LeadCalls(View* view) {
     struct sigaction action = {};
     action.sa_sigaction = OnCall;
     action.sa_flags = SA_SIGINFO | SA_RESTART;
-    sigfillset(&action.sa_mask);  // what another handler asks for waits for this one
+    sigfillset(&action.sa_mask);  // no other handler runs in this one
     if (sigaction(SIGSYS, &action, nullptr) != 0) return false;
-    // A sanitizer has put its own handler before this one, and would hold the signal back.
+    // A sanitizer wraps sigaction() with a handler of its own, which would delay the signal.
     struct {
         void (*handler)(int, siginfo_t*, void*);
         unsigned long others[3];

@@ -1,4 +1,5 @@
-// Leads the calls of a process that has no root of its own into a view.
+// Redirects the file calls of a process into a view, so that it sees the device at "/" though the
+// kernel gives it no root of its own. Redirected calls have "lead" and "led" in their names.
 
 #pragma once
 
@@ -6,12 +7,12 @@
 
 namespace sandbox {
 
-// Whether the kernel can lead calls here.
+// Returns whether the kernel supports what redirection takes.
 bool CanLeadCalls();
 
-// From here on this process's calls by which files are found, made or changed act on the view, for
-// good; those that the view does not know fail. Returns false, with errno set, if that cannot be.
-// The view must live as long as the process.
+// Makes all later calls of this process that find, make or change files act on the view. Nothing
+// undoes this. Calls that the view does not know fail with ENOSYS. Returns false, with errno set,
+// if redirection cannot be set up. The view must live as long as the process.
 bool LeadCalls(View* view);
 
 }  // namespace sandbox

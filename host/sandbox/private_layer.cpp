@@ -30,8 +30,8 @@ constexpr mode_t kReachableDirectory = 0700;
 constexpr mode_t kPermissions = 07777;
 constexpr off_t kSectorSize = 512;
 
-// The time of the last change that a file gets once its changes are known. Nothing is written then
-// any more, so that any other time tells of a change, however quick it was.
+// The modification time that a file gets once TakeChanges() has seen it. No file is written at that
+// time, so any other time shows a later change, however soon it came.
 constexpr timespec kSeenTime = {1, 0};
 
 std::string Upper(const std::string& path) {
@@ -54,10 +54,10 @@ mode_t Reachable(mode_t mode) {
 
 }  // namespace
 
-// Of all processes that have the layer.
+// Memory shared by all processes that have the layer.
 struct PrivateLayer::Shared {
     std::atomic<uint64_t> changes;
-    std::atomic<bool> plays;  // anything
+    std::atomic<bool> plays;  // any owner or mode is emulated
 };
 
 bool PrivateLayer::Attributes::operator==(const Attributes& other) const {
@@ -83,7 +83,7 @@ PrivateLayer::~PrivateLayer() {
 
 // --- Reading ------------------------------------------------------------------------------------
 
-// Whether the directory is there whole.
+// Returns whether the layer has the directory, and so the names of all that is in it.
 bool PrivateLayer::HasDirectory(const std::string& path) const {
     if (const uint64_t now = changes(); now != known_at_) {
         known_.clear();
@@ -91,7 +91,7 @@ bool PrivateLayer::HasDirectory(const std::string& path) const {
     }
     const auto [known, is_new] = known_.try_emplace(path);
     if (is_new) {
-        // What lies below one that is not there is not, either.
+        // The layer has no directory below one that it does not have.
         struct stat status;
         known->second = StatusIn(directory_.get(), Upper(path).c_str(), &status) == 0 &&
                         (status.st_mode & kPlaceholder) == 0;
@@ -103,13 +103,13 @@ uint64_t PrivateLayer::changes() const {
     return shared_->changes;
 }
 
-// Tells other processes, too, that other directories or links are there now.
+// Records that directories or links have changed: all processes drop what they have cached.
 void PrivateLayer::Changed() const {
     ++shared_->changes;
 }
 
-// Whether what is at `path`, if anything, is the layer's own, and not the original's. Puts in what
-// it is like in the first case, with a mode of 0 if there is nothing.
+// Returns whether the layer decides what is at `path`, rather than the original. Then `*status` is
+// what the layer has there, with a mode of 0 if there is nothing.
 bool PrivateLayer::IsOwn(const std::string& path, struct stat* status) const {
     if (path.empty() ? !HasDirectory(path) : !HasDirectory(ParentOf(path))) return false;
     if (StatusIn(directory_.get(), Upper(path).c_str(), status) != 0) {
@@ -147,9 +147,10 @@ long PrivateLayer::Open(const std::string& path, int flags) const {
     return Kernel(SYS_openat, directory_.get(), Upper(path).c_str(), flags | O_NOFOLLOW, 0);
 }
 
-// --- Owners and modes that are played -----------------------------------------------------------
+// --- Emulated owners and modes -----------------------------------------------------------
 
-// Puts in what is played of a file in the layer. Returns false if nothing is.
+// Puts the emulated owner and mode of a file in the layer into `*status`. Returns false if it has
+// none.
 bool PrivateLayer::GetPlayed(struct stat* status) const {
     std::string text;
     unsigned mode, user, group;
@@ -157,7 +158,7 @@ bool PrivateLayer::GetPlayed(struct stat* status) const {
                        TargetIn(directory_.get(), PlayedPath(*status).c_str(), &text) > 0 &&
                        sscanf(text.c_str(), "%o:%u:%u", &mode, &user, &group) == 3;
     if (!known) {
-        status->st_uid = status->st_gid = 0;  // who made it
+        status->st_uid = status->st_gid = 0;  // root of the device made it
         return false;
     }
     status->st_mode = (status->st_mode & S_IFMT) | mode;
@@ -172,7 +173,7 @@ long PrivateLayer::SetPlayed(const std::string& place, const Attributes& attribu
     const std::string path = PlayedPath(status);
     Kernel(SYS_unlinkat, directory_.get(), path.c_str(), 0);
     const mode_t mode = attributes.mode & kPermissions;
-    // Of a link that has nothing played the original's owner is told.
+    // A link without an emulated owner would show the original's, so it always gets one.
     if (!S_ISLNK(status.st_mode) && attributes.user == 0 && attributes.group == 0 &&
         mode == (status.st_mode & kPermissions)) {
         return 0;
@@ -183,7 +184,7 @@ long PrivateLayer::SetPlayed(const std::string& place, const Attributes& attribu
     return Kernel(SYS_symlinkat, text, directory_.get(), path.c_str());
 }
 
-// Plays the mode that a new file was asked to have, less what the process's mask took from it.
+// Emulates the mode that a new file was given, less the process's umask.
 long PrivateLayer::SetPlayedMode(const std::string& place, mode_t mode) const {
     struct stat status;
     if (long error = StatusIn(directory_.get(), place.c_str(), &status); error < 0) return error;
@@ -192,7 +193,7 @@ long PrivateLayer::SetPlayedMode(const std::string& place, mode_t mode) const {
 
 // --- Changing -----------------------------------------------------------------------------------
 
-// Makes a file of the type that stands for one of the original.
+// Makes a placeholder of the given type for a file of the original.
 long PrivateLayer::MakePlaceholder(const std::string& original, const std::string& place,
                                    unsigned char type) const {
     const int at = directory_.get();
@@ -209,12 +210,12 @@ long PrivateLayer::MakePlaceholder(const std::string& original, const std::strin
     if (type == DT_DIR) {
         return Kernel(SYS_mkdirat, at, place.c_str(), kReachableDirectory | kPlaceholder);
     }
-    // Only root can make a device, and nothing opens one here.
+    // Only root can make a device node, and placeholders are never opened.
     const mode_t node = type == DT_FIFO || type == DT_SOCK ? DTTOIF(type) : S_IFREG;
     return Kernel(SYS_mknodat, at, place.c_str(), node | kReachableFile | kPlaceholder, 0);
 }
 
-// Makes the layer have the directory, which is there.
+// Gives the layer the directory, which exists, with placeholders for all that is in it.
 long PrivateLayer::Shadow(const std::string& directory) {
     if (HasDirectory(directory)) return 0;
     if (!directory.empty()) {
@@ -248,14 +249,14 @@ void PrivateLayer::MarkSeen(const std::string& place) const {
     Kernel(SYS_utimensat, directory_.get(), place.c_str(), times, AT_SYMLINK_NOFOLLOW);
 }
 
-// Copies what is written of the file, its holes stay holes.
+// Copies the file's data; holes stay holes.
 long PrivateLayer::CopyContent(const std::string& path, off_t size, int to) {
     const long fd = original_.Open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return fd;
     const unique_fd in(static_cast<int>(fd));
     for (off_t at = 0; at < size;) {
         const long data = Kernel(SYS_lseek, fd, at, SEEK_DATA);
-        if (data == -ENXIO) break;  // no more of it
+        if (data == -ENXIO) break;  // no data follows
         const long hole = data < 0 ? data : Kernel(SYS_lseek, fd, data, SEEK_HOLE);
         if (hole < 0) return hole;
         copied_ += hole - data;
@@ -265,7 +266,7 @@ long PrivateLayer::CopyContent(const std::string& path, off_t size, int to) {
         while (at < hole) {
             const long copied = Kernel(SYS_sendfile, to, fd, &at, hole - at);
             if (copied < 0) return copied;
-            if (copied == 0) break;  // it has become shorter
+            if (copied == 0) break;  // the file was truncated meanwhile
         }
         at = hole;
     }
@@ -300,7 +301,7 @@ long PrivateLayer::CopyFile(const std::string& path, const struct stat& status, 
     return Kernel(SYS_renameat2, at, unfinished.c_str(), at, Upper(path).c_str(), 0);
 }
 
-// Makes the layer have what there is, so that it can be changed.
+// Copies what is at `path` into the layer, if that is not done, so that it can be changed.
 long PrivateLayer::TakeOver(const std::string& path, Copied copied) {
     struct stat status;
     if (IsOwn(path, &status)) return status.st_mode == 0 ? -ENOENT : 0;
@@ -337,7 +338,7 @@ long PrivateLayer::MakeLink(const std::string& path, const std::string& target) 
 }
 
 long PrivateLayer::Remove(const std::string& path, bool directory) {
-    // Whether a directory is empty shows when all of it is there.
+    // A directory must be in the layer with all names, to see whether it is empty.
     if (long error = Shadow(directory ? path : ParentOf(path)); error < 0) return error;
     const std::string upper = Upper(path);
     struct stat status = {};
@@ -443,8 +444,8 @@ void PrivateLayer::CollectDeleted(const std::string& path, States* states) const
     for (const auto& entry : names) CollectDeleted(path + "/" + entry.name, states);
 }
 
-// Adds what the directory, which is there whole, and those below it have that may differ from the
-// original, and of the files those that were written.
+// Adds to `*states` what may differ from the original in the directory, which the layer has, and in
+// those below it; and to `*written` the files that were written.
 void PrivateLayer::Collect(const std::string& directory, States* states,
                            std::set<std::string>* written) const {
     std::vector<Listed> names, original_names;

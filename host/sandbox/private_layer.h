@@ -1,17 +1,17 @@
-// A tree that can be changed, over another one that stays as it is: copy-on-write, and with owners
-// and modes that only the device knows of. It lies in a directory of its own:
+// The copy-on-write layer: a tree that can be changed, over another tree, the original, that stays
+// as it is. Owners and modes are emulated, since this machine's user must be able to reach what
+// root on the device could, and cannot give files away. The layer lies in a directory of its own:
 //
-//   upper/       the changed part of the tree. A directory is there either whole or not at all, so
-//                that listing one is reading one; those above it are there too. What such a
-//                directory has not changed itself has a placeholder of its type there: an empty
-//                one, with the sticky bit. A link is its own placeholder.
-//   played/INODE "mode:user:group" as a link's target, of what is in upper/ with other ones in the
-//                device. This machine's user has to reach what root on the device could, and cannot
-//                give files away.
-//   new-PID-N    what is not finished
+//   upper/       the changed part of the tree. It has a directory either with all names in it, so
+//                that listing it takes no look at the original, or not at all; with a directory it
+//                has those above. What is as in the original has a placeholder there: an empty file
+//                or directory of its type, with the sticky bit. A link is its own placeholder.
+//   played/INODE the emulated mode and owner of a file in upper/, where the device has other ones:
+//                a link whose target is "mode:user:group"
+//   new-PID-N    a file or directory that is not finished
 //   upper-new-PID-N  what was removed while a mount showed it
 //
-// Changes that one process makes are seen by all that have come from the one that made the layer.
+// The process that made the layer and all its descendants see each other's changes.
 
 #pragma once
 
@@ -33,8 +33,8 @@ namespace sandbox {
 
 class PrivateLayer : public Tree {
   public:
-    // `directory` is there and empty, `original` lives as long. Throws std::runtime_error if it
-    // cannot be used.
+    // `directory` exists and is empty; `original` must outlive the layer. Throws std::runtime_error
+    // if the directory cannot be used.
     PrivateLayer(const Tree& original, const std::string& directory);
     ~PrivateLayer() override;
     PrivateLayer& operator=(PrivateLayer&&) = delete;
@@ -45,37 +45,38 @@ class PrivateLayer : public Tree {
     long Open(const std::string& path, int flags) const override;
     bool is_kernels() const override { return original_.is_kernels(); }
 
-    // Changes, all in directories that are there. `path` is missing or, for the later ones, there.
+    // Changes. The directory of `path` exists. `path` itself does not for the first three, and does
+    // for all later ones. Return a result as of the system call, or a negative errno.
     long Create(const std::string& path, int flags, mode_t mode);
     long MakeDirectory(const std::string& path, mode_t mode);
     long MakeLink(const std::string& path, const std::string& target);
     long Remove(const std::string& path, bool directory);
 
-    // Removes it likewise, and keeps what it was for those who see it in another way. Puts in by
-    // which path the layer has it then, which begins with no slash; nothing is below that.
+    // Removes what is at `path`, but keeps it for mounts that show it: at the layer's path `*kept`,
+    // which does not begin with a slash. Nothing is below that.
     long RemoveAndKeep(const std::string& path, bool directory, std::string* kept);
 
-    // Opens a directory that is removed, as any other of these.
+    // Opens a removed directory; all of them are alike.
     long OpenRemoved(int flags) const;
-    long ChangeOwner(const std::string& path, uid_t user, gid_t group);  // -1: as it is
+    long ChangeOwner(const std::string& path, uid_t user, gid_t group);  // -1: unchanged
     long ChangeMode(const std::string& path, mode_t mode);
 
-    // Opens a regular file for writing as well.
+    // Opens a regular file with flags that may include writing.
     long OpenForChange(const std::string& path, int flags);
 
-    // Puts in a path, from the descriptor `directory()`, at which the FIFO can be opened, or one
-    // that is elsewhere if `path` is null.
+    // Puts into `*place` a path, relative to the descriptor `directory()`, at which the FIFO can be
+    // opened. If `path` is null, that is a FIFO for one that is not in this layer.
     long FindFifo(const std::string* path, std::string* place);
     int directory() const { return directory_.get(); }
 
-    // How often the directories and links have changed so far, by whatever process.
+    // Returns how often directories and links have changed so far, in all processes.
     uint64_t changes() const;
 
-    // Makes the regular file a block device: it loses what is left over of 512 bytes, and keeps its
-    // size when it is opened for output.
+    // Makes the regular file a block device: its size is rounded down to a multiple of 512 bytes,
+    // and opening it for output does not truncate it.
     long MakeBlockDevice(const std::string& path);
 
-    // Returns what has changed since the last time.
+    // Returns what has changed since the last call.
     std::vector<FileChange> TakeChanges();
 
   private:
@@ -85,7 +86,7 @@ class PrivateLayer : public Tree {
         gid_t group;
         bool operator==(const Attributes& other) const;
     };
-    using States = std::map<std::string, std::optional<Attributes>>;  // none: deleted
+    using States = std::map<std::string, std::optional<Attributes>>;  // by path; none: deleted
     enum class Copied { kContent, kNothing };
 
     bool HasDirectory(const std::string& path) const;
@@ -113,12 +114,12 @@ class PrivateLayer : public Tree {
     android::base::unique_fd directory_;
     struct Shared;
     Shared* shared_;
-    // Which directories are there whole, as long as there are so many changes.
+    // Cache: whether the layer has a directory; valid while changes() is known_at_.
     mutable std::unordered_map<std::string, bool> known_;
     mutable uint64_t known_at_ = 0;
     std::set<std::string> block_devices_;
-    uint64_t copied_ = 0;  // bytes, by this process and those it comes from
-    States seen_;          // what was different from the original when it was last asked
+    uint64_t copied_ = 0;  // bytes, by this process and its ancestors
+    States seen_;          // what differed from the original at the last TakeChanges()
 };
 
 }  // namespace sandbox

@@ -28,8 +28,8 @@ namespace {
 
 constexpr rlim_t kStackLimit = 8 * 1024 * 1024;
 
-// Makes a crash look the same whatever the caller or a sanitizer has set up: a signal, no core
-// file, and an endless recursion that meets its limit.
+// Makes a crash look the same whatever the caller or a sanitizer has set up: it is a signal, leaves
+// no core file, and endless recursion reaches its limit.
 void PrepareForCrashes() {
     for (int signal_number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGPIPE}) {
         signal(signal_number, SIG_DFL);
@@ -96,7 +96,7 @@ void SetLimit(int resource, uint64_t most) {
 
 void LimitMemory(uint64_t bytes) {
     if (kIsSanitized) return;
-    unsigned long pages = 0;  // of data, the sixth number
+    unsigned long pages = 0;  // of data: the sixth number of statm
     std::ifstream statm("/proc/self/statm");
     for (int i = 0; i < 6; ++i) statm >> pages;
     SetLimit(RLIMIT_DATA, pages * sysconf(_SC_PAGESIZE) + bytes);

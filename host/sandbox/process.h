@@ -29,7 +29,7 @@ class Process {
     Process(Process&& other) noexcept;
     Process& operator=(Process&&) = delete;
 
-    // Waits for the end, killing the process when `limit` has passed. Call it once.
+    // Waits for the end of the process and kills it when `limit` has passed. Call it once.
     Ending Wait(std::chrono::milliseconds limit);
 
     // Waits until the process has one thread, or none. Returns false if it still has more at the
@@ -41,23 +41,23 @@ class Process {
     android::base::unique_fd pidfd_;
 };
 
-// Ends the calling process when its parent does, also with one that is gone already. A change of
-// the user or the user namespace undoes it.
+// Makes the calling process end with its parent, at once if that has ended already. A change of the
+// user or the user namespace undoes it.
 void EndWith(pid_t parent);
 
 // Lowers one of the calling process's limits, as setrlimit(2) names them, to `most`.
 void SetLimit(int resource, uint64_t most);
 
-// Lowers the limit of the calling process's data to so many bytes more than it has, but for a
+// Limits the calling process's data to what it has now and `bytes` more. Does nothing in a
 // sanitizer's build.
 void LimitMemory(uint64_t bytes);
 
 // Returns the limit of the calling process's data, in bytes.
 uint64_t MemoryLimit();
 
-// Starts a process that has `enter` take it where it has to be and calls `function`, whose result
-// is its exit status. Signals have their default action, the umask is 0 as init's, standard input
-// is empty. Throws std::runtime_error if there can be no more processes.
+// Starts a process that calls `enter`, which prepares its root and returns false if that fails, and
+// then `function`, whose result is the exit status. Signals have their default action, the umask is
+// 0 as init's, standard input is empty. Throws std::runtime_error if no process can be started.
 Process StartProcess(const std::function<bool()>& enter, const std::function<int()>& function);
 
 }  // namespace sandbox

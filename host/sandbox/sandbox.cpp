@@ -34,7 +34,7 @@ void Sandbox::Reset() {
 Process Sandbox::Start(const std::function<int()>& function) const {
     const auto enter = [this] {
         files_->LeaveInChild();
-        // What is written to more than that has no room left.
+        // Writing beyond that fails with EFBIG rather than a signal.
         signal(SIGXFSZ, SIG_IGN);
         SetLimit(RLIMIT_FSIZE, limits::kPartitionFile);
         LimitMemory(limits::kMemory);

@@ -1,5 +1,6 @@
-// A private root for code that uses absolute paths: a device directory is seen at "/", mounts and
-// writes are real, and all of it is gone at the end, the device directory as it was.
+// A private root for code that uses absolute paths. The code sees a device directory at "/"; its
+// mounts and writes take effect there. They go into a copy-on-write layer, which is removed at the
+// end, so the device directory itself never changes.
 
 #pragma once
 
@@ -18,19 +19,19 @@
 namespace sandbox {
 
 struct Options {
-    char slot = 'a';  // of a partition that has images for two slots
-    // Image files of any place, by the names of those that they replace or add, such as "odm_a".
+    char slot = 'a';  // which slot's image to read where there are two
+    // Paths of image files anywhere, by the image that each replaces or adds, such as "odm_a".
     std::map<std::string, std::string> images = {};
 };
 
 // A file of a partition image.
 struct ImagePlace {
-    std::string image;  // the file's path; what lies in it follows, as in "super.img(odm_a)"
+    std::string image;  // the file's path, then what in it, as in "super.img(odm_a)"
     std::string name;   // the same for people, as in "odm_a of super.img"
     std::string path;   // in the image, such as "/build.prop"
 };
 
-// Such as "/build.prop in my_region of payload.bin in ota.zip".
+// Returns text such as "/build.prop in my_region of payload.bin in ota.zip".
 std::string Name(const ImagePlace& place);
 
 class DeviceFiles;
@@ -38,59 +39,59 @@ class View;
 
 class Sandbox {
   public:
-    // Prepares a root over `device`, a directory, an archive, or a file of partitions, in which a
-    // partition image is seen as the files in it. Throws std::runtime_error, saying why, if the
-    // root cannot be had.
+    // Prepares a root over `device`: a directory, an archive, or a file of partitions. Each
+    // partition image is seen as the files in it. Throws std::runtime_error, with the reason, if
+    // that fails.
     explicit Sandbox(const std::string& device, const Options& options = {});
 
-    // The same over a device whose images are open already.
+    // Prepares the same over a device whose images are open already.
     explicit Sandbox(std::shared_ptr<DeviceFiles> files);
 
-    // Throws all changes away, so that the sandbox is as a new one; none of its processes may run.
-    // A process that has the object from its parent gets changes of its own so. Throws as above.
+    // Discards all changes, so that the sandbox is like a new one. None of its processes may run.
+    // In a process that has inherited the object, the later changes are its own. Throws as above.
     void Reset();
 
-    // Starts a process, as StartProcess does, in which the device is "/". Mounts made there end
-    // with the process; written files stay.
+    // Starts a process, as StartProcess does, in which the device is "/". Its mounts end with it;
+    // the files that it wrote stay until a Reset().
     Process Start(const std::function<int()>& function) const;
 
-    // Starts a process as above and waits for its end.
+    // Starts a process as above and waits for its end, as Process::Wait does.
     Ending Run(const std::function<int()>& function,
                std::chrono::milliseconds limit = std::chrono::seconds(60)) const;
 
-    // Makes the regular file at the device's `path` a block device: what opens it for output does
-    // not truncate it. What is left over of 512 bytes is out of reach. Returns false if there is
-    // no such file. Throws std::runtime_error, saying why, if this cannot be had.
+    // Makes the regular file at the device's `path` a block device: opening it for output does not
+    // truncate it, and its size is rounded down to a multiple of 512 bytes. Returns false if there
+    // is no such file. Throws std::runtime_error, with the reason, if that fails.
     bool AttachBlockDevice(const std::string& path);
 
-    // Reads the device's regular file at `path`, which is no link. Throws std::runtime_error,
-    // saying why, if it cannot be read or has more than `most` bytes.
+    // Reads the device's regular file at `path`, which must be no link. Throws std::runtime_error,
+    // with the reason, if it cannot be read or has more than `most` bytes.
     std::string Read(const std::string& path, size_t most) const;
 
-    // Returns what was created, changed and deleted since the last time, in the order of the paths.
-    // A file that was written counts as changed, whatever was written; a directory by its mode and
-    // owner only.
+    // Returns what was created, changed and deleted since the last call, in the order of the paths.
+    // A file that was written counts as changed even if its content is the same; a directory counts
+    // only if its mode or owner changed.
     std::vector<FileChange> TakeChanges();
 
-    // The device's files, for this process itself.
+    // Returns the device's files, for use in this process itself.
     const View& view() const;
 
-    // Returns the image that the device's `path` lies in, if it is in one.
+    // Returns the image that holds the device's `path`, or nothing if none does.
     std::optional<ImagePlace> ImageOf(const std::string& path) const;
 
-    // Returns the places of partitions that are unpacked as a whole when somebody looks into them:
-    // who looks at all files should leave them out.
+    // Returns the places of partitions that are unpacked as a whole on the first look-up. A walk
+    // over all files should leave them out.
     const std::vector<std::string>& packed() const;
 
-    // Returns what the user should know about what lies in the device directory, and about what was
-    // looked for so far. Throws as CheckImages() does.
+    // Returns what the user should know of the device directory and of the look-ups so far. Throws
+    // as CheckImages() does.
     std::vector<std::string> Notes() const;
 
-    // Returns those of the files and directories that this user cannot read, though init could,
-    // that were looked for so far, before a Reset() and in other processes too.
+    // Returns the files and directories that were looked up so far, by any process and also before
+    // a Reset(), and that init could read but this user cannot.
     std::set<std::string> Unreadable() const;
 
-    // Throws std::runtime_error if something was looked for so far that is damaged in its image.
+    // Throws std::runtime_error if a look-up so far met damage in an image.
     void CheckImages() const;
 
   private:

@@ -30,11 +30,12 @@ void CloseAllBut(int kept) {
     syscall(SYS_close_range, kept + 1, ~0u, 0);
 }
 
-// Makes the directory and tells its path, waits until the other end of the channel is closed or
-// says so, and removes it. Ends with the error, if it cannot be made.
+// Makes the directory and sends its path over the channel, waits until the other end is closed or
+// sends anything, and removes the directory. If it cannot be made, ends with the errno as exit
+// status.
 [[noreturn]] void Keep(std::string path, int channel) {
-    // What ends a terminal's or a job's processes has to leave this one to do its work, so there is
-    // no directory before it stands apart.
+    // A signal to all of a terminal's or job's processes must not end this one before it has
+    // removed the directory. So it leaves the session before it makes the directory.
     setsid();
     sigset_t all;
     sigfillset(&all);
@@ -47,7 +48,7 @@ void CloseAllBut(int kept) {
     if (send(channel, path.data(), path.size(), 0) > 0) {
         TEMP_FAILURE_RETRY(recv(channel, &byte, 1, 0));
     }
-    // A process that is only just being killed may still be writing there.
+    // A process that is being killed may still be writing there.
     constexpr int kAttempts = 100;
     std::error_code error;
     for (int i = 0; i < kAttempts; ++i) {
@@ -58,8 +59,8 @@ void CloseAllBut(int kept) {
     _exit(EXIT_FAILURE);
 }
 
-// The directory for temporary files that the user or the system chooses; that in memory if there
-// would be room for whatever a boot writes.
+// Returns where to make it: in memory if there is room for all that a boot may write, else in the
+// user's or the system's directory for temporary files.
 std::string Parent() {
     constexpr char kMemory[] = "/dev/shm";
     constexpr uintmax_t kMuchRoom = 1ull << 30;
@@ -97,7 +98,7 @@ ScratchDirectory::ScratchDirectory() {
 }
 
 ScratchDirectory::~ScratchDirectory() {
-    // Another child may have a copy of this end, so that closing it is not enough.
+    // Another child may have a copy of this end, so closing it is not enough.
     TEMP_FAILURE_RETRY(send(keeper_.get(), "", 1, MSG_NOSIGNAL));
     TEMP_FAILURE_RETRY(waitpid(keeper_process_, nullptr, 0));
 }

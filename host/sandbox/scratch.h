@@ -1,4 +1,4 @@
-// A directory for the time of a process.
+// A temporary directory that lasts as long as the process.
 
 #pragma once
 
@@ -10,24 +10,24 @@
 
 namespace sandbox {
 
-// Makes a directory that this user alone can enter, and removes it with all that is in it, however
-// the process that made it ends.
+// Makes a directory that only this user can enter. It is removed with all that is in it when the
+// process that made it ends, in whatever way.
 class ScratchDirectory {
   public:
-    // It lies in memory where there is much room. Throws std::runtime_error if there is no place
-    // for it.
+    // Makes it in memory (/dev/shm) if there is enough room, else in the directory for temporary
+    // files. Throws std::runtime_error if it cannot be made.
     ScratchDirectory();
     ~ScratchDirectory();
     ScratchDirectory& operator=(ScratchDirectory&&) = delete;
 
     const std::string& path() const { return path_; }
 
-    // A child process that outlives its parent for a moment must not keep the directory.
+    // Call it in a child process: otherwise the directory would stay until the child ends, too.
     void LeaveInChild() { keeper_.reset(); }
 
   private:
     std::string path_;
-    android::base::unique_fd keeper_;  // a process of its own waits for this to be closed
+    android::base::unique_fd keeper_;  // when it is closed, a process removes the directory
     pid_t keeper_process_;
 };
 

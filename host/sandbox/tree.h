@@ -1,6 +1,6 @@
-// A tree of files that a mount shows. Each function does what the kernel would do for root, and
-// returns what the kernel would return: a result, or a negative errno. Paths are the tree's,
-// without links: "" is its root, "/etc/a.prop" a file two below.
+// A tree of files that a mount shows. Each function does and returns what the kernel would for
+// root: a result, or a negative errno. Paths are those in the tree and contain no links: "" is its
+// root, "/etc/a.prop" a file two levels below.
 
 #pragma once
 
@@ -16,7 +16,7 @@ struct Listed {
     unsigned char type;  // DT_REG and so on, or DT_UNKNOWN
 };
 
-// Returns the path of the directory that `path`, which is not the root, lies in.
+// Returns the path of the directory of `path`, which must not be the root.
 inline std::string ParentOf(const std::string& path) {
     return path.substr(0, path.rfind('/'));
 }
@@ -25,20 +25,21 @@ class Tree {
   public:
     virtual ~Tree() = default;
 
-    // Looks at what is there itself, be it a link.
+    // Returns the status of what is at `path`, without following a link.
     virtual long Status(const std::string& path, struct stat* status) const = 0;
 
-    // Puts in where the link leads.
+    // Puts the link's target into `*target`.
     virtual long Target(const std::string& path, std::string* target) const = 0;
 
-    // Adds the names in the directory but "." and "..".
+    // Adds the names in the directory, except "." and "..".
     virtual long List(const std::string& directory, std::vector<Listed>* names) const = 0;
 
-    // Opens a directory or regular file, with the flags of open(2) that go with reading; a link is
-    // -ELOOP, all else -ENXIO. Returns the descriptor.
+    // Opens a directory or regular file for reading, with flags of open(2). Returns the descriptor;
+    // -ELOOP for a link, -ENXIO for anything else.
     virtual long Open(const std::string& path, int flags) const = 0;
 
-    // Whether the kernel itself tells the names in an open directory, and what an open file is.
+    // Returns whether the kernel's getdents64(2) and fstat(2) of a descriptor from Open() give the
+    // tree's names and status.
     virtual bool is_kernels() const { return true; }
 };
 

@@ -32,12 +32,12 @@ bool IsBelow(const std::string& path, const std::string& directory) {
            (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
-// Whether the layer has the path of what was removed, and is seen by a mount.
+// Returns whether the path is that of something removed that a mount still shows.
 bool IsRemoved(const std::string& path) {
     return !path.empty() && path[0] != '/';
 }
 
-// Returns what a path ends in, without slashes.
+// Returns the last name of a path, without slashes.
 std::string_view LastName(std::string_view path) {
     path = path.substr(0, path.find_last_not_of('/') + 1);
     return path.substr(path.rfind('/') + 1);
@@ -50,11 +50,11 @@ View::View(std::shared_ptr<const Tree> device, std::string state, std::string no
           device_(std::move(device)),
           layer_(std::make_shared<PrivateLayer>(*device_, std::move(state))),
           trees_({layer_}),
-          mounts_({{0, "/", 0, ""}}) {}  // a point that no path has: nothing is below the root
+          mounts_({{0, "/", 0, ""}}) {}  // a mount point that no path reaches
 
 // --- Finding ------------------------------------------------------------------------------------
 
-// Looks at a path whose parent, if it has one, is there.
+// Gets the status of a path whose parent, if it has one, exists.
 long View::Look(int mount, const std::string& path, Entry* entry) const {
     *entry = Entry();
     entry->mount = mount;
@@ -62,12 +62,12 @@ long View::Look(int mount, const std::string& path, Entry* entry) const {
     if (IsRemoved(path) && path != mounts_[mount].root) return -ENOENT;
     const long error = TreeOf(*entry).Status(path, &entry->status);
     entry->exists = error == 0;
-    // It is the directory that may not be looked into.
+    // The directory is what cannot be searched.
     if (error == -EACCES) Note(kDenied, ParentOf(PathOf(*entry)));
     return error == -ENOENT ? 0 : error;
 }
 
-// Goes on from a mount point to what is mounted there.
+// If the path is a mount point, replaces it by what is mounted there.
 void View::EnterMounts(int* mount, std::string* path) const {
     for (int top = static_cast<int>(mounts_.size()) - 1; top > 0; --top) {
         if (mounts_[top].parent != *mount || mounts_[top].point != *path) continue;
@@ -77,8 +77,8 @@ void View::EnterMounts(int* mount, std::string* path) const {
     }
 }
 
-// Returns where the directory of an absolute path was found, or null. Puts in by what it is to be
-// remembered then.
+// Returns where the directory of an absolute path was found before, or null. Then `*key` is what to
+// cache it by.
 const View::Way* View::KnownWay(const std::string& directory, std::string* key) const {
     constexpr size_t kMostWays = 1024;
     const std::pair<uint64_t, size_t> now = {layer_->changes(), mounts_.size()};
@@ -96,7 +96,7 @@ long View::Walk(const Start& start, std::string_view path, Last last, Entry* ent
     std::string rest(path);
     Start at = rest[0] == '/' ? Start() : start;
     int links = 0;
-    std::string directory;  // of an absolute path, while it is not known
+    std::string directory;  // set for an absolute path whose directory is to be cached
     if (rest.front() == '/' && rest.back() != '/') {
         const Way* known = KnownWay(rest.substr(0, rest.rfind('/')), &directory);
         if (known != nullptr) {
@@ -257,8 +257,8 @@ bool View::IsMountPoint(const Entry& entry) const {
 
 // --- Changing -----------------------------------------------------------------------------------
 
-// The library opens property and key files itself, links not followed; partitions and logos, which
-// may be larger, are all that it opens in other ways.
+// Opens a regular file, and refuses one that is too large. The library opens property and key files
+// with O_NOFOLLOW; all that it opens in other ways is partitions and logos, which may be larger.
 long View::OpenRegular(const Entry& entry, int flags) {
     const bool reads = (flags & O_ACCMODE) == O_RDONLY && (flags & O_TRUNC) == 0;
     const uint64_t most =
@@ -286,7 +286,7 @@ long View::Open(const Start& start, const char* path, int flags, mode_t mode, En
     std::string special;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        // What is created must not be named as a directory, whatever is there.
+        // A file that is created must not have a directory's name, even if it exists.
         const std::string_view name = LastName(path);
         const bool misnamed = creates && name != "" && name != "." && name != ".." &&
                               path[strlen(path) - 1] == '/';
@@ -309,14 +309,14 @@ long View::Open(const Start& start, const char* path, int flags, mode_t mode, En
             if (fd == -EACCES) Note(kDenied, PathOf(entry));
             return fd;
         }
-        // What another special file leads to is this machine's.
+        // Any other special file would lead to a device or process of this machine.
         if (!S_ISFIFO(entry.status.st_mode)) return -ENXIO;
         if (long error = layer_->FindFifo(IsWritable(entry) ? &entry.path : nullptr, &special);
             error < 0) {
             return error;
         }
     }
-    // This may take for ever, as nobody else opens it.
+    // This may block for ever, since no other process opens the FIFO.
     return Kernel(SYS_openat, layer_->directory(), special.c_str(),
                   (flags & ~(O_CREAT | O_EXCL)) | O_NOFOLLOW, 0);
 }
@@ -362,7 +362,7 @@ long View::MakeDirectory(const Start& start, const char* path, mode_t mode) {
     return IsWritable(entry) ? layer_->MakeDirectory(entry.path, mode) : -EROFS;
 }
 
-// Finds what is to be removed or changed itself, in a mount that can be written.
+// Finds what is to be removed or changed. Returns -EROFS if its mount is read-only.
 long View::FindForChange(const Start& start, const char* path, Last last, Entry* entry) const {
     if (long error = Walk(start, path, last, entry); error < 0) return error;
     if (!entry->exists) return -ENOENT;
@@ -383,7 +383,7 @@ long View::Remove(const Start& start, const char* path, bool directory) {
     return RemoveShown(entry, directory);
 }
 
-// Removes it; mounts go on showing what it was.
+// Removes what was found; mounts that show it go on doing so.
 long View::RemoveShown(const Entry& entry, bool directory) {
     const auto shows = [&entry](const Mount& mount) {
         return mount.tree == 0 && mount.root == entry.path;
@@ -394,7 +394,7 @@ long View::RemoveShown(const Entry& entry, bool directory) {
     std::string kept;
     if (long error = layer_->RemoveAndKeep(entry.path, directory, &kept); error < 0) return error;
     for (Mount& mount : mounts_) {
-        // What is mounted on such a mount stays there.
+        // What is mounted on such a mount stays mounted there.
         if (shows(mounts_[mount.parent]) && mount.point == entry.path) mount.point = kept;
     }
     for (Mount& mount : mounts_) {
@@ -429,9 +429,9 @@ long View::Bind(const char* source, const char* target, bool recursive) {
     if (long error = Walk({}, source, kFollow, &from); error < 0) return error;
     if (!from.exists) return -ENOENT;
     if (from.is_directory() != to.is_directory()) return -ENOTDIR;
-    EnterMounts(&to.mount, &to.path);  // a mount on the root is not entered by paths
+    EnterMounts(&to.mount, &to.path);  // paths do not enter a mount on the root by themselves
 
-    // With all that is mounted below, each mount once its parent is there.
+    // Copies the mounts below, too, each after its parent.
     std::vector<std::pair<int, int>> copies = {{from.mount, static_cast<int>(mounts_.size())}};
     const size_t old_count = mounts_.size();
     mounts_.push_back({to.mount, to.path, mounts_[from.mount].tree, from.path});
@@ -455,12 +455,12 @@ std::pair<size_t, std::string> View::TreeAt(const std::string& path) const {
 
 void View::Note(const char* list, const std::string& text) const {
     constexpr size_t kMost = 1 << 20;
-    // The file outlives this process, which may be a boxed one.
+    // A file, since this process, which may be a sandboxed one, ends before it is read.
     const std::string line = text + '\0';
     const long fd = Kernel(SYS_openat, AT_FDCWD, (notes_ + "/" + list).c_str(),
                            O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     const unique_fd file(fd < 0 ? -1 : static_cast<int>(fd));
-    // Thousands of boots may have the same to say.
+    // Thousands of boots may note the same text; it is written once.
     std::string noted(1, '\0');
     char buffer[4096];
     long size = 0;
@@ -482,7 +482,8 @@ std::set<std::string> View::Noted(const char* list) const {
     return paths;
 }
 
-// --- What stands in the device's place ----------------------------------------------------------
+// --- What is shown in place of the device's files
+// ----------------------------------------------------------
 
 long View::ShowTree(std::shared_ptr<const Tree> tree, const std::string& root,
                     const std::string& place) {
@@ -492,7 +493,7 @@ long View::ShowTree(std::shared_ptr<const Tree> tree, const std::string& root,
         const std::string part = place.substr(0, slash);
         long error = MakeDirectory({}, part.c_str(), 0755);
         if (error < 0 && error != -EEXIST) return error;
-        // A link may lead to a place that is missing.
+        // A link on the way may be dangling.
         if (Find(part, true, &entry) == 0 && !entry.exists) return -ENOENT;
     }
     if (long error = Find(place, true, &entry); error < 0) return error;

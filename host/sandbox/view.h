@@ -1,6 +1,6 @@
-// The device's files without a root of their own: mounts, each of which shows a tree or a part of
-// one. Each call does what the kernel would do for root in a real root, and returns what the kernel
-// would return: a result, or a negative errno.
+// The device's files as mounts, each of which shows a tree or a directory of one, without a root in
+// the kernel. Each call does and returns what the kernel would for root in a real root: a result,
+// or a negative errno.
 
 #pragma once
 
@@ -21,13 +21,13 @@
 
 namespace sandbox {
 
-// A file, directory or link of the device, or the place where one would be.
+// A file, directory or link of the device, or a place where there is none yet.
 struct Entry {
     int mount = 0;     // the mount that it is in
     std::string path;  // in that mount's tree, without links; "" is the tree's root
     bool exists = false;
-    bool ends_in_slash = false;  // the path asked for a directory
-    struct stat status = {};     // as the device has it
+    bool ends_in_slash = false;  // the path requires a directory
+    struct stat status = {};     // as the device shows it
 
     bool is_directory() const { return S_ISDIR(status.st_mode); }
     bool is_link() const { return S_ISLNK(status.st_mode); }
@@ -41,8 +41,9 @@ struct Start {
 
 class View {
   public:
-    // Shows the device directory. Changes go to the directory `state`, which is there and empty,
-    // what the user should know to `notes`. Throws std::runtime_error if one cannot be used.
+    // Shows the device directory. Changes go to the directory `state`, which exists and is empty;
+    // lists of what the user should know go to the directory `notes`. Throws std::runtime_error if
+    // one cannot be used.
     View(std::shared_ptr<const Tree> device, std::string state, std::string notes);
 
     long Open(const Start& start, const char* path, int flags, mode_t mode, Entry* opened);
@@ -58,60 +59,61 @@ class View {
     // Finds what is at the absolute `path`, or where it would be made.
     long Find(std::string_view path, bool follow, Entry* entry) const;
 
-    // Finds what has the name in the directory, which was found, or where it would be made.
+    // Finds what has the name in a directory that was found, or where it would be made.
     long FindIn(const Entry& directory, const std::string& name, Entry* entry) const;
 
     // Returns the device's path of what was found.
     std::string PathOf(const Entry& entry) const;
 
-    // What is at a place that was found, by which an open file is known.
+    // Of an open file, by the place at which it was found.
     bool is_kernels(const Start& place) const;
     long StatusOf(const Start& place, struct stat* status) const;
 
-    // Lists a directory that is not the kernel's as getdents64(2) does, from the name number
-    // `*next` on, "." and ".." counted.
+    // Lists a directory for which is_kernels() is false, as getdents64(2) does. `*next` is the
+    // number of the next name, with "." and ".." counted.
     long ReadDirectory(const Start& place, size_t* next, char* buffer, size_t size) const;
 
     // Adds the names in the directory.
     long List(const Entry& directory, std::vector<Listed>* names) const;
 
-    // Puts in the content of the regular file at `path`; -ELOOP for a link, -EFBIG if it has more
-    // than `most` bytes.
+    // Puts the content of the regular file at `path` into `*content`. Returns -ELOOP for a link,
+    // -EFBIG if it has more than `most` bytes.
     long Read(const std::string& path, size_t most, std::string* content) const;
 
-    // Opens the regular file at `path` for reading; -ELOOP for a link unless it is followed.
+    // Opens the regular file at `path` for reading. Returns the descriptor, or -ELOOP for a link if
+    // `follow` is false.
     long OpenToRead(const std::string& path, bool follow) const;
 
-    // Shows the tree's directory `root`, read-only, at the device's `place`, which is made where it
-    // is missing.
+    // Shows the tree's directory `root`, read-only, at the device's `place`, which is made if it is
+    // missing.
     long ShowTree(std::shared_ptr<const Tree> tree, const std::string& root,
                   const std::string& place);
 
-    // Returns the number of the tree that the device's path leads into, 0 for the device directory,
-    // and the path there, links on the way followed.
+    // Follows links and returns where the device's path leads: the number of the tree, 0 for the
+    // device directory, and the path in that tree.
     std::pair<size_t, std::string> TreeAt(const std::string& path) const;
 
-    // The lists of what the user should know of: paths of what is unreadable for the user that this
-    // runs as, though not for the device's root (a directory stands for all that would be in it),
-    // and of what is larger than any such file; and what is damaged.
+    // The lists of what the user should know: paths that the user of this process cannot read
+    // though root of the device could (a directory stands for all in it); paths of files beyond the
+    // size limit; damage.
     static constexpr char kDenied[] = "denied";
     static constexpr char kTooLarge[] = "too-large";
     static constexpr char kDamaged[] = "damaged";
 
-    // Adds to a list, which all views with the same directory for notes share.
+    // Adds to a list. All views with the same directory for notes share it.
     void Note(const char* list, const std::string& text) const;
 
     // Returns what is in the list.
     std::set<std::string> Noted(const char* list) const;
 
-    // Makes a link of the device, unless there is something already.
+    // Makes a link at the device's `path`, unless something is there already.
     long MakeLink(const std::string& target, const std::string& path);
 
-    // Makes the file a block device, which keeps its size when it is opened for output. -ENOTBLK
-    // if it is no regular file of the device directory's.
+    // Makes the file a block device, as PrivateLayer does. Returns -ENOTBLK if it is no regular
+    // file of the device directory.
     long MakeBlockDevice(const std::string& path);
 
-    // Returns what has changed since the last time.
+    // Returns what has changed since the last call.
     std::vector<FileChange> TakeChanges();
 
   private:
@@ -119,16 +121,16 @@ class View {
         int parent;
         std::string point;  // in the parent's tree
         size_t tree;
-        std::string root;  // the part of the tree that is shown
+        std::string root;  // the directory of the tree that is shown
     };
 
-    // Where the directory of a path was found, and how many links led there.
+    // Where the directory of a path was found, and the number of links on the way.
     struct Way {
         Start directory;
         int links;
     };
 
-    // What becomes of a link or a mount that a path ends in.
+    // How a link or mount at the end of a path is treated.
     enum Last { kFollow, kLinkItself, kPlaceItself };
 
     const Way* KnownWay(const std::string& directory, std::string* key) const;
@@ -147,7 +149,7 @@ class View {
     std::shared_ptr<PrivateLayer> layer_;             // over the device directory
     std::vector<std::shared_ptr<const Tree>> trees_;  // the first is the layer
     std::vector<Mount> mounts_;                       // the first is the root
-    // By absolute paths, as long as there are so many changes and mounts.
+    // Cache, by absolute paths; valid while the numbers of changes and mounts are ways_at_.
     mutable std::unordered_map<std::string, Way> ways_;
     mutable std::pair<uint64_t, size_t> ways_at_;
     mutable std::mutex mutex_;
