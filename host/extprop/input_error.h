@@ -1,5 +1,5 @@
-// What is wrong with what the user gave: a line for each fault, which names the file and line of
-// it.
+// An error in what the user gave. It has a line of text for each fault, with the file and line of
+// the fault.
 
 #pragma once
 
@@ -14,7 +14,7 @@ class InputError : public std::runtime_error {
   public:
     explicit InputError(const std::string& line) : InputError(std::vector<std::string>{line}) {}
 
-    // Of one fault at least.
+    // `lines` has at least one.
     explicit InputError(std::vector<std::string> lines)
             : std::runtime_error(lines.front()), lines_(std::move(lines)) {}
 

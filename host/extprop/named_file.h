@@ -1,6 +1,6 @@
-// The files that the command line names: what is read of them and what is written to them. What
-// lies in DEVICE comes from strangers: no link in there leads anywhere else. `inputs` are files and
-// directories that the command reads, DEVICE among them; empty ones count for nothing.
+// Reads and writes the files that the command line names. The files in DEVICE are untrusted, so no
+// link in it is followed out of it. `inputs` are the files and directories that the command reads,
+// DEVICE among them; empty strings are ignored.
 
 #pragma once
 
@@ -11,12 +11,12 @@
 
 namespace extprop {
 
-// Returns the absolute path of the directory or file `device`, without links. Throws InputError if
+// Returns the absolute path, without links, of the directory or file `device`. Throws InputError if
 // it cannot be used.
 std::string DevicePath(const std::string& device);
 
-// Returns the content of the file at `path`: of a regular file, or of whatever else can be read to
-// its end; in a directory of `inputs` of a regular file only. Throws InputError if it cannot be
+// Returns the content of the file at `path`. In a directory of `inputs` it must be a regular file;
+// elsewhere it may be anything that has an end, such as a pipe. Throws InputError if it cannot be
 // read or has more than `limit` bytes.
 std::string ReadInput(const std::string& path, const std::vector<std::string>& inputs,
                       size_t limit);
@@ -25,10 +25,10 @@ std::string ReadInput(const std::string& path, const std::vector<std::string>& i
 // `inputs` leads there.
 bool IsInputDirectory(const std::string& path, const std::vector<std::string>& inputs);
 
-// Writes the file at `path`: whole or not at all where that is a regular file, which keeps its
-// permissions, or nothing yet. Character devices, pipes and the process's own descriptors, such as
-// /dev/stdout, are written through; other links are refused, as are a file of `inputs` and, in a
-// directory of them, the names of images and archives. Throws InputError.
+// Writes the file at `path`. A new or regular file is written whole or not at all, and keeps its
+// permissions. Character devices, pipes and the process's own descriptors, such as /dev/stdout, are
+// written to. Throws InputError if that fails, and for what it refuses: other links, a file of
+// `inputs` and, in a directory of `inputs`, names of images and archives.
 void WriteOutput(const std::string& path, const std::vector<std::string>& inputs,
                  const std::string& content);
 

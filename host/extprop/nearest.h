@@ -1,4 +1,4 @@
-// The known word that a misspelt one was probably meant to be.
+// Finds the known word for which a misspelt one was probably meant.
 
 #pragma once
 
@@ -7,14 +7,15 @@
 
 namespace extprop {
 
-// How many letters have to be changed, added, left out or swapped to make one word the other.
+// Returns how many letters must be changed, added, removed or swapped to make one word the other.
 size_t Distance(const std::string& a, const std::string& b);
 
-// Returns the known word nearest to the given one without regard to case, or nothing if more than
-// `most` letters differ.
+// Returns the known word nearest to the given one, ignoring case, or "" if more than `most` letters
+// differ.
 std::string Nearest(const std::string& word, const std::vector<std::string>& known, size_t most);
 
-// Returns what asks for the nearest word behind a message, nothing if there is none.
+// Returns the question to add to a message: whether the nearest word was meant. Returns "" if
+// `nearest` is empty.
 std::string Meant(const std::string& nearest);
 
 }  // namespace extprop

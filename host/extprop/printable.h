@@ -1,4 +1,4 @@
-// Text for people: for a terminal, and for the log of a job.
+// Makes text safe to print on a terminal and in a job's log.
 
 #pragma once
 
@@ -8,12 +8,13 @@
 
 namespace extprop {
 
-// Keeps the text on its line, the terminal as it is and a job's log without commands, whatever the
-// device's files hold. Control characters and bytes that are no UTF-8 are shown as "\x1b", what
-// ends lines or turns the direction of writing besides as "\u{2028}". Twice is as once.
+// Returns the text so that it stays on its line, has no effect on a terminal and contains no
+// command of a job's log, even if it comes from untrusted files. Control characters and bytes that
+// are no UTF-8 become "\x1b", other characters that end lines or turn the direction of writing
+// become "\u{2028}". A second call changes nothing more.
 std::string Printable(std::string_view text);
 
-// A text for people, put together: what stands in the source is as it is, and everything else is
+// Puts a text for people together: literals of the source are added as they are, everything else is
 // made printable.
 class Text {
   public:
@@ -40,17 +41,17 @@ class Text {
     std::string text_;
 };
 
-// Returns the JSON with such characters in its strings escaped, which it need not have.
+// Returns the JSON with those characters escaped in its strings.
 std::string PrintableJson(std::string json);
 
-// Returns the text in quotes, the whole of it or only its beginning if it is long.
+// Return the printable text in quotes; QuotedShort() only the beginning of a long one.
 std::string Quoted(std::string_view text);
 std::string QuotedShort(std::string_view text);
 
-// Returns such as "1 property" or "2 properties".
+// Returns text such as "1 property" or "2 properties".
 std::string Count(size_t count, const char* one, const char* many);
 
-// Returns words as they can be typed into a shell.
+// Returns the words, quoted where necessary, as they can be typed into a shell.
 std::string ShellWords(const std::vector<std::string>& words);
 
 }  // namespace extprop

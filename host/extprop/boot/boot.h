@@ -1,4 +1,4 @@
-// Boots a device directory and tells what happened.
+// Boots a device directory and reports what happened.
 
 #pragma once
 
@@ -15,14 +15,14 @@ namespace extprop {
 
 struct BootOptions {
     std::string device;                   // the device directory
-    sandbox::Options images;              // which are read
-    BootPlan plan;                        // its properties are set again after a reboot
-    bool names_no_steps = false;          // the plan's are those that go without saying
-    WhatIf what_if;                       // made so before the first boot
+    sandbox::Options images;              // which images are read
+    BootPlan plan;                        // its properties are set again after each reboot
+    bool names_no_steps = false;          // the plan has the default steps
+    WhatIf what_if;                       // applied before the first boot
     std::chrono::seconds time_limit{30};  // for each step
 };
 
-// Is told of a boot as it happens, in the order of time.
+// Receives what happens in a boot, in the order of time.
 class BootListener {
   public:
     virtual ~BootListener() = default;
@@ -33,39 +33,39 @@ class BootListener {
     virtual void OnStepEnd() = 0;
 };
 
-// What a command line can be given besides: what if the device were so, --set, and steps.
+// What can be added to a command line: what-if options for the variant, --set, and steps.
 struct Addition {
     Variant variant;
     PropertyMap settings;
     std::vector<std::string> steps;
 };
 
-// Adds it to the options, as the command line with its words would have them.
+// Adds it to the options, as its words would on the command line.
 void Add(const Addition& addition, BootOptions* options);
 
-// Returns its words, options first, such as {"--region", "IN", "sim"}. A command line that names no
-// steps and gets some has to name those that go without saying, too.
+// Returns its words, options first, such as {"--region", "IN", "sim"}. If steps are added to a
+// command line that names none, the words begin with the default steps.
 std::vector<std::string> WordsOf(const Addition& addition, bool names_no_steps);
 
-// A device directory with a throw-away layer, and the changes that were asked for made in it.
+// A device directory with a copy-on-write layer in which the what-if options are applied.
 class PreparedDevice {
   public:
-    // Throws InputError if the directory cannot be used, std::runtime_error if the sandbox or
-    // library cannot be had.
+    // Throws InputError if the directory cannot be used, std::runtime_error if the sandbox cannot
+    // be set up or the library cannot be loaded.
     explicit PreparedDevice(const BootOptions& options);
 
-    // The same of a device whose files are read already.
+    // Prepares the same for a device whose files are open already.
     PreparedDevice(const BootOptions& options, std::shared_ptr<sandbox::DeviceFiles> files);
 
     const sandbox::Sandbox& root() const { return root_; }
 
-    // Makes it as new, with other options for the same device. Throws as above. A process that has
-    // it from its parent has to do so first.
+    // Makes it like a new one, with other options for the same device. Throws as above. A process
+    // that has inherited it must call this first.
     void Reset(const BootOptions& options);
 
-    // Performs the steps. A crash or hang of the library is part of the report. Call it once,
-    // or once for each Reset. The listener is told of the lines, too, if it is told which are
-    // `traced`.
+    // Performs the steps and returns the report; a crash or hang of the library is part of it. Call
+    // it once, or once for each Reset. With `traced` the listener also receives the lines of files
+    // that have these names.
     Report Boot(BootListener* listener = nullptr,
                 const std::function<bool(const std::string& name)>& traced = nullptr);
 
@@ -79,7 +79,7 @@ class PreparedDevice {
     BootOptions options_;
     FetchExtension fetch_;
     std::string path_;
-    std::vector<std::string> notes_;  // that each report begins with
+    std::vector<std::string> notes_;  // with which each report begins
     std::map<std::pair<std::string, std::string>, bool> changed_;
     Report report_;
     sandbox::Sandbox root_;

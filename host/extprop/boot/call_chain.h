@@ -1,4 +1,4 @@
-// Which of the library's functions are at work.
+// Finds which of the library's functions are running.
 
 #pragma once
 
@@ -9,8 +9,8 @@ namespace extprop {
 
 inline constexpr char kLibrary[] = "libtesvoextproperty.so";
 
-// Returns the library's named functions that lead to the caller, innermost first, a function that
-// calls itself once. What only one source of the library sees has no name.
+// Returns the library's functions on the calling thread's stack, innermost first; a function that
+// calls itself stands there once. Functions with internal linkage have no name and are left out.
 std::vector<std::string> CallChain();
 
 }  // namespace extprop

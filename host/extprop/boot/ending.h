@@ -1,4 +1,4 @@
-// How a process that plays init ends by the tool's own doing, told by its exit status.
+// The limits of the process that plays init: reaching one ends it, and its exit status says which.
 
 #pragma once
 
@@ -10,17 +10,17 @@ enum class Limit { kOpens, kOpenedBytes, kTold, kMemory };
 
 inline constexpr int kChangesFailed = 77;
 
-// Ends this process at the limit.
+// Ends this process because it has reached the limit.
 [[noreturn]] void EndAt(Limit limit);
 
-// Has this process end so where there is no more memory for it.
+// Makes this process end so when it can allocate no more memory.
 void EndAtMemoryLimit();
 
-// Returns what the limit is, such as "100000 opened files", that a process with this exit status
-// met; nothing if it met none.
+// Returns the limit that a process with this exit status reached, such as "100000 opened files", or
+// "" if it reached none.
 std::string LimitOf(int exit_status);
 
-// Says that the tool's own process met its limit.
+// Returns the message that the tool's own process has reached its memory limit.
 std::string MemoryError();
 
 }  // namespace extprop

@@ -1,4 +1,4 @@
-// The imports in a circle that the library's loader does not survive.
+// Finds the circle of imports that made the library's loader crash.
 
 #pragma once
 
@@ -9,9 +9,9 @@
 
 namespace extprop {
 
-// Returns the import lines, such as "/odm/build.prop:3", that lead from one file to the next and
-// back to the first, of the loads that were under way when the events ended. The circle's file that
-// was loaded first is the first. None if there is no circle.
+// Looks at the loads that were under way when the events ended. Returns the import lines, such as
+// "/odm/build.prop:3", that lead from one file to the next and back to the first, beginning with
+// the file that was loaded first. Returns none if there is no circle.
 std::vector<std::string> ImportCycle(const std::vector<Event>& events);
 
 }  // namespace extprop

@@ -45,7 +45,7 @@ class Init {
                        }} {}
 
     void Perform(const Step& step) {
-        // The stored properties belong to a boot from behind early on.
+        // The stored properties take effect after step early.
         if (step.is_early()) early_done_ = true;
         if (!step.is_early() && (early_done_ || !step.is_others())) TakeStored();
         if (step.switches_keys()) SetKeys();
@@ -60,13 +60,13 @@ class Init {
         reporter_->OnStepEnd();
     }
 
-    // Whether the key's property has another value, which no step gave to it.
+    // Returns whether the key's property has lost its value, other than by a step that sets it.
     bool IsLost(const KeyInForce& key) const {
         return overtaken_.count(key.property) == 0 &&
                android::base::GetProperty(key.property, "") != key.value;
     }
 
-    // The stored persistent properties, which no early step sees.
+    // Sets the stored persistent properties, which no early step sees.
     void TakeStored() {
         if (!stored_taken_ && !plan_.stored.empty()) reporter_->OnStored(plan_.stored);
         stored_taken_ = true;
@@ -79,8 +79,7 @@ class Init {
         }
     }
 
-    // Whatever a step loads into init's own map is set when it is done, other than what was in the
-    // map already.
+    // Performs the step. Then init sets what the step has added to init's own map.
     void PerformEarly(const Step& step) {
         LoadTracker* tracker = reporter_->tracker();
         const PropertyMap before = early_properties_;

@@ -1,4 +1,4 @@
-// The process that plays init inside the sandbox: it performs steps with the extension.
+// The process that plays init inside the sandbox: it performs the steps with the extension library.
 
 #pragma once
 
@@ -18,44 +18,46 @@ using FetchExtension = IInitExtensionProperty* (*)(const char* library);
 // Loads the extension library as init does. Throws std::runtime_error.
 FetchExtension LoadExtension();
 
-// What is told of a boot besides what init has at its end.
+// What is reported of a boot besides the properties at its end.
 enum class Detail {
     kEverything,
-    kOrigins,  // what the origins of the traced names are found by, and no more
+    kOrigins,  // only what the origins of the traced names take
     kNothing,
 };
 
-// A switch key that a phone has: before each step sim its system sets the property.
+// A switch key of the phone, whose system sets the property before each step sim.
 struct KeyInForce {
     std::string property;
     std::string value;
-    Step step;  // by which init learns that the key has changed
+    Step step;  // the step by which init learns of a changed key
 };
 
-// What one boot is made of.
+// The input of one boot.
 struct BootPlan {
     std::vector<Step> steps;
     PropertyMap properties;             // the system's before the first step
-    PropertyMap stored;                 // the persistent ones that come in force behind `early`
-    std::vector<std::string> requests;  // of the installing service, while a bind thread runs
+    PropertyMap stored;                 // the persistent ones, which take effect after `early`
+    std::vector<std::string> requests;  // of the installing service, to the bind thread
     std::set<std::string> written;      // the files that an earlier boot wrote
     std::vector<KeyInForce> keys;
-    // Of which a record tells: the device's imports, and properties. None is made if they are null.
+    // The imports and properties that the boot's record covers. If they are null, no record is
+    // made.
     const DeviceImports* imports = nullptr;
     const std::set<std::string>* watched = nullptr;
     Detail detail = Detail::kEverything;
-    // What the properties are told against; they are told whole if it is null.
+    // The properties are reported as the difference from these; all of them are if it is null.
     const PropertyMap* base = nullptr;
-    // The names whose lines are told of, so that their origins can be known; none if empty.
+    // Selects the names whose lines are reported, so that their origins can be found. Empty: none.
     std::function<bool(const std::string& name)> traced;
 };
 
-// Plays init for one boot, in a process of its own: fetches the extension, then performs the step
-// of the plan whose index arrives at `channel`, until that is closed; indices after those are the
-// steps of the keys, which are performed if the key is not in force; kNoStep asks for nothing, and
-// kEndOfBoot for what belongs to a boot that no later step has brought. Sends an event for each
-// thing that happens and, after each request, StepDone. Whatever becomes of the process,
-// `last_file` has the file that it opened last. Returns the process's exit status.
+// Plays init for one boot, in a process of its own. It fetches the extension and then serves the
+// StepRequests that arrive at `channel`, until that is closed. A request is the index of a step of
+// the plan; or, counting on from the last, of the step of one of the plan's keys, which is
+// performed only if the key is not in force; or kNoStep for none; or kEndOfBoot for what ends a
+// boot, such as the stored properties if no step has set them. Sends an event for each thing that
+// happens and StepDone after each request. `last_file` receives the path of each file that is
+// opened, so that the last is known after a crash, too. Returns the process's exit status.
 int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file);
 
 inline constexpr int kNoStep = -1;

@@ -17,7 +17,7 @@ void PlayInstallingService(const std::vector<std::string>& requests, Reporter* r
     constexpr auto kPatience = 5s;
     for (const std::string& request : requests) {
         reporter->OnRequest(kCotaBindRequest, request);
-        bool acknowledged = request == kBindComplete;  // the thread ends without a word
+        bool acknowledged = request == kBindComplete;  // the thread ends without acknowledging it
         const auto deadline = std::chrono::steady_clock::now() + kPatience;
         while (!acknowledged && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::sleep_for(1ms);

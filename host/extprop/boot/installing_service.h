@@ -1,4 +1,4 @@
-// The carrier-package installer, as the bind thread knows it.
+// Plays the service that installs carrier packages, as the bind thread sees it.
 
 #pragma once
 
@@ -9,8 +9,8 @@
 
 namespace extprop {
 
-// Hands the bind thread its requests, each once the one before is acknowledged or has not been for
-// 5 s.
+// Sends the requests to the bind thread, each after the one before is acknowledged or has been
+// ignored for 5 s, and reports them.
 void PlayInstallingService(const std::vector<std::string>& requests, Reporter* reporter);
 
 }  // namespace extprop

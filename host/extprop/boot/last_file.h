@@ -1,4 +1,4 @@
-// The file that a process opened last, known to its parent whatever the process ends of.
+// The file that a process opened last. Its parent can read it however the process has ended.
 
 #pragma once
 
@@ -13,7 +13,7 @@ namespace extprop {
 
 class LastFile {
   public:
-    // Shared with the processes that are started from here on.
+    // The memory is shared with processes that are started after this.
     LastFile()
             : path_(static_cast<char*>(mmap(nullptr, PATH_MAX, PROT_READ | PROT_WRITE,
                                             MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
@@ -24,7 +24,7 @@ class LastFile {
 
     void Set(const char* path) { snprintf(path_, PATH_MAX, "%s", path); }
 
-    // Call it when the process has ended. Empty if it opened none.
+    // Returns the path, or "" if no file was opened. Call it after the process has ended.
     std::string Get() const { return path_; }
 
   private:

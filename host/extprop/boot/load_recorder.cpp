@@ -12,7 +12,7 @@ void LoadRecorder::Begin(const std::string& path, const std::string& filter) {
     const std::string own = tracker_.SourceOf(path).value_or(PlainPath(path));
     Load load{{own, filter, step_}, {}, tracker_.WasWritten(own)};
     const auto imports = imports_.find(own);
-    // What the library has for properties stays as it is until the load is done.
+    // The library sets no property until the load is done, so the imports expand the same now.
     if (imports != imports_.end() && filter.empty()) {
         for (const ImportLine& import : imports->second) {
             RecordedImport read{own, import.line, {}, Expand(import.name).path, false};
@@ -29,7 +29,7 @@ void LoadRecorder::Begin(const std::string& path, const std::string& filter) {
 void LoadRecorder::End(bool loaded) {
     Load load = std::move(loading_.back());
     loading_.pop_back();
-    // What the boot itself has written is no longer the device's file.
+    // A file that the boot itself has written is no longer the device's.
     if (!loaded || load.was_written) return;
     record_.loads.insert(std::move(load.load));
     record_.imports.insert(load.imports.begin(), load.imports.end());

@@ -1,4 +1,5 @@
-// Notes which property files a boot reads and where their imports lead, without a word on each.
+// Records which property files a boot loads and where their imports lead, without an event for
+// each.
 
 #pragma once
 
@@ -13,16 +14,16 @@
 
 namespace extprop {
 
-// For one thread at a time.
+// Not thread-safe.
 class LoadRecorder {
   public:
-    // Tells of the imports of these files. Both have to outlive this.
+    // Records where the given imports lead. Both arguments must outlive this.
     LoadRecorder(const LoadTracker& tracker, const DeviceImports& imports)
             : tracker_(tracker), imports_(imports) {}
 
     void OnStep(const std::string& step) { step_ = step; }
 
-    // The library's loader begins and ends.
+    // Call these when the library's loader begins a file and when it has ended.
     void Begin(const std::string& path, const std::string& filter);
     void End(bool loaded);
 

@@ -18,7 +18,7 @@ namespace extprop {
 
 namespace {
 
-// So many are told together, so that large files take no more for it than small ones.
+// So many lines are reported together, so that large files take no more memory than small ones.
 constexpr size_t kLinesAtOnce = 1000;
 
 }  // namespace
@@ -31,7 +31,7 @@ struct LoadTracker::Load {
     const PropertyMap* map;
     std::string content;
     std::vector<PropertyLine> lines;
-    size_t next = 0;  // the first line that is not told of
+    size_t next = 0;  // the first line that is not yet reported
 };
 
 // One of the library's maps, which live on its stack, so an address may be used again.
@@ -111,7 +111,8 @@ void LoadTracker::Begin(const std::string& path, const char* filter, const Prope
     begun.lines = PropertyLines(begun.content, !begun.filter.empty());
 }
 
-// Tells of the lines up to the import that leads to `import_path`, or all that are left.
+// Reports the lines up to the import that leads to `import_path`, or all that are left if it is
+// null.
 void LoadTracker::ReadLines(Load* load, const std::string* import_path) {
     LinesRead read{load->number, {}};
     bool arrived = false;
@@ -128,7 +129,7 @@ void LoadTracker::ReadLines(Load* load, const std::string* import_path) {
                 }
             }
         } else if (line.kind == PropertyLine::kImport) {
-            // The loader goes on behind an import whose name cannot be expanded.
+            // The loader goes on after an import whose name cannot be expanded.
             const Expansion expansion = Expand(name);
             arrived = import_path != nullptr && expansion.fault.empty() &&
                       expansion.path.c_str() == *import_path;
@@ -150,8 +151,8 @@ std::optional<int> LoadTracker::HandedOver(const std::vector<std::string>& chain
                                            const void* frame) {
     std::vector<Map>& maps = Loads().maps;
     for (auto map = maps.rbegin(); map != maps.rend(); ++map) {
-        // A map that is handed on lives in a frame that is still there, was loaded by the function
-        // that hands it on or what that called, and has something in it.
+        // A map that is handed over is on a stack frame that still exists, was loaded by the
+        // function that hands it over or by one that this called, and is not empty.
         const bool alive = static_cast<const void*>(map->address) > frame;
         const bool is_callers = !chain.empty() && std::find(map->chain.begin(), map->chain.end(),
                                                             chain.front()) != map->chain.end();

@@ -1,5 +1,5 @@
-// Follows the library's loads of property files: which file is read into which of its maps, on
-// whose import, and what the lines of it are.
+// Follows how the library loads property files: which file goes into which of the library's maps,
+// which line imported it, and what lines it has.
 
 #pragma once
 
@@ -15,7 +15,7 @@
 
 namespace extprop {
 
-// What the tracker tells, in the order of time, of one load after the other.
+// Receives the loads and their lines, in the order of time.
 class LoadListener {
   public:
     virtual ~LoadListener() = default;
@@ -25,41 +25,43 @@ class LoadListener {
 
 class LoadTracker {
   public:
-    // Tells of the lines whose names `wanted` takes; of loads alone if it is empty.
+    // Reports the lines whose names are `wanted`; loads only, if that is empty.
     LoadTracker(LoadListener* listener, std::function<bool(const std::string& name)> wanted)
             : listener_(listener), wanted_(std::move(wanted)) {}
 
-    // The library's loader begins and ends, on the calling thread.
+    // Call these when the library's loader begins a file and when it has ended, on its thread.
     void Begin(const std::string& path, const char* filter, const PropertyMap* map);
     void End(const PropertyMap* map);
 
-    // The library hands properties to init from the calling thread; `chain` is how it came there
-    // and `frame` lies below all of its frames. Returns which of its maps it hands on, if it is one
-    // that property files were loaded into.
+    // Call it when the library, on the calling thread, hands properties to init. `chain` is its
+    // CallChain(), and `frame` an address below all of its stack frames. Returns the number of the
+    // map that is handed over, or nothing if no property file was loaded into it.
     std::optional<int> HandedOver(const std::vector<std::string>& chain, const void* frame);
 
-    // Forgets the calling thread's maps but for `kept`, init's own.
+    // Forgets the calling thread's maps except `kept`, init's own.
     void ForgetMaps(const PropertyMap* kept);
 
-    // Notes every name that is loaded into `map` from now on, or none if it is null.
+    // Records every name that is loaded into `map` from now on; none if it is null.
     void NoteNames(const PropertyMap* map);
     std::set<std::string> TakeNames();
     bool notes_names() const { return noted_map_ != nullptr; }
 
-    // init takes what is in its own map. Returns which map that is, if anything was loaded into it.
+    // Call it when init takes the properties of its own map. Returns the map's number, or nothing
+    // if no file was loaded into it.
     std::optional<int> TakenOver(const PropertyMap* map);
 
-    // Whether the boot wrote the device's own file.
+    // Returns whether the boot has written the device's own file `own`.
     bool WasWritten(const std::string& own) const;
 
-    // The boot writes the file at `path` or binds a directory over another.
+    // Call these when the boot writes the file at `path`, or binds a directory over another.
     void Written(const std::string& path);
     void Bound(const std::string& source, const std::string& target, bool recursive);
 
-    // Returns the device's own file behind `path`, if it has another name.
+    // Returns the device's own path of the file at `path`, if that is another path.
     std::optional<std::string> SourceOf(const std::string& path) const;
 
-    // Reads the whole regular file at `path`, which is no link; nothing of anything else.
+    // Returns the content of the regular file at `path`, or nothing if it is a link or anything
+    // else.
     static std::optional<std::string> Content(const std::string& path);
 
   private:
@@ -75,7 +77,7 @@ class LoadTracker {
     LoadListener* listener_;
     std::function<bool(const std::string& name)> wanted_;
 
-    mutable std::mutex mutex_;  // of what the threads share
+    mutable std::mutex mutex_;  // guards what the threads share
     BindMounts binds_;
     std::set<std::string> written_;
     int maps_ = 0;

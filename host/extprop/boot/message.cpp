@@ -38,18 +38,18 @@ void Visit(Fields& fields, StepRequest& request) {
 
 namespace {
 
-// A document goes in chunks, so that it is never held whole besides its own form: each behind its
-// size, the last one's with the mark.
+// A document is sent in chunks, so that its encoded form is never in memory as a whole. Each chunk
+// follows its size; the size of the last one has a mark.
 using ChunkHead = uint32_t;
 constexpr ChunkHead kLastChunk = ChunkHead{1} << 31;
 constexpr size_t kChunkSize = 16 * 1024;
 
 class ChunkWriter : public std::streambuf {
   public:
-    // Counts what it sends.
+    // Adds the bytes that it sends to `*sent`.
     ChunkWriter(int fd, size_t* sent) : fd_(fd), sent_(sent) { Restart(); }
 
-    // Sends what is left.
+    // Sends the last chunk.
     bool End() { return Send(kLastChunk); }
 
   protected:
@@ -66,7 +66,7 @@ class ChunkWriter : public std::streambuf {
         const ChunkHead head = static_cast<ChunkHead>(pptr() - pbase()) | mark;
         memcpy(buffer_, &head, sizeof(head));
         if (sent_ != nullptr) *sent_ += pptr() - pbase();
-        // Whoever was to read it may be gone.
+        // The reader may have closed the channel.
         for (const char* next = buffer_; next < pptr();) {
             const ssize_t sent = TEMP_FAILURE_RETRY(send(fd_, next, pptr() - next, MSG_NOSIGNAL));
             if (sent <= 0) return false;
@@ -82,7 +82,7 @@ class ChunkWriter : public std::streambuf {
 
 class ChunkReader : public std::streambuf {
   public:
-    // Ends where the whole would be more than what is `left`, and takes what it reads from that.
+    // Subtracts the bytes that it reads from `*left`, and ends before they exceed it.
     ChunkReader(int fd, size_t* left) : fd_(fd), left_(left) {}
 
   protected:
@@ -109,7 +109,8 @@ class ChunkReader : public std::streambuf {
     char buffer_[kChunkSize];
 };
 
-// All properties of a device are one text, too: the lengths of the name and of the value, and both.
+// All properties of a device are sent as one text: of each the lengths of name and value, then
+// both.
 std::string TextOf(const PropertyMap& properties) {
     std::string text;
     for (const auto& [name, value] : properties) {
@@ -221,7 +222,7 @@ std::optional<json> AskInside(const sandbox::Sandbox& root, const std::function<
 
 bool SendMessage(int fd, Message message, size_t* sent) {
     const json document = DocumentOf(message);
-    message = StepRequest();  // which may have been large
+    message = StepRequest();  // frees the message, which may be large
     return SendDocument(fd, document, sent);
 }
 

@@ -15,40 +15,42 @@
 
 namespace extprop {
 
-// Asks for a step of the plan, by its index.
+// Requests a step of the plan, by its index.
 struct StepRequest {
     int index = 0;
 };
 
-// The step asked for is done; the system properties then, if they are told, as against the plan's
-// base.
+// Reports that the requested step is done. `delta` is the system's properties then, as a difference
+// from the plan's base, if they are reported.
 struct StepDone {
     PropertyDelta delta;
-    bool performed = true;  // or it was not needed
-    BootRecord record;      // of the boot, at its end, if the plan asks for it
+    bool performed = true;  // false: it was not needed
+    BootRecord record;      // of the boot, at its end, if the plan has one made
 };
 
 using Message = std::variant<StepRequest, StepDone, Event, LinesRead>;
 
-// Sends one document. Returns false when the other side is gone. Adds its bytes to `*sent`.
+// Sends one document and adds its size in bytes to `*sent`. Returns false if the other side has
+// closed the channel.
 bool SendDocument(int fd, const nlohmann::json& document, size_t* sent = nullptr);
 
-// Sends one message so.
+// Sends one message in the same way.
 bool SendMessage(int fd, Message message, size_t* sent = nullptr);
 
 enum class Received { kMessage, kEnd, kTimeOut };
 
-// Receives one document, waiting for its start until `deadline`. Takes its bytes from `*left`, and
-// counts a larger one as the end; without that the limit of one boot holds for each document.
+// Receives one document and waits for its start until `deadline`. `*left` is the number of bytes
+// that may still arrive, from which this subtracts; a document above it counts as the end. If
+// `left` is null, each document may have limits::kTold bytes.
 Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
                          nlohmann::json* document, size_t* left = nullptr);
 
-// Receives one message so.
+// Receives one message in the same way.
 Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message,
                         size_t* left = nullptr);
 
-// Has the question answered in a process inside the sandbox. Returns nothing if that crashes or
-// does not come back within the limit. Throws as Sandbox::CheckImages() does.
+// Calls `question` in a process inside the sandbox and returns its result. Returns nothing if that
+// crashes or exceeds the time limit. Throws as Sandbox::CheckImages() does.
 std::optional<nlohmann::json> AskInside(const sandbox::Sandbox& root,
                                         const std::function<nlohmann::json()>& question,
                                         std::chrono::seconds limit);

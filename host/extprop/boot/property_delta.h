@@ -1,4 +1,4 @@
-// What some properties are as against others.
+// The difference between two sets of properties.
 
 #pragma once
 
@@ -11,7 +11,7 @@ namespace extprop {
 
 struct PropertyDelta {
     PropertyMap changed;               // properties that are new or have another value
-    std::vector<std::string> removed;  // in the order of the names
+    std::vector<std::string> removed;  // sorted
 };
 
 PropertyDelta DeltaFrom(const PropertyMap& base, const PropertyMap& properties);

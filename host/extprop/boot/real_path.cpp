@@ -16,7 +16,7 @@ namespace {
 
 using android::base::StartsWith;
 
-constexpr int kMostLinks = 40;  // as the kernel has it
+constexpr int kMostLinks = 40;  // the kernel's limit
 
 // Puts the path's components before those that are still to be walked.
 void PushFront(const std::string& path, std::deque<std::string>* components) {
@@ -56,7 +56,7 @@ std::optional<std::string> Walk(const std::string& path, bool follow_last) {
     return real.empty() ? "/" : real;
 }
 
-// The directories that were walked to already. What is mounted later may change them.
+// Caches directories that were found. A later mount may change where they lead.
 class KnownDirectories {
   public:
     std::optional<std::string> RealPathOf(const std::string& directory) {
@@ -122,7 +122,7 @@ std::string BindMounts::Below(std::string path, size_t binds) const {
         if (path != bind.target && !StartsWith(path, bind.target + "/")) continue;
         const std::string rest = path.substr(bind.target.size());
         if (!bind.recursive) return bind.own_source + rest;
-        path = bind.source + rest;  // what older binds show there came along
+        path = bind.source + rest;  // a recursive bind has what older binds show there
     }
     return path;
 }

@@ -1,4 +1,4 @@
-// The device's own file behind a path, where links and bind mounts show it under other names.
+// Finds the device's own file for a path. Links and bind mounts may show it under other names.
 
 #pragma once
 
@@ -8,22 +8,22 @@
 
 namespace extprop {
 
-// Returns the path without doubled and trailing slashes.
+// Returns the path without doubled or trailing slashes.
 std::string PlainPath(const std::string& path);
 
-// Returns the path of what is at `path` with no link in it. The last component may be missing; it
-// is followed if it is a link only when `follow_last` is set. None if a directory on the way is
-// missing or links lead in a circle.
+// Returns the path, without links, of what is at `path`. The last component may be missing; if it
+// is a link, it is followed only if `follow_last` is set. Returns nothing if a directory on the way
+// is missing or links lead in a circle.
 std::optional<std::string> RealPath(const std::string& path, bool follow_last);
 
 // The bind mounts that were made since the process began.
 class BindMounts {
   public:
-    // `source` was bound over `target`, both without links before that, with what is mounted below
-    // it if `recursive`.
+    // Records that `source` was bound over `target`; both paths contained no link before that. With
+    // `recursive` the mounts below `source` were bound, too.
     void Add(const std::string& source, const std::string& target, bool recursive);
 
-    // Returns the device's own path of what is at `path`, a last component that is a link not
+    // Returns the device's own path of what is at `path`. A link in the last component is not
     // followed.
     std::string OwnPath(const std::string& path) const;
 

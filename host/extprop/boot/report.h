@@ -1,5 +1,5 @@
-// What happened in a boot: the steps, and in each the events in their order. docs/json.md describes
-// every field; output/json.cpp alone knows their names there.
+// What happened in a boot: its steps, and the events of each step in their order. docs/json.md
+// describes every field.
 
 #pragma once
 
@@ -19,27 +19,27 @@ namespace extprop {
 
 using android::init::PropertyMap;
 
-// A property that init was given with a new value, which stands among all that it was given.
+// A property whose value changed when it was given to init.
 struct Change {
     std::string name;
     std::optional<std::string> previous;
 };
 
-// A property that init was given and does not take.
+// A property that was given to init and that init refused.
 struct Refusal {
     std::string name;
     std::string value;
     std::string reason;
 };
 
-// Properties that init was given, and what became of them.
+// Properties that were given to init, and what init did with them.
 struct Handover {
     PropertyMap properties;
     std::vector<Change> changes;
     std::vector<Refusal> refused;
 };
 
-// What an operation read: a property, or a line of a file that it looked up.
+// What an operation read: a property, or a line of a file by a look-up.
 struct OperationInput {
     std::string name;
     std::string value;                // empty if there is none
@@ -50,17 +50,17 @@ struct OperationInput {
 struct CallbackEvent : Handover {
     int mode = 0;
     std::vector<std::string> operations;  // the library's functions, innermost first
-    std::optional<int> map;               // of LoadEvent: which of the library's maps it was
-    std::vector<OperationInput> inputs;   // in a traced boot, since it last gave something
+    std::optional<int> map;               // the number of the library's map, as in LoadEvent
+    std::vector<OperationInput> inputs;   // in a traced boot, since its last hand-over
 };
 
-// What a step loaded into init's own map.
+// A step has loaded these into init's own map.
 struct MapEvent : Handover {
     std::vector<std::string> operations;
     std::optional<int> map;
 };
 
-// The stored persistent properties come in force.
+// The stored persistent properties take effect.
 struct StoredEvent : Handover {};
 
 struct LogEvent {
@@ -75,15 +75,15 @@ struct OpenEvent {
     bool for_writing = false;
 };
 
-// The loader begins a property file.
+// The library's loader begins a property file.
 struct LoadEvent {
-    std::string path;                          // as it is opened, without doubled slashes
-    std::optional<std::string> source;         // the device's own file, where that is another
-    std::optional<sandbox::ImagePlace> image;  // that the device's own file lies in
+    std::string path;                          // as the library opens it, without doubled slashes
+    std::optional<std::string> source;         // the device's own path, if that is another
+    std::optional<sandbox::ImagePlace> image;  // the image that holds the device's own file
     std::optional<std::string> filter;         // of the import that led here
     std::optional<std::string> imported_by;    // "file:line"
     bool written = false;                      // the boot itself wrote the file before
-    int map = 0;                               // which of the library's maps it goes to
+    int map = 0;                               // number of the library's map that receives it
     std::vector<std::string> operations;       // the library's functions, innermost first
 };
 
@@ -102,7 +102,7 @@ struct MountEvent {
     std::string target;
     std::vector<std::string> flags;
     std::optional<std::string> error;
-    std::optional<std::string> covers;  // the device's own path of the target, if it was mounted
+    std::optional<std::string> covers;  // the target's own path on the device, if it was mounted
 };
 
 struct PropertyEvent {
@@ -112,7 +112,7 @@ struct PropertyEvent {
     std::vector<OperationInput> inputs;
 };
 
-// An operation of a traced boot that read something and gave nothing for it.
+// An operation of a traced boot read something but set no property from it.
 struct IdleEvent {
     std::vector<std::string> operations;
     std::vector<OperationInput> inputs;
@@ -138,7 +138,7 @@ struct UnacknowledgedEvent {
     std::string value;
 };
 
-// A switch key that the system of a phone which has it sets.
+// The system of a phone that has the switch key sets its property.
 struct KeyEvent {
     std::string name;
     std::string value;
@@ -148,20 +148,20 @@ using Event = std::variant<CallbackEvent, MapEvent, StoredEvent, LogEvent, OpenE
                            LookUpEvent, MountEvent, PropertyEvent, RestoreconEvent, LogoEvent,
                            RequestEvent, UnacknowledgedEvent, KeyEvent, IdleEvent>;
 
-// What a traced boot tells besides, of the event before: the lines that a load or look-up read.
-// They are no event, so that what files contain is in no report.
+// A line that a load or look-up read, in a traced boot. Lines are no events, so that reports do not
+// hold the files' content.
 struct LineRead {
     int number = 0;
     std::string name;
     std::string value;
-    bool passed = true;  // an import's filter
+    bool passed = true;  // the import's filter
 };
 struct LinesRead {
-    int load = 0;  // counts the process's LoadEvents from 0; -1: the look-up just told of
+    int load = 0;  // the LoadEvent's number in this process, from 0; -1: the last look-up
     std::vector<LineRead> lines;
 };
 
-// A property file that was loaded, as it was before the boot.
+// A property file that was loaded and that the boot itself had not written.
 struct RecordedLoad {
     std::string file;    // the device's own
     std::string filter;  // of the import that led there, or empty
@@ -177,8 +177,8 @@ struct RecordedImport {
     std::string file;
     int line = 0;
     std::vector<std::string> values;  // of its references then
-    std::string path;                 // to which it led; empty if it could lead nowhere
-    bool leads_to_file = false;       // a regular file
+    std::string path;                 // of the imported file; empty if the name cannot be expanded
+    bool leads_to_file = false;       // the path is of a regular file
 
     bool operator<(const RecordedImport& other) const {
         return std::tie(file, line, values, path, leads_to_file) <
@@ -186,12 +186,12 @@ struct RecordedImport {
     }
 };
 
-// What was read in a boot, each thing once.
+// What a boot read, each thing once.
 struct BootRecord {
     std::set<RecordedLoad> loads;
     std::set<RecordedImport> imports;
-    std::set<std::string> asked;  // the properties that the library asked for
-    std::map<std::string, std::set<std::string>> given;  // of those watched, what they were given
+    std::set<std::string> asked;                         // the properties that the library read
+    std::map<std::string, std::set<std::string>> given;  // the values of the watched properties
 
     void Add(BootRecord more);
 };
@@ -213,16 +213,16 @@ struct BootFailure {
     std::string step;
     bool timed_out = false;
     std::optional<std::string> signal;
-    std::optional<std::string> limit;  // that was met, such as "1073741824 bytes of memory"
+    std::optional<std::string> limit;  // that was reached, such as "1073741824 bytes of memory"
     std::optional<std::string> last_file;
     std::vector<std::string> cycle = {};  // the import lines that lead in a circle, if they do
 };
 
 struct BootStart {
     PropertyMap properties;  // the system's at the start
-    PropertyMap stored;      // the persistent ones that come in force behind `early`
-    // The lines that what-if options changed, by the device's own file and the name, and whether it
-    // was for the variant, rather than --edit.
+    PropertyMap stored;      // the persistent ones, which take effect after `early`
+    // The lines that what-if options changed, by the device's own file and the name. True: for the
+    // variant; false: by --edit or the like.
     std::map<std::pair<std::string, std::string>, bool> changed = {};
 };
 
@@ -233,11 +233,11 @@ struct Report {
     std::vector<StepReport> steps;
     std::optional<BootFailure> failure;
     PropertyMap properties;                 // at the end, or after the last step before a failure
-    std::vector<std::string> removed = {};  // of a boot that is told against other properties
-    BootRecord record = {};                 // if the plan asks for it
+    std::vector<std::string> removed = {};  // if the boot is reported as a difference
+    BootRecord record = {};                 // if the plan has one made
 };
 
-// Helps std::visit to take one lambda for each kind of event.
+// Lets std::visit take a lambda for each kind of event.
 template <typename... Functions>
 struct Overloaded : Functions... {
     using Functions::operator()...;

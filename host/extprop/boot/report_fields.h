@@ -198,9 +198,9 @@ struct Json<Event> {
     }
 };
 
-// The lines of files are by far the most of what is sent, so they travel as one text: in each line
-// of it the number, whether the line passed, the length of the name, the name and the value. None
-// of these has a line end.
+// Lines of files are by far the most that is sent, so they are sent as one text. Each line of it
+// has the number, whether the line passed, the length of the name, the name and the value, none of
+// which contains a line end.
 template <>
 struct Json<std::vector<LineRead>> {
     static json Write(const std::vector<LineRead>& lines) {
@@ -229,7 +229,7 @@ struct Json<std::vector<LineRead>> {
     }
 };
 
-// By the axes that are not as the device is.
+// Only the axes that have a value, by their names.
 template <>
 struct Json<Variant> {
     static json Write(const Variant& variant) {

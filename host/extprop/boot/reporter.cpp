@@ -52,7 +52,7 @@ const char* SeverityName(android::base::LogSeverity severity) {
     return kNames[severity];
 }
 
-// While one lives, what this thread does is the tool's own doing and is not reported.
+// While an object of this exists, the tool itself acts on this thread, and nothing is reported.
 class Unobserved {
   public:
     Unobserved() { ++depth; }
@@ -69,7 +69,8 @@ thread_local int Unobserved::depth = 0;
 // The paths, without links, of the mount that this thread is about to make.
 thread_local struct { std::optional<std::string> source, target; } mounting;
 
-// Returns the content of a regular file or block device; nothing of what might have no end.
+// Returns the content of a regular file or block device; "" for anything else, which might have no
+// end.
 std::string LogoContent(const std::string& path) {
     struct stat status;
     std::string content;
@@ -125,8 +126,8 @@ PropertyMap Reporter::Told(PropertyMap properties) const {
     return properties;
 }
 
-// Makes the properties the system's, but for those that init refuses, and returns what became of
-// those that are told of. They are copied only if they are told of and not the last to be used.
+// Sets the properties, except those that init refuses. Returns what became of those that are
+// reported; the properties are copied only if they are reported and used later.
 template <typename Properties>
 Handover Reporter::Apply(Properties&& properties) const {
     Handover handover;
@@ -237,7 +238,8 @@ void Reporter::OnOpen(const char* path, int flags) {
 
 void Reporter::OnOpened(int fd) {
     if (Unobserved::IsOn()) return;
-    // Asking for the status would take a led call. The end of a directory may be anywhere.
+    // lseek() is cheaper than fstat(), which is a redirected call. A directory's end may be
+    // anywhere.
     const off_t size = lseek(fd, 0, SEEK_END);
     if (size <= 0) return;
     lseek(fd, 0, SEEK_SET);
@@ -269,10 +271,10 @@ void Reporter::AddRead(std::vector<std::string> operations, OperationInput input
     if (reads_.size() < kMost) reads_.push_back({std::move(operations), std::move(input)});
 }
 
-// What an operation opens by itself, such as one that says a size, is one value.
+// Records a small file that an operation opens by itself, such as one with a size, as one value.
 void Reporter::AddSmallFile(const char* path) {
     constexpr size_t kSmall = 64;
-    // The lines of others are told of; a key may be all that a file has.
+    // Lines of other files are reported; only a key file may hold nothing but the key.
     if (UseOf(path).value_or(FileUse::kKeyFile) != FileUse::kKeyFile) return;
     std::vector<std::string> operations = CallChain();
     if (operations.empty()) return;
@@ -281,7 +283,7 @@ void Reporter::AddSmallFile(const char* path) {
     AddRead(std::move(operations), {path, android::base::Trim(content), path, 0});
 }
 
-// Takes what was read on the way to the call of init that these functions led to.
+// Returns and removes what was read by these functions before they handed something to init.
 std::vector<OperationInput> Reporter::TakeReads(const std::vector<std::string>& operations) {
     std::lock_guard<std::mutex> lock(reads_mutex_);
     std::vector<OperationInput> inputs;
@@ -297,7 +299,7 @@ std::vector<OperationInput> Reporter::TakeReads(const std::vector<std::string>& 
     return inputs;
 }
 
-// Tells of what was read for nothing, by the innermost function each.
+// Reports, for each innermost function, what was read without setting a property.
 void Reporter::TellIdle() {
     std::map<std::string, IdleEvent> idle;
     {
@@ -335,7 +337,7 @@ void Reporter::OnLookUp(const char* path, const char* name) {
     event.operations = CallChain();
     LinesRead read{-1, {}};
     const std::string content = LoadTracker::Content(path).value_or("");
-    // As the library looks it up: the first line that begins so and has an "=".
+    // As in the library's look-up: the first line that begins so and has an "=".
     for (const PropertyLine& line : PropertyLines(content, true)) {
         if (line.kind != PropertyLine::kProperty) continue;
         if (!android::base::StartsWith(line.text, name)) continue;

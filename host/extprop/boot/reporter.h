@@ -1,4 +1,4 @@
-// Reports, inside the sandbox, everything that the library does and init takes, as it happens.
+// Inside the sandbox: reports all that the library does and init takes, as it happens.
 
 #pragma once
 
@@ -21,8 +21,8 @@ namespace extprop {
 
 class Reporter : public platform::Observer, private LoadListener {
   public:
-    // Sends to `channel`; the lines of files only if their names are `wanted`. `last_file` must
-    // live as long as this.
+    // Sends events to `channel`, and of the lines of files those whose names are `wanted`.
+    // `last_file` must outlive this.
     Reporter(int channel, Detail detail, std::function<bool(const std::string& name)> wanted,
              LastFile* last_file)
             : channel_(channel),
@@ -33,30 +33,31 @@ class Reporter : public platform::Observer, private LoadListener {
 
     void Send(Message message);
 
-    // Sends the event if so much detail is asked for.
+    // Sends the event if it belongs to the requested detail.
     void Tell(Event event);
 
-    // A step begins.
+    // Call it when a step begins.
     void OnStep(const std::string& step);
 
-    // Has a record made of what is read, of the imports in these files and of what the properties
-    // of these names are given. Both have to outlive this.
+    // Makes a record of what is read from now on: where these imports lead, and the values of the
+    // watched properties. Both arguments must outlive this.
     void MakeRecord(const DeviceImports& imports, const std::set<std::string>& watched);
     BootRecord TakeRecord();
 
-    // The system sets a switch key, or whatever a step says.
+    // Sets the property on behalf of the phone's system: a switch key, or what a step set says.
     void OnKey(const std::string& name, const std::string& value);
 
-    // Another writes a file. The process ends if it cannot be written.
+    // Makes the edit on behalf of another program on the phone. Ends the process if it cannot be
+    // made.
     void OnWrite(const Edit& edit);
 
-    // The callback of the library, called from the frame whose address is `frame` or one above.
+    // Call it in the library's callback; `frame` is the address of the callback's stack frame.
     void OnCallback(int mode, PropertyMap properties, const void* frame);
 
-    // init takes what the step loaded into its own map.
+    // Makes init take what the step has loaded into init's own map.
     void OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation);
 
-    // init takes the stored persistent properties.
+    // Makes init take the stored persistent properties.
     void OnStored(const PropertyMap& stored);
 
     void OnRequest(const std::string& name, const std::string& value);
@@ -64,11 +65,11 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnLog(android::base::LogSeverity severity, const char* file, unsigned line,
                const char* message);
 
-    // A step ends. Reports what is known then.
+    // Call it when a step ends. Reports what is known only then.
     void OnStepEnd();
 
-    // Reports the logo that was written since the last time: the partition was opened for it after
-    // its source, and begins with it now.
+    // Reports the logo that was written since the last call: the file that was opened before the
+    // splash partition, if the partition's content now begins with that file's.
     void ReportLogo();
 
     LoadTracker* tracker() { return &tracker_; }
@@ -89,7 +90,7 @@ class Reporter : public platform::Observer, private LoadListener {
     bool tells_events() const { return detail_ != Detail::kNothing; }
     bool follows_loads() const { return tells_events() || tracker_.notes_names(); }
 
-    // A property is given a value.
+    // Records a watched property's new value.
     void Note(const std::string& name, const std::string& value) const;
 
     bool IsTold(const std::string& name) const;
@@ -100,7 +101,7 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnLoadBegun(LoadEvent event) override { Tell(std::move(event)); }
     void OnLinesRead(LinesRead lines) override { Send(std::move(lines)); }
 
-    // What the operations read that are at work, in a traced boot.
+    // What a running operation has read, in a traced boot.
     struct Read {
         std::vector<std::string> operations;
         OperationInput input;
@@ -113,7 +114,7 @@ class Reporter : public platform::Observer, private LoadListener {
     std::mutex mutex_;
     std::mutex reads_mutex_;
     std::vector<Read> reads_;
-    size_t told_ = 0;  // bytes
+    size_t told_ = 0;  // bytes sent
     size_t opens_ = 0;
     std::atomic<uint64_t> opened_bytes_ = 0;
     int channel_;
@@ -123,10 +124,10 @@ class Reporter : public platform::Observer, private LoadListener {
     mutable std::mutex record_mutex_;
     std::optional<LoadRecorder> recorder_;
     const std::set<std::string>* watched_ = nullptr;
-    mutable BootRecord record_;  // what the recorder does not see
+    mutable BootRecord record_;  // all that the recorder does not see
     LastFile* last_file_;
     std::string last_read_;
-    std::string logo_source_;  // what was read before the splash partition was opened for output
+    std::string logo_source_;  // the last file opened before the splash partition
 };
 
 }  // namespace extprop

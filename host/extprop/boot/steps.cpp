@@ -166,7 +166,7 @@ bool IsStepWord(const std::string& text) {
 
 namespace {
 
-// Throws InputError if nobody could do so.
+// Checks a step of another program. Throws InputError if no phone's could do it.
 void CheckOthers(const Step& step) {
     if (const auto setting = step.setting()) {
         if (const auto reason = WhyRefused(setting->first, setting->second)) {
@@ -212,7 +212,7 @@ Step ParseStep(const std::string& text) {
 
 void CheckStep(const Step& step) {
     if (step.kind->argument == nullptr) return;
-    if (step.is_others()) return;  // of which ParseStep has seen to it
+    if (step.is_others()) return;  // ParseStep has checked these
     const std::vector<const char*>& known = step.kind->arguments;
     std::string wanted;
     if (step.argument.empty()) {
@@ -223,7 +223,7 @@ void CheckStep(const Step& step) {
     } else if (known.empty() ||
                std::find(known.begin(), known.end(), step.argument) != known.end() ||
                (step.copies_logo() && step.argument.find('/') != std::string::npos)) {
-        return;  // a path, a known word, or the logo copy of a path
+        return;  // a path or word that the library accepts, or a path whose logo is copied
     } else {
         wanted = "one of";
         for (const char* argument : known) wanted += std::string(" ") + argument;

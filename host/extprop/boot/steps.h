@@ -1,4 +1,4 @@
-// The steps of a boot, as init takes them and the command line names them.
+// The steps of a boot, in init's order, by their words on the command line.
 
 #pragma once
 
@@ -16,24 +16,24 @@ using android::init::IInitExtensionProperty;
 using android::init::PropertyCallback;
 using android::init::PropertyMap;
 
-// What a step is performed with.
+// What performing a step takes.
 struct StepContext {
     IInitExtensionProperty* extension;
-    PropertyMap* early_properties;  // init's own map of the early load
+    PropertyMap* early_properties;  // init's own map for the early load
     PropertyCallback callback;
-    // What others on the phone do between the library's steps: one sets a property, one writes a
-    // file, as WholeFile() has it.
+    // What other programs on the phone do between the library's steps: set a property, or write a
+    // file, as WholeFile() describes.
     std::function<void(const std::string& name, const std::string& value)> set = nullptr;
     std::function<void(const std::string& path, const std::string& text)> write = nullptr;
 };
 
-// One kind of step: its word on the command line, what may follow it behind a ":", and its action.
+// One kind of step: its word on the command line, what may follow after a ":", and its action.
 struct StepKind {
     const char* word;
     const char* argument;  // the argument's name in the help, or null if the step takes none
     const char* help;
-    const char* operation;               // the library's, that it calls; null for none
-    std::vector<const char*> arguments;  // those that the library knows; empty if it is a path
+    const char* operation;               // of the library, which it calls; null for none
+    std::vector<const char*> arguments;  // those that the library accepts; empty if it is a path
     void (*perform)(const StepContext& context, const std::string& argument);
 };
 
@@ -45,16 +45,16 @@ struct Step {
     std::string argument;
     std::string text;  // as it was given
 
-    // A fresh process over the same files. It has no action of its own.
+    // A reboot is a new process over the same files, and has no action of its own.
     bool is_reboot() const { return kind->perform == nullptr; }
 
-    // Another than the library acts.
+    // Another program than the library acts in this step.
     bool is_others() const { return kind->operation == nullptr && !is_reboot(); }
 
-    // Of a step set: the property and its value.
+    // Returns the property and value of a step set, nothing for other steps.
     std::optional<std::pair<std::string, std::string>> setting() const;
 
-    // It fills init's own map, before the stored persistent properties are in force.
+    // The step fills init's own map, before the stored persistent properties take effect.
     bool is_early() const;
 
     // The library goes on in a thread of its own after this step.
@@ -66,19 +66,19 @@ struct Step {
     bool copies_logo() const;
 };
 
-// The steps of a boot that names none.
+// The default steps.
 inline constexpr const char* kDefaultSteps[] = {"early", "persist"};
 
-// Whether the text begins with a step's word, whatever stands behind its ":".
+// Whether the text begins with a step's word, whatever follows after a ":".
 bool IsStepWord(const std::string& text);
 
-// Returns the step that a misspelt one was probably meant to be, or "".
+// Returns the step for which a misspelt one was probably meant, or "".
 std::string NearestStep(const std::string& text);
 
 // Parses a step such as "early" or "sim:regionSwitch". Throws InputError.
 Step ParseStep(const std::string& text);
 
-// Throws InputError if nothing would come of what the step says behind its ":".
+// Throws InputError if what follows the step's ":" would have no effect.
 void CheckStep(const Step& step);
 
 }  // namespace extprop

@@ -1,4 +1,4 @@
-// What if the device were another one: changes that are tried out, in the private layer only.
+// What-if options: changes of the device that are made in the copy-on-write layer only.
 
 #pragma once
 
@@ -14,14 +14,14 @@
 
 namespace extprop {
 
-// What a phone can be otherwise: of another brand, of another region, with another key in the radio
-// store of older software, and with another value of each of SwitchKeys(), in their order.
+// The axes of a variant: the brand, the region, the old nv key in the radio's store, and then each
+// of SwitchKeys(), in their order.
 enum AxisIndex { kBrandAxis, kRegionAxis, kNvAxis, kFirstKeyAxis, kAxisCount = kFirstKeyAxis + 4 };
 
 struct Axis {
-    const char* name;     // its option is this behind "--"
-    const char* value;    // what the help calls a value
-    const char* what_if;  // as the help has it
+    const char* name;     // its option is "--" and this
+    const char* value;    // the name of its value in the help
+    const char* what_if;  // its description in the help
 };
 
 inline constexpr Axis kAxes[kAxisCount] = {
@@ -34,7 +34,7 @@ inline constexpr Axis kAxes[kAxisCount] = {
         {"region-key", "KEY", "What if this were the key of its region"},
 };
 
-// Returns the axis of that name. Throws InputError that says which there are.
+// Returns the axis of that name. Throws InputError, with the names of all axes, if there is none.
 int AxisNamed(const std::string& name);
 
 // Returns the axis's switch key.
@@ -43,48 +43,48 @@ const SwitchKey& KeyOf(int axis);
 // One value for each axis; an axis without one is as the device is.
 using Variant = std::array<std::optional<std::string>, kAxisCount>;
 
-// Returns why no phone has the value, or nothing.
+// Returns the reason why no phone can have the value, or nothing if one can.
 std::optional<std::string> WhyNot(int axis, const std::string& value);
 
-// One file's change.
+// A change of one file.
 struct Edit {
     std::string path;
-    std::string name;                  // of the property; empty if it is about the whole content
-    std::optional<std::string> value;  // none: the lines, or the file, are gone
-    bool looked_up = false;            // the look-up of one property has to find it too
+    std::string name;                  // of the property; empty for the whole content
+    std::optional<std::string> value;  // none: the lines, or the file, are deleted
+    bool looked_up = false;            // the look-up of one property must find it, too
 };
 
 // Parses "PATH:NAME=VALUE". Throws InputError.
 Edit ParseEdit(const std::string& text);
 
-// Parses "PATH" or "PATH:NAME", of what is to be gone. Throws InputError.
+// Parses "PATH" or "PATH:NAME", a file or line to delete. Throws InputError.
 Edit ParseDeletion(const std::string& text);
 
-// Returns the option and its value that ask for the edit.
+// Returns the command line's option and value for the edit.
 std::string EditWords(const Edit& edit);
 
-// What is changed before a boot: the files that say what the variant is, then those of the edits,
-// in their order. Of an edit every line of the name gets the value, or one is added at the file's
-// end, and a missing file is made. What is to be gone may be missing already.
+// What is changed before a boot: first the files that make the device the variant, then those of
+// the edits, in their order. An edit gives its value to every line of the name, or adds a line at
+// the file's end if there is none; it makes the file if that is missing. Deleting what does not
+// exist is no error.
 struct WhatIf {
     Variant variant;
     std::vector<Edit> edits;
 };
 
-// Makes the edit in this process, which is inside the sandbox. Returns false if it cannot be made.
+// Makes the edit in this process, which must be inside the sandbox. Returns false if that fails.
 bool MakeEdit(const Edit& edit);
 
-// Returns what makes the file's whole content `text`, or where the library takes a switch key from
-// the file and there is no "=" in `text`, the line that says this key.
+// Returns the edit that makes `text` the file's whole content. If the library takes a switch key
+// from the file and `text` has no "=", `text` is the key, and the edit makes the line with it.
 Edit WholeFile(const std::string& path, const std::string& text);
 
-// Makes the changes. Returns the lines that it made, by the device's own file and the name, and
-// whether it was for the variant, rather than an edit. Throws InputError naming the path that
-// cannot be written.
+// Makes the changes. Returns the lines that it changed, by the device's own file and the name; true
+// for the variant, false for an edit. Throws InputError with the path that cannot be written.
 std::map<std::pair<std::string, std::string>, bool> MakeChanges(const WhatIf& what_if,
                                                                 const sandbox::Sandbox& root);
 
-// The same in this process, which is inside the sandbox. Returns false if one cannot be made.
+// Makes the changes in this process, which must be inside the sandbox. Returns false if one fails.
 bool MakeChangesHere(const WhatIf& what_if);
 
 }  // namespace extprop

@@ -15,7 +15,7 @@ enum ExitStatus { kDone = 0, kFound = 1, kBadInput = 2, kLibraryFailed = 3 };
 struct Command {
     const char* name;
     const char* summary;
-    // Runs the command with the words behind its name. Throws InputError.
+    // Runs the command with the words after its name. Throws InputError.
     ExitStatus (*run)(const Command& command, const std::vector<std::string>& words);
 };
 
@@ -27,14 +27,14 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
 ExitStatus RunCheck(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& words);
 
-// Returns the command's line, to which the command adds what it takes.
+// Returns a command line for the command, to which it adds its arguments and options.
 CommandLine LineOf(const Command& command);
 
-// Says the notes on standard error, each once in a run.
+// Prints the notes on standard error, each only once in a run.
 void PrintNotes(const std::vector<std::string>& notes);
 
-// Says on standard error what the user should know of a boot besides its outcome, and returns the
-// exit status that it gives.
+// Prints on standard error what the user should know of a boot besides its result. Returns the exit
+// status for the boot.
 ExitStatus Warn(const Report& report);
 
 bool WantColours();

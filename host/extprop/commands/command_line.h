@@ -1,5 +1,5 @@
-// The words of the command line: which there can be, what the help says of them, and where their
-// values go.
+// Describes and parses a command line: its words, their help, and the variables that receive their
+// values.
 
 #pragma once
 
@@ -10,17 +10,17 @@
 
 namespace extprop {
 
-// What options are called stands as in "--quiet,-q", and the type is what the help calls a value.
-// The variables must outlive the call of Parse.
+// An option's name may list several, as in "--quiet,-q". The type is the name of the value in the
+// help. The variables must exist until Parse returns.
 class CommandLine {
   public:
     CommandLine(const std::string& program, const std::string& summary);
     ~CommandLine();
     CommandLine(CommandLine&& other) noexcept;
 
-    // A word that belongs to no option, which there must be.
+    // A required word that belongs to no option.
     void AddArgument(const char* name, std::string* value, const std::string& help);
-    // One that may be left out.
+    // An optional word.
     void AddArgument(const char* name, std::optional<std::string>* value, const std::string& help);
     // All other words that belong to no option.
     void AddArguments(const char* name, std::vector<std::string>* values, const std::string& help,
@@ -31,42 +31,42 @@ class CommandLine {
 
     // An option that may be given once.
     void AddOption(const char* name, const char* type, std::string* value, const std::string& help);
-    // One of which the last counts.
+    // An option of which the last value counts.
     void AddOption(const char* name, const char* type, std::optional<std::string>* value,
                    const std::string& help);
-    // One that takes a value each time.
+    // An option that may be repeated, with a value each time.
     void AddOption(const char* name, const char* type, std::vector<std::string>* values,
                    const std::string& help);
-    // One that takes values with commas between them.
+    // An option that takes values separated by commas.
     void AddListOption(const char* name, const char* type, std::vector<std::string>* values,
                        const std::string& help);
-    // One that takes every word after it that is no option.
+    // An option that takes every following word that is no option.
     void AddGreedyOption(const char* name, const char* type, std::vector<std::string>* values,
                          const std::string& help);
-    // A number; the help tells the range and the default, which is what `value` holds.
+    // A number from `least` to `most`, both shown in the help, as is the default: what `value`
+    // holds.
     void AddNumber(const char* name, const char* type, int least, int most, int* value,
                    const std::string& help);
-    // One of the words, of which the last counts.
+    // An option whose value is one of the words; the last value counts.
     void AddChoice(const char* name, const std::vector<std::string>& words, std::string* value,
                    const std::string& help);
-    // An option that only the help tells of: its words do not come here.
+    // An option that is only shown in the help: its words are taken before Parse.
     void AddToHelp(const char* name, const char* type, const std::string& help);
     void AddVersion(const std::string& version);
-    // A command, of which there must be one.
+    // A command; the line must have exactly one.
     void AddCommand(const char* name, const char* summary);
 
-    // Says that `name` does not go with the others.
+    // Makes it an error to give `name` together with one of the others.
     void Exclude(const char* name, const std::vector<const char*>& others);
 
-    // Adds to what the help ends with.
+    // Adds text to the end of the help.
     void AddFooter(const std::string& text);
 
-    // Parses the words. Returns false if they ask for help, which is printed then. Throws
-    // InputError.
+    // Parses the words. If they ask for help, prints it and returns false. Throws InputError.
     bool Parse(std::vector<std::string> words);
 
   private:
-    // Returns what the first of the words that is no option may have been meant to be.
+    // Returns the word for which the first word that is no option may have been meant, or "".
     std::string HintOn(const std::vector<std::string>& words) const;
 
     struct Parser;

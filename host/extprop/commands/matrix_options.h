@@ -1,5 +1,5 @@
-// What the commands that boot many variants share: the options that choose them, and booting with
-// a word on how far it is.
+// What the commands that boot many variants share: options that choose variants, and boots with a
+// display of progress.
 
 #pragma once
 
@@ -22,23 +22,23 @@ struct ChoiceArguments {
 void AddChoiceOptions(CommandLine* line, ChoiceArguments* arguments);
 void AddJobsOption(CommandLine* line, int* jobs);
 
-// Returns the chosen variants of those in `space`. Throws InputError if an argument is wrong, as a
-// value that is not `known` is.
+// Returns the chosen variants of those in `space`. Throws InputError if an argument is wrong, for
+// example has a value that is not in `known`.
 std::vector<Variant> Chosen(const VariantSpace& space, const ChoiceArguments& arguments,
                             const VariantSpace& known);
 
 // Throws InputError if the choice leaves no variants.
 void CheckSomeAreLeft(size_t variants, const ChoiceArguments& arguments);
 
-// Boots as Matrix does; a terminal on standard error shows how far it is.
+// Boots as Matrix does, and shows the progress if standard error is a terminal.
 void BootWithProgress(Matrix* matrix, const std::vector<Variant>& variants,
                       const std::function<void(size_t, Outcome)>& done);
 
-// Boots so and collects what comes of it; `tell` gets each outcome first.
+// Boots as above and collects the outcomes. If set, `tell` is called with each outcome first.
 Collector Collect(Matrix* matrix, const std::vector<Variant>& variants,
                   const std::function<void(const Variant&, const Outcome&)>& tell = nullptr);
 
-// Puts in where the summary's values come from.
+// Puts the origins of the summary's values into the summary.
 void FindOrigins(Matrix* matrix, Summary* summary);
 
 }  // namespace extprop

@@ -1,4 +1,4 @@
-// The command line's options of a boot, which several commands share.
+// The options of a boot, which several commands share.
 
 #pragma once
 
@@ -15,14 +15,14 @@ inline constexpr char kDeviceHelp[] =
         "Directory that looks like the device's root, or an archive, an update or an image of one; "
         "it is never changed";
 
-// Which partition images are read.
+// The options for partition images.
 struct ImageArguments {
     std::string slot;
     std::vector<std::string> files;
 };
 
 struct BootArguments {
-    std::string other_device;  // that this one is compared with
+    std::string other_device;  // the device to compare with
     std::vector<std::string> steps;
     std::vector<std::string> settings;
     std::vector<std::string> property_files;
@@ -39,20 +39,19 @@ struct BootArguments {
 // Adds the options for partition images.
 void AddImageOptions(CommandLine* line, ImageArguments* arguments);
 
-// Returns what they ask for. Throws InputError.
+// Returns the sandbox's options for the arguments. Throws InputError.
 sandbox::Options ImageOptionsOf(const ImageArguments& arguments);
 
-// Returns the files and directories that a command over the device reads: no result may replace
-// them.
+// Return the files and directories that a command over the device reads, which no output may
+// replace.
 std::vector<std::string> InputsOf(const std::string& device, const ImageArguments& images);
 std::vector<std::string> InputsOf(const std::string& device, const BootArguments& boot);
 
-// Adds the options that decide what is booted, all but the device and the steps, and the help on
-// the steps.
+// Adds the options of a boot, except the device and the steps, and the help on the steps.
 void AddBootOptions(CommandLine* line, BootArguments* arguments);
 
-// Returns the boot that the arguments ask for, early and persist where they name no steps. Throws
-// InputError.
+// Returns the options of the boot for the arguments, with the default steps if they name none.
+// Throws InputError.
 BootOptions OptionsOf(const std::string& device, const BootArguments& arguments);
 
 }  // namespace extprop

@@ -1,4 +1,4 @@
-// Holds a device against a phone that it should be the image of.
+// Compares a device with the phone whose image it should be.
 
 #pragma once
 
@@ -11,47 +11,48 @@
 
 namespace extprop {
 
-// A line of the device with what the phone has, or might have.
+// A line of the device's files that may be where the phone's value comes from.
 struct PhoneLine {
     Origin origin;
-    bool is_system = false;  // of a file that the system's own init may load, and the library not
+    bool is_system = false;  // of a file that the system's own init may load, but not the library
 };
 
-// A property that the two do not have alike.
+// A property in which the device and the phone differ.
 struct ComparedProperty {
     std::string name;
     std::optional<std::string> device;  // none: the boot sets none
     std::optional<std::string> phone;   // none: the phone has none
     std::optional<Origin> origin;       // of the device's value
-    // Of both: those with the phone's value. Of the phone alone: all with the name.
+    // If both have the property, the lines with the phone's value; if only the phone has it, all
+    // lines with the name.
     std::vector<PhoneLine> phone_lines;
 };
 
-// A property of the phone that no file or operation of the library has.
+// A property of the phone that is not the library's: none of its files or operations sets it.
 struct OtherProperty {
     std::string name;
     std::string value;
-    std::optional<Origin> line;  // of a file of the system's own that has the name
+    std::optional<Origin> line;  // with the name, in a file of the system's own
 };
 
 struct Comparison {
     std::string device;
-    std::string phone;  // as it was named
+    std::string phone;  // the name that the user gave
     std::vector<MissingValue> missing;
-    std::vector<std::string> words;  // those that make the device's boot the phone's
-    PropertyMap given;               // that the boot was given, by these words or by hand
+    std::vector<std::string> words;  // with which the device boots as the phone
+    PropertyMap given;               // to the boot, by these words or by the user
     std::vector<ComparedProperty> differs, only_device, only_phone;
-    PropertyMap same;  // that the boot was not given
+    PropertyMap same;  // without those given
     std::vector<OtherProperty> others;
-    std::vector<std::string> unknown;    // the patterns that nothing matches
-    std::optional<BootFailure> failure;  // then nothing is compared
+    std::vector<std::string> unknown;    // patterns that match nothing
+    std::optional<BootFailure> failure;  // if set, nothing was compared
 
     bool is_alike() const { return differs.empty() && only_device.empty() && only_phone.empty(); }
 };
 
-// Boots the device as the phone that is called `name` and compares the properties whose names match
-// one of the patterns, as in a shell. Makes `*report` the boot's. Throws as PreparedDevice and
-// FindPhoneVariant do.
+// Boots the device as the phone, and compares the properties whose names match one of the patterns,
+// as in a shell. `name` is the name of the phone in messages. Puts the boot's report into
+// `*report`. Throws as PreparedDevice and FindPhoneVariant do.
 Comparison Compare(const BootOptions& options, const Phone& phone, const std::string& name,
                    const std::vector<std::string>& patterns, Report* report);
 

@@ -1,4 +1,4 @@
-// The variant of a device that a phone says it is.
+// Finds the variant of a device that a phone is, from its properties.
 
 #pragma once
 
@@ -10,33 +10,33 @@
 
 namespace extprop {
 
-// Returns the property that tells the axis's value on a phone, null of one that no phone tells.
+// Returns the property that has the axis's value on a phone, or null if no property has it.
 const char* PropertyOf(int axis);
 
-// What a phone is and the device cannot be.
+// A value of an axis that the phone has and the device cannot have.
 struct MissingValue {
     int axis = 0;
     std::string value;
 };
 
 struct PhoneVariant {
-    Variant variant;  // in what the phone is not as the device by itself
-    Variant values;   // what it is, of every axis that it tells and the device can be
+    Variant variant;  // only the axes in which the phone is not like the device as it is
+    Variant values;   // the phone's values, if it reports them and the device can have them
     std::vector<MissingValue> missing;
-    PropertyMap stored;  // its persistent properties that anything of the device asks for or sets
+    PropertyMap stored;  // its persistent properties that the device reads or sets
     std::vector<std::string> notes;
 
-    // What is added to the options to boot as this phone.
+    // Returns what to add to the options to boot as this phone.
     Addition addition() const { return {variant, stored, {}}; }
 };
 
-// Finds it by boots of the device, which is prepared with the options and has to be reset after it.
-// What they say is so, whatever the phone says. Throws std::runtime_error as TakeSurvey and
-// FindVariantSpace do.
+// Finds the variant by boots of the device, which must be prepared with the options and must be
+// reset afterwards. The options override what the phone reports. Throws std::runtime_error as
+// TakeSurvey and FindVariantSpace do.
 PhoneVariant FindPhoneVariant(const Phone& phone, const BootOptions& options,
                               PreparedDevice* device);
 
-// Such as "the device has no region 'XX'".
+// Returns text such as "the device has no region 'XX'".
 std::string MissingText(const MissingValue& missing);
 
 }  // namespace extprop
