@@ -17,21 +17,21 @@ namespace {
 
 using Steps = std::vector<std::string>;
 
-// Beyond so many boots nothing more is tried that is not sure to be found: each axis's values, two
-// axes together, each step and each import are tried all the same.
+// After so many boots only what always has to be found is still tried: each axis's values, two axes
+// together, each step and each import.
 constexpr size_t kMostBoots = 5000;
 
 // The step that names a directory.
 constexpr char kOwnStep[] = "early:";
 
-// Of the choices of an import's values that lead to one file, so many are tried.
+// How many choices of an import's values that lead to one file are tried.
 constexpr size_t kMostChoices = 64;
 
-// Of an import, so many boots that come to it with other values are built upon.
+// How many boots with different values of an import's references are kept for it.
 constexpr size_t kMostContexts = 16;
 
-// Every step that the library knows, but for those that load nothing by themselves: copies of the
-// logo, media, and the bind thread, which waits for requests.
+// Every step of the library except those that load nothing by themselves: copies of the logo,
+// media, and the bind thread, which waits for requests.
 const Steps& KnownSteps() {
     static const Steps steps = [] {
         Steps words;
@@ -105,7 +105,8 @@ Coverage::Coverage(PreparedDevice* device, const BootOptions& options, const Sur
     TryImports();
 }
 
-// Leaves out what nothing could load: no place of the library's, and no import leads there.
+// Fills open_ with the files that a boot might load: those at the library's places and those to
+// which an import may lead.
 void Coverage::FindOpenFiles(const Survey& survey) {
     using Import = std::pair<const SurveyedFile*, const SurveyedImport*>;
     std::map<std::string, std::map<Import, std::set<std::string>>> importers;  // with the names
@@ -131,7 +132,7 @@ void Coverage::FindOpenFiles(const Survey& survey) {
                     importer.choices.push_back(std::move(values));
                 }
             }
-            // Such as name files of a directory first.
+            // Choices that name a file of a directory come first.
             std::stable_sort(importer.choices.begin(), importer.choices.end(),
                              [](const ReferenceValues& a, const ReferenceValues& b) {
                                  return SlashesIn(a) < SlashesIn(b);
@@ -143,7 +144,7 @@ void Coverage::FindOpenFiles(const Survey& survey) {
     }
 }
 
-// Boots the device with each of the additions, and puts in what was recorded.
+// Boots the device with each addition, and returns the boots with their records.
 std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
     ForEachInParallel(
             boots.size(), jobs_,
@@ -155,7 +156,7 @@ std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
                     device_->Reset(options);
                     report = device_->Boot();
                 } catch (const InputError&) {
-                    return json();  // a change that cannot be made
+                    return json();  // a what-if change could not be made
                 }
                 if (!report.failure) return Write(report.record);
                 return json(report.failure->timed_out || report.failure->limit);
@@ -171,7 +172,7 @@ std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
     return boots;
 }
 
-// Which properties the library asks for shows where it does all that it can.
+// Finds the properties that the library reads, by a boot with every step.
 void Coverage::WatchWhatIsAsked() {
     Addition everything;
     everything.steps = KnownSteps();
@@ -179,7 +180,7 @@ void Coverage::WatchWhatIsAsked() {
     for (const std::string& name : boots.front().record.asked) watched_.insert(name);
 }
 
-// Boots the device with each addition that was not tried yet. Returns whether there was one.
+// Boots the device with each addition that was not tried before. Returns whether there was one.
 bool Coverage::Boot(const std::vector<Addition>& additions, Kind kind) {
     std::vector<CoveredBoot> boots;
     for (const Addition& addition : additions) {
@@ -198,7 +199,7 @@ bool Coverage::Boot(const std::vector<Addition>& additions, Kind kind) {
     return true;
 }
 
-// Whether the steps that are added would come after those that the library does not survive.
+// Returns whether the library already crashes or hangs before the added steps.
 bool Coverage::DiesBefore(const Addition& addition) const {
     const Addition before = {addition.variant, addition.settings, {}};
     return !addition.steps.empty() && died_.count(WordsOf(before, false)) != 0;
@@ -254,7 +255,7 @@ const std::set<std::string>& Coverage::StepsThatLoad(const std::string& file) co
     return known == steps_of_.end() ? none : known->second;
 }
 
-// Each value of each axis by itself.
+// Tries each value of each axis by itself.
 void Coverage::TryValues() {
     std::vector<Addition> additions;
     for (int axis = 0; axis < kAxisCount; ++axis) {
@@ -265,7 +266,7 @@ void Coverage::TryValues() {
     Boot(additions, kPhones);
 }
 
-// The phones that the places of files name.
+// Tries the variants to which the places of files belong.
 void Coverage::TryPlaces() {
     std::vector<Addition> additions;
     for (const OpenFile& open : open_) {
@@ -274,7 +275,7 @@ void Coverage::TryPlaces() {
     Boot(additions, kPhones);
 }
 
-// Each step by itself, and that of a build.prop.
+// Tries each step by itself, and the step that names the directory of a build.prop.
 void Coverage::TrySteps(const Steps& before) {
     if (!IsAnyOpen()) return;
     std::vector<Addition> additions;
@@ -286,7 +287,7 @@ void Coverage::TrySteps(const Steps& before) {
     Boot(additions);
 }
 
-// The phones that the places name, with each step, the likeliest first.
+// Tries the variants to which the places belong with each step, the likeliest first.
 void Coverage::TryPlacesWithSteps(const Steps& before) {
     for (size_t i = 0; IsAnyOpen() && i < KnownSteps().size() && boots_.size() < kMostBoots; ++i) {
         std::vector<Addition> additions;
@@ -303,7 +304,7 @@ void Coverage::TryPlacesWithSteps(const Steps& before) {
     }
 }
 
-// Returns those values of the axes that something depends on, of several that are alike in it one.
+// Returns the values of axes on which something depends; one of several with the same effect.
 std::vector<Variant> Coverage::Representatives() const {
     std::vector<Variant> representatives;
     std::set<std::pair<int, std::map<std::string, std::set<std::string>>>> known;
@@ -320,7 +321,7 @@ std::vector<Variant> Coverage::Representatives() const {
     return representatives;
 }
 
-// Two axes together, where the values of one change what the library asks for.
+// Tries two axes together where the values of one change properties that the library reads.
 void Coverage::TryPairs() {
     if (!IsAnyOpen()) return;
     const std::vector<Variant> representatives = Representatives();
@@ -340,7 +341,8 @@ void Coverage::TryPairs() {
     Boot(additions, kPhones);
 }
 
-// Returns what may bring the import to the file, built upon boots that come to the import.
+// Returns additions with which the import may lead to the file, based on boots that load the
+// import's line.
 std::vector<Addition> Coverage::AdditionsFor(const Importer& importer) const {
     std::vector<Addition> additions;
     const auto contexts = contexts_.find(importer.place);
@@ -368,8 +370,8 @@ std::vector<Addition> Coverage::AdditionsFor(const Importer& importer) const {
     return additions;
 }
 
-// The values of references with which imports lead to the files, from what is loaded on: of each
-// file the first that was not tried, again and again.
+// Tries values of references with which imports that are loaded lead to open files: for each file
+// the first that was not tried, until none is left.
 void Coverage::TryImports() {
     bool goes_on = true;
     while (goes_on && IsAnyOpen() && boots_.size() < kMostBoots) {

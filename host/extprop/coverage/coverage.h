@@ -1,7 +1,6 @@
-// Which boots of a device load which of its files: the one thing that is asked what loads a line,
-// what nothing reads and where imports lead. It boots the phones that the device directory can
-// become, and what it tells of a boot has been seen in one. docs/coverage.md has the table of what
-// is tried.
+// Finds which boots of a device load which of its files, and so what loads a line, what nothing
+// reads and where imports lead. It boots the phones that the device directory can become, and
+// reports only what it has seen in a boot. docs/coverage.md has the table of what is tried.
 
 #pragma once
 
@@ -18,58 +17,58 @@
 
 namespace extprop {
 
-// A boot of the device's, with what its command line has besides.
+// A boot of the device with additions to the command line.
 struct CoveredBoot {
     Addition addition;
-    std::vector<std::string> words;  // those of the addition
-    BootRecord record;               // empty if the library did not survive it
-    // It is of a phone that the device directory can become, with the steps as they are.
+    std::vector<std::string> words;  // of the addition
+    BootRecord record;               // empty if the library crashed or hung
+    // The boot is of a phone that the device directory can become, with no step added.
     bool is_phone = false;
     bool survived = false;
 };
 
-// What is_stopped() means, to people.
+// The text for people where is_stopped() is true.
 inline constexpr char kStopped[] = "a boot hung or met a limit, so no more were tried";
 
 class Coverage {
   public:
-    // Boots the prepared device, and others of the same options, with so many at once. Whatever was
-    // done with the device is undone. Throws std::runtime_error if the library does not come back
-    // from the files that say what there can be.
+    // Boots the prepared device and its variants, `jobs` at a time. All changes in the device's
+    // copy-on-write layer are discarded. Throws std::runtime_error if the library crashes or hangs
+    // while it reads the files that say which variants there are.
     Coverage(PreparedDevice* device, const BootOptions& options, const Survey& survey, int jobs);
 
-    // All boots, in the order in which they were made: the device as it is comes first.
+    // Returns all boots, in the order in which they were made, beginning with the device as it is.
     const std::vector<CoveredBoot>& boots() const { return boots_; }
 
-    // Whether a boot hung or met a limit, so that not all were made, and nobody knows what no boot
-    // loads.
+    // Returns whether a boot hung or reached a limit. Then not all boots were made, so it is
+    // unknown what no boot loads.
     bool is_stopped() const { return is_stopped_; }
 
-    // Returns the words with which a boot loads the lines of this name in the device's own file, of
-    // those that were seen to do so the fewest. None if no boot does.
+    // Returns the fewest words with which a boot loaded the lines of this name in the device's own
+    // file, or nothing if no boot did.
     std::optional<std::vector<std::string>> WordsFor(const std::string& file,
                                                      const std::string& name) const;
 
-    // Whether some boot reads any of the device's own file, other than by a step that names its
-    // directory.
+    // Returns whether some boot reads anything of the device's own file, other than by an added
+    // step that names its directory.
     bool Reads(const std::string& file) const { return read_.count(file) != 0; }
 
-    // Whether the file's place names a phone that the library does not survive, so that it cannot
-    // be told what such a phone reads.
+    // Returns whether the file's place belongs to a variant in whose boot the library crashes or
+    // hangs, so that it is unknown what that variant reads.
     bool IsUntold(const std::string& file) const;
 
-    // Returns the steps that load the file whole.
+    // Returns the steps that load the whole file.
     const std::set<std::string>& StepsThatLoad(const std::string& file) const;
 
     const VariantSpace& space() const { return space_; }
 
   private:
-    // A file that no boot loads the whole of, so far.
+    // A file that no boot so far has loaded whole.
     struct Importer {
         std::pair<std::string, int> place;  // the file and line
         std::vector<std::string> references;
         std::vector<ReferenceValues>
-                choices;  // of their values, with which it may lead to the file
+                choices;  // of the references' values, with which it may lead to the file
     };
     struct OpenFile {
         std::string path;
@@ -101,23 +100,23 @@ class Coverage {
     int jobs_;
     VariantSpace space_;
     DeviceImports imports_;
-    std::set<std::string> watched_;  // properties that may decide about what is loaded
+    std::set<std::string> watched_;  // properties that may decide what is loaded
     std::vector<OpenFile> open_;
     std::vector<CoveredBoot> boots_;
     std::set<std::vector<std::string>> tried_;
-    std::set<std::vector<std::string>> died_;  // without steps
-    // By the device's own file and the filter, the best boot that loads it so.
+    std::set<std::vector<std::string>> died_;  // words of boots without added steps
+    // By the device's own file and the filter, the boot with the fewest words that loads it so.
     std::map<std::string, std::map<std::string, size_t>> loads_;
     std::set<std::string> read_;
-    // By an import's file and line, the boots that come to it with other values of its references.
+    // By an import's file and line, one boot for each choice of its references' values.
     std::map<std::pair<std::string, int>, std::map<std::vector<std::string>, size_t>> contexts_;
     // By file, the steps that load it.
     std::map<std::string, std::set<std::string>> steps_of_;
-    // A boot hung or met a limit, so that each more would take long.
+    // A boot hung or reached a limit, and further ones would take as long.
     bool is_stopped_ = false;
 };
 
-// Returns the survey's imports by their files.
+// Returns the survey's imports by file.
 DeviceImports ImportsOf(const Survey& survey);
 
 }  // namespace extprop

@@ -42,7 +42,7 @@ bool IsKind(const std::string& name) {
     return std::find(KindNames().begin(), KindNames().end(), name) != KindNames().end();
 }
 
-// Divides the dead files of one survey into the places that are at fault.
+// Groups the files that no boot reads by the place that is the reason.
 class Finder {
   public:
     Finder(const Survey& survey, const Coverage& coverage) : survey_(survey), coverage_(coverage) {
@@ -64,9 +64,9 @@ class Finder {
 
     std::vector<DeadPlace> Find() {
         for (const SurveyedFile& file : survey_.files) {
-            // Links and configurations of market names are read otherwise, or not at all.
+            // Links and configurations of market names are not loaded as property files are.
             if (file.source || IsRead(file) || UseOf(file.path) == FileUse::kDeviceName) continue;
-            // What a package is bound over is not meant to be read.
+            // What a carrier package is mounted over is not meant to be read.
             const bool is_covered = std::any_of(
                     bind_points_.begin(), bind_points_.end(),
                     [&](const std::string& point) { return StartsWith(file.path, point); });
@@ -82,7 +82,8 @@ class Finder {
         for (const std::string& root : partitionRoots(code, region)) {
             const std::string plain = EndsWith(root, "/") ? Dirname(root + "x") : root;
             roots_.insert(plain);
-            // What is read there lies there, and is led to by a link.
+            // The root may also lie where the phone shows the partition a second time, without
+            // /mnt/vendor.
             const std::string shown =
                     StartsWith(plain, kVendor) ? plain.substr(strlen(kVendor)) : "";
             if (live_directories_.count(PartitionOf(shown)) != 0) roots_.insert(shown);
@@ -95,8 +96,9 @@ class Finder {
         }
     }
 
-    // Finds what no boot here can show, and what that imports: what the system's own init may load,
-    // what a package brings, and what phones may read that the library does not survive.
+    // Finds the files that no boot here can show as read, and what they import: files that the
+    // system's own init may load, files of a carrier package, and files of variants in whose boot
+    // the library crashes or hangs.
     void FollowOthers() {
         std::vector<const SurveyedFile*> waiting;
         std::map<std::string, const SurveyedFile*> files;
@@ -118,7 +120,7 @@ class Finder {
         }
     }
 
-    // Whether it lies where a carrier package is mounted by default, whichever that may be.
+    // Returns whether it lies where any carrier package is mounted by default.
     static bool IsOfPackage(const std::string& path) {
         const std::string package = std::string(kCarrierRoot) + "/";
         for (const std::string& root : {package, package + "cust/"}) {
@@ -146,7 +148,7 @@ class Finder {
         } else if (!is_known && live_directories_.count(partition) == 0) {
             PlaceOnOtherPartition(path, partition, kind);
         } else if (paths_.count(kVendor + path) != 0) {
-            // What the system shows at another place too is told of there.
+            // The same file below /mnt/vendor is reported there.
         } else if (const std::string root = RootOf(path); !root.empty()) {
             PlaceBelowRoot(file, root);
         } else if (is_known && live_directories_.count(partition) == 0) {
@@ -160,12 +162,12 @@ class Finder {
         }
     }
 
-    // A directory that holds key files may hold anything else.
+    // A directory with key files may hold other files, so only nearly right names are reported.
     void PlaceNearKeyFile(const std::string& path) {
         constexpr size_t kNear = 2;
         std::vector<std::string> names;
         for (const FixedFile& file : FixedFiles()) {
-            if (path == file.path) return;  // a boot may delete it before it would read it
+            if (path == file.path) return;  // a boot may delete it before reading it
             if (Dirname(file.path) == Dirname(path)) names.push_back(Basename(file.path));
         }
         if (const std::string near = Nearest(Basename(path), names, kNear); !near.empty()) {
@@ -185,7 +187,7 @@ class Finder {
         }
     }
 
-    // The longest root that the path lies below.
+    // Returns the deepest root above the path, or "".
     std::string RootOf(const std::string& path) const {
         std::string directory = Dirname(path);
         while (directory != "/" && roots_.count(directory) == 0) directory = Dirname(directory);
@@ -216,17 +218,18 @@ class Finder {
         }
     }
 
-    // Whether it is DIRECTORY/KEY/KIND/FILE, or the directory has such a name and no other use.
+    // Returns whether the path is DIRECTORY/KEY/KIND/FILE, or the directory has nearly the right
+    // name and nothing is read below it.
     bool IsMisspelt(const std::string& directory, const std::string& near,
                     const std::vector<std::string>& below) const {
         if (below.size() > 3 && IsKind(below[below.size() - 2])) return true;
         return !near.empty() && live_directories_.count(directory) == 0;
     }
 
-    // `below` is KEY/KIND/FILE where all is well.
+    // `below` should be KEY/KIND/FILE.
     void PlaceInProperties(const std::string& path, const std::string& properties,
                            const std::vector<std::string>& below) {
-        // Where something else is read the file itself is at fault.
+        // If another file of the directory is read, this file itself is reported.
         const bool is_live = live_directories_.count(Dirname(path)) != 0;
         const std::string directory = is_live ? path : Dirname(path);
         const size_t directories = below.size() - 1;
@@ -289,7 +292,7 @@ class Finder {
     const Coverage& coverage_;
     std::set<std::string> of_others_;
     std::set<std::string> paths_;
-    std::set<std::string> live_directories_;  // with files that are read somewhere below
+    std::set<std::string> live_directories_;  // with files below them that are read
     std::set<std::string> roots_;
     std::vector<std::string> bind_points_;
     std::map<std::string, DeadPlace> places_;

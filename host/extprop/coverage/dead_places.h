@@ -27,11 +27,11 @@ struct DeadPlace {
     std::string reason;  // a sentence without its full stop
 };
 
-// Returns what nothing reads on the partitions of the library, each place once, in the order of the
-// paths. The survey has to be taken with the lines of the name kBindPoint.
+// Returns what no boot reads on the library's partitions, each place once, in the order of the
+// paths. The survey must be SurveyForDeadPlaces().
 std::vector<DeadPlace> DeadPlaces(const Survey& survey, const Coverage& coverage);
 
-// Surveys the device so. Throws as TakeSurvey does.
+// Surveys the device for DeadPlaces(), with the lines that it takes. Throws as TakeSurvey does.
 Survey SurveyForDeadPlaces(const sandbox::Sandbox& root, std::chrono::seconds limit);
 
 }  // namespace extprop

@@ -23,7 +23,7 @@ namespace {
 constexpr size_t kNearValue = 2;
 constexpr size_t kNearPath = 3;
 
-// Whether the property may say no more than that a what-if option was given.
+// Returns whether the property may only repeat the value of a what-if option.
 bool IsOfAxis(const std::string& name) {
     using namespace android::init;
     const auto& keys = SwitchKeys();
@@ -32,7 +32,8 @@ bool IsOfAxis(const std::string& name) {
                        [&](const SwitchKey& key) { return name == key.property; });
 }
 
-// Whether the properties are the same, but for those that merely have the option's own value.
+// Returns whether the properties are the same, except those that only repeat the option's own
+// value.
 bool IsIdle(const PropertyMap& with, const PropertyMap& without, const std::string& own) {
     PropertyMap names = with;
     names.insert(without.begin(), without.end());
@@ -44,8 +45,7 @@ bool IsIdle(const PropertyMap& with, const PropertyMap& without, const std::stri
     });
 }
 
-// Returns the values of the axis for which there is something on the device, or brands that there
-// are.
+// Returns the values of the axis for which the device has something; of the brand, all brands.
 std::vector<std::string> KnownValues(int axis, const VariantSpace& space) {
     if (axis != kBrandAxis) return {space.values[axis].begin(), space.values[axis].end()};
     std::vector<std::string> brands;
@@ -94,7 +94,7 @@ class IdleFinder {
     }
 
   private:
-    // Boots without something. Returns whether that makes no difference.
+    // Boots with the options as `take_away` changes them. Returns whether that makes no difference.
     bool IsIdleBut(const std::string& own, const std::function<void(WhatIf*)>& take_away) {
         BootOptions options = options_;
         take_away(&options.what_if);
@@ -157,7 +157,7 @@ void NoteIdleWhatIfs(PreparedDevice* device, const BootOptions& options, Report*
             report->notes.push_back(std::move(note));
         }
     } catch (const std::runtime_error&) {
-        // The library did not come back from the files; the boot told what there is to tell.
+        // The library crashed or hung on a file, which the boot itself has reported.
     }
 }
 

@@ -1,4 +1,4 @@
-// Which what-if options change nothing.
+// Finds what-if options that change nothing.
 
 #pragma once
 
@@ -6,9 +6,8 @@
 
 namespace extprop {
 
-// Adds a note to the report of a boot with these options for each of its what-if options that
-// changes nothing, as a boot without it shows, and for brands and regions that nothing belongs to.
-// The device is as for another boot then.
+// Adds notes to the report of a boot with these options: for each what-if option without which a
+// boot has the same result, and for brands and regions to which nothing belongs. Resets the device.
 void NoteIdleWhatIfs(PreparedDevice* device, const BootOptions& options, Report* report);
 
 }  // namespace extprop

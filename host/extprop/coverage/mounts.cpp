@@ -20,7 +20,7 @@ using namespace android::init;
 constexpr struct {
     const char* message;
     const char* source;
-    const char* target;  // where the message names none
+    const char* target;  // if the message names none
 } kMessages[] = {
         {kCotaMountInfoFile, kCotaRoot, kCarrierRoot},
         {kCotaModuleInfoFile, kMountPoint, ""},

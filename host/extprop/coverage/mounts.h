@@ -1,4 +1,4 @@
-// What the installing service's messages have mounted: a carrier package, or a module of one.
+// The mounts for which the installing service's messages ask: a carrier package, or a module.
 
 #pragma once
 
@@ -9,15 +9,15 @@
 namespace extprop {
 
 struct Mount {
-    std::string source;  // as the message names it
+    std::string source;  // as in the message
     std::string target;  // the device's own path, over which it is mounted
 
     // Returns the device's own path of what is shown at `path`, if that is below the target.
     std::optional<std::string> Shown(const std::string& path) const;
 };
 
-// Reads the messages, in a process inside the sandbox, without the library: whoever asks does so
-// where the library may not come back from them.
+// Reads the messages. Call it inside the sandbox. It does not call the library, since it is used
+// where the library may hang on them.
 std::vector<Mount> FindMounts();
 
 }  // namespace extprop

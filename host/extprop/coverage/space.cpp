@@ -23,12 +23,12 @@ using namespace android::init;
 using android::base::EndsWith;
 using android::base::StartsWith;
 
-// Whether a phone can have the value in its files and properties.
+// Returns whether a phone can have the value in its files and properties.
 bool CanBe(int axis, const std::string& value) {
     return CanBeValue(value) && !WhyNot(axis, value);
 }
 
-// Looks inside the sandbox.
+// Finds the space, inside the sandbox.
 class SpaceFinder {
   public:
     VariantSpace Find() {
@@ -72,7 +72,7 @@ class SpaceFinder {
         }
     }
 
-    // The device's own roots, then those that another brand or region adds.
+    // Finds the device's own roots, then those that another brand or region adds.
     void FindRoots() {
         const std::string& region = space_.region =
                 load_property_from_file(kRegionBuildProp, kRegion);
@@ -129,14 +129,14 @@ class SpaceFinder {
     std::set<std::string> known_;
 };
 
-// What a new company image has, and an operator pair: any value does.
+// For the date of a company image and an operator pair, of which any value has the effect.
 constexpr char kAnyValue[] = "what-if";
 
 bool IsMap(const std::string& name) {
     return name == kSwitchKeyMap || name == kNvFlagMap;
 }
 
-// Adds the ways to a file with this path below a root, of a phone of the variant.
+// Adds the ways to a file with this path below a root of the variant.
 void AddWaysBelow(const std::string& below, const Variant& variant, const VariantSpace& space,
                   std::vector<Way>* ways) {
     constexpr char kEtc[] = "etc/";
@@ -196,7 +196,7 @@ bool Merge(const Variant& other, Variant* variant) {
 std::vector<Way> WaysTo(const std::string& path, const VariantSpace& space) {
     std::vector<Way> ways;
     if (space.fixed_files.count(path) != 0) ways.push_back({{}, {}, {"persist"}});
-    // Any directory may be a root: a package's or a module's, or one that a step names.
+    // Any directory may be a root: of a carrier package or module, or one that a step names.
     for (size_t at = path.size(); (at = path.rfind('/', at - 1)) != std::string::npos && at > 0;) {
         const std::string root = path.substr(0, at);
         const std::string below = path.substr(at + 1);

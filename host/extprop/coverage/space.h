@@ -1,5 +1,5 @@
-// What a device directory says of the phones that it can become: the values of each axis, and the
-// places that belong to them.
+// The variants that a device directory can become: the values of each axis, and the places that
+// belong to them.
 
 #pragma once
 
@@ -15,7 +15,7 @@
 
 namespace extprop {
 
-// A root of the list of partitions, and the variant that brings it there.
+// A partition root, and the variant that adds it to the list of partitions.
 struct ListedRoot {
     std::string path;  // the device's own
     Variant variant;
@@ -23,9 +23,9 @@ struct ListedRoot {
 
 struct VariantSpace {
     std::array<std::set<std::string>, kAxisCount> values;
-    std::string brand_code, region;  // that choose the roots of the device as it is, or empty
+    std::string brand_code, region;  // of the device as it is; may be empty
     std::vector<ListedRoot> roots;
-    // For each target of an old nv key the variants with such a key.
+    // For each key to which an old nv key is mapped, the variants with such an old key.
     std::map<std::string, std::vector<Variant>> old_keys;
     std::string unmapped_key;  // an nv key that no file maps
     // The device's own paths of the files that the library knows by name, and of the company image.
@@ -33,11 +33,11 @@ struct VariantSpace {
     std::string company_root;
 };
 
-// Looks the space up in the device. Throws std::runtime_error if the library, which reads mapping
-// and package files for it, does not come back in time.
+// Finds the space in the device's files. The library reads mapping and package files for it; throws
+// std::runtime_error if it crashes or exceeds the limit.
 VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds limit);
 
-// How the library may be brought to read a file for its own sake: on a phone that is so, by one of
+// A way to make the library read a file other than by an import: a variant and settings with one of
 // these steps, the likeliest first.
 struct Way {
     Variant variant;
@@ -45,11 +45,11 @@ struct Way {
     std::vector<std::string> steps;
 };
 
-// Returns the ways to the device's own file at `path` that its place names, none if nothing but an
+// Returns the ways to the device's own file at `path`, which follow from its place; none if only an
 // import can lead there.
 std::vector<Way> WaysTo(const std::string& path, const VariantSpace& space);
 
-// Makes `*variant` what `other` is, too. Returns false if both say something of an axis.
+// Adds the values of `other` to `*variant`. Returns false if both have a value for an axis.
 bool Merge(const Variant& other, Variant* variant);
 
 }  // namespace extprop

@@ -75,7 +75,7 @@ class Surveyor {
             for (size_t j = 0; j < survey_.files[i].imports.size(); ++j) {
                 const std::string name = survey_.files[i].imports[j].name;
                 std::vector<std::string> paths = PathsLike(name, names_in);
-                // With the defaults alone, which may have slashes.
+                // The path by the default values, which may have slashes.
                 if (const std::string path = Expand(name).path; !path.empty()) {
                     paths.push_back(path);
                 }
@@ -92,7 +92,7 @@ class Surveyor {
         }
     }
 
-    // A link is refused, but its lines are there for whoever looks for them.
+    // The library refuses a link, but a user may look for its lines.
     void AddLinks() {
         for (const std::string& link : links_) {
             const auto own = RealPath(link, true);

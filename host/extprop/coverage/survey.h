@@ -1,4 +1,4 @@
-// What the property files of a device hold, whether or not a boot loads them.
+// Surveys the lines of a device's property files, whether or not a boot loads them.
 
 #pragma once
 
@@ -15,14 +15,15 @@
 namespace extprop {
 
 struct SurveyedImport : ImportLine {
-    // The files to which it can lead by values without slashes, as it names them then and as the
-    // device's own.
+    // The files to which it can lead if the values have no slash: the path by which the import
+    // names it, and the device's own path.
     std::vector<std::pair<std::string, std::string>> targets;
 };
 
 struct SurveyedFile {
-    std::string path;  // the device's own, or a link's that leads to a file of no other such name
-    std::optional<std::string> source;  // what the link leads to
+    std::string path;  // the device's own path, or of a link to a file whose own path the survey
+                       // does not have
+    std::optional<std::string> source;  // the link's target
     std::vector<LineRead> lines;
     std::vector<SurveyedImport> imports;
 
@@ -30,11 +31,11 @@ struct SurveyedFile {
 };
 
 struct Survey {
-    std::vector<SurveyedFile> files;  // those that imports alone name stand at the end
+    std::vector<SurveyedFile> files;  // files that only imports name are last
 };
 
-// Surveys the device as it is; of the lines only those whose names are `wanted`. Throws
-// std::runtime_error if that takes longer than the limit.
+// Surveys the device as it is. Of the lines only those whose names are `wanted` are returned.
+// Throws std::runtime_error if it takes longer than the limit.
 Survey TakeSurvey(const sandbox::Sandbox& root,
                   const std::function<bool(const std::string& name)>& wanted,
                   std::chrono::seconds limit);

@@ -33,7 +33,7 @@ namespace {
 using android::base::unique_fd;
 using nlohmann::json;
 
-// The next number that nobody works on, known to all processes.
+// The next number to work on, shared by all processes.
 class SharedCounter {
   public:
     SharedCounter() {
@@ -113,7 +113,7 @@ class Worker {
 
 void ForEachInParallel(size_t count, int jobs, const std::function<json(size_t)>& work,
                        const std::function<void(size_t, json)>& done) {
-    // Each has a boot of its own, which takes as much.
+    // Each worker has a boot of its own, which may use as much memory again.
     const uint64_t memory = std::max(limits::kWorkerMemory, limits::kWorkersMemory / (2 * jobs));
     SharedCounter counter;
     std::vector<Worker> workers;
@@ -121,7 +121,7 @@ void ForEachInParallel(size_t count, int jobs, const std::function<json(size_t)>
         workers.emplace_back(&counter, count, memory, work);
     }
     for (size_t running = workers.size(); running > 0;) {
-        std::vector<pollfd> channels;  // those of ended workers are negative and so left out
+        std::vector<pollfd> channels;  // those of ended workers are negative, which poll() skips
         for (const Worker& worker : workers) channels.push_back({worker.channel(), POLLIN, 0});
         TEMP_FAILURE_RETRY(poll(channels.data(), channels.size(), -1));
         for (size_t i = 0; i < workers.size(); ++i) {

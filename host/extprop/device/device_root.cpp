@@ -14,8 +14,8 @@ namespace extprop {
 
 namespace {
 
-// Whether the directory, "" for the root, has one of the places where the library reads, or a
-// partition that holds some.
+// Returns whether the directory, "" for the root, has a place that the library reads, or a
+// partition with such a place.
 bool IsDeviceRoot(const DeviceTree& tree, const std::string& directory) {
     Place place;
     const auto has = [&](const char* path) { return tree.Find(directory + path, true, &place); };
@@ -28,7 +28,7 @@ bool IsDeviceRoot(const DeviceTree& tree, const std::string& directory) {
     for (const std::string mounts : {"", "/mnt/vendor"}) {
         for (const std::string& name : tree.Names(directory + mounts)) {
             const std::string path = mounts + "/" + name;
-            // Where a directory in the root is /mnt its own have partitions, too.
+            // Such names do not make a root of a directory that is itself a /mnt/vendor.
             if (!directory.empty() && android::base::StartsWith(path, "/my_")) continue;
             if (PartitionOf(path) != path) continue;
             if (KindOfPartition(path).kind != PartitionKind::kSystems) return true;

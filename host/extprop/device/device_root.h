@@ -1,4 +1,4 @@
-// Whether a directory can be a device's root at all.
+// Checks whether a directory can be a device's root.
 
 #pragma once
 
@@ -9,7 +9,7 @@
 
 namespace extprop {
 
-// Returns what is said of a tree that has nothing at any place where the library reads.
+// Returns a message if the tree has nothing at any place that the library reads, else nothing.
 std::optional<std::string> WhyNoDevice(const DeviceTree& tree);
 
 }  // namespace extprop

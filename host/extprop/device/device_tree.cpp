@@ -54,7 +54,7 @@ std::vector<Place> DeviceTree::All(const std::vector<std::string>& left_out,
         if (view_.List(directory.entry, &names) < 0) unreadable->push_back(directory.path);
         for (const auto& [name, type] : names) {
             std::string path = directory.path + "/" + name;
-            // Nothing on the device finds what has a longer one.
+            // No program on the device can open a longer path.
             if (path.size() >= PATH_MAX) continue;
             sandbox::Entry entry;
             if (view_.FindIn(directory.entry, name, &entry) < 0 || !entry.exists) continue;

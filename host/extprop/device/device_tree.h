@@ -25,22 +25,22 @@ class DeviceTree {
   public:
     explicit DeviceTree(const sandbox::View& view) : view_(view) {}
 
-    // Finds what the device would find at `path`: links on the way lead to the device's own files.
-    // A link as the last component is followed only if `follow` is set. Returns false, with errno
-    // set, if there is nothing.
+    // Finds what the device would find at `path`: links lead to the device's own files. A link in
+    // the last component is followed only if `follow` is set. Returns false, with errno set, if
+    // there is nothing.
     bool Find(const std::string& path, bool follow, Place* place) const;
 
-    // Returns everything in the tree but what lies in the directories `left_out`, in the order of
-    // the paths. Directories that cannot be read are added to `*unreadable`. Throws
-    // std::runtime_error if there is more than any device has.
+    // Returns everything in the tree except what lies in the directories `left_out`, in the order
+    // of the paths. Adds directories that cannot be read to `*unreadable`. Throws
+    // std::runtime_error above the limits on a device's files.
     std::vector<Place> All(const std::vector<std::string>& left_out,
                            std::vector<std::string>* unreadable) const;
 
-    // Returns the names in the directory, in their order; none if there is no such directory.
+    // Returns the names in the directory, sorted; none if there is no such directory.
     std::vector<std::string> Names(const std::string& directory) const;
 
-    // Puts in the content of the regular file at `path`, which is no link and has at most `most`
-    // bytes. Returns false, with errno set, if that cannot be.
+    // Puts the content of the regular file at `path` into `*content`. Returns false, with errno
+    // set, if it is a link, has more than `most` bytes or cannot be read.
     bool Read(const std::string& path, size_t most, std::string* content) const;
 
   private:

@@ -23,7 +23,7 @@ struct Part {
     bool is_reference = false;
 };
 
-// Divides the name, or returns nothing if the library makes nothing of it.
+// Divides the name into parts. Returns nothing if the library cannot expand it.
 std::optional<std::vector<Part>> Divide(std::string_view name) {
     std::vector<Part> parts(1);
     for (size_t i = 0; i < name.size(); ++i) {
@@ -47,7 +47,7 @@ std::optional<std::vector<Part>> Divide(std::string_view name) {
     return parts;
 }
 
-// Adds to `*found` the values with which the parts from `first` on become the path from `at` on.
+// Adds to `*found` the values with which the parts from `first` on expand to the path from `at` on.
 void Lead(const std::vector<Part>& parts, size_t first, const std::string& path, size_t at,
           ReferenceValues* values, std::vector<ReferenceValues>* found) {
     if (first == parts.size()) {
@@ -74,7 +74,7 @@ void Lead(const std::vector<Part>& parts, size_t first, const std::string& path,
     values->erase(part.text);
 }
 
-// Returns the shell pattern of the paths that a name may become, with "" for a malformed one.
+// Returns the shell pattern of the paths to which a name may expand, or "" for a malformed name.
 std::string PatternOf(const std::string& name) {
     std::string pattern;
     const auto parts = Divide(name);
@@ -89,7 +89,7 @@ std::string PatternOf(const std::string& name) {
     return pattern;
 }
 
-// Returns the file name that the pattern is of, if it is of one only.
+// Returns the file name that the pattern matches, if it matches only one.
 std::optional<std::string> OnlyName(const std::string& pattern) {
     std::string name;
     for (size_t i = 0; i < pattern.size(); ++i) {
@@ -100,8 +100,8 @@ std::optional<std::string> OnlyName(const std::string& pattern) {
     return name;
 }
 
-// Returns the name of the unset property that an expansion failed at, or nothing if it failed at
-// something else. Only the message tells.
+// Returns the name of the unset property because of which an expansion failed, or nothing if it
+// failed for another reason. Only the library's message has it.
 std::string UnsetName(const std::string& message) {
     constexpr char kBefore[] = "property '";
     const size_t end = message.find("' doesn't exist while expanding");

@@ -12,7 +12,7 @@ namespace extprop {
 
 namespace {
 
-// How deep the directories of a switch key may lie: keys with slashes are taken as they are.
+// How deep the directories of a switch key may lie: a key may contain slashes.
 constexpr int kDeepestKey = 8;
 
 }  // namespace

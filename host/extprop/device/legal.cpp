@@ -25,7 +25,7 @@ std::optional<std::string> WhyRefused(const std::string& name, const std::string
     const Utf8Locale utf8;
     const auto legal = IsLegalPropertyValue(name, value);
     if (legal.ok()) return std::nullopt;
-    // The error's end is what errno happened to be, which says nothing here.
+    // The message ends with the text of an errno that has nothing to do with the error.
     const std::string message = legal.error().message();
     return message.substr(0, message.rfind(": "));
 }

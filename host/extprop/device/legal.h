@@ -1,4 +1,4 @@
-// What init takes as a property.
+// Checks which properties init accepts.
 
 #pragma once
 
@@ -9,11 +9,11 @@
 
 namespace extprop {
 
-// The system's encoding is UTF-8, on the phone always, here while this lives.
+// Sets the thread's encoding to UTF-8, as on a phone, while the object exists.
 class Utf8Locale {
   public:
-    // Throws std::runtime_error where there is no such locale. A sandbox has none: make one before
-    // it is entered.
+    // Throws std::runtime_error if there is no such locale. A sandbox has none, so make the object
+    // before entering one.
     Utf8Locale();
     ~Utf8Locale() { uselocale(previous_); }
     Utf8Locale& operator=(Utf8Locale&&) = delete;
@@ -22,10 +22,10 @@ class Utf8Locale {
     locale_t previous_;
 };
 
-// Whether the property is stored, and in force again after a reboot.
+// Returns whether the property is stored and so takes effect again after a reboot.
 bool IsPersistent(const std::string& name);
 
-// Returns why init refuses the property, by the library's own two functions, or nothing.
+// Returns why init refuses the property, according to the library's own two functions, or nothing.
 std::optional<std::string> WhyRefused(const std::string& name, const std::string& value);
 
 }  // namespace extprop

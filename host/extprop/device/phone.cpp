@@ -31,7 +31,7 @@ constexpr char kWanted[] =
     throw InputError(name + ":" + std::to_string(line + 1) + ": " + what);
 }
 
-// ---- What getprop prints, and property files.
+// ---- The output of getprop, and property files.
 
 constexpr std::string_view kBeforeValue = "]: [";
 
@@ -43,8 +43,8 @@ bool IsBlank(std::string_view line) {
     return line.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
-// Reads the property that is listed from line `*at` on; its value may have several lines, and
-// brackets at their ends. Makes `*at` its last line.
+// Reads the property that begins on line `*at`, and sets `*at` to its last line. The value may have
+// several lines, and brackets at their ends.
 void ReadListed(const std::string& name, const Lines& lines, size_t first_number, size_t* at,
                 PropertyMap* properties) {
     const size_t first = *at;
@@ -75,7 +75,7 @@ bool IsType(const std::string& value) {
            std::find(std::begin(kTypes), std::end(kTypes), value) != std::end(kTypes);
 }
 
-// Throws InputError if getprop was asked for something else than the values.
+// Throws InputError if getprop was called to print something else than values.
 void CheckAreValues(const std::string& name, const PropertyMap& listed) {
     const auto all = [&](const auto& is) {
         return !listed.empty() &&
@@ -88,7 +88,7 @@ void CheckAreValues(const std::string& name, const PropertyMap& listed) {
     if (all(IsType)) Refuse(name, "it looks like what getprop -T prints, types instead of values");
 }
 
-// Reads lines of either form, of which the first has the number `first_number`.
+// Reads lines of either form. The first has the number `first_number`.
 Phone ReadLines(const std::string& name, std::string content, size_t first_number) {
     if (content.size() > limits::kPhoneProperties) {
         Refuse(name,
@@ -138,7 +138,7 @@ Phone ReadLines(const std::string& name, std::string content, size_t first_numbe
 
 constexpr std::string_view kRule = "------ ";
 constexpr std::string_view kSection = "------ SYSTEM PROPERTIES";
-constexpr std::string_view kOldEnd = "[SYSTEM PROPERTIES: ";  // and how long it took
+constexpr std::string_view kOldEnd = "[SYSTEM PROPERTIES: ";  // then the time that it took
 
 size_t LineBeginning(std::string_view content, std::string_view beginning, size_t from) {
     while (true) {
@@ -178,7 +178,7 @@ struct Field {
     std::optional<std::string_view> bytes;  // of a field of bytes
 };
 
-// Takes the number at the beginning of `*message`, if it is one.
+// Removes and returns the number at the beginning of `*message`, if there is one.
 std::optional<uint64_t> TakeNumber(std::string_view* message) {
     uint64_t number = 0;
     for (int shift = 0; shift < 64 && !message->empty(); shift += 7) {
@@ -190,7 +190,7 @@ std::optional<uint64_t> TakeNumber(std::string_view* message) {
     return std::nullopt;
 }
 
-// Takes the field at the beginning of `*message`, if it is one.
+// Removes and returns the field at the beginning of `*message`, if there is one.
 std::optional<Field> TakeField(std::string_view* message) {
     enum { kNumber, kEightBytes, kBytes, kFourBytes = 5 };
     const auto tag = TakeNumber(message);
@@ -229,7 +229,7 @@ bool AddRecord(std::string_view record, PropertyMap* properties) {
     return true;
 }
 
-// Returns the store's properties, nothing if the content is no store to its end.
+// Returns the store's properties, or nothing if the content as a whole is no store.
 std::optional<Phone> ReadStore(std::string_view content) {
     Phone phone;
     phone.only_persistent = true;

@@ -1,4 +1,4 @@
-// Reads the files and directories that people have from a phone; phone.cpp knows what is in them.
+// Reads the files and directories that users have from a phone; phone.cpp parses their content.
 
 #include <android-base/strings.h>
 
@@ -16,7 +16,7 @@ namespace {
 
 using android::base::StartsWith;
 
-// The store as init keeps it in its directory, where there are no files of the older form then.
+// The store's file in init's directory, which then has no files of the older form.
 constexpr char kStore[] = "persistent_properties";
 
 Phone ReadFile(const std::string& path, const std::vector<std::string>& devices) {

@@ -30,17 +30,17 @@ namespace {
 
 using android::base::unique_fd;
 
-// What the reading process sends begins with a letter, each a packet.
+// The reading process sends packets that begin with one of these letters.
 enum Packet : char {
     kText = 't',   // another text begins
-    kBytes = 'b',  // of the text, after the letter
-    kWrong = 'w',  // what is wrong with the zip, after the letter
+    kBytes = 'b',  // bytes of the text follow
+    kWrong = 'w',  // the zip's fault follows
     kEnd = 'e',
 };
 
 constexpr size_t kPacketSize = 64 * 1024;
 
-// ---- The process that reads: it has one file and a socket.
+// ---- The reading process, which has only the file and a socket.
 
 bool Send(Packet kind, const char* bytes = nullptr, size_t size = 0) {
     char letter = kind;
@@ -55,7 +55,7 @@ bool Send(Packet kind, const char* bytes = nullptr, size_t size = 0) {
     return sent != -1;
 }
 
-// The zip as the archive's library reads it.
+// The zip as libarchive reads it.
 struct Zip {
     off_t at = 0;
     off_t size = 0;
@@ -80,7 +80,8 @@ la_int64_t SeekZip(archive*, void* data, la_int64_t offset, int whence) {
     return zip->at;
 }
 
-// Sends what is in the zip's texts. Returns false with what is wrong in the reader.
+// Sends the content of the zip's texts. Returns false if the zip is damaged; the reader has the
+// error.
 bool SendTexts(archive* reader, Zip* zip) {
     archive_read_support_format_zip(reader);
     archive_read_set_callback_data(reader, zip);
@@ -89,12 +90,12 @@ bool SendTexts(archive* reader, Zip* zip) {
     if (archive_read_open1(reader) != ARCHIVE_OK) return false;
     archive_entry* entry = nullptr;
     int result;
-    // A warning is about a name or time that cannot be told here.
+    // A warning is about a name or time, which does not matter here.
     while ((result = archive_read_next_header(reader, &entry)) == ARCHIVE_OK ||
            result == ARCHIVE_WARN) {
         const char* path = archive_entry_pathname(entry);
         if (path == nullptr || !android::base::EndsWith(path, ".txt")) continue;
-        if (!Send(kText)) return true;  // enough
+        if (!Send(kText)) return true;  // the client has what it wants
         char bytes[kPacketSize - 1];
         la_ssize_t size;
         while ((size = archive_read_data(reader, bytes, sizeof(bytes))) > 0) {
@@ -120,13 +121,13 @@ bool SendTexts(archive* reader, Zip* zip) {
     _exit(0);
 }
 
-// ---- The one that asks.
+// ---- The client.
 
 [[noreturn]] void FailWithErrno(const std::string& name) {
     throw std::runtime_error(name + ": the zip cannot be read: " + strerror(errno));
 }
 
-// The process, for as long as this lives.
+// The reading process; it ends with this object.
 class ZipReader {
   public:
     ZipReader(const std::string& name, const std::string& zip) {

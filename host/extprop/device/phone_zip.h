@@ -1,5 +1,5 @@
-// The zip in which phones hand over a bug report. It comes from strangers, so a process reads it
-// that can do nothing else.
+// Reads the zip of a phone's bug report. The zip is untrusted, so a process reads it that can do
+// nothing else.
 
 #pragma once
 
@@ -7,8 +7,8 @@
 
 namespace extprop {
 
-// Returns the first text in the zip that has the section of the properties. Nothing is written
-// anywhere. Throws InputError, which calls the zip `name`, if there is none or the zip is damaged.
+// Returns the first text in the zip that has the section of the properties. Writes no file. Throws
+// InputError, in which the zip is called `name`, if there is no such text or the zip is damaged.
 std::string UnpackBugReport(const std::string& name, const std::string& zip);
 
 }  // namespace extprop

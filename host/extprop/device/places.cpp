@@ -106,7 +106,7 @@ namespace {
 constexpr char kVendorMounts[] = "/mnt/vendor/";
 constexpr char kOdm[] = "/odm";
 
-// What init loads by itself of the one partition that it shares with the library.
+// What init loads by itself from the one partition that it shares with the library.
 constexpr const char* kSystemsFiles[] = {"/odm/etc/build.prop", "/odm/default.prop"};
 
 // A partition of the system whose name is nearly one of the library's.
@@ -167,7 +167,5 @@ bool IsSystems(const std::string& path) {
     return KindOfPartition(PartitionOf(path)).kind == PartitionKind::kSystems &&
            !LiesWithKeyFiles(path);
 }
-
-// Whether a carrier package is mounted there by default.
 
 }  // namespace extprop

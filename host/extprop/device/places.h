@@ -1,4 +1,4 @@
-// Which files of a device the library reads, how, and on what occasion.
+// Which files of a device the library reads, how, and when.
 
 #pragma once
 
@@ -8,10 +8,10 @@
 
 namespace extprop {
 
-// How the library uses a file decides what may stand in it.
+// How the library uses a file, which decides what the file may contain.
 enum class FileUse {
     kProperties,   // its names are the system's properties
-    kKeyFile,      // the same, or in an older form the bare key
+    kKeyFile,      // the same, or only the key, in an older form
     kMapping,      // its names are keys of older software
     kCotaMessage,  // properties and instructions of the installing service
     kDeviceName,   // names looked up one by one, without imports
@@ -53,39 +53,39 @@ struct SwitchKey {
 };
 const std::vector<SwitchKey>& SwitchKeys();
 
-// Below each root, the directory in which the switch keys' directories lie.
+// The directory of each root that holds the switch keys' directories.
 inline constexpr char kKeysDirectory[] = "properties";
 
-// Whether the file lies in a switch key's directory below some root's "properties".
+// Returns whether the file lies in a switch key's directory, below any directory "properties".
 bool IsOfSwitchKey(const std::string& path);
 
 // The file of a root that every boot reads.
 inline constexpr char kBuildProp[] = "build.prop";
 
-// Returns the roots that the brand of this code or the region, or both, add to the list of
-// partitions.
+// Returns the roots that the region and the brand with this code add to the list of partitions.
+// Either may be empty.
 std::vector<std::string> AddedRoots(const std::string& brand_code, const std::string& region);
 
-// Returns the directories of which each one in it is a region's root.
+// Returns the directories in which each directory is the root of a region.
 const std::vector<std::string>& RegionsDirectories();
 
-// Returns the directory in which a partition would be mounted that the path is on: "/odm" or
+// Returns the mount point of the partition that would hold the path, such as "/odm" or
 // "/mnt/vendor/my_region".
 std::string PartitionOf(const std::string& path);
 
-// What the library has to do with the partition at a directory.
+// How the library uses the partition that is mounted at a directory.
 struct PartitionKind {
     enum {
-        kKnown,     // it has roots there, or the system shows a partition with roots there too
-        kMisspelt,  // the name is nearly that of a known one
-        kAlike,     // the name is of the known ones' form
-        kSystems,   // nothing
+        kKnown,     // it has roots there, or where the phone shows the same partition
+        kMisspelt,  // the name is nearly that of a known partition
+        kAlike,     // the name has the form of the known ones
+        kSystems,   // not at all: it is the system's
     } kind = kSystems;
-    std::string nearest;  // of a misspelt one where the known one would be
+    std::string nearest;  // for kMisspelt: the directory of the known one
 };
 PartitionKind KindOfPartition(const std::string& directory);
 
-// Whether the system's own init may load the file, whatever the library does.
+// Returns whether the system's own init may load the file, independently of the library.
 bool IsSystems(const std::string& path);
 
 }  // namespace extprop

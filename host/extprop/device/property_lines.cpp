@@ -48,7 +48,7 @@ std::vector<PropertyLine> PropertyLines(std::string_view content, bool filtered)
 }
 
 bool PassesFilter(const std::string& name, const std::string& filter) {
-    // As the loader compares: as far as a zero byte, a "*" at the end standing for the rest.
+    // As in the loader: up to a zero byte, and a "*" at the end matches the rest.
     if (filter.empty()) return true;
     if (filter.back() == '*') return strncmp(name.c_str(), filter.c_str(), filter.size() - 1) == 0;
     return strcmp(name.c_str(), filter.c_str()) == 0;

@@ -1,4 +1,4 @@
-// The lines of a property file with their numbers, as the library's loader divides them.
+// Divides a property file into lines with their numbers, as the library's loader does.
 
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace extprop {
 
-// Far more bytes than a property file has, and few enough to be read.
+// The largest property file that is read, in bytes.
 inline constexpr int64_t kMostBytes = limits::kPropertyFile;
 
 struct PropertyLine {
@@ -24,16 +24,16 @@ struct PropertyLine {
     int number;  // from 1
     Kind kind;
     std::string_view text;   // without the white space around it
-    std::string_view name;   // of a property; of an import the file as it is written
+    std::string_view name;   // of a property; of an import the file, as written
     std::string_view value;  // of a property; of an import the filter, empty if there is none
 };
 
-// Divides the content of a property file into its lines, without empty ones and comments. With
-// `filtered`, as for a loader that was given a filter, an import line is a line like any other.
-// The views are into `content`.
+// Returns the lines of a property file's content, without empty ones and comments. With `filtered`,
+// as in a load with a filter, an import line is like any other. The lines point into `content`,
+// which must outlive them.
 std::vector<PropertyLine> PropertyLines(std::string_view content, bool filtered = false);
 
-// Whether the loader keeps the name under an import's filter, which is empty for none.
+// Returns whether the name passes an import's filter; all names pass an empty one.
 bool PassesFilter(const std::string& name, const std::string& filter);
 
 }  // namespace extprop

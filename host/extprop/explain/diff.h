@@ -15,7 +15,7 @@ struct DifferenceSide {
     std::optional<Origin> origin;
 };
 
-// A property that one boot has and the other has not, or with another value.
+// A property that only one boot has, or that has another value in the other boot.
 struct DifferentProperty {
     std::string name;
     std::optional<DifferenceSide> a;
@@ -30,7 +30,7 @@ struct Difference {
     bool empty() const { return added.empty() && removed.empty() && changed.empty(); }
 };
 
-// Returns what differs between two boots and where each of the values came from.
+// Returns what differs between two boots, with the origins of the values.
 Difference Diff(const Report& a, const Tracer& traced_a, const Report& b, const Tracer& traced_b);
 
 }  // namespace extprop

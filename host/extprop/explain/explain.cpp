@@ -40,7 +40,7 @@ std::vector<std::string> Unmatched(const std::vector<std::string>& patterns,
 
 namespace {
 
-// The origin that the lines of a file that did not load have in common.
+// Returns the origin of a file's lines that did not load, without line and value.
 Origin UnloadedOrigin(const SurveyedFile& file, const sandbox::Sandbox& root) {
     Origin origin;
     origin.kind = OriginKind::kFile;
@@ -51,7 +51,7 @@ Origin UnloadedOrigin(const SurveyedFile& file, const sandbox::Sandbox& root) {
     return origin;
 }
 
-// Adds the lines of wanted names that no load has come to.
+// Adds the lines with matching names that no load has read.
 void AddUnloaded(const Survey& survey, const std::vector<std::string>& patterns,
                  const sandbox::Sandbox& root, Origins* origins) {
     for (const SurveyedFile& file : survey.files) {
@@ -71,7 +71,7 @@ void AddUnloaded(const Survey& survey, const std::vector<std::string>& patterns,
     }
 }
 
-// Returns those that did not load of which it is asked.
+// Returns the lines that did not load and for which `is_asked` returns true.
 std::vector<std::pair<std::string, Origin*>> Unloaded(const IsAsked& is_asked,
                                                       Explanation* explanation) {
     std::vector<std::pair<std::string, Origin*>> unloaded;
@@ -84,7 +84,7 @@ std::vector<std::pair<std::string, Origin*>> Unloaded(const IsAsked& is_asked,
     return unloaded;
 }
 
-// Says of each line what it takes to load it.
+// Puts into each origin the words that make a boot load its line.
 void AskCoverage(const std::vector<std::pair<std::string, Origin*>>& unloaded,
                  PreparedDevice* device, const BootOptions& options, const Survey& survey,
                  Report* report) {
@@ -102,8 +102,8 @@ void AskCoverage(const std::vector<std::pair<std::string, Origin*>>& unloaded,
     }
 }
 
-// Nobody knows what would have become of what the failing step loaded, nor what else the boot would
-// have loaded.
+// Puts the failure as the reason into the origins whose fate it leaves unknown: what the failing
+// step loaded, and what the boot did not reach.
 void SayWhatWasLost(const BootFailure& failure, Explanation* explanation) {
     for (ExplainedProperty& property : explanation->properties) {
         for (Origin& origin : property.origins) {
@@ -116,7 +116,7 @@ void SayWhatWasLost(const BootFailure& failure, Explanation* explanation) {
     }
 }
 
-// Adds what is to be known of what was looked for after the boot, too.
+// Adds the sandbox's notes, including those on look-ups after the boot.
 void AddNotes(const sandbox::Sandbox& root, Report* report) {
     try {
         for (std::string& note : root.Notes()) {
@@ -125,11 +125,11 @@ void AddNotes(const sandbox::Sandbox& root, Report* report) {
             report->notes.push_back(std::move(note));
         }
     } catch (const std::runtime_error&) {
-        // What is damaged was told of when it was looked for.
+        // Damage was reported when it was met.
     }
 }
 
-// Tells of the properties that an operation makes of what it reads, and did not.
+// Adds the operations that could have set properties but did not, with what they read.
 void AddIdle(const std::map<std::string, std::vector<OperationInput>>& idle,
              const std::vector<std::string>& patterns, const std::vector<std::string>& values,
              Explanation* explanation) {
@@ -164,7 +164,7 @@ void AddIdle(const std::map<std::string, std::vector<OperationInput>>& idle,
     }
 }
 
-// Keeps the origins that have one of the values.
+// Removes the origins without one of the values.
 void KeepValues(const std::vector<std::string>& values, Origins* origins) {
     const auto is_other = [&](const Origin& origin) {
         return std::find(values.begin(), values.end(), origin.value) == values.end();
@@ -174,7 +174,7 @@ void KeepValues(const std::vector<std::string>& values, Origins* origins) {
     }
 }
 
-// Puts in what the patterns that match nothing may have been meant to be.
+// Fills the hints: what the patterns that match nothing may have been meant to be.
 void FindHints(const PreparedDevice& device, std::chrono::seconds limit, const Report& report,
                Explanation* explanation) {
     explanation->hints.resize(explanation->unknown.size());
@@ -192,7 +192,7 @@ void FindHints(const PreparedDevice& device, std::chrono::seconds limit, const R
             for (const LineRead& line : file.lines) add(line.name, line.value);
         }
     } catch (const std::runtime_error&) {
-        // Those of the boot have to do.
+        // Then only the boot's own names and values are compared.
     }
     for (size_t i = 0; i < explanation->unknown.size(); ++i) {
         explanation->hints[i] =
@@ -253,7 +253,7 @@ Explanation ExplainValues(PreparedDevice* device, const BootOptions& options,
     return explanation;
 }
 
-// Puts in the patterns and the values that nothing has.
+// Fills the list of patterns and values that match nothing.
 void FindUnknown(const std::vector<std::string>& patterns, const std::vector<std::string>& values,
                  Explanation* explanation) {
     std::vector<std::string> names;
@@ -335,7 +335,7 @@ std::string PlaceText(const OperationInput& input) {
 
 namespace {
 
-// Whether one text was made of the other by taking away, adding or inserting something.
+// Returns whether one text contains the other, or the value is the input with a piece inserted.
 bool IsMadeOf(const std::string& value, const std::string& input) {
     if (value.empty() || input.empty()) return false;
     if (input.find(value) != std::string::npos) return true;

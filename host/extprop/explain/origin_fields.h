@@ -1,4 +1,4 @@
-// The fields of an origin: those that its kind and fate have.
+// The JSON fields of an origin, which depend on its kind and fate.
 
 #pragma once
 

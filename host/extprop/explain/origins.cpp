@@ -10,7 +10,7 @@ namespace extprop {
 
 namespace {
 
-// How much a fate says of a line that met with several: what it decided comes first.
+// Returns the rank by which one of a line's several fates is chosen: winning comes first.
 int Weight(Fate fate) {
     switch (fate) {
         case Fate::kWins:
@@ -31,8 +31,8 @@ int Weight(Fate fate) {
     return 0;
 }
 
-// Keeps each line of a file once: the same file may be loaded again, or under another name, and
-// what is looked up may be loaded too.
+// Returns the origins with each line of a file once. A file may be loaded several times or under
+// several names, and looked up, too.
 std::vector<Origin> OncePerLine(const std::vector<Origin>& origins) {
     std::map<std::pair<std::string, int>, size_t> kept;
     for (size_t i = 0; i < origins.size(); ++i) {
@@ -51,14 +51,14 @@ std::vector<Origin> OncePerLine(const std::vector<Origin>& origins) {
     return once;
 }
 
-// Whether the operation hands the property on as it read it, so that its value is not of its making
-// if it stays the same.
+// Returns whether the operation hands over the property as it has read it, so that an unchanged
+// value keeps its origin.
 bool PassesOn(const std::vector<std::string>& operations, const std::string& name,
               bool has_carrier_version) {
     const std::string operation = operations.empty() ? "" : operations.front();
     if (operation == "loadCustomizeDisplayVersionName") return !has_carrier_version;
     if (operation != "loadSwitchKeys" && operation != "settleSwitchKeys") return false;
-    // The current switch's key is never read: if it stays the same, a key file said it again.
+    // The current switch key is never read: an unchanged value comes from a key file again.
     return name != android::init::kSimSwitchCurrent;
 }
 
@@ -113,7 +113,7 @@ void Tracer::Add(const std::string& name, Origin origin) {
 
 void Tracer::AddOperation(OriginKind kind, const std::string& name, const std::string& value,
                           const std::vector<std::string>& operations) {
-    // Handing the same on again adds nothing.
+    // Handing over the same value again adds no origin.
     const Origin* winner = FindWinner(name);
     const Origin* version = FindWinner(android::init::kCarrierVersionName);
     if (winner != nullptr && winner->value == value &&
@@ -234,8 +234,8 @@ void Tracer::OnLines(const LinesRead& read) {
     }
 }
 
-// What init was given: for each name the last line of the map that gave it its value, or else the
-// operation itself.
+// Adds the origins of what init was given: for each name the map's last line if that has the value,
+// else the operation itself.
 void Tracer::HandOver(const Handover& handover, const std::vector<std::string>& operations,
                       std::optional<int> number) {
     Map none;
@@ -243,7 +243,7 @@ void Tracer::HandOver(const Handover& handover, const std::vector<std::string>& 
     std::set<std::string> refused;
     for (const Refusal& refusal : handover.refused) refused.insert(refusal.name);
 
-    // Those that come before the last of their name lose to it.
+    // Earlier lines of a name lose to its last one.
     for (size_t i = 0; i < map.lines.size(); ++i) {
         Assignment& line = map.lines[i];
         if (line.handed || handover.properties.count(line.name) == 0) continue;

@@ -1,4 +1,4 @@
-// Where every value came from: the places and operations that gave it, in order of time.
+// Follows where each value comes from: the lines and operations that gave it, in the order of time.
 
 #pragma once
 
@@ -17,10 +17,10 @@ enum class OriginKind { kGiven, kFile, kOperation, kRequest };
 enum class Fate {
     kWins,
     kOverridden,
-    kNotHandedOn,  // loaded, but never given to init
-    kGone,         // with a reboot
+    kNotHandedOn,  // loaded, but never handed to init
+    kGone,         // lost in a reboot
     kRefused,      // by init
-    kLookedUp,     // by the look-up of one property, and no more
+    kLookedUp,     // only read by the look-up of one property
     kFilteredOut,  // by the filter of the import that led to it
     kNotLoaded,
 };
@@ -43,14 +43,14 @@ struct Origin {
 
     // Of an operation, a look-up or a load.
     std::vector<std::string> operations;
-    std::string reason;                  // of the fate, if more is known
-    std::vector<OperationInput> inputs;  // what an operation read for it
+    std::string reason;                  // for the fate, if more is known
+    std::vector<OperationInput> inputs;  // what an operation read for the value
 
     // Of a line that a what-if option changed: "variant" or "edit".
     std::string changed_for;
 
-    // Of a line that did not load: the words that make the same command line load it, as a boot
-    // with them did, and how many boots were made to find them.
+    // Of a line that did not load: the words with which the same command line loads it, seen in a
+    // boot with them, and how many boots were made to find them.
     std::optional<std::vector<std::string>> required;
     int tried = 0;
 
@@ -61,7 +61,7 @@ struct Origin {
 // By property.
 using Origins = std::map<std::string, std::vector<Origin>>;
 
-// Follows a boot and finds the origins of the properties whose lines it is told of.
+// Follows a boot and finds the origins of the properties whose lines it receives.
 class Tracer : public BootListener {
   public:
     void OnBoot(const BootStart& start) override;
@@ -70,13 +70,14 @@ class Tracer : public BootListener {
     void OnLines(const LinesRead& lines) override;
     void OnStepEnd() override;
 
-    // The origin of the property's present value, or null.
+    // Returns the origin of the property's present value, or null.
     const Origin* Winner(const std::string& name) const;
 
-    // What operations read that gave nothing for it, by the innermost one.
+    // Returns, by the innermost function, what operations read that then set no property.
     const std::map<std::string, std::vector<OperationInput>>& idle() const { return idle_; }
 
-    // Returns the origins so far, each line of a file once, with what it decided.
+    // Returns the origins so far. Each line of a file stands there once, with its most important
+    // fate.
     extprop::Origins Origins() const;
 
   private:
@@ -105,7 +106,7 @@ class Tracer : public BootListener {
     std::map<std::string, std::vector<OperationInput>> idle_;  // by the innermost operation
     std::vector<LoadEvent> loads_;                             // of this boot
     LookUpEvent look_up_;
-    const std::vector<OperationInput>* inputs_ = nullptr;  // of the event that is told of
+    const std::vector<OperationInput>* inputs_ = nullptr;  // of the present event
     std::optional<int> own_map_;                           // init's
     int boot_ = 0;
     std::optional<std::string> step_;  // none before the first of a boot
