@@ -1,6 +1,6 @@
-// Typed documents as JSON and back, by the fields of their types. A type has its fields in a
-// function Visit(fields, value), found beside the type, which calls fields("name", value.member)
-// for each; or else a specialization of Json.
+// Converts typed documents to JSON and back, by the fields of their types. A type lists its fields
+// in a function Visit(fields, value) in its namespace, which calls fields("name", value.member) for
+// each. A type without that has a specialization of Json.
 
 #pragma once
 
@@ -26,7 +26,7 @@ json Write(const T& value) {
     return Json<T>::Write(value);
 }
 
-// Takes the document's strings: it may be as large as a device's files.
+// Reads the value and moves strings out of the document, which may be as large as a device's files.
 template <typename T>
 void Read(json& document, T* value) {
     Json<T>::Read(document, value);
@@ -77,7 +77,7 @@ struct IsOptional<std::optional<T>> : std::true_type {};
 
 using TextMap = std::map<std::string, std::string>;
 
-// What JSON has itself.
+// Types that JSON has itself.
 template <typename T>
 constexpr bool kIsPlain =
         std::is_arithmetic_v<T> || std::is_same_v<T, std::string> || std::is_same_v<T, json> ||
@@ -101,7 +101,7 @@ struct Json {
             return array;
         } else {
             Writer writer;
-            Visit(writer, const_cast<T&>(value));  // which only reads it
+            Visit(writer, const_cast<T&>(value));  // a writer only reads it
             return std::move(writer.document);
         }
     }

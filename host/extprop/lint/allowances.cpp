@@ -1,4 +1,4 @@
-// Comments by which people say that a finding is meant: "# extprop: allow RULE[, RULE]: reason".
+// Allowances: comments that say that a finding is meant, "# extprop: allow RULE[, RULE]: reason".
 
 #include <algorithm>
 #include <set>
@@ -30,7 +30,7 @@ struct Allowance {
     std::set<std::string> used = {};
 };
 
-// Returns why no allowance can be of the rule, or nothing.
+// Returns why the rule cannot be allowed, or "".
 std::string WhyRefused(const std::string& identifier) {
     constexpr size_t kNear = 3;
     std::vector<std::string> known;
@@ -42,7 +42,7 @@ std::string WhyRefused(const std::string& identifier) {
     return "there is no rule " + QuotedShort(identifier) + Meant(Nearest(identifier, known, kNear));
 }
 
-// Parses what follows "# extprop:". Returns what is wrong with it, or nothing.
+// Parses what follows "# extprop:". Returns what is wrong with it, or "".
 std::string Parse(std::string_view text, std::set<std::string>* identifiers) {
     const size_t colon = text.find(':');
     if (!ConsumePrefix(&text, "allow ") || colon == std::string_view::npos) return kForm;
@@ -57,10 +57,10 @@ std::string Parse(std::string_view text, std::set<std::string>* identifiers) {
     return reason.empty() ? std::string("there is no reason: ") + kForm : "";
 }
 
-// Adds the file's allowances, and what is wrong with any.
+// Adds the file's allowances, and messages on those that are wrong.
 void ReadAllowances(const PropertyFile& file, const std::string& name,
                     std::vector<Allowance>* allowances, std::vector<std::string>* errors) {
-    // Several that follow each other are about the line below them.
+    // Several allowances in a row are about the line below them.
     std::vector<Allowance> waiting;
     int number = 0;
     for (const std::string& line : Split(file.content, "\n")) {
@@ -89,7 +89,7 @@ void ReadAllowances(const PropertyFile& file, const std::string& name,
         }
     }
     for (Allowance& allowance : waiting) {
-        allowance.about = number + 1;  // nothing is there
+        allowance.about = number + 1;  // no line is there
         allowances->push_back(std::move(allowance));
     }
 }
@@ -116,7 +116,7 @@ void ApplyAllowances(const PropertyFiles& files, Findings* findings) {
         }
         return is_allowed;
     });
-    // What could not be checked may be what they are for.
+    // Unused allowances may be for what could not be checked.
     if (findings->Has(kNotChecked)) return;
     for (const Allowance& allowance : allowances) {
         std::vector<std::string> unused;

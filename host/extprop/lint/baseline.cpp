@@ -20,7 +20,7 @@ constexpr size_t kLargest = 64 << 20;
 constexpr char kFormatField[] = "format";
 constexpr char kFindingsField[] = "findings";
 
-// Lets a parser read a text and counts the lines of what it has taken.
+// An iterator over a text that counts the lines that a parser has read.
 class CountedText {
   public:
     using iterator_category = std::input_iterator_tag;
@@ -44,10 +44,11 @@ class CountedText {
     int* line_;
 };
 
-// Finds the lines on which the format and the findings begin.
+// A parser's handler that finds the lines on which the format and the findings begin.
 class Places : public json::json_sax_t {
   public:
-    // Adds to `findings`, the objects in that list. `line` is where the parser is.
+    // `line` is the parser's present line. Puts the format's line into `*format` and adds those of
+    // the findings to `*findings`.
     Places(const int* line, int* format, std::vector<int>* findings)
             : line_(line), format_(format), findings_(findings) {}
 
@@ -106,7 +107,7 @@ std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::strin
         throw InputError(path + ":" + std::to_string(at) + ": " + what);
     };
     int format_line = 1;
-    std::vector<int> lines;  // in which objects in lists of the document begin
+    std::vector<int> lines;  // on which the objects in the document's lists begin
     Places places(&line, &format_line, &lines);
     const char* end = content.data() + content.size();
     if (!json::sax_parse(CountedText(content.data(), &line), CountedText(end, &line), &places)) {
@@ -125,7 +126,7 @@ std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::strin
     const json findings = document.value(kFindingsField, json());
     if (!findings.is_array()) fail(format_line, "there is no list of findings");
     for (const json& finding : findings) {
-        // Up to here all of them were objects.
+        // All findings before this one were objects, so the lines match them.
         const int at = baseline.size() < lines.size() ? lines[baseline.size()] : line;
         try {
             baseline.push_back(FromJson<KnownFinding>(finding));

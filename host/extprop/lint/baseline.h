@@ -1,4 +1,4 @@
-// Findings that are known, in a file: what stands there is no news.
+// The baseline: a file with the findings that are known and not reported again.
 
 #pragma once
 
@@ -9,18 +9,19 @@
 
 namespace extprop {
 
-// Reads the file, which may lie in the directory `device`. Throws InputError, with the line.
+// Reads the file, which may lie in the directory `device`. Throws InputError with the line that is
+// wrong.
 std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::string& device);
 
-// Returns what stands in a baseline for the findings.
+// Returns the baseline's entries for the findings.
 std::vector<KnownFinding> Known(const std::vector<Finding>& findings);
 
-// Returns the content of a file in which these stand.
+// Returns the content of a baseline with these entries.
 std::string BaselineText(const std::vector<KnownFinding>& known);
 
-// Takes those of `*findings` away that stand in the baseline. Adds to the report how many these
-// are, and what stands there and is found no more. Returns the rest of the baseline; that is all
-// of it where not everything was checked, since nobody knows then what is no more.
+// Removes from `*findings` those that are in the baseline. Adds to the report their number, and the
+// entries that are no longer found. Returns the baseline without these entries; all of it if not
+// everything was checked, since it is unknown then what is fixed.
 std::vector<KnownFinding> TakeKnown(const std::vector<KnownFinding>& baseline,
                                     std::vector<Finding>* findings, LintReport* report);
 

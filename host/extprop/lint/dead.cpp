@@ -1,4 +1,4 @@
-// What no boot reads, and key files that give no key.
+// Rules on files that no boot reads, and on key files without a key.
 
 #include <algorithm>
 
@@ -14,7 +14,7 @@ namespace {
 constexpr const Rule& kMissingKey = RuleNamed("missing-key");
 constexpr const Rule& kBareKey = RuleNamed("bare-key");
 
-// What other rules find without a survey has none.
+// A kind that is not in the table is found by other rules.
 constexpr struct {
     DeadKind kind;
     const Rule& rule;
@@ -66,7 +66,7 @@ void CheckKeyFile(const PropertyFile& file, Findings* findings) {
         misspelt = line.name;
         line_number = line.number;
     }
-    // What else the file holds is the system's affair.
+    // The system may use the file for other properties only.
     if (misspelt.empty() && fixed->occasion == Occasion::kDataCommon) return;
     const std::string found =
             misspelt.empty() ? "no line has the name" : QuotedShort(misspelt) + " is not the name";

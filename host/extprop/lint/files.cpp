@@ -1,4 +1,4 @@
-// Files that are looked at as a whole: the market names, the switch keys' directories, the logos.
+// Rules on files as a whole: the market names, the switch keys' directories, the logos.
 
 #include <stdint.h>
 
@@ -34,8 +34,9 @@ constexpr const Rule& kLogoTooLarge = RuleNamed("logo-too-large");
 
 bool g_market_name_given = false;
 
-// Plays the library's step on phones of every size, on one that has nothing but the configuration,
-// until one gets the market name. Throws std::runtime_error if they cannot be played here.
+// Returns whether a phone with this configuration, and nothing else, gets a market name with
+// storage of any size. Calls the library for each size in a sandbox. Throws std::runtime_error if
+// that fails.
 bool AnyPhoneGetsMarketName(const std::string& configuration) {
     constexpr int kNone = 3;
     const TemporaryDir nothing;
@@ -44,7 +45,7 @@ bool AnyPhoneGetsMarketName(const std::string& configuration) {
         constexpr int32_t kSectorsPerGib = 2097152;
         android::base::SetLogger([](auto...) {});
         platform::ResetProperties({});
-        // Without a region and a user-data device the paths are these.
+        // The library uses these paths if there is no region and no user-data device.
         android::init::createDirectory("/my_product/cust/etc/");
         android::init::createDirectory("/sys/block/");
         WriteFile("/my_product/cust/etc/devicename.cfg", configuration);
@@ -65,7 +66,7 @@ bool AnyPhoneGetsMarketName(const std::string& configuration) {
 }  // namespace
 
 void CheckDeviceName(const PropertyFile& file, Findings* findings) {
-    // The library looks these up, each as the first name that begins so.
+    // The library looks up these names, each by the first line that begins so.
     constexpr char kRom[] = "ROM";
     constexpr size_t kNearField = 2;
     const std::vector<std::string> fields = {kRom, "market", "type", "model"};
@@ -81,7 +82,7 @@ void CheckDeviceName(const PropertyFile& file, Findings* findings) {
     }
     int rom_line = 0;
     for (const PropertyLine& line : file.lines) {
-        // As the library looks it up: the first name that begins so.
+        // As in the library's look-up: the first line that begins so.
         if (line.kind != PropertyLine::kProperty || !StartsWith(line.text, kRom)) continue;
         rom_line = line.number;
         break;

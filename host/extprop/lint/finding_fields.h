@@ -1,4 +1,4 @@
-// The fields of lint's findings.
+// The JSON fields of lint's findings.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// What has been found: the order, the identity and the words of findings.
+// The order, fingerprints and texts of findings.
 
 #include <inttypes.h>
 #include <stdint.h>
@@ -19,8 +19,8 @@ namespace extprop {
 
 namespace {
 
-// What these find is of one reason in whatever files it is found with the same message; what others
-// find is, in each file by itself.
+// For these rules, findings with the same message have one reason even in different files. For all
+// others only those in the same file have.
 constexpr std::string_view kAcrossFiles[] = {"missing-import", "missing-variant", "unset-reference",
                                              "late-reference", "symbolic-link"};
 

@@ -1,4 +1,4 @@
-// What imports lead to: nowhere, round in a circle, or to one file again and again.
+// Rules on imports that lead nowhere, in a circle, or to one file again and again.
 
 #include <errno.h>
 #include <stdint.h>
@@ -30,27 +30,27 @@ constexpr const Rule& kLateReference = RuleNamed("late-reference");
 constexpr const Rule& kIdleFilter = RuleNamed("idle-filter");
 constexpr const Rule& kImportMultiplies = RuleNamed("import-multiplies");
 
-// One file loaded as often as this is no longer meant.
+// So many loads of one file are hardly meant.
 constexpr uint64_t kManyLoads = 100;
 
-// Of so many choices of values it is looked where they lead.
+// How many choices of values are expanded.
 constexpr size_t kMostFollowed = 1000;
 
-// What the boot loader sets, so that no boot here shows it.
+// The prefix of properties that the boot loader sets, so that no boot here shows their values.
 constexpr char kBootLoaders[] = "ro.boot.";
 
-// What the name of an imported file becomes with the values that files give to its references.
+// The expansions of an imported file's name with the values that files give to its references.
 struct Expansions {
     std::set<std::string> paths;
-    std::string malformed;  // the library's words, if it can become nothing at all
-    std::string unset;      // the library's words, if it takes a property that no file sets
+    std::string malformed;  // the library's message, if no values make it expand
+    std::string unset;      // the library's message, if no file sets a property in it
 };
 
-// An import line and the files that it leads to, one of them in a boot.
+// An import line and the files to which it may lead; in one boot it leads to one of them.
 struct Import {
     const PropertyLine* line;
     const std::vector<std::string>* files;
-    bool is_followed() const { return line->value.empty(); }  // a filter: its own imports are not
+    bool is_followed() const { return line->value.empty(); }  // a load with a filter skips imports
 };
 using ImportGraph = std::map<std::string, std::vector<Import>>;
 
@@ -73,8 +73,8 @@ PropertyValues ValuesIn(const PropertyFiles& files) {
     return values;
 }
 
-// Expands the name without any property, as early in a boot, and with every choice of the values
-// that the properties in it may have.
+// Expands the name without any property, as early in a boot, and with every choice of values that
+// its properties may have.
 Expansions Expand(const std::string& name, const PropertyValues& values) {
     Expansions expansions;
     expansions.malformed = SyntaxFault(name);
@@ -103,8 +103,8 @@ Expansions Expand(const std::string& name, const PropertyValues& values) {
     return expansions;
 }
 
-// Expands what the files import, adds those files to them, and does the same with the properties
-// that these bring, until there is nothing new. Returns the expansions.
+// Expands the names of the imported files and adds those files to `*files`. Repeats this with the
+// properties of the added files until nothing is new. Returns the expansions.
 std::map<std::string, Expansions> FollowImports(const DeviceTree& tree, PropertyFiles* files,
                                                 Findings* findings) {
     std::map<std::string, Expansions> expansions;
@@ -131,7 +131,7 @@ std::map<std::string, Expansions> FollowImports(const DeviceTree& tree, Property
     return expansions;
 }
 
-// The files among the paths.
+// Returns the paths that are files.
 std::vector<std::string> FilesAt(const DeviceTree& tree, const std::set<std::string>& paths) {
     std::vector<std::string> files;
     for (const std::string& path : paths) {
@@ -141,18 +141,18 @@ std::vector<std::string> FilesAt(const DeviceTree& tree, const std::set<std::str
     return files;
 }
 
-// What boots showed of one import line.
+// What boots showed of an import line.
 struct Seen {
-    size_t boots = 0;                                                // that came to it
-    std::map<std::string, std::vector<const CoveredBoot*>> missing;  // by the path that it led to
+    size_t boots = 0;                                                // that reached it
+    std::map<std::string, std::vector<const CoveredBoot*>> missing;  // by the path to which it led
     bool leads_to_file = false;
     std::vector<std::set<std::string>> values;           // of its references
-    std::map<std::string, std::set<std::string>> given;  // to them in such boots, at any time
+    std::map<std::string, std::set<std::string>> given;  // to the references, at any time
 };
 using SeenImports = std::map<std::pair<std::string, int>, Seen>;
 
-// Looks at the phones that the device can become: what only further steps or properties make of
-// them is nobody's fault.
+// Returns what the boots show of each import line. Only boots of phones that the device can become
+// count: what happens only with further steps or properties is no fault.
 SeenImports SeenIn(const Coverage& coverage) {
     SeenImports seen;
     for (const CoveredBoot& boot : coverage.boots()) {
@@ -225,7 +225,8 @@ class ImportChecker {
         }
     }
 
-    // Whether the text refers to the switch key that is in force whenever the file is read.
+    // Returns whether the text refers to the switch key whose directory holds the file, so that the
+    // key is in force whenever the file is read.
     static bool RefersToOwnKey(const std::string& path, std::string_view text) {
         if (!IsOfSwitchKey(path)) return false;
         const std::string leaf = android::base::Basename(android::base::Dirname(path));
@@ -255,14 +256,16 @@ class ImportChecker {
         return texts[0] + " (and " + std::to_string(texts.size() - 1) + " more like it)";
     }
 
-    // Returns why the path is no file, or nothing if it is one, or a link, which is told of.
+    // Returns why the path is no file, or "" if it is a file, or a link, on which another rule
+    // reports.
     std::string WhyMissing(const std::string& path) const {
         Place place;
         if (!tree_.Find(path, false, &place)) return QuotedShort(path) + ": " + strerror(errno);
         return place.is_file() || place.is_link() ? "" : QuotedShort(path) + " is no file";
     }
 
-    // What no boot can show: where a plain name leads, and one that takes what comes from outside.
+    // Checks what no boot can show: names without references, and names that depend on what is set
+    // outside the device's files.
     void CheckTargets(const PropertyFile& file, const PropertyLine& line,
                       const Expansions& expansions, const Seen* seen) {
         if (seen != nullptr && seen->leads_to_file && expansions.paths.size() < 2) return;
@@ -286,7 +289,7 @@ class ImportChecker {
     void CheckSeen(const PropertyFile& file, const PropertyLine& line, const Seen& seen) {
         const std::pair<const std::string, std::vector<const CoveredBoot*>>* worst = nullptr;
         for (const auto& missing : seen.missing) {
-            if (WhyMissing(missing.first).empty()) continue;  // a link, or shown in other boots
+            if (WhyMissing(missing.first).empty()) continue;  // a link, or other boots make it
             if (worst == nullptr || missing.second.size() > worst->second.size()) worst = &missing;
         }
         if (worst == nullptr) return;
@@ -299,13 +302,13 @@ class ImportChecker {
                     " is the first");
     }
 
-    // Checks that what the import refers to can have the value that files give to it.
+    // Checks that the import's references can have the values that files give to them.
     void CheckReferences(const PropertyFile& file, const PropertyLine& line,
                          const std::vector<std::string>& references, const Seen& seen) {
         for (size_t i = 0; i < references.size(); ++i) {
             const std::string& name = references[i];
             const auto given = seen.given.find(name);
-            // What is stored comes in force after step early.
+            // Stored properties take effect after step early.
             const bool may_be_stored =
                     android::base::StartsWith(name, "persist.") && IsLoadedLate(file.path);
             if (given == seen.given.end() || seen.values[i] != std::set<std::string>{""} ||
@@ -360,7 +363,7 @@ class ImportChecker {
     size_t phones_ = 0;
 };
 
-// Checks that a line of some file passes the import's filter.
+// Checks that some line of the imported files passes the import's filter.
 void CheckFilter(const PropertyFile& file, const PropertyLine& line,
                  const std::vector<std::string>& targets, const PropertyFiles& files,
                  Findings* findings) {
@@ -416,7 +419,7 @@ std::set<std::string> CheckCycles(const ImportGraph& graph, Findings* findings) 
     return endless;
 }
 
-// Counts the loads that come of one load of a file.
+// Counts the loads that one load of a file causes.
 class LoadCounter {
   public:
     explicit LoadCounter(const ImportGraph& graph) : graph_(graph) {}
@@ -424,7 +427,7 @@ class LoadCounter {
     struct Worst {
         uint64_t loads = 0;
         std::string file;
-        int line = 1;  // that leads to most loads
+        int line = 1;  // of the import that causes the most loads
     };
 
     // Returns the file that one load of the file at `top` loads most often.
@@ -464,7 +467,7 @@ class LoadCounter {
         return known == graph_.end() ? none : known->second;
     }
 
-    // Of the files that an import may lead to, the one that costs most.
+    // Returns the file, of those to which the import may lead, that causes the most loads.
     const std::string* Chosen(const Import& import) {
         const std::string* chosen = nullptr;
         for (const std::string& file : *import.files) {
@@ -479,7 +482,7 @@ class LoadCounter {
         return import.is_followed() ? Sum(1, Below(*file)) : 1;
     }
 
-    // The loads that come of one of the file's.
+    // Returns the number of loads that one load of the file causes.
     uint64_t Below(const std::string& path) {
         const auto [known, is_new] = below_.try_emplace(path);
         if (!is_new) return known->second;
@@ -488,7 +491,7 @@ class LoadCounter {
         return below_[path] = loads;
     }
 
-    // Returns the files behind `top`, each before those that it leads to.
+    // Returns `top` and the files to which its imports lead, each before those that it imports.
     std::vector<std::string> InOrder(const std::string& top) {
         std::vector<std::string> order;
         std::set<std::string> done;

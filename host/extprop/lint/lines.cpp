@@ -1,4 +1,4 @@
-// What is wrong with single lines, and with lines of one file together.
+// Rules on single lines, and on the lines of one file together.
 
 #include <ctype.h>
 
@@ -25,12 +25,12 @@ constexpr const Rule& kImportEquals = RuleNamed("import-equals");
 constexpr const Rule& kCommentInValue = RuleNamed("comment-in-value");
 constexpr const Rule& kQuotedValue = RuleNamed("quoted-value");
 
-// Whether the library takes the text for a value that may be of any length.
+// Returns whether the library accepts the text as a value where any length is allowed.
 bool IsText(std::string_view text) {
     return IsLegalPropertyValue("ro.", std::string(text)).ok();
 }
 
-// A line end that comments have too, so the loader's lines are not enough.
+// Checks all lines of the file, also comments, which the loader's lines do not have.
 void CheckCarriageReturns(const PropertyFile& file, Findings* findings) {
     int line_ends = 0;
     int first = 0;
@@ -53,7 +53,7 @@ void CheckCarriageReturns(const PropertyFile& file, Findings* findings) {
                     "the file does");
 }
 
-// Whether init will be given the line's name as a property's.
+// Returns whether the line's name will be given to init as a property's.
 bool NamesProperty(const PropertyFile& file, const std::string& name) {
     switch (file.use) {
         case FileUse::kProperties:
@@ -69,12 +69,12 @@ bool NamesProperty(const PropertyFile& file, const std::string& name) {
     return false;
 }
 
-// Whether something that looks like a comment stands behind other text.
+// Returns whether something that looks like a comment follows other text.
 bool EndsInComment(std::string_view value) {
     for (size_t at = 1; (at = value.find('#', at)) != std::string_view::npos; ++at) {
         const bool begins = isspace(static_cast<unsigned char>(value[at - 1])) != 0;
         const bool is_last = at + 1 == value.size();
-        // A number may be meant.
+        // "#" and a digit may be meant as a number.
         if (begins && (is_last || isdigit(static_cast<unsigned char>(value[at + 1])) == 0)) {
             return true;
         }
@@ -82,7 +82,7 @@ bool EndsInComment(std::string_view value) {
     return false;
 }
 
-// What other formats take away and the loader leaves in the value.
+// Checks for what other formats remove from a value and the loader does not.
 void CheckValue(const PropertyFile& file, const PropertyLine& line, Findings* findings) {
     const std::string_view value = line.value;
     const bool is_quoted = value.size() > 1 && value.front() == value.back() &&

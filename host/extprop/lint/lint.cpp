@@ -36,7 +36,7 @@ constexpr const Rule& kNotAFile = RuleNamed("not-a-file");
 constexpr const Rule& kNoDevice = RuleNamed("no-device");
 constexpr const Rule& kBinary = RuleNamed("binary");
 
-// Gives the process's properties back when the rules are done with them.
+// Restores the process's properties, which the rules replace.
 class PropertiesKept {
   public:
     PropertiesKept() : properties_(platform::AllProperties()) {}
@@ -47,8 +47,8 @@ class PropertiesKept {
     platform::PropertyMap properties_;
 };
 
-// Boots the phones that the device can become, and checks what they read. Returns nothing if they
-// cannot be booted.
+// Boots the phones that the device can become and checks that they read its files. If they cannot
+// be booted, adds a finding and returns nothing.
 std::optional<Coverage> CoverageOf(const std::shared_ptr<sandbox::DeviceFiles>& files,
                                    Findings* findings) {
     constexpr std::chrono::seconds kLimit(30);
@@ -123,7 +123,7 @@ void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, Pr
         return;
     }
     file.was_read = true;
-    // A look-up of single names knows no imports, as a load with a filter knows none.
+    // A look-up of single names skips imports, as a load with a filter does.
     file.lines = PropertyLines(file.content, use == FileUse::kDeviceName);
     files->held += file.content.size() + file.lines.capacity() * sizeof(PropertyLine);
 }

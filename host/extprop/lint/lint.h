@@ -1,4 +1,4 @@
-// Finds what in a device directory would hurt on the phone.
+// Finds faults in a device directory that would show on the phone.
 
 #pragma once
 
@@ -12,7 +12,7 @@
 namespace extprop {
 
 enum class Severity {
-    kWarning,  // hurts on some phones, or may be meant
+    kWarning,  // does harm on some phones, or may be meant
     kError,    // something is certainly lost or broken
 };
 
@@ -29,15 +29,15 @@ struct Finding {
     Severity severity;
     std::string identifier;  // docs/lint.md lists them
     std::string message;
-    std::optional<sandbox::ImagePlace> image = {};  // the file is in it, and cannot be opened
+    std::optional<sandbox::ImagePlace> image = {};  // that holds the file, if one does
     std::string path = {};               // of the file on the device; empty for the device itself
-    bool is_of_line = false;             // rather than of the file as a whole
+    bool is_of_line = false;             // false: of the file as a whole
     std::string text = {};               // of the line, without the white space around it
-    std::string fingerprint = {};        // of this finding, wherever its line moves to
-    std::vector<LinePlace> others = {};  // further lines that it is found in for the same reason
+    std::string fingerprint = {};        // of this finding, even if its line moves
+    std::vector<LinePlace> others = {};  // further lines with the same finding
 };
 
-// What stands in a baseline for a finding.
+// A baseline's entry for a finding.
 struct KnownFinding {
     std::string fingerprint;
     std::string identifier;
@@ -49,20 +49,20 @@ struct KnownFinding {
 struct LintReport {
     std::vector<Finding> findings;
     std::vector<std::string> notes;
-    size_t known = 0;                 // findings that stand in the baseline
-    std::vector<KnownFinding> fixed;  // what stands there and is found no more
+    size_t known = 0;                 // findings that are in the baseline
+    std::vector<KnownFinding> fixed;  // its entries that are no longer found
 };
 
-// Looks at the property files of the device directory, at whatever they import, and at its logos.
-// Returns the findings in the order of files and lines, each line's by itself, and makes `*notes`
-// what else the user should know. Throws InputError if the directory cannot be used.
+// Checks the property files of the device directory, all that they import, and its logos. Returns
+// the findings in the order of files and lines, one for each line. Puts what else the user should
+// know into `*notes`. Throws InputError if the directory cannot be used.
 std::vector<Finding> Lint(const std::string& device, const sandbox::Options& options = {},
                           std::vector<std::string>* notes = nullptr);
 
-// Makes those findings one that repeat for the same reason; the first of them stands for all.
+// Returns the findings with those that have the same reason combined into the first of them.
 std::vector<Finding> Grouped(const std::vector<Finding>& findings);
 
-// Returns digits that are the same for the same texts on every machine.
+// Returns a hash in hexadecimal digits, which is the same for the same texts on every machine.
 std::string Fingerprint(const std::vector<std::string_view>& texts);
 
 // Returns "error" or "warning".

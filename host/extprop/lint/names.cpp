@@ -1,5 +1,5 @@
-// Names that the library looks for and nobody has, and names that nobody looks for: misspelt files,
-// and keys, regions and brands without anything that belongs to them.
+// Rules on names: misspelt names of files, and keys, regions and brands for which the device has
+// nothing.
 
 #include <strings.h>
 
@@ -34,8 +34,8 @@ constexpr const Rule& kMisplacedMarketName = RuleNamed("misplaced-market-name");
 constexpr char kMarketNames[] = "devicename.cfg";
 constexpr size_t kNearName = 2;
 
-// A file whose name, or a directory's on the way, is nearly one that the library reads. Property
-// files by their suffix are looked at elsewhere.
+// Finds files whose path is nearly one that the library reads, by the name of the file or of a
+// directory. Other rules check property files.
 class MisspeltFiles {
   public:
     MisspeltFiles(const std::vector<Place>& places, const Coverage* coverage, Findings* findings)
@@ -77,7 +77,7 @@ class MisspeltFiles {
     Findings* findings_;
 };
 
-// Returns the line that a look-up of the name takes, or null.
+// Returns the line that a look-up of the name finds, or null.
 const PropertyLine* LookedUp(const PropertyFiles& files, const std::string& path,
                              const std::string& name) {
     const auto file = files.find(path);
@@ -124,7 +124,7 @@ void CheckRegion(const PropertyFiles& files, const VariantSpace& space, Findings
                           WhichThereAre(value, {regions.begin(), regions.end()}));
 }
 
-// Whether an import of some file takes the property, so that a key needs no directory.
+// Returns whether some file's import refers to the property, so that a key needs no directory.
 bool IsReferred(const PropertyFiles& files, const std::string& property) {
     for (const auto& [path, file] : files) {
         for (const PropertyLine& line : file.lines) {

@@ -12,12 +12,12 @@ namespace extprop {
 struct Rule {
     const char* identifier;
     Severity severity;
-    const char* finds;  // these three in Markdown
+    const char* finds;  // these three are Markdown
     const char* why;
     const char* mend;
-    // Files of a device: a line for each path, and below it its lines, four blanks before each.
-    // "/" after a path is a directory, " -> " a link; ", 2 MiB" is a size. "\0", "\r" and "\xfc"
-    // stand for such bytes.
+    // Files of a device: a line for each path, followed by the file's lines, each after four
+    // blanks. A path with "/" at its end is a directory, " -> " makes a link, and ", 2 MiB" gives a
+    // size. "\0", "\r" and "\xfc" stand for these bytes.
     const char* bad;   // where the rule finds something
     const char* good;  // where no rule finds anything
 };
@@ -454,7 +454,7 @@ inline constexpr Rule kRules[] = {
          R"(/phone/odm/build.prop)", R"(/odm/build.prop)"},
 };
 
-// Returns the rule of the table. A name that is not there does not compile as a constant.
+// Returns the rule from the table. In a constant an unknown name does not compile.
 constexpr const Rule& RuleNamed(std::string_view identifier) {
     for (const Rule& rule : kRules) {
         if (identifier == rule.identifier) return rule;
@@ -462,8 +462,8 @@ constexpr const Rule& RuleNamed(std::string_view identifier) {
     throw "no such rule";
 }
 
-// Returns all that is known of the rule, for people and in Markdown; the section has a heading and
-// the severity besides.
+// Return all of the rule's texts, for people and in Markdown; the section also has a heading and
+// the severity.
 std::string RuleText(const Rule& rule);
 std::string RuleSection(const Rule& rule);
 

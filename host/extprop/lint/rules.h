@@ -1,4 +1,4 @@
-// The rules of lint, each applied to the files that it is about.
+// The rules of lint, applied to the files that they concern.
 
 #pragma once
 
@@ -26,29 +26,29 @@ struct PropertyFile {
     FileUse use;
     std::string content;
     bool was_read = false;
-    std::vector<PropertyLine> lines;  // of `content`, so a file is never copied
+    std::vector<PropertyLine> lines;  // they point into `content`, so the struct cannot be copied
 };
 
-// By path.
+// The property files by path.
 struct PropertyFiles : std::map<std::string, PropertyFile> {
     size_t held = 0;  // of contents and lines, in bytes
 };
 
-// What has been found so far.
+// Collects the findings.
 class Findings {
   public:
     // `device` is the directory of the files, as the user named it.
     Findings(std::string device, const sandbox::DeviceFiles& files)
             : device_(std::move(device)), files_(files) {}
 
-    // Adds what is found in a line; without one, of the file or directory as a whole. More than the
-    // limit are not kept.
+    // Adds a finding in a line, or without one in the file or directory as a whole. Findings above
+    // the limit are dropped.
     void Add(const Rule& rule, const std::string& path, int line, const std::string& message);
     void Add(const Rule& rule, const std::string& path, const std::string& message) {
         Add(rule, path, 0, message);
     }
 
-    // Takes those back of which `allows` says so.
+    // Removes the findings for which `allows` returns true.
     void Remove(const std::function<bool(const Finding&)>& allows);
 
     bool Has(const Rule& rule) const;
@@ -57,8 +57,8 @@ class Findings {
     // Returns the path as it can be opened from the current directory.
     std::string Named(const std::string& path) const { return device_ + path; }
 
-    // The findings, in the order of files and lines, with the texts of these and fingerprints;
-    // one says so if there were more.
+    // Returns the findings in the order of files and lines, with the lines' texts and fingerprints.
+    // If some were dropped, one more finding says so.
     std::vector<Finding> Take(const PropertyFiles& files);
 
   private:
@@ -68,17 +68,17 @@ class Findings {
     bool has_more_ = false;
 };
 
-// Adds the property file at `place` to `*files` unless it is there. One that cannot be read is
-// empty there, and a finding says why.
+// Adds the property file at `place` to `*files`, unless it is there already. A file that cannot be
+// read is added as empty, with a finding that gives the reason.
 void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,
                      Findings* findings);
 
-// Adds to `*files` what they import, and checks each import. Without coverage it is not checked
-// where those with references lead.
+// Adds to `*files` what they import, and checks each import. Without coverage, imports with
+// references are not checked for where they lead.
 void CheckImports(const DeviceTree& tree, const Coverage* coverage, PropertyFiles* files,
                   Findings* findings);
 
-// Checks each line by itself and with the others of its file.
+// Checks each line by itself and together with the others of its file.
 void CheckLines(const PropertyFile& file, Findings* findings);
 
 // Checks a devicename.cfg file.
@@ -90,16 +90,15 @@ void CheckKeyDirectories(const std::vector<Place>& places, Findings* findings);
 // Checks that something reads what lies on the library's partitions.
 void CheckDeadPlaces(const std::vector<DeadPlace>& places, Findings* findings);
 
-// Checks that a key file has the line that it is there for.
+// Checks that a key file has the line that the library takes from it.
 void CheckKeyFile(const PropertyFile& file, Findings* findings);
 
-// Checks the names of files, keys, regions and brands. Without coverage it is not known which there
-// are.
+// Checks the names of files, and with coverage those of keys, regions and brands.
 void CheckNames(const std::vector<Place>& places, const Coverage* coverage,
                 const PropertyFiles& files, Findings* findings);
 
-// Takes back what comments in the files allow, and finds the comments that allow nothing. Throws
-// InputError for those that cannot be understood.
+// Removes the findings that comments in the files allow, and adds findings for comments that allow
+// nothing. Throws InputError for comments that it cannot parse.
 void ApplyAllowances(const PropertyFiles& files, Findings* findings);
 
 // Checks that the boot logos fit into the splash partition, if the device has one.

@@ -28,10 +28,10 @@ std::string WithoutLine(const std::string& place) {
 
 struct ExpectedVariants {
     std::vector<Variant> variants;
-    std::vector<std::pair<int, std::string>> missing;  // axes and values that the device has not
+    std::vector<std::pair<int, std::string>> missing;  // axes and values not on the device
 };
 
-// Returns what the expectation is about.
+// Returns the variants that the expectation concerns.
 ExpectedVariants VariantsOf(const Expectation& expectation, const VariantSpace& space) {
     if (expectation.all_variants) return {ChosenVariants(space, {}), {}};
     std::set<Variant, VariantOrder> variants;
@@ -68,7 +68,7 @@ ExpectedVariants VariantsOf(const Expectation& expectation, const VariantSpace& 
     return expected;
 }
 
-// Whether the selection is of what the phone is.
+// Returns whether the selection includes the phone's variant.
 bool Selects(const VariantSelection& selection, const PhoneVariant& phone) {
     for (int axis = 0; axis < kAxisCount; ++axis) {
         const bool is_missing =
@@ -87,8 +87,8 @@ bool Selects(const VariantSelection& selection, const PhoneVariant& phone) {
     return true;
 }
 
-// Whether the expectation is about the variant that the phone is. One about all variants is about
-// those that differ in several axes too.
+// Returns whether the expectation concerns the phone's variant. One on all variants also concerns a
+// phone that differs in several axes.
 bool IsAbout(const Expectation& expectation, const PhoneVariant& phone) {
     return expectation.all_variants ||
            std::any_of(
@@ -96,7 +96,7 @@ bool IsAbout(const Expectation& expectation, const PhoneVariant& phone) {
                    [&](const VariantSelection& selection) { return Selects(selection, phone); });
 }
 
-// Whether both have the property, and the same value.
+// Returns whether both have the property with the same value.
 bool HaveSame(const PropertyMap& a, const PropertyMap& b, const std::string& name) {
     const auto one = a.find(name);
     const auto other = b.find(name);
@@ -110,7 +110,7 @@ bool Meets(const std::optional<std::string>& value, const Expected& expected) {
         case Expected::kMatches:
             return value && re2::RE2::FullMatch(*value, *expected.pattern);
         case Expected::kSet:
-        case Expected::kFrom:  // which the origin tells
+        case Expected::kFrom:  // the origin is checked later
             return value.has_value();
         case Expected::kUnset:
             return !value;
@@ -206,7 +206,7 @@ void Checker::Add(size_t number, const Outcome& outcome) {
                                      ", take too long, which is limited");
                 }
             }
-            // Where a phone's value comes from is known if the device has the same.
+            // The origin of a phone's value is known only if the device has the same value.
             const bool has_origin = HaveSame(device, properties, name);
             const bool has_to_come = expected.kind == Expected::kFrom;
             if (!Meets(unmet.value, expected) || (has_to_come && !has_origin)) {
@@ -219,7 +219,7 @@ void Checker::Add(size_t number, const Outcome& outcome) {
         }
         for (const auto& [name, value] : properties) {
             if (!expectation->complete || named.count(name) != 0) continue;
-            if (device.count(name) == 0) continue;  // a phone's that is not the library's
+            if (device.count(name) == 0) continue;  // the phone's, not the library's
             ++checked_;
             unmet.property = name;
             unmet.expected = "none, since the expectations do not name it";
@@ -231,7 +231,7 @@ void Checker::Add(size_t number, const Outcome& outcome) {
 }
 
 void Checker::Keep(const std::string& text) {
-    constexpr size_t kBesides = 512;  // about what a case or an unmet expectation takes besides
+    constexpr size_t kBesides = 512;  // of a case or unmet expectation besides its texts, roughly
     kept_ += kBesides + expectations_.file.size() + text.size();
     if (kept_ <= limits::kChecked) return;
     throw InputError(expectations_.file + ": what is to be told of it has more than " +
@@ -243,7 +243,7 @@ void Checker::AddUnmet(const UnmetExpectation& unmet, CheckedCase* checked) {
     checked->unmet.push_back(unmet);
 }
 
-// Finds where the values come from that are not, or may not be, as expected.
+// Finds the origins of values that are not as expected, and of those expected from a file.
 void Checker::FindOrigins() {
     std::vector<TraceRequest> requests;
     std::vector<size_t> numbers;
@@ -266,7 +266,8 @@ void Checker::FindOrigins() {
     });
 }
 
-// What no boot has met may be about a file that the device does not have.
+// Throws InputError if an expectation that no boot has met is on a file that the device does not
+// have.
 void Checker::CheckFiles() const {
     const DeviceTree tree(matrix_->root().view());
     std::vector<std::string> errors;
@@ -294,7 +295,7 @@ Survey Checker::SurveyOf(const std::optional<std::set<std::string>>& names) cons
             [&](const std::string& name) { return !names || names->count(name) != 0; }, kLimit);
 }
 
-// Returns what is to be said of properties that are expected to be unset, and that nothing sets.
+// Returns notes on properties that are expected to be unset and that nothing sets.
 std::vector<std::string> Checker::FindNeverSet() const {
     std::map<std::string, int> unseen;
     for (const Expectation& expectation : expectations_.expectations) {

@@ -1,4 +1,4 @@
-// Holds the variants of a device against what is expected of them.
+// Compares the variants of a device with the expectations.
 
 #pragma once
 
@@ -18,7 +18,7 @@ namespace extprop {
 struct UnmetExpectation {
     std::string file;
     int line = 0;
-    std::string expectation;  // its name, if it has one
+    std::string expectation;  // the expectation's name, if it has one
     Variant variant;
     std::string property;  // empty if the boot failed or the device has no such variant
     std::string expected;
@@ -34,17 +34,17 @@ struct CheckedCase {
     std::string expectation;
     Variant variant;
     std::vector<UnmetExpectation> unmet;
-    double seconds = 0;  // of the boot, in the first of the cases that it was for
+    double seconds = 0;  // of the boot, counted in its first case only
 };
 
-// A phone whose own values are held against what is expected of the variant that it is.
+// A phone whose own values are compared with the expectations on its variant.
 struct CheckedPhone {
     const PropertyMap& properties;
     PhoneVariant is;
 };
 
 struct CheckResult {
-    std::optional<std::string> phone;  // whose values were checked, as it was named
+    std::optional<std::string> phone;  // whose values were checked: the name that the user gave
     size_t variants = 0;               // booted
     size_t checked = 0;                // properties in variants
     std::vector<CheckedCase> cases;
@@ -53,28 +53,28 @@ struct CheckResult {
 
 class Checker {
   public:
-    // All have to outlive this. Without a phone the device's own values are checked. Throws
-    // InputError, as Add does, if there is too much to tell.
+    // All arguments must outlive this. Without a phone the device's own values are checked. Throws
+    // InputError, as Add does, if there is more to report than the limit.
     Checker(const Expectations& expectations, Matrix* matrix, const CheckedPhone* phone = nullptr);
 
-    // What the expectations are about, to be booted.
+    // Returns the variants that the expectations concern, which are to be booted.
     const std::vector<Variant>& variants() const { return variants_; }
 
-    // Holds the outcome of that one of them against what is expected.
+    // Compares the outcome of the variant with this index in variants() with the expectations.
     void Add(size_t number, const Outcome& outcome);
 
-    // Boots for the origins that are to be told or are expected, and adds what came of it all to
-    // `*result`. Throws InputError if a value is expected from a file that there is not.
+    // Boots again for the origins that are reported or expected, and adds all results to `*result`.
+    // Throws InputError if a value is expected from a file that does not exist.
     void Finish(CheckResult* result);
 
   private:
     struct FromFile {
-        size_t place;  // of its case
+        size_t place;  // the index of its case
         UnmetExpectation unmet;
         const Expected* expected;
     };
 
-    // Counts the bytes of what is to be told. Throws InputError if they are too many.
+    // Counts the bytes of what will be reported. Throws InputError above the limit.
     void Keep(const std::string& text);
     void AddUnmet(const UnmetExpectation& unmet, CheckedCase* checked);
     void FindOrigins();
@@ -88,11 +88,11 @@ class Checker {
     std::map<Variant, std::vector<const Expectation*>, VariantOrder> asked_;
     std::vector<Variant> variants_;
     std::vector<std::vector<CheckedCase>> cases_;  // by variant
-    std::vector<CheckedCase> missing_;             // of values that the device has not
+    std::vector<CheckedCase> missing_;  // of values of axes that the device does not have
     std::map<size_t, std::set<std::string>> traced_;
     std::map<size_t, std::vector<FromFile>> from_;
-    std::set<const Expected*> met_;  // of those about files
-    std::set<std::string> unseen_;   // of those expected to be unset, those that no boot had
+    std::set<const Expected*> met_;  // of expectations on files
+    std::set<std::string> unseen_;   // properties expected to be unset that no boot had
     size_t checked_ = 0;
     size_t kept_ = 0;
     uint64_t matching_ = 0;

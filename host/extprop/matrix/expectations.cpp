@@ -24,7 +24,7 @@ namespace extprop {
 
 namespace {
 
-// The words of the file.
+// The keys of the YAML file.
 constexpr char kSteps[] = "steps";
 constexpr char kExpectations[] = "expectations";
 constexpr char kName[] = "name";
@@ -37,7 +37,7 @@ constexpr char kMatches[] = "matches";
 constexpr char kSet[] = "set";
 constexpr char kFrom[] = "from";
 
-// A file that begins with this was not written by anybody.
+// The comment at the beginning of a recorded file.
 constexpr char kRecorded[] =
         "What the device did when this was recorded; check it with extprop check.";
 
@@ -50,7 +50,7 @@ struct TooMuch : std::runtime_error {
     YAML::Mark mark;
 };
 
-// Returns about how many nodes the text is: there are no more, as each has one of these beside it.
+// Returns an upper limit of the number of nodes: each node has one of these characters beside it.
 size_t NodesAtMost(std::string_view text) {
     size_t nodes = 1;
     for (size_t at = 0; at < text.size(); ++at) {
@@ -61,8 +61,8 @@ size_t NodesAtMost(std::string_view text) {
     return nodes;
 }
 
-// Looks for a second document. The parser begins one, too, at each mark that belongs to none, and
-// never leaves it: what loads all documents of such a text has no end.
+// Looks for a second document. At a character that belongs to no document the parser begins one,
+// too, and never gets past it, so loading all documents of such a text would not end.
 class SecondDocument : public YAML::EventHandler {
   public:
     std::optional<YAML::Mark> mark;
@@ -86,7 +86,7 @@ class SecondDocument : public YAML::EventHandler {
     int documents_ = 0;
 };
 
-// Returns the first tab that indents one of the lines up to this one, from 0.
+// Returns the first tab in the indentation of the lines up to `last`, counted from 0.
 std::optional<YAML::Mark> FindTab(const std::string& content, int last) {
     YAML::Mark mark;
     for (const std::string& line : android::base::Split(content, "\n")) {
@@ -99,13 +99,13 @@ std::optional<YAML::Mark> FindTab(const std::string& content, int last) {
     return std::nullopt;
 }
 
-// Reads one file and keeps every error, so that all are told at once.
+// Reads one file and collects the errors, so that all are reported together.
 class Parser {
   public:
     explicit Parser(const std::string& path) { expectations_.file = path; }
 
     Expectations Parse(const std::string& content) {
-        // A node takes much more than its text.
+        // A node takes much more memory than its text.
         if (NodesAtMost(content) > limits::kYamlNodes) {
             throw InputError(expectations_.file + ": there are more than " +
                              std::to_string(limits::kYamlNodes) + " nodes, which is the limit");
@@ -133,7 +133,7 @@ class Parser {
   private:
     void Error(const YAML::Mark& mark, const std::string& text) {
         if (errors_.size() == limits::kErrors) return;
-        // What is not there has no place.
+        // A missing node has no line and column: -1.
         errors_.push_back(expectations_.file + ":" + std::to_string(std::max(mark.line, 0) + 1) +
                           ":" + std::to_string(std::max(mark.column, 0) + 1) + ": " + text);
     }
@@ -142,7 +142,7 @@ class Parser {
         if (++read_ > limits::kYamlNodes) throw TooMuch(mark, limits::kYamlNodes, "nodes");
     }
 
-    // Calls `read` for each key of the mapping that is one of those known, and tells of the others.
+    // Calls `read` for each known key of the mapping, and reports the others as errors.
     template <typename Read>
     void ForEachKey(const YAML::Node& node, const char* what, const std::vector<const char*>& known,
                     const Read& read) {
@@ -197,7 +197,7 @@ class Parser {
         return false;
     }
 
-    // Reads one text or a list of them.
+    // Reads a text or a list of texts.
     std::vector<std::string> ReadTexts(const YAML::Node& node, const char* what) {
         std::vector<std::string> texts;
         if (!node.IsSequence()) {
@@ -356,7 +356,7 @@ class Parser {
 
     Expectations expectations_;
     std::vector<std::string> errors_;
-    size_t read_ = 0;  // nodes, each as often as an alias leads to it
+    size_t read_ = 0;  // nodes, counted again for each alias
     std::map<std::string, std::shared_ptr<const re2::RE2>> patterns_;
 };
 
@@ -385,13 +385,13 @@ std::string RecordedExpectations(const Summary& summary, const std::vector<std::
         }
     };
     std::vector<const SummaryProperty*> varying;
-    // Which editors go by.
+    // Editors find the schema by this comment.
     out << YAML::Comment(std::string("yaml-language-server: $schema=") + kDocs +
                          "/schema/expectations.json")
         << YAML::Newline;
     out << YAML::Comment(kRecorded);
     out << YAML::BeginMap;
-    // Steps that go without saying do so here, too: they may be added to.
+    // Default steps are not written, so that steps can be added on the command line.
     if (!steps.empty()) out << YAML::Key << kSteps << YAML::Value << YAML::Flow << steps;
     out << YAML::Key << kExpectations << YAML::Value << YAML::BeginSeq;
     out << YAML::BeginMap << YAML::Key << kName << YAML::Value << "the same in every variant";

@@ -1,4 +1,4 @@
-// What is expected of a device's variants, as a YAML file says it.
+// Reads the expectations on a device's variants from a YAML file.
 
 #pragma once
 
@@ -19,52 +19,52 @@ namespace extprop {
 struct Expected {
     enum Kind {
         kEquals,
-        kMatches,  // a regular expression, the whole value
+        kMatches,  // a regular expression matches the whole value
         kSet,
         kUnset,
-        kFrom,  // a file of the device, or a line of it: "/odm/build.prop:3"
+        kFrom,  // from a file of the device, or a line of it: "/odm/build.prop:3"
     } kind = kEquals;
     std::string text;
-    std::shared_ptr<const re2::RE2> pattern = nullptr;  // that the text is, of kMatches
+    std::shared_ptr<const re2::RE2> pattern = nullptr;  // for kMatches: the compiled text
     int line = 0;
 };
 
-// The variants that have one of the values of each of the named axes and are as the device is
-// otherwise.
+// The variants with one of these values on each of the named axes, and no value on the others.
 struct VariantSelection {
-    std::array<std::vector<std::string>, kAxisCount> values;  // kAnyValue: all that there are
+    std::array<std::vector<std::string>, kAxisCount> values;  // kAnyValue: all values
 };
 inline constexpr char kAnyValue[] = "*";
 
 struct Expectation {
     std::string name;
     int line = 0;
-    bool all_variants = true;  // each axis by itself; otherwise the selections
+    bool all_variants = true;  // each value of each axis by itself; false: the selections
     std::vector<VariantSelection> selections;
-    bool complete = false;  // what no expectation for the variant names has to be unset
+    bool complete = false;  // properties that no expectation on the variant names must be unset
     std::vector<std::pair<std::string, Expected>> properties;
 };
 
 struct Expectations {
     std::string file;
-    std::vector<std::string> steps;  // none: those that go without saying
+    std::vector<std::string> steps;  // none: the default steps
     std::vector<Expectation> expectations;
 };
 
-// Reads the file. Throws InputError with a line for every error, each with line and column.
-// `device` is the directory that is checked.
+// Reads the file. `device` is the directory that is checked. Throws InputError that has, for every
+// error, a text with line and column.
 Expectations ReadExpectations(const std::string& path, const std::string& device);
 
-// The same of a content; `path` names it in errors.
+// Parses the content of such a file; `path` is its name in errors.
 Expectations ParseExpectations(const std::string& content, const std::string& path);
 
-// Returns a file that expects exactly what the summary, of all properties, has.
+// Returns the content of a file that expects exactly the values in the summary, which must be of
+// all properties.
 std::string RecordedExpectations(const Summary& summary, const std::vector<std::string>& steps);
 
-// Whether the content is of such a file.
+// Returns whether the content is that of a recorded file.
 bool WasRecorded(const std::string& content);
 
-// Such as "'1'" or "a value that matches '[0-9]+'".
+// Returns text such as "'1'" or "a value that matches '[0-9]+'".
 std::string ExpectedText(const Expected& expected);
 
 }  // namespace extprop

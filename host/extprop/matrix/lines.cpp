@@ -19,10 +19,10 @@ namespace {
 
 constexpr char kSummary[] = "summary";
 
-// About what the document of an origin takes in memory, without its texts.
+// What the document of an origin takes in memory besides its texts, roughly, in bytes.
 constexpr size_t kOriginSize = 2048;
 
-// Reads up to the end of a line. Returns false if there is none.
+// Reads a line. Returns false at the end of the file.
 bool ReadLine(std::streambuf* in, std::string* line) {
     constexpr int kEnd = std::streambuf::traits_type::eof();
     line->clear();
@@ -50,7 +50,7 @@ LineWriter::LineWriter(const PropertyMap& base) {
 }
 
 std::string LineWriter::Line(const Variant& variant, const Outcome& outcome) const {
-    // What there is besides the properties, which go in between.
+    // The line without properties, which are inserted there.
     constexpr std::string_view kNone = "\"properties\":{}";
     std::string line = JsonLine(Write(VariantLine{variant, {}, outcome.failure}));
     const size_t begin = line.find(kNone) + kNone.size() - 1;
@@ -166,7 +166,7 @@ void LineMerger::Keep(size_t size) {
                      " bytes of words and origins");
 }
 
-// Parts that nobody misses would pass for the whole.
+// Throws InputError if a part is missing: the rest must not pass for all variants.
 void LineMerger::CheckShards() const {
     for (const auto& [count, numbers] : shards_) {
         for (size_t number = 1; number <= count; ++number) {

@@ -1,4 +1,4 @@
-// Variants as lines of JSON, which can be put together again.
+// Writes variants as lines of JSON, and merges such lines.
 
 #pragma once
 
@@ -15,37 +15,37 @@ struct VariantLine {
     std::optional<BootFailure> failure;
 };
 
-// Makes the lines of outcomes that are told against the same properties.
+// Makes the lines of outcomes that are differences from the same properties.
 class LineWriter {
   public:
     explicit LineWriter(const PropertyMap& base);
 
-    // Returns the line, with its end.
+    // Returns the line, with its line end.
     std::string Line(const Variant& variant, const Outcome& outcome) const;
 
   private:
-    std::vector<std::pair<std::string, std::string>> base_;  // each property and how it is printed
-    size_t size_ = 0;                                        // of all that is printed
+    std::vector<std::pair<std::string, std::string>> base_;  // each property's name and its JSON
+    size_t size_ = 0;                                        // of all that JSON, in bytes
 };
 
 // Returns the document of a summary.
 nlohmann::json SummaryDocument(const Summary& summary);
 
-// Returns the line of the summary, with its end.
+// Returns the summary's line, with its line end.
 std::string SummaryLine(const Summary& summary);
 
-// Puts lines of runs over one device together, in any order.
+// Merges lines of runs over one device, in any order.
 class LineMerger {
   public:
-    // Reads the file's lines, the summaries among them too. Throws InputError naming the line that
-    // is none, or has a variant that was read before.
+    // Reads the file's lines, also those of summaries. Throws InputError with the number of a line
+    // that is not one of these, or has a variant that was read before.
     void Read(const std::string& path);
 
-    // Takes one line so, without its end.
+    // Reads one line, without its line end, in the same way.
     void Add(const std::string& line);
 
-    // Returns the summary that one run over all variants would have. Origins and words are those
-    // of the summaries. Throws InputError if a part is missing.
+    // Returns the summary of one run over all variants. Origins and words are taken from the
+    // summaries that were read. Throws InputError if a part of the variants is missing.
     Summary Summarize(const std::vector<std::string>& patterns) const;
 
   private:
@@ -57,15 +57,15 @@ class LineMerger {
     void CheckShards() const;
     void Keep(size_t size);
 
-    size_t kept_ = 0;  // bytes, of words and origins
+    size_t kept_ = 0;  // size of words and origins, in bytes
     std::optional<Collector> collector_;
     PropertyMap base_;
     std::set<Variant, VariantOrder> read_;
     std::string device_;
     std::vector<DeadPlace> dead_;
-    std::map<size_t, std::set<size_t>> shards_;  // the numbers of each count
+    std::map<size_t, std::set<size_t>> shards_;  // parts read, by the number of all
     std::map<Variant, std::vector<std::string>, VariantOrder> words_;
-    // By name and value: in the first variant of those whose summary tells it.
+    // By name and value: the origin in the first variant whose summary has it.
     std::map<std::pair<std::string, std::string>, OriginOfValue> origins_;
 };
 

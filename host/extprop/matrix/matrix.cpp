@@ -40,7 +40,7 @@ BootOptions Matrix::OptionsFor(const Variant& variant, Detail detail) const {
     return options;
 }
 
-// Boots in silence. A boot that fails is repeated for what can be told of it.
+// Boots without events. A boot that fails is repeated with events, for the report.
 Report Matrix::BootAlone(const Variant& variant) {
     device_.Reset(OptionsFor(variant, Detail::kNothing));
     Report report = device_.Boot();
@@ -54,7 +54,7 @@ Report Matrix::BootAlone(const Variant& variant) {
 Outcome Matrix::BootVariant(const Variant& variant) {
     BootOptions options = OptionsFor(variant, Detail::kNothing);
     const auto& steps = options.plan.steps;
-    // The properties in between count, too, where the boot is not the only one.
+    // With reboots, the properties before each reboot are needed, too.
     if (std::any_of(steps.begin(), steps.end(), std::mem_fn(&Step::is_reboot))) {
         return Against(base_.properties, BootAlone(variant));
     }
@@ -66,7 +66,7 @@ Outcome Matrix::BootVariant(const Variant& variant) {
 }
 
 std::optional<std::vector<DeadPlace>> Matrix::FindDeadPlaces() {
-    device_.Reset(options_);  // what the boot of the device as it is has written is not its own
+    device_.Reset(options_);  // discards what the boot of the device as it is has written
     const Survey survey = SurveyForDeadPlaces(device_.root(), options_.time_limit);
     const Coverage coverage(&device_, options_, survey, jobs_);
     if (coverage.is_stopped()) return std::nullopt;
@@ -75,7 +75,7 @@ std::optional<std::vector<DeadPlace>> Matrix::FindDeadPlaces() {
 
 void Matrix::Boot(const std::vector<Variant>& variants,
                   const std::function<void(size_t, Outcome)>& done) {
-    size_t stopped = 0;  // after a long time each
+    size_t stopped = 0;  // each took long
     ForEachInParallel(
             variants.size(), jobs_,
             [&](size_t number) {

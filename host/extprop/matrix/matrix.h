@@ -1,4 +1,4 @@
-// Boots the variants of one device side by side.
+// Boots the variants of one device in parallel.
 
 #pragma once
 
@@ -18,19 +18,19 @@
 
 namespace extprop {
 
-// What a variant's boot came to, as against that of the device as it is.
+// The result of a variant's boot, as the difference from the boot of the device as it is.
 struct Outcome : PropertyDelta {
-    std::optional<BootFailure> failure;  // the properties are then those before it
-    double seconds = 0;                  // that it took
+    std::optional<BootFailure> failure;  // then the properties are those before it
+    double seconds = 0;                  // duration
 };
 
-// Whose origins are wanted: of these properties, in the boot of this variant.
+// Requests the origins of these properties in the boot of this variant.
 struct TraceRequest {
     Variant variant;
     std::set<std::string> names;
 };
 
-// What is told of a value's origin: its document, with a text besides; null for none.
+// A value's origin: its JSON document, to which a text is added; null for none.
 using OriginDocument = std::shared_ptr<const nlohmann::json>;
 
 class Matrix {
@@ -42,20 +42,20 @@ class Matrix {
     const std::string& device() const { return base_.device; }
     const sandbox::Sandbox& root() const { return device_.root(); }
 
-    // The device as it is.
+    // Returns the report on the device as it is.
     const Report& base() const { return base_; }
 
-    // Boots each variant and tells of it as it is finished.
+    // Boots each variant. Calls `done` with its index and outcome when it has finished.
     void Boot(const std::vector<Variant>& variants,
               const std::function<void(size_t, Outcome)>& done);
 
-    // Boots once for each request and tells of the origins, by name. Properties without a value
-    // have none.
+    // Boots once for each request. Calls `done` with its index and the origins, by name. Properties
+    // without a value have none.
     void Trace(const std::vector<TraceRequest>& requests,
                const std::function<void(size_t, std::map<std::string, OriginDocument>)>& done);
 
-    // Returns what no variant and no step reads; nothing if that cannot be told, as
-    // Coverage::is_stopped() says.
+    // Returns what no variant and no step reads; nothing if that is unknown because
+    // Coverage::is_stopped().
     std::optional<std::vector<DeadPlace>> FindDeadPlaces();
 
   private:

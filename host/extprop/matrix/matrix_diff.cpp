@@ -14,8 +14,8 @@ VariantIndices IndicesOf(const Summary& summary) {
     return indices;
 }
 
-// Returns those of the summary that the other has not, and adds those among them that failed to
-// `*failed`.
+// Returns the summary's variants that the other does not have, and adds those of them that failed
+// to `*failed`.
 std::vector<Variant> Only(const Summary& summary, const VariantIndices& other,
                           std::vector<SummaryVariant>* failed) {
     std::vector<Variant> only;

@@ -31,11 +31,11 @@ void Collector::Add(const Variant& variant, Outcome outcome) {
 
 void Collector::AddOther(const std::string& name, std::optional<std::string> value,
                          size_t variant) {
-    constexpr size_t kNodes = 256;  // about what a new name and value take besides
+    constexpr size_t kNodes = 256;  // of a new name and value besides their texts, roughly
     const size_t size = name.size() + (value ? value->size() : 0);
     std::vector<size_t>& variants = others_[name][std::move(value)];
     if (variants.empty()) size_ += size + kNodes;
-    size_ += 2 * sizeof(variant);  // as a summary has it once more
+    size_ += 2 * sizeof(variant);  // a summary has it once more
     variants.push_back(variant);
 }
 
@@ -63,7 +63,7 @@ Summary Collector::Summarize(const std::vector<std::string>& patterns) const {
     for (const std::string& name : names) {
         if (!patterns.empty() && !Matches(name, patterns)) continue;
         SummaryProperty property{name, {}};
-        std::vector<size_t> others;  // the variants without the base's value
+        std::vector<size_t> others;  // the variants with another value than the base
         if (auto found = others_.find(name); found != others_.end()) {
             for (const auto& [value, variants] : found->second) {
                 SummaryValue& entry = property.values.emplace_back();
@@ -88,9 +88,9 @@ Summary Collector::Summarize(const std::vector<std::string>& patterns) const {
                       if (a.variants.size() != b.variants.size()) {
                           return a.variants.size() < b.variants.size();
                       }
-                      return a.variants.front() > b.variants.front();  // as it is goes last
+                      return a.variants.front() > b.variants.front();  // the device as it is last
                   });
-        // Rare values in the order of their variants.
+        // All but the most common value, in the order of their variants.
         std::sort(property.values.begin(), property.values.end() - 1,
                   [](const SummaryValue& a, const SummaryValue& b) {
                       return a.variants.front() < b.variants.front();
@@ -162,7 +162,7 @@ std::string VariantsNamer::Text(const std::vector<size_t>& variants) const {
                                       [&](size_t variant) { return wanted[variant]; });
         if (fits) fitting.push_back(&group);
     }
-    // The largest first; each has to say something of at least two that no other has said.
+    // The largest group first; each must name at least two variants that no earlier one has named.
     std::stable_sort(fitting.begin(), fitting.end(), [](const Group* a, const Group* b) {
         return a->variants.size() > b->variants.size();
     });

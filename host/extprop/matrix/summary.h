@@ -1,4 +1,4 @@
-// Which values properties have in which variants.
+// Summarizes which values properties have in which variants.
 
 #pragma once
 
@@ -13,7 +13,7 @@ namespace extprop {
 
 struct SummaryValue {
     std::optional<std::string> value;  // none: the property is unset
-    std::vector<size_t> variants;      // in the summary's list, ascending
+    std::vector<size_t> variants;      // indices in Summary::variants, ascending
     OriginDocument origin;             // in the first of these variants
 };
 
@@ -24,11 +24,11 @@ struct SummaryProperty {
 
 struct SummaryVariant {
     Variant variant;
-    std::vector<std::string> words;  // of its boot
+    std::vector<std::string> words;  // of the boot's command line
     std::optional<BootFailure> failure;
 };
 
-// One of the parts that the variants were divided into.
+// One of the parts into which the variants were divided.
 struct Shard {
     size_t number = 1;
     size_t count = 1;
@@ -38,28 +38,28 @@ struct Summary {
     std::string device;
     std::vector<SummaryVariant> variants;  // in VariantOrder
     std::vector<SummaryProperty> properties;
-    std::vector<DeadPlace> dead;  // looked for in a summary of all properties
-    // Of a part: which one, and the properties that have one value in all of its variants, each
-    // with the first of these; others may tell of another value elsewhere.
+    std::vector<DeadPlace> dead;  // only in a summary of all properties
+    // Of a part of the variants: which part, and the properties that have one value in all of its
+    // variants, each with the first variant. In another part they may have another value.
     std::optional<Shard> shard;
     std::vector<SummaryProperty> same;
 };
 
-// Collects outcomes, in any order, in memory that grows with what is different in them only.
+// Collects outcomes, in any order. Memory grows only with the differences between them.
 class Collector {
   public:
-    // The properties that outcomes are told against.
+    // `base` are the properties from which outcomes are differences.
     explicit Collector(PropertyMap base) : base_(std::move(base)) {}
 
-    // Throws InputError if the outcomes differ in more than the limits allow.
+    // Adds an outcome. Throws InputError if the outcomes differ in more than the limits allow.
     void Add(const Variant& variant, Outcome outcome);
 
-    // Returns the summary of the properties whose names match one of the patterns; without one, of
-    // those that are not the same everywhere. Variants that failed have no values.
+    // Returns the summary of the properties whose names match one of the patterns; without
+    // patterns, of those whose value differs between variants. Variants that failed have no values.
     Summary Summarize(const std::vector<std::string>& patterns) const;
 
     // Returns the properties that have one value in all variants of this summary, each with the
-    // first of these.
+    // first variant.
     std::vector<SummaryProperty> SameEverywhere(const Summary& summary) const;
 
   private:
@@ -70,23 +70,24 @@ class Collector {
 
     void AddOther(const std::string& name, std::optional<std::string> value, size_t variant);
 
-    size_t size_ = 0;  // of what is kept, about, in bytes
+    size_t size_ = 0;  // memory used, roughly, in bytes
     PropertyMap base_;
     std::vector<Added> added_;
-    // By name and value, the variants that were added with it; none for unset.
+    // By name and value (nothing for unset), the variants that have this value in place of the
+    // base's.
     std::map<std::string, std::map<std::optional<std::string>, std::vector<size_t>>> others_;
 };
 
-// Returns one request for each variant that some value's origin is taken from.
+// Returns one request for each variant from which some value's origin is taken.
 std::vector<TraceRequest> OriginsToFind(const Summary& summary, std::vector<size_t>* variants);
 
-// Tells which variants of a summary there are, in few words.
+// Names variants of a summary in few words.
 class VariantsNamer {
   public:
     explicit VariantsNamer(const std::vector<SummaryVariant>& all);
 
-    // Returns a short text for the variants, numbers in the list: by a value of one axis where all
-    // variants with it are among them.
+    // Returns a short text for the variants, given by their indices. If all variants with a value
+    // of an axis are among them, the text names that value.
     std::string Text(const std::vector<size_t>& variants) const;
 
   private:
@@ -99,7 +100,8 @@ class VariantsNamer {
     std::vector<Group> groups_;
 };
 
-// Returns the value of the property in each variant; none where it failed or is unset.
+// Returns the property's value in each variant; nothing where the boot failed or the property is
+// unset.
 std::vector<std::optional<std::string>> ValuesByVariant(const SummaryProperty& property,
                                                         size_t variants);
 

@@ -1,4 +1,4 @@
-// The fields of what boots of variants come to.
+// The JSON fields of summaries and outcomes.
 
 #pragma once
 

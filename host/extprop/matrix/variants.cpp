@@ -65,7 +65,7 @@ std::vector<Variant> ChosenVariants(const VariantSpace& space, const Choice& cho
         for (const std::string& value : space.values[axis]) {
             if (IsChosen(axis, value, choice)) values.push_back(value);
         }
-        // In a product every variant so far gets every value; otherwise the first alone does.
+        // In a product every variant so far gets every value; otherwise only the first does.
         const size_t bases = in_product ? variants.size() : 1;
         const bool stays = !in_product || IsChosen(axis, kAsItIs, choice);
         CheckCount(bases, values.size());

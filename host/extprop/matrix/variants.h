@@ -1,4 +1,4 @@
-// Which variants of a device are to be booted, and in which order they are told of.
+// Chooses the variants of a device to boot, and defines their order.
 
 #pragma once
 
@@ -12,30 +12,30 @@
 
 namespace extprop {
 
-// The order in which variants are told of: the device as it is, then those with one value, and so
-// on, in the order of the axes and values.
+// The order in which variants are reported: the device as it is, then those with a value on one
+// axis, on two, and so on; within these by axes and values.
 struct VariantOrder {
     bool operator()(const Variant& a, const Variant& b) const;
 };
 
-// Such as "region=EU sim-first=north", or "as it is".
+// Returns text such as "region=EU sim-first=north", or "as it is".
 std::string VariantText(const Variant& variant);
 
-// Returns the words of a command line that make the variant.
+// Returns the command line's words for the variant.
 std::vector<std::string> WordsOf(const Variant& variant);
 
-// Which variants are wanted.
+// The user's choice of variants.
 struct Choice {
-    std::vector<int> over;  // the axes to take the product of; none: each axis by itself
+    std::vector<int> over;  // the axes of which to take the product; none: each axis by itself
     std::array<std::set<std::string>, kAxisCount> only;    // none: all values
-    std::array<std::set<std::string>, kAxisCount> except;  // kAsItIs for the device's own
+    std::array<std::set<std::string>, kAxisCount> except;  // kAsItIs: no value
 };
 inline constexpr char kAsItIs[] = "as-is";
 
-// Throws InputError if so many variants, each with so many values, are more than the limit.
+// Throws InputError if `variants` times `values` is more than the limit.
 void CheckCount(size_t variants, size_t values);
 
-// Returns the wanted ones in their order. Throws InputError before there are too many.
+// Returns the chosen variants in VariantOrder. Throws InputError if there are more than the limit.
 std::vector<Variant> ChosenVariants(const VariantSpace& space, const Choice& choice);
 
 }  // namespace extprop
