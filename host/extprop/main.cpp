@@ -81,7 +81,7 @@ ExitStatus Run(const std::vector<std::string>& words) {
     return kDone;
 }
 
-// Shows how much was unpacked so far, once that takes longer than people like to wait.
+// Shows how much was unpacked so far, once that has taken a second.
 void ShowUnpacked(uint64_t bytes) {
     using std::chrono::steady_clock;
     static const steady_clock::time_point start = steady_clock::now();
@@ -91,7 +91,8 @@ void ShowUnpacked(uint64_t bytes) {
     line.Show("unpacking: " + std::to_string(bytes >> 20) + " MiB");
 }
 
-// What is closed must not become some other file that the tool opens.
+// Opens /dev/null for standard streams that are closed, so that no other file gets their
+// descriptors.
 void KeepStandardFiles() {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(fd, F_GETFD) == -1) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
@@ -103,7 +104,7 @@ void KeepStandardFiles() {
 int main(int argc, char** argv) {
     KeepStandardFiles();
     sandbox::LimitMemory(limits::kToolMemory);
-    // What the library says where the tool itself calls it is no part of any answer.
+    // Drops log lines from the tool's own calls of the library; those of boots are reported.
     android::base::SetLogger([](auto&&...) {});
     images::Reader::ShowProgress(ShowUnpacked);
     try {

@@ -62,26 +62,27 @@ std::vector<std::string> DirectoriesIn(const std::vector<std::string>& inputs) {
     return directories;
 }
 
-// Returns whether the directory is one of these or in one.
+// Returns whether the directory is one of these or lies in one.
 bool IsIn(int directory, const std::vector<std::string>& directories) {
     if (directories.empty()) return false;
     char path[PATH_MAX];
     const std::string link = "/proc/self/fd/" + std::to_string(directory);
     const ssize_t size = readlink(link.c_str(), path, sizeof(path));
-    if (size <= 0) return true;  // nobody can tell
+    if (size <= 0) return true;  // unknown, so assume the worst
     const std::string in = std::string(path, size) + "/";
     return std::any_of(directories.begin(), directories.end(),
                        [&in](const std::string& known) { return StartsWith(in, known); });
 }
 
-// Where a named file lies. It is named from its directory, so that no link comes in between.
+// Where a named file lies: the open directory and the name in it, so that no link can come in
+// between.
 struct Location {
     unique_fd directory;
     std::string name;
-    bool in_device = false;  // or in another directory that is read
+    bool in_device = false;  // or in another directory of the inputs
 };
 
-// Walks to the file's directory, in directories of the inputs without following links.
+// Finds the file's directory. In directories of the inputs no link is followed.
 Location Locate(const std::string& path, const std::vector<std::string>& inputs) {
     const std::vector<std::string> roots = DirectoriesIn(inputs);
     Location location;
@@ -114,7 +115,7 @@ Location Locate(const std::string& path, const std::vector<std::string>& inputs)
     return location;
 }
 
-// Returns the descriptor that the path is a name of, such as /dev/stdout.
+// Returns the descriptor of this process that the path names, such as /dev/stdout.
 std::optional<int> OwnDescriptor(const std::string& path) {
     constexpr const char* kNames[] = {"/dev/stdin", "/dev/stdout", "/dev/stderr"};
     for (int i = 0; i < 3; ++i) {
@@ -130,8 +131,8 @@ std::optional<int> OwnDescriptor(const std::string& path) {
     return std::nullopt;
 }
 
-// Refuses what would be gone for the next run: `status` is of the file at the path, if there is
-// one.
+// Throws InputError if writing the path would replace an input. `status` is that of the file at the
+// path, or null.
 void CheckIsNoInput(const std::string& path, const Location& location, const struct stat* status,
                     const std::vector<std::string>& inputs) {
     constexpr char kRead[] = "this is what is read; the result needs a file of its own";
@@ -148,7 +149,7 @@ void CheckIsNoInput(const std::string& path, const Location& location, const str
     }
 }
 
-// Of what lies in DEVICE.
+// Throws InputError if the file is a link or anything else but a regular file or directory.
 void CheckRegular(const std::string& path, const struct stat& status) {
     if (S_ISLNK(status.st_mode)) FailAtLink(path, path);
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) Fail(path, "no regular file");
@@ -158,7 +159,7 @@ void WriteTo(int fd, const std::string& path, const std::string& content) {
     if (!android::base::WriteStringToFd(content, fd)) FailWithErrno(path);
 }
 
-// A file that is made under a name of its own, and removed unless it gets another.
+// A new file with a temporary name. It is removed unless it gets its final name.
 class NewFile {
   public:
     NewFile(int directory, const std::string& path) : directory_(directory) {
@@ -206,7 +207,7 @@ std::string ReadInput(const std::string& path, const std::vector<std::string>& i
         const int directory = location.directory.get();
         const char* name = location.name.c_str();
         if (location.in_device && fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
-            CheckRegular(path, status);  // what is not might not let go of who opens it
+            CheckRegular(path, status);  // opening anything else might block
         }
         fd.reset(openat(directory, name,
                         O_RDONLY | O_CLOEXEC | O_NOCTTY | (location.in_device ? O_NOFOLLOW : 0)));
@@ -245,7 +246,7 @@ bool IsInputDirectory(const std::string& path, const std::vector<std::string>& i
 void WriteOutput(const std::string& path, const std::vector<std::string>& inputs,
                  const std::string& content) {
     if (const auto own = OwnDescriptor(path)) {
-        std::cout << std::flush;  // which may go to the same place, and was before
+        std::cout << std::flush;  // earlier output, which may go to the same file
         WriteTo(*own, path, content);
         return;
     }
@@ -268,7 +269,7 @@ void WriteOutput(const std::string& path, const std::vector<std::string>& inputs
     }
     NewFile file(directory, path);
     if (exists) {
-        // Who may not give files away keeps it, with the permissions all the same.
+        // A user who may not change the owner keeps the file; the permissions are kept in any case.
         if (fchown(file.fd(), status.st_uid, status.st_gid) != 0) errno = 0;
         if (fchmod(file.fd(), status.st_mode & 0777) != 0) FailWithErrno(path);
     }

@@ -40,7 +40,7 @@ std::string Nearest(const std::string& word, const std::vector<std::string>& kno
     std::string nearest;
     size_t least = most + 1;
     for (const std::string& candidate : known) {
-        // A difference in length is one in as many letters.
+        // The words differ in at least as many letters as in length.
         const auto [shorter, longer] = std::minmax({word.size(), candidate.size()});
         if (longer - shorter >= least) continue;
         const size_t distance = Distance(lower, LowerCase(candidate));

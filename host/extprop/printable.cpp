@@ -11,8 +11,8 @@ namespace extprop {
 
 namespace {
 
-// Characters that move or lead a terminal, end a line somewhere, or turn the direction of the text
-// around them.
+// Characters that control a terminal, end a line for some program, or turn the direction of the
+// text around them.
 constexpr struct {
     char32_t first, last;
 } kUnprintable[] = {
@@ -27,8 +27,8 @@ bool IsPrintable(char32_t character) {
     return true;
 }
 
-// Returns how many bytes the character takes that the text begins with, which is put in
-// `character`; 0 if that is no UTF-8.
+// Puts the first character of the text into `*character` and returns its size in bytes, or 0 if it
+// is no UTF-8.
 size_t Decode(std::string_view text, char32_t* character) {
     const auto first = static_cast<unsigned char>(text[0]);
     *character = first;
@@ -52,14 +52,15 @@ std::string Formatted(const char* format, unsigned number) {
     return text;
 }
 
-// Returns whether those who run jobs take the rest of a line for a command of theirs, or would with
-// what may be put after the text: one kind begins the line, the other stands anywhere in it.
+// Returns whether a service that runs jobs takes the rest of the line, or could with what follows
+// the text, for one of its commands. Commands of one kind stand at the line's start, those of the
+// other kind anywhere in it.
 bool IsCommand(std::string_view text, bool at_start) {
     return (at_start && (text.substr(0, 2) == "::" || text == ":")) || text == "##" ||
            text.substr(0, 3) == "##[" || text.substr(0, 6) == "##vso[";
 }
 
-// Returns how many bytes the text begins with that are nothing of all that.
+// Returns the number of bytes at the start of the text that need no escaping and begin no command.
 size_t PlainSize(std::string_view text) {
     const auto end = std::find_if(text.begin(), text.end(), [](char c) {
         return c <= ' ' || c >= 0x7f || c == ':' || c == '#';
@@ -109,7 +110,7 @@ std::string PrintableJson(std::string json) {
     std::string printable;
     size_t done = 0;
     for (size_t at = 0; at < json.size();) {
-        // What is below is printable, or escaped by whoever made the JSON.
+        // Characters below are printable, or escaped in the JSON already.
         if (static_cast<unsigned char>(json[at]) < 0x7f) {
             ++at;
             continue;
@@ -139,7 +140,7 @@ std::string QuotedShort(std::string_view text) {
     constexpr size_t kShown = 60;
     if (text.size() <= kShown) return Quoted(text);
     size_t end = kShown;
-    while (end > 0 && (text[end] & 0xc0) == 0x80) --end;  // not within a character
+    while (end > 0 && (text[end] & 0xc0) == 0x80) --end;  // not inside a character
     return "'" + std::string(text.substr(0, end)) + "...'";
 }
 

@@ -29,10 +29,10 @@ using android::base::unique_fd;
 using android::init::kSplashPartition;
 using std::chrono::steady_clock;
 
-// One boot: the process that plays init, and what has come from it.
+// One boot: the process that plays init, and what it has sent.
 class BootedDevice {
   public:
-    // Makes the changes first, if there are any.
+    // Makes the changes of `what_if` in that process first, unless it is null.
     BootedDevice(const sandbox::Sandbox& root, FetchExtension fetch, const BootPlan& plan,
                  const WhatIf* what_if, BootListener* listener)
             : root_(root),
@@ -40,8 +40,8 @@ class BootedDevice {
               listener_(listener),
               properties_(plan.properties) {}
 
-    // Performs the step and adds its events; `*performed` becomes false if it was not needed.
-    // Returns what the process did not survive, if anything.
+    // Performs the step and adds its events to `*events`. Sets `*performed` to false if the step
+    // was not needed. Returns the failure if the process crashed, hung or reached a limit.
     std::optional<BootFailure> Perform(const Step& step, int index, std::chrono::seconds limit,
                                        std::vector<Event>* events, bool* performed) {
         const auto deadline = steady_clock::now() + limit;
@@ -58,19 +58,19 @@ class BootedDevice {
         return failure;
     }
 
-    // Brings what belongs to the boot and no step has brought.
+    // Requests the end of the boot, and so what no step has reported yet.
     void End(std::chrono::seconds limit, std::vector<Event>* events) {
         Await(kEndOfBoot, steady_clock::now() + limit, events);
     }
 
-    // The system properties after the last step that was survived.
+    // Returns the system's properties after the last step that succeeded.
     const PropertyMap& properties() const { return properties_; }
     const std::vector<std::string>& removed() const { return removed_; }
 
-    // What was read in the boot, once it has ended, if the plan asks for it.
+    // Returns what the boot has read, after its end, if the plan has a record made.
     BootRecord& record() { return record_; }
 
-    // Whether the failure is that a change could not be made.
+    // Returns whether the failure is that a change could not be made.
     bool changes_failed() const { return changes_failed_; }
 
   private:
@@ -87,7 +87,7 @@ class BootedDevice {
         });
     }
 
-    // Sends the request and collects events until it is done. Returns kMessage then.
+    // Sends the request and collects events until it is done. Returns kMessage if that succeeds.
     Received Await(int request, steady_clock::time_point deadline, std::vector<Event>* events) {
         if (!SendMessage(channel_, StepRequest{request})) return Received::kEnd;
         Message message;
@@ -116,7 +116,7 @@ class BootedDevice {
         return received;
     }
 
-    // The process itself sees the files of all images alike.
+    // Adds the image that holds a loaded file, which the process cannot see.
     void FindImage(Event* event) const {
         if (auto* load = std::get_if<LoadEvent>(event)) {
             load->image = root_.ImageOf(load->source.value_or(load->path));
@@ -141,7 +141,7 @@ class BootedDevice {
 
     const sandbox::Sandbox& root_;
     unique_fd channel_;
-    size_t left_ = 2 * limits::kTold;  // more than the process itself takes for the limit
+    size_t left_ = 2 * limits::kTold;  // more than the limit in the process itself
     LastFile last_file_;
     sandbox::Process process_;
     BootListener* listener_;
@@ -152,7 +152,7 @@ class BootedDevice {
     bool changes_failed_ = false;
 };
 
-// Moves the persistent properties to the stored ones, which come in force later in a boot.
+// Moves the persistent properties to the stored ones, which take effect later in a boot.
 void SeparateStored(BootPlan* plan) {
     for (auto property = plan->properties.begin(); property != plan->properties.end();) {
         if (!IsPersistent(property->first)) {
@@ -168,7 +168,7 @@ bool HasChanges(const WhatIf& what_if) {
     return what_if.variant != Variant() || !what_if.edits.empty();
 }
 
-// Has the plan keep the variant's switch keys in force.
+// Adds the variant's switch keys to the plan, which keeps them in force.
 void AddKeys(const Variant& variant, BootPlan* plan) {
     for (int axis = kFirstKeyAxis; axis < kAxisCount; ++axis) {
         if (!variant[axis]) continue;
@@ -178,7 +178,7 @@ void AddKeys(const Variant& variant, BootPlan* plan) {
     }
 }
 
-// The phone's system stores the keys that are persistent.
+// Adds the persistent keys to the stored properties, as the phone's system stores them.
 void StoreKeys(BootPlan* plan) {
     for (const KeyInForce& key : plan->keys) {
         if (IsPersistent(key.property)) plan->stored[key.property] = key.value;
@@ -235,8 +235,8 @@ void PreparedDevice::Prepare() {
     PrepareSplashPartition();
 }
 
-// Makes the splash partition, a plain file in a device directory, a block device as on a phone, if
-// the plan writes to it.
+// If the plan writes to the splash partition, makes that a block device, as on a phone. In a device
+// directory it is a regular file.
 void PreparedDevice::PrepareSplashPartition() {
     const std::vector<Step>& steps = options_.plan.steps;
     const bool wanted = std::any_of(steps.begin(), steps.end(),
@@ -250,9 +250,10 @@ Report PreparedDevice::Boot(BootListener* listener,
     plan.traced = traced;
     std::unique_ptr<BootedDevice> booted;
     const auto start = [&] {
-        booted.reset();  // nothing of the old boot may still act on the files
+        booted.reset();  // no process of the old boot may still change files
         StoreKeys(&plan);
-        // Where no file's change is told of, the process itself makes them, which is quicker.
+        // If changes of files are not reported, the process itself makes the what-if changes, which
+        // is faster.
         const bool changes =
                 !tells_files() && report_.boots.empty() && HasChanges(options_.what_if);
         booted = std::make_unique<BootedDevice>(root_, fetch_, plan,
@@ -268,7 +269,7 @@ Report PreparedDevice::Boot(BootListener* listener,
         report_.record.Add(std::move(booted->record()));
     };
     const auto perform = [&](const Step& step, int index) {
-        // What a step sets is no longer as a what-if option would have it.
+        // A property that a step sets is no longer kept at the what-if option's value.
         if (const auto setting = step.setting()) {
             const auto is_set = [&](const KeyInForce& key) {
                 return key.property == setting->first;
@@ -283,7 +284,7 @@ Report PreparedDevice::Boot(BootListener* listener,
                 booted->Perform(step, index, options_.time_limit, &done.events, &performed);
         if (report_.failure && report_.failure->signal) {
             report_.failure->cycle = ImportCycle(done.events);
-            // Where in it the stack ends is chance.
+            // In which file of the circle the stack overflows is chance, so the first is reported.
             const auto& cycle = report_.failure->cycle;
             if (!cycle.empty()) {
                 report_.failure->last_file = cycle.front().substr(0, cycle.front().rfind(':'));
@@ -297,12 +298,12 @@ Report PreparedDevice::Boot(BootListener* listener,
     };
 
     start();
-    if (tells_files()) root_.TakeChanges();  // those that prepared the boot
+    if (tells_files()) root_.TakeChanges();  // discards those that prepared the boot
     for (size_t i = 0; i < plan.steps.size() && !report_.failure; ++i) {
         const Step& step = plan.steps[i];
         if (step.is_reboot()) {
             end();
-            // The persistent properties stay as they are, and what was given is given again.
+            // Persistent properties are kept, and given properties are set again.
             plan.properties = options_.plan.properties;
             plan.stored = options_.plan.stored;
             for (const auto& [name, value] : booted->properties()) {
@@ -313,14 +314,14 @@ Report PreparedDevice::Boot(BootListener* listener,
         }
         perform(step, static_cast<int>(i));
     }
-    // A boot may delete key files before it reads them. Then what init does when a key changes is
-    // done after the steps that go without saying.
+    // A boot may delete key files before it reads them. After the default steps, the steps of such
+    // keys are performed, as init does when a key changes.
     for (size_t i = 0; i < plan.keys.size() && options_.names_no_steps && !report_.failure; ++i) {
         perform(plan.keys[i].step, static_cast<int>(plan.steps.size() + i));
     }
     if (!report_.failure) end();
     if (booted->changes_failed()) {
-        if (HasChanges(options_.what_if)) MakeChanges(options_.what_if, root_);  // which says why
+        if (HasChanges(options_.what_if)) MakeChanges(options_.what_if, root_);  // which throws
         throw InputError("step " + report_.failure->step + ": " +
                          report_.failure->last_file.value_or("") + " cannot be written");
     }
@@ -331,7 +332,7 @@ Report PreparedDevice::Boot(BootListener* listener,
     return std::move(report_);
 }
 
-// Says how many of the given properties have other values in the end.
+// Adds a note on given properties that have other values at the end.
 void PreparedDevice::NoteOverridden() {
     constexpr size_t kMostListed = 5;
     PropertyMap given = options_.plan.properties;

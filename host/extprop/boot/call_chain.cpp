@@ -31,7 +31,8 @@ std::string LibraryFunction(void* address) {
     std::string name = status == 0 ? demangled : place.dli_sname;
     free(demangled);
     name.erase(std::min(name.find_first_of("([", 1), name.size()));  // arguments and ABI tags
-    // What is neither in the library's namespace nor in none comes of the standard library.
+    // Functions in any other namespace than the library's and the global one come from the standard
+    // library.
     const bool is_own = android::base::StartsWith(name, "android::init::") ||
                         name.find_first_of(":<") == std::string::npos;
     return is_own ? name.substr(name.rfind(':') + 1) : "";
@@ -40,8 +41,8 @@ std::string LibraryFunction(void* address) {
 }  // namespace
 
 std::vector<std::string> CallChain() {
-    // Deeper than the library's operations nest, whatever the loads between them do: those of
-    // imports are not asked about.
+    // More than the library's nested operations take. Loads by imports nest deeper, but no call
+    // chain is taken for them.
     constexpr int kMaxFrames = 64;
     static thread_local std::unordered_map<void*, std::string> names;
     void* frames[kMaxFrames];
@@ -49,7 +50,7 @@ std::vector<std::string> CallChain() {
     const int count = backtrace(frames, kMaxFrames);
     for (int i = 0; i < count; ++i) {
         const auto [known, is_new] = names.try_emplace(frames[i]);
-        // A return address may already belong to the function behind the caller.
+        // A return address may already belong to the function after the caller.
         if (is_new) known->second = LibraryFunction(static_cast<char*>(frames[i]) - 1);
         const std::string& name = known->second;
         if (!name.empty() && (functions.empty() || functions.back() != name)) {

@@ -39,7 +39,7 @@ void EndAtMemoryLimit() {
 std::string LimitOf(int exit_status) {
     const int index = exit_status - kFirstStatus;
     if (index < 0 || index >= static_cast<int>(std::size(kLimits))) return "";
-    // A process that starts one can have less memory to give.
+    // The limit is lower if the process that started it has a lower one.
     const uint64_t most = index == static_cast<int>(Limit::kMemory)
                                   ? std::min(kLimits[index].most, sandbox::MemoryLimit())
                                   : kLimits[index].most;

@@ -28,13 +28,13 @@ namespace {
 
 using namespace android::init;
 
-// Returns the content with the property's lines changed; the rest stays byte by byte.
+// Returns the content with the property's lines changed and all other bytes the same.
 std::string Edited(const std::string& content, const Edit& edit) {
     const std::string line = edit.name + "=" + edit.value.value_or("");
     std::vector<std::string> lines = android::base::Split(content, "\n");
     std::vector<int> gone;
     bool found = false;
-    std::string first;  // the name that a look-up would find
+    std::string first;  // the line that a look-up would find
     for (const PropertyLine& known : PropertyLines(content, true)) {
         if (known.kind != PropertyLine::kProperty) continue;
         if (first.empty() && android::base::StartsWith(known.text, edit.name)) first = known.name;
@@ -58,8 +58,8 @@ std::string Edited(const std::string& content, const Edit& edit) {
     return android::base::Join(lines, "\n");
 }
 
-// Adds the edits of the files that step persist takes the switch key from: the one that is read for
-// it, and whichever says it besides, so that none says otherwise.
+// Adds the edits of all files from which step persist may take the switch key: the key's own file,
+// and other files that set it, so that none has another value.
 void AddKeyEdits(const SwitchKey& key, const std::string& value, std::vector<Edit>* edits) {
     for (const FixedFile& file : FixedFiles()) {
         const bool is_read =
@@ -88,9 +88,10 @@ std::vector<Edit> EditsOf(const WhatIf& what_if) {
     return edits;
 }
 
-// Returns the path that cannot be written, if there is one. Adds the edits that were made.
+// Makes the changes and adds the edits to `*made`. Returns the path that cannot be written, if one
+// cannot.
 std::optional<std::string> FailingPath(const WhatIf& what_if, std::vector<Edit>* made) {
-    android::base::SetLogger([](auto&&...) {});  // the key files are loaded
+    android::base::SetLogger([](auto&&...) {});  // loading the key files would log
     for (Edit& edit : EditsOf(what_if)) {
         if (!MakeEdit(edit)) return edit.path;
         made->push_back(std::move(edit));
@@ -157,7 +158,7 @@ Edit WholeFile(const std::string& path, const std::string& text) {
     return {path, "", text + "\n", false};
 }
 
-// Writes the file anew, as it was but for its content.
+// Writes the file's new content; all else stays as it was.
 bool MakeEdit(const Edit& edit) {
     namespace fs = std::filesystem;
     std::error_code error;
@@ -178,7 +179,7 @@ bool MakeEdit(const Edit& edit) {
         content = *edit.value;
     }
     fs::create_directories(fs::path(edit.path).parent_path(), error);
-    // The look-up refuses links, so one has to make way for what is to be found.
+    // The look-up refuses links, so a regular file replaces one.
     if (fs::is_symlink(edit.path, error) && (edit.looked_up || edit.name.empty())) {
         unlink(edit.path.c_str());
     }

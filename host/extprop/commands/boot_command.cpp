@@ -41,7 +41,7 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
         PreparedDevice prepared(options);
         report = prepared.Boot();
         if (quiet && report.failure) {
-            // Once more for what can be told of it.
+            // Boots again with all events, to report the failure.
             options.plan.detail = Detail::kEverything;
             prepared.Reset(options);
             report = prepared.Boot();

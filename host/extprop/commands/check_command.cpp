@@ -38,7 +38,7 @@ constexpr char kFormatHelp[] =
         "          ro.debug: {set: false}\n"
         "          ro.region.name: {from: /mnt/vendor/my_region/build.prop}\n";
 
-// A device that cannot be read is no result.
+// Throws InputError if parts of the device could not be read: then a check proves nothing.
 void CheckReadable(const sandbox::Sandbox& root) {
     std::vector<std::string> errors;
     for (const std::string& path : root.Unreadable()) {
@@ -48,7 +48,7 @@ void CheckReadable(const sandbox::Sandbox& root) {
     if (!errors.empty()) throw InputError(errors);
 }
 
-// Throws InputError if somebody wrote the file.
+// Throws InputError if the file was not recorded, but written by hand.
 void CheckRecorded(const std::string& file, const std::string& device) {
     std::error_code error;
     if (!std::filesystem::is_regular_file(file, error)) return;
@@ -78,8 +78,8 @@ ExitStatus Record(const std::string& device, const std::string& file,
     return kDone;
 }
 
-// Finds the variant that the phone is, and says of what it cannot be. The options give the boot its
-// persistent properties then.
+// Returns the phone's variant, and warns of values that the device cannot have. Adds the phone's
+// persistent properties to the options.
 PhoneVariant VariantOf(const Phone& phone, BootOptions* options) {
     PreparedDevice device(*options);
     PhoneVariant is = FindPhoneVariant(phone, *options, &device);

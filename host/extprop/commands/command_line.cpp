@@ -12,7 +12,7 @@ namespace extprop {
 
 namespace {
 
-// Without this an option would take every word after it, steps too.
+// An option takes one value each time. Otherwise it would take every word after it, also steps.
 constexpr bool kOneEach = false;
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace extprop {
 
 namespace {
 
-// The words of a comparison are those of both boots, but for what stands behind --a or --b.
+// Divides the words by boot: words after --a or --b are of that boot only, all others of both.
 void Divide(const std::vector<std::string>& words, std::vector<std::string> (&sides)[2]) {
     std::vector<std::string>* only = nullptr;
     for (const std::string& word : words) {

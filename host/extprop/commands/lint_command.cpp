@@ -36,7 +36,7 @@ struct LintArguments {
     bool json = false;
 };
 
-// Prints what is known of the rule of that name, or of all.
+// Prints the texts of the rule with that name, or of all rules.
 ExitStatus ExplainRules(const std::string& identifier) {
     constexpr char kAll[] = "all";
     constexpr size_t kNear = 3;

@@ -30,7 +30,7 @@ namespace extprop {
 
 namespace {
 
-// Only the variants that have this value of a property are asked for.
+// A request for only the variants that have this value of a property.
 struct WantedValue {
     std::string pattern;
     std::string value;
@@ -39,7 +39,7 @@ struct WantedValue {
 struct MatrixArguments {
     std::vector<std::string> words;  // DEVICE, DEVICE, NAME and STEP
     std::vector<std::string> devices;
-    std::vector<std::string> names;  // patterns, without the values that were given with them
+    std::vector<std::string> names;  // patterns, without the values given with them
     std::vector<WantedValue> values;
     std::vector<std::string> any_values;  // of --value
     BootArguments boot;
@@ -52,7 +52,7 @@ struct MatrixArguments {
     bool json = false;
 };
 
-// Takes NAME or NAME=VALUE.
+// Adds NAME or NAME=VALUE.
 void AddName(const std::string& word, MatrixArguments* arguments) {
     const size_t equals = word.find('=');
     arguments->names.push_back(word.substr(0, equals));
@@ -60,7 +60,7 @@ void AddName(const std::string& word, MatrixArguments* arguments) {
     arguments->values.push_back({word.substr(0, equals), word.substr(equals + 1)});
 }
 
-// The values of --value are those of the names, or of any property.
+// Adds the values of --value for each name, or for any property if there are no names.
 void FinishNames(MatrixArguments* arguments) {
     if (arguments->any_values.empty()) return;
     if (arguments->names.empty()) arguments->names = {kEverything};
@@ -71,7 +71,8 @@ void FinishNames(MatrixArguments* arguments) {
     }
 }
 
-// Returns whether the value is asked for: one of those that are named, if the property has some.
+// Returns whether the value is wanted: one of those wanted for the property, or any if there are
+// none.
 bool IsWanted(const std::string& name, const std::optional<std::string>& value,
               const std::vector<WantedValue>& wanted) {
     bool is_free = true;
@@ -83,7 +84,7 @@ bool IsWanted(const std::string& name, const std::optional<std::string>& value,
     return is_free;
 }
 
-// Keeps the values that are asked for, and the properties that have some.
+// Removes the values that are not wanted, and properties without any left.
 void KeepWanted(const std::vector<WantedValue>& wanted, Summary* summary) {
     auto& properties = summary->properties;
     for (SummaryProperty& property : properties) {
@@ -116,7 +117,7 @@ void DivideArguments(MatrixArguments* arguments) {
     if (arguments->devices.size() > 2) throw InputError("matrix: more than two devices are given");
 }
 
-// Parses words such as "2/3" and keeps that part of the variants.
+// Parses text such as "2/3" and keeps only that part of the variants.
 std::optional<Shard> KeepShard(const std::string& words, std::vector<Variant>* variants) {
     if (words.empty()) return std::nullopt;
     Shard shard;
@@ -133,8 +134,8 @@ std::optional<Shard> KeepShard(const std::string& words, std::vector<Variant>* v
     return shard;
 }
 
-// Tells of the names, and of the values, that no variant has. `all` are all properties, with all
-// values. Returns whether there is one.
+// Reports the names and values that no variant has, and returns whether there are any. `all` is the
+// summary of all properties with all values.
 bool TellUnknown(const MatrixArguments& arguments, const Summary& all) {
     std::vector<std::string> names;
     std::map<std::string, std::string> name_of;  // by value
@@ -212,7 +213,7 @@ ExitStatus Merge(MatrixArguments arguments) {
 
 ExitStatus Compare(MatrixArguments arguments) {
     if (!arguments.page.empty()) throw InputError("matrix: --html goes with one device");
-    // A value that one of the two has may be named.
+    // A value may be chosen if one of the devices has it.
     std::deque<Matrix> matrices;
     VariantSpace known;
     for (int i = 0; i < 2; ++i) {
@@ -263,7 +264,7 @@ ExitStatus Show(const MatrixArguments& arguments) {
     std::vector<Variant> variants = Chosen(matrix.space(), arguments.choice, matrix.space());
     CheckSomeAreLeft(variants.size(), arguments.choice);
     const std::optional<Shard> shard = KeepShard(arguments.shard, &variants);
-    // First, as each boot is a copy of this process, which grows with the variants.
+    // Before the variants boot: each boot is a copy of this process, which grows with them.
     std::vector<DeadPlace> dead;
     if (arguments.names.empty()) {
         if (auto found = matrix.FindDeadPlaces()) {

@@ -14,7 +14,7 @@ namespace extprop {
 
 namespace {
 
-// Tells a terminal how much of something is done.
+// Shows on a terminal how much of the work is done.
 class Progress {
   public:
     explicit Progress(size_t total) : total_(static_cast<int64_t>(total)) {}
@@ -40,7 +40,7 @@ class Progress {
 
 using Values = std::array<std::set<std::string>, kAxisCount>;
 
-// Parses words such as "region=EU,IN".
+// Parses text such as "region=EU,IN".
 void ParseValues(const char* option, const std::vector<std::string>& words,
                  const VariantSpace& known, Values* values) {
     for (const std::string& word : words) {

@@ -9,7 +9,7 @@ namespace extprop {
 
 namespace {
 
-// Whether the line is one that the library has not loaded, of a file that the system may load.
+// Returns whether the line did not load and is of a file that the system may load.
 bool IsSystemLine(const Origin& origin) {
     return origin.kind == OriginKind::kFile && origin.did_not_load() &&
            IsSystemsOwn(origin.own_file());
@@ -19,8 +19,8 @@ bool IsLibraryLine(const Origin& origin) {
     return origin.kind == OriginKind::kFile && !IsSystemLine(origin);
 }
 
-// Whether a property that the phone alone has, with these places in the device, is the library's.
-// It is not if the system has its value from a file of its own.
+// Returns whether a property that only the phone has is the library's. `origins` are its lines in
+// the device, `phone` is its value. It is not if a file of the system's own has that value.
 bool IsLibrarys(const std::vector<Origin>& origins, const std::string& phone) {
     return std::any_of(origins.begin(), origins.end(), IsLibraryLine) &&
            std::none_of(origins.begin(), origins.end(), [&](const Origin& origin) {
@@ -35,7 +35,8 @@ const Origin* WinnerOf(const std::vector<Origin>& origins) {
     return nullptr;
 }
 
-// Whether the library itself has a use for the property, which no file need have.
+// Returns whether the property is a region or switch key, which the library uses even if no file
+// has it.
 bool IsRegionOrKey(const std::string& name) {
     for (int axis = kRegionAxis; axis < kAxisCount; ++axis) {
         if (PropertyOf(axis) != nullptr && name == PropertyOf(axis)) return true;
@@ -43,7 +44,7 @@ bool IsRegionOrKey(const std::string& name) {
     return false;
 }
 
-// Returns all that the options say of properties, by name.
+// Returns all properties that the options set, by name.
 PropertyMap GivenBy(const BootOptions& options) {
     PropertyMap given = options.plan.properties;
     for (int axis = 0; axis < kAxisCount; ++axis) {
@@ -56,13 +57,13 @@ PropertyMap GivenBy(const BootOptions& options) {
     return given;
 }
 
-// Sorts the properties into what is told of them.
+// Sorts the properties into the lists of the comparison.
 class Comparer {
   public:
     Comparer(const Phone& phone, const std::vector<std::string>& patterns, Comparison* comparison)
             : phone_(phone), patterns_(patterns), comparison_(*comparison) {}
 
-    // Whether the line is told of, if it did not load, with what loads it.
+    // Returns whether a line that did not load is reported with what loads it.
     bool IsAsked(const ExplainedProperty& property, const Origin& line) const {
         const auto phone = PhonesOwn(property.name);
         return phone && property.value != phone && IsCompared(property.name) &&
@@ -143,7 +144,7 @@ class Comparer {
         OtherProperty other{name, value, std::nullopt};
         for (const Origin& origin : origins) {
             if (!IsSystemLine(origin)) continue;
-            // The one with the phone's value says most.
+            // A line with the phone's value is preferred.
             if (!other.line || origin.value == value || other.line->value != value) {
                 other.line = origin;
             }

@@ -56,7 +56,7 @@ class VariantFinder {
         PropertyMap properties = BootUntilAllIsGiven();
         FindBrand(properties);
         FindRegion(properties);
-        // The keys' files may lie where brand and region lead.
+        // Brand and region may lead to the keys' files.
         if (found_.variant != Variant()) properties = BootUntilAllIsGiven();
         const Variant roots = found_.variant;
         for (int axis = kFirstKeyAxis; axis < kAxisCount; ++axis) Take(axis, properties);
@@ -94,14 +94,14 @@ class VariantFinder {
         }
     }
 
-    // Gives the boot the phone's persistent property. Returns whether that is new.
+    // Gives the boot the phone's persistent property. Returns whether it was not given before.
     bool Give(const std::string& name) {
         const auto property = persistent_.find(name);
         return property != persistent_.end() && found_.stored.insert(*property).second;
     }
 
-    // Boots with what is found so far, again while the boot asks for more. Returns what it comes
-    // to.
+    // Boots with what is found so far, and again while the boot reads or sets further persistent
+    // properties of the phone. Returns the properties at the end.
     PropertyMap BootUntilAllIsGiven() {
         while (true) {
             BootRecord record;
@@ -119,7 +119,8 @@ class VariantFinder {
         options.plan.detail = Detail::kNothing;
         options.plan.imports = &imports_;
         options.plan.watched = &watched_;
-        // Most are as the phone has them, and need not be told. Those before a reboot count, too.
+        // Only differences from the phone are reported, which are few. With reboots the properties
+        // before them are needed, too.
         const auto& steps = options.plan.steps;
         const bool is_one = std::none_of(steps.begin(), steps.end(),
                                          [](const Step& step) { return step.is_reboot(); });
@@ -135,7 +136,7 @@ class VariantFinder {
         return properties;
     }
 
-    // Returns what the phone says, if that is to be taken.
+    // Returns the phone's value of the axis, unless the options set it.
     std::optional<std::string> Told(int axis) const {
         const std::string name = PropertyOf(axis);
         const auto told = ValueIn(phone_.properties, name);
@@ -143,7 +144,7 @@ class VariantFinder {
         return is_given || !told || told->empty() ? std::nullopt : told;
     }
 
-    // Takes what the phone says, if the device does not come to that by itself.
+    // Takes the phone's value of the axis into the variant if the device as it is has another.
     void Take(int axis, const PropertyMap& device) {
         const auto told = Told(axis);
         if (!told) return;
@@ -157,14 +158,14 @@ class VariantFinder {
         found_.values[axis] = told;
     }
 
-    // Whether the phone can be this or that on the axis, for all that the options say.
+    // Returns whether the axis is undecided: it has values, and the options set none.
     bool IsOpen(int axis) const {
         return !space_.values[axis].empty() && !phone_.only_persistent &&
                !options_.what_if.variant[axis] && given_.count(PropertyOf(axis)) == 0;
     }
 
-    // Some other file of the device may say of what region every phone is; then the phone's own
-    // word says nothing.
+    // Finds the region. If a file other than the region's sets it for every phone, the phone's
+    // property does not show it.
     void FindRegion(const PropertyMap& device) {
         const auto own = ValueIn(device, kRegion);
         const auto told = Told(kRegionAxis);
@@ -173,8 +174,9 @@ class VariantFinder {
         Take(kRegionAxis, device);
     }
 
-    // A brand is its code. Every device can be of any: one without a brand's directories has
-    // nothing of it, and one without any brand's is the same for all.
+    // Finds the brand, which matters only by its code. Every device can have any brand: without a
+    // brand's directories it has nothing of that brand, and without any brand's directories all are
+    // the same.
     void FindBrand(const PropertyMap& device) {
         auto told = Told(kBrandAxis);
         if (!told || told == ValueIn(device, kBrand) || WhyNot(kBrandAxis, *told)) {
@@ -192,7 +194,7 @@ class VariantFinder {
         found_.values[kBrandAxis] = told;
     }
 
-    // A channel without directories is a property like others that are stored.
+    // Gives the boot a channel without directories as a stored property like any other.
     void GiveMissingChannel() {
         for (const MissingValue& missing : found_.missing) {
             if (PropertyOf(missing.axis) != std::string(kChannelInfo)) continue;
@@ -202,9 +204,10 @@ class VariantFinder {
         }
     }
 
-    // A boot of the device itself may have given the phone its persistent properties, such as the
-    // first: then they were not there before, and the boot does what it does only then. Takes that
-    // for so if the phone is nearer to it than to `properties`, the boot with all of them.
+    // The phone may have its persistent properties from its last boot itself, such as the first
+    // one. Then they were not set before that boot, which may do things that it does only without
+    // them. Assumes this if a boot without such properties is nearer to the phone than
+    // `*properties`, the result of the boot with all of them.
     void GiveLessIfThatIsNearer(PropertyMap* properties) {
         PropertyMap all = std::exchange(found_.stored, {});
         if (all.empty() || Misses(*properties, *properties) == 0) return found_.stored.swap(all);
@@ -217,8 +220,8 @@ class VariantFinder {
         if (!TakeIfNearer(std::move(less), properties)) found_.stored.swap(all);
     }
 
-    // Of what the phone does not say, takes what it is nearest to. Returns whether that is not what
-    // the device is by itself.
+    // For axes that the phone does not report, takes the value whose boot is nearest to the phone.
+    // Returns whether that is another than the device's own.
     bool TakeWhatIsNearest(PropertyMap* properties) {
         constexpr size_t kMostTried = 64;
         bool is_other = false;
@@ -238,15 +241,16 @@ class VariantFinder {
         return is_other;
     }
 
-    // Makes `*properties` the other boot's if the phone is nearer to that. Returns whether it is.
+    // Replaces `*properties` by the other boot's if the phone is nearer to them. Returns whether it
+    // did.
     bool TakeIfNearer(PropertyMap other, PropertyMap* properties) const {
         if (Misses(other, *properties) >= Misses(*properties, other)) return false;
         *properties = std::move(other);
         return true;
     }
 
-    // Counts the properties, of those that a boot, the other or a file has, that the phone has not
-    // as the boot has them.
+    // Counts the properties in which the phone differs from the boot, among those of the boot, of
+    // `all` and of the device's files.
     size_t Misses(const PropertyMap& boot, PropertyMap all) const {
         all.insert(boot.begin(), boot.end());
         all.insert(in_files_.begin(), in_files_.end());
@@ -260,13 +264,13 @@ class VariantFinder {
     const Phone& phone_;
     const BootOptions& options_;
     PreparedDevice* device_;
-    std::set<std::string> given_;  // by the options
-    PropertyMap persistent_;       // the phone's, those that may be given to a boot
-    PropertyMap in_files_;         // by name, the phone's that files of the library's have
+    std::set<std::string> given_;  // names that the options set
+    PropertyMap persistent_;       // the phone's that may be given to a boot
+    PropertyMap in_files_;         // the phone's that the library's files set
     DeviceImports imports_;
     const std::set<std::string> watched_;
     VariantSpace space_;
-    std::set<int> untold_;  // axes of which the phone does not say what it is
+    std::set<int> untold_;  // axes that the phone does not report
     bool has_failed_ = false;
     PhoneVariant found_;
 };

@@ -9,8 +9,8 @@
 
 namespace extprop {
 
-// Whether the file lies on a partition of the system's own, other than the library's places there.
-// A carrier package, which lies elsewhere, is the library's.
+// Returns whether the file lies on a partition of the system's own, and at no place of the
+// library's. Files of a carrier package, which lies elsewhere, are the library's.
 inline bool IsSystemsOwn(const std::string& path) {
     constexpr const char* kPartitions[] = {
             "/system", "/system_ext", "/system_dlkm", "/vendor",       "/vendor_dlkm",

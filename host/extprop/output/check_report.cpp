@@ -41,7 +41,7 @@ std::string UnmetText(const UnmetExpectation& unmet) {
 std::vector<UnmetGroup> GroupsOf(const CheckResult& result) {
     std::vector<SummaryVariant> all;
     std::map<Variant, size_t, VariantOrder> numbers;
-    std::map<std::string, std::set<size_t>> asked;  // by the case's name
+    std::map<std::string, std::set<size_t>> asked;  // by the name of the case
     for (const CheckedCase& checked : result.cases) {
         const auto [number, is_new] = numbers.try_emplace(checked.variant, numbers.size());
         if (is_new) all.push_back({checked.variant, {}, std::nullopt});

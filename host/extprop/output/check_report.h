@@ -1,4 +1,4 @@
-// What became of expectations, for people.
+// Texts on the result of a check, for people.
 
 #pragma once
 
@@ -9,20 +9,21 @@
 
 namespace extprop {
 
-// What several variants do not meet for one and the same reason.
+// An expectation that several variants do not meet, for the same reason.
 struct UnmetGroup {
     std::string name;               // of the expectation, with its file and line
-    const UnmetExpectation* unmet;  // of the first of them
+    const UnmetExpectation* unmet;  // of the first variant
     size_t count;
     std::string variants;  // in few words
 };
 
-// Returns the groups, in the order of their first cases. The result has to outlive them.
+// Returns the groups, in the order of their first cases. They point into the result, which must
+// outlive them.
 std::vector<UnmetGroup> GroupsOf(const CheckResult& result);
 
 std::string CheckText(const CheckResult& result);
 
-// Returns what a case is about: the variant, and the phone if it is one's.
+// Returns what a case concerns: the variant, and the phone if one was checked.
 std::string SubjectText(const CheckResult& result, const Variant& variant);
 
 // Returns what was checked, such as "2 variants".

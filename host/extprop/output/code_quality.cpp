@@ -12,7 +12,8 @@ nlohmann::json CodeQualityReport(const std::vector<Finding>& findings, const Sou
         const std::string path = root.PathTo(finding.path);
         report.push_back({{"description", Printable(MessageText(finding))},
                           {"check_name", finding.identifier},
-                          // Several devices of one work tree may have the same finding.
+                          // With the path, since several devices in a work tree may have the same
+                          // finding.
                           {"fingerprint", Fingerprint({path, finding.fingerprint})},
                           {"severity", finding.severity == Severity::kError ? "major" : "minor"},
                           {"location", {{"path", path}, {"lines", {{"begin", finding.line}}}}}});

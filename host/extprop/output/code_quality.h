@@ -1,4 +1,4 @@
-// Lint's findings for services that follow the quality of code from change to change.
+// Lint's findings in the format of services that follow code quality from change to change.
 
 #pragma once
 
@@ -11,7 +11,7 @@
 
 namespace extprop {
 
-// Returns a list of objects that have what these services need, and nothing else.
+// Returns a list of objects with only the fields that these services need.
 nlohmann::json CodeQualityReport(const std::vector<Finding>& findings, const SourceRoot& root);
 
 }  // namespace extprop

@@ -9,14 +9,14 @@ namespace extprop {
 
 namespace {
 
-// Such as "1,377".
+// Returns text such as "1,377".
 std::string WithCommas(size_t number) {
     std::string digits = std::to_string(number);
     for (size_t at = digits.size(); at > 3;) digits.insert(at -= 3, ",");
     return digits;
 }
 
-// What became of a line, and to whom it lost.
+// Returns a line's fate, and what overrode it.
 std::string PhoneLineFate(const PhoneLine& line, const ComparedProperty& property) {
     if (line.is_system) return "  [not loaded; the system's own, which may load it by itself]";
     if (line.origin.fate == Fate::kOverridden && property.origin) {

@@ -1,4 +1,4 @@
-// What a device and a phone do not have alike, for people.
+// Texts on the comparison of a device with a phone, for people.
 
 #pragma once
 
@@ -8,11 +8,11 @@
 
 namespace extprop {
 
-// Returns the comparison; a verbose one lists what is only counted otherwise. Of a boot that failed
-// nothing is compared.
+// Returns the comparison's text. `verbose` lists what is otherwise only counted. If the boot
+// failed, nothing was compared.
 std::string ComparisonText(const Comparison& comparison, bool verbose);
 
-// Returns what is said first of a phone that the device cannot be.
+// Returns the warning about a value of the phone that the device cannot have.
 std::string WarningText(const MissingValue& missing);
 
 }  // namespace extprop

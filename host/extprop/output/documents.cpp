@@ -61,7 +61,7 @@ void Visit(Fields& fields, MissingValue& missing) {
 
 namespace {
 
-// With only the fields that its class has.
+// Each property with only the fields of its class.
 json WriteCompared(const std::vector<ComparedProperty>& properties) {
     json array = json::array();
     for (const ComparedProperty& property : properties) {

@@ -29,18 +29,18 @@ json ToJson(const Difference& difference);
 json ToJson(const LintReport& report);
 json ToJson(const Comparison& comparison);
 
-// Returns the text of the document that ToJson makes of what is given.
+// Returns the text of the document that ToJson makes of the value.
 template <typename T>
 std::string DocumentText(const T& value);
 
-// Returns what the document of a comparison only counts: the properties that are the same, and the
-// others with their origins.
+// Returns the parts that a comparison's document only counts: the properties that are the same, and
+// the other properties with their origins.
 json CountedJson(const Comparison& comparison);
 
-// Prints the explanation's document, a line a property, without holding the whole of it.
+// Prints the explanation's document, a line for each property, without having all of it in memory.
 void PrintJson(const Explanation& explanation, std::ostream& out);
 
-// Prints so what would be booted, each variant with its words.
+// Prints in the same way the variants that would be booted, each with its words.
 void PrintJson(const VariantSpace& space, const std::vector<Variant>& variants, std::ostream& out);
 
 }  // namespace extprop

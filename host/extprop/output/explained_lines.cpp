@@ -15,16 +15,16 @@ namespace extprop {
 namespace {
 
 constexpr size_t kMostLines = 10;
-constexpr size_t kLayers = 5;  // of which the order is told
+constexpr size_t kLayers = 5;  // from which on the order is printed
 constexpr size_t kLeastAlike = 3;
 constexpr size_t kMostNames = 6;
 
 using OriginList = std::vector<const Origin*>;
 using Components = std::vector<std::string>;
 
-// Where lines of files lie that differ in one directory's or file's name.
+// What the places of lines have in common if their paths differ in one name.
 struct Alike {
-    size_t position = 0;  // of the name that differs
+    size_t position = 0;  // the index of that name
     Components components;
     int line = 0;
 
@@ -44,7 +44,7 @@ std::vector<Alike> AlikesOf(const Origin& origin) {
     return alikes;
 }
 
-// Takes the largest group of lines that are alike out of the list.
+// Removes the largest group of similar lines from the list and returns it.
 OriginList TakeGroup(OriginList* list, Alike* alike) {
     std::map<Alike, OriginList> groups;
     for (const Origin* origin : *list) {
@@ -106,7 +106,7 @@ std::vector<ExplainedLine> LinesOf(const ExplainedProperty& property, bool verbo
         rest.push_back({nullptr, GroupText(group, alike, property.name)});
     }
     for (const Origin* origin : unloaded) rest.insert(rest.begin(), {origin, ""});
-    // The later layers matter more, and the winner most.
+    // Later layers matter more, and the winner most.
     const size_t few = std::min(loaded.size(), kMostLines - std::min(rest.size(), kMostLines / 2));
     size_t left_out = 0;
     for (size_t i = 0; i < loaded.size(); ++i) {

@@ -1,4 +1,4 @@
-// Which lines people are told of a property's origins.
+// Chooses the lines that are printed for a property's origins.
 
 #pragma once
 
@@ -9,14 +9,14 @@
 
 namespace extprop {
 
-// A line about one origin, or, without one, about several that are alike.
+// A line on one origin or, if `origin` is null, a text on several similar ones.
 struct ExplainedLine {
     const Origin* origin;
-    std::string text;  // of several
+    std::string text;  // if origin is null
 };
 
-// Returns a line for each origin, or at most ten that say what the others are. The property has to
-// outlive them.
+// Returns a line for each origin. If there are many and `verbose` is false, returns about ten,
+// which summarize the others. They point into the property, which must outlive them.
 std::vector<ExplainedLine> LinesOf(const ExplainedProperty& property, bool verbose);
 
 }  // namespace extprop

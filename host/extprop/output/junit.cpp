@@ -39,7 +39,7 @@ std::string Timestamp(std::chrono::system_clock::time_point at) {
     return text;
 }
 
-// The cases of one file with expectations.
+// The suite of one file with expectations.
 class Suite {
   public:
     Suite(const std::string& file, const CheckResult& result)
@@ -62,7 +62,7 @@ class Suite {
     }
 
   private:
-    // Returns its name, or one by its place among the others: lines move too easily.
+    // Returns the expectation's name, or one made of its position: line numbers change too easily.
     std::string NameOf(const CheckedCase& checked) {
         if (!checked.expectation.empty()) return checked.expectation;
         const auto place = std::distance(lines_.begin(), lines_.find(checked.line));

@@ -1,4 +1,4 @@
-// What became of expectations, for the services that run tests.
+// The result of a check in the format of services that run tests.
 
 #pragma once
 
@@ -9,8 +9,8 @@
 
 namespace extprop {
 
-// Returns the cases, an expectation for a variant each, as a JUnit report with a suite for each
-// file. Their names are the same in every run; `started` is when this one began.
+// Returns a JUnit report with a suite for each file and a case for each expectation and variant.
+// The names are the same in every run; `started` is the time at which this run began.
 std::string JunitReport(const CheckResult& result, std::chrono::system_clock::time_point started);
 
 }  // namespace extprop

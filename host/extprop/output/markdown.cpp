@@ -16,15 +16,15 @@ namespace extprop {
 
 namespace {
 
-// What services take of a comment, in characters; bytes are never fewer.
+// What services accept in a comment, in characters; counted in bytes, which are never fewer.
 constexpr size_t kMostBytes = 65535;
-// What of that stays for the end of a table and the words on what is left out.
+// What is reserved for the end of a table and the text on what is left out, in bytes.
 constexpr size_t kEnd = 400;
-// Longer texts are folded, and those that are longer still cut.
+// Texts above kUnfolded bytes are folded, and those above kShown are cut.
 constexpr size_t kUnfolded = 80;
 constexpr size_t kShown = 1000;
 
-// In code services look for no mentions and no links.
+// As code, since services look for no mentions and links there.
 std::string Code(const std::string& text) {
     return "<code>" + Markup(text) + "</code>";
 }
@@ -33,7 +33,7 @@ std::string Folded(const std::string& summary, const std::string& content) {
     return "<details><summary>" + summary + "</summary>" + content + "</details>";
 }
 
-// Returns the beginning of the text, without a part of a character at its end.
+// Returns at most `size` bytes of the beginning of the text, without half a character at the end.
 std::string Beginning(const std::string& text, size_t size) {
     while (size > 0 && (text[size] & 0xc0) == 0x80) --size;
     return text.substr(0, size);
@@ -59,10 +59,10 @@ std::string VariantsCell(size_t count, const std::string& text) {
     return Folded(Count(count, "variant", "variants"), TextCell(text));
 }
 
-// A table that ends before the text is too long.
+// A table that leaves out rows before the text is too long.
 class Table {
   public:
-    // `text` is what stands above it.
+    // `text` is what stands above the table.
     Table(std::string text, const std::vector<const char*>& columns) : text_(std::move(text)) {
         text_ += "<table>\n<tr>";
         for (const char* column : columns) text_ += "<th>" + std::string(column) + "</th>";
@@ -73,7 +73,7 @@ class Table {
         std::string row = "<tr>";
         for (const std::string& cell : cells) row += "<td>" + cell + "</td>";
         row += "</tr>\n";
-        // What comes after it would seem to be all that there is.
+        // After a row that is left out no row is added: the table would look complete.
         if (left_out_ > 0 || text_.size() + row.size() + kEnd > kMostBytes) {
             ++left_out_;
         } else {
@@ -81,7 +81,7 @@ class Table {
         }
     }
 
-    // Returns all of it; `command` is what prints the rest.
+    // Returns the whole text; `command` is the command that prints the rows left out.
     std::string Finish(const char* command) && {
         text_ += "</table>\n";
         if (left_out_ > 0) {

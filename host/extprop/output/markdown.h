@@ -1,5 +1,5 @@
-// Summaries for the page of a change that somebody reviews: Markdown that is no more than the HTML
-// which Markdown lets through, since nothing in that is taken for markup.
+// Summaries for a review page: Markdown that consists only of HTML, in which no text of a device is
+// taken for Markdown.
 
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace extprop {
 
-// Each has at most as many characters as the services take, and says what it leaves out.
+// Return a text that is no longer than the services accept, and that says what it leaves out.
 std::string MatrixMarkdown(const MatrixDifference& difference);
 std::string CheckMarkdown(const CheckResult& result);
 

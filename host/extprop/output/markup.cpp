@@ -12,7 +12,7 @@ std::string Markup(std::string_view text) {
                      {"<", "&lt;"},
                      {">", "&gt;"},
                      {"\"", "&quot;"},
-                     // Which are no characters to XML.
+                     // XML does not accept these two.
                      {"\xef\xbf\xbe", "\xef\xbf\xbd"},
                      {"\xef\xbf\xbf", "\xef\xbf\xbd"}};
     const std::string printable = Printable(text);

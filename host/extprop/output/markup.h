@@ -1,4 +1,4 @@
-// Text in XML and HTML.
+// Text for XML and HTML.
 
 #pragma once
 
@@ -7,7 +7,7 @@
 
 namespace extprop {
 
-// Returns the text, made printable, as it stands between tags and in quotes.
+// Returns the text, printable and escaped for use between tags and in quotes.
 std::string Markup(std::string_view text);
 
 }  // namespace extprop

@@ -43,7 +43,7 @@ std::string SummaryText(const Summary& summary, bool has_names) {
             width = std::max(width, std::min<size_t>(shown.back().size(), 40));
         }
         auto next = shown.begin();
-        size_t listed = 0;  // of the variants
+        size_t listed = 0;  // variants
         for (const SummaryValue& value : property.values) {
             if (&value != &property.values.back()) listed += value.variants.size();
             next->resize(std::max(next->size(), width), ' ');

@@ -1,4 +1,4 @@
-// What the variants of a device come to, for people.
+// Texts on the variants of a device, for people.
 
 #pragma once
 
@@ -9,12 +9,12 @@
 
 namespace extprop {
 
-// `has_names`: it is of the properties that were named.
+// Returns the summary's text. `has_names` means that the user named the properties.
 std::string SummaryText(const Summary& summary, bool has_names = false);
 
 std::string MatrixDifferenceText(const MatrixDifference& difference);
 
-// Tells what each axis can be and how many variants are chosen.
+// Returns the values of each axis and the number of chosen variants.
 std::string SpaceText(const VariantSpace& space, size_t chosen);
 
 }  // namespace extprop

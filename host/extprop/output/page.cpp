@@ -14,10 +14,10 @@ namespace extprop {
 
 namespace {
 
-// Where the pages have their data.
+// The pages' templates have this where the data go.
 constexpr std::string_view kDataMark = "{{data}}";
 
-// JSON has "<" in strings only; escaped, no text of theirs can end the element it stands in.
+// Escapes "<", which JSON has in strings only, so that no text can end the script element.
 std::string ScriptText(const json& data) {
     return android::base::StringReplace(JsonLine(data), "<", "\\u003c", true);
 }

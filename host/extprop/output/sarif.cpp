@@ -16,11 +16,11 @@ namespace {
 
 using nlohmann::json;
 
-// What services take of one run, and of one result's places.
+// How many results of a run, and places of a result, services accept.
 constexpr size_t kMostResults = 5000;
 constexpr size_t kMostPlaces = 100;
 
-// What the files are named from.
+// The names of the directories to which the files' paths are relative.
 constexpr char kWorkTree[] = "%SRCROOT%";
 constexpr char kDevice[] = "DEVICE";
 
@@ -33,7 +33,7 @@ json RuleObject(const Rule& rule) {
             {"defaultConfiguration", {{"level", SeverityName(rule.severity)}}}};
 }
 
-// Two brackets of a device's text must not become a link.
+// Escapes what would become a link, since the text comes from a device.
 std::string PlainText(const std::string& text) {
     return android::base::StringReplace(Printable(text), "](", "\\](", true);
 }
@@ -137,7 +137,7 @@ json SarifLog(const std::vector<Finding>& findings, const SourceRoot& root,
                 {"columnKind", "utf16CodeUnits"},
                 {"results", results}};
     if (!category.empty()) {
-        // What stands after the last slash would be one run's own.
+        // Services take what follows the last slash as the name of a single run.
         run["automationDetails"] = {{"id", category + (category.back() == '/' ? "" : "/")}};
     }
     return {{"$schema", "https://json.schemastore.org/sarif-2.1.0.json"},

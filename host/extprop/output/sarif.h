@@ -12,7 +12,8 @@
 
 namespace extprop {
 
-// Returns one log with one run. A service keeps the runs of each category apart; it may be empty.
+// Returns a log with one run. Services keep runs of different categories apart; `category` may be
+// empty.
 nlohmann::json SarifLog(const std::vector<Finding>& findings, const SourceRoot& root,
                         const std::string& category);
 

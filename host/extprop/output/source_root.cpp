@@ -20,7 +20,7 @@ fs::path Canonical(const std::string& path) {
     return canonical;
 }
 
-// Returns the nearest directory, this one or one above it, that is a work tree's root; or nothing.
+// Returns the nearest directory, this one or one above it, that is the root of a work tree, or "".
 fs::path WorkTreeOf(fs::path directory) {
     while (true) {
         std::error_code error;

@@ -1,4 +1,4 @@
-// Where services look for the files that reports name.
+// Finds the directory to which the paths of files in reports are relative.
 
 #pragma once
 
@@ -8,17 +8,17 @@ namespace extprop {
 
 class SourceRoot {
   public:
-    // The root of the work tree that `device` lies in; otherwise `device` itself. Throws
+    // Uses the root of the work tree that holds `device`, or `device` itself if none does. Throws
     // InputError if it cannot be used.
     explicit SourceRoot(const std::string& device);
 
-    // The directory `root`, which `device` lies in. Throws InputError if it does not.
+    // Uses the directory `root`. Throws InputError if `device` does not lie in it.
     SourceRoot(const std::string& device, const std::string& root);
 
-    // The absolute path, without links.
+    // Returns the root's absolute path, without links.
     const std::string& directory() const { return directory_; }
 
-    // Whether reports name files from the device's root, since there is nothing above it.
+    // Returns whether the root is the device itself.
     bool is_device() const { return is_device_; }
 
     // Returns the path from the root to the device's `path`, which is empty for the device itself.
@@ -28,14 +28,14 @@ class SourceRoot {
     void Place(const std::string& device);
 
     std::string directory_;
-    std::string device_;  // from there, with a slash at its end unless it is the root
+    std::string device_;  // relative, with a slash at its end unless it is the root
     bool is_device_ = false;
 };
 
-// Returns the path of a file from the root of the work tree that it lies in, or as it is.
+// Returns the path of a file relative to the work tree that holds it, or unchanged if none does.
 std::string PathInWorkTree(const std::string& file);
 
-// Returns the path as a part of a URI: any byte that is no plain letter stands as "%C3".
+// Returns the path for a URI, with other bytes than plain characters escaped, such as "%C3".
 std::string UriOf(const std::string& path);
 
 }  // namespace extprop

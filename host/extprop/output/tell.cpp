@@ -9,7 +9,7 @@
 namespace extprop {
 
 void Tell(std::string_view text) {
-    constexpr size_t kMost = 4096;  // of a line; more only hides what was told before
+    constexpr size_t kMost = 4096;  // of a line; more would only hide earlier messages
     std::string line = Printable(text.substr(0, kMost));
     if (text.size() > kMost) line += "...";
     std::cerr << "extprop: " + line + "\n" << std::flush;

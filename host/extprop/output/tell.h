@@ -1,4 +1,4 @@
-// Standard error: the only place that writes to it.
+// Messages on standard error. Nothing else writes to it.
 
 #pragma once
 
@@ -7,10 +7,10 @@
 
 namespace extprop {
 
-// Says the text in one line, which begins with the tool's name and is printable.
+// Prints the text on one printable line that begins with the tool's name.
 void Tell(std::string_view text);
 
-// A line that a terminal on standard error shows until the next text or the end; nothing elsewhere.
+// A line that is shown until the next message or the end, if standard error is a terminal.
 class StatusLine {
   public:
     StatusLine() = default;

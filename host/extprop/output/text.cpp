@@ -14,7 +14,7 @@ namespace {
 
 using android::base::StartsWith;
 
-// Log lines that say what is usual, with what their number says.
+// Log lines that every device causes, and the text for their number.
 struct UsualLines {
     std::vector<const char*> beginnings;
     const char* one;
@@ -45,7 +45,7 @@ const UsualLines* FindUsual(const std::string& message) {
     return nullptr;
 }
 
-// Prints a step's events as they come and counts what is not worth a line.
+// Prints a step's events in their order, and counts those that get no line.
 class EventPrinter {
   public:
     EventPrinter(const StepReport& step, bool verbose, Text* out) : verbose_(verbose), out_(*out) {
@@ -161,7 +161,7 @@ class EventPrinter {
     bool verbose_;
     Text& out_;
     std::map<const UsualLines*, size_t> usual_;
-    std::map<std::string, size_t> times_;  // of log lines that are still to be printed
+    std::map<std::string, size_t> times_;  // of log lines, by text, that are not yet printed
 };
 
 constexpr char kGreen[] = "\033[1;32m";
@@ -175,10 +175,10 @@ const char* ColourOf(const Origin& origin) {
     return origin.did_not_load() || origin.fate == Fate::kRefused ? kYellow : kFaint;
 }
 
-// The operation that loaded a file and gave init nothing of the line.
+// Returns a text with the operation that loaded the line and did not hand it to init.
 std::string WhyKept(const Origin& origin) {
     for (const std::string& operation : origin.operations) {
-        // The loader itself only does as it is told.
+        // The loader itself is not the reason.
         if (!StartsWith(operation, "load_propert")) return ": " + operation + " keeps it";
     }
     return "";

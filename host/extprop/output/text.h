@@ -1,4 +1,4 @@
-// The tool's answers for people. Nothing in them but line ends moves a terminal.
+// The tool's results as text for people. All of it is printable.
 
 #pragma once
 
@@ -10,23 +10,23 @@
 
 namespace extprop {
 
-// Prints a boot's report. A verbose one has every log line and opened file; otherwise warnings
-// that every device gives are counted. The properties end it unless the boot failed.
+// Prints a boot's report, and the properties at its end unless the boot failed. `verbose` prints
+// every log line and opened file; otherwise warnings that every device causes are only counted.
 void PrintReport(const Report& report, bool verbose, std::ostream& out);
 
-// Whether every healthy device gives such log lines, which are counted unless all is told.
+// Returns whether the log line is one that every healthy device causes.
 bool IsUsual(const std::string& message);
 
-// Returns one line that says what the library did not survive.
+// Returns one line on how the library failed.
 std::string FailureText(const BootFailure& failure);
 
-// Returns the explanation, in colours if wanted. Unless it is verbose, of a property with many
-// origins those are left out that say least.
+// Returns the explanation's text, with colours if wanted. Unless `verbose` is set, the least
+// important origins of a property with many are left out.
 std::string ExplanationText(const Explanation& explanation, bool colours, bool verbose);
 
 std::string DifferenceText(const Difference& difference);
 
-// Returns what became of a value, as it stands after it; nothing if it won.
+// Returns the text on a value's fate that follows the value; "" if the value won.
 std::string FateText(const Origin& origin);
 
 }  // namespace extprop
