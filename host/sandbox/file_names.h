@@ -37,12 +37,12 @@ inline constexpr char kPayload[] = "payload.bin";
 // The directory of target files that images lie in.
 inline constexpr char kImagesDirectory[] = "IMAGES";
 
-// What a file's name says of it.
+// What the name of a file says of its content.
 struct FileName {
     std::string image = "";              // such as "my_region_a"; empty if it is no image
     std::optional<int> part = {};        // the part's number, of a split image
     bool is_archive = false;             // of a format that can be opened
-    const char* whats_unread = nullptr;  // why it is ignored, and what to do
+    const char* whats_unread = nullptr;  // what an ignored file is, and what to do
 };
 
 // Parses names such as "odm.img", "odm.img.zst", "payload.bin", "super.img_sparsechunk.3",

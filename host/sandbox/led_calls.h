@@ -7,7 +7,7 @@
 
 namespace sandbox {
 
-// Returns whether the kernel supports what redirection takes.
+// Returns whether the kernel supports what redirection needs.
 bool CanLeadCalls();
 
 // Makes all later calls of this process that find, make or change files act on the view. Nothing

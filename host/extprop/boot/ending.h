@@ -1,4 +1,4 @@
-// The limits of the process that plays init: reaching one ends it, and its exit status says which.
+// The limits of the process that plays init: reaching one ends it, and its exit status shows which.
 
 #pragma once
 

@@ -21,7 +21,7 @@ FetchExtension LoadExtension();
 // What is reported of a boot besides the properties at its end.
 enum class Detail {
     kEverything,
-    kOrigins,  // only what the origins of the traced names take
+    kOrigins,  // only what finding the origins of the traced names needs
     kNothing,
 };
 
@@ -45,7 +45,8 @@ struct BootPlan {
     const DeviceImports* imports = nullptr;
     const std::set<std::string>* watched = nullptr;
     Detail detail = Detail::kEverything;
-    // The properties are reported as the difference from these; all of them are if it is null.
+    // The properties at the end are reported as the difference from these; if null, all are
+    // reported.
     const PropertyMap* base = nullptr;
     // Selects the names whose lines are reported, so that their origins can be found. Empty: none.
     std::function<bool(const std::string& name)> traced;

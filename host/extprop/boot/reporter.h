@@ -44,7 +44,8 @@ class Reporter : public platform::Observer, private LoadListener {
     void MakeRecord(const DeviceImports& imports, const std::set<std::string>& watched);
     BootRecord TakeRecord();
 
-    // Sets the property on behalf of the phone's system: a switch key, or what a step set says.
+    // Sets the property on behalf of the phone's system: a switch key, or the property of a step
+    // set.
     void OnKey(const std::string& name, const std::string& value);
 
     // Makes the edit on behalf of another program on the phone. Ends the process if it cannot be

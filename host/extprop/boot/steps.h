@@ -16,7 +16,7 @@ using android::init::IInitExtensionProperty;
 using android::init::PropertyCallback;
 using android::init::PropertyMap;
 
-// What performing a step takes.
+// What a step's action needs.
 struct StepContext {
     IInitExtensionProperty* extension;
     PropertyMap* early_properties;  // init's own map for the early load
@@ -69,7 +69,7 @@ struct Step {
 // The default steps.
 inline constexpr const char* kDefaultSteps[] = {"early", "persist"};
 
-// Whether the text begins with a step's word, whatever follows after a ":".
+// Returns whether the text begins with a step's word. What follows after a ":" is not checked.
 bool IsStepWord(const std::string& text);
 
 // Returns the step for which a misspelt one was probably meant, or "".

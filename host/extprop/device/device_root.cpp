@@ -28,7 +28,7 @@ bool IsDeviceRoot(const DeviceTree& tree, const std::string& directory) {
     for (const std::string mounts : {"", "/mnt/vendor"}) {
         for (const std::string& name : tree.Names(directory + mounts)) {
             const std::string path = mounts + "/" + name;
-            // Such names do not make a root of a directory that is itself a /mnt/vendor.
+            // A directory that is itself a /mnt/vendor has such names, and is no root.
             if (!directory.empty() && android::base::StartsWith(path, "/my_")) continue;
             if (PartitionOf(path) != path) continue;
             if (KindOfPartition(path).kind != PartitionKind::kSystems) return true;

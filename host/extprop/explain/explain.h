@@ -16,7 +16,7 @@ namespace extprop {
 // The pattern of all names. It is no error if there are none.
 inline constexpr char kEverything[] = "*";
 
-// Whether the name matches one of the patterns, as in a shell.
+// Returns whether the name matches one of the patterns, as in a shell.
 bool Matches(const std::string& name, const std::vector<std::string>& patterns);
 
 // Returns the patterns that match none of the names, except kEverything.

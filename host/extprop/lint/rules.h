@@ -58,7 +58,7 @@ class Findings {
     std::string Named(const std::string& path) const { return device_ + path; }
 
     // Returns the findings in the order of files and lines, with the lines' texts and fingerprints.
-    // If some were dropped, one more finding says so.
+    // If some were dropped, one more finding reports that.
     std::vector<Finding> Take(const PropertyFiles& files);
 
   private:

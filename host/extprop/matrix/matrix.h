@@ -35,7 +35,8 @@ using OriginDocument = std::shared_ptr<const nlohmann::json>;
 
 class Matrix {
   public:
-    // Prepares the device and boots it as it is. Throws as PreparedDevice does.
+    // Prepares the device and boots it as it is. Up to `jobs` boots run at a time. Throws as
+    // PreparedDevice does.
     Matrix(const BootOptions& options, int jobs);
 
     const VariantSpace& space() const { return space_; }
