@@ -14,7 +14,9 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 def examples(page):
     """Yields the commands of each block of the page that has any, with the lines below them."""
-    for block in re.findall(r"^```\n(.*?)^```$", page.read_text(), re.M | re.S):
+    for language, block in re.findall(r"^```(\w*)\n(.*?)^```$", page.read_text(), re.M | re.S):
+        if language:
+            continue
         runs = re.findall(r"^\$ ((?:.*\\\n)*.*)\n((?:(?!\$ ).*\n)*)", block, re.M)
         if runs:
             yield runs
