@@ -66,6 +66,18 @@ TEST(PageTest, HostileTextStaysText) {
     expect("caf\xe9 \xff\xfe", "caf\xef\xbf\xbd \xef\xbf\xbd\xef\xbf\xbd");
 }
 
+// A healthy boot logs lines of every severity that need no attention.
+TEST(PageTest, WhatTheTextFoldsIsMarkedAsUsual) {
+    for (const auto& [message, is_usual] :
+         {std::pair("Couldn't load property file '/odm/build.prop': No such file or directory",
+                    true),
+          std::pair("there is no config file: /my_product/etc/devicename.cfg", false)}) {
+        const Parts parts = PartsOf(ReportPage(MakeReport(message), MakeExplanation("a")));
+        const json event = json::parse(parts.data)["steps"][0]["events"][0];
+        EXPECT_EQ(event.value("usual", false), is_usual) << message;
+    }
+}
+
 // The pages must work from a mail or a build server's archive.
 TEST(PageTest, PagesAreSelfContained) {
     extprop::Comparison comparison;
