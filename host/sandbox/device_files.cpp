@@ -67,12 +67,12 @@ void DeviceFiles::ShowImages() {
 // A phone shows what is mounted at /mnt/vendor/my_X at /my_X, too.
 void DeviceFiles::ShowPartitionsTwice() {
     constexpr char kMounts[] = "/mnt/vendor";
-    Entry mounts;
+    ResolvedPath mounts;
     std::vector<Listed> names;
     if (view_->Find(kMounts, true, &mounts) < 0 || !mounts.is_directory()) return;
     if (view_->List(mounts, &names) < 0) return;
     for (const Listed& listed : names) {
-        Entry partition;
+        ResolvedPath partition;
         if (listed.name.rfind("my_", 0) != 0) continue;
         if (view_->FindIn(mounts, listed.name, &partition) < 0 || !partition.is_directory())
             continue;

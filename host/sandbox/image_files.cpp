@@ -84,7 +84,7 @@ unique_fd OpenNamed(const std::string& path) {
 unique_fd OpenInDevice(const View& view, const std::string& image, const std::string& path) {
     const std::string advice =
             image.empty() ? "" : "; --image " + image + "=FILE reads an image of any place";
-    Entry link, entry;
+    ResolvedPath link, entry;
     view.Find(path, false, &link);
     const long error = view.Find(path, true, &entry);
     if (link.is_link() && (error < 0 || !entry.exists)) {

@@ -56,7 +56,7 @@ long KernelStatus(int fd, struct stat* status) {
     return Kernel(SYS_newfstatat, fd, "", status, AT_EMPTY_PATH);
 }
 
-void KeepPlace(int fd, const Entry& entry) {
+void KeepPlace(int fd, const ResolvedPath& entry) {
     struct stat status;
     if (KernelStatus(fd, &status) != 0) return;
     std::lock_guard<std::mutex> lock(*g_places_mutex);
@@ -100,7 +100,7 @@ long StartOf(int fd, const char* path, Start* start) {
 long LeadOpen(int at, const char* path, int flags, mode_t mode) {
     Start start;
     if (long error = StartOf(at, path, &start); error < 0) return error;
-    Entry entry;
+    ResolvedPath entry;
     const long fd = g_view->Open(start, path, flags, mode, &entry);
     const bool is_kept = entry.is_directory() || !g_view->is_kernels({entry.mount, entry.path});
     if (fd >= 0 && is_kept) KeepPlace(static_cast<int>(fd), entry);

@@ -55,8 +55,8 @@ View::View(std::shared_ptr<const Tree> device, std::string state, std::string no
 // --- Finding ------------------------------------------------------------------------------------
 
 // Gets the status of a path whose parent, if it has one, exists.
-long View::Look(int mount, const std::string& path, Entry* entry) const {
-    *entry = Entry();
+long View::Look(int mount, const std::string& path, ResolvedPath* entry) const {
+    *entry = ResolvedPath();
     entry->mount = mount;
     entry->path = path;
     if (IsRemoved(path) && path != mounts_[mount].root) return -ENOENT;
@@ -79,18 +79,19 @@ void View::EnterMounts(int* mount, std::string* path) const {
 
 // Returns where the directory of an absolute path was found before, or null. Then `*key` is what to
 // cache it by.
-const View::Way* View::KnownWay(const std::string& directory, std::string* key) const {
-    constexpr size_t kMostWays = 1024;
+const View::CachedDirectory* View::FindCached(const std::string& directory,
+                                              std::string* key) const {
+    constexpr size_t kMostDirectories = 1024;
     const std::pair<uint64_t, size_t> now = {layer_->changes(), mounts_.size()};
-    if (now != ways_at_ || ways_.size() >= kMostWays) ways_.clear();
-    ways_at_ = now;
-    const auto known = ways_.find(directory);
-    if (known != ways_.end()) return &known->second;
+    if (now != directories_at_ || directories_.size() >= kMostDirectories) directories_.clear();
+    directories_at_ = now;
+    const auto known = directories_.find(directory);
+    if (known != directories_.end()) return &known->second;
     *key = directory;
     return nullptr;
 }
 
-long View::Walk(const Start& start, std::string_view path, Last last, Entry* entry) const {
+long View::Walk(const Start& start, std::string_view path, Last last, ResolvedPath* entry) const {
     if (path.empty()) return -ENOENT;
     if (path.size() >= PATH_MAX) return -ENAMETOOLONG;
     std::string rest(path);
@@ -98,7 +99,7 @@ long View::Walk(const Start& start, std::string_view path, Last last, Entry* ent
     int links = 0;
     std::string directory;  // set for an absolute path whose directory is to be cached
     if (rest.front() == '/' && rest.back() != '/') {
-        const Way* known = KnownWay(rest.substr(0, rest.rfind('/')), &directory);
+        const CachedDirectory* known = FindCached(rest.substr(0, rest.rfind('/')), &directory);
         if (known != nullptr) {
             at = known->directory;
             links = known->links;
@@ -112,7 +113,7 @@ long View::Walk(const Start& start, std::string_view path, Last last, Entry* ent
         rest.erase(0, end);
         const bool is_last = rest.find_first_not_of('/') == std::string::npos;
         if (name.size() > NAME_MAX) return -ENAMETOOLONG;
-        if (is_last && !directory.empty()) ways_[std::exchange(directory, "")] = {at, links};
+        if (is_last && !directory.empty()) directories_[std::exchange(directory, "")] = {at, links};
         if (name == "..") {
             std::string above = at.path;
             while (at.mount != 0 && above == mounts_[at.mount].root) {
@@ -154,17 +155,18 @@ long View::Walk(const Start& start, std::string_view path, Last last, Entry* ent
     }
 }
 
-long View::Find(std::string_view path, bool follow, Entry* entry) const {
+long View::Find(std::string_view path, bool follow, ResolvedPath* entry) const {
     std::lock_guard<std::mutex> lock(mutex_);
     return Walk({}, path, follow ? kFollow : kLinkItself, entry);
 }
 
-long View::FindIn(const Entry& directory, const std::string& name, Entry* entry) const {
+long View::FindIn(const ResolvedPath& directory, const std::string& name,
+                  ResolvedPath* entry) const {
     std::lock_guard<std::mutex> lock(mutex_);
     return Walk({directory.mount, directory.path}, name, kLinkItself, entry);
 }
 
-std::string View::PathOf(const Entry& entry) const {
+std::string View::PathOf(const ResolvedPath& entry) const {
     std::string path = entry.path;
     for (int mount = entry.mount; mount != 0; mount = mounts_[mount].parent) {
         path = mounts_[mount].point + path.substr(mounts_[mount].root.size());
@@ -172,7 +174,7 @@ std::string View::PathOf(const Entry& entry) const {
     return path;
 }
 
-long View::List(const Entry& directory, std::vector<Listed>* names) const {
+long View::List(const ResolvedPath& directory, std::vector<Listed>* names) const {
     std::lock_guard<std::mutex> lock(mutex_);
     const long error = TreeOf(directory).List(directory.path, names);
     if (error == -EACCES) Note(kDenied, PathOf(directory));
@@ -181,7 +183,7 @@ long View::List(const Entry& directory, std::vector<Listed>* names) const {
 
 long View::Read(const std::string& path, size_t most, std::string* content) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry entry;
+    ResolvedPath entry;
     if (long error = Walk({}, path, kLinkItself, &entry); error < 0) return error;
     if (!entry.exists) return -ENOENT;
     if (entry.is_directory()) return -EISDIR;
@@ -203,7 +205,7 @@ long View::Read(const std::string& path, size_t most, std::string* content) cons
 
 long View::OpenToRead(const std::string& path, bool follow) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry entry;
+    ResolvedPath entry;
     if (long error = Walk({}, path, follow ? kFollow : kLinkItself, &entry); error < 0) {
         return error;
     }
@@ -249,7 +251,7 @@ long View::ReadDirectory(const Start& place, size_t* next, char* buffer, size_t 
     return static_cast<long>(used);
 }
 
-bool View::IsMountPoint(const Entry& entry) const {
+bool View::IsMountPoint(const ResolvedPath& entry) const {
     return std::any_of(mounts_.begin() + 1, mounts_.end(), [&](const Mount& mount) {
         return mounts_[mount.parent].tree == mounts_[entry.mount].tree && mount.point == entry.path;
     });
@@ -259,7 +261,7 @@ bool View::IsMountPoint(const Entry& entry) const {
 
 // Opens a regular file, and refuses one that is too large. The library opens property and key files
 // with O_NOFOLLOW; all that it opens in other ways is partitions and logos, which may be larger.
-long View::OpenRegular(const Entry& entry, int flags) {
+long View::OpenRegular(const ResolvedPath& entry, int flags) {
     const bool reads = (flags & O_ACCMODE) == O_RDONLY && (flags & O_TRUNC) == 0;
     const uint64_t most =
             (flags & O_NOFOLLOW) != 0 ? limits::kPropertyFile : limits::kPartitionFile;
@@ -277,12 +279,13 @@ long View::OpenRegular(const Entry& entry, int flags) {
     return fd;
 }
 
-long View::Open(const Start& start, const char* path, int flags, mode_t mode, Entry* opened) {
+long View::Open(const Start& start, const char* path, int flags, mode_t mode,
+                ResolvedPath* opened) {
     const bool creates = (flags & O_CREAT) != 0;
     const bool exclusive = creates && (flags & O_EXCL) != 0;
     const bool writes = (flags & O_ACCMODE) != O_RDONLY || (flags & O_TRUNC) != 0;
     if ((flags & O_TMPFILE) == O_TMPFILE) return -EOPNOTSUPP;
-    Entry& entry = *opened;
+    ResolvedPath& entry = *opened;
     std::string special;
     {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -323,7 +326,7 @@ long View::Open(const Start& start, const char* path, int flags, mode_t mode, En
 
 long View::Access(const Start& start, const char* path, int mode) {
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry entry;
+    ResolvedPath entry;
     if (long error = Walk(start, path, kFollow, &entry); error < 0) return error;
     if (!entry.exists) return -ENOENT;
     if ((mode & X_OK) != 0 && !entry.is_directory() && (entry.status.st_mode & 0111) == 0) {
@@ -334,7 +337,7 @@ long View::Access(const Start& start, const char* path, int mode) {
 
 long View::Status(const Start& start, const char* path, bool follow, struct stat* status) {
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry entry;
+    ResolvedPath entry;
     if (long error = Walk(start, path, follow ? kFollow : kLinkItself, &entry); error < 0) {
         return error;
     }
@@ -345,7 +348,7 @@ long View::Status(const Start& start, const char* path, bool follow, struct stat
 
 long View::ReadLink(const Start& start, const char* path, char* target, size_t size) {
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry entry;
+    ResolvedPath entry;
     if (long error = Walk(start, path, kLinkItself, &entry); error < 0) return error;
     if (!entry.exists) return -ENOENT;
     if (!entry.is_link() || size == 0) return -EINVAL;
@@ -356,14 +359,15 @@ long View::ReadLink(const Start& start, const char* path, char* target, size_t s
 
 long View::MakeDirectory(const Start& start, const char* path, mode_t mode) {
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry entry;
+    ResolvedPath entry;
     if (long error = Walk(start, path, kPlaceItself, &entry); error < 0) return error;
     if (entry.exists) return -EEXIST;
     return IsWritable(entry) ? layer_->MakeDirectory(entry.path, mode) : -EROFS;
 }
 
 // Finds what is to be removed or changed. Returns -EROFS if its mount is read-only.
-long View::FindForChange(const Start& start, const char* path, Last last, Entry* entry) const {
+long View::FindForChange(const Start& start, const char* path, Last last,
+                         ResolvedPath* entry) const {
     if (long error = Walk(start, path, last, entry); error < 0) return error;
     if (!entry->exists) return -ENOENT;
     return IsWritable(*entry) ? 0 : -EROFS;
@@ -371,7 +375,7 @@ long View::FindForChange(const Start& start, const char* path, Last last, Entry*
 
 long View::Remove(const Start& start, const char* path, bool directory) {
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry entry;
+    ResolvedPath entry;
     if (long error = FindForChange(start, path, kPlaceItself, &entry); error < 0) return error;
     const std::string_view name = LastName(path);
     if (directory && name == ".") return -EINVAL;
@@ -384,7 +388,7 @@ long View::Remove(const Start& start, const char* path, bool directory) {
 }
 
 // Removes what was found; mounts that show it go on doing so.
-long View::RemoveShown(const Entry& entry, bool directory) {
+long View::RemoveShown(const ResolvedPath& entry, bool directory) {
     const auto shows = [&entry](const Mount& mount) {
         return mount.tree == 0 && mount.root == entry.path;
     };
@@ -405,7 +409,7 @@ long View::RemoveShown(const Entry& entry, bool directory) {
 
 long View::ChangeOwner(const Start& start, const char* path, bool follow, uid_t user, gid_t group) {
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry entry;
+    ResolvedPath entry;
     if (long error = FindForChange(start, path, follow ? kFollow : kLinkItself, &entry);
         error < 0) {
         return error;
@@ -415,14 +419,14 @@ long View::ChangeOwner(const Start& start, const char* path, bool follow, uid_t 
 
 long View::ChangeMode(const Start& start, const char* path, mode_t mode) {
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry entry;
+    ResolvedPath entry;
     if (long error = FindForChange(start, path, kFollow, &entry); error < 0) return error;
     return layer_->ChangeMode(entry.path, mode);
 }
 
 long View::Bind(const char* source, const char* target, bool recursive) {
     std::lock_guard<std::mutex> lock(mutex_);
-    Entry from, to;
+    ResolvedPath from, to;
     if (long error = Walk({}, target, kFollow, &to); error < 0) return error;
     if (!to.exists) return -ENOENT;
     if (source == nullptr || source[0] == '\0') return -EINVAL;
@@ -448,7 +452,7 @@ long View::Bind(const char* source, const char* target, bool recursive) {
 }
 
 std::pair<size_t, std::string> View::TreeAt(const std::string& path) const {
-    Entry entry;
+    ResolvedPath entry;
     if (trees_.size() == 1 || Find(path, false, &entry) < 0) return {0, ""};
     return {mounts_[entry.mount].tree, entry.path};
 }
@@ -487,7 +491,7 @@ std::set<std::string> View::Noted(const char* list) const {
 
 long View::ShowTree(std::shared_ptr<const Tree> tree, const std::string& root,
                     const std::string& place) {
-    Entry entry;
+    ResolvedPath entry;
     for (size_t slash = 0; slash != std::string::npos;) {
         slash = place.find('/', slash + 1);
         const std::string part = place.substr(0, slash);
@@ -504,13 +508,13 @@ long View::ShowTree(std::shared_ptr<const Tree> tree, const std::string& root,
 }
 
 long View::MakeLink(const std::string& target, const std::string& path) {
-    Entry entry;
+    ResolvedPath entry;
     if (long error = Find(path, false, &entry); error < 0) return error;
     return entry.exists ? 0 : layer_->MakeLink(entry.path, target);
 }
 
 long View::MakeBlockDevice(const std::string& path) {
-    Entry entry;
+    ResolvedPath entry;
     if (long error = Find(path, true, &entry); error < 0) return error;
     if (!entry.exists) return -ENOENT;
     if (!S_ISREG(entry.status.st_mode) || !IsWritable(entry)) return -ENOTBLK;

@@ -22,7 +22,7 @@
 namespace sandbox {
 
 // A file, directory or link of the device, or a place where there is none yet.
-struct Entry {
+struct ResolvedPath {
     int mount = 0;     // the mount that it is in
     std::string path;  // in that mount's tree, without links; "" is the tree's root
     bool exists = false;
@@ -46,7 +46,7 @@ class View {
     // one cannot be used.
     View(std::shared_ptr<const Tree> device, std::string state, std::string notes);
 
-    long Open(const Start& start, const char* path, int flags, mode_t mode, Entry* opened);
+    long Open(const Start& start, const char* path, int flags, mode_t mode, ResolvedPath* opened);
     long Access(const Start& start, const char* path, int mode);
     long Status(const Start& start, const char* path, bool follow, struct stat* status);
     long ReadLink(const Start& start, const char* path, char* target, size_t size);
@@ -57,13 +57,13 @@ class View {
     long Bind(const char* source, const char* target, bool recursive);
 
     // Finds what is at the absolute `path`, or where it would be made.
-    long Find(std::string_view path, bool follow, Entry* entry) const;
+    long Find(std::string_view path, bool follow, ResolvedPath* entry) const;
 
     // Finds what has the name in a directory that was found, or where it would be made.
-    long FindIn(const Entry& directory, const std::string& name, Entry* entry) const;
+    long FindIn(const ResolvedPath& directory, const std::string& name, ResolvedPath* entry) const;
 
     // Returns the device's path of what was found.
-    std::string PathOf(const Entry& entry) const;
+    std::string PathOf(const ResolvedPath& entry) const;
 
     // Of an open file, by the place at which it was found.
     bool is_kernels(const Start& place) const;
@@ -74,7 +74,7 @@ class View {
     long ReadDirectory(const Start& place, size_t* next, char* buffer, size_t size) const;
 
     // Adds the names in the directory.
-    long List(const Entry& directory, std::vector<Listed>* names) const;
+    long List(const ResolvedPath& directory, std::vector<Listed>* names) const;
 
     // Puts the content of the regular file at `path` into `*content`. Returns -ELOOP for a link,
     // -EFBIG if it has more than `most` bytes.
@@ -125,7 +125,7 @@ class View {
     };
 
     // Where the directory of a path was found, and the number of links on the way.
-    struct Way {
+    struct CachedDirectory {
         Start directory;
         int links;
     };
@@ -133,25 +133,27 @@ class View {
     // How a link or mount at the end of a path is treated.
     enum Last { kFollow, kLinkItself, kPlaceItself };
 
-    const Way* KnownWay(const std::string& directory, std::string* key) const;
-    long Walk(const Start& start, std::string_view path, Last last, Entry* entry) const;
-    long Look(int mount, const std::string& path, Entry* entry) const;
+    const CachedDirectory* FindCached(const std::string& directory, std::string* key) const;
+    long Walk(const Start& start, std::string_view path, Last last, ResolvedPath* entry) const;
+    long Look(int mount, const std::string& path, ResolvedPath* entry) const;
     void EnterMounts(int* mount, std::string* path) const;
-    bool IsMountPoint(const Entry& entry) const;
-    bool IsWritable(const Entry& entry) const { return mounts_[entry.mount].tree == 0; }
-    const Tree& TreeOf(const Entry& entry) const { return *trees_[mounts_[entry.mount].tree]; }
-    long RemoveShown(const Entry& entry, bool directory);
-    long FindForChange(const Start& start, const char* path, Last last, Entry* entry) const;
-    long OpenRegular(const Entry& entry, int flags);
+    bool IsMountPoint(const ResolvedPath& entry) const;
+    bool IsWritable(const ResolvedPath& entry) const { return mounts_[entry.mount].tree == 0; }
+    const Tree& TreeOf(const ResolvedPath& entry) const {
+        return *trees_[mounts_[entry.mount].tree];
+    }
+    long RemoveShown(const ResolvedPath& entry, bool directory);
+    long FindForChange(const Start& start, const char* path, Last last, ResolvedPath* entry) const;
+    long OpenRegular(const ResolvedPath& entry, int flags);
 
     std::string notes_;
     std::shared_ptr<const Tree> device_;
     std::shared_ptr<PrivateLayer> layer_;             // over the device directory
     std::vector<std::shared_ptr<const Tree>> trees_;  // the first is the layer
     std::vector<Mount> mounts_;                       // the first is the root
-    // Cache, by absolute paths; valid while the numbers of changes and mounts are ways_at_.
-    mutable std::unordered_map<std::string, Way> ways_;
-    mutable std::pair<uint64_t, size_t> ways_at_;
+    // Cache, by absolute paths; valid while the numbers of changes and mounts are directories_at_.
+    mutable std::unordered_map<std::string, CachedDirectory> directories_;
+    mutable std::pair<uint64_t, size_t> directories_at_;
     mutable std::mutex mutex_;
 };
 

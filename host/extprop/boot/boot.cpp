@@ -316,7 +316,8 @@ Report PreparedDevice::Boot(BootListener* listener,
     }
     // A boot may delete key files before it reads them. After the default steps, the steps of such
     // keys are performed, as init does when a key changes.
-    for (size_t i = 0; i < plan.keys.size() && options_.names_no_steps && !report_.failure; ++i) {
+    for (size_t i = 0; i < plan.keys.size() && options_.uses_default_steps && !report_.failure;
+         ++i) {
         perform(plan.keys[i].step, static_cast<int>(plan.steps.size() + i));
     }
     if (!report_.failure) end();
@@ -366,11 +367,11 @@ void Add(const Addition& addition, BootOptions* options) {
     for (const auto& [name, value] : addition.settings) options->plan.properties[name] = value;
     for (const std::string& step : addition.steps) {
         options->plan.steps.push_back(ParseStep(step));
-        options->names_no_steps = false;
+        options->uses_default_steps = false;
     }
 }
 
-std::vector<std::string> WordsOf(const Addition& addition, bool names_no_steps) {
+std::vector<std::string> WordsOf(const Addition& addition, bool uses_default_steps) {
     std::vector<std::string> words;
     for (int axis = 0; axis < kAxisCount; ++axis) {
         if (!addition.variant[axis]) continue;
@@ -379,7 +380,7 @@ std::vector<std::string> WordsOf(const Addition& addition, bool names_no_steps) 
     for (const auto& [name, value] : addition.settings) {
         words.insert(words.end(), {"--set", name + "=" + value});
     }
-    if (names_no_steps && !addition.steps.empty()) {
+    if (uses_default_steps && !addition.steps.empty()) {
         words.insert(words.end(), std::begin(kDefaultSteps), std::end(kDefaultSteps));
     }
     words.insert(words.end(), addition.steps.begin(), addition.steps.end());

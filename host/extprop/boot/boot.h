@@ -17,7 +17,7 @@ struct BootOptions {
     std::string device;                   // the device directory
     sandbox::Options images;              // which images are read
     BootPlan plan;                        // its properties are set again after each reboot
-    bool names_no_steps = false;          // the plan has the default steps
+    bool uses_default_steps = false;      // the plan has the default steps
     WhatIf what_if;                       // applied before the first boot
     std::chrono::seconds time_limit{30};  // for each step
 };
@@ -45,7 +45,7 @@ void Add(const Addition& addition, BootOptions* options);
 
 // Returns its words, options first, such as {"--region", "IN", "sim"}. If steps are added to a
 // command line that names none, the words begin with the default steps.
-std::vector<std::string> WordsOf(const Addition& addition, bool names_no_steps);
+std::vector<std::string> WordsOf(const Addition& addition, bool uses_default_steps);
 
 // A device directory with a copy-on-write layer in which the what-if options are applied.
 class PreparedDevice {

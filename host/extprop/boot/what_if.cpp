@@ -63,7 +63,7 @@ std::string Edited(const std::string& content, const Edit& edit) {
 void AddKeyEdits(const SwitchKey& key, const std::string& value, std::vector<Edit>* edits) {
     for (const FixedFile& file : FixedFiles()) {
         const bool is_read =
-                file.occasion == Occasion::kKeyFiles || file.occasion == Occasion::kDataCommon;
+                file.trigger == LoadTrigger::kKeyFiles || file.trigger == LoadTrigger::kDataCommon;
         if (file.path == std::string_view(key.key_file) ||
             (is_read && LoadedFrom(file.path).count(key.property) != 0)) {
             edits->push_back({file.path, key.property, value, false});

@@ -80,7 +80,7 @@ void AddChoiceOptions(CommandLine* line, ChoiceArguments* arguments) {
 
 std::vector<Variant> Chosen(const VariantSpace& space, const ChoiceArguments& arguments,
                             const VariantSpace& known) {
-    Choice choice;
+    VariantChoice choice;
     for (const std::string& axis : arguments.over) choice.over.push_back(AxisNamed(axis));
     ParseValues("--only", arguments.only, known, &choice.only);
     ParseValues("--except", arguments.except, known, &choice.except);

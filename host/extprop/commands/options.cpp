@@ -122,9 +122,9 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
         plan.steps.push_back(ParseStep(step));
         if (!arguments.any_word) CheckStep(plan.steps.back());
     }
-    options.names_no_steps = plan.steps.empty();
+    options.uses_default_steps = plan.steps.empty();
     for (const char* step : kDefaultSteps) {
-        if (options.names_no_steps) plan.steps.push_back(ParseStep(step));
+        if (options.uses_default_steps) plan.steps.push_back(ParseStep(step));
     }
     for (const std::string& file : arguments.property_files) {
         const Phone phone = ReadPhone(file, {device, arguments.other_device});

@@ -178,7 +178,7 @@ Comparison Compare(const BootOptions& options, const Phone& phone, const std::st
     comparison.device = report->device;
     comparison.phone = name;
     comparison.missing = std::move(is.missing);
-    comparison.words = WordsOf(is.addition(), options.names_no_steps);
+    comparison.words = WordsOf(is.addition(), options.uses_default_steps);
     comparison.given = GivenBy(own);
     comparison.failure = report->failure;
     if (!report->failure) comparer.AddAll(report->properties, explanation);

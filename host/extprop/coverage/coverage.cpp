@@ -121,7 +121,7 @@ void Coverage::FindOpenFiles(const Survey& survey) {
     }
     for (const SurveyedFile& file : survey.files) {
         if (file.source) continue;
-        OpenFile open = {file.path, WaysTo(file.path, space_), {}};
+        OpenFile open = {file.path, CandidatesFor(file.path, space_), {}};
         auto& known = importers[file.path];
         for (const Import& import : referring) known[import].insert(file.path);
         for (const auto& [import, paths] : known) {
@@ -140,7 +140,7 @@ void Coverage::FindOpenFiles(const Survey& survey) {
             importer.choices.resize(std::min(importer.choices.size(), kMostChoices));
             if (!importer.choices.empty()) open.importers.push_back(std::move(importer));
         }
-        if (!open.ways.empty() || !open.importers.empty()) open_.push_back(std::move(open));
+        if (!open.candidates.empty() || !open.importers.empty()) open_.push_back(std::move(open));
     }
 }
 
@@ -184,7 +184,7 @@ void Coverage::WatchWhatIsAsked() {
 bool Coverage::Boot(const std::vector<Addition>& additions, Kind kind) {
     std::vector<CoveredBoot> boots;
     for (const Addition& addition : additions) {
-        auto words = WordsOf(addition, options_.names_no_steps);
+        auto words = WordsOf(addition, options_.uses_default_steps);
         if (is_stopped_ || !tried_.insert(words).second || DiesBefore(addition)) continue;
         boots.push_back({addition, std::move(words), {}, kind == kPhones, false});
     }
@@ -243,9 +243,12 @@ std::optional<std::vector<std::string>> Coverage::WordsFor(const std::string& fi
 bool Coverage::IsUntold(const std::string& file) const {
     return std::any_of(open_.begin(), open_.end(), [&](const OpenFile& open) {
         return open.path == file &&
-               std::any_of(open.ways.begin(), open.ways.end(), [&](const Way& way) {
-                   return died_.count(WordsOf({way.variant, way.settings, {}}, false)) != 0;
-               });
+               std::any_of(
+                       open.candidates.begin(), open.candidates.end(),
+                       [&](const Candidate& candidate) {
+                           return died_.count(WordsOf({candidate.variant, candidate.settings, {}},
+                                                      false)) != 0;
+                       });
     });
 }
 
@@ -270,7 +273,8 @@ void Coverage::TryValues() {
 void Coverage::TryPlaces() {
     std::vector<Addition> additions;
     for (const OpenFile& open : open_) {
-        for (const Way& way : open.ways) additions.push_back({way.variant, way.settings, {}});
+        for (const Candidate& candidate : open.candidates)
+            additions.push_back({candidate.variant, candidate.settings, {}});
     }
     Boot(additions, kPhones);
 }
@@ -292,12 +296,12 @@ void Coverage::TryPlacesWithSteps(const Steps& before) {
     for (size_t i = 0; IsAnyOpen() && i < KnownSteps().size() && boots_.size() < kMostBoots; ++i) {
         std::vector<Addition> additions;
         for (const OpenFile& open : open_) {
-            for (const Way& way : open.ways) {
-                Steps steps = way.steps;
+            for (const Candidate& candidate : open.candidates) {
+                Steps steps = candidate.steps;
                 for (const std::string& step : KnownSteps()) {
                     if (std::count(steps.begin(), steps.end(), step) == 0) steps.push_back(step);
                 }
-                additions.push_back({way.variant, way.settings, before + steps[i]});
+                additions.push_back({candidate.variant, candidate.settings, before + steps[i]});
             }
         }
         Boot(additions);
@@ -327,8 +331,8 @@ void Coverage::TryPairs() {
     const std::vector<Variant> representatives = Representatives();
     std::set<Variant> named(representatives.begin(), representatives.end());
     for (const OpenFile& open : open_) {
-        for (const Way& way : open.ways) {
-            if (AxesOf(way.variant) == 1) named.insert(way.variant);
+        for (const Candidate& candidate : open.candidates) {
+            if (AxesOf(candidate.variant) == 1) named.insert(candidate.variant);
         }
     }
     std::vector<Addition> additions;
@@ -380,7 +384,7 @@ void Coverage::TryImports() {
             std::vector<Addition> additions;
             for (const Importer& importer : open.importers) {
                 for (Addition& addition : AdditionsFor(importer)) {
-                    if (tried_.count(WordsOf(addition, options_.names_no_steps)) != 0) continue;
+                    if (tried_.count(WordsOf(addition, options_.uses_default_steps)) != 0) continue;
                     next.push_back(std::move(addition));
                     break;
                 }

@@ -72,7 +72,7 @@ class Coverage {
     };
     struct OpenFile {
         std::string path;
-        std::vector<Way> ways;
+        std::vector<Candidate> candidates;
         std::vector<Importer> importers;
     };
 

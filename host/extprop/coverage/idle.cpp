@@ -127,7 +127,7 @@ class IdleFinder {
             return;
         }
         std::string note = EditWords(edit) + " changes nothing in this boot";
-        Place place;
+        FoundFile place;
         if (!DeviceTree(device_->root().view()).Find(edit.path, true, &place)) {
             note += ": the device has no such file";
             std::vector<std::string> paths;

@@ -56,7 +56,7 @@ class SpaceFinder {
   private:
     void FindRegions() {
         for (const std::string& directory : RegionsDirectories()) {
-            for (const Entry& entry : EntriesIn(directory)) {
+            for (const DirectoryEntry& entry : EntriesIn(directory)) {
                 if (entry.is_directory && CanBeValue(entry.name)) {
                     space_.values[kRegionAxis].insert(entry.name);
                 }
@@ -136,36 +136,37 @@ bool IsMap(const std::string& name) {
     return name == kSwitchKeyMap || name == kNvFlagMap;
 }
 
-// Adds the ways to a file with this path below a root of the variant.
-void AddWaysBelow(const std::string& below, const Variant& variant, const VariantSpace& space,
-                  std::vector<Way>* ways) {
+// Adds the candidates for a file with this path below a root of the variant.
+void AddCandidatesBelow(const std::string& below, const Variant& variant, const VariantSpace& space,
+                        std::vector<Candidate>* candidates) {
     constexpr char kEtc[] = "etc/";
     constexpr char kOldKeyFile[] = "build.";
     constexpr char kSuffix[] = ".prop";
-    if (below == kBuildProp) ways->push_back({variant, {}, {"early"}});
+    if (below == kBuildProp) candidates->push_back({variant, {}, {"early"}});
     if (!StartsWith(below, kEtc) || below.find('/', sizeof(kEtc) - 1) != std::string::npos) return;
     const std::string name = below.substr(sizeof(kEtc) - 1);
     if (IsMap(name)) {
         Variant unmapped = variant;
         unmapped[kNvAxis] = space.unmapped_key;
-        ways->push_back({variant, {}, {"persist"}});
-        ways->push_back({unmapped, {}, {"persist"}});
+        candidates->push_back({variant, {}, {"persist"}});
+        candidates->push_back({unmapped, {}, {"persist"}});
     }
     if (name == kOldKeyFile + std::string(kSuffix)) {
         const PropertyMap pair = {{kOperatorA, kAnyValue}, {kOperatorB, kAnyValue}};
-        ways->push_back({variant, pair, {"persist", "sim"}});
+        candidates->push_back({variant, pair, {"persist", "sim"}});
     }
     for (const auto& [target, keys] : space.old_keys) {
         if (name != kOldKeyFile + target + kSuffix) continue;
         for (const Variant& key : keys) {
             Variant both = variant;
-            if (Merge(key, &both)) ways->push_back({both, {}, {"persist", "sim"}});
+            if (Merge(key, &both)) candidates->push_back({both, {}, {"persist", "sim"}});
         }
     }
 }
 
-// Adds the way to a file in a switch key's directory with this path below a root.
-void AddKeyWay(const std::string& below, const Variant& variant, std::vector<Way>* ways) {
+// Adds the candidate for a file in a switch key's directory with this path below a root.
+void AddKeyCandidate(const std::string& below, const Variant& variant,
+                     std::vector<Candidate>* candidates) {
     const std::string directory = android::base::Dirname(below);
     const std::string properties = std::string(kKeysDirectory) + "/";
     for (int axis = kFirstKeyAxis; axis < kAxisCount; ++axis) {
@@ -178,7 +179,8 @@ void AddKeyWay(const std::string& below, const Variant& variant, std::vector<Way
         Variant both = variant;
         both[axis] = value;
         if (!CanBe(axis, value)) continue;
-        ways->push_back({both, {}, {std::string("sim:") + key.command, "persist", "sim", "cota"}});
+        candidates->push_back(
+                {both, {}, {std::string("sim:") + key.command, "persist", "sim", "cota"}});
     }
 }
 
@@ -193,9 +195,9 @@ bool Merge(const Variant& other, Variant* variant) {
     return true;
 }
 
-std::vector<Way> WaysTo(const std::string& path, const VariantSpace& space) {
-    std::vector<Way> ways;
-    if (space.fixed_files.count(path) != 0) ways.push_back({{}, {}, {"persist"}});
+std::vector<Candidate> CandidatesFor(const std::string& path, const VariantSpace& space) {
+    std::vector<Candidate> candidates;
+    if (space.fixed_files.count(path) != 0) candidates.push_back({{}, {}, {"persist"}});
     // Any directory may be a root: of a carrier package or module, or one that a step names.
     for (size_t at = path.size(); (at = path.rfind('/', at - 1)) != std::string::npos && at > 0;) {
         const std::string root = path.substr(0, at);
@@ -206,21 +208,21 @@ std::vector<Way> WaysTo(const std::string& path, const VariantSpace& space) {
         }
         const bool is_company = root == space.company_root;
         if (variants.empty() || is_company) variants.emplace_back();
-        std::vector<Way> found;
+        std::vector<Candidate> found;
         for (const Variant& variant : variants) {
-            AddWaysBelow(below, variant, space, &found);
+            AddCandidatesBelow(below, variant, space, &found);
             if (StartsWith(below, std::string(kKeysDirectory) + "/")) {
-                AddKeyWay(below, variant, &found);
+                AddKeyCandidate(below, variant, &found);
             }
         }
-        ways.insert(ways.end(), found.begin(), found.end());
-        for (Way& way : found) {
+        candidates.insert(candidates.end(), found.begin(), found.end());
+        for (Candidate& candidate : found) {
             if (!is_company) break;
-            way.settings[kCompanyDate] = kAnyValue;
-            ways.push_back(std::move(way));
+            candidate.settings[kCompanyDate] = kAnyValue;
+            candidates.push_back(std::move(candidate));
         }
     }
-    return ways;
+    return candidates;
 }
 
 template <typename Fields>

@@ -37,17 +37,17 @@ struct VariantSpace {
 // std::runtime_error if it crashes or exceeds the limit.
 VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds limit);
 
-// A way to make the library read a file other than by an import: a variant and settings with one of
+// What may make the library read a file other than by an import: a variant and settings with one of
 // these steps, the likeliest first.
-struct Way {
+struct Candidate {
     Variant variant;
     PropertyMap settings;
     std::vector<std::string> steps;
 };
 
-// Returns the ways to the device's own file at `path`, which follow from its place; none if only an
-// import can lead there.
-std::vector<Way> WaysTo(const std::string& path, const VariantSpace& space);
+// Returns the candidates for the device's own file at `path`, which follow from its place; none if
+// only an import can lead there.
+std::vector<Candidate> CandidatesFor(const std::string& path, const VariantSpace& space);
 
 // Adds the values of `other` to `*variant`. Returns false if both have a value for an axis.
 bool Merge(const Variant& other, Variant* variant);

@@ -68,7 +68,7 @@ class Surveyor {
     void FollowImports() {
         const auto names_in = [](const std::string& directory) {
             std::vector<std::string> names;
-            for (const Entry& entry : EntriesIn(directory)) names.push_back(entry.name);
+            for (const DirectoryEntry& entry : EntriesIn(directory)) names.push_back(entry.name);
             return names;
         };
         for (size_t i = 0; i < survey_.files.size(); ++i) {

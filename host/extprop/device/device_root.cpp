@@ -17,7 +17,7 @@ namespace {
 // Returns whether the directory, "" for the root, has a place that the library reads, or a
 // partition with such a place.
 bool IsDeviceRoot(const DeviceTree& tree, const std::string& directory) {
-    Place place;
+    FoundFile place;
     const auto has = [&](const char* path) { return tree.Find(directory + path, true, &place); };
     const auto& files = FixedFiles();
     if (has(android::init::kSystemExtBuildProp) ||

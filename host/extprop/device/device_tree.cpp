@@ -10,8 +10,8 @@
 
 namespace extprop {
 
-bool DeviceTree::Find(const std::string& path, bool follow, Place* place) const {
-    sandbox::Entry entry;
+bool DeviceTree::Find(const std::string& path, bool follow, FoundFile* place) const {
+    sandbox::ResolvedPath entry;
     const long error = view_.Find(path, follow, &entry);
     errno = error < 0 ? static_cast<int>(-error) : ENOENT;
     if (error < 0 || !entry.exists) return false;
@@ -22,7 +22,7 @@ bool DeviceTree::Find(const std::string& path, bool follow, Place* place) const 
 std::vector<std::string> DeviceTree::Names(const std::string& directory) const {
     std::vector<std::string> names;
     std::vector<sandbox::Listed> listed;
-    sandbox::Entry entry;
+    sandbox::ResolvedPath entry;
     const std::string path = directory.empty() ? "/" : directory;
     if (view_.Find(path, true, &entry) < 0 || !entry.exists || !entry.is_directory()) return names;
     if (view_.List(entry, &listed) < 0) return names;
@@ -37,13 +37,13 @@ bool DeviceTree::Read(const std::string& path, size_t most, std::string* content
     return error == 0;
 }
 
-std::vector<Place> DeviceTree::All(const std::vector<std::string>& left_out,
-                                   std::vector<std::string>* unreadable) const {
-    std::vector<Place> places;
+std::vector<FoundFile> DeviceTree::All(const std::vector<std::string>& left_out,
+                                       std::vector<std::string>* unreadable) const {
+    std::vector<FoundFile> places;
     size_t bytes = 0;
     struct Directory {
         std::string path;
-        sandbox::Entry entry;
+        sandbox::ResolvedPath entry;
     };
     std::vector<Directory> directories(1);
     if (view_.Find("/", true, &directories[0].entry) < 0) return places;
@@ -56,7 +56,7 @@ std::vector<Place> DeviceTree::All(const std::vector<std::string>& left_out,
             std::string path = directory.path + "/" + name;
             // No program on the device can open a longer path.
             if (path.size() >= PATH_MAX) continue;
-            sandbox::Entry entry;
+            sandbox::ResolvedPath entry;
             if (view_.FindIn(directory.entry, name, &entry) < 0 || !entry.exists) continue;
             if (entry.is_directory() &&
                 std::find(left_out.begin(), left_out.end(), path) == left_out.end()) {
@@ -73,7 +73,7 @@ std::vector<Place> DeviceTree::All(const std::vector<std::string>& left_out,
         }
     }
     std::sort(places.begin(), places.end(),
-              [](const Place& a, const Place& b) { return a.path < b.path; });
+              [](const FoundFile& a, const FoundFile& b) { return a.path < b.path; });
     return places;
 }
 

@@ -12,7 +12,7 @@
 namespace extprop {
 
 // One file, directory or link.
-struct Place {
+struct FoundFile {
     std::string path;  // the device's, such as "/odm/build.prop", without links on the way
     struct stat status;
 
@@ -28,13 +28,13 @@ class DeviceTree {
     // Finds what the device would find at `path`: links lead to the device's own files. A link in
     // the last component is followed only if `follow` is set. Returns false, with errno set, if
     // there is nothing.
-    bool Find(const std::string& path, bool follow, Place* place) const;
+    bool Find(const std::string& path, bool follow, FoundFile* place) const;
 
     // Returns everything in the tree except what lies in the directories `left_out`, in the order
     // of the paths. Adds directories that cannot be read to `*unreadable`. Throws
     // std::runtime_error above the limits on a device's files.
-    std::vector<Place> All(const std::vector<std::string>& left_out,
-                           std::vector<std::string>* unreadable) const;
+    std::vector<FoundFile> All(const std::vector<std::string>& left_out,
+                               std::vector<std::string>* unreadable) const;
 
     // Returns the names in the directory, sorted; none if there is no such directory.
     std::vector<std::string> Names(const std::string& directory) const;

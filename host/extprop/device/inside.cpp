@@ -27,8 +27,8 @@ bool IsDirectory(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-std::vector<Entry> EntriesIn(const std::string& directory) {
-    std::vector<Entry> entries;
+std::vector<DirectoryEntry> EntriesIn(const std::string& directory) {
+    std::vector<DirectoryEntry> entries;
     std::error_code error;
     for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
          entry.increment(error)) {
@@ -36,7 +36,7 @@ std::vector<Entry> EntriesIn(const std::string& directory) {
         entries.push_back({entry->path().filename(), entry->is_directory(dangling)});
     }
     std::sort(entries.begin(), entries.end(),
-              [](const Entry& a, const Entry& b) { return a.name < b.name; });
+              [](const DirectoryEntry& a, const DirectoryEntry& b) { return a.name < b.name; });
     return entries;
 }
 
@@ -53,7 +53,7 @@ void ForEachKeyDirectory(const std::string& root,
     const std::function<void(const std::string&)> look = [&](const std::string& key) {
         if (std::count(key.begin(), key.end(), '/') >= kDeepestKey) return;
         const std::string directory = root + "/" + kKeysDirectory + (key.empty() ? "" : "/" + key);
-        for (const Entry& entry : EntriesIn(directory)) {
+        for (const DirectoryEntry& entry : EntriesIn(directory)) {
             if (!entry.is_directory) continue;
             for (size_t i = 0; i < SwitchKeys().size() && !key.empty(); ++i) {
                 if (entry.name == SwitchKeys()[i].leaf) tell(i, key, directory + "/" + entry.name);

@@ -13,13 +13,13 @@ namespace extprop {
 bool IsRegular(const std::string& path);  // false for a link to one
 bool IsDirectory(const std::string& path);
 
-struct Entry {
+struct DirectoryEntry {
     std::string name;
     bool is_directory;  // true for a link to one, too
 };
 
 // Returns what is in the directory, sorted by name; nothing if it cannot be read.
-std::vector<Entry> EntriesIn(const std::string& directory);
+std::vector<DirectoryEntry> EntriesIn(const std::string& directory);
 
 // Returns the properties that the library loads from a regular file; none for anything else.
 PropertyMap LoadedFrom(const std::string& path);

@@ -28,7 +28,7 @@ Phone ReadFile(const std::string& path, const std::vector<std::string>& devices)
 Phone ReadDirectory(const std::string& path) {
     Phone phone;
     phone.only_persistent = true;
-    for (const Entry& entry : EntriesIn(path)) {
+    for (const DirectoryEntry& entry : EntriesIn(path)) {
         const std::string file = path + "/" + entry.name;
         if (entry.name == kStore) return ReadFile(file, {path});
         if (StartsWith(entry.name, ".")) continue;  // one that init had not finished

@@ -21,22 +21,22 @@ using namespace android::init;
 
 const std::vector<FixedFile>& FixedFiles() {
     static const std::vector<FixedFile> files = {
-            {kOldActionFile, FileUse::kKeyFile, Occasion::kKeyFiles},
-            {kReserveFirstFile, FileUse::kKeyFile, Occasion::kKeyFiles, kSimSwitchFirst},
-            {kReserveCurrentFile, FileUse::kKeyFile, Occasion::kKeyFiles, kSimSwitchCurrent},
-            {kReserveRegionFile, FileUse::kKeyFile, Occasion::kKeyFiles, kRegionSwitchFirst},
-            {kConvertFile, FileUse::kProperties, Occasion::kKeyFiles, kSimSwitchConvert},
-            {kReserveCommonFile, FileUse::kProperties, Occasion::kKeyFiles},
-            {kForceConnectFile, FileUse::kProperties, Occasion::kKeyFiles},
-            {kDataFirstFile, FileUse::kProperties, Occasion::kKeyFiles, kSimSwitchFirst},
-            {kDataCurrentFile, FileUse::kProperties, Occasion::kKeyFiles, kSimSwitchCurrent},
-            {kDataRegionFile, FileUse::kProperties, Occasion::kKeyFiles, kRegionSwitchFirst},
-            {kFlashBackFile, FileUse::kProperties, Occasion::kKeyFiles},
-            {kDataCommonFile, FileUse::kProperties, Occasion::kDataCommon, kChannelInfo},
-            {kEmptyAppChannelFile, FileUse::kProperties, Occasion::kEmptyChannel},
-            {kCompanyConfig, FileUse::kProperties, Occasion::kCompanyConfig},
-            {kCotaMountInfoFile, FileUse::kCotaMessage, Occasion::kMountInfo},
-            {kCotaModuleInfoFile, FileUse::kCotaMessage, Occasion::kModuleInfo},
+            {kOldActionFile, FileUse::kKeyFile, LoadTrigger::kKeyFiles},
+            {kReserveFirstFile, FileUse::kKeyFile, LoadTrigger::kKeyFiles, kSimSwitchFirst},
+            {kReserveCurrentFile, FileUse::kKeyFile, LoadTrigger::kKeyFiles, kSimSwitchCurrent},
+            {kReserveRegionFile, FileUse::kKeyFile, LoadTrigger::kKeyFiles, kRegionSwitchFirst},
+            {kConvertFile, FileUse::kProperties, LoadTrigger::kKeyFiles, kSimSwitchConvert},
+            {kReserveCommonFile, FileUse::kProperties, LoadTrigger::kKeyFiles},
+            {kForceConnectFile, FileUse::kProperties, LoadTrigger::kKeyFiles},
+            {kDataFirstFile, FileUse::kProperties, LoadTrigger::kKeyFiles, kSimSwitchFirst},
+            {kDataCurrentFile, FileUse::kProperties, LoadTrigger::kKeyFiles, kSimSwitchCurrent},
+            {kDataRegionFile, FileUse::kProperties, LoadTrigger::kKeyFiles, kRegionSwitchFirst},
+            {kFlashBackFile, FileUse::kProperties, LoadTrigger::kKeyFiles},
+            {kDataCommonFile, FileUse::kProperties, LoadTrigger::kDataCommon, kChannelInfo},
+            {kEmptyAppChannelFile, FileUse::kProperties, LoadTrigger::kEmptyChannel},
+            {kCompanyConfig, FileUse::kProperties, LoadTrigger::kCompanyConfig},
+            {kCotaMountInfoFile, FileUse::kCotaMessage, LoadTrigger::kMountInfo},
+            {kCotaModuleInfoFile, FileUse::kCotaMessage, LoadTrigger::kModuleInfo},
     };
     return files;
 }

@@ -18,7 +18,7 @@ enum class FileUse {
 };
 
 // What makes the library read a file.
-enum class Occasion {
+enum class LoadTrigger {
     kPartition,      // its root is in the list of partitions: step early
     kKeyDirectory,   // a switch key is in force: the step of its command
     kOldKeyFile,     // the target of the old nv key is in force: step persist
@@ -36,7 +36,7 @@ enum class Occasion {
 struct FixedFile {
     const char* path;
     FileUse use;
-    Occasion occasion;
+    LoadTrigger trigger;
     const char* property = nullptr;  // the one that the library takes from it, if there is one
 };
 const std::vector<FixedFile>& FixedFiles();

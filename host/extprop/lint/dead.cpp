@@ -67,7 +67,7 @@ void CheckKeyFile(const PropertyFile& file, Findings* findings) {
         line_number = line.number;
     }
     // The system may use the file for other properties only.
-    if (misspelt.empty() && fixed->occasion == Occasion::kDataCommon) return;
+    if (misspelt.empty() && fixed->trigger == LoadTrigger::kDataCommon) return;
     const std::string found =
             misspelt.empty() ? "no line has the name" : QuotedShort(misspelt) + " is not the name";
     findings->Add(kMissingKey, file.path, line_number,

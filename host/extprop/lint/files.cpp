@@ -103,8 +103,8 @@ void CheckDeviceName(const PropertyFile& file, Findings* findings) {
     }
 }
 
-void CheckKeyDirectories(const std::vector<Place>& places, Findings* findings) {
-    for (const Place& place : places) {
+void CheckKeyDirectories(const std::vector<FoundFile>& places, Findings* findings) {
+    for (const FoundFile& place : places) {
         if (place.is_directory() || EndsWith(place.path, ".prop") || !IsOfSwitchKey(place.path)) {
             continue;
         }
@@ -113,10 +113,10 @@ void CheckKeyDirectories(const std::vector<Place>& places, Findings* findings) {
     }
 }
 
-void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Findings* findings) {
-    Place partition;
+void CheckLogos(const DeviceTree& tree, const std::vector<FoundFile>& places, Findings* findings) {
+    FoundFile partition;
     if (!tree.Find(kSplashPartition, true, &partition) || !partition.is_file()) return;
-    for (const Place& place : places) {
+    for (const FoundFile& place : places) {
         const bool is_logo = EndsWith(place.path, "/media/logo/logo.img") ||
                              EndsWith(place.path, "/media/logo/logo.bin");
         if (!is_logo || place.status.st_size <= partition.status.st_size) continue;

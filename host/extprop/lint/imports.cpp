@@ -122,7 +122,7 @@ std::map<std::string, Expansions> FollowImports(const DeviceTree& tree, Property
         }
         for (const auto& [name, known_paths] : expansions) {
             for (const std::string& path : known_paths.paths) {
-                Place place;
+                FoundFile place;
                 if (!tree.Find(path, false, &place) || !place.is_file()) continue;
                 AddPropertyFile(tree, place, FileUse::kProperties, files, findings);
             }
@@ -135,7 +135,7 @@ std::map<std::string, Expansions> FollowImports(const DeviceTree& tree, Property
 std::vector<std::string> FilesAt(const DeviceTree& tree, const std::set<std::string>& paths) {
     std::vector<std::string> files;
     for (const std::string& path : paths) {
-        Place place;
+        FoundFile place;
         if (tree.Find(path, false, &place) && place.is_file()) files.push_back(place.path);
     }
     return files;
@@ -240,7 +240,7 @@ class ImportChecker {
                     const Expansions& expansions) {
         std::vector<std::string> links;
         for (const std::string& path : expansions.paths) {
-            Place place;
+            FoundFile place;
             if (tree_.Find(path, false, &place) && place.is_link()) {
                 links.push_back(QuotedShort(path));
             }
@@ -259,7 +259,7 @@ class ImportChecker {
     // Returns why the path is no file, or "" if it is a file, or a link, on which another rule
     // reports.
     std::string WhyMissing(const std::string& path) const {
-        Place place;
+        FoundFile place;
         if (!tree_.Find(path, false, &place)) return QuotedShort(path) + ": " + strerror(errno);
         return place.is_file() || place.is_link() ? "" : QuotedShort(path) + " is no file";
     }

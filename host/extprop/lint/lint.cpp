@@ -54,7 +54,7 @@ std::optional<Coverage> CoverageOf(const std::shared_ptr<sandbox::DeviceFiles>& 
     constexpr std::chrono::seconds kLimit(30);
     BootOptions options;
     options.time_limit = kLimit;
-    options.names_no_steps = true;
+    options.uses_default_steps = true;
     for (const char* step : kDefaultSteps) options.plan.steps.push_back(ParseStep(step));
     try {
         PreparedDevice device(options, files);
@@ -79,8 +79,8 @@ std::optional<Coverage> CoverageOf(const std::shared_ptr<sandbox::DeviceFiles>& 
 
 }  // namespace
 
-void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,
-                     Findings* findings) {
+void AddPropertyFile(const DeviceTree& tree, const FoundFile& place, FileUse use,
+                     PropertyFiles* files, Findings* findings) {
     auto [entry, added] = files->try_emplace(place.path);
     if (!added) return;
     PropertyFile& file = entry->second;
@@ -137,7 +137,7 @@ std::vector<Finding> Lint(const std::string& device, const sandbox::Options& opt
     Findings findings(device.substr(0, device.find_last_not_of('/') + 1), *device_files);
 
     std::vector<std::string> unreadable;
-    const std::vector<Place> places = tree.All(device_files->packed(), &unreadable);
+    const std::vector<FoundFile> places = tree.All(device_files->packed(), &unreadable);
     for (const std::string& directory : unreadable) {
         findings.Add(kUnreadable, directory, "this directory cannot be read to its end");
     }
@@ -151,7 +151,7 @@ std::vector<Finding> Lint(const std::string& device, const sandbox::Options& opt
 
     const auto coverage = CoverageOf(device_files, &findings);
     PropertyFiles files;
-    for (const Place& place : places) {
+    for (const FoundFile& place : places) {
         if (auto use = UseOf(place.path)) AddPropertyFile(tree, place, *use, &files, &findings);
     }
     CheckImports(tree, coverage ? &*coverage : nullptr, &files, &findings);

@@ -38,9 +38,10 @@ constexpr size_t kNearName = 2;
 // directory. Other rules check property files.
 class MisspeltFiles {
   public:
-    MisspeltFiles(const std::vector<Place>& places, const Coverage* coverage, Findings* findings)
+    MisspeltFiles(const std::vector<FoundFile>& places, const Coverage* coverage,
+                  Findings* findings)
             : findings_(findings) {
-        for (const Place& place : places) paths_.insert(place.path);
+        for (const FoundFile& place : places) paths_.insert(place.path);
         for (const FixedFile& file : FixedFiles()) expected_.emplace_back(file.path);
         if (coverage == nullptr) return;
         for (const ListedRoot& root : coverage->space().roots) {
@@ -54,7 +55,7 @@ class MisspeltFiles {
         }
     }
 
-    void Check(const Place& place) {
+    void Check(const FoundFile& place) {
         const std::string& path = place.path;
         if (!place.is_file() || UseOf(path) || EndsWith(path, "~")) return;
         for (const std::string& expected : expected_) {
@@ -158,7 +159,7 @@ void CheckKeys(const PropertyFiles& files, const VariantSpace& space, Findings* 
     }
 }
 
-void CheckMarketNamesPlace(const Place& place, Findings* findings) {
+void CheckMarketNamesPlace(const FoundFile& place, Findings* findings) {
     if (Basename(place.path) != kMarketNames || place.is_directory()) return;
     constexpr char kProduct[] = "/my_product/cust/";
     std::string path = place.path;
@@ -176,10 +177,10 @@ void CheckMarketNamesPlace(const Place& place, Findings* findings) {
 
 }  // namespace
 
-void CheckNames(const std::vector<Place>& places, const Coverage* coverage,
+void CheckNames(const std::vector<FoundFile>& places, const Coverage* coverage,
                 const PropertyFiles& files, Findings* findings) {
     MisspeltFiles misspelt(places, coverage, findings);
-    for (const Place& place : places) {
+    for (const FoundFile& place : places) {
         misspelt.Check(place);
         CheckMarketNamesPlace(place, findings);
     }

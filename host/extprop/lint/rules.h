@@ -70,8 +70,8 @@ class Findings {
 
 // Adds the property file at `place` to `*files`, unless it is there already. A file that cannot be
 // read is added as empty, with a finding that gives the reason.
-void AddPropertyFile(const DeviceTree& tree, const Place& place, FileUse use, PropertyFiles* files,
-                     Findings* findings);
+void AddPropertyFile(const DeviceTree& tree, const FoundFile& place, FileUse use,
+                     PropertyFiles* files, Findings* findings);
 
 // Adds to `*files` what they import, and checks each import. Without coverage, imports with
 // references are not checked for where they lead.
@@ -85,7 +85,7 @@ void CheckLines(const PropertyFile& file, Findings* findings);
 void CheckDeviceName(const PropertyFile& file, Findings* findings);
 
 // Checks that the files in the directories of the switch keys are loaded.
-void CheckKeyDirectories(const std::vector<Place>& places, Findings* findings);
+void CheckKeyDirectories(const std::vector<FoundFile>& places, Findings* findings);
 
 // Checks that something reads what lies on the library's partitions.
 void CheckDeadPlaces(const std::vector<DeadPlace>& places, Findings* findings);
@@ -94,7 +94,7 @@ void CheckDeadPlaces(const std::vector<DeadPlace>& places, Findings* findings);
 void CheckKeyFile(const PropertyFile& file, Findings* findings);
 
 // Checks the names of files, and with coverage those of keys, regions and brands.
-void CheckNames(const std::vector<Place>& places, const Coverage* coverage,
+void CheckNames(const std::vector<FoundFile>& places, const Coverage* coverage,
                 const PropertyFiles& files, Findings* findings);
 
 // Removes the findings that comments in the files allow, and adds findings for comments that allow
@@ -102,6 +102,6 @@ void CheckNames(const std::vector<Place>& places, const Coverage* coverage,
 void ApplyAllowances(const PropertyFiles& files, Findings* findings);
 
 // Checks that the boot logos fit into the splash partition, if the device has one.
-void CheckLogos(const DeviceTree& tree, const std::vector<Place>& places, Findings* findings);
+void CheckLogos(const DeviceTree& tree, const std::vector<FoundFile>& places, Findings* findings);
 
 }  // namespace extprop

@@ -275,7 +275,7 @@ void Checker::CheckFiles() const {
         for (const auto& [name, expected] : expectation.properties) {
             if (expected.kind != Expected::kFrom || met_.count(&expected) != 0) continue;
             const std::string path = WithoutLine(expected.text);
-            Place place;
+            FoundFile place;
             if (tree.Find(path, true, &place)) continue;
             std::vector<std::string> paths;
             for (const SurveyedFile& file : SurveyOf({}).files) paths.push_back(file.path);

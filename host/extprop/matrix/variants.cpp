@@ -10,12 +10,12 @@ namespace extprop {
 
 namespace {
 
-bool IsChosen(int axis, const std::string& value, const Choice& choice) {
+bool IsChosen(int axis, const std::string& value, const VariantChoice& choice) {
     const std::set<std::string>& only = choice.only[axis];
     return (only.empty() || only.count(value) != 0) && choice.except[axis].count(value) == 0;
 }
 
-bool IsChosen(const Variant& variant, const Choice& choice) {
+bool IsChosen(const Variant& variant, const VariantChoice& choice) {
     for (int axis = 0; axis < kAxisCount; ++axis) {
         if (!IsChosen(axis, variant[axis].value_or(kAsItIs), choice)) return false;
     }
@@ -56,7 +56,7 @@ void CheckCount(size_t variants, size_t values) {
                      " variants are chosen, which is the limit");
 }
 
-std::vector<Variant> ChosenVariants(const VariantSpace& space, const Choice& choice) {
+std::vector<Variant> ChosenVariants(const VariantSpace& space, const VariantChoice& choice) {
     std::vector<Variant> variants = {{}};
     for (int axis = 0; axis < kAxisCount; ++axis) {
         const bool in_product = std::count(choice.over.begin(), choice.over.end(), axis) != 0;

@@ -25,7 +25,7 @@ std::string VariantText(const Variant& variant);
 std::vector<std::string> WordsOf(const Variant& variant);
 
 // The user's choice of variants.
-struct Choice {
+struct VariantChoice {
     std::vector<int> over;  // the axes of which to take the product; none: each axis by itself
     std::array<std::set<std::string>, kAxisCount> only;    // none: all values
     std::array<std::set<std::string>, kAxisCount> except;  // kAsItIs: no value
@@ -36,6 +36,6 @@ inline constexpr char kAsItIs[] = "as-is";
 void CheckCount(size_t variants, size_t values);
 
 // Returns the chosen variants in VariantOrder. Throws InputError if there are more than the limit.
-std::vector<Variant> ChosenVariants(const VariantSpace& space, const Choice& choice);
+std::vector<Variant> ChosenVariants(const VariantSpace& space, const VariantChoice& choice);
 
 }  // namespace extprop
