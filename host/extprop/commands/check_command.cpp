@@ -125,10 +125,7 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     line.AddFooter(kFormatHelp);
     if (!line.Parse(words)) return kDone;
 
-    std::vector<std::string> files;
-    for (const std::string& word : files_and_steps) {
-        (IsStepWord(word) ? arguments.steps : files).push_back(word);
-    }
+    const std::vector<std::string> files = TakeSteps(files_and_steps, &arguments);
     if (files.empty()) throw InputError("check: no EXPECTATIONS file is given, only steps");
     if (record && files.size() > 1) throw InputError("check: --record writes one file");
     if (force && !record) throw InputError("check: --force goes with --record");

@@ -36,10 +36,7 @@ ExitStatus RunCompare(const Command& command, const std::vector<std::string>& wo
     line.AddOption("--html", "FILE", &page, "Write a page for the browser to FILE as well");
     if (!line.Parse(words)) return kDone;
 
-    std::vector<std::string> patterns;
-    for (const std::string& word : names_and_steps) {
-        (IsStepWord(word) ? arguments.steps : patterns).push_back(word);
-    }
+    std::vector<std::string> patterns = TakeSteps(names_and_steps, &arguments);
     if (patterns.empty()) patterns = {kEverything};
 
     const Phone phone = ReadPhone(phone_path, {device});

@@ -49,10 +49,7 @@ ExitStatus RunDiff(const Command& command, const std::vector<std::string>& words
         line.AddToHelp("--b", "OPTION...", "Options of the second boot only, up to --a or the end");
         if (!line.Parse(sides[i])) return kDone;
 
-        std::vector<std::string> devices;
-        for (const std::string& word : devices_and_steps) {
-            (IsStepWord(word) ? arguments.steps : devices).push_back(word);
-        }
+        const std::vector<std::string> devices = TakeSteps(devices_and_steps, &arguments);
         if (devices.empty()) throw InputError("diff: no DEVICE is given, only steps");
         if (devices.size() > 2) throw InputError("diff: more than two devices are given");
         arguments.other_device = i == 1 ? devices.front() : devices.back();

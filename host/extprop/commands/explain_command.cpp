@@ -39,11 +39,8 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
                    "With --all: write a page for the browser to FILE as well");
     if (!line.Parse(words)) return kDone;
 
-    std::vector<std::string> patterns;
-    if (all) patterns = {kEverything};
-    for (const std::string& word : names_and_steps) {
-        (IsStepWord(word) ? arguments.steps : patterns).push_back(word);
-    }
+    std::vector<std::string> patterns = TakeSteps(names_and_steps, &arguments);
+    if (all) patterns.insert(patterns.begin(), kEverything);
     if (patterns.empty() && values.empty()) {
         throw InputError("explain: no NAME is given, nor --all or --value");
     }

@@ -109,6 +109,15 @@ void AddProperty(const std::string& where, const std::string& name, const std::s
 
 }  // namespace
 
+std::vector<std::string> TakeSteps(const std::vector<std::string>& words,
+                                   BootArguments* arguments) {
+    std::vector<std::string> others;
+    for (const std::string& word : words) {
+        (IsStepWord(word) ? arguments->steps : others).push_back(word);
+    }
+    return others;
+}
+
 BootOptions OptionsOf(const std::string& device, const BootArguments& arguments) {
     if (IsStepWord(device) && !std::filesystem::exists(device)) {
         throw InputError("'" + device + "' is a step; DEVICE comes before the steps");

@@ -50,6 +50,9 @@ std::vector<std::string> InputsOf(const std::string& device, const BootArguments
 // Adds the options of a boot, except the device and the steps, and the help on the steps.
 void AddBootOptions(CommandLine* line, BootArguments* arguments);
 
+// Moves those of the words that are steps to the arguments. Returns the others.
+std::vector<std::string> TakeSteps(const std::vector<std::string>& words, BootArguments* arguments);
+
 // Returns the options of the boot for the arguments, with the default steps if they name none.
 // Throws InputError.
 BootOptions OptionsOf(const std::string& device, const BootArguments& arguments);
