@@ -4,6 +4,7 @@
 
 #include "compare/system_files.h"
 #include "device/legal.h"
+#include "device/property_text.h"
 
 namespace extprop {
 
@@ -65,7 +66,7 @@ class Comparer {
 
     // Returns whether a line that did not load is reported with what loads it.
     bool IsAsked(const ExplainedProperty& property, const Origin& line) const {
-        const auto phone = PhonesOwn(property.name);
+        const auto phone = ValueIn(phone_.properties, property.name);
         return phone && property.value != phone && IsCompared(property.name) &&
                IsLibraryLine(line) &&
                (property.value ? line.value == *phone : IsLibrarys(property.origins, *phone));
@@ -82,26 +83,15 @@ class Comparer {
         for (const auto& [name, value] : all) {
             if (!IsCompared(name)) continue;
             names.push_back(name);
-            const auto own = device.find(name);
             static const std::vector<Origin> none;
             const auto known = origins.find(name);
-            Add({name,
-                 own == device.end() ? std::nullopt : std::optional(own->second),
-                 PhonesOwn(name),
-                 std::nullopt,
-                 {}},
+            Add({name, ValueIn(device, name), ValueIn(phone_.properties, name), std::nullopt, {}},
                 known == origins.end() ? none : *known->second);
         }
         comparison_.unknown = Unmatched(patterns_, names);
     }
 
   private:
-    std::optional<std::string> PhonesOwn(const std::string& name) const {
-        const auto property = phone_.properties.find(name);
-        if (property == phone_.properties.end()) return std::nullopt;
-        return property->second;
-    }
-
     bool IsCompared(const std::string& name) const {
         return (!phone_.only_persistent || IsPersistent(name)) && Matches(name, patterns_);
     }

@@ -10,6 +10,7 @@
 #include "compare/system_files.h"
 #include "coverage/coverage.h"
 #include "device/legal.h"
+#include "device/property_text.h"
 #include "printable.h"
 
 namespace extprop {
@@ -17,12 +18,6 @@ namespace extprop {
 namespace {
 
 using namespace android::init;
-
-std::optional<std::string> ValueIn(const PropertyMap& properties, const std::string& name) {
-    auto property = properties.find(name);
-    if (property == properties.end()) return std::nullopt;
-    return property->second;
-}
 
 class VariantFinder {
   public:

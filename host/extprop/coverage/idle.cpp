@@ -13,6 +13,7 @@
 #include "coverage/space.h"
 #include "coverage/survey.h"
 #include "device/device_tree.h"
+#include "device/property_text.h"
 #include "nearest.h"
 #include "printable.h"
 
@@ -38,10 +39,8 @@ bool IsIdle(const PropertyMap& with, const PropertyMap& without, const std::stri
     PropertyMap names = with;
     names.insert(without.begin(), without.end());
     return std::all_of(names.begin(), names.end(), [&](const auto& property) {
-        const auto one = with.find(property.first), other = without.find(property.first);
-        const bool is_set = one != with.end();
-        if (is_set && other != without.end() && one->second == other->second) return true;
-        return is_set && one->second == own && IsOfAxis(property.first);
+        const auto one = ValueIn(with, property.first);
+        return one == ValueIn(without, property.first) || (one == own && IsOfAxis(property.first));
     });
 }
 

@@ -22,6 +22,12 @@ bool CanBeValue(const std::string& text) {
            text.find_first_of(std::string("\n\0", 2)) == std::string::npos;
 }
 
+std::optional<std::string> ValueIn(const PropertyMap& properties, const std::string& name) {
+    const auto property = properties.find(name);
+    if (property == properties.end()) return std::nullopt;
+    return property->second;
+}
+
 std::pair<std::string, std::string> ParseSetting(const std::string& text,
                                                  const std::string& option) {
     const size_t equals = text.find('=');

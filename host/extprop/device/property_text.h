@@ -3,6 +3,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -14,6 +15,9 @@ using android::init::PropertyMap;
 
 // Returns whether a key file, or the look-up of one property, can have this value.
 bool CanBeValue(const std::string& text);
+
+// Returns the property's value, or nothing if it is unset.
+std::optional<std::string> ValueIn(const PropertyMap& properties, const std::string& name);
 
 // Splits "NAME=VALUE". Throws InputError if there is no "=" or no name before it.
 std::pair<std::string, std::string> ParseSetting(const std::string& text,

@@ -8,6 +8,7 @@
 #include "coverage/coverage.h"
 #include "coverage/idle.h"
 #include "coverage/workers.h"
+#include "device/property_text.h"
 #include "nearest.h"
 
 namespace extprop {
@@ -239,10 +240,8 @@ Explanation ExplainValues(PreparedDevice* device, const BootOptions& options,
     explanation.device = report->device;
     for (auto& [name, places] : origins) {
         if (!matches(name) || places.empty()) continue;
-        ExplainedProperty property{name, std::nullopt, std::move(places)};
-        auto value = report->properties.find(name);
-        if (value != report->properties.end()) property.value = value->second;
-        explanation.properties.push_back(std::move(property));
+        explanation.properties.push_back(
+                {name, ValueIn(report->properties, name), std::move(places), {}});
     }
     if (survey) {
         AskCoverage(Unloaded(is_asked, &explanation), device, options, *survey, report);

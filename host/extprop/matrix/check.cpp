@@ -9,6 +9,7 @@
 
 #include "budget.h"
 #include "device/device_tree.h"
+#include "device/property_text.h"
 #include "input_error.h"
 #include "nearest.h"
 
@@ -98,9 +99,8 @@ bool IsAbout(const Expectation& expectation, const PhoneVariant& phone) {
 
 // Returns whether both have the property with the same value.
 bool HaveSame(const PropertyMap& a, const PropertyMap& b, const std::string& name) {
-    const auto one = a.find(name);
-    const auto other = b.find(name);
-    return one != a.end() && other != b.end() && one->second == other->second;
+    const auto value = ValueIn(a, name);
+    return value && value == ValueIn(b, name);
 }
 
 bool Meets(const std::optional<std::string>& value, const Expected& expected) {
@@ -196,8 +196,7 @@ void Checker::Add(size_t number, const Outcome& outcome) {
             ++checked_;
             unmet.property = name;
             unmet.expected = ExpectedText(expected);
-            auto found = properties.find(name);
-            unmet.value = found == properties.end() ? std::nullopt : std::optional(found->second);
+            unmet.value = ValueIn(properties, name);
             if (unmet.value && expected.pattern) {
                 matching_ += uint64_t{unmet.value->size()} * expected.pattern->ProgramSize();
                 if (matching_ > limits::kMatching) {
