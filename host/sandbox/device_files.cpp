@@ -8,12 +8,19 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include <android-base/file.h>
+#include <android-base/strings.h>
+
 #include "../budget.h"
 #include "checks.h"
+#include "file_names.h"
 
 namespace sandbox {
 
 namespace {
+
+using android::base::Basename;
+using android::base::StartsWith;
 
 void Done(long result, const std::string& what) {
     errno = static_cast<int>(-result);
@@ -37,6 +44,7 @@ DeviceFiles::DeviceFiles(const std::string& device, const Options& options) {
     });
     Restart();
     images_ = firmware_->OpenImages(*view_);
+    FindMounted();
     ShowImages();
 }
 
@@ -52,32 +60,34 @@ void DeviceFiles::ShowImages() {
     for (const ShownImage& image : images_.shown) {
         Done(view_->ShowTree(image.tree, image.root, image.place),
              image.name.path + ": cannot be shown at " + image.place);
-        if (image.link.empty()) continue;
-        Done(view_->MakeLink(image.place, image.link),
-             image.name.path + ": cannot be linked to " + image.link);
     }
     for (const std::string& directory : images_.covered) {
         Done(view_->ShowTree(nothing_tree_, "", directory), directory);
     }
     for (const std::string& path : images_.files) view_->Remove({}, path.c_str(), false);
-    ShowPartitionsTwice();
+    for (const std::string& name : mounted_) {
+        Done(view_->MakeLink(kPartitionMounts + name, "/" + name),
+             kPartitionMounts + name + ": cannot be linked to");
+    }
     view_->TakeChanges();
 }
 
-// A phone shows what is mounted at /mnt/vendor/my_X at /my_X, too.
-void DeviceFiles::ShowPartitionsTwice() {
-    constexpr char kMounts[] = "/mnt/vendor";
+// Finds the partitions of images, which need not be looked into, and of the device's directories.
+void DeviceFiles::FindMounted() {
+    constexpr char kPrefix[] = "my_";
+    for (const ShownImage& image : images_.shown) {
+        if (StartsWith(image.place, kPartitionMounts)) mounted_.push_back(Basename(image.place));
+    }
     ResolvedPath mounts;
     std::vector<Listed> names;
-    if (view_->Find(kMounts, true, &mounts) < 0 || !mounts.is_directory()) return;
+    if (view_->Find(kPartitionMounts, true, &mounts) < 0 || !mounts.is_directory()) return;
     if (view_->List(mounts, &names) < 0) return;
     for (const Listed& listed : names) {
         ResolvedPath partition;
-        if (listed.name.rfind("my_", 0) != 0) continue;
-        if (view_->FindIn(mounts, listed.name, &partition) < 0 || !partition.is_directory())
-            continue;
-        const std::string place = std::string(kMounts) + "/" + listed.name;
-        Done(view_->MakeLink(place, "/" + listed.name), place + ": cannot be linked to");
+        if (StartsWith(listed.name, kPrefix) &&
+            view_->FindIn(mounts, listed.name, &partition) >= 0 && partition.is_directory()) {
+            mounted_.push_back(listed.name);
+        }
     }
 }
 

@@ -46,13 +46,14 @@ class DeviceFiles {
   private:
     void Restart();
     void ShowImages();
-    void ShowPartitionsTwice();
+    void FindMounted();
 
     ScratchDirectory scratch_;
     android::base::unique_fd nothing_;  // an empty directory
     std::shared_ptr<const Tree> nothing_tree_;
     std::optional<Firmware> firmware_;
-    Images images_;  // the view's trees after the first
+    Images images_;                     // the view's trees after the first
+    std::vector<std::string> mounted_;  // names of the partitions in kPartitionMounts
     std::optional<View> view_;
 };
 

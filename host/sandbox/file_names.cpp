@@ -15,7 +15,7 @@ namespace sandbox {
 namespace {
 
 constexpr Partition kPartitions[] = {
-        {"my_*", "/mnt/vendor/", true},
+        {"my_*", kPartitionMounts, true},
         {"odm", "/", true},
         {"system_ext", "/", true},
         {"system", "/", false},

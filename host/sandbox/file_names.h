@@ -7,6 +7,9 @@
 
 namespace sandbox {
 
+// The directory in which most partitions are mounted. A phone shows them directly below / too.
+inline constexpr char kPartitionMounts[] = "/mnt/vendor/";
+
 // A partition that is shown.
 struct Partition {
     const char* name;     // a pattern, as of fnmatch(3)

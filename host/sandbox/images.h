@@ -28,7 +28,6 @@ struct ShownImage {
     std::string root;   // the directory of the tree that is shown, such as "" or "/system"
     std::string named;  // the part of the tree's paths that `name` has already, such as "/ODM"
     std::string place;  // such as "/mnt/vendor/my_region"
-    std::string link;   // a link to `place` is made here; empty for none
     // If set, returns the path of the tree's root in the image.
     std::function<std::string()> above;
 };
