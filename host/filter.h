@@ -46,6 +46,10 @@ constexpr size_t Argument(int index) {
     return offsetof(seccomp_data, args) + index * sizeof(uint64_t);
 }
 
+// What to report where filters are not possible.
+inline constexpr char kNotPossible[] =
+        "the kernel has no system call filters (seccomp) here; docs/containers.md lists what helps";
+
 // Returns whether the kernel supports filters for this process.
 inline bool IsPossible() {
     // There is no filter to read, so this always fails: with EFAULT only where filters are

@@ -42,13 +42,13 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME extprop)
 set(CPACK_PACKAGE_CONTACT
         "Seed 5c6c5955 maintainers <maintainers@users.noreply.c-seed-5c6c5955.example>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "show what a phone's boot-time property files will amount to")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "show which properties a phone's boot will set, and why")
 set(CPACK_PACKAGE_DESCRIPTION
-"extprop plays a phone's init over a directory that looks like the phone's
-root, with the library that loads the brand, region, carrier and SIM
-property files on the phone itself. It shows every property and where its
-value came from, compares two boots and finds faults in the files before
-anything is flashed.")
+"extprop boots a directory that looks like a phone's root: it emulates init
+and runs the very library that loads the brand, region, carrier and SIM
+property files on the phone. It prints every property and where its value
+comes from, compares boots, variants and phones, and finds faults in the
+files before anything is flashed.")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/directory_modes.cmake)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -319,9 +319,8 @@ TEST_F(CompareTest, BootsThePhonesVariantAsFarAsTheDeviceHasIt) {
     other["sys.sim.switch.first"] = "west";
     const std::string missing = Write("/other", ListedForm(other));
     EXPECT_THAT(Run("compare " + device + " " + missing).out,
-                StartsWith("the device has no region 'XX', which the phone has: it is probably "
-                           "another image's\n"
-                           "the device has no sim-first 'west', which"));
+                StartsWith("the device has no region 'XX', which the phone has; the phone probably "
+                           "has another image\nthe device has no sim-first 'west', which"));
 
     const std::string expectations = Write("/expectations.yaml",
                                            "expectations:\n"
@@ -395,7 +394,8 @@ TEST_F(CompareTest, GivesTheBootWhatThePhoneHasStored) {
             Run("compare " + device + " -",
                 "<" + Write("/long", "persist.test.mode=" + std::string(200, 'x') + "\n"));
     EXPECT_EQ(illegal.status, 1);
-    EXPECT_THAT(illegal.err, HasSubstr("not given what no phone has stored, 1 property such as"));
+    EXPECT_THAT(illegal.err, HasSubstr("1 persistent property that no phone can have is not given "
+                                       "to the boot, such as"));
 }
 
 }  // namespace

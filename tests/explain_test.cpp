@@ -288,7 +288,7 @@ TEST_F(ExplainTest, NamesOperations) {
     EXPECT_THAT(missing.out, HasSubstr("ro.product.model=Sample One\n"));
     EXPECT_EQ(missing.err, "extprop: no property file or step has 'ro.none'\n");
     EXPECT_EQ(Run("explain " + Sample("overlay")).err,
-              "extprop: explain: no NAME is given, nor --all or --value\n");
+              "extprop: NAME, --all or --value is required; see extprop explain --help\n");
 }
 
 TEST_F(ExplainTest, DiffShowsBothOrigins) {
@@ -316,7 +316,7 @@ TEST_F(ExplainTest, DiffShowsBothOrigins) {
 
     EXPECT_EQ(Run("diff " + Path("/none")).status, 2);
     EXPECT_EQ(Run("diff a b c").err, "extprop: diff: more than two devices are given\n");
-    EXPECT_EQ(Run("diff early").err, "extprop: diff: no DEVICE is given, only steps\n");
+    EXPECT_EQ(Run("diff early").err, "extprop: DEVICE is required; see extprop diff --help\n");
     Write("/odm/build.prop", "import /odm/build.prop\n");
     EXPECT_EQ(Run("diff " + Path("") + " " + Sample("overlay")).status, 3);
 }

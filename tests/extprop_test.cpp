@@ -194,7 +194,7 @@ TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
     EXPECT_EQ(crashed.out, "");
     EXPECT_EQ(crashed.err,
               "extprop: the library crashed with SIGSEGV in step early: the imports "
-              "/odm/build.prop:2 -> /odm/other.prop:1 lead in a circle\n");
+              "/odm/build.prop:2 -> /odm/other.prop:1 form a cycle\n");
 
     // The same message of thousands of loads is printed once.
     const std::string said = Run("boot " + Path("") + " early").out;
@@ -266,47 +266,46 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
         std::string arguments;
         std::string error;
     } cases[] = {
-            {"", "A subcommand is required"},
+            {"", "COMMAND is required; see extprop --help"},
             {"boto x", "unknown command 'boto'; did you mean 'boot'?"},
-            {"boot", "DEVICE is required"},
+            {"boot", "DEVICE is required; see extprop boot --help"},
             {"boot " + Path("/none"), Path("/none") + ": No such file or directory"},
-            {"boot " + file,
-             file + ": no image, no super partition, no payload of an update and no "
-                    "archive that is read"},
+            {"boot " + file, file + ": neither an image nor a super partition, an update's payload "
+                                    "or an archive of a known format"},
             {device + " earl", "unknown step 'earl'; did you mean 'early'?"},
-            {"diff early", "diff: no DEVICE is given, only steps"},
+            {"diff early", "DEVICE is required; see extprop diff --help"},
             {device + " persist:x", "step 'persist:x': 'persist' takes no argument"},
             {device + " sim:simSwitch",
-             "step 'sim:simSwitch': the library ignores it, it takes one of simSwitchCurrent "
+             "step 'sim:simSwitch': the library ignores it; it takes one of simSwitchCurrent "
              "simSwitchFirst switchCarrierChannel regionSwitch updateDataCommonProp "
              "emptyAppchannelProp triggerLogoCopyFromCompanyBoot triggerLogoCopyFromCompany; "
              "--any-word "
-             "lets it through"},
+             "passes it on"},
             {device + " early:",
-             "step 'early:': the library ignores it, it takes a ROOT behind the ':'; --any-word "
-             "lets it through"},
+             "step 'early:': the library ignores it; it takes a ROOT after ':'; --any-word "
+             "passes it on"},
             {device + " media:foo",
-             "step 'media:foo': the library ignores it, it takes a path that begins with /my_; "
-             "--any-word lets it through"},
+             "step 'media:foo': the library ignores it; it takes a path that begins with /my_; "
+             "--any-word passes it on"},
             {device + " --request x", "--request goes with the step cota-service:check_mount"},
             {device + " --set a..b=1",
              "--set 'a..b=1': no phone has the property 'a..b': illegal name"},
             {device + " sim:triggerLogoCopyTypo",
-             "step 'sim:triggerLogoCopyTypo': the library ignores it, it takes one of "
+             "step 'sim:triggerLogoCopyTypo': the library ignores it; it takes one of "
              "simSwitchCurrent simSwitchFirst switchCarrierChannel regionSwitch "
              "updateDataCommonProp emptyAppchannelProp triggerLogoCopyFromCompanyBoot "
-             "triggerLogoCopyFromCompany; --any-word lets it through"},
+             "triggerLogoCopyFromCompany; --any-word passes it on"},
             {device + " --edit /f:=x",
              "--edit '/f:=x': expected PATH:NAME=VALUE with an absolute PATH"},
             {device + " --edit odm:a=1",
              "--edit 'odm:a=1': expected PATH:NAME=VALUE with an absolute PATH"},
-            {device + " media", "step 'media': 'media' takes an argument behind a ':'"},
+            {device + " media", "step 'media': 'media' takes an argument after ':'"},
             {device + " --set novalue", "--set 'novalue': expected NAME=VALUE"},
             {device + " --set =1", "--set '=1': expected NAME=VALUE"},
             {device + " --props " + Path("/none"), Path("/none") + ": No such file or directory"},
             {device + " --props " + open,
              open + ":2: truncated or damaged: the value's closing ] is missing"},
-            {device + " --slot c", "--slot: c not in {a,b}"},
+            {device + " --slot c", "--slot: expected a or b, not 'c'"},
             {device + " --quiet --json", "--json excludes --quiet"},
     };
     for (const auto& known : cases) {

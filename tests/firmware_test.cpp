@@ -286,27 +286,29 @@ TEST_F(FirmwareTest, WhatCannotBeReadIsRefusedAtOnce) {
             {"ota.zip", oversized, "partition 'odm' of more than 16 GiB"},
             {"ota.zip", crowded, "(payload.bin): payload: more than 1024 partitions"},
             {"ota.zip", long_name, "(payload.bin): payload: a partition's name of more than 255"},
-            {"nested.zip", nested(Zip(tree_), 2), "an archive in an archive that is in one itself"},
-            {"nested.zip", nested(Zip(tree_), 9), "an archive in an archive that is in one itself"},
+            {"nested.zip", nested(Zip(tree_), 2), "an archive in an archive in an archive"},
+            {"nested.zip", nested(Zip(tree_), 9), "an archive in an archive in an archive"},
             {"climbing.zip", Zip({{"odm/../../../x", kFile, ""}}),
              "/climbing.zip: member 'odm/../../../x': a name that leads out of the archive"},
-            {"twice.zip", Zip({{"odm/a", kFile, ""}, {"./odm/a", kFile, ""}}), "there twice"},
+            {"twice.zip", Zip({{"odm/a", kFile, ""}, {"./odm/a", kFile, ""}}),
+             "there are two of this name"},
             {"secret.zip", Zip(images_, "zip:encryption=zipcrypt"), "member 'odm.img': encrypted"},
-            {"link.zip", Zip({{"odm.img", kLink, "/etc/passwd"}}), "no regular file"},
+            {"link.zip", Zip({{"odm.img", kLink, "/etc/passwd"}}), "not a regular file"},
             {"two.zip", Zip({{"a.zip", kFile, update}, {"b.zip", kFile, update}}),
              "several archives (a.zip, b.zip)"},
             {"x.rar", "Rar!\x1a\x07....", "/x.rar: a RAR archive"},
             {"ota.zip.001", update.substr(0, 1000), "a part of a split file"},
             {"super.img_sparsechunk.0", SparsePart(super, 0, 100), "one part of a split image"},
             {"odm.img.zst", Packed(archive_write_add_filter_zstd, zstd), "packed more than once"},
-            {"stuff.img", images_[0].content, "not named as a partition that is shown"},
-            {"x.txt", "ro.a=1\n", "no archive that is read"},
-            {"nothing.zip", Zip({{"readme", kFile, ""}}), "no image or directory of a partition"},
+            {"stuff.img", images_[0].content, "the name must be that of a partition"},
+            {"x.txt", "ro.a=1\n", "or an archive of a known format"},
+            {"nothing.zip", Zip({{"readme", kFile, ""}}),
+             "an archive without an image or directory of a partition"},
             {"d1/super_1.img", SparsePart(super, 0, 100), "/d1/super_1.img("},
-            {"d2/super_2.img", SparsePart(super, 0, 100), "one before it is missing"},
+            {"d2/super_2.img", SparsePart(super, 0, 100), "of which an earlier part is missing"},
             {"d3/ota.zip", update.substr(0, update.size() / 2), "/d3/ota.zip: zip: truncated"},
             {"d4/my_region.img", super, "/d4/my_region.img: a super partition"},
-            {"d5/payload.bin", super, "a super partition, where an update's payload is wanted"},
+            {"d5/payload.bin", super, "a super partition; expected an update's payload"},
     };
     const auto used = [] {
         rusage children;
@@ -349,7 +351,7 @@ TEST_F(FirmwareTest, WhatCannotBeReadIsRefusedAtOnce) {
         Write(std::string("/some/") + name, "?");
         const Output boot = RunWords({"boot", "some"}), lint = RunWords({"lint", "some"});
         EXPECT_EQ(boot.status, 0) << boot.err;
-        EXPECT_THAT(boot.err, HasSubstr(std::string(name) + " was not looked into, and cannot be"));
+        EXPECT_THAT(boot.err, HasSubstr(std::string(name) + " was not needed, and cannot be read"));
         EXPECT_EQ(lint.status, 2) << lint.out;
         EXPECT_THAT(lint.err, HasSubstr(std::string(name) + ": neither an ext4 nor"));
         fs::remove(Path(std::string("/some/") + name));

@@ -246,13 +246,12 @@ TEST_P(ImagesTest, WhatIsNoFileOfTheDevicesIsAnErrorAtOnce) {
         fs::remove(image);
     };
     const std::string out =
-            "a link that leads to nothing in the device directory; --image my_bigball=FILE reads "
-            "an "
-            "image of any place";
+            "a link that leads to no file in the device directory; --image my_bigball=FILE reads "
+            "an image that lies anywhere";
     ASSERT_EQ(mkfifo(image.c_str(), 0666), 0);
-    expect_error("no file");
+    expect_error("not a file");
     fs::create_directory(image);
-    expect_error("no file");
+    expect_error("not a file");
     for (const std::string& target : {Path("/region"), std::string("../region"),
                                       std::string("/dev/zero"), std::string("my_bigball.img")}) {
         fs::create_symlink(target, image);
@@ -321,15 +320,14 @@ TEST_P(ImagesTest, TheSlotChoosesAndTheRestIsNamed) {
             const std::string d = Path("/d/");
             const std::string others = slot == "b" ? d + "my_region_a.img"
                                                    : d + "my_region_b.img, " + d + "my_stock_b.img";
-            EXPECT_THAT(
-                    root.Notes(),
-                    testing::ElementsAre(
-                            d + "old.7z is not looked into: it is a 7z archive, which 7z unpacks",
-                            d + "my_region.img is not read: " + d + "my_region_" + slot +
-                                    ".img stands for the same partition",
-                            others + ": of the other slot, not read",
-                            "boot.img, vbmeta.img: named like no partition that is shown, not "
-                            "read"));
+            EXPECT_THAT(root.Notes(),
+                        testing::ElementsAre(
+                                d + "old.7z is not read: it is a 7z archive, which 7z unpacks",
+                                d + "my_region.img is not read: " + d + "my_region_" + slot +
+                                        ".img is read for the same partition",
+                                others + ": of the other slot, not read",
+                                "boot.img, vbmeta.img: not read; the name must be that of a "
+                                "partition, such as my_region"));
         }
     });
 }

@@ -470,7 +470,7 @@ TEST_F(LintTest, CommentsAllowFindings) {
             {"# extprop: allow symbolic-link: of the file, not of a line\n",
              {"1 unused-allowance"}},
             {"# extprop is a tool\n", {}},
-            {"\n# extprop: allow no-equal: x\n", {":2: there is no rule 'no-equal'; did you mean"}},
+            {"\n# extprop: allow no-equal: x\n", {":2: unknown rule 'no-equal'; did you mean"}},
             {"\n# extprop: allow crlf\n", {":2: expected '# extprop: allow RULE[, RULE]: reason'"}},
             {"# extprop: allow crlf: \n", {":1: there is no reason"}},
             {"# extprop: alow crlf: x\n", {":1: expected"}},

@@ -286,7 +286,7 @@ TEST_F(MatrixTest, AKilledWorkerIsAnError) {
     EXPECT_EQ(WEXITSTATUS(status), 2);
     std::string said;
     android::base::ReadFileToString(err, &said);
-    EXPECT_THAT(said, HasSubstr("extprop: a process that boots variants was killed\n"));
+    EXPECT_THAT(said, HasSubstr("extprop: a worker process was killed\n"));
 }
 
 TEST_F(MatrixTest, SaysWhatWasNotReadOfEachDevice) {
@@ -326,7 +326,7 @@ TEST_F(MatrixTest, TellsWhatIsWrongAndWhatFails) {
         const char* arguments;
         const char* error;
     } mistakes[] = {
-            {"--only brnd=x", "there is no axis 'brnd'; the axes are brand, region"},
+            {"--only brnd=x", "unknown axis 'brnd'; the axes are brand, region"},
             {"--only region=XX", "the device has no region 'XX'"},
             {"--only region=EU --only sim-first=c0", "no variant is left to boot"},
             {"--shard 3/2", "--shard '3/2': expected I/N"},
@@ -466,10 +466,10 @@ TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
     EXPECT_EQ(wrong.status, 2);
     EXPECT_EQ(wrong.out, "");
     for (const char* place :
-         {":1:8: ", ":3:16: there is no axis 'regon'", ":5:20: '[' is no", ":6:7: expected a value",
-          ":7:7: 'b' stands here twice", ":8:5: unknown word 'propertys'",
-          ":9:5: there is no 'properties'", ":10:18: lines are not merged",
-          ":10:30: no property can have", ":11:21: what is unset", ":12:1: a second document"}) {
+         {":1:8: ", ":3:16: unknown axis 'regon'", ":5:20: '[' is no", ":6:7: expected a value",
+          ":7:7: 'b' is given twice", ":8:5: unknown word 'propertys'",
+          ":9:5: 'properties' is missing", ":10:18: merging lines",
+          ":10:30: no phone has the property", ":11:21: set: false", ":12:1: a second document"}) {
         EXPECT_THAT(wrong.err, HasSubstr(Path("/wrong.yaml") + place));
     }
 }

@@ -74,7 +74,7 @@ check_tool() {
 help_words() {
     # shellcheck disable=SC2086
     packaged $1 --help | sed -nE -e 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p' \
-        -e '/^Subcommands:/,/^$/s/^  ([a-z]+) .*/\1/p' -e '/^Steps,/,$s/^  ([a-z-]+:?).*/\1/p'
+        -e '/^Commands:/,/^$/s/^  ([a-z]+) .*/\1/p' -e '/^Steps,/,$s/^  ([a-z-]+:?).*/\1/p'
 }
 
 # Prints the same words as bash's completion offers them.

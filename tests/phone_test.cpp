@@ -100,7 +100,7 @@ TEST_F(PhoneTest, AnythingElseIsSaidToBeWhatItLooksLike) {
              "the bug report's section SYSTEM PROPERTIES has no end"},
             {report.substr(0, report.find("------ SYSTEM")),
              "it looks like a bug report without the section SYSTEM PROPERTIES"},
-            {failed, "says '*** getprop: timed out after 10.000s'"},
+            {failed, "has no properties, only '*** getprop: timed out after 10.000s'"},
             {zip.substr(0, zip.size() / 2), "the zip is truncated, damaged or encrypted"},
             {Zip({{"a.txt", "a=b"}}), "it looks like a zip, but no text in it has"},
             {StoreForm(kPersistent).substr(0, 40), "a store of persistent properties, truncated"},
@@ -115,10 +115,10 @@ TEST_F(PhoneTest, AnythingElseIsSaidToBeWhatItLooksLike) {
         EXPECT_THAT(output.err, AllOf(StartsWith("extprop: " + Path("/phone")),
                                       HasSubstr(known.error), EndsWith("\n")));
     }
-    EXPECT_THAT(Read(Path("/device")).err, HasSubstr("it has no persistent properties"));
+    EXPECT_THAT(Read(Path("/device")).err, HasSubstr("there are no persistent properties in it"));
     Write("/older/ro.build.id", "x");
     EXPECT_THAT(Read(Path("/older")).err,
-                HasSubstr("'ro.build.id' in it is no persistent property's file"));
+                HasSubstr("'ro.build.id' in it is not the file of a persistent property"));
     EXPECT_THAT(Read(Write("/phone", std::string(17 << 20, '\n') + "a=b")).err,
                 HasSubstr("more than 16777216 bytes of properties"));
 }

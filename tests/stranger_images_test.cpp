@@ -91,7 +91,7 @@ class StrangerImagesTest : public StrangerTest {
 };
 
 TEST_F(StrangerImagesTest, NamesAreNoCommandsAndNoPaths) {
-    const std::string none = "named like no partition that is shown, not read";
+    const std::string none = "not read; the name must be that of a partition";
     for (const std::string name : {"my_$(id>pwn)", "my_;id>pwn", "my_`id>pwn`", "my_x y"}) {
         Write("/files/build.prop", "ro.b=2\n");
         MakeImage("ext4", "/d/" + name + ".img");
@@ -171,7 +171,7 @@ TEST_F(StrangerImagesTest, WhatLeadsOutOfTheDeviceIsNotFollowed) {
     for (const std::string target : {"/dev/zero", "../outside/kept", "/proc/self/maps"}) {
         Link(target, "/d/my_x.img");
         Expect(2,
-               "d/my_x.img: a link that leads to nothing in the device directory; --image my_x=");
+               "d/my_x.img: a link that leads to no file in the device directory; --image my_x=");
         fs::remove(Path("/d/my_x.img"));
     }
     Write("/d/odm/build.prop", "import /etc/passwd\nimport /odm/out/kept\n");
@@ -180,7 +180,7 @@ TEST_F(StrangerImagesTest, WhatLeadsOutOfTheDeviceIsNotFollowed) {
     Expect(0, "");
     EXPECT_THAT(RunWords({"boot", "d", "early", "-v"}).out, Not(HasSubstr("root:x")));
     if (geteuid() != 0 || mknod(Path("/d/my_y.img").c_str(), S_IFBLK, makedev(7, 0)) != 0) return;
-    Expect(2, "d/my_y.img: a block device, which is not opened; --image my_y=FILE");
+    Expect(2, "d/my_y.img: a block device in DEVICE, which is not opened; --image my_y=FILE");
     fs::remove(Path("/d/my_y.img"));
 
     // A block device would report its size.
@@ -237,7 +237,7 @@ TEST_F(StrangerImagesTest, HolesAndDepthsAreNoBurden) {
     Shell("debugfs -w -R 'ln /etc /etc/sub/loop' d/my_x.img");
     const Output lint = RunWords({"lint", "d"}, kNobody);
     EXPECT_EQ(lint.status, 2);
-    EXPECT_THAT(lint.err, HasSubstr("d/my_x.img: /etc/sub/loop/sub: a directory that is /etc too"));
+    EXPECT_THAT(lint.err, HasSubstr("d/my_x.img: /etc/sub/loop/sub: the same directory as /etc"));
     fs::remove(Path("/d/my_x.img"));
 
     // An Android sparse image that stands for 3 GB of nothing.

@@ -61,7 +61,8 @@ TEST_F(StrangersTest, ResultsGoWhereTheyWereAskedTo) {
               Words{"matrix", "d", "--html", name}}) {
             const Output output = RunWords(words);
             EXPECT_EQ(output.status, 2) << words[0] << name;
-            EXPECT_THAT(output.err, testing::ContainsRegex(": .*(link|no regular file)")) << name;
+            EXPECT_THAT(output.err, testing::ContainsRegex(": .*(link|not a regular file)"))
+                    << name;
         }
     }
     EXPECT_TRUE(fs::is_symlink(Path("/d/link")));
@@ -93,16 +94,17 @@ TEST_F(StrangersTest, ResultsGoWhereTheyWereAskedTo) {
         Words words;
         const char* error;
     } rows[] = {
-            {{"boot", "odm.img", "--html", "odm.img"}, "odm.img: this is what is read"},
-            {{"lint", "odm.img", "--sarif", "same"}, "same: this is what is read"},
-            {{"lint", "phone.tar", "--code-quality", "phone.tar"}, "this is what is read"},
-            {{"lint", "phone.tar", "--write-baseline", "phone.tar"}, "this is what is read"},
-            {{"check", "phone.tar", "phone.tar", "--record", "--force"}, "this is what is read"},
-            {{"check", "d", "d/new.yaml", "--junit", "d/new.yaml"}, "this is what is read"},
-            {{"explain", "d", "--all", "--html", "d/odm.img"}, "name of an image or archive"},
-            {{"matrix", "d", "--html", "d/Payload.bin"}, "name of an image or archive"},
-            {{"matrix", "d", "--image", "my_x=odm.img", "--html", "odm.img"}, "what is read"},
-            {{"boot", "d", "--props", "props", "--html", "props"}, "props: this is what is read"},
+            {{"boot", "odm.img", "--html", "odm.img"}, "odm.img: this is an input"},
+            {{"lint", "odm.img", "--sarif", "same"}, "same: this is an input"},
+            {{"lint", "phone.tar", "--code-quality", "phone.tar"}, "this is an input"},
+            {{"lint", "phone.tar", "--write-baseline", "phone.tar"}, "this is an input"},
+            {{"check", "phone.tar", "phone.tar", "--record", "--force"}, "this is an input"},
+            {{"check", "d", "d/new.yaml", "--junit", "d/new.yaml"}, "this is an input"},
+            {{"explain", "d", "--all", "--html", "d/odm.img"},
+             "images and archives have such names"},
+            {{"matrix", "d", "--html", "d/Payload.bin"}, "images and archives have such names"},
+            {{"matrix", "d", "--image", "my_x=odm.img", "--html", "odm.img"}, "this is an input"},
+            {{"boot", "d", "--props", "props", "--html", "props"}, "props: this is an input"},
             {{"matrix", "d", "./e", "--markdown", "e/out/new"}, "is a link"},
             {{"matrix", "./e", "./d", "--markdown", "e/out/new"}, "is a link"},
             {{"diff", "d", "e", "--props", "e/out/kept"}, "is a link"},
@@ -147,11 +149,11 @@ TEST_F(StrangersTest, InputsAreReadWithinLimits) {
             {"d/hole", {"boot", "d", "--props"}, "", "d/hole: this has more than 201326592 bytes"},
             {"/dev/zero", {"boot", "d", "--props"}, "", "/dev/zero: this has more than 201326592"},
             {"d/link", {"boot", "d", "--props"}, "", "d/link: this is a link"},
-            {"d/fifo", {"boot", "d", "--props"}, "", "d/fifo: no regular file"},
+            {"d/fifo", {"boot", "d", "--props"}, "", "d/fifo: not a regular file"},
             {"d/hole", {"check", "d"}, "", "d/hole: this has more than 16777216 bytes"},
             {"/dev/zero", {"check", "d"}, "", "/dev/zero: this has more than 16777216 bytes"},
             {"d/link", {"check", "d"}, "", "d/link: this is a link"},
-            {"d/fifo", {"check", "d"}, "", "d/fifo: no regular file"},
+            {"d/fifo", {"check", "d"}, "", "d/fifo: not a regular file"},
             {"/dev/zero",
              {"matrix", "--merge"},
              "",
@@ -181,7 +183,7 @@ TEST_F(StrangersTest, InputsAreReadWithinLimits) {
              {"check", "d"},
              "expectations: [{properties: {a: {matches: '((a{100}){100}){100}'}}}]\n",
              "is no regular expression"},
-            {"deep.json", {"matrix", "--merge"}, line + deep, "nested more than 64 deep"},
+            {"deep.json", {"matrix", "--merge"}, line + deep, "nested more than 64 levels deep"},
             {"wide.json",
              {"matrix", "--merge"},
              line + "[" + Repeated("0,", 5'000'000) + "0]}}",
@@ -189,7 +191,7 @@ TEST_F(StrangersTest, InputsAreReadWithinLimits) {
             {"deep.json",
              {"lint", "d", "--baseline"},
              R"({"format":)" + deep,
-             "deep.json: this is nested more than 64 deep"},
+             "deep.json: this is nested more than 64 levels deep"},
             {"many.json",
              {"lint", "d", "--baseline"},
              R"({"format": 1, "findings": [)" + Repeated("{},", 300'000) + "{}]}",

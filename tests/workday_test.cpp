@@ -95,11 +95,10 @@ TEST_F(WorkdayTest, WhatHasNoEffectIsNoted) {
             {"--delete /odm/build.prop", ""},
             {"--brand Acme", "the library knows no brand 'Acme'; there are quba, "},
             {"--brand qubba", "did you mean 'quba'?"},
-            {"--region INN",
-             "nothing on the device belongs to the region 'INN'; did you mean 'IN'?"},
+            {"--region INN", "the device has no region 'INN'; did you mean 'IN'?"},
             {"--region IN", ""},
             {"--region EU", "--region EU changes nothing in this boot\n"},
-            {"--sim-first bets", "to the sim-first 'bets'; did you mean 'beta'?"},
+            {"--sim-first bets", "no sim-first 'bets'; did you mean 'beta'?"},
             {"--sim-first beta", ""},
             {"--set ro.a=mine", "1 of 1 given value was overridden: ro.a\n"},
             {"--props " + Path("/dump"), "1 of 2 given values were overridden: ro.a\n"},
@@ -163,7 +162,7 @@ TEST_F(WorkdayTest, RecordReplacesWhatWasRecorded) {
     const std::string record = "check --record " + device + " ";
     const Output refused = Run(record + written);
     EXPECT_EQ(refused.status, 2);
-    EXPECT_THAT(refused.err, HasSubstr("somebody wrote it; --force replaces it"));
+    EXPECT_THAT(refused.err, HasSubstr("but written by hand; --force replaces it"));
     std::string content;
     EXPECT_TRUE(android::base::ReadFileToString(written, &content));
     EXPECT_EQ(content, "# mine\nexpectations: []\n");
@@ -180,8 +179,8 @@ TEST_F(WorkdayTest, MatrixAnswersWhoHasAValue) {
         std::string err;
     } cases[] = {
             {"internet.beta", "\n6 variants\n",
-             "no variant has a property 'internet.beta'; it is a value, of ro.acme.apn: --value "
-             "finds those\n"},
+             "no variant has a property 'internet.beta'; this is a value, of ro.acme.apn; look for "
+             "values with --value\n"},
             {"nosuch", "\n6 variants\n",
              "no variant has a property 'nosuch', and there is no such file or directory\n"},
             {"ro.acme.apm", "\n6 variants\n",
@@ -214,7 +213,7 @@ TEST_F(WorkdayTest, ExplainFindsTheLinesOfAValue) {
               "c.prop:1  internet.beta  [not loaded; it takes --sim-first beta]\n");
     const Output none = Run("explain " + device + " ro.a internet.beta ealry ro.accme.apn");
     EXPECT_EQ(none.status, 2);
-    EXPECT_THAT(none.err, AllOf(HasSubstr("'internet.beta'; it is a value, of ro.acme.apn"),
+    EXPECT_THAT(none.err, AllOf(HasSubstr("'internet.beta'; this is a value, of ro.acme.apn"),
                                 HasSubstr("'ealry'; did you mean 'early'?"),
                                 HasSubstr("'ro.accme.apn'; did you mean 'ro.acme.apn'?")));
 }
@@ -297,7 +296,7 @@ TEST_F(WorkdayTest, ACircleOfImportsIsNamed) {
     Write("/odm/c.prop", "ro.c=1\nimport /odm/b.prop\n");
     const std::string said =
             "extprop: the library crashed with SIGSEGV in step early: the imports /odm/b.prop:1 -> "
-            "/odm/c.prop:2 lead in a circle\n";
+            "/odm/c.prop:2 form a cycle\n";
     for (const char* command : {"boot ", "boot -q ", "boot --json "}) {
         const Output output = Run(command + Path(""));
         EXPECT_EQ(output.status, 3);
@@ -319,7 +318,7 @@ TEST_F(WorkdayTest, OperationsNameWhatTheyRead) {
     const std::string market = "explain " + Sample("market-name") + " ro.vendor.tesvo.market.name ";
     EXPECT_THAT(Run(market).out, HasSubstr(" from /my_product/cust/EU/etc/devicename.cfg:2  "));
     EXPECT_THAT(Run(market + "--edit /my_product/cust/EU/etc/devicename.cfg:ROM=512").out,
-                AllOf(HasSubstr("updateMarketName made nothing of "),
+                AllOf(HasSubstr("updateMarketName derived nothing from "),
                       HasSubstr("/sys/block/sda/size=500118192, ROM=512 (/my_product/cust/EU/etc/"
                                 "devicename.cfg:1)")));
     EXPECT_THAT(Run("explain " + Sample("limited-edition") + " '*version*' duskrider").out,

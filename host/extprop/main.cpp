@@ -1,4 +1,4 @@
-// extprop: shows on a workstation what the extension library will do on a phone, and why.
+// extprop: shows which properties a phone's boot will set, and why.
 
 #include <errno.h>
 #include <fcntl.h>
@@ -30,30 +30,26 @@ using namespace extprop;
 
 // A new command is a source in commands/ and a line here.
 constexpr Command kCommands[] = {
-        {"boot", "Play init over a device and show what the library does", RunBoot},
-        {"explain", "Boot, and tell where the values of properties come from", RunExplain},
-        {"diff", "Boot twice and show which properties differ, and why", RunDiff},
+        {"boot", "Boot a device and print what the library does, step by step", RunBoot},
+        {"explain", "Boot, and print where the values of properties come from", RunExplain},
+        {"diff", "Boot twice and print which properties differ, and why", RunDiff},
         {"compare",
-         "Boot as the phone that a dump tells of, and show where the two differ, and why",
+         "Boot as the phone that PHONE describes, and print where the two differ, and why",
          RunCompare},
-        {"matrix", "Boot every variant and show which values properties have, and for whom",
+        {"matrix", "Boot every variant and print which values properties have, and for whom",
          RunMatrix},
-        {"check", "Boot the variants that a file has expectations of, and hold them against it",
-         RunCheck},
-        {"lint", "Find in a device directory what would hurt on the phone", RunLint},
+        {"check", "Compare every variant, or a phone, with what YAML files expect", RunCheck},
+        {"lint", "Report what would hurt on a phone, and what no phone reads", RunLint},
 };
 
 constexpr char kExamples[] =
-        "Examples:\n"
-        "  extprop boot phone\n"
-        "  extprop boot phone early persist reboot early persist --props getprop.txt\n"
-        "  extprop explain phone 'ro.product.*' --set sys.sim.switch.first=carrier1\n"
-        "  extprop diff phone --a --region EU --b --region IN\n"
-        "  extprop compare phone bugreport.zip\n"
-        "  extprop lint phone\n"
-        "\nExit status: 0 done; 1 differences or faults found; 2 bad input, nothing done, or the\n"
-        "result could not be written; 3 the library crashed, hung or met a limit.\n"
-        "'extprop COMMAND --help' tells more.\n";
+        "Examples:\n  extprop boot phone\n  extprop boot phone early persist reboot early persist "
+        "--props getprop.txt\n  extprop explain phone 'ro.product.*' --set "
+        "sys.sim.switch.first=carrier1\n  extprop diff phone --a --region EU --b --region IN\n  "
+        "extprop compare phone bugreport.zip\n  extprop lint phone\n\nExit status: 0 done; 1 "
+        "differences or faults found; 2 bad input, nothing done, or the\nresult could not be "
+        "written; 3 the library crashed, hung or met a limit.\n'extprop COMMAND --help' prints the "
+        "options and steps of a command.\n";
 
 std::string Unknown(const std::string& word) {
     constexpr size_t kNear = 2;
@@ -61,7 +57,7 @@ std::string Unknown(const std::string& word) {
     for (const Command& command : kCommands) names.emplace_back(command.name);
     const std::string nearest = Nearest(word, names, kNear);
     const std::string text = "unknown command '" + word + "'";
-    return text + (nearest.empty() ? "; see extprop --help" : Meant(nearest));
+    return text + (nearest.empty() ? "; see extprop --help" : Suggestion(nearest));
 }
 
 ExitStatus Run(const std::vector<std::string>& words) {
@@ -71,9 +67,7 @@ ExitStatus Run(const std::vector<std::string>& words) {
         }
     }
     if (!words.empty() && words[0].rfind('-', 0) != 0) throw InputError(Unknown(words[0]));
-    CommandLine line("extprop",
-                     "Shows on a workstation what libtesvoextproperty will do on a phone, and "
-                     "why.");
+    CommandLine line("extprop", "Shows which properties a phone's boot will set, and why.");
     line.AddVersion(std::string("extprop ") + kVersion);
     line.AddFooter(kExamples);
     for (const Command& command : kCommands) line.AddCommand(command.name, command.summary);

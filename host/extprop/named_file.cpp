@@ -40,7 +40,7 @@ using android::base::unique_fd;
 
 [[noreturn]] void FailAtLink(const std::string& path, const std::string& link) {
     Fail(path, (link == path ? "this" : link) +
-                       " is a link, and it is not followed; name what it leads to");
+                       " is a link, which is not followed; give the file that it leads to");
 }
 
 bool IsLink(int directory, const std::string& name) {
@@ -135,7 +135,7 @@ std::optional<int> OwnDescriptor(const std::string& path) {
 // path, or null.
 void CheckIsNoInput(const std::string& path, const Location& location, const struct stat* status,
                     const std::vector<std::string>& inputs) {
-    constexpr char kRead[] = "this is what is read; the result needs a file of its own";
+    constexpr char kRead[] = "this is an input; write the result to another file";
     for (const std::string& input : inputs) {
         struct stat read;
         if (status == nullptr || stat(input.c_str(), &read) != 0 || !S_ISREG(read.st_mode))
@@ -145,14 +145,15 @@ void CheckIsNoInput(const std::string& path, const Location& location, const str
     if (!location.in_device) return;
     const sandbox::FileName name = sandbox::ParseFileName(location.name);
     if (!name.image.empty() || name.is_archive) {
-        Fail(path, "the name of an image or archive of the device; the result needs another");
+        Fail(path,
+             "the device's images and archives have such names; give the result another name");
     }
 }
 
 // Throws InputError if the file is a link or anything else but a regular file or directory.
 void CheckRegular(const std::string& path, const struct stat& status) {
     if (S_ISLNK(status.st_mode)) FailAtLink(path, path);
-    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) Fail(path, "no regular file");
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) Fail(path, "not a regular file");
 }
 
 void WriteTo(int fd, const std::string& path, const std::string& content) {

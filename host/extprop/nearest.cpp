@@ -51,8 +51,21 @@ std::string Nearest(const std::string& word, const std::vector<std::string>& kno
     return nearest;
 }
 
-std::string Meant(const std::string& nearest) {
+std::string Suggestion(const std::string& nearest) {
     return nearest.empty() ? "" : "; did you mean " + Quoted(nearest) + "?";
+}
+
+std::string SuggestionOf(const std::string& word, const std::vector<std::string>& known,
+                         size_t most) {
+    constexpr size_t kMostListed = 8;
+    const std::string nearest = Nearest(word, known, most);
+    if (!nearest.empty() || known.empty()) return Suggestion(nearest);
+    std::string text = "; there are ";
+    const size_t listed = std::min(known.size(), kMostListed);
+    for (size_t i = 0; i < listed; ++i) text += (i == 0 ? "" : ", ") + known[i];
+    return listed == known.size()
+                   ? text
+                   : text + " and " + std::to_string(known.size() - listed) + " more";
 }
 
 }  // namespace extprop

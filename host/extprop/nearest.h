@@ -14,8 +14,13 @@ size_t Distance(const std::string& a, const std::string& b);
 // differ.
 std::string Nearest(const std::string& word, const std::vector<std::string>& known, size_t most);
 
-// Returns the question to add to a message: whether the nearest word was meant. Returns "" if
-// `nearest` is empty.
-std::string Meant(const std::string& nearest);
+// Returns what to add to a message on an unknown word: the question whether the nearest one was
+// meant. Returns "" if `nearest` is empty.
+std::string Suggestion(const std::string& nearest);
+
+// The same for the known word nearest to the given one; if more than `most` letters differ, the
+// first of the known words.
+std::string SuggestionOf(const std::string& word, const std::vector<std::string>& known,
+                         size_t most);
 
 }  // namespace extprop

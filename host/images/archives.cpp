@@ -55,7 +55,7 @@ uint64_t MemberTree::Make(std::string_view name, const Node& node, std::string_v
     name_bytes_ += name.size() + target.size();
     if (members_.size() >= limits::kArchiveMembers || name_bytes_ > limits::kArchiveNameBytes) {
         throw Damage("an archive of more than " + std::to_string(limits::kArchiveMembers) +
-                     " members, or with longer names than any has");
+                     " members, or with too many bytes of names");
     }
     members_.push_back({node, std::string(name), std::string(target), {}});
     members_.back().node.id = members_.size() - 1;
@@ -68,7 +68,7 @@ MemberTree::Place MemberTree::PlaceOf(std::string_view name) {
     if (!name.empty() && name[0] == '/') Refuse(name, "a name that leads out of the archive");
     if (name.find('\0') != std::string_view::npos) Refuse(name, "a name with a zero byte");
     const std::vector<std::string_view> parts = Parts(name);
-    if (parts.size() > kMostParts) Refuse(name, "in too many directories");
+    if (parts.size() > kMostParts) Refuse(name, "too deep in directories");
     Place place = {kRoot, ""};
     for (const std::string_view part : parts) {
         if (part == "..") Refuse(name, "a name that leads out of the archive");
@@ -86,7 +86,7 @@ MemberTree::Place MemberTree::PlaceOf(std::string_view name) {
                 place.directory = known->second;
             }
         }
-        if (!S_ISDIR(members_[place.directory].node.mode)) Refuse(name, "below a file");
+        if (!S_ISDIR(members_[place.directory].node.mode)) Refuse(name, "it lies below a file");
         place.name = part;
     }
     return place;
@@ -96,7 +96,7 @@ uint64_t MemberTree::Add(std::string_view name, const Node& node, std::string_vi
     const Place place = PlaceOf(name);
     const bool is_directory = S_ISDIR(node.mode);
     if (place.name.empty()) {
-        if (!is_directory) Refuse(name, "no name of a file");
+        if (!is_directory) Refuse(name, "its name is no file's");
         return kRoot;
     }
     auto known = members_[place.directory].names.find(place.name);
@@ -107,7 +107,7 @@ uint64_t MemberTree::Add(std::string_view name, const Node& node, std::string_vi
     }
     // An archive may list a directory after its content.
     Node& there = members_[known->second].node;
-    if (!is_directory || !S_ISDIR(there.mode)) Refuse(name, "there twice");
+    if (!is_directory || !S_ISDIR(there.mode)) Refuse(name, "there are two of this name");
     there = node;
     there.id = known->second;
     return known->second;
@@ -116,11 +116,12 @@ uint64_t MemberTree::Add(std::string_view name, const Node& node, std::string_vi
 void MemberTree::AddLink(std::string_view name, std::string_view existing) {
     const std::optional<uint64_t> node = Find(existing);
     if (!node || !S_ISREG(members_[*node].node.mode)) {
-        Refuse(name, "another name of '" + std::string(existing) + "', which is no file before it");
+        Refuse(name, "a hard link to '" + std::string(existing) +
+                             "', but no file before it has this name");
     }
     const Place place = PlaceOf(name);
     if (!members_[place.directory].names.emplace(place.name, *node).second) {
-        Refuse(name, "there twice");
+        Refuse(name, "there are two of this name");
     }
 }
 
@@ -145,7 +146,7 @@ const Node& MemberTree::Look(uint64_t node) const {
 
 std::vector<Name> MemberTree::List(uint64_t directory) const {
     const Member& member = MemberAt(directory);
-    if (!S_ISDIR(member.node.mode)) Refuse(member.name, "no directory");
+    if (!S_ISDIR(member.node.mode)) Refuse(member.name, "not a directory");
     std::vector<Name> names;
     names.reserve(member.names.size());
     for (const auto& [name, node] : member.names) names.push_back({name, node});
@@ -158,13 +159,13 @@ const std::string& MemberTree::Target(uint64_t link) const {
     const bool usable = S_ISLNK(member.node.mode) && !member.target.empty() &&
                         member.target.size() <= kLongestTarget &&
                         member.target.find('\0') == std::string::npos;
-    if (!usable) Refuse(member.name, "no link that leads anywhere");
+    if (!usable) Refuse(member.name, "not a link with a target");
     return member.target;
 }
 
 const Node& MemberTree::File(uint64_t node) const {
     const Member& member = MemberAt(node);
-    if (!S_ISREG(member.node.mode)) Refuse(member.name, "no regular file");
+    if (!S_ISREG(member.node.mode)) Refuse(member.name, "not a regular file");
     return member.node;
 }
 

@@ -91,7 +91,7 @@ errcode_t Channel::ReadBlocks(io_channel channel, unsigned long long block, int 
     const uint64_t block_size = self->block_size;
     const size_t size = count < 0 ? -static_cast<int64_t>(count) : count * block_size;
     try {
-        if (block > INT64_MAX / block_size) throw Damage("a block behind the end");
+        if (block > INT64_MAX / block_size) throw Damage("a block after the end");
         self->source->Read(block * block_size, data, size);
     } catch (...) {
         self->error = std::current_exception();

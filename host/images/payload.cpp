@@ -170,7 +170,7 @@ class FullPayload : public Payload {
         }
         if (manifest_.minor_version() == 0 || changed.empty()) return;
         throw Damage("a delta payload, which changes the images of an older release (" + changed +
-                     ") and holds none; a full update is wanted");
+                     ") and holds none; give a full update");
     }
 
     void Perform(const payload::Operation& operation, SpooledBytes* partition) const {

@@ -50,6 +50,8 @@ struct ReplyHeader {
 
 constexpr size_t kMostParts = 64;  // of a split image
 
+constexpr char kInvalidAnswer[] = "the process that reads it gave an invalid answer";
+
 constexpr size_t kPacketBytes = 64 * 1024;  // of an answer in one packet
 
 // Appends to an answer.
@@ -76,7 +78,7 @@ class Parser {
 
   private:
     std::string_view Take(uint64_t size) {
-        if (size > rest_.size()) throw Damage("the process that reads it answers nonsense");
+        if (size > rest_.size()) throw Damage(kInvalidAnswer);
         const std::string_view taken = rest_.substr(0, size);
         rest_.remove_prefix(size);
         return taken;

@@ -35,8 +35,6 @@ namespace {
 
 void (*g_show_progress)(uint64_t unpacked_bytes) = nullptr;
 
-constexpr char kNonsense[] = "the process that reads it answers nonsense";
-
 int64_t Milliseconds() {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -110,9 +108,7 @@ Reader::Process::Process(const std::vector<unique_fd>& parts, char slot, size_t 
                          ServeFunction* serve)
         : starter_(getpid()) {
     if (!filter::IsPossible()) {
-        throw std::runtime_error(
-                "images cannot be read: the kernel has no filters for system "
-                "calls here (CONFIG_SECCOMP_FILTER)");
+        throw std::runtime_error(std::string("images cannot be read: ") + filter::kNotPossible);
     }
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
@@ -243,7 +239,7 @@ std::string Reader::Process::Await(Connection* connection, size_t* size) const {
     message.msg_iovlen = 1;
     const long received = Kernel(SYS_recvmsg, connection->socket, &message, MSG_DONTWAIT);
     if (received <= 0) return HowItEnded();
-    if (received < static_cast<long>(sizeof(ReplyHeader))) return kNonsense;
+    if (received < static_cast<long>(sizeof(ReplyHeader))) return kInvalidAnswer;
     *size = received - sizeof(ReplyHeader);
     return "";
 }
@@ -263,7 +259,7 @@ std::string Reader::Process::Ask(const Request& request, uint64_t* whole,
         constexpr size_t kMostText = 1000;
         throw Damage(std::string(bytes, std::min(size, kMostText)));
     }
-    if (size > request.size) throw Damage(kNonsense);
+    if (size > request.size) throw Damage(kInvalidAnswer);
     *whole = header.size;
     return std::string(bytes, size);
 }
@@ -277,7 +273,7 @@ std::string Reader::Process::AskAll(Question question, uint32_t volume, uint64_t
                 Ask({question, volume, node, answer.size(), kPacketBytes}, &whole, nodes);
         answer += part;
         if (whole > most || (part.size() < kPacketBytes && answer.size() < whole)) {
-            throw Damage(kNonsense);
+            throw Damage(kInvalidAnswer);
         }
     } while (answer.size() < whole);
     return answer;
@@ -290,7 +286,7 @@ Contained Reader::Process::AskContained(Question question, uint32_t volume,
                                       limits::kSuperPartitions * (kMostName + 16), nodes);
     Parser parser(answer);
     const uint64_t kind = parser.Number();
-    if (kind > static_cast<uint64_t>(Kind::kUnknown)) throw Damage(kNonsense);
+    if (kind > static_cast<uint64_t>(Kind::kUnknown)) throw Damage(kInvalidAnswer);
     Contained contained = {static_cast<Kind>(kind), parser.Number(), {}};
     while (!parser.is_done()) {
         std::string name = parser.Text();
@@ -298,7 +294,7 @@ Contained Reader::Process::AskContained(Question question, uint32_t volume,
     }
     if (contained.volumes.empty() && contained.kind != Kind::kSuper &&
         contained.kind != Kind::kPayload) {
-        throw Damage(kNonsense);
+        throw Damage(kInvalidAnswer);
     }
     return contained;
 }
@@ -312,8 +308,7 @@ std::string Reader::Process::HowItEnded() const {
     if (info.si_code == CLD_EXITED) {
         if (info.si_status == kNotConfined) {
             throw std::runtime_error(
-                    "images cannot be read: the process that reads them cannot "
-                    "give up what it has to");
+                    "images cannot be read: the process that reads them cannot give up its rights");
         }
         return ended;
     }
@@ -340,7 +335,7 @@ class Remote : public FileSystem {
         static_assert(std::is_trivially_copyable_v<Node>);
         Node node;
         const std::string answer = process_->AskAll(Question::kLook, volume_, number, sizeof(node));
-        if (answer.size() != sizeof(node)) throw Damage(kNonsense);
+        if (answer.size() != sizeof(node)) throw Damage(kInvalidAnswer);
         memcpy(&node, answer.data(), sizeof(node));
         node.id = number;
         for (const mode_t type : {S_IFREG, S_IFDIR, S_IFLNK, S_IFCHR, S_IFBLK, S_IFIFO, S_IFSOCK}) {
@@ -371,7 +366,7 @@ class Remote : public FileSystem {
                     process_->Ask({Question::kRead, volume_, file, at, wanted}, &whole);
             content += part;
             if (part.size() == wanted) continue;
-            if (at < whole && at + part.size() != whole) throw Damage(kNonsense);
+            if (at < whole && at + part.size() != whole) throw Damage(kInvalidAnswer);
             break;
         }
         return content;
@@ -380,7 +375,7 @@ class Remote : public FileSystem {
     std::string Target(uint64_t link) const override {
         constexpr uint64_t kLongest = 4095;
         std::string target = process_->AskAll(Question::kTarget, volume_, link, kLongest);
-        if (target.empty() || target.find('\0') != std::string::npos) throw Damage(kNonsense);
+        if (target.empty() || target.find('\0') != std::string::npos) throw Damage(kInvalidAnswer);
         return target;
     }
 

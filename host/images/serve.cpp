@@ -67,7 +67,7 @@ class Files {
         }
         auto contents = std::make_unique<Contents>(std::move(parts), slot_, spool_);
         if (depth > kDeepestArchive && contents->kind() == Kind::kArchive) {
-            throw Damage("an archive in an archive that is in one itself");
+            throw Damage("an archive in an archive in an archive; unpack the outer ones first");
         }
         files_.push_back({std::move(contents), volumes_, depth});
         volumes_ += files_.back().contents->volumes().size();
@@ -129,9 +129,9 @@ class Answers {
         const int64_t most =
                 limits::kUnpackTime + static_cast<int64_t>(packed_ >> 20) * limits::kUnpackTimeMiB;
         if (unpacking_ > most * kSecond) {
-            throw Damage("unpacking takes longer than " + std::to_string(most) +
-                         " seconds, too long for the size of the file; whoever trusts it unpacks "
-                         "it first");
+            throw Damage(
+                    "unpacking takes longer than " + std::to_string(most) +
+                    " seconds, too long for the size of the file; unpack it first if you trust it");
         }
     }
 
@@ -251,7 +251,7 @@ class Answers {
             case Question::kTarget:
                 return FileSystemOf(request).Target(request.node);
         }
-        throw Damage("no such question");
+        throw Damage("no such request");
     }
 
     const Descriptors& descriptors_;

@@ -40,8 +40,8 @@ void Spool::Count(size_t bytes) {
     unpacked_ += bytes;
     if (unpacked_ > most_) {
         throw Damage("more than " + std::to_string(most_ >> 20) +
-                     " MiB to unpack, too much for the size of the file; whoever trusts it unpacks "
-                     "it first");
+                     " MiB to unpack, too much for the size of the file; unpack it first if you "
+                     "trust it");
     }
     if (progress_ && unpacked_ / kStep != before / kStep) progress_(unpacked_);
 }
@@ -110,7 +110,7 @@ void SpooledStream::TakeUpTo(uint64_t end) const {
         bytes_.Write(taken_, chunk.data(), filled);
         taken_ += filled;
         if (taken_ > limits::kArchiveMember) {
-            throw Damage("of more than " + std::to_string(limits::kArchiveMember >> 30) + " GiB");
+            throw Damage("more than " + std::to_string(limits::kArchiveMember >> 30) + " GiB");
         }
     }
 }

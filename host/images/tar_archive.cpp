@@ -108,7 +108,7 @@ class Tar : public Archive {
         if (S_ISREG(node.mode)) {
             const la_int64_t size = archive_entry_size(entry);
             if (size < 0 || static_cast<uint64_t>(size) > limits::kArchiveMember) {
-                throw Damage(std::string("member '") + name + "': of more than " +
+                throw Damage(std::string("member '") + name + "': more than " +
                              std::to_string(limits::kArchiveMember >> 30) + " GiB");
             }
             node.size = static_cast<uint64_t>(size);

@@ -236,7 +236,7 @@ class Zip : public Archive {
         constexpr uint64_t kLongestTarget = 4095;
         const Node& node = tree_.Look(link);
         if (!S_ISLNK(node.mode) || node.size == 0 || node.size > kLongestTarget) {
-            throw Damage("member '" + tree_.NameOf(link) + "': no link that leads anywhere");
+            throw Damage("member '" + tree_.NameOf(link) + "': not a link with a target");
         }
         std::string target = ReadBytes(*MemberContent(link), 0, node.size);
         if (target.find('\0') != std::string::npos) {
@@ -280,14 +280,14 @@ class Zip : public Archive {
         if (status.encryption_method != ZIP_EM_NONE) refuse("encrypted");
         if (status.comp_method != ZIP_CM_STORE && status.comp_method != ZIP_CM_DEFLATE) {
             refuse("packed by method " + std::to_string(status.comp_method) +
-                   ", which is not read");
+                   ", which is not supported");
         }
         // libzip cannot seek correctly in such a member.
         if (status.comp_method == ZIP_CM_STORE && status.comp_size != status.size) {
-            refuse("stored, of two sizes");
+            refuse("stored, but with two sizes");
         }
         if (status.size > limits::kArchiveMember) {
-            refuse("of more than " + std::to_string(limits::kArchiveMember >> 30) + " GiB");
+            refuse("more than " + std::to_string(limits::kArchiveMember >> 30) + " GiB");
         }
         Node node;
         node.mode = ModeOf(index, !name.empty() && name.back() == '/');

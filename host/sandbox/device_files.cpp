@@ -109,11 +109,11 @@ std::vector<std::string> DeviceFiles::Notes() const {
     CheckImages();
     std::vector<std::string> notes = images_.notes;
     for (const std::string& path : Unreadable()) {
-        notes.push_back(path + " cannot be read by this user, though init could");
+        notes.push_back(path + kDeniedToUser);
     }
     for (const std::string& path : view_->Noted(View::kTooLarge)) {
         notes.push_back(path + " was not opened: it is larger than " +
-                        Mebibytes(limits::kPropertyFile) + ", or as a partition or logo than " +
+                        Mebibytes(limits::kPropertyFile) + ", or, as a partition or logo, than " +
                         Mebibytes(limits::kPartitionFile));
     }
     return notes;

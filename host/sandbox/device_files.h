@@ -17,6 +17,9 @@
 
 namespace sandbox {
 
+// What follows the path in messages on files that Unreadable() returns.
+inline constexpr char kDeniedToUser[] = " cannot be read by this user, though init could";
+
 class DeviceFiles {
   public:
     // Opens the directory or file `device` and the images in it. Throws std::runtime_error with the

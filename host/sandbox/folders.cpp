@@ -20,7 +20,7 @@ namespace sandbox {
 void Folders::SetReaders(size_t readers) {
     if (readers > limits::kReaders) {
         throw std::runtime_error("more than " + std::to_string(limits::kReaders) +
-                                 " images and archives");
+                                 " images and archives, which is the limit");
     }
     readers_ = std::max<size_t>(readers, 1);
 }
@@ -81,7 +81,7 @@ Folder Folders::OfArchive(const Looked& looked, const ImageName& name) const {
     if (archives.empty()) return folder;
     if (archives.size() > 1) {
         throw std::runtime_error("an archive of several archives (" + Join(archives, ", ") +
-                                 "); the one that is wanted has to be unpacked");
+                                 "); unpack the one that you want");
     }
     const std::string path = "/" + archives[0];
     const ImageName inner = folder.name_of(path);
@@ -138,7 +138,7 @@ bool HasPartitions(const Tree& archive) {
 }
 
 std::string Unread(const ImageName& unread, const ImageName& chosen, const std::string& of_what) {
-    return unread.path + " is not read: " + chosen.path + " stands for the same " + of_what;
+    return unread.path + " is not read: " + chosen.path + " is read for the same " + of_what;
 }
 
 namespace {
@@ -163,13 +163,14 @@ FolderContent ContentOf(const Folder& folder, const std::string& directory,
         const std::string path = directory + "/" + file;
         const ImageName name = folder.name_of(path);
         if (parsed.whats_unread != nullptr) {
-            notes->push_back(name.path + " is not looked into: it is " + parsed.whats_unread);
+            notes->push_back(name.path + " is not read: it is " + parsed.whats_unread);
         }
         if (parsed.is_archive) content.archives.push_back(path);
         if (parsed.image.empty()) continue;
         if (parsed.part) {
             if (!split[parsed.image].emplace(*parsed.part, path).second) {
-                throw std::runtime_error(name.path + ": this part is there twice");
+                throw std::runtime_error(name.path +
+                                         ": another file is the same part of the image");
             }
             continue;
         }
@@ -180,9 +181,9 @@ FolderContent ContentOf(const Folder& folder, const std::string& directory,
         for (const auto& [number, path] : parts) {
             const int expected = parts.begin()->first + static_cast<int>(paths.size());
             if (parts.begin()->first > 1 || number != expected) {
-                throw std::runtime_error(folder.name_of(path).path +
-                                         ": a part of a split image, and one before it is "
-                                         "missing");
+                throw std::runtime_error(
+                        folder.name_of(path).path +
+                        ": a part of a split image, of which an earlier part is missing");
             }
             paths.push_back(path);
         }

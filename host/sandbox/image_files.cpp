@@ -83,18 +83,18 @@ unique_fd OpenNamed(const std::string& path) {
 
 unique_fd OpenInDevice(const View& view, const std::string& image, const std::string& path) {
     const std::string advice =
-            image.empty() ? "" : "; --image " + image + "=FILE reads an image of any place";
+            image.empty() ? "" : "; --image " + image + "=FILE reads an image that lies anywhere";
     ResolvedPath link, entry;
     view.Find(path, false, &link);
     const long error = view.Find(path, true, &entry);
     if (link.is_link() && (error < 0 || !entry.exists)) {
-        throw std::runtime_error("a link that leads to nothing in the device directory" + advice);
+        throw std::runtime_error("a link that leads to no file in the device directory" + advice);
     }
     if (S_ISBLK(entry.status.st_mode)) {
-        throw std::runtime_error("a block device, which is not opened" + advice);
+        throw std::runtime_error("a block device in DEVICE, which is not opened" + advice);
     }
     const long fd = view.OpenToRead(path, true);
-    if (fd == -ENXIO || fd == -EISDIR) throw std::runtime_error("no file");
+    if (fd == -ENXIO || fd == -EISDIR) throw std::runtime_error("not a file");
     errno = static_cast<int>(-fd);
     Check(fd >= 0, "cannot be opened");
     return unique_fd(static_cast<int>(fd));
@@ -113,7 +113,7 @@ const char* WhatIs(images::Kind kind) {
         case images::Kind::kUnknown:
             break;
     }
-    return "nothing that is read";
+    return "a file of no known format";
 }
 
 std::unique_ptr<images::FileSystem> PartOf(std::unique_ptr<images::FileSystem> files,

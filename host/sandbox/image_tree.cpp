@@ -105,8 +105,7 @@ long ImageTree::Find(const std::string& path, uint64_t* node) const {
 // would make walks endless.
 void ImageTree::Enter(const std::string& path, uint64_t node) const {
     const auto [place, is_new] = places_.try_emplace(node, node == files_->root() ? "/" : path);
-    if (place->second != path)
-        throw images::Damage("a directory that is " + place->second + " too");
+    if (place->second != path) throw images::Damage("the same directory as " + place->second);
     directories_.emplace(path, node);
     if (is_new) kept_ += 2 * (path.size() + kOverhead);
 }
@@ -172,7 +171,7 @@ long ImageTree::OpenContent(const images::Node& node, int flags) const {
     for (uint64_t at = 0; at < node.size;) {
         const std::string part =
                 files_->Read(node.id, at, std::min<uint64_t>(kChunk, node.size - at));
-        if (part.empty()) throw images::Damage("it ends before its end");
+        if (part.empty()) throw images::Damage("truncated");
         static const std::string zero(kPage, '\0');
         for (size_t begin = 0; begin < part.size(); begin += kPage) {
             const size_t size = std::min(kPage, part.size() - begin);

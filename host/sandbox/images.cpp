@@ -29,6 +29,7 @@ namespace sandbox {
 namespace {
 
 constexpr char kSystem[] = "system";
+constexpr char kNoPartition[] = "the name must be that of a partition, such as my_region";
 
 // One of the images or directories that could stand for a partition.
 struct Candidate {
@@ -108,8 +109,7 @@ class Firmware::Opener {
             images_.notes.push_back(Join(other_slot_, ", ") + ": of the other slot, not read");
         }
         if (!unknown_.empty()) {
-            images_.notes.push_back(Join(unknown_, ", ") +
-                                    ": named like no partition that is shown, not read");
+            images_.notes.push_back(Join(unknown_, ", ") + ": not read; " + kNoPartition);
         }
         for (const auto& [partition, image] : chosen_) Show(partition, image);
         return std::move(images_);
@@ -123,7 +123,7 @@ class Firmware::Opener {
         if (parsed.whats_unread != nullptr) throw std::runtime_error(parsed.whats_unread);
         if (parsed.part) {
             throw std::runtime_error(
-                    "one part of a split image; a directory with all parts can be DEVICE");
+                    "one part of a split image; give the directory with all parts as DEVICE");
         }
         std::vector<unique_fd> files;
         files.push_back(OpenNamed(name_.path));
@@ -136,7 +136,7 @@ class Firmware::Opener {
                 archive_ = folders_.OfArchive(looked, name_);
                 if (!HasPartitions(*archive_->tree)) {
                     throw std::runtime_error(
-                            "an archive with no image or directory of a partition in it");
+                            "an archive without an image or directory of a partition");
                 }
                 tree_ = archive_->tree;
                 break;
@@ -149,13 +149,11 @@ class Firmware::Opener {
             case images::Kind::kFileSystem:
                 image_ = parsed.image;
                 if (IsOfPartitions(image_) && image_ != kSuper && image_ != kPayload) break;
-                throw std::runtime_error(
-                        "an image whose file is not named as a partition that is shown, such as "
-                        "my_region.img");
+                throw std::runtime_error(std::string("an image of one partition; ") + kNoPartition);
             case images::Kind::kUnknown:
                 throw std::runtime_error(
-                        "no image, no super partition, no payload of an update and no archive that "
-                        "is read");
+                        "neither an image nor a super partition, an update's payload or an archive "
+                        "of a known format");
         }
     }
 
@@ -200,7 +198,7 @@ class Firmware::Opener {
             const Folder archive = Naming(name.path, [&] {
                 const Looked looked = folder.look("", {path});
                 if (looked.contained.kind != images::Kind::kArchive) {
-                    throw std::runtime_error("no archive that is read");
+                    throw std::runtime_error("not an archive of a known format");
                 }
                 return folders_.OfArchive(looked, name);
             });
@@ -209,7 +207,7 @@ class Firmware::Opener {
                 OfferFolder(archive, false);
             } else {
                 images_.notes.push_back(
-                        name.path + " is not read: no image or directory of a partition is in it");
+                        name.path + " is not read: it has no image or directory of a partition");
             }
         }
     }
@@ -246,8 +244,7 @@ class Firmware::Opener {
                 of_many.emplace_back(image, &file);
             } else if (FindPartition(partition) == nullptr) {
                 if (file.paths.empty()) {
-                    throw std::runtime_error("--image " + image +
-                                             ": named like no partition that is shown");
+                    throw std::runtime_error("--image " + image + ": " + kNoPartition);
                 }
                 for (const std::string& path : file.paths) unknown_.push_back(path.substr(1));
             } else if (slot == 0) {
@@ -268,8 +265,8 @@ class Firmware::Opener {
             const Looked looked = *opened = file.look();
             const images::Kind kind = looked.contained.kind;
             if (kind != images::Kind::kFileSystem && kind != images::Kind::kUnknown) {
-                throw std::runtime_error(std::string(WhatIs(kind)) + ", where an image of " +
-                                         partition + " is wanted");
+                throw std::runtime_error(std::string(WhatIs(kind)) + "; expected an image of " +
+                                         partition);
             }
             // Every boot reads it, and unpacking must not count as the boot's time.
             if (FindPartition(partition)->is_always_read) {
@@ -287,7 +284,7 @@ class Firmware::Opener {
         const images::Kind wanted = image == kSuper ? images::Kind::kSuper : images::Kind::kPayload;
         if (looked.contained.kind != wanted) {
             throw std::runtime_error(file.name.path + ": " + WhatIs(looked.contained.kind) +
-                                     ", where " + WhatIs(wanted) + " is wanted");
+                                     "; expected " + WhatIs(wanted));
         }
         for (size_t i = 0; i < looked.contained.volumes.size(); ++i) {
             const auto& [volume, size] = looked.contained.volumes[i];
@@ -331,7 +328,7 @@ class Firmware::Opener {
         } catch (const images::Damage& damage) {
             if (image.is_named) throw;
             images_.notes.push_back(image.name.path +
-                                    " was not looked into, and cannot be: " + damage.what());
+                                    " was not needed, and cannot be read: " + damage.what());
             return folders_.DamagedTree(image.name, damage.what());
         }
     }

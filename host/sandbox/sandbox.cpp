@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "../budget.h"
+#include "../filter.h"
 #include "device_files.h"
 #include "led_calls.h"
 
@@ -21,9 +22,7 @@ Sandbox::Sandbox(const std::string& device, const Options& options)
 
 Sandbox::Sandbox(std::shared_ptr<DeviceFiles> files) : files_(std::move(files)) {
     if (!CanLeadCalls()) {
-        throw std::runtime_error(
-                "the kernel takes no filters for system calls (seccomp) here; "
-                "docs/containers.md tells how to allow them");
+        throw std::runtime_error(filter::kNotPossible);
     }
 }
 

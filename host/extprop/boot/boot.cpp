@@ -224,7 +224,7 @@ void PreparedDevice::Prepare() {
     report_ = {path_, notes_, {}, {}, std::nullopt, {}};
     const auto& steps = options_.plan.steps;
     if (std::all_of(steps.begin(), steps.end(), std::mem_fn(&Step::is_reboot))) {
-        report_.notes.emplace_back("no step but reboot is given, and so the library does nothing");
+        report_.notes.emplace_back("no step but reboot is given, so no step calls the library");
     }
     changed_.clear();
     if (tells_files() && HasChanges(options_.what_if)) {

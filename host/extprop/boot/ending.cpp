@@ -48,7 +48,7 @@ std::string LimitOf(int exit_status) {
 
 std::string MemoryError() {
     return "this takes more than " + std::to_string(sandbox::MemoryLimit()) +
-           " bytes of memory, which is the limit; ask for less of it, such as fewer properties";
+           " bytes of memory, which is the limit; ask for less, such as fewer properties";
 }
 
 }  // namespace extprop

@@ -68,7 +68,7 @@ const std::vector<StepKind>& StepKinds() {
              }},
             {"cota",
              nullptr,
-             "hand on a carrier package that is mounted already (slot 7)",
+             "hand over a carrier package that is mounted already (slot 7)",
              "loadCotaOverrideProperties",
              {},
              [](const StepContext& context, const std::string&) {
@@ -76,7 +76,7 @@ const std::vector<StepKind>& StepKinds() {
              }},
             {"duskrider",
              nullptr,
-             "hand on the limited edition's company file (slot 8)",
+             "hand over the limited edition's company file (slot 8)",
              "loadDuskriderOverrideProperties",
              {},
              [](const StepContext& context, const std::string&) {
@@ -110,7 +110,7 @@ const std::vector<StepKind>& StepKinds() {
              }},
             {kSetWord,
              "NAME=VALUE",
-             "another than the library sets a property, such as a switch key",
+             "another process sets a property, such as a switch key",
              nullptr,
              {},
              [](const StepContext& context, const std::string& text) {
@@ -119,7 +119,7 @@ const std::vector<StepKind>& StepKinds() {
              }},
             {kWriteWord,
              "PATH=VALUE",
-             "another writes a file; of a key file VALUE may be the key",
+             "another process writes a file; for a key file VALUE may be the key alone",
              nullptr,
              {},
              [](const StepContext& context, const std::string& text) {
@@ -128,7 +128,7 @@ const std::vector<StepKind>& StepKinds() {
              }},
             {"reboot",
              nullptr,
-             "start again: files and persist.* properties stay",
+             "a fresh process: files and persist.* properties stay",
              nullptr,
              {},
              nullptr},
@@ -170,8 +170,8 @@ namespace {
 void CheckOthers(const Step& step) {
     if (const auto setting = step.setting()) {
         if (const auto reason = WhyRefused(setting->first, setting->second)) {
-            throw InputError("step '" + step.text + "': no phone has the property '" +
-                             setting->first + "': " + *reason);
+            throw InputError("step '" + step.text +
+                             "': " + RefusedPropertyText(setting->first, *reason));
         }
     } else if (step.argument[0] != '/' || step.argument.find('=') == std::string::npos) {
         throw InputError("step '" + step.text + "': expected " + step.kind->word +
@@ -194,7 +194,7 @@ Step ParseStep(const std::string& text) {
     if (!IsStepWord(text)) {
         const std::string nearest = NearestStep(text);
         throw InputError("unknown step '" + text + "'" +
-                         (nearest.empty() ? "; see extprop boot --help" : Meant(nearest)));
+                         (nearest.empty() ? "; see extprop boot --help" : Suggestion(nearest)));
     }
     const size_t colon = text.find(':');
     const bool has_argument = colon != std::string::npos;
@@ -207,7 +207,7 @@ Step ParseStep(const std::string& text) {
         }
     }
     throw InputError("step '" + text + "': '" + word + "' takes " +
-                     (has_argument ? "no argument" : "an argument behind a ':'"));
+                     (has_argument ? "no argument" : "an argument after ':'"));
 }
 
 void CheckStep(const Step& step) {
@@ -216,7 +216,7 @@ void CheckStep(const Step& step) {
     const std::vector<const char*>& known = step.kind->arguments;
     std::string wanted;
     if (step.argument.empty()) {
-        wanted = std::string("a ") + step.kind->argument + " behind the ':'";
+        wanted = std::string("a ") + step.kind->argument + " after ':'";
     } else if (std::string_view(step.kind->word) == "media") {
         if (step.argument.compare(0, strlen(kMediaRoots), kMediaRoots) == 0) return;
         wanted = std::string("a path that begins with ") + kMediaRoots;
@@ -228,8 +228,8 @@ void CheckStep(const Step& step) {
         wanted = "one of";
         for (const char* argument : known) wanted += std::string(" ") + argument;
     }
-    throw InputError("step '" + step.text + "': the library ignores it, it takes " + wanted +
-                     "; --any-word lets it through");
+    throw InputError("step '" + step.text + "': the library ignores it; it takes " + wanted +
+                     "; --any-word passes it on");
 }
 
 }  // namespace extprop

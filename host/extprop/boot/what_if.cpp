@@ -21,6 +21,7 @@
 #include "device/legal.h"
 #include "device/property_lines.h"
 #include "input_error.h"
+#include "printable.h"
 
 namespace extprop {
 
@@ -107,7 +108,7 @@ int AxisNamed(const std::string& name) {
         if (name == kAxes[axis].name) return axis;
         known += std::string(axis == 0 ? "" : ", ") + kAxes[axis].name;
     }
-    throw InputError("there is no axis '" + name + "'; the axes are " + known);
+    throw InputError("unknown axis '" + name + "'; the axes are " + known);
 }
 
 const SwitchKey& KeyOf(int axis) {
@@ -115,8 +116,13 @@ const SwitchKey& KeyOf(int axis) {
 }
 
 std::optional<std::string> WhyNot(int axis, const std::string& value) {
-    if (value.find_first_of(std::string("\n\0", 2)) != std::string::npos) return "it is one line";
+    if (value.find_first_of(std::string("\n\0", 2)) != std::string::npos)
+        return "the value has more than one line";
     return axis < kFirstKeyAxis ? std::nullopt : WhyRefused(KeyOf(axis).property, value);
+}
+
+std::string NoValueText(int axis, const std::string& value) {
+    return std::string("the device has no ") + kAxes[axis].name + " " + Quoted(value);
 }
 
 Edit ParseEdit(const std::string& text) {
@@ -126,7 +132,7 @@ Edit ParseEdit(const std::string& text) {
         throw InputError("--edit '" + text + "': expected PATH:NAME=VALUE with an absolute PATH");
     }
     if (text.find('\n', colon) != std::string::npos) {
-        throw InputError("--edit '" + text + "': a property is one line");
+        throw InputError("--edit '" + text + "': the property has more than one line");
     }
     return {text.substr(0, colon), text.substr(colon + 1, equals - colon - 1),
             text.substr(equals + 1), false};
@@ -211,10 +217,9 @@ std::map<std::pair<std::string, std::string>, bool> MakeChanges(const WhatIf& wh
             kLimit);
     if (!answer)
         throw InputError(
-                "it cannot be told which key files say otherwise: the library does not come back "
-                "from them");
+                "the key files with other keys are unknown: the library does not return from them");
     if (const auto failing = answer->at(0).get<std::string>(); !failing.empty()) {
-        throw InputError(failing + ": cannot be changed for a try");
+        throw InputError(failing + ": cannot be changed in the copy-on-write layer");
     }
     std::map<std::pair<std::string, std::string>, bool> lines;
     for (const json& line : answer->at(1)) {

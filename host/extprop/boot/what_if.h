@@ -46,6 +46,9 @@ using Variant = std::array<std::optional<std::string>, kAxisCount>;
 // Returns the reason why no phone can have the value, or nothing if one can.
 std::optional<std::string> WhyNot(int axis, const std::string& value);
 
+// Returns the message on a value that no file of the device is for.
+std::string NoValueText(int axis, const std::string& value);
+
 // A change of one file.
 struct Edit {
     std::string path;

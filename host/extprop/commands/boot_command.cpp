@@ -27,11 +27,11 @@ ExitStatus RunBoot(const Command& command, const std::vector<std::string>& words
     line.AddArgument("DEVICE", &device, kDeviceHelp);
     line.AddArguments("STEP", &arguments.steps, "Steps of the boot, listed below");
     AddBootOptions(&line, &arguments);
-    line.AddFlag("--json", &json, "Print one JSON document");
-    line.AddFlag("--quiet,-q", &quiet, "Print only the properties");
+    line.AddFlag("--json", &json, "Print one JSON document instead of text");
+    line.AddFlag("--quiet,-q", &quiet, "Print the properties only");
     line.Exclude("--quiet", {"--json"});
-    line.AddFlag("--verbose,-v", &verbose, "Print every log line and opened file as well");
-    line.AddOption("--html", "FILE", &page, "Write a page for the browser to FILE as well");
+    line.AddFlag("--verbose,-v", &verbose, "Also print every log line and opened file");
+    line.AddOption("--html", "FILE", &page, "Also write a page for the browser to FILE");
     if (!line.Parse(words)) return kDone;
 
     BootOptions options = OptionsOf(device, arguments);

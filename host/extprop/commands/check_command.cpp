@@ -7,6 +7,7 @@
 #include "commands/matrix_options.h"
 #include "commands/options.h"
 #include "device/phone.h"
+#include "device_files.h"
 #include "explain/explain.h"
 #include "input_error.h"
 #include "named_file.h"
@@ -24,26 +25,20 @@ namespace extprop {
 namespace {
 
 constexpr char kFormatHelp[] =
-        "An expectations file:\n"
-        "    steps: [early, persist]            # these go without saying\n"
-        "    expectations:\n"
-        "      - name: Every carrier says who it is\n"
-        "        variants: {sim-first: '*'}     # all is each axis by itself; {} is as it is\n"
-        "        properties:\n"
-        "          ro.carrier.name: {matches: '[a-z]+'}\n"
-        "      - variants: {region: [EU, IN], sim-first: north}\n"
-        "        complete: true                 # what no expectation names is unset\n"
-        "        properties:\n"
-        "          ro.locale: en-GB             # also {equals: en-GB}\n"
-        "          ro.debug: {set: false}\n"
-        "          ro.region.name: {from: /mnt/vendor/my_region/build.prop}\n";
+        "An expectations file:\n    steps: [early, persist]            # the default\n    "
+        "expectations:\n      - name: Every carrier has a name\n        variants: {sim-first: '*'} "
+        "    # all: each axis by itself; {}: the device as it is\n        properties:\n          "
+        "ro.carrier.name: {matches: '[a-z]+'}\n      - variants: {region: [EU, IN], sim-first: "
+        "north}\n        complete: true                 # a property without an expectation is "
+        "unset\n        properties:\n          ro.locale: en-GB             # also {equals: "
+        "en-GB}\n          ro.debug: {set: false}\n          ro.region.name: {from: "
+        "/mnt/vendor/my_region/build.prop}\n";
 
 // Throws InputError if parts of the device could not be read: then a check proves nothing.
 void CheckReadable(const sandbox::Sandbox& root) {
     std::vector<std::string> errors;
     for (const std::string& path : root.Unreadable()) {
-        errors.push_back("check: " + path +
-                         " cannot be read by this user, though init could, so there is no result");
+        errors.push_back("check: " + path + sandbox::kDeniedToUser + ", so there is no result");
     }
     if (!errors.empty()) throw InputError(errors);
 }
@@ -54,7 +49,8 @@ void CheckRecorded(const std::string& file, const std::string& device) {
     if (!std::filesystem::is_regular_file(file, error)) return;
     const std::string content = ReadInput(file, {device}, limits::kText);
     if (content.empty() || WasRecorded(content)) return;
-    throw InputError(file + ": this was not recorded, so somebody wrote it; --force replaces it");
+    throw InputError(file +
+                     ": this file was not recorded, but written by hand; --force replaces it");
 }
 
 ExitStatus Record(const std::string& device, const std::string& file,
@@ -107,26 +103,26 @@ ExitStatus RunCheck(const Command& command, const std::vector<std::string>& word
     CommandLine line = LineOf(command);
     line.AddArgument("DEVICE", &device, kDeviceHelp);
     line.AddArguments("EXPECTATIONS", &files_and_steps,
-                      "YAML files that say what is expected; and steps, instead of the files' own",
+                      "YAML files with what is expected; and steps, instead of those in the files",
                       CommandLine::kOneAtLeast);
     AddBootOptions(&line, &arguments);
     AddJobsOption(&line, &jobs);
     line.AddFlag("--record", &record,
-                 "Write the file so that it expects what the device does today");
-    line.AddFlag("--force", &force, "With --record: replace a file that was not recorded too");
-    line.AddFlag("--json", &json, "Print one JSON document");
-    line.AddOption("--junit", "FILE", &junit, "Write a JUnit report to FILE as well");
+                 "Write the file EXPECTATIONS so that it expects what the device does today");
+    line.AddFlag("--force", &force, "With --record: also replace a file that was not recorded");
+    line.AddFlag("--json", &json, "Print one JSON document instead of text");
+    line.AddOption("--junit", "FILE", &junit, "Also write a JUnit report to FILE");
     line.AddOption("--markdown", "FILE", &markdown,
-                   "Write a summary for the page of a reviewed change to FILE as well");
+                   "Also write a summary for the page of a reviewed change to FILE");
     line.AddOption("--phone", "PHONE", &phone_path,
-                   "Check what a phone has, in any form that --props takes, for the variant that "
-                   "it is");
+                   "Compare a phone, in any form that --props takes, with what is expected of the "
+                   "phone's variant");
     line.Exclude("--record", {"--json", "--junit", "--markdown", "--phone"});
     line.AddFooter(kFormatHelp);
     if (!line.Parse(words)) return kDone;
 
     const std::vector<std::string> files = TakeSteps(files_and_steps, &arguments);
-    if (files.empty()) throw InputError("check: no EXPECTATIONS file is given, only steps");
+    if (files.empty()) line.FailWithout("EXPECTATIONS");
     if (record && files.size() > 1) throw InputError("check: --record writes one file");
     if (force && !record) throw InputError("check: --force goes with --record");
     if (record && !force) CheckRecorded(files.front(), device);

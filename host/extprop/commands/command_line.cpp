@@ -2,11 +2,13 @@
 
 #include <algorithm>
 
+#include <android-base/parseint.h>
 #include <android-base/strings.h>
 #include <CLI/CLI.hpp>
 
 #include "input_error.h"
 #include "nearest.h"
+#include "printable.h"
 
 namespace extprop {
 
@@ -22,25 +24,30 @@ struct CommandLine::Parser : CLI::App {
 };
 
 CommandLine::CommandLine(const std::string& program, const std::string& summary)
-        : parser_(std::make_unique<Parser>(summary, program)) {}
+        : parser_(std::make_unique<Parser>(summary, program)) {
+    parser_->set_help_flag("-h,--help", "Print this help");
+    parser_->get_formatter()->label("Positionals", "Arguments");
+    parser_->get_formatter()->label("SUBCOMMAND", "COMMAND");
+}
 
 CommandLine::~CommandLine() = default;
 
 CommandLine::CommandLine(CommandLine&& other) noexcept = default;
 
 void CommandLine::AddArgument(const char* name, std::string* value, const std::string& help) {
-    parser_->add_option(name, *value, help)->required();
+    parser_->add_option(name, *value, help)->type_name("")->required();
 }
 
 void CommandLine::AddArgument(const char* name, std::optional<std::string>* value,
                               const std::string& help) {
     parser_->add_option_function<std::string>(
-            name, [value](const std::string& given) { *value = given; }, help);
+                   name, [value](const std::string& given) { *value = given; }, help)
+            ->type_name("");
 }
 
 void CommandLine::AddArguments(const char* name, std::vector<std::string>* values,
                                const std::string& help, bool one_at_least) {
-    parser_->add_option(name, *values, help)->required(one_at_least);
+    parser_->add_option(name, *values, help)->type_name("")->required(one_at_least);
 }
 
 void CommandLine::AddFlag(const char* names, bool* value, const std::string& help) {
@@ -80,17 +87,25 @@ void CommandLine::AddGreedyOption(const char* name, const char* type,
 
 void CommandLine::AddNumber(const char* name, const char* type, int least, int most, int* value,
                             const std::string& help) {
-    parser_->add_option(name, *value, help)
-            ->type_name(type)
-            ->check(CLI::Range(least, most))
-            ->capture_default_str();
+    const std::string range = std::to_string(least) + " to " + std::to_string(most);
+    const auto check = [=](const std::string& text) -> std::string {
+        int number;
+        if (android::base::ParseInt(text, &number, least, most)) return "";
+        return "expected a number from " + range + ", not " + Quoted(text);
+    };
+    const std::string values = " (" + range + "; default: " + std::to_string(*value) + ")";
+    parser_->add_option(name, *value, help + values)->type_name(type)->check(check, "");
 }
 
 void CommandLine::AddChoice(const char* name, const std::vector<std::string>& words,
                             std::string* value, const std::string& help) {
+    const auto check = [=](const std::string& text) -> std::string {
+        if (std::find(words.begin(), words.end(), text) != words.end()) return "";
+        return "expected " + android::base::Join(words, " or ") + ", not " + Quoted(text);
+    };
     parser_->add_option(name, *value, help)
             ->type_name(android::base::Join(words, '|'))
-            ->check(CLI::IsMember(words).description(""))
+            ->check(check, "")
             ->take_last();
 }
 
@@ -99,12 +114,12 @@ void CommandLine::AddToHelp(const char* name, const char* type, const std::strin
 }
 
 void CommandLine::AddVersion(const std::string& version) {
-    parser_->set_version_flag("--version", version);
+    parser_->set_version_flag("--version", version, "Print the version");
 }
 
 void CommandLine::AddCommand(const char* name, const char* summary) {
     parser_->require_subcommand(1);
-    parser_->add_subcommand(name, summary);
+    parser_->add_subcommand(name, summary)->group("Commands");
 }
 
 void CommandLine::Exclude(const char* name, const std::vector<const char*>& others) {
@@ -117,28 +132,37 @@ void CommandLine::AddFooter(const std::string& text) {
     parser_->footer(parser_->get_footer() + text);
 }
 
-std::string CommandLine::HintOn(const std::vector<std::string>& words) const {
+void CommandLine::FailWithout(const std::string& argument) const {
+    throw InputError(argument + " is required" + SeeHelp());
+}
+
+std::string CommandLine::SeeHelp() const {
+    return "; see " + parser_->get_name() + " --help";
+}
+
+std::string CommandLine::UnexpectedText() const {
     constexpr size_t kNear = 3;
     std::vector<std::string> known;
     for (const CLI::Option* option : parser_->get_options()) {
         for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
     }
-    for (const std::string& word : words) {
-        const std::string name = word.substr(0, word.find('='));
-        if (name.rfind("--", 0) != 0 || parser_->get_option_no_throw(name) != nullptr) continue;
-        return Meant(Nearest(name, known, std::min(kNear, name.size() / 3)));
-    }
-    return "";
+    const std::vector<std::string> unexpected = parser_->remaining();
+    const std::string name = unexpected[0].substr(0, unexpected[0].find('='));
+    const std::string nearest = Nearest(name, known, std::min(kNear, name.size() / 3));
+    return "unexpected " + Quoted(unexpected[0]) +
+           (nearest.empty() ? SeeHelp() : Suggestion(nearest));
 }
 
 bool CommandLine::Parse(std::vector<std::string> words) {
-    const std::vector<std::string> given = words;
     std::reverse(words.begin(), words.end());  // as CLI11 takes them
     try {
         parser_->parse(words);
         return true;
-    } catch (const CLI::ExtrasError& error) {
-        throw InputError(error.what() + HintOn(given));
+    } catch (const CLI::ExtrasError&) {
+        throw InputError(UnexpectedText());
+    } catch (const CLI::RequiredError& error) {
+        if (!parser_->get_subcommands({}).empty()) FailWithout("COMMAND");
+        throw InputError(error.what() + SeeHelp());
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) throw InputError(error.what());
         parser_->exit(error);

@@ -62,12 +62,18 @@ class CommandLine {
     // Adds text to the end of the help.
     void AddFooter(const std::string& text);
 
+    // Throws InputError: the argument is missing.
+    [[noreturn]] void FailWithout(const std::string& argument) const;
+
     // Parses the words. If they ask for help, prints it and returns false. Throws InputError.
     bool Parse(std::vector<std::string> words);
 
   private:
-    // Returns the word for which the first word that is no option may have been meant, or "".
-    std::string HintOn(const std::vector<std::string>& words) const;
+    // Returns the end of a message that refers to the help.
+    std::string SeeHelp() const;
+
+    // Returns the message on the words that Parse did not expect.
+    std::string UnexpectedText() const;
 
     struct Parser;
     std::unique_ptr<Parser> parser_;

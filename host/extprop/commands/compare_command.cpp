@@ -25,15 +25,15 @@ ExitStatus RunCompare(const Command& command, const std::vector<std::string>& wo
     CommandLine line = LineOf(command);
     line.AddArgument("DEVICE", &device, kDeviceHelp);
     line.AddArgument("PHONE", &phone_path,
-                     "What tells of a phone's properties, in any form that --props takes");
+                     "What the phone reports, in any form that --props takes");
     line.AddArguments("NAME", &names_and_steps,
                       "Names of properties, or patterns such as 'ro.product.*', instead of all; "
                       "and steps, listed below");
     AddBootOptions(&line, &arguments);
-    line.AddFlag("--json", &json, "Print one JSON document");
-    line.AddFlag("--verbose,-v", &verbose, "List what is only counted otherwise");
+    line.AddFlag("--json", &json, "Print one JSON document instead of text");
+    line.AddFlag("--verbose,-v", &verbose, "Also list what is only counted otherwise");
     line.Exclude("--verbose", {"--json"});
-    line.AddOption("--html", "FILE", &page, "Write a page for the browser to FILE as well");
+    line.AddOption("--html", "FILE", &page, "Also write a page for the browser to FILE");
     if (!line.Parse(words)) return kDone;
 
     std::vector<std::string> patterns = TakeSteps(names_and_steps, &arguments);

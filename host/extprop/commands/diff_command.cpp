@@ -41,16 +41,18 @@ ExitStatus RunDiff(const Command& command, const std::vector<std::string>& words
         BootArguments arguments;
         CommandLine line = LineOf(command);
         line.AddArguments("DEVICE", &devices_and_steps,
-                          "One device directory, or two; and steps, listed below",
+                          "One device, a directory or file, or two; and steps, listed below",
                           CommandLine::kOneAtLeast);
         AddBootOptions(&line, &arguments);
-        line.AddFlag("--json", &json, "Print one JSON document");
-        line.AddToHelp("--a", "OPTION...", "Options of the first boot only, up to --b or the end");
-        line.AddToHelp("--b", "OPTION...", "Options of the second boot only, up to --a or the end");
+        line.AddFlag("--json", &json, "Print one JSON document instead of text");
+        line.AddToHelp("--a", "OPTION...",
+                       "What follows, up to --b or the end, holds for the first boot only");
+        line.AddToHelp("--b", "OPTION...",
+                       "What follows, up to --a or the end, holds for the second boot only");
         if (!line.Parse(sides[i])) return kDone;
 
         const std::vector<std::string> devices = TakeSteps(devices_and_steps, &arguments);
-        if (devices.empty()) throw InputError("diff: no DEVICE is given, only steps");
+        if (devices.empty()) line.FailWithout("DEVICE");
         if (devices.size() > 2) throw InputError("diff: more than two devices are given");
         arguments.other_device = i == 1 ? devices.front() : devices.back();
         const BootOptions options = OptionsOf(i == 1 ? devices.back() : devices.front(), arguments);

@@ -29,20 +29,20 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
                       "Names of properties, or patterns such as 'ro.product.*'; and steps, listed "
                       "below");
     line.AddFlag("--all", &all, "Explain every property");
-    line.AddOption("--value", "VALUE", &values,
-                   "Tell of the lines, and of what else, that has this value, of NAME or of any "
-                   "property");
+    line.AddOption(
+            "--value", "VALUE", &values,
+            "Print which lines have this value, of the names that are given or of any property");
     AddBootOptions(&line, &arguments);
-    line.AddFlag("--json", &json, "Print one JSON document");
-    line.AddFlag("--verbose,-v", &verbose, "Print every line that has the property");
+    line.AddFlag("--json", &json, "Print one JSON document instead of text");
+    line.AddFlag("--verbose,-v", &verbose, "Also list the lines that are only counted otherwise");
     line.AddOption("--html", "FILE", &page,
-                   "With --all: write a page for the browser to FILE as well");
+                   "With --all: also write a page for the browser to FILE");
     if (!line.Parse(words)) return kDone;
 
     std::vector<std::string> patterns = TakeSteps(names_and_steps, &arguments);
     if (all) patterns.insert(patterns.begin(), kEverything);
     if (patterns.empty() && values.empty()) {
-        throw InputError("explain: no NAME is given, nor --all or --value");
+        line.FailWithout("NAME, --all or --value");
     }
     if (patterns.empty()) patterns = {kEverything};
     if (!page.empty() && !all) throw InputError("explain: --html goes with --all");

@@ -48,8 +48,8 @@ ExitStatus ExplainRules(const std::string& identifier) {
         }
     }
     if (sections.empty()) {
-        throw InputError("lint --explain: there is no rule " + Quoted(identifier) +
-                         Meant(Nearest(identifier, known, kNear)));
+        throw InputError("lint --explain: unknown rule " + Quoted(identifier) +
+                         Suggestion(Nearest(identifier, known, kNear)));
     }
     std::cout << android::base::Join(sections, "\n");
     return kDone;
@@ -77,7 +77,7 @@ void Print(const LintReport& report, const LintArguments& arguments) {
         text << arguments.baseline << ":" << fixed.line << ": note: " << fixed.path << " has no "
              << fixed.identifier;
         if (!fixed.text.empty()) text << " in " << QuotedShort(fixed.text);
-        text << " any more; --write-baseline takes it out of here\n";
+        text << " any more; --write-baseline removes it\n";
     }
     const std::string& baseline =
             arguments.baseline.empty() ? arguments.new_baseline : arguments.baseline;
@@ -96,30 +96,31 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
     std::optional<std::string> device;
     line.AddArgument("DEVICE", &device, kDeviceHelp);
     AddImageOptions(&line, &arguments.images);
-    line.AddFlag("--json", &arguments.json, "Print one JSON document");
+    line.AddFlag("--json", &arguments.json, "Print one JSON document instead of text");
     line.AddOption("--sarif", "FILE", &arguments.sarif,
-                   "Write the findings to FILE for code-scanning services");
+                   "Write the findings to FILE as SARIF 2.1.0, for code-scanning services");
     line.AddOption("--category", "NAME", &arguments.category,
-                   "What the service calls this run, to keep those over several devices apart");
+                   "The service's name for this run, which distinguishes several devices");
     line.AddOption("--code-quality", "FILE", &arguments.code_quality,
                    "Write the findings to FILE for services that compare the quality of code");
     line.AddOption("--source-root", "DIR", &arguments.source_root,
                    "Name files from DIR in what is written for services (default: the root of "
                    "the work tree that DEVICE lies in, or else DEVICE)");
     line.AddOption("--baseline", "FILE", &arguments.baseline,
-                   "Only count the findings that stand in FILE, and tell which do no more");
+                   "Only count the findings that are in FILE, and report those in it that are no "
+                   "longer found");
     line.AddOption("--write-baseline", "FILE", &arguments.new_baseline,
-                   "Write to FILE what is found now, which is not told then; with --baseline only "
-                   "what stands there too");
+                   "Write the findings to FILE instead of reporting them; with --baseline only "
+                   "those that are in its file too");
     line.AddOption("--explain", "RULE", &arguments.explained,
-                   "Say why RULE hurts and how to mend it, with examples, and look at no DEVICE; "
-                   "all explains every rule");
+                   "Print why what RULE finds hurts and how to mend it, with examples; all "
+                   "explains every rule");
     line.AddFooter(
             "Exit status: 0 no errors but those of the baseline; 1 errors found, such as a DEVICE "
             "that is no\ndevice's root; 2 bad input.\n");
     if (!line.Parse(words)) return kDone;
     if (!arguments.explained.empty()) return ExplainRules(arguments.explained);
-    if (!device) throw InputError("lint: no DEVICE is given");
+    if (!device) line.FailWithout("DEVICE");
     arguments.device = *device;
 
     std::vector<KnownFinding> baseline;

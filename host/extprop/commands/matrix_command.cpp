@@ -165,17 +165,10 @@ bool TellUnknown(const MatrixArguments& arguments, const Summary& all) {
             }
         }
         if (is_known || values.empty() || !told.insert(wanted.value).second) continue;
-        constexpr size_t kMostListed = 8;
+        constexpr size_t kNear = 2;
         std::string text = "no variant has the value " + Quoted(wanted.value);
         if (wanted.pattern != kEverything) text += " of " + wanted.pattern;
-        if (values.size() <= kMostListed) {
-            text += "; there are " +
-                    android::base::Join(std::vector<std::string>(values.begin(), values.end()),
-                                        ", ");
-        } else {
-            text += Meant(Nearest(wanted.value, {values.begin(), values.end()}, 2));
-        }
-        Tell(text);
+        Tell(text + SuggestionOf(wanted.value, {values.begin(), values.end()}, kNear));
         has_unknown = true;
     }
     return has_unknown;
@@ -273,7 +266,7 @@ ExitStatus Show(const MatrixArguments& arguments) {
         if (auto found = matrix.FindDeadPlaces()) {
             dead = std::move(*found);
         } else {
-            Tell(std::string("it cannot be told what no variant and no step reads: ") + kStopped);
+            Tell(std::string("what no variant and no step reads is unknown: ") + kStopped);
         }
     }
     const LineWriter writer(matrix.base().properties);
@@ -320,30 +313,30 @@ ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& wor
     AddBootOptions(&line, &arguments.boot);
     AddChoiceOptions(&line, &arguments.choice);
     line.AddOption("--value", "VALUE", &arguments.any_values,
-                   "Tell which variants have this value, of the names or of any property; "
-                   "NAME=VALUE does so for one NAME");
-    line.AddFlag("--list", &arguments.list,
-                 "Print what the axes can be and how many variants would be booted");
+                   "Print which variants have this value, of the names that are given or of any "
+                   "property; NAME=VALUE asks for one NAME");
+    line.AddFlag(
+            "--list", &arguments.list,
+            "Print the values of the axes and how many variants would be booted, and boot nothing");
     line.AddOption("--shard", "I/N", &arguments.shard,
                    "Boot the I-th of N parts of the variants only");
     line.AddGreedyOption("--merge", "FILE...", &arguments.merged,
-                         "Print the summary of lines that --json printed, put together in any "
-                         "order, and boot nothing; names of properties go before it");
+                         "Print the summary of the lines that --json printed into these files, in "
+                         "any order, and boot nothing; names of properties go before it");
     line.Exclude("--merge", {"--list", "--shard"});
     line.AddFlag("--json", &arguments.json,
-                 "Print a line of JSON for each variant as it is finished, and one for all");
-    line.AddOption("--html", "FILE", &arguments.page,
-                   "Write a page for the browser to FILE as well");
+                 "Print a line of JSON for each variant once it has booted, and one for all");
+    line.AddOption("--html", "FILE", &arguments.page, "Also write a page for the browser to FILE");
     line.Exclude("--html", {"--list"});
-    line.AddOption("--markdown", "FILE", &arguments.markdown,
-                   "Write a summary of how two devices differ to FILE as well, for the page of a "
-                   "reviewed change");
+    line.AddOption(
+            "--markdown", "FILE", &arguments.markdown,
+            "With two devices: also write a summary for the page of a reviewed change to FILE");
     line.Exclude("--markdown", {"--list", "--merge", "--shard"});
     if (!line.Parse(words)) return kDone;
 
     if (!arguments.merged.empty()) return Merge(arguments);
     DivideArguments(&arguments);
-    if (arguments.devices.empty()) throw InputError("matrix: no DEVICE is given");
+    if (arguments.devices.empty()) line.FailWithout("DEVICE");
     const bool compares = arguments.devices.size() == 2;
     if (arguments.list && compares) throw InputError("matrix: --list goes with one device");
     if (!arguments.shard.empty() && compares) {

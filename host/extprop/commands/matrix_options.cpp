@@ -51,8 +51,8 @@ void ParseValues(const char* option, const std::vector<std::string>& words,
         const int axis = AxisNamed(word.substr(0, equals));
         for (const std::string& value : android::base::Split(word.substr(equals + 1), ",")) {
             if (value != kAsItIs && known.values[axis].count(value) == 0) {
-                throw InputError(std::string(option) + " '" + word + "': the device has no " +
-                                 kAxes[axis].name + " '" + value + "'; --list tells what it has");
+                throw InputError(std::string(option) + " '" + word +
+                                 "': " + NoValueText(axis, value) + "; --list prints its values");
             }
             (*values)[axis].insert(value);
         }
@@ -63,18 +63,18 @@ void ParseValues(const char* option, const std::vector<std::string>& words,
 
 void AddJobsOption(CommandLine* line, int* jobs) {
     *jobs = ProcessorCount();
-    line->AddNumber("--jobs", "N", 1, 1024, jobs, "Boot as many variants at once");
+    line->AddNumber("--jobs", "N", 1, 1024, jobs, "Boot as many variants at once as N");
 }
 
 void AddChoiceOptions(CommandLine* line, ChoiceArguments* arguments) {
     line->AddListOption("--over", "AXIS,AXIS...", &arguments->over,
-                        "Boot every combination of these axes' values; without it each axis is "
-                        "varied by itself. The axes are brand, region, nv (the old radio store's "
-                        "key), sim-first, sim-current, channel and region-key");
+                        "Boot every combination of these axes' values instead of each axis by "
+                        "itself. The axes are brand, region, nv (the old nv key), sim-first, "
+                        "sim-current, channel and region-key");
     line->AddOption("--only", "AXIS=VALUE,...", &arguments->only,
-                    "Boot only variants with one of these values; as-is is the device's own");
+                    "Boot only the variants with one of these values; as-is is the device's own");
     line->AddOption("--except", "AXIS=VALUE,...", &arguments->except,
-                    "Boot no variants with one of these values");
+                    "Boot only the variants with none of these values");
     AddJobsOption(line, &arguments->jobs);
 }
 

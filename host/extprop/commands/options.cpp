@@ -29,17 +29,19 @@ std::string RequestHelp() {
     for (const auto& request : android::init::kRequests) help += std::string(request.word) + ", ";
     return help +
            "to the bind thread of cota-service:check_mount once it has acknowledged the one "
-           "before; in the end the thread is told to stop";
+           "before; in the end the tool asks the thread to stop";
 }
 
 }  // namespace
 
 void AddImageOptions(CommandLine* line, ImageArguments* arguments) {
     arguments->slot = "a";
-    line->AddChoice("--slot", {"a", "b"}, &arguments->slot,
-                    "Which slot's image stands for a partition that has two (default: a)");
+    line->AddChoice(
+            "--slot", {"a", "b"}, &arguments->slot,
+            "Take this slot's image of a partition that has images for two slots (default: a)");
     line->AddOption("--image", "NAME=FILE", &arguments->files,
-                    "Read the image FILE, wherever it lies, as NAME.img in DEVICE");
+                    "Read the image FILE, which may lie anywhere and be a block device, as "
+                    "NAME.img in DEVICE");
 }
 
 sandbox::Options ImageOptionsOf(const ImageArguments& arguments) {
@@ -71,27 +73,27 @@ std::vector<std::string> InputsOf(const std::string& device, const BootArguments
 void AddBootOptions(CommandLine* line, BootArguments* arguments) {
     line->AddOption("--set", "NAME=VALUE", &arguments->settings,
                     "Set a system property before the first step");
-    line->AddOption("--props", "FILE", &arguments->property_files,
-                    "Set the properties in FILE before those of --set: a property file, getprop's "
-                    "output, a bug report or the persistent properties' store; - is standard "
-                    "input");
+    line->AddOption(
+            "--props", "FILE", &arguments->property_files,
+            "Set the properties in FILE before those of --set: a property file, what getprop "
+            "prints, a bug report or the persistent properties' store; - is standard input");
     for (int axis = 0; axis < kAxisCount; ++axis) {
         line->AddOption((std::string("--") + kAxes[axis].name).c_str(), kAxes[axis].value,
                         &arguments->what_if[axis], kAxes[axis].what_if);
     }
     line->AddOption("--edit", "PATH:NAME=VALUE", &arguments->edits,
-                    "What if the property's line in the device's file PATH had this value, or "
-                    "were added at its end");
+                    "What if the property's line in the device's file PATH had this value; a line "
+                    "or file that is missing is made");
     line->AddOption(
             "--delete", "PATH[:NAME]", &arguments->deletions,
             "What if the device's file PATH, or the property's lines in it, were not there");
     AddImageOptions(line, &arguments->images);
     line->AddOption("--request", "VALUE", &arguments->requests, RequestHelp());
-    line->AddFlag("--no-complete", &arguments->no_complete,
-                  "Do not tell the bind thread to stop; it gives up after 20 s without a "
-                  "request");
+    line->AddFlag(
+            "--no-complete", &arguments->no_complete,
+            "Do not ask the bind thread to stop; it gives up after 20 seconds without a request");
     line->AddFlag("--any-word", &arguments->any_word,
-                  "Take commands, paths and requests too that the library ignores");
+                  "Also take commands, paths and requests that the library ignores");
     line->AddNumber("--timeout", "SECONDS", 1, 3600, &arguments->time_limit,
                     "Seconds that a step may take before the library counts as hung");
     line->AddFooter(StepsHelp());
@@ -102,7 +104,7 @@ namespace {
 void AddProperty(const std::string& where, const std::string& name, const std::string& value,
                  PropertyMap* properties) {
     if (auto reason = WhyRefused(name, value)) {
-        throw InputError(where + ": no phone has the property '" + name + "': " + *reason);
+        throw InputError(where + ": " + RefusedPropertyText(name, *reason));
     }
     (*properties)[name] = value;
 }
@@ -157,7 +159,7 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
         const std::string value = arguments.what_if[axis].value_or("");
         if (const auto reason = WhyNot(axis, value)) {
             throw InputError(std::string("--") + kAxes[axis].name + " '" + value +
-                             "': no phone is so: " + *reason);
+                             "': no phone has such a value: " + *reason);
         }
     }
     options.what_if.variant = arguments.what_if;

@@ -12,8 +12,8 @@
 namespace extprop {
 
 inline constexpr char kDeviceHelp[] =
-        "Directory that looks like the device's root, or an archive, an update or an image of one; "
-        "it is never changed";
+        "A directory that looks like a phone's root, or an archive, update or image; it is never "
+        "changed";
 
 // The options for partition images.
 struct ImageArguments {

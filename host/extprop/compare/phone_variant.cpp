@@ -35,9 +35,10 @@ class VariantFinder {
             }
         }
         if (refused.empty()) return;
-        found_.notes.push_back("the boot is not given what no phone has stored, " +
-                               Count(refused.size(), "property", "properties") + " such as " +
-                               refused.front());
+        found_.notes.push_back(Count(refused.size(),
+                                     "persistent property that no phone can have is",
+                                     "persistent properties that no phone can have are") +
+                               " not given to the boot, such as " + refused.front());
     }
 
     PhoneVariant Find() {
@@ -291,8 +292,7 @@ PhoneVariant FindPhoneVariant(const Phone& phone, const BootOptions& options,
 }
 
 std::string MissingText(const MissingValue& missing) {
-    return std::string("the device has no ") + kAxes[missing.axis].name + " '" + missing.value +
-           "'";
+    return NoValueText(missing.axis, missing.value);
 }
 
 }  // namespace extprop

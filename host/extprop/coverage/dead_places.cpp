@@ -28,6 +28,7 @@ using android::base::Split;
 using android::base::StartsWith;
 
 constexpr char kVendor[] = "/mnt/vendor";
+constexpr char kNotImported[] = ", and no file that is read imports it";
 
 const std::vector<std::string>& KindNames() {
     static const std::vector<std::string> names = [] {
@@ -154,11 +155,10 @@ class Finder {
         } else if (is_known && live_directories_.count(partition) == 0) {
             Add(DeadKind::kUnknownPartition, partition,
                 "the library reads " + Quoted(kVendor + partition) +
-                        ", and none of its roots lies here, where the phone may show the same");
+                        " instead; on the phone this directory may show the same files");
         } else {
             Add(DeadKind::kUnreadFile, path,
-                "no root of the library lies here, and no file that is read imports "
-                "this one");
+                std::string("this lies in no partition root") + kNotImported);
         }
     }
 
@@ -171,7 +171,8 @@ class Finder {
             if (Dirname(file.path) == Dirname(path)) names.push_back(Basename(file.path));
         }
         if (const std::string near = Nearest(Basename(path), names, kNear); !near.empty()) {
-            Add(DeadKind::kUnreadFile, path, "no file of this name is read here" + Meant(near));
+            Add(DeadKind::kUnreadFile, path,
+                std::string(kNoSuchFileRead) + " here" + Suggestion(near));
         }
     }
 
@@ -179,11 +180,11 @@ class Finder {
                                const PartitionKind& kind) {
         if (kind.kind == PartitionKind::kMisspelt) {
             Add(DeadKind::kMisspeltPartition, partition,
-                "no root of the library lies on this partition" + Meant(kind.nearest));
+                "the library reads no partition of this name" + Suggestion(kind.nearest));
         } else if (path == partition + "/" + kBuildProp ||
                    StartsWith(path, partition + "/" + kKeysDirectory + "/")) {
             Add(DeadKind::kUnknownPartition, partition,
-                "this looks like a partition of the library's, but none of its roots lies here");
+                "this looks like a partition that the library reads, but it has no partition root");
         }
     }
 
@@ -197,8 +198,7 @@ class Finder {
     void PlaceBelowRoot(const SurveyedFile& file, const std::string& root) {
         const std::vector<std::string> below = Split(file.path.substr(root.size() + 1), "/");
         if (IsOfSwitchKey(file.path) && !EndsWith(file.path, ".prop")) {
-            Add(DeadKind::kSkippedFile, file.path,
-                "a switch key's files are loaded only if their names end in '.prop'");
+            Add(DeadKind::kSkippedFile, file.path, kOnlyPropFiles);
         } else if (below[0] == kKeysDirectory) {
             PlaceInProperties(file.path, root + "/" + kKeysDirectory,
                               {below.begin() + 1, below.end()});
@@ -207,12 +207,12 @@ class Finder {
             const std::string searched = file.path.substr(0, keys);
             Add(DeadKind::kUnsearchedRoot, searched + "/" + kKeysDirectory,
                 Quoted(searched) +
-                        " is none of the library's roots, so only the root of a carrier package "
-                        "would be searched here");
+                        " is no partition root, so this directory is searched only if a carrier "
+                        "package makes it one");
         } else if (const std::string near = Nearest(below[0], {kKeysDirectory}, 3);
                    below.size() > 1 && IsMisspelt(root + "/" + below[0], near, below)) {
             Add(DeadKind::kMisspeltProperties, root + "/" + below[0],
-                "the switch keys' directories are looked for in 'properties', not here");
+                "the library looks for the switch keys' directories in 'properties', not here");
         } else {
             PlaceUnread(file.path, root, below);
         }
@@ -241,28 +241,27 @@ class Finder {
         for (size_t i = 1; i + 1 < directories; ++i) {
             if (!IsKind(below[i])) continue;
             Add(DeadKind::kNestedDirectory, directory_at(i + 1),
-                "the files in " + Quoted(below[i]) + " are loaded, not those in directories there");
+                "the files in " + Quoted(below[i]) +
+                        " are loaded, but not those in its sub-directories");
             return;
         }
         if (directories == 0) {
             Add(DeadKind::kNoKind, directory,
-                "here the switch keys' directories are looked for, no files");
+                "the library looks for the switch keys' directories here, not for files");
         } else if (directories == 1 && IsKind(below[0])) {
             Add(DeadKind::kNoKind, directory,
                 "the key's directory is missing between 'properties' and this one");
         } else if (directories == 1) {
             Add(DeadKind::kNoKind, directory,
-                "here directories of the kinds are looked for, no files: " +
-                        Join(KindNames(), ", "));
+                "the library looks for the directories " + Join(KindNames(), ", ") +
+                        " here, not for files");
         } else if (!IsKind(below[directories - 1])) {
             const std::string& name = below[directories - 1];
-            const std::string near =
-                    Nearest(name, KindNames(), std::max<size_t>(2, name.size() / 3));
             Add(DeadKind::kUnknownKind, directory,
-                "this is no kind of switch key" +
-                        (near.empty() ? ", which are: " + Join(KindNames(), ", ") : Meant(near)));
+                "no kind of switch key has a directory of this name" +
+                        SuggestionOf(name, KindNames(), std::max<size_t>(2, name.size() / 3)));
         } else {
-            Add(DeadKind::kUnreadFile, path, "no switch key leads here");
+            Add(DeadKind::kUnreadFile, path, "no switch key selects this file");
         }
     }
 
@@ -271,20 +270,17 @@ class Finder {
         const std::string& name = below.back();
         if (name == kBuildProp) {
             Add(DeadKind::kUnreadFile, path,
-                Quoted(Dirname(path)) +
-                        " is none of the library's roots, and no file that is read imports this "
-                        "one");
+                Quoted(Dirname(path)) + " is no partition root" + kNotImported);
         } else if (below.size() == 2 && below[0] == "etc" && StartsWith(name, "build.")) {
             Add(DeadKind::kUnreadFile, path,
-                "no " + Quoted(kNvFlagMap) +
-                        " leads an older key here, and no file that is read "
-                        "imports this one");
+                "no line of " + Quoted(kNvFlagMap) + " maps an old nv key to this file" +
+                        kNotImported);
         } else {
             const std::string near =
                     below.size() == 1 ? Nearest(name, {kBuildProp}, 2) : std::string();
             Add(DeadKind::kUnreadFile, path,
-                "the library reads no file of this name in " + Quoted(root) +
-                        ", and no file that is read imports this one" + Meant(near));
+                std::string(kNoSuchFileRead) + " in " + Quoted(root) + kNotImported +
+                        Suggestion(near));
         }
     }
 

@@ -21,6 +21,11 @@ enum class DeadKind {
     kUnreadFile,
 };
 
+// Reasons that lint's own rules report too.
+inline constexpr char kOnlyPropFiles[] =
+        "a switch key's files are loaded only if their names end in '.prop'";
+inline constexpr char kNoSuchFileRead[] = "the library reads no file of this name";
+
 struct DeadPlace {
     DeadKind kind;
     std::string path;    // of a file, or of a directory that stands for the files in it

@@ -54,25 +54,9 @@ std::vector<std::string> KnownValues(int axis, const VariantSpace& space) {
 
 std::string UnknownValueText(int axis, const std::string& value,
                              const std::vector<std::string>& known) {
-    constexpr size_t kMostListed = 8;
-    std::string text = axis == kBrandAxis
-                               ? "the library knows no brand " + Quoted(value)
-                               : "nothing on the device belongs to the " +
-                                         std::string(kAxes[axis].name) + " " + Quoted(value);
-    const size_t most = std::min(kNearValue, value.size() / 2);
-    if (const std::string nearest = Nearest(value, known, most); !nearest.empty()) {
-        return text + Meant(nearest);
-    }
-    if (known.empty()) return text;
-    const size_t listed = std::min(known.size(), kMostListed);
-    text += "; there are " +
-            android::base::Join(
-                    std::vector<std::string>(known.begin(),
-                                             known.begin() + static_cast<ptrdiff_t>(listed)),
-                    ", ");
-    return listed == known.size()
-                   ? text
-                   : text + " and " + std::to_string(known.size() - listed) + " more";
+    const std::string text = axis == kBrandAxis ? "the library knows no brand " + Quoted(value)
+                                                : NoValueText(axis, value);
+    return text + SuggestionOf(value, known, std::min(kNearValue, value.size() / 2));
 }
 
 class IdleFinder {
@@ -135,7 +119,7 @@ class IdleFinder {
                  TakeSurvey(device_->root(), none, options_.time_limit).files) {
                 paths.push_back(file.path);
             }
-            note += Meant(Nearest(edit.path, paths, kNearPath));
+            note += Suggestion(Nearest(edit.path, paths, kNearPath));
         }
         notes_.push_back(note);
     }

@@ -244,8 +244,8 @@ VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds
             limit);
     if (!answer) {
         throw std::runtime_error(
-                "the variants cannot be told: the library does not come back from a mapping, key "
-                "or package file");
+                "the variants are unknown: the library does not return from a mapping, key or "
+                "package file");
     }
     VariantSpace space;
     answer->at(0).get_to(space.values);

@@ -154,7 +154,7 @@ Survey TakeSurvey(const sandbox::Sandbox& root,
                   std::chrono::seconds limit) {
     auto survey = AskInside(
             root, [&] { return Write(Surveyor(wanted, root.packed()).Take()); }, limit);
-    if (!survey) throw std::runtime_error("the device's files cannot be surveyed in time");
+    if (!survey) throw std::runtime_error("reading the device's property files takes too long");
     return FromJson<Survey>(std::move(*survey));
 }
 

@@ -100,7 +100,7 @@ class Worker {
         TEMP_FAILURE_RETRY(waitpid(pid_, &status, 0));
         pid_ = -1;
         channel_.reset();
-        if (status != 0) throw std::runtime_error("a process that boots variants was killed");
+        if (status != 0) throw std::runtime_error("a worker process was killed");
         return false;
     }
 

@@ -65,10 +65,11 @@ std::vector<FoundFile> DeviceTree::All(const std::vector<std::string>& left_out,
             bytes += path.size();
             places.push_back({std::move(path), entry.status});
             if (places.size() > limits::kDeviceFiles || bytes > limits::kDevicePaths) {
-                throw std::runtime_error(
-                        directory.path + ": at this directory there are more than " +
-                        std::to_string(limits::kDeviceFiles) + " files, or " +
-                        std::to_string(limits::kDevicePaths >> 20) + " MiB of their paths");
+                throw std::runtime_error(directory.path +
+                                         ": up to this directory there are more than " +
+                                         std::to_string(limits::kDeviceFiles) + " files, or " +
+                                         std::to_string(limits::kDevicePaths >> 20) +
+                                         " MiB of their paths, which is the limit");
             }
         }
     }

@@ -30,4 +30,8 @@ std::optional<std::string> WhyRefused(const std::string& name, const std::string
     return message.substr(0, message.rfind(": "));
 }
 
+std::string RefusedPropertyText(const std::string& name, const std::string& reason) {
+    return "no phone has the property '" + name + "': " + reason;
+}
+
 }  // namespace extprop

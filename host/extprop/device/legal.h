@@ -28,4 +28,7 @@ bool IsPersistent(const std::string& name);
 // Returns why init refuses the property, according to the library's own two functions, or nothing.
 std::optional<std::string> WhyRefused(const std::string& name, const std::string& value);
 
+// Returns the message on a given property that is refused for the reason.
+std::string RefusedPropertyText(const std::string& name, const std::string& reason);
+
 }  // namespace extprop

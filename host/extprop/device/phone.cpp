@@ -20,7 +20,7 @@ using android::base::StartsWith;
 using Lines = std::vector<std::string_view>;
 
 constexpr char kWanted[] =
-        "; wanted is what getprop prints, a property file, a bug report as text or zip, or the "
+        "; expected what getprop prints, a property file, a bug report as text or zip, or the "
         "persistent properties' store";
 
 [[noreturn]] void Refuse(const std::string& name, const std::string& what) {
@@ -91,8 +91,8 @@ void CheckAreValues(const std::string& name, const PropertyMap& listed) {
 // Reads lines of either form. The first has the number `first_number`.
 Phone ReadLines(const std::string& name, std::string content, size_t first_number) {
     if (content.size() > limits::kPhoneProperties) {
-        Refuse(name,
-               "more than " + std::to_string(limits::kPhoneProperties) + " bytes of properties");
+        Refuse(name, "more than " + std::to_string(limits::kPhoneProperties) +
+                             " bytes of properties, which is the limit");
     }
     if (EndsWith(content.substr(0, content.find('\n')), "\r")) {
         content = android::base::StringReplace(content, "\r\n", "\n", true);
@@ -163,7 +163,7 @@ Phone ReadBugReport(const std::string& name, std::string_view content) {
     const std::string_view section = content.substr(start, end - start);
     if (const size_t failed = LineBeginning(section, "*** ", 0); failed != section.npos) {
         const std::string_view line = section.substr(failed);
-        Refuse(name, "the bug report's section SYSTEM PROPERTIES says " +
+        Refuse(name, "the bug report's section SYSTEM PROPERTIES has no properties, only " +
                              QuotedShort(line.substr(0, line.find('\n'))));
     }
     return ReadLines(name, std::string(section),
@@ -259,7 +259,7 @@ constexpr Known kKnown[] = {
         {"BZh", "a bzip2 file"},
         {"7z\xbc\xaf", "a 7z archive"},
         {"PK", "a zip"},
-        {"Rar!", "a rar archive"},
+        {"Rar!", "a RAR archive"},
         {"\x3a\xff\x26\xed", "an Android sparse image"},
         {"CrAU", "an update's payload"},
         {"\x7f"

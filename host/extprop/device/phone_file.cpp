@@ -34,19 +34,19 @@ Phone ReadDirectory(const std::string& path) {
         if (StartsWith(entry.name, ".")) continue;  // one that init had not finished
         if (!IsPersistent(entry.name) || !IsRegular(file)) {
             throw InputError(path + ": '" + entry.name +
-                             "' in it is no persistent property's file, as all are in a phone's "
-                             "/data/property");
+                             "' in it is not the file of a persistent property; a phone's "
+                             "/data/property has no other files");
         }
         if (phone.properties.size() == limits::kPhoneFiles) {
             throw InputError(path + ": more than " + std::to_string(limits::kPhoneFiles) +
-                             " files");
+                             " files, which is the limit");
         }
         phone.properties[entry.name] = ReadInput(file, {path}, limits::kPhoneValue);
     }
     if (phone.properties.empty()) {
-        throw InputError(path +
-                         ": it has no persistent properties, as a phone's /data/property "
-                         "has");
+        throw InputError(
+                path +
+                ": there are no persistent properties in it; a phone's /data/property has some");
     }
     return phone;
 }

@@ -132,9 +132,7 @@ class ZipReader {
   public:
     ZipReader(const std::string& name, const std::string& zip) {
         if (!filter::IsPossible()) {
-            throw std::runtime_error(name +
-                                     ": the zip cannot be read: the kernel has no filters "
-                                     "for system calls here (CONFIG_SECCOMP_FILTER)");
+            throw std::runtime_error(name + ": the zip cannot be read: " + filter::kNotPossible);
         }
         const unique_fd file(memfd_create("zip", MFD_CLOEXEC));
         int ends[2];
@@ -187,7 +185,7 @@ std::string UnpackBugReport(const std::string& name, const std::string& zip) {
             case kBytes:
                 if (packet.size() > left) {
                     throw InputError(name + ": more than " + std::to_string(limits::kPhone) +
-                                     " bytes of text");
+                                     " bytes of text, which is the limit");
                 }
                 left -= packet.size();
                 text += packet;

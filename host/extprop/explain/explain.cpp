@@ -98,7 +98,7 @@ void AskCoverage(const std::vector<std::pair<std::string, Origin*>>& unloaded,
         }
     } catch (const std::runtime_error& error) {
         report->notes.emplace_back(
-                std::string("it was not tried what would load the lines that did not load: ") +
+                std::string("the words that load the lines that did not load are unknown: ") +
                 error.what());
     }
 }
@@ -160,7 +160,7 @@ void AddIdle(const std::map<std::string, std::vector<OperationInput>>& idle,
         if (!is_there && !is_asked) continue;
         if (!is_there) place = properties.insert(place, {made.property, std::nullopt, {}, {}});
         if (place->value) continue;
-        place->idle.push_back(std::string(made.operation) + " made nothing of " +
+        place->idle.push_back(std::string(made.operation) + " derived nothing from " +
                               InputsText(read->second));
     }
 }
@@ -207,10 +207,10 @@ std::string HintOf(const std::string& word, const std::vector<std::string>& name
                    const std::map<std::string, std::string>& name_of) {
     constexpr size_t kNear = 3;
     if (const auto value = name_of.find(word); value != name_of.end() && !word.empty()) {
-        return "; it is a value, of " + value->second + ": --value finds those";
+        return "; this is a value, of " + value->second + "; look for values with --value";
     }
     const std::string step = NearestStep(word);
-    return Meant(step.empty() ? Nearest(word, names, std::min(kNear, word.size() / 3)) : step);
+    return Suggestion(step.empty() ? Nearest(word, names, std::min(kNear, word.size() / 3)) : step);
 }
 
 namespace {
@@ -246,7 +246,7 @@ Explanation ExplainValues(PreparedDevice* device, const BootOptions& options,
     if (survey) {
         AskCoverage(Unloaded(is_asked, &explanation), device, options, *survey, report);
     } else {
-        report->notes.push_back("the files that were not loaded are not told of: " + why_none);
+        report->notes.push_back("lines of files that were not loaded are not listed: " + why_none);
     }
     if (report->failure) SayWhatWasLost(*report->failure, &explanation);
     return explanation;

@@ -38,11 +38,12 @@ void CheckShape(const std::string& json, const std::string& place) {
         }
         if (depth > limits::kJsonDepth) {
             throw InputError(place + "this is nested more than " +
-                             std::to_string(limits::kJsonDepth) + " deep");
+                             std::to_string(limits::kJsonDepth) +
+                             " levels deep, which is the limit");
         }
         if (values > limits::kJsonValues) {
             throw InputError(place + "this has more than " + std::to_string(limits::kJsonValues) +
-                             " values");
+                             " values, which is the limit");
         }
     }
 }

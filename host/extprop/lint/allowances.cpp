@@ -39,7 +39,8 @@ std::string WhyRefused(const std::string& identifier) {
         return "a comment that allows nothing cannot be allowed; delete it";
     }
     if (std::find(known.begin(), known.end(), identifier) != known.end()) return "";
-    return "there is no rule " + QuotedShort(identifier) + Meant(Nearest(identifier, known, kNear));
+    return "unknown rule " + QuotedShort(identifier) +
+           Suggestion(Nearest(identifier, known, kNear));
 }
 
 // Parses what follows "# extprop:". Returns what is wrong with it, or "".
@@ -54,7 +55,7 @@ std::string Parse(std::string_view text, std::set<std::string>* identifiers) {
         if (!why.empty()) return why;
         identifiers->insert(identifier);
     }
-    return reason.empty() ? std::string("there is no reason: ") + kForm : "";
+    return reason.empty() ? std::string("the reason is missing; ") + kForm : "";
 }
 
 // Adds the file's allowances, and messages on those that are wrong.
@@ -127,7 +128,7 @@ void ApplyAllowances(const PropertyFiles& files, Findings* findings) {
         findings->Add(kUnusedAllowance, allowance.path, allowance.line,
                       "there is no finding of " + android::base::Join(unused, ", ") +
                               (allowance.about == 0 ? " in this file" : " in the line below") +
-                              ", so nothing is allowed here");
+                              ", so this comment allows nothing");
     }
 }
 

@@ -119,7 +119,7 @@ std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::strin
     }
     if (document[kFormatField] != kFormat) {
         fail(format_line, "this baseline has the format " + document[kFormatField].dump() +
-                                  ", and this extprop knows " + std::to_string(kFormat) +
+                                  "; this extprop reads the format " + std::to_string(kFormat) +
                                   "; write it anew with --write-baseline");
     }
     std::vector<KnownFinding> baseline;
@@ -131,7 +131,8 @@ std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::strin
         try {
             baseline.push_back(FromJson<KnownFinding>(finding));
         } catch (const json::exception&) {
-            fail(at, "this is no finding: it has the texts fingerprint, identifier, path and text");
+            fail(at,
+                 "this is no finding, which has the texts fingerprint, identifier, path and text");
         }
         baseline.back().line = at;
     }

@@ -49,9 +49,9 @@ void CheckKeyFile(const PropertyFile& file, Findings* findings) {
     if (takes_bare && file.content.find('=') == std::string::npos) {
         if (file.content.find_first_of("# \t\r\n") == std::string::npos) return;
         findings->Add(kBareKey, file.path,
-                      "without a line '" + std::string(fixed->property) +
-                              "=KEY' the whole text is taken for the key, what stands besides it "
-                              "and the line end too");
+                      "there is no line '" + std::string(fixed->property) +
+                              "=KEY', so the library takes the whole text for the key, with its "
+                              "comments, white space and line end");
         return;
     }
     int line_number = 0;  // of a misspelt name

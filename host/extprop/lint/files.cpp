@@ -58,7 +58,7 @@ bool AnyPhoneGetsMarketName(const std::string& configuration) {
         return kNone;
     });
     if (!ending.ok() && ending.exit_status != kNone) {
-        throw std::runtime_error("the library did not come to an end");
+        throw std::runtime_error("the library did not return");
     }
     return ending.ok();
 }
@@ -77,8 +77,9 @@ void CheckDeviceName(const PropertyFile& file, Findings* findings) {
                             [&](const std::string& field) { return StartsWith(name, field); });
         const std::string nearest = Nearest(name, fields, std::min(kNearField, name.size() / 2));
         if (line.kind != PropertyLine::kProperty || is_found || nearest.empty()) continue;
-        findings->Add(kMisspeltField, file.path, line.number,
-                      "the library looks for no " + QuotedShort(name) + " here" + Meant(nearest));
+        findings->Add(
+                kMisspeltField, file.path, line.number,
+                "the library looks for no " + QuotedShort(name) + " here" + Suggestion(nearest));
     }
     int rom_line = 0;
     for (const PropertyLine& line : file.lines) {
@@ -89,7 +90,7 @@ void CheckDeviceName(const PropertyFile& file, Findings* findings) {
     }
     if (rom_line == 0 && file.was_read) {
         findings->Add(kRomNeverMatches, file.path,
-                      "no line says the ROM, the storage size that the names are for, so the "
+                      "no line gives the ROM, the storage size that the names are for, so the "
                       "market name is never set");
         return;
     }
@@ -99,7 +100,7 @@ void CheckDeviceName(const PropertyFile& file, Findings* findings) {
                       "no phone has a storage of this size, so the market name is never set");
     } catch (const std::runtime_error& error) {
         findings->Add(kNotChecked, file.path, rom_line,
-                      std::string("the storage size cannot be tried out here: ") + error.what());
+                      std::string("the storage size was not tried: ") + error.what());
     }
 }
 
@@ -108,8 +109,7 @@ void CheckKeyDirectories(const std::vector<FoundFile>& places, Findings* finding
         if (place.is_directory() || EndsWith(place.path, ".prop") || !IsOfSwitchKey(place.path)) {
             continue;
         }
-        findings->Add(kSkippedFile, place.path,
-                      "a switch key's files are loaded only if their names end in '.prop'");
+        findings->Add(kSkippedFile, place.path, kOnlyPropFiles);
     }
 }
 

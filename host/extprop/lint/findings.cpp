@@ -63,8 +63,8 @@ std::vector<Finding> Findings::Take(const PropertyFiles& files) {
     if (std::exchange(has_more_, false)) {
         if (findings_.size() == limits::kFindings) findings_.pop_back();
         Add(RuleNamed("not-checked"), "",
-            "there is more to find than the " + std::to_string(limits::kFindings) +
-                    " faults that are told");
+            "there are more findings than the " + std::to_string(limits::kFindings) +
+                    " that are reported");
     }
     std::stable_sort(findings_.begin(), findings_.end(), [](const Finding& a, const Finding& b) {
         return std::tie(a.file, a.line) < std::tie(b.file, b.line);

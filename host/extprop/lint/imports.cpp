@@ -246,8 +246,7 @@ class ImportChecker {
             }
         }
         if (links.empty()) return;
-        Add(file, line, kSymbolicLink,
-            FirstOf(links) + " is a symbolic link, which the loader refuses to open");
+        Add(file, line, kSymbolicLink, FirstOf(links) + kIsSymbolicLink);
     }
 
     // Returns the first of them and how many more there are.
@@ -261,7 +260,7 @@ class ImportChecker {
     std::string WhyMissing(const std::string& path) const {
         FoundFile place;
         if (!tree_.Find(path, false, &place)) return QuotedShort(path) + ": " + strerror(errno);
-        return place.is_file() || place.is_link() ? "" : QuotedShort(path) + " is no file";
+        return place.is_file() || place.is_link() ? "" : QuotedShort(path) + " is not a file";
     }
 
     // Checks what no boot can show: names without references, and names that depend on what is set
@@ -282,7 +281,7 @@ class ImportChecker {
                 FirstOf(missing) + ", and one value of the property in the name leads there");
         } else {
             Add(file, line, kMissingImport,
-                FirstOf(missing) + ", so all that it should set is unset on the phone");
+                FirstOf(missing) + ", so what the import should set is unset on the phone");
         }
     }
 
@@ -333,8 +332,8 @@ class ImportChecker {
             }
             if (setter == nullptr || is_systems) continue;
             Add(file, line, kLateReference,
-                "init is given what " + setter->path + ":" + std::to_string(setting->number) +
-                        " sets as '" + name + "' only after this file is loaded, so the import " +
+                setter->path + ":" + std::to_string(setting->number) + " sets '" + name +
+                        "', but init gets it only after this file is loaded, so the import " +
                         (fallback.empty() ? "is skipped" : "takes " + QuotedShort(fallback)) +
                         ", unless something else sets it before");
             return;
@@ -380,11 +379,12 @@ void CheckFilter(const PropertyFile& file, const PropertyLine& line,
         }
     }
     const std::string near = Nearest(filter, names, std::max<size_t>(2, filter.size() / 8));
-    findings->Add(kIdleFilter, file.path, line.number,
-                  QuotedShort(filter) +
-                          ", all that stands behind the file's name, is a filter "
-                          "that no line there passes, so nothing is loaded" +
-                          Meant(near));
+    findings->Add(
+            kIdleFilter, file.path, line.number,
+            QuotedShort(filter) +
+                    ", all that follows the file's name, is a filter that no line of the file "
+                    "passes, so nothing is loaded" +
+                    Suggestion(near));
 }
 
 // Reports each import that closes a cycle. Returns the files that lead into one.
@@ -527,9 +527,9 @@ void CheckMultiplication(const ImportGraph& graph, const std::set<std::string>& 
         const LoadCounter::Worst worst = counter.WorstOf(path);
         if (worst.loads < kManyLoads) continue;
         findings->Add(kImportMultiplies, path, worst.line,
-                      "one load of this file may load " + QuotedShort(worst.file) + " " +
+                      "loading this file once may load " + QuotedShort(worst.file) + " " +
                               std::to_string(worst.loads) +
-                              " times, as its imports lead there on so many ways");
+                              " times, since so many chains of imports lead to it");
     }
 }
 

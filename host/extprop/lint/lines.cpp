@@ -149,12 +149,11 @@ void CheckLines(const PropertyFile& file, Findings* findings) {
         CheckProperty(file, line, findings);
         const PropertyLine*& previous = last[line.name];
         if (previous != nullptr && previous->value != line.value) {
-            findings->Add(kDuplicateName, file.path, line.number,
-                          QuotedShort(line.name) + " is " + QuotedShort(previous->value) +
-                                  " in line " + std::to_string(previous->number) + " and " +
-                                  QuotedShort(line.value) +
-                                  " here: the loader takes the last value, a look-up of the one "
-                                  "name the first");
+            findings->Add(
+                    kDuplicateName, file.path, line.number,
+                    QuotedShort(line.name) + " is " + QuotedShort(previous->value) + " in line " +
+                            std::to_string(previous->number) + " and " + QuotedShort(line.value) +
+                            " here: a load takes the last value, a look-up of this name the first");
         }
         previous = &line;
     }

@@ -70,8 +70,8 @@ std::optional<Coverage> CoverageOf(const std::shared_ptr<sandbox::DeviceFiles>& 
         return coverage;
     } catch (const std::runtime_error& error) {
         findings->Add(kNotChecked, "",
-                      std::string("it cannot be told which files no boot reads, nor where imports "
-                                  "with references lead: ") +
+                      std::string("which files no boot reads, and where imports with references "
+                                  "lead, is unknown: ") +
                               error.what());
         return std::nullopt;
     }
@@ -87,19 +87,17 @@ void AddPropertyFile(const DeviceTree& tree, const FoundFile& place, FileUse use
     file.path = place.path;
     file.use = use;
     if (place.is_link()) {
-        findings->Add(
-                kSymbolicLink, file.path,
-                QuotedShort(file.path) + " is a symbolic link, which the loader refuses to open");
+        findings->Add(kSymbolicLink, file.path, QuotedShort(file.path) + kIsSymbolicLink);
         return;
     }
     if (!place.is_file()) {
-        findings->Add(kNotAFile, file.path, "this has a property file's name but is no file");
+        findings->Add(kNotAFile, file.path, "this has a property file's name but is not a file");
         return;
     }
     if (place.status.st_size > kMostBytes) {
         findings->Add(kUnreadable, file.path,
                       "this is larger than any property file and was not read; the loader would "
-                      "take the whole of it into memory");
+                      "read all of it into memory");
         return;
     }
     if (!tree.Read(file.path, kMostBytes, &file.content)) {
@@ -110,14 +108,15 @@ void AddPropertyFile(const DeviceTree& tree, const FoundFile& place, FileUse use
     if (const size_t zero = file.content.find('\0'); zero != std::string::npos) {
         const std::string_view before(file.content.data(), zero);
         const auto line = std::count(before.begin(), before.end(), '\n') + 1;
-        findings->Add(kBinary, file.path, static_cast<int>(line),
-                      "a zero byte: this is no text file, and was not looked at further");
+        findings->Add(
+                kBinary, file.path, static_cast<int>(line),
+                "this file has a zero byte, so it is no text file and was not checked further");
         file.content.clear();
         return;
     }
     if (files->held > limits::kLinted) {
         findings->Add(kUnreadable, file.path,
-                      "this was not looked at: the files before it take more than " +
+                      "this was not checked: the files before it have more than " +
                               std::to_string(limits::kLinted) + " bytes");
         file.content.clear();
         return;
@@ -163,7 +162,7 @@ std::vector<Finding> Lint(const std::string& device, const sandbox::Options& opt
     }
     for (const std::string& path : device_files->Unreadable()) {
         if (!findings.Has(kUnreadable, path)) {
-            findings.Add(kUnreadable, path, "this cannot be read by this user, though init could");
+            findings.Add(kUnreadable, path, std::string("this") + sandbox::kDeniedToUser);
         }
     }
     ApplyAllowances(files, &findings);

@@ -67,7 +67,7 @@ class MisspeltFiles {
                 continue;
             }
             findings_->Add(kMisspeltFile, path,
-                           "nothing reads a file of this name" + Meant(expected));
+                           std::string(kNoSuchFileRead) + Suggestion(expected));
             return;
         }
     }
@@ -90,10 +90,7 @@ const PropertyLine* LookedUp(const PropertyFiles& files, const std::string& path
 }
 
 std::string WhichThereAre(const std::string& value, const std::vector<std::string>& known) {
-    constexpr size_t kMostListed = 8;
-    const std::string nearest = Nearest(value, known, std::min(kNearName, value.size() / 2));
-    if (!nearest.empty() || known.empty() || known.size() > kMostListed) return Meant(nearest);
-    return "; there are " + android::base::Join(known, ", ");
+    return SuggestionOf(value, known, std::min(kNearName, value.size() / 2));
 }
 
 void CheckBrand(const PropertyFiles& files, Findings* findings) {
@@ -120,8 +117,9 @@ void CheckRegion(const PropertyFiles& files, const VariantSpace& space, Findings
     const std::string value(line->value);
     if (regions.count(value) != 0) return;
     findings->Add(kUnknownRegion, kRegionBuildProp, line->number,
-                  "no directory " + QuotedShort(RegionsDirectories().front() + "/" + value) +
-                          " is there, nor another of the region's" +
+                  "there is no directory " +
+                          QuotedShort(RegionsDirectories().front() + "/" + value) +
+                          ", nor another one of this region" +
                           WhichThereAre(value, {regions.begin(), regions.end()}));
 }
 
@@ -150,7 +148,7 @@ void CheckKeys(const PropertyFiles& files, const VariantSpace& space, Findings* 
                 const std::string key(line.value);
                 if (line.name != fixed.property || key.empty() || keys.count(key) != 0) continue;
                 findings->Add(kUnknownKey, fixed.path, line.number,
-                              "no root has a directory " +
+                              "no partition root has a directory " +
                                       QuotedShort(std::string(kKeysDirectory) + "/" + key + "/" +
                                                   KeyOf(axis).leaf) +
                                       WhichThereAre(key, {keys.begin(), keys.end()}));
@@ -171,8 +169,8 @@ void CheckMarketNamesPlace(const FoundFile& place, Findings* findings) {
         if (region.find('/', 1) == std::string::npos) return;
     }
     findings->Add(kMisplacedMarketName, place.path,
-                  "the market name is looked for in /my_product/cust/REGION/etc/devicename.cfg "
-                  "only");
+                  "the library looks for the market name only in "
+                  "/my_product/cust/REGION/etc/devicename.cfg");
 }
 
 }  // namespace

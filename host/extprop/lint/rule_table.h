@@ -36,8 +36,8 @@ inline constexpr Rule kRules[] = {
     import /odm/etc/radio.prop
 /odm/etc/radio.prop
     ro.radio.tuning=wide)"},
-        {"missing-import", Severity::kError, "An import of what is no file of the device",
-         "The import is skipped, with a line in the log",
+        {"missing-import", Severity::kError, "An import whose path is not a file of the device",
+         "The loader skips the import and logs a line",
          "Correct the name, or add the file; names are absolute paths of the device",
          R"(/odm/build.prop
     import /odm/etc/raido.prop
@@ -47,9 +47,10 @@ inline constexpr Rule kRules[] = {
 /odm/etc/radio.prop)"},
         {"missing-variant", Severity::kWarning,
          "An import with references that leads to a file in some boots of the device and to none "
-         "in others; with `ro.boot.*`, which no boot shows, with some value that the device's "
-         "files give to it",
-         "Such a phone skips the import", "Add the file for the value, or a default that exists",
+         "in others. No boot shows the values of `ro.boot.*`; for these the values that the "
+         "device's files set are tried",
+         "A phone without the file skips the import",
+         "Add the file for the value, or a default that exists",
          R"(/mnt/vendor/my_product/cust/IN/build.prop
     ro.sample.board=beta
 /data/system/customize/empty_appchannel_prop_file.prop
@@ -84,10 +85,10 @@ inline constexpr Rule kRules[] = {
     import /odm/etc/${ro.boot.board:-alpha}.prop
 /odm/etc/alpha.prop)"},
         {"late-reference", Severity::kWarning,
-         "A reference in an import to a property that has no value yet in any boot that comes to "
-         "the import, though `init` is given one by a file later",
-         "The name is made from the system's properties, and what a step loads becomes those only "
-         "when it is done: the import takes the default, or is skipped",
+         "A reference in an import to a property that is still unset in every boot that reaches "
+         "the import, though a file sets it later",
+         "References are resolved from the system's properties, and what a step loads is added to "
+         "these only when the step is done: the import takes the default, or is skipped",
          "Name the file itself; or set the property in a `build.prop`, if the import is in a file "
          "of a switch key, or before the first step (`ro.boot.*`)",
          R"(/odm/build.prop
@@ -101,8 +102,8 @@ inline constexpr Rule kRules[] = {
 /odm/etc/beta.prop)"},
         {"idle-filter", Severity::kError,
          "An import with a filter that no line of the imported file passes",
-         "Nothing is loaded. All that stands after the file's name is the filter, what is meant "
-         "as a comment too",
+         "Nothing is loaded. All that follows the file's name is the filter, even what looks like "
+         "a comment",
          "Write the whole name of one property, or its beginning and a `*`; put comments on lines "
          "of their own",
          R"(/odm/build.prop
@@ -115,7 +116,7 @@ inline constexpr Rule kRules[] = {
     ro.radio.tuning=wide)"},
         {"import-multiplies", Severity::kWarning,
          "Imports that lead to the same file a hundred times or more while one file is loaded",
-         "The loader loads it anew each time, and the boot waits for it",
+         "The loader loads the file anew each time, and the boot waits for it",
          "Import a file in one place only",
          R"(/odm/build.prop
     import /odm/etc/a.prop
@@ -145,7 +146,7 @@ inline constexpr Rule kRules[] = {
         {"symbolic-link", Severity::kError,
          "A property file, or the target of an import, that is a symbolic link",
          "The loader refuses to open it",
-         "Put the file itself there; links among the directories that lead to it are allowed",
+         "Put the file itself there; the directories of its path may be links",
          R"(/odm/build.prop -> /odm/etc/base.prop
 /odm/etc/base.prop)",
          R"(/odm/build.prop
@@ -159,21 +160,21 @@ inline constexpr Rule kRules[] = {
 /odm/etc/radio/)"},
         {"unreadable", Severity::kError,
          "A file or directory that cannot be read, or a file of more than 16 MiB",
-         "What it sets is unknown; a huge file costs the phone the memory to hold it",
-         "Correct its mode; move what is no property file away",
+         "What it sets is unknown, and the loader reads all of a huge file into memory",
+         "Correct its mode, or move a file that is no property file away",
          R"(/odm/build.prop
 /odm/etc/radio.prop, 17 MiB)",
          R"(/odm/build.prop
 /odm/etc/radio.img, 17 MiB)"},
         {"binary", Severity::kError, "A zero byte",
-         "No name or value can hold one, so the file is damaged or no text (UTF-16, for one)",
+         "No name or value can contain one, so the file is damaged or is no text (it may be "
+         "UTF-16)",
          "Restore the file, or save it as UTF-8",
          R"(/odm/build.prop
     ro.sample.name=Alpha\0)",
          R"(/odm/build.prop
     ro.sample.name=Alpha)"},
-        {"not-utf8", Severity::kError,
-         "A line that is not UTF-8 text; comments may be what they like",
+        {"not-utf8", Severity::kError, "A line that is not UTF-8 text, unless it is a comment",
          "`init` refuses such a value", "Save the file as UTF-8",
          R"(/odm/build.prop
     ro.sample.name=M\xfcller)",
@@ -189,7 +190,8 @@ inline constexpr Rule kRules[] = {
     ro.sample.code=7)"},
         {"crlf", Severity::kWarning,
          "Lines that end in a carriage return and a line feed; the first one is shown",
-         "The loader drops the carriage return, other readers, such as those of a bare key, do not",
+         "The loader drops the carriage return, but other readers, such as that of a bare key, "
+         "keep it",
          "End lines with a line feed",
          R"(/odm/build.prop
     ro.sample.name=Alpha\r
@@ -201,7 +203,7 @@ inline constexpr Rule kRules[] = {
          "A line that is neither a comment, an import nor `name=value`; a key file may hold the "
          "bare key",
          "The loader skips it in silence",
-         "Add the `=`, or comment the line out; `import` takes a blank behind it, not a tab",
+         "Add the `=`, or comment the line out; after `import` there must be a blank, not a tab",
          R"(/odm/build.prop
     ro.sample.name Alpha)",
          R"(/odm/build.prop
@@ -222,8 +224,8 @@ inline constexpr Rule kRules[] = {
          R"(/odm/build.prop
     ro.sample.slogan=01234567890123456789012345678901234567890123456789012345678901234567890123456789012345678901)"},
         {"duplicate-name", Severity::kWarning, "One name twice in a file, with different values",
-         "The loader takes the last value, a look-up of the one name (region, brand, market name) "
-         "the first",
+         "A load takes the last value, a look-up of the name (region, brand, market name) the "
+         "first",
          "Keep one line",
          R"(/odm/build.prop
     ro.sample.name=Alpha
@@ -238,48 +240,45 @@ inline constexpr Rule kRules[] = {
          R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop
 /odm/properties/north/SimSwitchFirstTime/apn.prop)"},
         {"unknown-kind", Severity::kError,
-         "A directory with property files where a switch key's `SimSwitchFirstTime`, "
-         "`SimSwitchCurrentTime`, `switchCarrierChannel` or `regionSwitch` is looked for, of "
-         "another name",
+         "A directory with property files in a switch key's directory whose name is not "
+         "`SimSwitchFirstTime`, `SimSwitchCurrentTime`, `switchCarrierChannel` or `regionSwitch`",
          "No boot looks into it", "Correct the name: `properties/KEY/SimSwitchFirstTime`",
          R"(/odm/properties/north/SimSwitchFirst/carrier.prop)",
          R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop)"},
         {"no-kind", Severity::kError,
-         "Property files in `properties` itself, or in a key's directory, where the directory of "
-         "the kind (or of the key) is missing",
+         "Property files in `properties` itself, or in a key's directory, instead of the directory "
+         "of a key and a kind",
          "No boot looks for them there",
-         "Move them into `properties/KEY/SimSwitchFirstTime`, or whichever kind they are of",
+         "Move them into `properties/KEY/SimSwitchFirstTime`, or the directory of their kind",
          R"(/odm/properties/north/carrier.prop)",
          R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop)"},
         {"nested-directory", Severity::kError,
-         "Property files in a sub-directory of the directory in which a switch key's files are "
-         "looked for",
+         "Property files in a sub-directory of the directory that holds a switch key's files",
          "The library does not look into sub-directories", "Move the files up",
          R"(/odm/properties/north/SimSwitchFirstTime/apn/lte.prop)",
          R"(/odm/properties/north/SimSwitchFirstTime/lte.prop)"},
         {"misspelt-properties", Severity::kError,
-         "The directories of switch keys in a directory of a root that is not called `properties`",
+         "The directories of switch keys in a directory of a partition root that is not called "
+         "`properties`",
          "No boot looks into it", "Rename it",
          R"(/odm/property/north/SimSwitchFirstTime/carrier.prop)",
          R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop)"},
         {"unsearched-root", Severity::kWarning,
-         "Directories of switch keys below a directory that is no root of the library",
-         "No boot looks into them, unless the directory is made a carrier package's",
-         "Move `properties` to the root of a partition, or to one of the directories on it that "
-         "are roots too",
+         "Directories of switch keys in a directory that is no partition root",
+         "No boot looks into them, unless a carrier package makes the directory a partition root",
+         "Move `properties` into a partition root",
          R"(/odm/etc/properties/north/SimSwitchFirstTime/carrier.prop)",
          R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop)"},
         {"misspelt-partition", Severity::kError,
-         "A partition's directory that no root of the library lies in, and whose name is nearly "
-         "that of one",
+         "A partition's directory without a partition root, whose name is nearly that of a "
+         "partition that the library reads",
          "No boot reads it", "Correct the name",
          R"(/odm/build.prop
 /mnt/vendor/my_regiom/build.prop)",
          R"(/odm/build.prop
 /mnt/vendor/my_region/build.prop)"},
         {"unknown-partition", Severity::kWarning,
-         "A directory that looks like a partition of the library's and that no root of the library "
-         "lies in",
+         "A directory that looks like a partition that the library reads, without a partition root",
          "No boot reads it",
          "Move the files to a partition that is read, or let one of its files import them",
          R"(/odm/build.prop
@@ -288,8 +287,8 @@ inline constexpr Rule kRules[] = {
     import /mnt/vendor/my_games/build.prop
 /mnt/vendor/my_games/build.prop)"},
         {"unread-file", Severity::kWarning,
-         "A property file on one of the library's partitions that the library does not read there, "
-         "and that no file imports which is read. What the system's own `init` reads is left out",
+         "A property file on a partition that the library reads, which the library does not read "
+         "there and no file that is read imports. What the system's own `init` reads is left out",
          "What it sets is unset on the phone, unless something else reads it",
          "Correct the name or place, import it, or delete it",
          R"(/odm/build.prop
@@ -297,19 +296,18 @@ inline constexpr Rule kRules[] = {
          R"(/odm/build.prop
     import /odm/etc/radio.prop
 /odm/etc/radio.prop)"},
-        {"missing-key", Severity::kError,
-         "A key file without a line of the property that it is there for",
-         "The key is not set; on the reserve partition the whole text of a file with an `=` is "
-         "taken for a key in the old form",
+        {"missing-key", Severity::kError, "A key file without a line of its property",
+         "The key is not set; on the reserve partition the library takes the whole text of a file "
+         "with an `=` for a key in the old form",
          "Write `sys.sim.switch.first=KEY`, or whichever property the file is for",
          R"(/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file
     sys.sim.switch.frist=north)",
          R"(/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file
     sys.sim.switch.first=north)"},
         {"bare-key", Severity::kError,
-         "A key file on the reserve partition with a bare key and a line end, a comment or white "
-         "space besides",
-         "All of the text is the key, so no directory of the key's name is loaded",
+         "A key file on the reserve partition that holds a bare key with a line end, a comment or "
+         "white space",
+         "The whole text is the key, so no directory of the key's name is loaded",
          "Write `sys.sim.switch.first=KEY`, or nothing but the key",
          R"(/mnt/vendor/tesvoreserve/system/ssv/sim_switch_first_file
     north)",
@@ -317,15 +315,15 @@ inline constexpr Rule kRules[] = {
     sys.sim.switch.first=north)"},
         {"not-forwarded", Severity::kWarning,
          "A property in a message under `/data/cota` that begins with neither `sys.` nor `ro.`",
-         "It is not handed on when the package is mounted",
+         "The library does not hand it over when the package is mounted",
          "Set `persist.` properties in the package itself",
          R"(/data/cota/cota_mount_info.prop
     persist.sample.carrier=north)",
          R"(/data/cota/cota_mount_info.prop
     sys.sample.carrier=north)"},
         {"rom-never-matches", Severity::kError,
-         "A `devicename.cfg` whose `ROM` no storage size matches; the library itself was asked "
-         "about every size",
+         "A `devicename.cfg` whose `ROM` no storage size matches; lint tries every size with the "
+         "library itself",
          "The market name is never set", "Use 128, 256, 512 or 1024, digits only",
          R"(/my_product/cust/EU/etc/devicename.cfg
     ROM=384
@@ -335,7 +333,7 @@ inline constexpr Rule kRules[] = {
     market=Sample One)"},
         {"misspelt-field", Severity::kError,
          "A name in a `devicename.cfg` that is nearly one that the library looks up",
-         "What is looked up is not there: the market name is never set, or is empty",
+         "The look-up finds nothing: the market name is never set, or is empty",
          "Write `ROM`, `market`, `type` or `model`",
          R"(/my_product/cust/EU/etc/devicename.cfg
     ROM=256
@@ -355,19 +353,17 @@ inline constexpr Rule kRules[] = {
     ROM=256
     market=Sample One)"},
         {"misspelt-file", Severity::kWarning,
-         "A file whose name, or the name of a directory that it lies in, is nearly one that the "
-         "library reads",
-         "Nothing reads it", "Rename it",
+         "A file whose path is nearly that of a file that the library reads", "Nothing reads it",
+         "Rename it",
          R"(/odm/build.porp
     ro.sample.name=Alpha)",
          R"(/odm/build.prop
     ro.sample.name=Alpha)"},
         {"unknown-key", Severity::kWarning,
-         "A key file that names a key for which no root has a directory, though other keys have "
-         "some",
+         "A key file with a key for which no partition root has a directory, though other keys "
+         "have some",
          "The key selects nothing",
-         "Correct the key, or add `properties/KEY/SimSwitchFirstTime` or whichever directory is of "
-         "its kind",
+         "Correct the key, or add `properties/KEY/SimSwitchFirstTime` or the directory of its kind",
          R"(/odm/properties/north/SimSwitchFirstTime/carrier.prop
     ro.sample.carrier=north
 /data/system/customize/sim_switch/sim_switch_first_file
@@ -377,8 +373,8 @@ inline constexpr Rule kRules[] = {
 /data/system/customize/sim_switch/sim_switch_first_file
     sys.sim.switch.first=north)"},
         {"unknown-region", Severity::kWarning,
-         "A region that no directory below `cust` is for, though other regions have some; capitals "
-         "count",
+         "A region without a directory in `cust`, though other regions have one; upper and lower "
+         "case differ",
          "Nothing of the region is loaded",
          "Correct the region in `/mnt/vendor/my_region/build.prop`, or the directory's name",
          R"(/mnt/vendor/my_region/build.prop
@@ -403,8 +399,8 @@ inline constexpr Rule kRules[] = {
          R"(/odm/build.prop
     import /odm/etc/radio.prop
 /odm/etc/radio.prop)"},
-        {"comment-in-value", Severity::kWarning, "A value with a `#` behind a blank",
-         "A comment is a whole line; behind a value it is part of the value",
+        {"comment-in-value", Severity::kWarning, "A value with a `#` after a blank",
+         "A comment is a whole line; after a value it is part of the value",
          "Put the comment on a line of its own",
          R"(/odm/build.prop
     ro.sample.name=Alpha # the first one)",
@@ -412,16 +408,16 @@ inline constexpr Rule kRules[] = {
     # the first one
     ro.sample.name=Alpha)"},
         {"quoted-value", Severity::kWarning, "A value in quotes",
-         "The quotes are part of the value", "Leave them out; blanks may stand in a value",
+         "The quotes are part of the value", "Leave them out; a value may contain blanks",
          R"(/odm/build.prop
     ro.sample.name="Alpha Beta")",
          R"(/odm/build.prop
     ro.sample.name=Alpha Beta)"},
         {"not-checked", Severity::kWarning,
-         "A `devicename.cfg` that could not be tried out, or a device that could not be booted, "
-         "because this machine allows no sandbox or the library does not come back",
-         "Its `ROM` may never match; files that nothing reads are not found, nor imports with "
-         "references that lead nowhere or come too early",
+         "A `devicename.cfg` that could not be tried, or a device that could not be booted, "
+         "because this machine allows no sandbox or the library does not return",
+         "Its `ROM` may never match, or some files that nothing reads, and some imports with "
+         "references that lead nowhere or come too early, are not found",
          "Run lint where `extprop boot` runs; mend the other errors",
          R"(/odm/build.prop
 /mnt/vendor/my_carrier/etc/flags.prop
@@ -436,10 +432,10 @@ inline constexpr Rule kRules[] = {
          R"(/dev/block/by-name/splash_odm, 2 MiB
 /my_company/media/logo/logo.bin, 2 MiB)"},
         {"unused-allowance", Severity::kWarning,
-         "A comment `# extprop: allow RULE: reason` where no finding of that rule is",
-         "It hides the finding that somebody makes there later",
-         "Delete the comment, or put it right above the line that it is about; in a file's first "
-         "line it is about the whole file",
+         "A comment `# extprop: allow RULE: reason` where that rule finds nothing",
+         "It hides a fault that somebody makes there later",
+         "Delete the comment, or put it directly above its line; in a file's first line it holds "
+         "for the whole file",
          R"(/odm/build.prop
     # extprop: allow illegal-name: the camera's service reads it here
     ro.sample.camera=2)",
@@ -447,10 +443,10 @@ inline constexpr Rule kRules[] = {
     # extprop: allow illegal-name: the camera's service reads it here
     ro.sample camera=2)"},
         {"no-device", Severity::kError,
-         "A directory that is empty, or holds nothing at any place where the library reads",
+         "A directory that is empty, or has nothing at any place where the library reads",
          "It is no device's root, so there was nothing to check",
          "Give the directory that holds `odm`, `mnt/vendor/my_region` and so on; "
-         "`docs/device-directory.md` tells how to make it",
+         "`docs/device-directory.md` shows how to make it",
          R"(/phone/odm/build.prop)", R"(/odm/build.prop)"},
 };
 

@@ -21,6 +21,8 @@ namespace extprop {
 inline constexpr const Rule& kSymbolicLink = RuleNamed("symbolic-link");
 inline constexpr const Rule& kNotChecked = RuleNamed("not-checked");
 
+inline constexpr char kIsSymbolicLink[] = " is a symbolic link, which the loader refuses to open";
+
 struct PropertyFile {
     std::string path;
     FileUse use;

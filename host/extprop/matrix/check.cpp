@@ -201,8 +201,8 @@ void Checker::Add(size_t number, const Outcome& outcome) {
                 matching_ += uint64_t{unmet.value->size()} * expected.pattern->ProgramSize();
                 if (matching_ > limits::kMatching) {
                     throw InputError(expectations_.file +
-                                     ": its regular expressions, up to that of " + name +
-                                     ", take too long, which is limited");
+                                     ": matching its regular expressions, up to that of " + name +
+                                     ", takes too long; make them simpler");
                 }
             }
             // The origin of a phone's value is known only if the device has the same value.
@@ -233,7 +233,7 @@ void Checker::Keep(const std::string& text) {
     constexpr size_t kBesides = 512;  // of a case or unmet expectation besides its texts, roughly
     kept_ += kBesides + expectations_.file.size() + text.size();
     if (kept_ <= limits::kChecked) return;
-    throw InputError(expectations_.file + ": what is to be told of it has more than " +
+    throw InputError(expectations_.file + ": its report has more than " +
                      std::to_string(limits::kChecked) + " bytes, which is the limit");
 }
 
@@ -281,7 +281,7 @@ void Checker::CheckFiles() const {
             errors.push_back(expectations_.file + ":" + std::to_string(expected.line) + ": " +
                              name + " is expected from " + path +
                              ", which the device does not have" +
-                             Meant(Nearest(path, paths, kNearExpected)));
+                             Suggestion(Nearest(path, paths, kNearExpected)));
         }
     }
     if (!errors.empty()) throw InputError(errors);
@@ -320,7 +320,7 @@ std::vector<std::string> Checker::FindNeverSet() const {
         notes.push_back(
                 expectations_.file + ":" + std::to_string(line) + ": " + name +
                 " is expected to be unset, and no file, option or boot has such a property" +
-                Meant(Nearest(name, {known.begin(), known.end()}, kNearExpected)));
+                Suggestion(Nearest(name, {known.begin(), known.end()}, kNearExpected)));
     }
     return notes;
 }

@@ -117,12 +117,12 @@ class Parser {
             while (!second.mark && parser.HandleNextDocument(second)) continue;
             ReadDocument(YAML::Load(content));
             if (second.mark) {
-                Error(*second.mark, "a second document begins here; one file has one");
+                Error(*second.mark, "a second document begins here; a file holds one");
             }
         } catch (const YAML::ParserException& error) {
             const std::optional<YAML::Mark> tab = FindTab(content, error.mark.line);
             Error(tab.value_or(error.mark),
-                  tab ? "a tab; YAML is indented with blanks alone" : error.msg);
+                  tab ? "a tab; YAML is indented with blanks only" : error.msg);
         } catch (const TooMuch& error) {
             Error(error.mark, error.what());
         }
@@ -159,11 +159,11 @@ class Parser {
             }
             const std::string& key = entry.first.Scalar();
             if (key == "<<") {
-                Error(entry.first.Mark(), "lines are not merged here; write them out");
+                Error(entry.first.Mark(), "merging lines with << is not supported; write them out");
                 continue;
             }
             if (!seen.insert(key).second) {
-                Error(entry.first.Mark(), "'" + key + "' stands here twice");
+                Error(entry.first.Mark(), "'" + key + "' is given twice");
                 continue;
             }
             const bool is_known =
@@ -220,7 +220,7 @@ class Parser {
                        key == kSteps ? ReadSteps(value) : ReadList(value);
                    });
         if (document.IsMap() && !document[kExpectations]) {
-            Error(document.Mark(), "there is no 'expectations'");
+            Error(document.Mark(), "'expectations' is missing");
         }
     }
 
@@ -257,7 +257,7 @@ class Parser {
                        if (key == kComplete) ReadFlag(value, &expectation.complete);
                        if (key == kProperties) ReadProperties(value, &expectation);
                    });
-        if (node.IsMap() && !node[kProperties]) Error(node.Mark(), "there is no 'properties'");
+        if (node.IsMap() && !node[kProperties]) Error(node.Mark(), "'properties' is missing");
         const bool is_empty = expectation.properties.empty() && !expectation.complete;
         if (is_empty && errors_.empty()) Error(node.Mark(), "nothing is expected here");
         expectations_.expectations.push_back(std::move(expectation));
@@ -293,8 +293,8 @@ class Parser {
     void ReadProperties(const YAML::Node& node, Expectation* expectation) {
         ForEachKey(node, "a mapping from properties to what is expected of them", {},
                    [&](const std::string& name, const YAML::Node& key, const YAML::Node& value) {
-                       if (WhyRefused(name, "")) {
-                           Error(key.Mark(), "no property can have the name '" + name + "'");
+                       if (const auto reason = WhyRefused(name, "")) {
+                           Error(key.Mark(), RefusedPropertyText(name, *reason));
                        } else if (value.IsMap()) {
                            ReadConditions(name, value, expectation);
                        } else if (value.IsScalar()) {
@@ -334,7 +334,7 @@ class Parser {
                        expectation->properties.emplace_back(name, std::move(expected));
                    });
         if (is_unset && node.size() > 1) {
-            Error(node.Mark(), "what is unset has no value of which more can be expected");
+            Error(node.Mark(), "set: false takes no other condition");
         }
     }
 

@@ -29,7 +29,8 @@ bool ReadLine(std::streambuf* in, std::string* line) {
     for (int c; (c = in->sbumpc()) != kEnd;) {
         if (c == '\n') return true;
         if (line->size() == limits::kLine) {
-            throw InputError("this line has more than " + std::to_string(limits::kLine) + " bytes");
+            throw InputError("this line has more than " + std::to_string(limits::kLine) +
+                             " bytes, which is the limit");
         }
         line->push_back(static_cast<char>(c));
     }
@@ -163,7 +164,7 @@ void LineMerger::Keep(size_t size) {
     kept_ += size;
     if (kept_ <= limits::kSummary) return;
     throw InputError("the summaries up to here have more than " + std::to_string(limits::kSummary) +
-                     " bytes of words and origins");
+                     " bytes of words and origins, which is the limit");
 }
 
 // Throws InputError if a part is missing: the rest must not pass for all variants.

@@ -77,7 +77,7 @@ void AddOthers(const std::vector<OtherProperty>& others, Text* text) {
 }  // namespace
 
 std::string WarningText(const MissingValue& missing) {
-    return MissingText(missing) + ", which the phone has: it is probably another image's";
+    return MissingText(missing) + ", which the phone has; the phone probably has another image";
 }
 
 std::string ComparisonText(const Comparison& comparison, bool verbose) {

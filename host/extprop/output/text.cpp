@@ -218,7 +218,7 @@ std::string FailureText(const BootFailure& failure) {
     if (failure.limit) {
         text += "was stopped at a limit, " + *failure.limit + ",";
     } else if (failure.timed_out) {
-        text += "did not come back in time";
+        text += "did not return in time";
     } else if (!failure.signal) {
         text += "ended the process";
     } else {
@@ -231,7 +231,7 @@ std::string FailureText(const BootFailure& failure) {
     }
     text += ": the imports " + failure.cycle.front();
     for (size_t i = 1; i < failure.cycle.size(); ++i) text += " -> " + failure.cycle[i];
-    return text + " lead in a circle";
+    return text + " form a cycle";
 }
 
 std::string FateText(const Origin& origin) {
