@@ -26,4 +26,4 @@ case "${1:-}" in
     "") check default check_preset default ;;
     *) check default check_named "$@" ;;
 esac
-tell_checks
+report_checks

@@ -62,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     std::vector<PropertyMap> calls = fuzz::TakeCalls();
     if (operation == 2) {
-        fuzz::Expect(given.empty() ? calls.empty() : calls.at(0) == given, "what is handed on");
+        fuzz::Expect(given.empty() ? calls.empty() : calls.at(0) == given, "what is handed over");
         return 0;
     }
     PropertyMap forwarded;

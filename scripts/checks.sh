@@ -19,7 +19,7 @@ check() {
 }
 
 # Prints in one line what passed, what failed and how long it took. Fails if a check failed.
-tell_checks() {
+report_checks() {
     local passed failed
     passed=$(printf ', %s' "${PASSED[@]}")
     failed=$(printf ', %s' "${FAILED[@]}")

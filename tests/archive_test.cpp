@@ -63,10 +63,10 @@ class ArchiveTest : public testing::Test {
                 [&](uint64_t directory, const std::string& path) {
                     for (const auto& [name, node] : archive->List(directory)) {
                         const images::Node status = archive->Look(node);
-                        std::string& told = tree[path + "/" + name];
-                        told = std::to_string(status.mode) + " ";
+                        std::string& text = tree[path + "/" + name];
+                        text = std::to_string(status.mode) + " ";
                         if (S_ISDIR(status.mode)) walk(node, path + "/" + name);
-                        if (S_ISLNK(status.mode)) told += archive->Target(node);
+                        if (S_ISLNK(status.mode)) text += archive->Target(node);
                         if (!S_ISREG(status.mode)) continue;
                         std::string content;
                         for (std::string part;
@@ -79,7 +79,7 @@ class ArchiveTest : public testing::Test {
                             const size_t size = std::min<uint64_t>(1000, status.size - at);
                             EXPECT_EQ(ReadBytes(*any, at, size), content.substr(at, size));
                         }
-                        told += content;
+                        text += content;
                     }
                 };
         walk(archive->root(), "");

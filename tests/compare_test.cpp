@@ -115,7 +115,7 @@ class CompareTest : public ToolTest {
         return names;
     }
 
-    void HoldAgainstItsPhone(const std::string& device, const Words& words, Properties phone,
+    void CompareWithItsPhone(const std::string& device, const Words& words, Properties phone,
                              uint64_t seed) {
         phone.insert(kNoise.begin(), kNoise.end());
         const json document = Compare(device, words, Write("/phone", ListedForm(phone)));
@@ -205,7 +205,7 @@ TEST_F(CompareTest, APhoneThatIsABootOfTheImageIsAlike) {
             }
             ASSERT_FALSE(phone.empty());
             SCOPED_TRACE(boots);
-            HoldAgainstItsPhone(device, words, phone, seed);
+            CompareWithItsPhone(device, words, phone, seed);
         }
     }
 }
@@ -278,9 +278,9 @@ TEST_F(CompareTest, TellsEachClassWithItsLines) {
     size_t origins = 0;
     for (const char* group : {"differs", "only_device", "only_phone"}) {
         for (const json& property : document.at(group)) {
-            json told = property.value("phone_lines", json::array());
-            if (property.contains("origin")) told.push_back(property.at("origin"));
-            for (json& origin : told) {
+            json lines = property.value("phone_lines", json::array());
+            if (property.contains("origin")) lines.push_back(property.at("origin"));
+            for (json& origin : lines) {
                 const bool is_system = origin.contains("system") && origin.at("system");
                 origin.erase("system");
                 if (is_system) continue;

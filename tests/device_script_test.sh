@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the device of docs/device-directory.md by the script that stands there, and takes the page at
+# Makes the device of docs/device-directory.md by the page's script, and takes the page at
 # its word: device_script_test.sh EXTPROP
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

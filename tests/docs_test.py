@@ -22,10 +22,10 @@ def examples(page):
             yield runs
 
 
-def is_as_told(printed, told):
+def is_as_shown(printed, shown):
     anything = r"(?:.*\n)*"
     pattern = "".join(anything if line == "..." else re.escape(line) + r"\n"
-                      for line in told.splitlines())
+                      for line in shown.splitlines())
     return re.fullmatch(pattern, printed) is not None
 
 
@@ -37,14 +37,14 @@ def main():
             with tempfile.TemporaryDirectory() as place:
                 os.symlink(ROOT / "samples", f"{place}/samples")
                 os.symlink(tool, f"{place}/extprop")
-                for command, told in runs:
+                for command, shown in runs:
                     command = re.sub(r"^(\./run\.sh|extprop)\b", "./extprop", command)
                     run = subprocess.run(["bash", "-c", command], cwd=place, text=True, check=False,
                                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
                     count += 1
-                    if not is_as_told(run.stdout, told):
+                    if not is_as_shown(run.stdout, shown):
                         failed += 1
-                        print(f"{page.name}: $ {command}\nprints\n{run.stdout}not\n{told}")
+                        print(f"{page.name}: $ {command}\nprints\n{run.stdout}not\n{shown}")
     print(f"{count} commands, {failed} print something else")
     return 1 if failed or not count else 0
 

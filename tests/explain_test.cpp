@@ -23,9 +23,9 @@ class ExplainTest : public ToolTest {
 
     // Returns the origins of the property that explain prints, in short.
     static std::string Origins(const std::string& arguments, const std::string& name) {
-        const json told = json::parse(Run("explain --json " + arguments + " " + name).out);
+        const json document = json::parse(Run("explain --json " + arguments + " " + name).out);
         std::string text;
-        for (const json& origin : told["properties"][0]["origins"]) {
+        for (const json& origin : document["properties"][0]["origins"]) {
             text += origin.value("file", origin.value("operations", json("given")).dump()) + ":" +
                     origin.value("line", json(0)).dump() + " " + origin["fate"].get<std::string>() +
                     ";";

@@ -92,9 +92,9 @@ bool Parse(const std::string& line, std::string* name, std::string* value) {
 }
 
 // A line of the device's own files, from 1.
-using Place = std::pair<std::string, size_t>;
+using FileLine = std::pair<std::string, size_t>;
 
-std::string Text(const Place& place) {
+std::string Text(const FileLine& place) {
     return place.first + ":" + std::to_string(place.second);
 }
 
@@ -123,7 +123,7 @@ class Device {
         return android::base::Split(content, "\n");
     }
 
-    std::string Line(const Place& place) const {
+    std::string Line(const FileLine& place) const {
         const Strings lines = Read(place.first);
         return place.first.empty() || place.second > lines.size() ? "" : lines[place.second - 1];
     }
@@ -145,7 +145,7 @@ struct Claim {
     std::string name;
     json origin;
     bool wins;
-    Place place;
+    FileLine place;
     size_t word;
     std::string fresh;
 };
@@ -358,7 +358,7 @@ class Trial {
     }
 
     // Returns the line of the device that an origin is about, with an empty file if there is none.
-    Place PlaceOf(const json& origin) const {
+    FileLine PlaceOf(const json& origin) const {
         const json source = origin.value("source", json());
         return {device_.Resolve(source.is_null() ? origin["file"] : source),
                 origin["line"].get<size_t>()};
@@ -443,7 +443,7 @@ class Trial {
                 if (!Parse(lines[i], &name, &value) || replaced_.count(name) != 0) continue;
                 if (has_keys_ && IsSwitchKey(name)) continue;
                 ++totals_.statements["complete"];
-                const Place place(file, i + 1);
+                const FileLine place(file, i + 1);
                 if (places_.count({place, name}) == 0) False(lines[i], Text(place) + " is missing");
             }
         }
@@ -652,10 +652,10 @@ class Trial {
     std::set<std::string> written_, opened_, explained_, given_;
     std::set<std::string> derived_;  // names whose winner is an operation
     std::set<json> handed_;          // boot, step, name, value
-    std::set<Place> refused_;
+    std::set<FileLine> refused_;
     size_t fresh_ = 0;
     std::vector<Claim> claims_;
-    std::set<std::pair<Place, std::string>> places_;
+    std::set<std::pair<FileLine, std::string>> places_;
     std::map<json, std::vector<Claim>> requirements_;
 };
 

@@ -208,9 +208,9 @@ class ReviewTest(unittest.TestCase):
                          f'2 known findings in {baseline}\n')
         self.write('device/odm/build.prop', 'ro.x 1\nro.y 1\n')
         both = ['lint', device, '--baseline', baseline, '--write-baseline', baseline]
-        told = self.run_tool(*both, status=1)
-        self.assertIn('/odm/build.prop:2: error: there is no', told)
-        self.assertIn(f"{baseline}:3: note: /odm/build.prop has no missing-import in 'import /none'", told)
+        printed = self.run_tool(*both, status=1)
+        self.assertIn('/odm/build.prop:2: error: there is no', printed)
+        self.assertIn(f"{baseline}:3: note: /odm/build.prop has no missing-import in 'import /none'", printed)
         # The baseline has shrunk, and has not grown.
         self.assertNotIn('note:', self.run_tool(*both, status=1))
         self.assertEqual(len(json.loads(self.read(baseline))['findings']), 1)

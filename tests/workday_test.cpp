@@ -82,7 +82,7 @@ TEST_F(WorkdayTest, WhatHasNoEffectIsNoted) {
     Write("/outer/device/odm/build.prop", "");
     Write("/dump", "[ro.a]: [dumped]\n[ro.b]: [1]\n");
     const struct {
-        std::string words;  // behind the device
+        std::string words;  // after the device
         std::string note;   // on standard error; none if empty
     } cases[] = {
             {"--edit /odm/biuld.prop:ro.x=1",
@@ -106,7 +106,7 @@ TEST_F(WorkdayTest, WhatHasNoEffectIsNoted) {
             {"reboot", "no step but reboot is given"},
     };
     for (const auto& [words, note] : cases) {
-        // The others say the same.
+        // The others report the same.
         const bool is_first = &note == &cases[0].note;
         for (const char* command : {"boot -q ", "explain --value odm ", "matrix ", "diff "}) {
             if (!is_first && command != std::string("boot -q ")) continue;
@@ -340,7 +340,7 @@ TEST_F(WorkdayTest, PartitionsAreSeenAtBothPlaces) {
 TEST_F(WorkdayTest, SamplesInOrderHaveNoFindings) {
     for (const auto& sample : std::filesystem::directory_iterator(Sample(""))) {
         const std::string path = sample.path();
-        // These two are there for what lint says of them.
+        // These two are there for what lint reports of them.
         if (path == Sample("faulty") || path == Sample("carrier-package")) continue;
         EXPECT_EQ(Run("lint " + path).out, "") << path;
     }

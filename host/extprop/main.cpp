@@ -19,7 +19,7 @@
 #include "commands/command.h"
 #include "input_error.h"
 #include "nearest.h"
-#include "output/tell.h"
+#include "output/standard_error.h"
 #include "process.h"
 #include "product.h"
 #include "reader.h"
@@ -110,11 +110,11 @@ int main(int argc, char** argv) {
         }
         return status;
     } catch (const InputError& error) {
-        for (const std::string& line : error.lines()) Tell(line);
+        for (const std::string& line : error.lines()) PrintMessage(line);
     } catch (const std::bad_alloc&) {
-        Tell(MemoryError());
+        PrintMessage(MemoryError());
     } catch (const std::exception& error) {
-        Tell(error.what());
+        PrintMessage(error.what());
     }
     return kBadInput;
 }

@@ -62,47 +62,47 @@ uint64_t MemberTree::Make(std::string_view name, const Node& node, std::string_v
     return members_.size() - 1;
 }
 
-MemberTree::Place MemberTree::PlaceOf(std::string_view name) {
+MemberTree::Position MemberTree::PositionOf(std::string_view name) {
     constexpr size_t kMostParts = 256;
     constexpr size_t kLongestName = 255;
     if (!name.empty() && name[0] == '/') Refuse(name, "a name that leads out of the archive");
     if (name.find('\0') != std::string_view::npos) Refuse(name, "a name with a zero byte");
     const std::vector<std::string_view> parts = Parts(name);
     if (parts.size() > kMostParts) Refuse(name, "too deep in directories");
-    Place place = {kRoot, ""};
+    Position position = {kRoot, ""};
     for (const std::string_view part : parts) {
         if (part == "..") Refuse(name, "a name that leads out of the archive");
         if (part.size() > kLongestName) Refuse(name, "a name of more than 255 bytes");
-        if (!place.name.empty()) {
-            auto known = members_[place.directory].names.find(place.name);
-            if (known == members_[place.directory].names.end()) {
+        if (!position.name.empty()) {
+            auto known = members_[position.directory].names.find(position.name);
+            if (known == members_[position.directory].names.end()) {
                 Node directory;
                 directory.mode = kDirectoryMode;
-                const size_t end = place.name.data() + place.name.size() - name.data();
+                const size_t end = position.name.data() + position.name.size() - name.data();
                 const uint64_t made = Make(name.substr(0, end), directory, "");
-                members_[place.directory].names.emplace(place.name, made);
-                place.directory = made;
+                members_[position.directory].names.emplace(position.name, made);
+                position.directory = made;
             } else {
-                place.directory = known->second;
+                position.directory = known->second;
             }
         }
-        if (!S_ISDIR(members_[place.directory].node.mode)) Refuse(name, "it lies below a file");
-        place.name = part;
+        if (!S_ISDIR(members_[position.directory].node.mode)) Refuse(name, "it lies below a file");
+        position.name = part;
     }
-    return place;
+    return position;
 }
 
 uint64_t MemberTree::Add(std::string_view name, const Node& node, std::string_view target) {
-    const Place place = PlaceOf(name);
+    const Position position = PositionOf(name);
     const bool is_directory = S_ISDIR(node.mode);
-    if (place.name.empty()) {
+    if (position.name.empty()) {
         if (!is_directory) Refuse(name, "its name is no file's");
         return kRoot;
     }
-    auto known = members_[place.directory].names.find(place.name);
-    if (known == members_[place.directory].names.end()) {
+    auto known = members_[position.directory].names.find(position.name);
+    if (known == members_[position.directory].names.end()) {
         const uint64_t made = Make(name, node, target);
-        members_[place.directory].names.emplace(place.name, made);
+        members_[position.directory].names.emplace(position.name, made);
         return made;
     }
     // An archive may list a directory after its content.
@@ -119,8 +119,8 @@ void MemberTree::AddLink(std::string_view name, std::string_view existing) {
         Refuse(name, "a hard link to '" + std::string(existing) +
                              "', but no file before it has this name");
     }
-    const Place place = PlaceOf(name);
-    if (!members_[place.directory].names.emplace(place.name, *node).second) {
+    const Position position = PositionOf(name);
+    if (!members_[position.directory].names.emplace(position.name, *node).second) {
         Refuse(name, "there are two of this name");
     }
 }

@@ -60,12 +60,12 @@ class MemberTree {
     };
 
     // Where a member belongs: its directory, created if it is missing, and its name there.
-    struct Place {
+    struct Position {
         uint64_t directory;
         std::string_view name;  // empty: the root itself
     };
 
-    Place PlaceOf(std::string_view name);
+    Position PositionOf(std::string_view name);
     std::optional<uint64_t> Find(std::string_view name) const;
     uint64_t Make(std::string_view name, const Node& node, std::string_view target);
     const Member& MemberAt(uint64_t node) const;

@@ -10,7 +10,7 @@ namespace images::erofs {
 
 namespace {
 
-constexpr uint64_t kUnit = 32;  // an inode's number is its place divided by this
+constexpr uint64_t kUnit = 32;  // an inode's number is its offset divided by this
 constexpr size_t kCompactSize = 32;
 constexpr size_t kExtendedSize = 64;
 
@@ -23,7 +23,7 @@ constexpr unsigned kKnownFormat = 0x1F;
 
 constexpr uint32_t kNanoseconds = 1'000'000'000;
 
-uint64_t Place(const Head& head, const Source& space, uint64_t id) {
+uint64_t OffsetOf(const Head& head, const Source& space, uint64_t id) {
     const uint64_t number = id & ~kInMetabox;
     const uint64_t first = (id & kInMetabox) != 0 ? 0 : head.inodes;
     if (number > space.size() / kUnit ||
@@ -50,9 +50,9 @@ void Fail(uint64_t id, const std::string& what) {
 }
 
 Inode ReadInode(const Head& head, const Source& space, uint64_t id) {
-    const uint64_t place = Place(head, space, id);
+    const uint64_t offset = OffsetOf(head, space, id);
     const std::string bytes =
-            ReadBytes(space, place, std::min<uint64_t>(kExtendedSize, space.size() - place));
+            ReadBytes(space, offset, std::min<uint64_t>(kExtendedSize, space.size() - offset));
     const unsigned format = Little16(bytes, 0);
     const bool is_extended = (format & kExtended) != 0;
     if (is_extended && bytes.size() < kExtendedSize) Fail(id, "beyond the end of the inodes");
@@ -81,7 +81,7 @@ Inode ReadInode(const Head& head, const Source& space, uint64_t id) {
 
     const uint16_t labels = Little16(bytes, 2);
     const uint64_t labels_size = labels == 0 ? 0 : 12 + 4 * (uint64_t{labels} - 1);
-    inode.end = place + (is_extended ? kExtendedSize : kCompactSize) + labels_size;
+    inode.end = offset + (is_extended ? kExtendedSize : kCompactSize) + labels_size;
     if (inode.end > space.size()) Fail(id, "attributes beyond the end of the inodes");
     if (!HasData(inode.mode)) return inode;
 

@@ -69,18 +69,18 @@ class Tar : public Archive {
 
     std::unique_ptr<Source> Content(uint64_t file) const override {
         const uint64_t size = tree_.File(file).size;
-        const Place& place = places_.at(file);
-        if (!place.is_sparse) {
+        const Location& location = locations_.at(file);
+        if (!location.is_sparse) {
             auto data = std::make_unique<ExtentSource>(tar_);
-            data->AddPart(size, place.data);
+            data->AddPart(size, location.data);
             return data;
         }
-        return std::make_unique<SpooledStream>(std::make_unique<MemberData>(tar_, place.header),
+        return std::make_unique<SpooledStream>(std::make_unique<MemberData>(tar_, location.header),
                                                spool_, size);
     }
 
   private:
-    struct Place {
+    struct Location {
         uint64_t header;
         uint64_t data;
         bool is_sparse;
@@ -116,13 +116,14 @@ class Tar : public Archive {
         const char* target = archive_entry_symlink(entry);
         const uint64_t added = tree_.Add(name, node, target == nullptr ? "" : target);
         if (!S_ISREG(node.mode)) return;
-        places_[added] = {archive.header(), archive.data(), archive_entry_sparse_count(entry) > 0};
+        locations_[added] = {archive.header(), archive.data(),
+                             archive_entry_sparse_count(entry) > 0};
     }
 
     const Source& tar_;
     Spool* spool_;
     MemberTree tree_;
-    std::map<uint64_t, Place> places_;
+    std::map<uint64_t, Location> locations_;
 };
 
 }  // namespace

@@ -262,7 +262,7 @@ class Zip : public Archive {
     }
 
   private:
-    struct Place {
+    struct Location {
         uint64_t index;
         bool is_stored;
     };
@@ -295,7 +295,7 @@ class Zip : public Archive {
         node.seconds = status.mtime;
         const uint64_t added = tree_.Add(name, node);
         if (S_ISREG(node.mode) || S_ISLNK(node.mode)) {
-            places_[added] = {index, status.comp_method == ZIP_CM_STORE};
+            locations_[added] = {index, status.comp_method == ZIP_CM_STORE};
         }
     }
 
@@ -313,26 +313,27 @@ class Zip : public Archive {
     }
 
     std::unique_ptr<Source> MemberContent(uint64_t node) const {
-        const Place& place = places_.at(node);
+        const Location& location = locations_.at(node);
         const std::string& name = tree_.NameOf(node);
         const uint64_t size = tree_.Look(node).size;
         constexpr uint64_t kSmall = 1 << 20;
         const OpenedZip zip = {zip_, bytes_};
         if (size <= kSmall) {
-            return std::make_unique<SmallMember>(PackedMember(zip, place.index, name, size), size);
+            return std::make_unique<SmallMember>(PackedMember(zip, location.index, name, size),
+                                                 size);
         }
-        if (place.is_stored) {
-            return std::make_unique<StoredMember>(zip, place.index, name, size);
+        if (location.is_stored) {
+            return std::make_unique<StoredMember>(zip, location.index, name, size);
         }
         return std::make_unique<SpooledStream>(
-                std::make_unique<PackedMember>(zip, place.index, name, size), spool_, size);
+                std::make_unique<PackedMember>(zip, location.index, name, size), spool_, size);
     }
 
     Bytes bytes_;
     Spool* spool_;
     zip_t* zip_ = nullptr;
     MemberTree tree_;
-    std::map<uint64_t, Place> places_;
+    std::map<uint64_t, Location> locations_;
     mutable std::unique_ptr<Source> kept_;
     mutable uint64_t kept_file_ = 0;
 };

@@ -1,4 +1,4 @@
-// What the names of firmware files say of their content.
+// What the names of firmware files reveal of their content.
 
 #pragma once
 
@@ -40,7 +40,7 @@ inline constexpr char kPayload[] = "payload.bin";
 // The directory of target files that images lie in.
 inline constexpr char kImagesDirectory[] = "IMAGES";
 
-// What the name of a file says of its content.
+// What the name of a file reveals of its content.
 struct FileName {
     std::string image = "";              // such as "my_region_a"; empty if it is no image
     std::optional<int> part = {};        // the part's number, of a split image

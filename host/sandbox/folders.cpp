@@ -96,9 +96,9 @@ std::shared_ptr<const Tree> Folders::TreeOf(const ImageName& name,
                                             std::unique_ptr<images::FileSystem> files) const {
     return std::make_shared<ImageTree>(
             std::move(files), nothing_,
-            [tell = on_damage_, image = name.path](const std::string& path,
-                                                   const std::string& what) {
-                tell(image + ": " + (path.empty() ? "/" : path) + ": " + what);
+            [report = on_damage_, image = name.path](const std::string& path,
+                                                     const std::string& what) {
+                report(image + ": " + (path.empty() ? "/" : path) + ": " + what);
             });
 }
 
@@ -107,11 +107,11 @@ std::shared_ptr<const Tree> Folders::DamagedTree(const ImageName& name,
     const auto open = [what]() -> std::unique_ptr<images::FileSystem> {
         throw images::Damage(what);
     };
-    return std::make_shared<ImageTree>(
-            OpenedLater(open), nothing_,
-            [tell = on_damage_, image = name.path](const std::string&, const std::string& damage) {
-                tell(image + ": " + damage);
-            });
+    return std::make_shared<ImageTree>(OpenedLater(open), nothing_,
+                                       [report = on_damage_, image = name.path](
+                                               const std::string&, const std::string& damage) {
+                                           report(image + ": " + damage);
+                                       });
 }
 
 bool IsDirectory(const Tree& tree, const std::string& path) {

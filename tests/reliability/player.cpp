@@ -48,7 +48,7 @@ struct Messages {
 
 Messages* g_messages = nullptr;
 
-void Tell(char kind, const std::string& text) {
+void Record(char kind, const std::string& text) {
     static std::mutex mutex;
     std::lock_guard<std::mutex> lock(mutex);
     if (g_messages->size + text.size() + 2 > sizeof(g_messages->text)) abort();
@@ -58,32 +58,32 @@ void Tell(char kind, const std::string& text) {
 }
 
 void OnProperties(int mode, PropertyMap properties) {
-    Tell('e', "callback " + std::to_string(mode));
+    Record('e', "callback " + std::to_string(mode));
     for (const auto& [name, value] : properties) {
         platform::StoreProperty(name, value);
-        Tell('v', "callback " + std::to_string(mode) + " " + name + "=" + value);
-        if (android::base::StartsWith(name, "persist.")) Tell('p', name + "=" + value);
+        Record('v', "callback " + std::to_string(mode) + " " + name + "=" + value);
+        if (android::base::StartsWith(name, "persist.")) Record('p', name + "=" + value);
     }
 }
 
 void OnLog(android::base::LogId, android::base::LogSeverity severity, const char*, const char*,
            unsigned, const char* message) {
     if (severity >= android::base::INFO)
-        Tell('e', "VDIWEFF"[severity] + (" " + std::string(message)));
+        Record('e', "VDIWEFF"[severity] + (" " + std::string(message)));
 }
 
 // Reports the library's requests to the system that are not about files.
 class Requests : public platform::Observer {
     void OnMount(const char* source, const char* target, unsigned long flags, int result,
                  int) override {
-        Tell('e', android::base::StringPrintf("mount %s on %s, flags %lu: %d", source, target,
-                                              flags, result));
+        Record('e', android::base::StringPrintf("mount %s on %s, flags %lu: %d", source, target,
+                                                flags, result));
     }
     void OnPropertySet(const std::string& name, const std::string& value) override {
-        Tell('e', "set " + name + "=" + value);
+        Record('e', "set " + name + "=" + value);
     }
     void OnRestorecon(const char* path, unsigned int flags, int result) override {
-        Tell('e', android::base::StringPrintf("label %s, flags %u: %d", path, flags, result));
+        Record('e', android::base::StringPrintf("label %s, flags %u: %d", path, flags, result));
     }
 };
 
@@ -114,7 +114,7 @@ void PlaySteps(const Life& life) {
         try {
             step.kind->perform({extension, &early, OnProperties}, step.argument);
         } catch (const std::system_error& error) {
-            Tell('v', error.what());
+            Record('v', error.what());
             break;
         }
         EndBindThread();
@@ -137,12 +137,12 @@ void PlayInit(const Life& life, const faults::Fault& fault, const PropertyMap& p
     PlaySteps(life);
     platform::SetObserver(nullptr);
     for (const faults::Call& call : faults::Disarm()) {
-        Tell('c', call.name + "\t" + call.path + "\t" + (call.writes ? "w" : "") + "\t" +
-                          (call.succeeded ? "s" : ""));
+        Record('c', call.name + "\t" + call.path + "\t" + (call.writes ? "w" : "") + "\t" +
+                            (call.succeeded ? "s" : ""));
     }
-    if (OpenDescriptors() != before) Tell('e', "a descriptor is left open"), abort();
+    if (OpenDescriptors() != before) Record('e', "a descriptor is left open"), abort();
     for (const auto& [name, value] : platform::AllProperties()) {
-        if (name != kRequest) Tell('v', name + "=" + value);
+        if (name != kRequest) Record('v', name + "=" + value);
     }
 }
 

@@ -10,7 +10,7 @@ namespace extprop {
 inline constexpr char kLibrary[] = "libtesvoextproperty.so";
 
 // Returns the library's functions on the calling thread's stack, innermost first; a function that
-// calls itself stands there once. Functions with internal linkage have no name and are left out.
+// calls itself is listed once. Functions with internal linkage have no name and are left out.
 std::vector<std::string> CallChain();
 
 }  // namespace extprop

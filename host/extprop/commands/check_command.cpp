@@ -16,7 +16,7 @@
 #include "output/documents.h"
 #include "output/junit.h"
 #include "output/markdown.h"
-#include "output/tell.h"
+#include "output/standard_error.h"
 #include "output/text.h"
 #include "printable.h"
 
@@ -62,8 +62,8 @@ ExitStatus Record(const std::string& device, const std::string& file,
     CheckReadable(matrix.root());
     for (const SummaryVariant& variant : summary.variants) {
         if (!variant.failure) continue;
-        Tell("nothing is recorded; " + VariantText(variant.variant) + ": " +
-             FailureText(*variant.failure));
+        PrintMessage("nothing is recorded; " + VariantText(variant.variant) + ": " +
+                     FailureText(*variant.failure));
         return kLibraryFailed;
     }
     WriteOutput(file, InputsOf(device, arguments), RecordedExpectations(summary, arguments.steps));
@@ -80,7 +80,7 @@ PhoneVariant VariantOf(const Phone& phone, BootOptions* options) {
     PreparedDevice device(*options);
     PhoneVariant is = FindPhoneVariant(phone, *options, &device);
     PrintNotes(is.notes);
-    for (const MissingValue& missing : is.missing) Tell("note: " + WarningText(missing));
+    for (const MissingValue& missing : is.missing) PrintMessage("note: " + WarningText(missing));
     Add({{}, is.stored, {}}, options);
     return is;
 }

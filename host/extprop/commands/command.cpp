@@ -6,7 +6,7 @@
 #include <iostream>
 #include <set>
 
-#include "output/tell.h"
+#include "output/standard_error.h"
 #include "output/text.h"
 
 namespace extprop {
@@ -16,16 +16,16 @@ CommandLine LineOf(const Command& command) {
 }
 
 void PrintNotes(const std::vector<std::string>& notes) {
-    static std::set<std::string> told;
+    static std::set<std::string> printed;
     for (const std::string& note : notes) {
-        if (told.insert(note).second) Tell("note: " + note);
+        if (printed.insert(note).second) PrintMessage("note: " + note);
     }
 }
 
 ExitStatus Warn(const Report& report) {
     PrintNotes(report.notes);
     if (!report.failure) return kDone;
-    Tell(FailureText(*report.failure));
+    PrintMessage(FailureText(*report.failure));
     return kLibraryFailed;
 }
 

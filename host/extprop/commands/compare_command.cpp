@@ -9,7 +9,7 @@
 #include "output/compare_text.h"
 #include "output/documents.h"
 #include "output/page.h"
-#include "output/tell.h"
+#include "output/standard_error.h"
 
 namespace extprop {
 
@@ -57,7 +57,7 @@ ExitStatus RunCompare(const Command& command, const std::vector<std::string>& wo
     }
     if (status != kDone) return status;
     for (const std::string& pattern : comparison.unknown) {
-        Tell("neither the phone nor the device's boot has '" + pattern + "'");
+        PrintMessage("neither the phone nor the device's boot has '" + pattern + "'");
     }
     if (!comparison.unknown.empty()) return kBadInput;
     return comparison.is_alike() ? kDone : kFound;

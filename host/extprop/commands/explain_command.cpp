@@ -8,7 +8,7 @@
 #include "named_file.h"
 #include "output/documents.h"
 #include "output/page.h"
-#include "output/tell.h"
+#include "output/standard_error.h"
 #include "output/text.h"
 
 namespace extprop {
@@ -59,8 +59,8 @@ ExitStatus RunExplain(const Command& command, const std::vector<std::string>& wo
         std::cout << ExplanationText(explanation, WantColours(), verbose);
     }
     for (size_t i = 0; i < explanation.unknown.size(); ++i) {
-        Tell("no property file or step has '" + explanation.unknown[i] + "'" +
-             explanation.hints[i]);
+        PrintMessage("no property file or step has '" + explanation.unknown[i] + "'" +
+                     explanation.hints[i]);
     }
     return status == kDone && !explanation.unknown.empty() ? kBadInput : status;
 }

@@ -23,7 +23,7 @@
 #include "output/markdown.h"
 #include "output/matrix_text.h"
 #include "output/page.h"
-#include "output/tell.h"
+#include "output/standard_error.h"
 #include "printable.h"
 
 namespace extprop {
@@ -85,7 +85,7 @@ bool IsWanted(const std::string& name, const std::optional<std::string>& value,
 }
 
 // Removes the values that are not wanted, and properties without any left.
-void KeepWanted(const std::vector<WantedValue>& wanted, Summary* summary) {
+void KeepMatchingValues(const std::vector<WantedValue>& wanted, Summary* summary) {
     auto& properties = summary->properties;
     for (SummaryProperty& property : properties) {
         auto& values = property.values;
@@ -136,7 +136,7 @@ std::optional<Shard> KeepShard(const std::string& words, std::vector<Variant>* v
 
 // Reports the names and values that no variant has, and returns whether there are any. `all` is the
 // summary of all properties with all values.
-bool TellUnknown(const MatrixArguments& arguments, const Summary& all) {
+bool ReportUnknown(const MatrixArguments& arguments, const Summary& all) {
     std::vector<std::string> names;
     std::map<std::string, std::string> name_of;  // by value
     for (const SummaryProperty& property : all.properties) {
@@ -150,10 +150,10 @@ bool TellUnknown(const MatrixArguments& arguments, const Summary& all) {
         std::string text = "no variant has a property " + Quoted(pattern);
         const std::string hint = HintOf(pattern, names, name_of);
         if (hint.empty()) text += ", and there is no such file or directory";
-        Tell(text + hint);
+        PrintMessage(text + hint);
     }
     bool has_unknown = !unknown.empty();
-    std::set<std::string> told;
+    std::set<std::string> reported;
     for (const WantedValue& wanted : arguments.values) {
         std::set<std::string> values;
         bool is_known = false;
@@ -164,11 +164,11 @@ bool TellUnknown(const MatrixArguments& arguments, const Summary& all) {
                 is_known |= value.value == wanted.value;
             }
         }
-        if (is_known || values.empty() || !told.insert(wanted.value).second) continue;
+        if (is_known || values.empty() || !reported.insert(wanted.value).second) continue;
         constexpr size_t kNear = 2;
         std::string text = "no variant has the value " + Quoted(wanted.value);
         if (wanted.pattern != kEverything) text += " of " + wanted.pattern;
-        Tell(text + SuggestionOf(wanted.value, {values.begin(), values.end()}, kNear));
+        PrintMessage(text + SuggestionOf(wanted.value, {values.begin(), values.end()}, kNear));
         has_unknown = true;
     }
     return has_unknown;
@@ -194,7 +194,7 @@ ExitStatus Print(const Summary& summary, const MatrixArguments& arguments,
     for (const SummaryProperty& property : summary.properties) names.push_back(property.name);
     // Summarizing all properties takes long; nothing can be unknown where every name is found.
     if (arguments.values.empty() && Unmatched(arguments.names, names).empty()) return kDone;
-    return TellUnknown(arguments, all()) ? kBadInput : kDone;
+    return ReportUnknown(arguments, all()) ? kBadInput : kDone;
 }
 
 ExitStatus Merge(MatrixArguments arguments) {
@@ -203,7 +203,7 @@ ExitStatus Merge(MatrixArguments arguments) {
     for (const std::string& word : arguments.words) AddName(word, &arguments);
     FinishNames(&arguments);
     Summary summary = merger.Summarize(arguments.names);
-    KeepWanted(arguments.values, &summary);
+    KeepMatchingValues(arguments.values, &summary);
     return Print(summary, arguments, [&] { return merger.Summarize({kEverything}); });
 }
 
@@ -266,7 +266,7 @@ ExitStatus Show(const MatrixArguments& arguments) {
         if (auto found = matrix.FindDeadPlaces()) {
             dead = std::move(*found);
         } else {
-            Tell(std::string("what no variant and no step reads is unknown: ") + kStopped);
+            PrintMessage(std::string("what no variant and no step reads is unknown: ") + kStopped);
         }
     }
     const LineWriter writer(matrix.base().properties);
@@ -275,7 +275,7 @@ ExitStatus Show(const MatrixArguments& arguments) {
                 if (arguments.json) std::cout << writer.Line(variant, outcome) << std::flush;
             });
     Summary summary = collector.Summarize(arguments.names);
-    KeepWanted(arguments.values, &summary);
+    KeepMatchingValues(arguments.values, &summary);
     summary.device = matrix.device();
     summary.shard = shard;
     if (shard && arguments.names.empty()) summary.same = collector.SameEverywhere(summary);

@@ -8,7 +8,7 @@
 
 #include "coverage/workers.h"
 #include "input_error.h"
-#include "output/tell.h"
+#include "output/standard_error.h"
 
 namespace extprop {
 
@@ -106,10 +106,10 @@ void BootWithProgress(Matrix* matrix, const std::vector<Variant>& variants,
 }
 
 Collector Collect(Matrix* matrix, const std::vector<Variant>& variants,
-                  const std::function<void(const Variant&, const Outcome&)>& tell) {
+                  const std::function<void(const Variant&, const Outcome&)>& on_outcome) {
     Collector collector(matrix->base().properties);
     BootWithProgress(matrix, variants, [&](size_t number, Outcome outcome) {
-        if (tell) tell(variants[number], outcome);
+        if (on_outcome) on_outcome(variants[number], outcome);
         collector.Add(variants[number], std::move(outcome));
     });
     return collector;

@@ -34,9 +34,9 @@ void CheckSomeAreLeft(size_t variants, const ChoiceArguments& arguments);
 void BootWithProgress(Matrix* matrix, const std::vector<Variant>& variants,
                       const std::function<void(size_t, Outcome)>& done);
 
-// Boots as above and collects the outcomes. If set, `tell` is called with each outcome first.
+// Boots as above and collects the outcomes. If set, `on_outcome` is called with each outcome first.
 Collector Collect(Matrix* matrix, const std::vector<Variant>& variants,
-                  const std::function<void(const Variant&, const Outcome&)>& tell = nullptr);
+                  const std::function<void(const Variant&, const Outcome&)>& on_outcome = nullptr);
 
 // Puts the origins of the summary's values into the summary.
 void FindOrigins(Matrix* matrix, Summary* summary);

@@ -34,7 +34,7 @@ class Coverage {
   public:
     // Boots the prepared device and its variants, `jobs` at a time. All changes in the device's
     // copy-on-write layer are discarded. Throws std::runtime_error if the library crashes or hangs
-    // while it reads the files that say which variants there are.
+    // while it reads the files that determine the variants.
     Coverage(PreparedDevice* device, const BootOptions& options, const Survey& survey, int jobs);
 
     // Returns all boots, in the order in which they were made, beginning with the device as it is.

@@ -71,7 +71,7 @@ class Finder {
             const bool is_covered = std::any_of(
                     bind_points_.begin(), bind_points_.end(),
                     [&](const std::string& point) { return StartsWith(file.path, point); });
-            if (!is_covered) Place(file);
+            if (!is_covered) Classify(file);
         }
         std::vector<DeadPlace> places;
         for (auto& entry : places_) places.push_back(std::move(entry.second));
@@ -139,19 +139,19 @@ class Finder {
         places_.try_emplace(path, DeadPlace{kind, path, reason});
     }
 
-    void Place(const SurveyedFile& file) {
+    void Classify(const SurveyedFile& file) {
         const std::string& path = file.path;
         const std::string partition = PartitionOf(path);
         const PartitionKind kind = KindOfPartition(partition);
         const bool is_known = kind.kind == PartitionKind::kKnown;
         if (kind.kind == PartitionKind::kSystems) {
-            PlaceNearKeyFile(path);
+            ClassifyNearKeyFile(path);
         } else if (!is_known && live_directories_.count(partition) == 0) {
-            PlaceOnOtherPartition(path, partition, kind);
+            ClassifyOnOtherPartition(path, partition, kind);
         } else if (paths_.count(kVendor + path) != 0) {
             // The same file below /mnt/vendor is reported there.
         } else if (const std::string root = RootOf(path); !root.empty()) {
-            PlaceBelowRoot(file, root);
+            ClassifyBelowRoot(file, root);
         } else if (is_known && live_directories_.count(partition) == 0) {
             Add(DeadKind::kUnknownPartition, partition,
                 "the library reads " + Quoted(kVendor + partition) +
@@ -163,7 +163,7 @@ class Finder {
     }
 
     // A directory with key files may hold other files, so only nearly right names are reported.
-    void PlaceNearKeyFile(const std::string& path) {
+    void ClassifyNearKeyFile(const std::string& path) {
         constexpr size_t kNear = 2;
         std::vector<std::string> names;
         for (const FixedFile& file : FixedFiles()) {
@@ -176,8 +176,8 @@ class Finder {
         }
     }
 
-    void PlaceOnOtherPartition(const std::string& path, const std::string& partition,
-                               const PartitionKind& kind) {
+    void ClassifyOnOtherPartition(const std::string& path, const std::string& partition,
+                                  const PartitionKind& kind) {
         if (kind.kind == PartitionKind::kMisspelt) {
             Add(DeadKind::kMisspeltPartition, partition,
                 "the library reads no partition of this name" + Suggestion(kind.nearest));
@@ -195,13 +195,13 @@ class Finder {
         return directory == "/" ? "" : directory;
     }
 
-    void PlaceBelowRoot(const SurveyedFile& file, const std::string& root) {
+    void ClassifyBelowRoot(const SurveyedFile& file, const std::string& root) {
         const std::vector<std::string> below = Split(file.path.substr(root.size() + 1), "/");
         if (IsOfSwitchKey(file.path) && !EndsWith(file.path, ".prop")) {
             Add(DeadKind::kSkippedFile, file.path, kOnlyPropFiles);
         } else if (below[0] == kKeysDirectory) {
-            PlaceInProperties(file.path, root + "/" + kKeysDirectory,
-                              {below.begin() + 1, below.end()});
+            ClassifyInProperties(file.path, root + "/" + kKeysDirectory,
+                                 {below.begin() + 1, below.end()});
         } else if (const size_t keys = file.path.find(std::string("/") + kKeysDirectory + "/");
                    IsOfSwitchKey(file.path)) {
             const std::string searched = file.path.substr(0, keys);
@@ -214,7 +214,7 @@ class Finder {
             Add(DeadKind::kMisspeltProperties, root + "/" + below[0],
                 "the library looks for the switch keys' directories in 'properties', not here");
         } else {
-            PlaceUnread(file.path, root, below);
+            ClassifyUnread(file.path, root, below);
         }
     }
 
@@ -227,8 +227,8 @@ class Finder {
     }
 
     // `below` should be KEY/KIND/FILE.
-    void PlaceInProperties(const std::string& path, const std::string& properties,
-                           const std::vector<std::string>& below) {
+    void ClassifyInProperties(const std::string& path, const std::string& properties,
+                              const std::vector<std::string>& below) {
         // If another file of the directory is read, this file itself is reported.
         const bool is_live = live_directories_.count(Dirname(path)) != 0;
         const std::string directory = is_live ? path : Dirname(path);
@@ -265,8 +265,8 @@ class Finder {
         }
     }
 
-    void PlaceUnread(const std::string& path, const std::string& root,
-                     const std::vector<std::string>& below) {
+    void ClassifyUnread(const std::string& path, const std::string& root,
+                        const std::vector<std::string>& below) {
         const std::string& name = below.back();
         if (name == kBuildProp) {
             Add(DeadKind::kUnreadFile, path,

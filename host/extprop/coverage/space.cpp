@@ -99,7 +99,7 @@ class SpaceFinder {
     void AddRoots(const std::vector<std::string>& roots, const Variant& variant) {
         for (const std::string& root : roots) {
             const auto path = RealPath(root, true);
-            if (!path || !IsDirectory(*path) || !known_.insert(*path).second) continue;
+            if (!path || !IsDirectory(*path) || !listed_.insert(*path).second) continue;
             space_.roots.push_back({*path, variant});
         }
     }
@@ -126,7 +126,7 @@ class SpaceFinder {
     }
 
     VariantSpace space_;
-    std::set<std::string> known_;
+    std::set<std::string> listed_;
 };
 
 // For the date of a company image and an operator pair, of which any value has the effect.

@@ -49,14 +49,14 @@ PropertyMap LoadedFrom(const std::string& path) {
 
 void ForEachKeyDirectory(const std::string& root,
                          const std::function<void(size_t index, const std::string& key,
-                                                  const std::string& directory)>& tell) {
+                                                  const std::string& directory)>& visit) {
     const std::function<void(const std::string&)> look = [&](const std::string& key) {
         if (std::count(key.begin(), key.end(), '/') >= kDeepestKey) return;
         const std::string directory = root + "/" + kKeysDirectory + (key.empty() ? "" : "/" + key);
         for (const DirectoryEntry& entry : EntriesIn(directory)) {
             if (!entry.is_directory) continue;
             for (size_t i = 0; i < SwitchKeys().size() && !key.empty(); ++i) {
-                if (entry.name == SwitchKeys()[i].leaf) tell(i, key, directory + "/" + entry.name);
+                if (entry.name == SwitchKeys()[i].leaf) visit(i, key, directory + "/" + entry.name);
             }
             look(key.empty() ? entry.name : key + "/" + entry.name);
         }

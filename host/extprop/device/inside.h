@@ -28,6 +28,6 @@ PropertyMap LoadedFrom(const std::string& path);
 // the key and the directory.
 void ForEachKeyDirectory(const std::string& root,
                          const std::function<void(size_t index, const std::string& key,
-                                                  const std::string& directory)>& tell);
+                                                  const std::string& directory)>& visit);
 
 }  // namespace extprop

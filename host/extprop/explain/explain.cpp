@@ -105,7 +105,7 @@ void AskCoverage(const std::vector<std::pair<std::string, Origin*>>& unloaded,
 
 // Puts the failure as the reason into the origins whose fate it leaves unknown: what the failing
 // step loaded, and what the boot did not reach.
-void SayWhatWasLost(const BootFailure& failure, Explanation* explanation) {
+void AddFailureReasons(const BootFailure& failure, Explanation* explanation) {
     for (ExplainedProperty& property : explanation->properties) {
         for (Origin& origin : property.origins) {
             if (origin.fate == Fate::kNotHandedOn && origin.step == failure.step) {
@@ -248,7 +248,7 @@ Explanation ExplainValues(PreparedDevice* device, const BootOptions& options,
     } else {
         report->notes.push_back("lines of files that were not loaded are not listed: " + why_none);
     }
-    if (report->failure) SayWhatWasLost(*report->failure, &explanation);
+    if (report->failure) AddFailureReasons(*report->failure, &explanation);
     return explanation;
 }
 
@@ -319,7 +319,7 @@ std::string OriginText(const Origin& origin) {
         text += separator + operation;
         separator = " < ";
     }
-    if (const std::string from = MadeOfText(origin); !from.empty()) text += " from " + from;
+    if (const std::string from = DerivedFromText(origin); !from.empty()) text += " from " + from;
     return text;
 }
 
@@ -347,7 +347,7 @@ bool IsMadeOf(const std::string& value, const std::string& input) {
 
 }  // namespace
 
-std::string MadeOfText(const Origin& origin) {
+std::string DerivedFromText(const Origin& origin) {
     std::string text;
     std::set<std::string> places;
     for (const OperationInput& input : origin.inputs) {
@@ -360,11 +360,11 @@ std::string MadeOfText(const Origin& origin) {
 
 std::string InputsText(const std::vector<OperationInput>& inputs) {
     std::string text;
-    std::set<std::string> told;
+    std::set<std::string> seen;
     for (const OperationInput& input : inputs) {
         std::string each = input.name + (input.value.empty() ? " unset" : "=" + input.value);
         if (input.file && *input.file != input.name) each += " (" + PlaceText(input) + ")";
-        if (told.insert(each).second) text += (text.empty() ? "" : ", ") + each;
+        if (seen.insert(each).second) text += (text.empty() ? "" : ", ") + each;
     }
     return text;
 }

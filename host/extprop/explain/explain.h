@@ -48,8 +48,8 @@ Explanation Explain(const BootOptions& options, const std::vector<std::string>& 
 std::string HintOf(const std::string& word, const std::vector<std::string>& names,
                    const std::map<std::string, std::string>& name_of);
 
-// Does the same with a device that is prepared with the options. Coverage looks only for what loads
-// those of the lines that did not load for which `is_asked` returns true.
+// Does the same as Explain() above with a device that is prepared with the options. Coverage looks
+// only for what loads those of the lines that did not load for which `is_asked` returns true.
 using IsAsked = std::function<bool(const ExplainedProperty& property, const Origin& line)>;
 Explanation Explain(PreparedDevice* device, const BootOptions& options,
                     const std::vector<std::string>& patterns, const IsAsked& is_asked,
@@ -59,7 +59,7 @@ Explanation Explain(PreparedDevice* device, const BootOptions& options,
 std::string OriginText(const Origin& origin);
 
 // Returns what an operation derived the value from, such as "/odm/etc/a.cfg:2 and ro.x", or "".
-std::string MadeOfText(const Origin& origin);
+std::string DerivedFromText(const Origin& origin);
 
 // Returns what an operation read, such as "ROM=256 (/odm/etc/a.cfg:1)".
 std::string InputsText(const std::vector<OperationInput>& inputs);

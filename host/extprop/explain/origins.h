@@ -76,7 +76,7 @@ class Tracer : public BootListener {
     // Returns, by the innermost function, what operations read that then set no property.
     const std::map<std::string, std::vector<OperationInput>>& idle() const { return idle_; }
 
-    // Returns the origins so far. Each line of a file stands there once, with its most important
+    // Returns the origins so far. Each line of a file is listed once, with its most important
     // fate.
     extprop::Origins Origins() const;
 

@@ -1,4 +1,4 @@
-// Allowances: comments that say that a finding is meant, "# extprop: allow RULE[, RULE]: reason".
+// Allowances: comments that allow findings, "# extprop: allow RULE[, RULE]: reason".
 
 #include <algorithm>
 #include <set>

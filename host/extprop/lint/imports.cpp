@@ -30,7 +30,7 @@ constexpr const Rule& kLateReference = RuleNamed("late-reference");
 constexpr const Rule& kIdleFilter = RuleNamed("idle-filter");
 constexpr const Rule& kImportMultiplies = RuleNamed("import-multiplies");
 
-// So many loads of one file are hardly meant.
+// So many loads of one file are hardly intended.
 constexpr uint64_t kManyLoads = 100;
 
 // How many choices of values are expanded.

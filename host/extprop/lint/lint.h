@@ -12,7 +12,7 @@
 namespace extprop {
 
 enum class Severity {
-    kWarning,  // does harm on some phones, or may be meant
+    kWarning,  // does harm on some phones, or may be intended
     kError,    // something is certainly lost or broken
 };
 

@@ -10,7 +10,7 @@
 
 namespace extprop {
 
-// Return a text that is no longer than the services accept, and that says what it leaves out.
+// Return a text that is no longer than the services accept, and that counts what it leaves out.
 std::string MatrixMarkdown(const MatrixDifference& difference);
 std::string CheckMarkdown(const CheckResult& result);
 

@@ -110,20 +110,20 @@ json Invocation(const std::vector<Finding>& left_out) {
 
 json SarifLog(const std::vector<Finding>& findings, const SourceRoot& root,
               const std::string& category) {
-    std::vector<Finding> told = findings;
+    std::vector<Finding> listed = findings;
     std::vector<Finding> left_out;
-    if (told.size() > kMostResults) {
-        std::stable_partition(told.begin(), told.end(), [](const Finding& finding) {
+    if (listed.size() > kMostResults) {
+        std::stable_partition(listed.begin(), listed.end(), [](const Finding& finding) {
             return finding.severity == Severity::kError;
         });
-        left_out.assign(told.begin() + kMostResults, told.end());
-        told.resize(kMostResults);
+        left_out.assign(listed.begin() + kMostResults, listed.end());
+        listed.resize(kMostResults);
     }
     json rules = json::array();
     for (const Rule& rule : kRules) rules.push_back(RuleObject(rule));
     json results = json::array();
     const ResultWriter writer(root);
-    for (const Finding& finding : told) results.push_back(writer.Result(finding));
+    for (const Finding& finding : listed) results.push_back(writer.Result(finding));
 
     json run = {{"tool",
                  {{"driver",

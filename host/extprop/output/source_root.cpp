@@ -37,15 +37,15 @@ SourceRoot::SourceRoot(const std::string& device) {
     const fs::path root = WorkTreeOf(path);
     is_device_ = root.empty();
     directory_ = is_device_ ? path : root;
-    Place(device);
+    SetDevice(device);
 }
 
 SourceRoot::SourceRoot(const std::string& device, const std::string& root)
         : directory_(Canonical(root)) {
-    Place(device);
+    SetDevice(device);
 }
 
-void SourceRoot::Place(const std::string& device) {
+void SourceRoot::SetDevice(const std::string& device) {
     const fs::path below = Canonical(device).lexically_relative(directory_);
     if (below.empty() || *below.begin() == "..") {
         throw InputError(device + ": this does not lie in the source root " + directory_);

@@ -25,7 +25,7 @@ class SourceRoot {
     std::string PathTo(const std::string& path) const;
 
   private:
-    void Place(const std::string& device);
+    void SetDevice(const std::string& device);
 
     std::string directory_;
     std::string device_;  // relative, with a slash at its end unless it is the root

@@ -1,4 +1,4 @@
-#include "output/tell.h"
+#include "output/standard_error.h"
 
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 
 namespace extprop {
 
-void Tell(std::string_view text) {
+void PrintMessage(std::string_view text) {
     constexpr size_t kMost = 4096;  // of a line; more would only hide earlier messages
     std::string line = Printable(text.substr(0, kMost));
     if (text.size() > kMost) line += "...";

@@ -8,7 +8,7 @@
 namespace extprop {
 
 // Prints the text on one printable line that begins with the tool's name.
-void Tell(std::string_view text);
+void PrintMessage(std::string_view text);
 
 // A line that is shown until the next message or the end, if standard error is a terminal.
 class StatusLine {
