@@ -252,12 +252,12 @@ TEST_F(ImageReaderTest, DamageSaysWhereItWasMet) {
                       "\x06\x01"
                       "aname1",
                       "\x01\x01."),
-             "inode 2: the name '.' where it cannot be"},
+             "inode 2: the name '.' where it is not allowed"},
             {Replaced(plain,
                       "\x06\x01"
                       "aname1",
                       "\x02\x01.."),
-             "inode 2: the name '..' where it cannot be"},
+             "inode 2: the name '..' where it is not allowed"},
             {Replaced(plain,
                       "\x06\x01"
                       "aname1",
@@ -308,7 +308,8 @@ TEST_F(ImageReaderTest, DamageSaysWhereItWasMet) {
     const auto system = Open("damaged").Open(0);
     EXPECT_EQ(system->Read(Find(*system, "aname1"), 0, 1), "");
     for (const uint64_t node : {uint64_t{0}, uint64_t{99999}, UINT64_MAX}) {
-        EXPECT_THAT([&] { system->Look(node); }, ThrowsMessage<Damage>(HasSubstr("there is none")));
+        EXPECT_THAT([&] { system->Look(node); },
+                    ThrowsMessage<Damage>(HasSubstr("there is no such inode")));
         EXPECT_THROW(system->List(node), Damage);
         EXPECT_THROW(system->Read(node, 0, 1), Damage);
         EXPECT_THROW(system->Target(node), Damage);

@@ -50,7 +50,7 @@ class Erofs : public FileSystem {
     std::string Target(uint64_t link) const override {
         const auto data = Open(link, S_IFLNK, "not a symbolic link");
         if (data->size() == 0 || data->size() > kMostTarget) {
-            erofs::Fail(link, "length of a link's target");
+            erofs::Fail(link, "a link's target of a wrong length");
         }
         std::string target = ReadBytes(*data, 0, data->size());
         if (target.find('\0') != target.npos) {

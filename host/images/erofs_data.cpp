@@ -57,7 +57,7 @@ void Data::ReadInline(uint64_t offset, char* to, size_t size) const {
     const uint64_t block = inodes_.head().block_size();
     const uint64_t in_blocks = (inode_.size - 1) / block * block;
     if (inode_.end % block + (inode_.size - in_blocks) > block) {
-        Fail("inline data leave their block");
+        Fail("inline data that cross the end of a block");
     }
     const size_t first = offset < in_blocks ? std::min<uint64_t>(size, in_blocks - offset) : 0;
     if (first != 0) ReadBlocks(inode_.start, offset, to, first);
@@ -76,7 +76,7 @@ void Data::ReadChunks(uint64_t offset, char* to, size_t size) const {
     const uint64_t table = (inode_.end + width - 1) / width * width;
     const Source& space = inodes_.Space(inode_.id);
     if (!IsInside(table, (((inode_.size - 1) >> bits) + 1) * width, space.size())) {
-        Fail("the map ends after its space");
+        Fail("a map that ends after its data");
     }
     const uint64_t first = offset >> bits, last = (offset + size - 1) >> bits;
     const std::string entries = ReadBytes(space, table + first * width, (last - first + 1) * width);

@@ -58,7 +58,7 @@ uint32_t Checksum(std::string_view bytes) {
 
 void CheckChecksum(const Source& source, uint64_t block_size, uint32_t expected) {
     const uint64_t size = block_size > kPlace ? block_size - kPlace : block_size;
-    std::string bytes = ReadInside(source, kPlace, size, "what its checksum is for");
+    std::string bytes = ReadInside(source, kPlace, size, "the data of its checksum");
     bytes.replace(kChecksum, sizeof(uint32_t), sizeof(uint32_t), '\0');
     Require(Checksum(bytes) == expected, "wrong checksum");
 }
@@ -78,15 +78,17 @@ void ReadRecords(const Source& source, uint64_t place, Head* head) {
                 head->lzma_dictionary = Little32(record, 0);
                 Require(head->lzma_dictionary >= kLeastDictionary &&
                                 head->lzma_dictionary <= kMostDictionary,
-                        "dictionary size of " + name);
-                Require(Little16(record, 4) == 0, "format of " + name);
+                        "unsupported dictionary size of " + name);
+                Require(Little16(record, 4) == 0, "unsupported format of " + name);
                 break;
             case kDeflate:
-                Require(static_cast<uint8_t>(record[0]) <= kMostDeflateBits, "window of " + name);
+                Require(static_cast<uint8_t>(record[0]) <= kMostDeflateBits,
+                        "unsupported window of " + name);
                 break;
             case kZstd:
-                Require(record[0] == 0, "format of " + name);
-                Require(static_cast<uint8_t>(record[1]) <= kMostZstdBits, "window of " + name);
+                Require(record[0] == 0, "unsupported format of " + name);
+                Require(static_cast<uint8_t>(record[1]) <= kMostZstdBits,
+                        "unsupported window of " + name);
                 break;
             default:
                 break;
@@ -106,14 +108,14 @@ std::optional<Head> ReadHead(const Source& source) {
 
     Head head = {};
     head.block_bits = static_cast<uint8_t>(bytes[12]);
-    Require(head.block_bits >= 9 && head.block_bits <= 16, "block size");
+    Require(head.block_bits >= 9 && head.block_bits <= 16, "unsupported block size");
     if ((Little32(bytes, 8) & kHasChecksum) != 0) {
         CheckChecksum(source, head.block_size(), Little32(bytes, kChecksum));
     }
     const uint32_t features = Little32(bytes, 80);
     Require((features & ~kKnown) == 0, "unknown features " + std::to_string(features & ~kKnown));
     Require((features & kDevices) == 0 || Little16(bytes, 86) == 0, "data on other devices");
-    Require(bytes[90] == 0, "size of directory blocks");
+    Require(bytes[90] == 0, "unsupported size of directory blocks");
 
     head.inodes = uint64_t{Little32(bytes, 40)} << head.block_bits;
     head.seconds = static_cast<int64_t>(Little64(bytes, 24));
@@ -121,12 +123,12 @@ std::optional<Head> ReadHead(const Source& source) {
     const uint64_t root = (features & k48Bit) != 0 ? Little64(bytes, 112) : 0;
     head.root = root != 0 ? root : Little16(bytes, 14);
     head.packed = Little64(bytes, 96);
-    Require((head.packed & kInMetabox) == 0, "number of the packed inode");
+    Require((head.packed & kInMetabox) == 0, "wrong number of the packed inode");
     if ((features & kMetabox) != 0) {
         Require(size >= kSizeWithMetabox, "no number of the metabox inode");
         head.metabox = Little64(bytes, 128);
         Require(head.metabox != 0 && (head.metabox & kInMetabox) == 0,
-                "number of the metabox inode");
+                "wrong number of the metabox inode");
     }
 
     head.is_padded = (features & kPadding) != 0;

@@ -82,7 +82,7 @@ class MapReader {
     [[noreturn]] void Fail(const std::string& what) const { erofs::Fail(inode_.id, what); }
 
     std::string Bytes(uint64_t place, uint64_t size) const {
-        if (!IsInside(place, size, space_.size())) Fail("the map ends after its space");
+        if (!IsInside(place, size, space_.size())) Fail("a map that ends after its data");
         return ReadBytes(space_, place, size);
     }
 
@@ -133,7 +133,8 @@ class MapReader {
     // Indexes of two bytes start where a pack of them is aligned. Those of four bytes come before,
     // and after, for the rest that fills no such pack.
     std::vector<Index> ReadCompact(uint64_t count) {
-        if (head_.block_bits > kMostCompactBlockBits) Fail("compact indexes of such big blocks");
+        if (head_.block_bits > kMostCompactBlockBits)
+            Fail("compact indexes with blocks of this size");
         if (const unsigned big = advice_ & (kBig1 | kBig2); big == kBig1 || big == kBig2) {
             Fail("big clusters of one kind only");
         }
@@ -144,7 +145,7 @@ class MapReader {
             second = (count - aligned) / kTwoByte.fields * kTwoByte.fields;
         }
         if (second != 0 && head_.block_bits > kMostTwoByteBlockBits) {
-            Fail("indexes of two bytes for such big blocks");
+            Fail("indexes of two bytes with blocks of this size");
         }
         std::vector<Index> indexes;
         indexes.reserve(Up(count, 2));
@@ -210,7 +211,7 @@ class MapReader {
             const Index& index = indexes[i];
             if (index.type == Index::kNotHead) {
                 if ((index.low & kCount) != 0 && (advice_ & (kBig1 | kBig2)) == 0) {
-                    Fail("a count of blocks where none can be");
+                    Fail("a count of blocks where none is allowed");
                 }
                 continue;
             }
@@ -242,7 +243,7 @@ class MapReader {
             blocks = indexes[i + 1].low & ~kCount;
         }
         const uint64_t size = blocks << head_.block_bits;
-        if (size == 0 || size > limits::kErofsCompressed) Fail("count of an extent's blocks");
+        if (size == 0 || size > limits::kErofsCompressed) Fail("wrong count of an extent's blocks");
         extent.size = static_cast<uint32_t>(size);
         return extent;
     }
@@ -250,7 +251,7 @@ class MapReader {
     // The inline extent follows the indexes and must end in their block.
     Extent Inline(const std::vector<Index>& indexes, size_t i, uint16_t size) const {
         if (table_end_ % head_.block_size() + size > head_.block_size()) {
-            Fail("inline data leave their block");
+            Fail("inline data that cross the end of a block");
         }
         Extent extent = Coded(indexes, i);
         extent.place = table_end_;

@@ -202,7 +202,7 @@ void Ext4::Check(errcode_t error, const std::string& where) const {
 }
 
 Ext4::Inode Ext4::ReadInode(uint64_t node) const {
-    if (node == 0 || node > fs_->super->s_inodes_count) FailIn(node, "there is none");
+    if (node == 0 || node > fs_->super->s_inodes_count) FailIn(node, "there is no such inode");
     const auto number = static_cast<ext2_ino_t>(node);
     if (!ext2fs_group_desc_csum_verify(fs_, ext2fs_group_of_ino(fs_, number))) {
         FailIn(node, "its group's descriptor has a wrong checksum");
@@ -300,7 +300,7 @@ Node Ext4::Look(uint64_t number) const {
         // Two more bits of seconds, and the nanoseconds.
         node.seconds += static_cast<int64_t>(raw.i_mtime_extra & 3) << 32;
         node.nanoseconds = raw.i_mtime_extra >> 2;
-        if (node.nanoseconds >= 1'000'000'000) FailIn(number, "a time that cannot be");
+        if (node.nanoseconds >= 1'000'000'000) FailIn(number, "an impossible time");
     }
     return node;
 }

@@ -24,7 +24,7 @@ void CheckNames(uint64_t directory, const std::vector<Name>& names) {
         if (name.find_first_of(kNoParts) != std::string::npos) {
             fail("a name with a '/' or a zero byte");
         }
-        if (name == "." || name == "..") fail("the name '" + name + "' where it cannot be");
+        if (name == "." || name == "..") fail("the name '" + name + "' where it is not allowed");
         sorted.push_back(name);
     }
     std::sort(sorted.begin(), sorted.end());

@@ -176,9 +176,9 @@ class Answers {
     } catch (const Damage& damage) {
         return Packet(Outcome::kDamage, 0, damage.what());
     } catch (const std::bad_alloc&) {
-        return Packet(
-                Outcome::kDamage, 0,
-                "takes more than " + std::to_string(descriptors_.memory >> 20) + " MiB of memory");
+        return Packet(Outcome::kDamage, 0,
+                      "reading takes more than " + std::to_string(descriptors_.memory >> 20) +
+                              " MiB of memory");
     }
 
     static std::string Packet(Outcome outcome, uint64_t size, std::string_view bytes) {

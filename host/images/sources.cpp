@@ -173,7 +173,7 @@ uint64_t ForEachChunk(const Source& source,
         begin += size;
     }
     if (begin != uint64_t{header.blocks} * header.block_size) {
-        throw Damage("a sparse image whose chunks are not all there");
+        throw Damage("a sparse image with missing chunks");
     }
     return begin;
 }
