@@ -6,6 +6,7 @@ asm(R"(
     .globl extprop_kernel_call
     .type extprop_kernel_call, @function
 extprop_kernel_call:
+    .cfi_startproc
     movq %rdi, %rax
     movq %rsi, %rdi
     movq %rdx, %rsi
@@ -17,6 +18,7 @@ extprop_kernel_call:
     .globl extprop_kernel_call_made
 extprop_kernel_call_made:
     ret
+    .cfi_endproc
     .size extprop_kernel_call, . - extprop_kernel_call
     .popsection
 )");
@@ -26,6 +28,7 @@ asm(R"(
     .globl extprop_kernel_call
     .type extprop_kernel_call, %function
 extprop_kernel_call:
+    .cfi_startproc
     mov x8, x0
     mov x0, x1
     mov x1, x2
@@ -37,6 +40,7 @@ extprop_kernel_call:
     .globl extprop_kernel_call_made
 extprop_kernel_call_made:
     ret
+    .cfi_endproc
     .size extprop_kernel_call, . - extprop_kernel_call
     .popsection
 )");

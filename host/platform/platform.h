@@ -34,6 +34,13 @@ std::mutex& ChangeMutex();
 // Makes every later selinux_android_restorecon fail with -1 and EIO, or succeed again.
 void FailRestorecon(bool fail);
 
+// Makes system calls with these arguments. Returns the result or a negative errno.
+using SystemCalls = long (*)(long number, const unsigned long (&arguments)[6]);
+
+// Replaces the kernel for the calls to find, open and look at files that this process makes from
+// now on through the functions of libc that are wrapped here. All others still reach the kernel.
+void SetSystemCalls(SystemCalls calls);
+
 // Gets a call for each request that this process makes of the system, on the thread that makes it:
 // several threads may call at once.
 class Observer {

@@ -225,8 +225,6 @@ long LeadSeek(int fd, off_t offset, int whence) {
     return Kernel(SYS_lseek, fd, offset, whence);
 }
 
-using Arguments = unsigned long[6];
-
 // A condition on an argument of a call.
 struct Condition {
     int argument;
@@ -239,9 +237,10 @@ constexpr uint32_t kWhole = 0;  // all 64 bits are 0
 // A call that sandboxed processes may make. If it meets the condition, or has none, the kernel
 // performs it or, where it has a handler, the handler does and returns the result or a negative
 // errno. Otherwise it fails with ENOSYS, after which libc tries another call if there is one. Calls
-// with a handler and those of kKernelOnly reach the kernel if Kernel() makes them.
+// with a handler and those of kKernelOnly reach the kernel if Kernel() makes them. Calls of
+// kOpenFile have a handler only where an open file may not be the kernel's.
 struct Call {
-    enum Who { kAll, kKernelOnly };
+    enum Who { kAll, kKernelOnly, kOpenFile };
     int number;
     Who who = kAll;
     long (*lead)(const Arguments& a) = nullptr;
@@ -325,11 +324,11 @@ const std::vector<Call>& Calls() {
              [](const Arguments& a) { return LeadChangeMode(number(a[0]), text(a[1]), a[2]); }},
             {SYS_mount, kLed,
              [](const Arguments& a) { return LeadMount(text(a[0]), text(a[1]), a[3]); }},
-            {SYS_fstat, kLed,
+            {SYS_fstat, Call::kOpenFile,
              [](const Arguments& a) { return LeadStatusOf(number(a[0]), status(a[1])); }},
-            {SYS_getdents64, kLed,
+            {SYS_getdents64, Call::kOpenFile,
              [](const Arguments& a) { return LeadList(number(a[0]), bytes(a[1]), a[2]); }},
-            {SYS_lseek, kLed,
+            {SYS_lseek, Call::kOpenFile,
              [](const Arguments& a) {
                  return LeadSeek(number(a[0]), static_cast<off_t>(a[1]), number(a[2]));
              }},
@@ -451,12 +450,6 @@ const std::vector<Call>& Calls() {
 // The handlers, by the call's number.
 long (*g_leads[512])(const Arguments& a) = {};
 
-long Lead(int number, const Arguments& arguments) {
-    const bool known = number >= 0 && static_cast<size_t>(number) < std::size(g_leads) &&
-                       g_leads[number] != nullptr;
-    return known ? g_leads[number](arguments) : -ENOSYS;
-}
-
 void OnCall(int, siginfo_t* info, void* context) {
     const int saved_errno = errno;
     auto& machine = static_cast<ucontext_t*>(context)->uc_mcontext;
@@ -472,11 +465,12 @@ void OnCall(int, siginfo_t* info, void* context) {
     const Arguments arguments = {r[0], r[1], r[2], r[3], r[4], r[5]};
     auto& result = r[0];
 #endif
-    result = Lead(info->si_syscall, arguments);
+    result = LeadCall(info->si_syscall, arguments);
     errno = saved_errno;
 }
 
-std::vector<sock_filter> Filter() {
+// With `has_only_kernels` every open file is the kernel's.
+std::vector<sock_filter> Filter(bool has_only_kernels) {
     using filter::JumpIf;
     using filter::Load;
     // The address after the one instruction by which Kernel() makes its calls.
@@ -505,7 +499,9 @@ std::vector<sock_filter> Filter() {
         const auto add = [&answer](const std::vector<sock_filter>& more) {
             answer.insert(answer.end(), more.begin(), more.end());
         };
-        if (call.lead != nullptr || call.who == Call::kKernelOnly) {
+        if (call.who == Call::kOpenFile && has_only_kernels) {
+            add({allow});
+        } else if (call.lead != nullptr || call.who == Call::kKernelOnly) {
             add(if_whole_is(offsetof(seccomp_data, instruction_pointer), kernel_place, allow));
         } else if (!call.condition) {
             add({allow});
@@ -530,6 +526,12 @@ std::vector<sock_filter> Filter() {
 
 bool CanLeadCalls() {
     return filter::IsPossible();
+}
+
+long LeadCall(long number, const Arguments& arguments) {
+    const bool known = number >= 0 && static_cast<size_t>(number) < std::size(g_leads) &&
+                       g_leads[number] != nullptr;
+    return known ? g_leads[number](arguments) : -ENOSYS;
 }
 
 bool LeadCalls(View* view) {
@@ -557,7 +559,7 @@ bool LeadCalls(View* view) {
     sigaddset(&blocked, SIGSYS);
     if (pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr) != 0) return false;
 
-    return filter::Install(Filter());
+    return filter::Install(Filter(view->has_only_kernels()));
 }
 
 }  // namespace sandbox

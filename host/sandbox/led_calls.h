@@ -15,4 +15,9 @@ bool CanLeadCalls();
 // if redirection cannot be set up. The view must live as long as the process.
 bool LeadCalls(View* view);
 
+// Does at once what a redirected call does by way of a signal. Returns the call's result or a
+// negative errno.
+using Arguments = unsigned long[6];
+long LeadCall(long number, const Arguments& arguments);
+
 }  // namespace sandbox

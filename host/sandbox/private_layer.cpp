@@ -89,14 +89,13 @@ bool PrivateLayer::HasDirectory(const std::string& path) const {
         known_.clear();
         known_at_ = now;
     }
-    const auto [known, is_new] = known_.try_emplace(path);
-    if (is_new) {
-        // The layer has no directory below one that it does not have.
-        struct stat status;
-        known->second = StatusIn(directory_.get(), Upper(path).c_str(), &status) == 0 &&
-                        (status.st_mode & kPlaceholder) == 0;
-    }
-    return known->second;
+    if (const auto known = known_.find(path); known != known_.end()) return known->second;
+    // The layer has no directory below one that it does not have.
+    const bool may_have = path[0] != '/' || HasDirectory(ParentOf(path));
+    struct stat status;
+    return known_[path] = may_have &&
+                          StatusIn(directory_.get(), Upper(path).c_str(), &status) == 0 &&
+                          (status.st_mode & kPlaceholder) == 0;
 }
 
 uint64_t PrivateLayer::changes() const {

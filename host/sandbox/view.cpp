@@ -214,6 +214,12 @@ long View::OpenToRead(const std::string& path, bool follow) const {
     return TreeOf(entry).Open(entry.path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
 }
 
+bool View::has_only_kernels() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return std::all_of(trees_.begin(), trees_.end(),
+                       [](const auto& tree) { return tree->is_kernels(); });
+}
+
 bool View::is_kernels(const Start& place) const {
     std::lock_guard<std::mutex> lock(mutex_);
     return trees_[mounts_[place.mount].tree]->is_kernels();

@@ -65,6 +65,9 @@ class View {
     // Returns the device's path of what was found.
     std::string PathOf(const ResolvedPath& entry) const;
 
+    // Returns whether Tree::is_kernels() of all that is shown.
+    bool has_only_kernels() const;
+
     // Of an open file, by the place at which it was found.
     bool is_kernels(const Start& place) const;
     long StatusOf(const Start& place, struct stat* status) const;

@@ -15,6 +15,7 @@
 #include "boot/property_delta.h"
 #include "boot/reporter.h"
 #include "boot/what_if.h"
+#include "led_calls.h"
 #include "platform.h"
 
 namespace extprop {
@@ -127,6 +128,7 @@ int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* 
                         const char* file, unsigned line,
                         const char* message) { reporter.OnLog(severity, file, line, message); });
     platform::SetObserver(&reporter);
+    platform::SetSystemCalls(sandbox::LeadCall);
     platform::ResetProperties(plan.properties);
 
     Init init(fetch, plan, &reporter);

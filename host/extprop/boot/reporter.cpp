@@ -238,8 +238,7 @@ void Reporter::OnOpen(const char* path, int flags) {
 
 void Reporter::OnOpened(int fd) {
     if (Unobserved::IsOn()) return;
-    // lseek() is cheaper than fstat(), which is a redirected call. A directory's end may be
-    // anywhere.
+    // A directory's end may be anywhere.
     const off_t size = lseek(fd, 0, SEEK_END);
     if (size <= 0) return;
     lseek(fd, 0, SEEK_SET);
