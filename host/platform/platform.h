@@ -3,10 +3,10 @@
 
 #pragma once
 
-#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "IInitExtensionProperty.h"
 
@@ -17,11 +17,26 @@ using android::init::PropertyMap;
 // Returns a copy of all system properties. Safe from any thread, as is everything below.
 PropertyMap AllProperties();
 
-// Calls `show` with all system properties, which saves a copy. It must not get or set any property.
-void ShowProperties(const std::function<void(const PropertyMap&)>& show);
+// A property that is likely to be set to this value, as it was in another boot.
+struct ExpectedProperty {
+    const std::string* name;
+    const std::string* value;
+    bool is_legal;  // init takes the value
+};
 
-// Replaces all system properties with `properties`.
-void ResetProperties(PropertyMap properties);
+// In the order of their names.
+using ExpectedProperties = std::vector<ExpectedProperty>;
+
+// Replaces all system properties with `properties`. The store keeps no copy of a property that has
+// its expected value. What is expected must live until the next call.
+void ResetProperties(PropertyMap properties, const ExpectedProperties* expected = nullptr);
+
+// Returns whether a legal property is expected to have this value.
+bool IsExpected(const std::string& name, const std::string& value);
+
+// Tells how the system properties differ from what is expected: which have other values, and which
+// are not set.
+void CompareProperties(PropertyMap* changed, std::vector<std::string>* removed);
 
 // Sets a property as init itself can: of any length, and read-only ones too. Does not notify the
 // observer. Returns the property's previous value, if it had one.

@@ -77,6 +77,14 @@ int access(const char* path, int mode) noexcept {
     return Call(SYS_faccessat, AT_FDCWD, path, mode);
 }
 
+int stat(const char* path, struct stat* status) noexcept {
+    return Call(SYS_newfstatat, AT_FDCWD, path, status, 0);
+}
+
+int lstat(const char* path, struct stat* status) noexcept {
+    return Call(SYS_newfstatat, AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+}
+
 int fstat(int fd, struct stat* status) noexcept {
     return Call(SYS_fstat, fd, status);
 }

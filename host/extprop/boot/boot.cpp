@@ -18,7 +18,9 @@
 #include "device/device_root.h"
 #include "device/legal.h"
 #include "input_error.h"
+#include "led_calls.h"
 #include "named_file.h"
+#include "platform.h"
 #include "printable.h"
 
 namespace extprop {
@@ -82,6 +84,7 @@ class BootedDevice {
         }
         return root.Start([&] {
             channel_.reset();
+            platform::SetSystemCalls(sandbox::LeadCall);
             if (what_if != nullptr && !MakeChangesHere(*what_if)) return kChangesFailed;
             return PlayInit(fetch, plan, theirs.get(), &last_file_);
         });
@@ -328,7 +331,7 @@ Report PreparedDevice::Boot(BootListener* listener,
     }
     report_.properties = booted->properties();
     report_.removed = booted->removed();
-    if (!report_.failure && plan.base == nullptr) NoteOverridden();
+    if (!report_.failure && plan.expected == nullptr) NoteOverridden();
     for (const std::string& note : root_.Notes()) report_.notes.push_back(note);
     return std::move(report_);
 }

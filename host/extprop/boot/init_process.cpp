@@ -15,7 +15,7 @@
 #include "boot/property_delta.h"
 #include "boot/reporter.h"
 #include "boot/what_if.h"
-#include "led_calls.h"
+#include "device/legal.h"
 #include "platform.h"
 
 namespace extprop {
@@ -115,6 +115,14 @@ FetchExtension LoadExtension() {
     return reinterpret_cast<FetchExtension>(fetch);
 }
 
+platform::ExpectedProperties Expect(const PropertyMap& properties) {
+    platform::ExpectedProperties expected;
+    for (const auto& [name, value] : properties) {
+        expected.push_back({&name, &value, !WhyRefused(name, value)});
+    }
+    return expected;
+}
+
 int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file) {
     EndAtMemoryLimit();
     Reporter reporter(channel, plan.detail, plan.traced, last_file);
@@ -128,8 +136,7 @@ int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* 
                         const char* file, unsigned line,
                         const char* message) { reporter.OnLog(severity, file, line, message); });
     platform::SetObserver(&reporter);
-    platform::SetSystemCalls(sandbox::LeadCall);
-    platform::ResetProperties(plan.properties);
+    platform::ResetProperties(plan.properties, plan.expected);
 
     Init init(fetch, plan, &reporter);
     Message message;
@@ -148,10 +155,7 @@ int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* 
         if (index == kEndOfBoot) init.TakeStored();
         if (index == kEndOfBoot) done.record = reporter.TakeRecord();
         if (plan.detail == Detail::kEverything || index == kEndOfBoot) {
-            platform::ShowProperties([&](const PropertyMap& properties) {
-                static const PropertyMap kNone;
-                done.delta = DeltaFrom(plan.base != nullptr ? *plan.base : kNone, properties);
-            });
+            platform::CompareProperties(&done.delta.changed, &done.delta.removed);
         }
         reporter.Send(std::move(done));
     }

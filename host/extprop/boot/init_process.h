@@ -9,6 +9,7 @@
 #include "boot/last_file.h"
 #include "boot/load_recorder.h"
 #include "boot/steps.h"
+#include "platform.h"
 
 namespace extprop {
 
@@ -17,6 +18,9 @@ using FetchExtension = IInitExtensionProperty* (*)(const char* library);
 
 // Loads the extension library as init does. Throws std::runtime_error.
 FetchExtension LoadExtension();
+
+// Returns the properties as those that a boot is expected to set. They must outlive the result.
+platform::ExpectedProperties Expect(const PropertyMap& properties);
 
 // What is reported of a boot besides the properties at its end.
 enum class Detail {
@@ -47,7 +51,7 @@ struct BootPlan {
     Detail detail = Detail::kEverything;
     // The properties at the end are reported as the difference from these; if null, all are
     // reported.
-    const PropertyMap* base = nullptr;
+    const platform::ExpectedProperties* expected = nullptr;
     // Selects the names whose lines are reported, so that their origins can be found. Empty: none.
     std::function<bool(const std::string& name)> traced;
 };

@@ -132,7 +132,9 @@ template <typename Properties>
 Handover Reporter::Apply(Properties&& properties) const {
     Handover handover;
     for (const auto& [name, value] : properties) {
-        if (auto reason = WhyRefused(name, value)) {
+        const auto reason =
+                platform::IsExpected(name, value) ? std::nullopt : WhyRefused(name, value);
+        if (reason) {
             if (IsTold(name)) handover.refused.push_back({name, value, *reason});
             continue;
         }

@@ -120,7 +120,7 @@ class VariantFinder {
         const auto& steps = options.plan.steps;
         const bool is_one = std::none_of(steps.begin(), steps.end(),
                                          [](const Step& step) { return step.is_reboot(); });
-        if (is_one) options.plan.base = &phone_.properties;
+        if (is_one) options.plan.expected = &expected_;
         device_->Reset(options);
         Report report = device_->Boot();
         if (record != nullptr) *record = std::move(report.record);
@@ -258,6 +258,7 @@ class VariantFinder {
     }
 
     const Phone& phone_;
+    const platform::ExpectedProperties expected_ = Expect(phone_.properties);
     const BootOptions& options_;
     PreparedDevice* device_;
     std::set<std::string> given_;  // names that the options set

@@ -29,7 +29,8 @@ Matrix::Matrix(const BootOptions& options, int jobs)
           jobs_(jobs),
           device_(options),
           space_(FindVariantSpace(device_.root(), options.time_limit)),
-          base_(BootAlone({})) {
+          base_(BootAlone({})),
+          expected_(Expect(base_.properties)) {
     NoteIdleWhatIfs(&device_, options_, &base_);
 }
 
@@ -58,7 +59,7 @@ Outcome Matrix::BootVariant(const Variant& variant) {
     if (std::any_of(steps.begin(), steps.end(), std::mem_fn(&Step::is_reboot))) {
         return Against(base_.properties, BootAlone(variant));
     }
-    options.plan.base = &base_.properties;
+    options.plan.expected = &expected_;
     device_.Reset(options);
     Report report = device_.Boot();
     if (report.failure) return Against(base_.properties, BootAlone(variant));

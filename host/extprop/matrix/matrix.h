@@ -69,6 +69,7 @@ class Matrix {
     PreparedDevice device_;
     VariantSpace space_;
     Report base_;
+    platform::ExpectedProperties expected_;  // the properties of base_
 };
 
 }  // namespace extprop
