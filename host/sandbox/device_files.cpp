@@ -65,11 +65,9 @@ void DeviceFiles::ShowImages() {
         Done(view_->ShowTree(nothing_tree_, "", directory), directory);
     }
     for (const std::string& path : images_.files) view_->Remove({}, path.c_str(), false);
-    for (const std::string& name : mounted_) {
-        Done(view_->MakeLink(kPartitionMounts + name, "/" + name),
-             kPartitionMounts + name + ": cannot be linked to");
-    }
     view_->TakeChanges();
+    Done(view_->MakeLinks(kPartitionMounts, mounted_),
+         std::string(kPartitionMounts) + ": cannot be linked to");
 }
 
 // Finds the partitions of images, which need not be looked into, and of the device's directories.

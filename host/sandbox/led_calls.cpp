@@ -479,12 +479,6 @@ std::vector<sock_filter> Filter(bool has_only_kernels) {
     const sock_filter trap = filter::Return(SECCOMP_RET_TRAP);
     const sock_filter unknown = filter::Return(SECCOMP_RET_ERRNO | ENOSYS);
 
-    std::vector<sock_filter> statements = {
-            Load(offsetof(seccomp_data, arch)),
-            JumpIf(BPF_JEQ, filter::kArchitecture, 1, 0),
-            unknown,
-            Load(offsetof(seccomp_data, nr)),
-    };
     const auto if_whole_is = [](size_t offset, uint64_t value, const sock_filter& verdict) {
         return std::vector<sock_filter>{
                 Load(offset),
@@ -494,31 +488,54 @@ std::vector<sock_filter> Filter(bool has_only_kernels) {
                 verdict,
         };
     };
+    // The answers that many calls share stand once, at the end: the kernel compiles the filter for
+    // each process, and runs it through once for each call that exists.
+    std::vector<sock_filter> statements, answers;
+    const auto add = [](const std::vector<sock_filter>& more, std::vector<sock_filter>* to) {
+        to->insert(to->end(), more.begin(), more.end());
+        return to->size();
+    };
+    const auto if_kernel_place =
+            if_whole_is(offsetof(seccomp_data, instruction_pointer), kernel_place, allow);
+    const size_t if_all = add({unknown}, &answers);
+    const size_t if_kernel_only = add({allow}, &answers);
+    add(if_kernel_place, &answers);
+    const size_t if_led = add({unknown}, &answers);
+    add(if_kernel_place, &answers);
+    add({trap}, &answers);
+
+    add({Load(offsetof(seccomp_data, arch)), JumpIf(BPF_JEQ, filter::kArchitecture, 1, 0), unknown,
+         Load(offsetof(seccomp_data, nr))},
+        &statements);
+    std::vector<std::pair<int, size_t>> numbers;  // with the places of their answers
     for (const Call& call : Calls()) {
         std::vector<sock_filter> answer;
-        const auto add = [&answer](const std::vector<sock_filter>& more) {
-            answer.insert(answer.end(), more.begin(), more.end());
-        };
-        if (call.who == Call::kOpenFile && has_only_kernels) {
-            add({allow});
-        } else if (call.lead != nullptr || call.who == Call::kKernelOnly) {
-            add(if_whole_is(offsetof(seccomp_data, instruction_pointer), kernel_place, allow));
+        if (call.who == Call::kKernelOnly) {
+            numbers.emplace_back(call.number, if_kernel_only);
+        } else if (call.lead != nullptr && !(call.who == Call::kOpenFile && has_only_kernels)) {
+            numbers.emplace_back(call.number, if_led);
         } else if (!call.condition) {
-            add({allow});
+            numbers.emplace_back(call.number, if_all);
         } else if (call.condition->mask == kWhole) {
-            add(if_whole_is(filter::Argument(call.condition->argument), 0, allow));
+            add(if_whole_is(filter::Argument(call.condition->argument), 0, allow), &answer);
         } else {
             add({Load(filter::Argument(call.condition->argument)),
-                 filter::Statement(BPF_ALU | BPF_AND | BPF_K, call.condition->mask)});
+                 filter::Statement(BPF_ALU | BPF_AND | BPF_K, call.condition->mask)},
+                &answer);
             for (const uint32_t value : call.condition->values) {
-                add({JumpIf(BPF_JEQ, value, 0, 1), allow});
+                add({JumpIf(BPF_JEQ, value, 0, 1), allow}, &answer);
             }
         }
-        add({call.lead != nullptr ? trap : unknown});
-        statements.push_back(JumpIf(BPF_JEQ, call.number, 0, answer.size()));
-        statements.insert(statements.end(), answer.begin(), answer.end());
+        if (answer.empty()) continue;
+        add({unknown}, &answer);
+        add({JumpIf(BPF_JEQ, call.number, 0, answer.size())}, &statements);
+        add(answer, &statements);
     }
-    statements.push_back(unknown);
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        const size_t left = numbers.size() - 1 - i;
+        add({JumpIf(BPF_JEQ, numbers[i].first, left + numbers[i].second, 0)}, &statements);
+    }
+    add(answers, &statements);
     return statements;
 }
 

@@ -329,11 +329,18 @@ long PrivateLayer::MakeDirectory(const std::string& path, mode_t mode) {
     return made;
 }
 
-long PrivateLayer::MakeLink(const std::string& path, const std::string& target) {
-    if (long error = Shadow(ParentOf(path)); error < 0) return error;
-    const long made = Kernel(SYS_symlinkat, target.c_str(), directory_.get(), Upper(path).c_str());
+long PrivateLayer::MakeLinks(const std::string& directory, const std::vector<std::string>& names) {
+    if (names.empty()) return 0;
+    if (long error = Shadow(""); error < 0) return error;
     Changed();
-    return made;
+    for (const std::string& name : names) {
+        const std::string path = "/" + name;
+        const long made = Kernel(SYS_symlinkat, (directory + name).c_str(), directory_.get(),
+                                 Upper(path).c_str());
+        if (made == 0) seen_[path] = Attributes{S_IFLNK | 0777, 0, 0};
+        if (made < 0 && made != -EEXIST) return made;
+    }
+    return 0;
 }
 
 long PrivateLayer::Remove(const std::string& path, bool directory) {

@@ -45,11 +45,10 @@ class PrivateLayer : public Tree {
     long Open(const std::string& path, int flags) const override;
     bool is_kernels() const override { return original_.is_kernels(); }
 
-    // Changes. The directory of `path` exists. `path` itself does not for the first three, and does
+    // Changes. The directory of `path` exists. `path` itself does not for the first two, and does
     // for all later ones. Return a result as of the system call, or a negative errno.
     long Create(const std::string& path, int flags, mode_t mode);
     long MakeDirectory(const std::string& path, mode_t mode);
-    long MakeLink(const std::string& path, const std::string& target);
     long Remove(const std::string& path, bool directory);
 
     // Removes what is at `path`, but keeps it for mounts that show it: at the layer's path `*kept`,
@@ -75,6 +74,10 @@ class PrivateLayer : public Tree {
     // Makes the regular file a block device: its size is rounded down to a multiple of 512 bytes,
     // and opening it for output does not truncate it.
     long MakeBlockDevice(const std::string& path);
+
+    // Makes links in the root to what has the same names in the directory, unless the root has
+    // these names already. They do not count as changed.
+    long MakeLinks(const std::string& directory, const std::vector<std::string>& names);
 
     // Returns what has changed since the last call.
     std::vector<FileChange> TakeChanges();

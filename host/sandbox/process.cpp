@@ -14,8 +14,9 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <thread>
+
+#include <android-base/file.h>
 
 #include "../sanitized.h"
 #include "checks.h"
@@ -96,9 +97,10 @@ void SetLimit(int resource, uint64_t most) {
 
 void LimitMemory(uint64_t bytes) {
     if (kIsSanitized) return;
-    unsigned long pages = 0;  // of data: the sixth number of statm
-    std::ifstream statm("/proc/self/statm");
-    for (int i = 0; i < 6; ++i) statm >> pages;
+    unsigned long pages = 0;  // of data
+    std::string statm;
+    android::base::ReadFileToString("/proc/self/statm", &statm);
+    sscanf(statm.c_str(), "%*u %*u %*u %*u %*u %lu", &pages);
     SetLimit(RLIMIT_DATA, pages * sysconf(_SC_PAGESIZE) + bytes);
 }
 

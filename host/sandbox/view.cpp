@@ -513,10 +513,9 @@ long View::ShowTree(std::shared_ptr<const Tree> tree, const std::string& root,
     return 0;
 }
 
-long View::MakeLink(const std::string& target, const std::string& path) {
-    ResolvedPath entry;
-    if (long error = Find(path, false, &entry); error < 0) return error;
-    return entry.exists ? 0 : layer_->MakeLink(entry.path, target);
+long View::MakeLinks(const std::string& directory, const std::vector<std::string>& names) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return layer_->MakeLinks(directory, names);
 }
 
 long View::MakeBlockDevice(const std::string& path) {

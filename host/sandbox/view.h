@@ -109,8 +109,8 @@ class View {
     // Returns what is in the list.
     std::set<std::string> Noted(const char* list) const;
 
-    // Makes a link at the device's `path`, unless something is there already.
-    long MakeLink(const std::string& target, const std::string& path);
+    // Makes links in the device's root, as PrivateLayer does.
+    long MakeLinks(const std::string& directory, const std::vector<std::string>& names);
 
     // Makes the file a block device, as PrivateLayer does. Returns -ENOTBLK if it is no regular
     // file of the device directory.
