@@ -20,9 +20,12 @@
 #include <android-base/unique_fd.h>
 #include <nlohmann/json.hpp>
 
+#include "boot/delta_fields.h"
 #include "boot/ending.h"
 #include "boot/report_fields.h"
 #include "budget.h"
+#include "led_calls.h"
+#include "platform.h"
 
 namespace extprop {
 
@@ -109,49 +112,23 @@ class ChunkReader : public std::streambuf {
     char buffer_[kChunkSize];
 };
 
-// All properties of a device are sent as one text: of each the lengths of name and value, then
-// both.
-std::string TextOf(const PropertyMap& properties) {
-    std::string text;
-    for (const auto& [name, value] : properties) {
-        text += std::to_string(name.size()) + " " + std::to_string(value.size()) + " " + name +
-                value;
-    }
-    return text;
-}
-
-PropertyMap PropertiesIn(const std::string& text) {
-    PropertyMap properties;
-    for (size_t at = 0; at < text.size();) {
-        char* next = nullptr;
-        const size_t name = strtoul(text.c_str() + at, &next, 10);
-        const size_t value = strtoul(next, &next, 10);
-        at = next + 1 - text.c_str();
-        properties.emplace_hint(properties.end(), text.substr(at, name),
-                                text.substr(at + name, value));
-        at += name + value;
-    }
-    return properties;
-}
-
 json DocumentOf(const Message& message) {
-    const json body = std::visit(Overloaded{
-                                         [](const StepDone& done) -> json {
-                                             return {TextOf(done.delta.changed), done.delta.removed,
-                                                     done.performed, Write(done.record)};
-                                         },
-                                         [](const auto& kind) { return Write(kind); },
-                                 },
-                                 message);
+    const json body =
+            std::visit(Overloaded{
+                               [](const StepDone& done) -> json {
+                                   return {Write(done.delta), done.performed, Write(done.record)};
+                               },
+                               [](const auto& kind) { return Write(kind); },
+                       },
+                       message);
     return {message.index(), body};
 }
 
 StepDone StepDoneIn(json& body) {
     StepDone done;
-    done.delta.changed = PropertiesIn(body.at(0).get_ref<const std::string&>());
-    body.at(1).get_to(done.delta.removed);
-    body.at(2).get_to(done.performed);
-    Read(body.at(3), &done.record);
+    Read(body.at(0), &done.delta);
+    body.at(1).get_to(done.performed);
+    Read(body.at(2), &done.record);
     return done;
 }
 
@@ -207,6 +184,7 @@ std::optional<json> AskInside(const sandbox::Sandbox& root, const std::function<
     }
     sandbox::Process process = root.Start([&] {
         ours.reset();
+        platform::SetSystemCalls(sandbox::LeadCall);
         android::base::SetLogger([](auto&&...) {});
         EndAtMemoryLimit();
         return SendDocument(theirs.get(), question()) ? 0 : 1;

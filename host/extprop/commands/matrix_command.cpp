@@ -270,9 +270,12 @@ ExitStatus Show(const MatrixArguments& arguments) {
         }
     }
     const LineWriter writer(matrix.base().properties);
+    std::string line;
     const Collector collector =
             Collect(&matrix, variants, [&](const Variant& variant, const Outcome& outcome) {
-                if (arguments.json) std::cout << writer.Line(variant, outcome) << std::flush;
+                if (!arguments.json) return;
+                writer.Write(variant, outcome, &line);
+                std::cout << line << std::flush;
             });
     Summary summary = collector.Summarize(arguments.names);
     KeepMatchingValues(arguments.values, &summary);

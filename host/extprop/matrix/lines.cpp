@@ -50,10 +50,11 @@ LineWriter::LineWriter(const PropertyMap& base) {
     }
 }
 
-std::string LineWriter::Line(const Variant& variant, const Outcome& outcome) const {
+void LineWriter::Write(const Variant& variant, const Outcome& outcome, std::string* text) const {
     // The line without properties, which are inserted there.
     constexpr std::string_view kNone = "\"properties\":{}";
-    std::string line = JsonLine(Write(VariantLine{variant, {}, outcome.failure}));
+    std::string& line = *text;
+    line = JsonLine(extprop::Write(VariantLine{variant, {}, outcome.failure}));
     const size_t begin = line.find(kNone) + kNone.size() - 1;
     const std::string rest = line.substr(begin);
     line.erase(begin);
@@ -81,7 +82,7 @@ std::string LineWriter::Line(const Variant& variant, const Outcome& outcome) con
     }
     while (changed != outcome.changed.end()) add_changed();
     line += rest;
-    return line += '\n';
+    line += '\n';
 }
 
 json SummaryDocument(const Summary& summary) {

@@ -20,8 +20,8 @@ class LineWriter {
   public:
     explicit LineWriter(const PropertyMap& base);
 
-    // Returns the line, with its line end.
-    std::string Line(const Variant& variant, const Outcome& outcome) const;
+    // Puts the line, with its line end, into `*line`, which is best used again for the next.
+    void Write(const Variant& variant, const Outcome& outcome, std::string* line) const;
 
   private:
     std::vector<std::pair<std::string, std::string>> base_;  // each property's name and its JSON

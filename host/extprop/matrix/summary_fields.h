@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "boot/delta_fields.h"
 #include "boot/report_fields.h"
 #include "matrix/lines.h"
 
@@ -19,7 +20,7 @@ struct Json<OriginDocument> {
 
 template <typename Fields>
 void Visit(Fields& fields, Outcome& outcome) {
-    fields("changed", outcome.changed)("removed", outcome.removed)("failure", outcome.failure)(
+    fields("delta", static_cast<PropertyDelta&>(outcome))("failure", outcome.failure)(
             "seconds", outcome.seconds);
 }
 
