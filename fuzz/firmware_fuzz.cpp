@@ -22,11 +22,11 @@ constexpr int kVolumes = 8;
 void LookAt(std::unique_ptr<Source> source, images::Spool* spool, int depth);
 
 // Opens those of the archive's files that the tool would open.
-void LookInside(const Contents& archive, const FileSystem& files, uint64_t directory,
+void OpenInside(const Contents& archive, const FileSystem& files, uint64_t directory,
                 images::Spool* spool, int depth) {
     for (const auto& [name, node] : files.List(directory)) {
         const images::Node found = files.Look(node);
-        if (S_ISDIR(found.mode)) LookInside(archive, files, node, spool, depth);
+        if (S_ISDIR(found.mode)) OpenInside(archive, files, node, spool, depth);
         const sandbox::FileName parsed = sandbox::ParseFileName(name);
         if (!parsed.is_archive && parsed.image.empty()) continue;
         try {
@@ -46,7 +46,7 @@ void LookAt(std::unique_ptr<Source> source, images::Spool* spool, int depth) {
             const FileSystem& files = contents.Open(i);
             fuzz::WalkAll(files);
             if (contents.kind() != images::Kind::kArchive) continue;
-            LookInside(contents, files, files.root(), spool, depth);
+            OpenInside(contents, files, files.root(), spool, depth);
         } catch (const Damage&) {
         }
     }

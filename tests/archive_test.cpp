@@ -378,21 +378,21 @@ TEST_F(PackedImagesTest, ImagesAreReadInWhateverTheyArePacked) {
                        {"x/third.zip", kFile, Zip({{"inner.zip", kFile, inner}})},
                        {"x/text", kFile, "text"}})});
     const auto files = archive.Open(0);
-    const auto inside = archive.LookInside(0, {Find(*files, "x/inner.zip")});
+    const auto inside = archive.OpenInside(0, {Find(*files, "x/inner.zip")});
     ASSERT_EQ(inside.kind, images::Kind::kArchive);
     const auto inner_files = archive.Open(inside.first_volume);
     const auto odm =
-            archive.LookInside(inside.first_volume, {Find(*inner_files, "IMAGES/odm.img")});
+            archive.OpenInside(inside.first_volume, {Find(*inner_files, "IMAGES/odm.img")});
     EXPECT_EQ(Content(archive, odm.first_volume), "ro.a=1\n");
-    const auto partitions = archive.LookInside(0, {Find(*files, "x/payload.bin")});
+    const auto partitions = archive.OpenInside(0, {Find(*files, "x/payload.bin")});
     EXPECT_EQ(Content(archive, partitions.first_volume + 1), "ro.a=2\n");
-    const auto third = archive.LookInside(0, {Find(*files, "x/third.zip")});
+    const auto third = archive.OpenInside(0, {Find(*files, "x/third.zip")});
     const auto third_files = archive.Open(third.first_volume);
-    EXPECT_THAT([&] { archive.LookInside(third.first_volume, {Find(*third_files, "inner.zip")}); },
+    EXPECT_THAT([&] { archive.OpenInside(third.first_volume, {Find(*third_files, "inner.zip")}); },
                 testing::ThrowsMessage<Damage>(HasSubstr("an archive in an archive")));
-    EXPECT_THROW(archive.LookInside(odm.first_volume, {2}), Damage);
-    EXPECT_THROW(archive.LookInside(99, {2}), Damage);
-    const auto text = archive.LookInside(0, {Find(*files, "x/text")});
+    EXPECT_THROW(archive.OpenInside(odm.first_volume, {2}), Damage);
+    EXPECT_THROW(archive.OpenInside(99, {2}), Damage);
+    const auto text = archive.OpenInside(0, {Find(*files, "x/text")});
     EXPECT_THROW(archive.Open(text.first_volume), Damage);
 }
 

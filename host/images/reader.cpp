@@ -401,7 +401,7 @@ const Contained& Reader::contained() const {
     return process_->contained;
 }
 
-Contained Reader::LookInside(size_t volume, const std::vector<uint64_t>& files) const {
+Contained Reader::OpenInside(size_t volume, const std::vector<uint64_t>& files) const {
     if (files.empty() || files.size() > kMostParts) {
         throw Damage("an image in more than " + std::to_string(kMostParts) + " parts");
     }

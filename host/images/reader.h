@@ -49,7 +49,7 @@ class Reader {
 
     // Returns what a file of the archive in the volume holds. Several files are the parts of one
     // split sparse image. Throws Damage if they are damaged.
-    Contained LookInside(size_t volume, const std::vector<uint64_t>& files) const;
+    Contained OpenInside(size_t volume, const std::vector<uint64_t>& files) const;
 
     // Returns the file system in the volume, or the archive; its functions send requests to the
     // worker process. It may be used in processes forked from this one, in several threads, and

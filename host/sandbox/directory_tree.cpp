@@ -81,41 +81,41 @@ long DirectoryTree::Directory(const std::string& path) const {
     return from;
 }
 
-long DirectoryTree::Find(const std::string& path, Place* place) const {
+long DirectoryTree::Find(const std::string& path, AtPath* at) const {
     const size_t slash = path.rfind('/');
     if (slash == std::string::npos) {
-        *place = {root_.get(), ""};
+        *at = {root_.get(), ""};
         return 0;
     }
     const long directory = Directory(path.substr(0, slash));
     if (directory < 0) return directory;
-    *place = {static_cast<int>(directory), path.c_str() + slash + 1};
+    *at = {static_cast<int>(directory), path.c_str() + slash + 1};
     return 0;
 }
 
 long DirectoryTree::Status(const std::string& path, struct stat* status) const {
-    Place place;
-    if (long error = Find(path, &place); error < 0) return error;
-    return StatusIn(place.directory, place.name, status);
+    AtPath at;
+    if (long error = Find(path, &at); error < 0) return error;
+    return StatusIn(at.directory, at.name, status);
 }
 
 long DirectoryTree::Target(const std::string& path, std::string* target) const {
-    Place place;
-    if (long error = Find(path, &place); error < 0) return error;
-    return TargetIn(place.directory, place.name, target);
+    AtPath at;
+    if (long error = Find(path, &at); error < 0) return error;
+    return TargetIn(at.directory, at.name, target);
 }
 
 long DirectoryTree::List(const std::string& directory, std::vector<Listed>* names) const {
-    Place place;
-    if (long error = Find(directory, &place); error < 0) return error;
-    return NamesIn(place.directory, directory.empty() ? "." : place.name, names);
+    AtPath at;
+    if (long error = Find(directory, &at); error < 0) return error;
+    return NamesIn(at.directory, directory.empty() ? "." : at.name, names);
 }
 
 long DirectoryTree::Open(const std::string& path, int flags) const {
-    Place place;
-    if (long error = Find(path, &place); error < 0) return error;
+    AtPath at;
+    if (long error = Find(path, &at); error < 0) return error;
     // O_NONBLOCK: it may have become a FIFO since it was looked at.
-    const long fd = Kernel(SYS_openat, place.directory, path.empty() ? "." : place.name,
+    const long fd = Kernel(SYS_openat, at.directory, path.empty() ? "." : at.name,
                            flags | O_NOFOLLOW | O_NONBLOCK, 0);
     if (fd < 0) return fd;
     struct stat status;

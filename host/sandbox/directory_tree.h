@@ -24,12 +24,13 @@ class DirectoryTree : public Tree {
     long Open(const std::string& path, int flags) const override;
 
   private:
-    struct Place {
+    // The arguments with which a system call such as openat(2) reaches a path.
+    struct AtPath {
         int directory;
         const char* name;  // of the path's own text
     };
 
-    long Find(const std::string& path, Place* place) const;
+    long Find(const std::string& path, AtPath* at) const;
     long Directory(const std::string& path) const;
 
     android::base::unique_fd root_;

@@ -25,7 +25,7 @@ void Folders::SetReaders(size_t readers) {
     readers_ = std::max<size_t>(readers, 1);
 }
 
-Looked Folders::Start(std::vector<unique_fd> files) const {
+OpenedFile Folders::Start(std::vector<unique_fd> files) const {
     auto reader = std::make_shared<const images::Reader>(std::move(files), slot_, readers_);
     const images::Contained contained = reader->contained();
     return {std::move(reader), contained};
@@ -46,8 +46,8 @@ Folder Folders::OfDevice(const std::string& device, std::shared_ptr<const Tree> 
             }};
 }
 
-Folder Folders::OfArchive(const Looked& looked, const ImageName& name) const {
-    auto files = looked.Open(0);
+Folder Folders::OfArchive(const OpenedFile& opened, const ImageName& name) const {
+    auto files = opened.Open(0);
     uint64_t root = files->root();
     for (auto names = files->List(root); names.size() == 1 && !IsOfDevice(names[0].name) &&
                                          S_ISDIR(files->Look(names[0].node).mode);
@@ -60,7 +60,7 @@ Folder Folders::OfArchive(const Looked& looked, const ImageName& name) const {
                          return ImageName{name.path + "(" + path.substr(1) + ")",
                                           path.substr(1) + " in " + name.name};
                      },
-                     [looked, tree](const std::string&, const std::vector<std::string>& paths) {
+                     [opened, tree](const std::string&, const std::vector<std::string>& paths) {
                          std::vector<uint64_t> nodes;
                          for (const std::string& path : paths) {
                              struct stat status;
@@ -69,9 +69,9 @@ Folder Folders::OfArchive(const Looked& looked, const ImageName& name) const {
                              Check(error >= 0, "cannot be opened");
                              nodes.push_back(status.st_ino);
                          }
-                         return Looked{
-                                 looked.reader,
-                                 looked.reader->LookInside(looked.contained.first_volume, nodes)};
+                         return OpenedFile{
+                                 opened.reader,
+                                 opened.reader->OpenInside(opened.contained.first_volume, nodes)};
                      }};
     if (HasPartitions(*tree)) return folder;
     std::vector<std::string> archives;
@@ -86,9 +86,9 @@ Folder Folders::OfArchive(const Looked& looked, const ImageName& name) const {
     const std::string path = "/" + archives[0];
     const ImageName inner = folder.name_of(path);
     return Naming(archives[0], [&] {
-        const Looked found = folder.look("", {path});
-        if (found.contained.kind != images::Kind::kArchive) return folder;
-        return OfArchive(found, inner);
+        const OpenedFile inside = folder.open("", {path});
+        if (inside.contained.kind != images::Kind::kArchive) return folder;
+        return OfArchive(inside, inner);
     });
 }
 
@@ -148,7 +148,7 @@ void AddFile(const Folder& folder, const std::string& image, const ImageName& na
              std::vector<std::string>* notes) {
     const auto [known, is_new] = content->images.try_emplace(
             image,
-            ImageFile{name, paths, [folder, image, paths] { return folder.look(image, paths); }});
+            ImageFile{name, paths, [folder, image, paths] { return folder.open(image, paths); }});
     if (!is_new) notes->push_back(Unread(name, known->second.name, "image"));
 }
 

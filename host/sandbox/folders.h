@@ -18,19 +18,19 @@
 
 namespace sandbox {
 
-// A directory or archive in which images are looked for. Paths in it begin with a slash.
+// A directory or archive in which images are opened for. Paths in it begin with a slash.
 struct Folder {
     std::shared_ptr<const Tree> tree;
     std::function<ImageName(const std::string& path)> name_of;
     // Opens a file, or the parts of one, that stand for the image.
-    std::function<Looked(const std::string& image, const std::vector<std::string>& paths)> look;
+    std::function<OpenedFile(const std::string& image, const std::vector<std::string>& paths)> open;
 };
 
 // A file that stands for an image, or the parts of such a file.
 struct ImageFile {
     ImageName name;
     std::vector<std::string> paths;  // in the folder; none if the user named it
-    std::function<Looked()> look;
+    std::function<OpenedFile()> open;
 };
 
 // What lies in a directory of a folder.
@@ -53,9 +53,9 @@ class Folders {
     void SetReaders(size_t readers);
 
     // Starts a process that reads the file, or the parts of one, and returns what it found.
-    Looked Start(std::vector<android::base::unique_fd> files) const;
+    OpenedFile Start(std::vector<android::base::unique_fd> files) const;
 
-    // Returns the device directory as a folder. Its files are looked up in `view`, which must
+    // Returns the device directory as a folder. Its files are opened up in `view`, which must
     // outlive the folder, as must this object.
     Folder OfDevice(const std::string& device, std::shared_ptr<const Tree> tree,
                     const View& view) const;
@@ -63,7 +63,7 @@ class Folders {
     // Returns what the archive holds. A single directory around everything is left out; for an
     // archive that only holds another archive this is the inner one's content. Throws
     // std::runtime_error.
-    Folder OfArchive(const Looked& looked, const ImageName& name) const;
+    Folder OfArchive(const OpenedFile& opened, const ImageName& name) const;
 
     // Returns the image's files as a tree.
     std::shared_ptr<const Tree> TreeOf(const ImageName& name,

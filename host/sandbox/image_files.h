@@ -15,7 +15,7 @@
 namespace sandbox {
 
 // What a reader process has found in a file.
-struct Looked {
+struct OpenedFile {
     std::shared_ptr<const images::Reader> reader;
     images::Contained contained;
 

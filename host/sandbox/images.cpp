@@ -51,17 +51,17 @@ uint64_t SystemIn(const images::FileSystem& files) {
 }
 
 // Returns the part of the volume's files that belongs to the partition.
-std::unique_ptr<images::FileSystem> OpenedVolume(const Looked& looked, size_t volume,
+std::unique_ptr<images::FileSystem> OpenedVolume(const OpenedFile& opened, size_t volume,
                                                  const std::string& partition) {
-    auto files = looked.Open(volume);
+    auto files = opened.Open(volume);
     if (partition != kSystem) return files;
     const uint64_t root = SystemIn(*files);
     return PartOf(std::move(files), root);
 }
 
 // Returns the path of the system's own directory in the image.
-std::string AboveSystem(const Looked& looked, size_t volume) try {
-    const auto files = looked.Open(volume);
+std::string AboveSystem(const OpenedFile& opened, size_t volume) try {
+    const auto files = opened.Open(volume);
     return SystemIn(*files) == files->root() ? "" : std::string("/") + kSystem;
 } catch (const images::Damage&) {
     return "";  // the look-up of its files reports why
@@ -127,13 +127,13 @@ class Firmware::Opener {
         }
         std::vector<unique_fd> files;
         files.push_back(OpenNamed(name_.path));
-        Looked looked = folders_.Start(std::move(files));
+        OpenedFile opened = folders_.Start(std::move(files));
         tree_ = std::make_shared<DirectoryTree>(nothing_path);
-        file_ = {name_, {}, [looked] { return looked; }};
-        switch (looked.contained.kind) {
+        file_ = {name_, {}, [opened] { return opened; }};
+        switch (opened.contained.kind) {
             case images::Kind::kArchive:
                 file_.reset();
-                archive_ = folders_.OfArchive(looked, name_);
+                archive_ = folders_.OfArchive(opened, name_);
                 if (!HasPartitions(*archive_->tree)) {
                     throw std::runtime_error(
                             "an archive without an image or directory of a partition");
@@ -161,12 +161,12 @@ class Firmware::Opener {
 
     void AddNamed(std::map<std::string, ImageFile>* files) const {
         for (const auto& [image, path] : options_.images) {
-            const auto look = [this, file = path] {
+            const auto open = [this, file = path] {
                 std::vector<unique_fd> opened;
                 opened.push_back(OpenNamed(file));
                 return folders_.Start(std::move(opened));
             };
-            (*files)[image] = {{path, path.substr(path.rfind('/') + 1)}, {}, look};
+            (*files)[image] = {{path, path.substr(path.rfind('/') + 1)}, {}, open};
         }
     }
 
@@ -196,11 +196,11 @@ class Firmware::Opener {
         for (const std::string& path : content.archives) {
             const ImageName name = folder.name_of(path);
             const Folder archive = Naming(name.path, [&] {
-                const Looked looked = folder.look("", {path});
-                if (looked.contained.kind != images::Kind::kArchive) {
+                const OpenedFile opened = folder.open("", {path});
+                if (opened.contained.kind != images::Kind::kArchive) {
                     throw std::runtime_error("not an archive of a known format");
                 }
-                return folders_.OfArchive(looked, name);
+                return folders_.OfArchive(opened, name);
             });
             if (HasPartitions(*archive.tree)) {
                 images_.files.push_back(path);
@@ -260,34 +260,34 @@ class Firmware::Opener {
     // Returns the candidate of a file of one partition.
     Candidate Single(const std::string& partition, const ImageFile& file) const {
         Candidate image = {file.name, nullptr, "", false, file.paths.empty()};
-        const auto opened = std::make_shared<Looked>();
-        image.open = [this, partition, file, opened] {
-            const Looked looked = *opened = file.look();
-            const images::Kind kind = looked.contained.kind;
+        const auto kept = std::make_shared<OpenedFile>();
+        image.open = [this, partition, file, kept] {
+            const OpenedFile opened = *kept = file.open();
+            const images::Kind kind = opened.contained.kind;
             if (kind != images::Kind::kFileSystem && kind != images::Kind::kUnknown) {
                 throw std::runtime_error(std::string(WhatIs(kind)) + "; expected an image of " +
                                          partition);
             }
             // Every boot reads it, and unpacking must not count as the boot's time.
             if (FindPartition(partition)->is_always_read) {
-                looked.reader->Unpack(looked.contained.first_volume);
+                opened.reader->Unpack(opened.contained.first_volume);
             }
-            return folders_.TreeOf(file.name, OpenedVolume(looked, 0, partition));
+            return folders_.TreeOf(file.name, OpenedVolume(opened, 0, partition));
         };
-        if (partition == kSystem) image.above = [opened] { return AboveSystem(*opened, 0); };
+        if (partition == kSystem) image.above = [kept] { return AboveSystem(*kept, 0); };
         return image;
     }
 
     // Offers each partition of a file of many.
     void OfferAll(const std::string& image, const ImageFile& file) {
-        const Looked looked = Naming(file.name.path, file.look);
+        const OpenedFile opened = Naming(file.name.path, file.open);
         const images::Kind wanted = image == kSuper ? images::Kind::kSuper : images::Kind::kPayload;
-        if (looked.contained.kind != wanted) {
-            throw std::runtime_error(file.name.path + ": " + WhatIs(looked.contained.kind) +
+        if (opened.contained.kind != wanted) {
+            throw std::runtime_error(file.name.path + ": " + WhatIs(opened.contained.kind) +
                                      "; expected " + WhatIs(wanted));
         }
-        for (size_t i = 0; i < looked.contained.volumes.size(); ++i) {
-            const auto& [volume, size] = looked.contained.volumes[i];
+        for (size_t i = 0; i < opened.contained.volumes.size(); ++i) {
+            const auto& [volume, size] = opened.contained.volumes[i];
             const ImageName name = VolumeOf(file.name, volume);
             std::string partition = volume;
             const char slot = TakeSlot(&partition);
@@ -297,13 +297,13 @@ class Firmware::Opener {
             if (known == nullptr || size == 0) continue;
             const bool is_packed = wanted == images::Kind::kPayload && !known->is_always_read;
             Candidate image = {name, nullptr, "", is_packed};
-            image.open = [this, looked, name, i, is_packed, partition] {
-                const auto open = [looked, i, partition] {
-                    return OpenedVolume(looked, i, partition);
+            image.open = [this, opened, name, i, is_packed, partition] {
+                const auto open = [opened, i, partition] {
+                    return OpenedVolume(opened, i, partition);
                 };
                 return folders_.TreeOf(name, is_packed ? OpenedLater(open) : open());
             };
-            if (partition == kSystem) image.above = [looked, i] { return AboveSystem(looked, i); };
+            if (partition == kSystem) image.above = [opened, i] { return AboveSystem(opened, i); };
             Offer(partition, slot, image);
         }
     }
@@ -321,7 +321,7 @@ class Firmware::Opener {
     }
 
     // Opens the candidate's files. An image that is damaged or of no known format is an error here
-    // only if the user named it; otherwise it is when a file in it is looked up.
+    // only if the user named it; otherwise it is when a file in it is opened up.
     std::shared_ptr<const Tree> OpenCandidate(const Candidate& image) {
         try {
             return image.open();

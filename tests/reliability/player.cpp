@@ -106,7 +106,7 @@ std::set<int> OpenDescriptors() {
 }
 
 // Plays the steps with the present system properties.
-void PlaySteps(const Life& life) {
+void PerformSteps(const Life& life) {
     PropertyMap early;
     auto* extension = KSVI_FETCH_IInitExtensionProperty("libtesvoextproperty.so");
     for (const std::string& text : life.steps) {
@@ -122,7 +122,7 @@ void PlaySteps(const Life& life) {
     }
 }
 
-void PlayInit(const Life& life, const faults::Fault& fault, const PropertyMap& persistent) {
+void EmulateInit(const Life& life, const faults::Fault& fault, const PropertyMap& persistent) {
     alarm(kMaxSeconds);
     PropertyMap given = persistent;
     given.insert(life.properties.begin(), life.properties.end());
@@ -134,7 +134,7 @@ void PlayInit(const Life& life, const faults::Fault& fault, const PropertyMap& p
     Requests requests;
     faults::Arm(fault);
     platform::SetObserver(&requests);
-    PlaySteps(life);
+    PerformSteps(life);
     platform::SetObserver(nullptr);
     for (const faults::Call& call : faults::Disarm()) {
         Record('c', call.name + "\t" + call.path + "\t" + (call.writes ? "w" : "") + "\t" +
@@ -213,7 +213,7 @@ Outcome World::Boot(const Life& life, const faults::Fault& fault,
     const pid_t pid = fork();
     if (pid == 0) {
         if (unshare(CLONE_NEWNS) != 0 || chroot(kWorld) != 0) abort();
-        PlayInit(life, fault, persistent);
+        EmulateInit(life, fault, persistent);
         _exit(EXIT_SUCCESS);
     }
     int status = 0;
@@ -236,7 +236,7 @@ void World::BootHere(const Life& life) const {
     android::base::SetLogger(OnLog);
     platform::ResetProperties(life.properties);
     g_messages->size = 0;
-    PlaySteps(life);
+    PerformSteps(life);
     if (fchdir(outside.get()) != 0 || chroot(".") != 0) abort();
 }
 

@@ -91,10 +91,10 @@ Coverage::Coverage(PreparedDevice* device, const BootOptions& options, const Sur
             for (const std::string& name : References(import.name)) watched_.insert(name);
         }
     }
-    FindOpenFiles(survey);
+    FindUnloadedFiles(survey);
     Boot({{}}, kPhones);
     if (is_stopped_) return;
-    WatchWhatIsAsked();
+    WatchDecidingProperties();
     TryValues();
     TryPlaces();
     for (const Steps& before : {Steps(), Steps{"reboot"}}) {
@@ -105,9 +105,9 @@ Coverage::Coverage(PreparedDevice* device, const BootOptions& options, const Sur
     TryImports();
 }
 
-// Fills open_ with the files that a boot might load: those at the library's places and those to
+// Fills unloaded_ with the files that a boot might load: those at the library's places and those to
 // which an import may lead.
-void Coverage::FindOpenFiles(const Survey& survey) {
+void Coverage::FindUnloadedFiles(const Survey& survey) {
     using Import = std::pair<const SurveyedFile*, const SurveyedImport*>;
     std::map<std::string, std::map<Import, std::set<std::string>>> importers;  // with the names
     std::vector<Import> referring;
@@ -121,7 +121,7 @@ void Coverage::FindOpenFiles(const Survey& survey) {
     }
     for (const SurveyedFile& file : survey.files) {
         if (file.source) continue;
-        OpenFile open = {file.path, CandidatesFor(file.path, space_), {}};
+        UnloadedFile unloaded = {file.path, CandidatesFor(file.path, space_), {}};
         auto& known = importers[file.path];
         for (const Import& import : referring) known[import].insert(file.path);
         for (const auto& [import, paths] : known) {
@@ -138,9 +138,10 @@ void Coverage::FindOpenFiles(const Survey& survey) {
                                  return SlashesIn(a) < SlashesIn(b);
                              });
             importer.choices.resize(std::min(importer.choices.size(), kMostChoices));
-            if (!importer.choices.empty()) open.importers.push_back(std::move(importer));
+            if (!importer.choices.empty()) unloaded.importers.push_back(std::move(importer));
         }
-        if (!open.candidates.empty() || !open.importers.empty()) open_.push_back(std::move(open));
+        if (!unloaded.candidates.empty() || !unloaded.importers.empty())
+            unloaded_.push_back(std::move(unloaded));
     }
 }
 
@@ -173,7 +174,7 @@ std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
 }
 
 // Finds the properties that the library reads, by a boot with every step.
-void Coverage::WatchWhatIsAsked() {
+void Coverage::WatchDecidingProperties() {
     Addition everything;
     everything.steps = KnownSteps();
     const auto boots = BootsOf({{everything, {}, {}, false, false}});
@@ -185,31 +186,31 @@ bool Coverage::Boot(const std::vector<Addition>& additions, Kind kind) {
     std::vector<CoveredBoot> boots;
     for (const Addition& addition : additions) {
         auto words = WordsOf(addition, options_.uses_default_steps);
-        if (is_stopped_ || !tried_.insert(words).second || DiesBefore(addition)) continue;
+        if (is_stopped_ || !tried_.insert(words).second || FailsWithoutSteps(addition)) continue;
         boots.push_back({addition, std::move(words), {}, kind == kPhones, false});
     }
     if (boots.empty()) return false;
-    for (CoveredBoot& boot : BootsOf(std::move(boots))) Take(std::move(boot));
-    open_.erase(std::remove_if(open_.begin(), open_.end(),
-                               [&](const OpenFile& open) {
-                                   const auto known = loads_.find(open.path);
-                                   return known != loads_.end() && known->second.count("") != 0;
-                               }),
-                open_.end());
+    for (CoveredBoot& boot : BootsOf(std::move(boots))) Record(std::move(boot));
+    unloaded_.erase(std::remove_if(unloaded_.begin(), unloaded_.end(),
+                                   [&](const UnloadedFile& unloaded) {
+                                       const auto known = loads_.find(unloaded.path);
+                                       return known != loads_.end() && known->second.count("") != 0;
+                                   }),
+                    unloaded_.end());
     return true;
 }
 
 // Returns whether the library already crashes or hangs before the added steps.
-bool Coverage::DiesBefore(const Addition& addition) const {
+bool Coverage::FailsWithoutSteps(const Addition& addition) const {
     const Addition before = {addition.variant, addition.settings, {}};
-    return !addition.steps.empty() && died_.count(WordsOf(before, false)) != 0;
+    return !addition.steps.empty() && failed_.count(WordsOf(before, false)) != 0;
 }
 
-void Coverage::Take(CoveredBoot taken) {
+void Coverage::Record(CoveredBoot done) {
     const size_t number = boots_.size();
-    boots_.push_back(std::move(taken));
+    boots_.push_back(std::move(done));
     const CoveredBoot& boot = boots_.back();
-    if (!boot.survived && boot.addition.steps.empty()) died_.insert(boot.words);
+    if (!boot.survived && boot.addition.steps.empty()) failed_.insert(boot.words);
     for (const RecordedLoad& load : boot.record.loads) {
         if (load.filter.empty()) steps_of_[load.file].insert(load.step);
         const auto& added = boot.addition.steps;
@@ -240,14 +241,14 @@ std::optional<std::vector<std::string>> Coverage::WordsFor(const std::string& fi
     return best == nullptr ? std::nullopt : std::optional(best->words);
 }
 
-bool Coverage::IsUntold(const std::string& file) const {
-    return std::any_of(open_.begin(), open_.end(), [&](const OpenFile& open) {
-        return open.path == file &&
+bool Coverage::IsUnknown(const std::string& file) const {
+    return std::any_of(unloaded_.begin(), unloaded_.end(), [&](const UnloadedFile& unloaded) {
+        return unloaded.path == file &&
                std::any_of(
-                       open.candidates.begin(), open.candidates.end(),
+                       unloaded.candidates.begin(), unloaded.candidates.end(),
                        [&](const Candidate& candidate) {
-                           return died_.count(WordsOf({candidate.variant, candidate.settings, {}},
-                                                      false)) != 0;
+                           return failed_.count(WordsOf({candidate.variant, candidate.settings, {}},
+                                                        false)) != 0;
                        });
     });
 }
@@ -272,8 +273,8 @@ void Coverage::TryValues() {
 // Tries the variants to which the places of files belong.
 void Coverage::TryPlaces() {
     std::vector<Addition> additions;
-    for (const OpenFile& open : open_) {
-        for (const Candidate& candidate : open.candidates)
+    for (const UnloadedFile& unloaded : unloaded_) {
+        for (const Candidate& candidate : unloaded.candidates)
             additions.push_back({candidate.variant, candidate.settings, {}});
     }
     Boot(additions, kPhones);
@@ -281,22 +282,23 @@ void Coverage::TryPlaces() {
 
 // Tries each step by itself, and the step that names the directory of a build.prop.
 void Coverage::TrySteps(const Steps& before) {
-    if (!IsAnyOpen()) return;
+    if (!HasUnloaded()) return;
     std::vector<Addition> additions;
     for (const std::string& step : KnownSteps()) additions.push_back({{}, {}, before + step});
-    for (const OpenFile& open : open_) {
-        if (android::base::Basename(open.path) != kBuildProp) continue;
-        additions.push_back({{}, {}, before + (kOwnStep + android::base::Dirname(open.path))});
+    for (const UnloadedFile& unloaded : unloaded_) {
+        if (android::base::Basename(unloaded.path) != kBuildProp) continue;
+        additions.push_back({{}, {}, before + (kOwnStep + android::base::Dirname(unloaded.path))});
     }
     Boot(additions);
 }
 
 // Tries the variants to which the places belong with each step, the likeliest first.
 void Coverage::TryPlacesWithSteps(const Steps& before) {
-    for (size_t i = 0; IsAnyOpen() && i < KnownSteps().size() && boots_.size() < kMostBoots; ++i) {
+    for (size_t i = 0; HasUnloaded() && i < KnownSteps().size() && boots_.size() < kMostBoots;
+         ++i) {
         std::vector<Addition> additions;
-        for (const OpenFile& open : open_) {
-            for (const Candidate& candidate : open.candidates) {
+        for (const UnloadedFile& unloaded : unloaded_) {
+            for (const Candidate& candidate : unloaded.candidates) {
                 Steps steps = candidate.steps;
                 for (const std::string& step : KnownSteps()) {
                     if (std::count(steps.begin(), steps.end(), step) == 0) steps.push_back(step);
@@ -327,11 +329,11 @@ std::vector<Variant> Coverage::Representatives() const {
 
 // Tries two axes together where the values of one change properties that the library reads.
 void Coverage::TryPairs() {
-    if (!IsAnyOpen()) return;
+    if (!HasUnloaded()) return;
     const std::vector<Variant> representatives = Representatives();
     std::set<Variant> named(representatives.begin(), representatives.end());
-    for (const OpenFile& open : open_) {
-        for (const Candidate& candidate : open.candidates) {
+    for (const UnloadedFile& unloaded : unloaded_) {
+        for (const Candidate& candidate : unloaded.candidates) {
             if (AxesOf(candidate.variant) == 1) named.insert(candidate.variant);
         }
     }
@@ -374,15 +376,15 @@ std::vector<Addition> Coverage::AdditionsFor(const Importer& importer) const {
     return additions;
 }
 
-// Tries values of references with which imports that are loaded lead to open files: for each file
+// Tries values of references with which loaded imports lead to unloaded files: for each file
 // the first that was not tried, until none is left.
 void Coverage::TryImports() {
     bool goes_on = true;
-    while (goes_on && IsAnyOpen() && boots_.size() < kMostBoots) {
+    while (goes_on && HasUnloaded() && boots_.size() < kMostBoots) {
         std::vector<Addition> next;
-        for (const OpenFile& open : open_) {
+        for (const UnloadedFile& unloaded : unloaded_) {
             std::vector<Addition> additions;
-            for (const Importer& importer : open.importers) {
+            for (const Importer& importer : unloaded.importers) {
                 for (Addition& addition : AdditionsFor(importer)) {
                     if (tried_.count(WordsOf(addition, options_.uses_default_steps)) != 0) continue;
                     next.push_back(std::move(addition));

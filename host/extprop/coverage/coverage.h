@@ -55,7 +55,7 @@ class Coverage {
 
     // Returns whether the file's place belongs to a variant in whose boot the library crashes or
     // hangs, so that it is unknown what that variant reads.
-    bool IsUntold(const std::string& file) const;
+    bool IsUnknown(const std::string& file) const;
 
     // Returns the steps that load the whole file.
     const std::set<std::string>& StepsThatLoad(const std::string& file) const;
@@ -63,14 +63,15 @@ class Coverage {
     const VariantSpace& space() const { return space_; }
 
   private:
-    // A file that no boot so far has loaded whole.
+    // An import that may lead to a file.
     struct Importer {
         std::pair<std::string, int> place;  // the file and line
         std::vector<std::string> references;
         std::vector<ReferenceValues>
                 choices;  // of the references' values, with which it may lead to the file
     };
-    struct OpenFile {
+    // A file that no boot so far has loaded completely.
+    struct UnloadedFile {
         std::string path;
         std::vector<Candidate> candidates;
         std::vector<Importer> importers;
@@ -84,14 +85,14 @@ class Coverage {
     void TryPairs();
     void TryImports();
 
-    void FindOpenFiles(const Survey& survey);
-    bool IsAnyOpen() const { return !open_.empty() && !is_stopped_; }
-    void WatchWhatIsAsked();
+    void FindUnloadedFiles(const Survey& survey);
+    bool HasUnloaded() const { return !unloaded_.empty() && !is_stopped_; }
+    void WatchDecidingProperties();
     std::vector<CoveredBoot> BootsOf(std::vector<CoveredBoot> boots);
     enum Kind { kPhones, kOthers };
     bool Boot(const std::vector<Addition>& additions, Kind kind = kOthers);
-    bool DiesBefore(const Addition& addition) const;
-    void Take(CoveredBoot taken);
+    bool FailsWithoutSteps(const Addition& addition) const;
+    void Record(CoveredBoot done);
     std::vector<Variant> Representatives() const;
     std::vector<Addition> AdditionsFor(const Importer& importer) const;
 
@@ -101,10 +102,10 @@ class Coverage {
     VariantSpace space_;
     DeviceImports imports_;
     std::set<std::string> watched_;  // properties that may decide what is loaded
-    std::vector<OpenFile> open_;
+    std::vector<UnloadedFile> unloaded_;
     std::vector<CoveredBoot> boots_;
     std::set<std::vector<std::string>> tried_;
-    std::set<std::vector<std::string>> died_;  // words of boots without added steps
+    std::set<std::vector<std::string>> failed_;  // words of boots without added steps
     // By the device's own file and the filter, the boot with the fewest words that loads it so.
     std::map<std::string, std::map<std::string, size_t>> loads_;
     std::set<std::string> read_;

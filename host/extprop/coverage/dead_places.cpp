@@ -105,7 +105,7 @@ class Finder {
         std::map<std::string, const SurveyedFile*> files;
         for (const SurveyedFile& file : survey_.files) {
             files[file.path] = &file;
-            if (IsSystems(file.path) || IsOfPackage(file.path) || coverage_.IsUntold(file.path)) {
+            if (IsSystems(file.path) || IsOfPackage(file.path) || coverage_.IsUnknown(file.path)) {
                 waiting.push_back(&file);
             }
         }

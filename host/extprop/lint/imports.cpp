@@ -433,7 +433,7 @@ class LoadCounter {
     // Returns the file that one load of the file at `top` loads most often.
     Worst WorstOf(const std::string& top) {
         Worst worst;
-        if (Below(top) < kManyLoads) return worst;
+        if (LoadsBy(top) < kManyLoads) return worst;
         std::map<std::string, uint64_t> loads, follows = {{top, 1}};
         for (const std::string& path : InOrder(top)) {
             for (const Import& import : ImportsOf(path)) {
@@ -471,7 +471,7 @@ class LoadCounter {
     const std::string* Chosen(const Import& import) {
         const std::string* chosen = nullptr;
         for (const std::string& file : *import.files) {
-            if (chosen == nullptr || Below(file) > Below(*chosen)) chosen = &file;
+            if (chosen == nullptr || LoadsBy(file) > LoadsBy(*chosen)) chosen = &file;
         }
         return chosen;
     }
@@ -479,16 +479,16 @@ class LoadCounter {
     uint64_t Of(const Import& import) {
         const std::string* file = Chosen(import);
         if (file == nullptr) return 0;
-        return import.is_followed() ? Sum(1, Below(*file)) : 1;
+        return import.is_followed() ? Sum(1, LoadsBy(*file)) : 1;
     }
 
     // Returns the number of loads that one load of the file causes.
-    uint64_t Below(const std::string& path) {
-        const auto [known, is_new] = below_.try_emplace(path);
+    uint64_t LoadsBy(const std::string& path) {
+        const auto [known, is_new] = loads_by_.try_emplace(path);
         if (!is_new) return known->second;
         uint64_t loads = 0;
         for (const Import& import : ImportsOf(path)) loads = Sum(loads, Of(import));
-        return below_[path] = loads;
+        return loads_by_[path] = loads;
     }
 
     // Returns `top` and the files to which its imports lead, each before those that it imports.
@@ -509,7 +509,7 @@ class LoadCounter {
     }
 
     const ImportGraph& graph_;
-    std::map<std::string, uint64_t> below_;
+    std::map<std::string, uint64_t> loads_by_;
 };
 
 // Reports the files that no file imports and that load one file very often.
