@@ -95,7 +95,7 @@ inline constexpr size_t kLinted = size_t{256} << 20;  // of property files, in b
 // A boot, and other calls of the library inside the sandbox.
 inline constexpr size_t kOpens = 40'000;                     // files opened
 inline constexpr uint64_t kOpenedBytes = uint64_t{1} << 30;  // their sizes added up
-inline constexpr size_t kTold = size_t{64} << 20;            // what it sends to the tool, in bytes
+inline constexpr size_t kEvents = size_t{64} << 20;          // what it sends to the tool, in bytes
 inline constexpr uint64_t kMemory = uint64_t{448} << 20;     // its data, in bytes
 
 // The tool's own processes. Together with a boot and the image readers they use less than 1.5 GB.

@@ -32,7 +32,7 @@ int Call(long number, Arguments... arguments) {
     return -1;
 }
 
-void TellOpened(int fd) {
+void ReportOpened(int fd) {
     if (auto* observer = platform::CurrentObserver()) observer->OnOpened(fd);
 }
 
@@ -66,7 +66,7 @@ int open(const char* path, int flags, ...) {
     }
     if (auto* observer = platform::CurrentObserver()) observer->OnOpen(path, flags);
     const int fd = Call(SYS_openat, AT_FDCWD, path, flags, mode);
-    if (fd != -1 && (flags & O_ACCMODE) == O_RDONLY) TellOpened(fd);
+    if (fd != -1 && (flags & O_ACCMODE) == O_RDONLY) ReportOpened(fd);
     return fd;
 }
 
@@ -100,7 +100,7 @@ FILE* fopen64(const char* path, const char* mode) {
         observer->OnOpen(path, mode[0] == 'r' ? O_RDONLY : O_WRONLY);
     }
     FILE* const file = next(path, mode);
-    if (file != nullptr && mode[0] == 'r') TellOpened(fileno(file));
+    if (file != nullptr && mode[0] == 'r') ReportOpened(fileno(file));
     return file;
 }
 

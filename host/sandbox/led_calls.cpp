@@ -56,7 +56,7 @@ long KernelStatus(int fd, struct stat* status) {
     return Kernel(SYS_newfstatat, fd, "", status, AT_EMPTY_PATH);
 }
 
-void KeepPlace(int fd, const ResolvedPath& entry) {
+void RecordPlace(int fd, const ResolvedPath& entry) {
     struct stat status;
     if (KernelStatus(fd, &status) != 0) return;
     std::lock_guard<std::mutex> lock(*g_places_mutex);
@@ -103,7 +103,7 @@ long LeadOpen(int at, const char* path, int flags, mode_t mode) {
     ResolvedPath entry;
     const long fd = g_view->Open(start, path, flags, mode, &entry);
     const bool is_kept = entry.is_directory() || !g_view->is_kernels({entry.mount, entry.path});
-    if (fd >= 0 && is_kept) KeepPlace(static_cast<int>(fd), entry);
+    if (fd >= 0 && is_kept) RecordPlace(static_cast<int>(fd), entry);
     return fd;
 }
 

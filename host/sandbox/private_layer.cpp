@@ -38,8 +38,8 @@ std::string Upper(const std::string& path) {
     return "upper" + path;
 }
 
-std::string PlayedPath(const struct stat& status) {
-    return "played/" + std::to_string(status.st_ino);
+std::string EmulatedOwnerPath(const struct stat& status) {
+    return "owners/" + std::to_string(status.st_ino);
 }
 
 std::string NewName() {
@@ -57,7 +57,7 @@ mode_t Reachable(mode_t mode) {
 // Memory shared by all processes that have the layer.
 struct PrivateLayer::Shared {
     std::atomic<uint64_t> changes;
-    std::atomic<bool> plays;  // any owner or mode is emulated
+    std::atomic<bool> has_emulated_owners;  // any owner or mode is emulated
 };
 
 bool PrivateLayer::Attributes::operator==(const Attributes& other) const {
@@ -66,7 +66,7 @@ bool PrivateLayer::Attributes::operator==(const Attributes& other) const {
 
 PrivateLayer::PrivateLayer(const Tree& original, const std::string& directory)
         : original_(original), directory_(OpenOrThrow(directory, O_PATH | O_DIRECTORY)) {
-    for (const char* name : {"upper", "played"}) {
+    for (const char* name : {"upper", "owners"}) {
         Check(mkdirat(directory_.get(), name, kReachableDirectory) == 0, directory);
     }
     Check(fchmodat(directory_.get(), "upper", kReachableDirectory | kPlaceholder, 0) == 0,
@@ -85,17 +85,18 @@ PrivateLayer::~PrivateLayer() {
 
 // Returns whether the layer has the directory, and so the names of all that is in it.
 bool PrivateLayer::HasDirectory(const std::string& path) const {
-    if (const uint64_t now = changes(); now != known_at_) {
-        known_.clear();
-        known_at_ = now;
+    if (const uint64_t now = changes(); now != cached_at_) {
+        has_directory_.clear();
+        cached_at_ = now;
     }
-    if (const auto known = known_.find(path); known != known_.end()) return known->second;
+    if (const auto known = has_directory_.find(path); known != has_directory_.end())
+        return known->second;
     // The layer has no directory below one that it does not have.
     const bool may_have = path[0] != '/' || HasDirectory(ParentOf(path));
     struct stat status;
-    return known_[path] = may_have &&
-                          StatusIn(directory_.get(), Upper(path).c_str(), &status) == 0 &&
-                          (status.st_mode & kPlaceholder) == 0;
+    return has_directory_[path] = may_have &&
+                                  StatusIn(directory_.get(), Upper(path).c_str(), &status) == 0 &&
+                                  (status.st_mode & kPlaceholder) == 0;
 }
 
 uint64_t PrivateLayer::changes() const {
@@ -117,7 +118,7 @@ bool PrivateLayer::IsOwn(const std::string& path, struct stat* status) const {
     }
     const bool is_link = S_ISLNK(status->st_mode);
     if (!is_link && (status->st_mode & kPlaceholder) != 0) return false;
-    if (GetPlayed(status) || !is_link) return true;
+    if (GetEmulatedOwner(status) || !is_link) return true;
     std::string target, original_target;
     return TargetIn(directory_.get(), Upper(path).c_str(), &target) <= 0 ||
            original_.Target(path, &original_target) <= 0 || target != original_target;
@@ -150,11 +151,11 @@ long PrivateLayer::Open(const std::string& path, int flags) const {
 
 // Puts the emulated owner and mode of a file in the layer into `*status`. Returns false if it has
 // none.
-bool PrivateLayer::GetPlayed(struct stat* status) const {
+bool PrivateLayer::GetEmulatedOwner(struct stat* status) const {
     std::string text;
     unsigned mode, user, group;
-    const bool known = shared_->plays &&
-                       TargetIn(directory_.get(), PlayedPath(*status).c_str(), &text) > 0 &&
+    const bool known = shared_->has_emulated_owners &&
+                       TargetIn(directory_.get(), EmulatedOwnerPath(*status).c_str(), &text) > 0 &&
                        sscanf(text.c_str(), "%o:%u:%u", &mode, &user, &group) == 3;
     if (!known) {
         status->st_uid = status->st_gid = 0;  // root of the device made it
@@ -166,10 +167,10 @@ bool PrivateLayer::GetPlayed(struct stat* status) const {
     return true;
 }
 
-long PrivateLayer::SetPlayed(const std::string& place, const Attributes& attributes) const {
+long PrivateLayer::SetEmulatedOwner(const std::string& place, const Attributes& attributes) const {
     struct stat status;
     if (long error = StatusIn(directory_.get(), place.c_str(), &status); error < 0) return error;
-    const std::string path = PlayedPath(status);
+    const std::string path = EmulatedOwnerPath(status);
     Kernel(SYS_unlinkat, directory_.get(), path.c_str(), 0);
     const mode_t mode = attributes.mode & kPermissions;
     // A link without an emulated owner would show the original's, so it always gets one.
@@ -179,15 +180,15 @@ long PrivateLayer::SetPlayed(const std::string& place, const Attributes& attribu
     }
     char text[64];
     snprintf(text, sizeof(text), "%o:%u:%u", mode, attributes.user, attributes.group);
-    shared_->plays = true;
+    shared_->has_emulated_owners = true;
     return Kernel(SYS_symlinkat, text, directory_.get(), path.c_str());
 }
 
 // Emulates the mode that a new file was given, less the process's umask.
-long PrivateLayer::SetPlayedMode(const std::string& place, mode_t mode) const {
+long PrivateLayer::SetEmulatedMode(const std::string& place, mode_t mode) const {
     struct stat status;
     if (long error = StatusIn(directory_.get(), place.c_str(), &status); error < 0) return error;
-    return SetPlayed(place, {mode & status.st_mode, 0, 0});
+    return SetEmulatedOwner(place, {mode & status.st_mode, 0, 0});
 }
 
 // --- Changing -----------------------------------------------------------------------------------
@@ -236,7 +237,7 @@ long PrivateLayer::Shadow(const std::string& directory) {
         }
     }
     Kernel(SYS_fchmodat, at, unfinished.c_str(), Reachable(status.st_mode));
-    SetPlayed(unfinished, {status.st_mode, status.st_uid, status.st_gid});
+    SetEmulatedOwner(unfinished, {status.st_mode, status.st_uid, status.st_gid});
     const long done =
             Kernel(SYS_renameat2, at, unfinished.c_str(), at, Upper(directory).c_str(), 0);
     Changed();
@@ -295,7 +296,7 @@ long PrivateLayer::CopyFile(const std::string& path, const struct stat& status, 
         return error;
     }
     Kernel(SYS_fchmodat, at, unfinished.c_str(), Reachable(status.st_mode));
-    SetPlayed(unfinished, {status.st_mode, status.st_uid, status.st_gid});
+    SetEmulatedOwner(unfinished, {status.st_mode, status.st_uid, status.st_gid});
     if (copied == Copied::kContent) MarkSeen(unfinished);
     return Kernel(SYS_renameat2, at, unfinished.c_str(), at, Upper(path).c_str(), 0);
 }
@@ -315,7 +316,7 @@ long PrivateLayer::Create(const std::string& path, int flags, mode_t mode) {
     const std::string upper = Upper(path);
     const long fd = Kernel(SYS_openat, directory_.get(), upper.c_str(), flags | O_NOFOLLOW,
                            Reachable(S_IFREG | mode));
-    if (fd >= 0) SetPlayedMode(upper, mode);
+    if (fd >= 0) SetEmulatedMode(upper, mode);
     return fd;
 }
 
@@ -324,7 +325,7 @@ long PrivateLayer::MakeDirectory(const std::string& path, mode_t mode) {
     const std::string upper = Upper(path);
     const long made = Kernel(SYS_mkdirat, directory_.get(), upper.c_str(),
                              Reachable(S_IFDIR | (mode & 01777)));
-    if (made == 0) SetPlayedMode(upper, mode);
+    if (made == 0) SetEmulatedMode(upper, mode);
     Changed();
     return made;
 }
@@ -351,7 +352,7 @@ long PrivateLayer::Remove(const std::string& path, bool directory) {
     StatusIn(directory_.get(), upper.c_str(), &status);
     const long error =
             Kernel(SYS_unlinkat, directory_.get(), upper.c_str(), directory ? AT_REMOVEDIR : 0);
-    if (error == 0) Kernel(SYS_unlinkat, directory_.get(), PlayedPath(status).c_str(), 0);
+    if (error == 0) Kernel(SYS_unlinkat, directory_.get(), EmulatedOwnerPath(status).c_str(), 0);
     Changed();
     return error;
 }
@@ -373,7 +374,7 @@ long PrivateLayer::RemoveAndKeep(const std::string& path, bool directory, std::s
     if (long error = Kernel(SYS_mkdirat, at, place.c_str(), Reachable(status.st_mode)); error < 0) {
         return error;
     }
-    return SetPlayed(place, {status.st_mode, status.st_uid, status.st_gid});
+    return SetEmulatedOwner(place, {status.st_mode, status.st_uid, status.st_gid});
 }
 
 long PrivateLayer::OpenRemoved(int flags) const {
@@ -393,7 +394,7 @@ long PrivateLayer::ChangeOwner(const std::string& path, uid_t user, gid_t group)
     if (long error = TakeOver(path, Copied::kContent); error < 0) return error;
     if (user == static_cast<uid_t>(-1)) user = status.st_uid;
     if (group == static_cast<gid_t>(-1)) group = status.st_gid;
-    return SetPlayed(Upper(path), {status.st_mode, user, group});
+    return SetEmulatedOwner(Upper(path), {status.st_mode, user, group});
 }
 
 long PrivateLayer::ChangeMode(const std::string& path, mode_t mode) {
@@ -405,7 +406,7 @@ long PrivateLayer::ChangeMode(const std::string& path, mode_t mode) {
     if (long error = Kernel(SYS_fchmodat, directory_.get(), upper.c_str(), reachable); error < 0) {
         return error;
     }
-    return SetPlayed(upper, {mode, status.st_uid, status.st_gid});
+    return SetEmulatedOwner(upper, {mode, status.st_uid, status.st_gid});
 }
 
 long PrivateLayer::OpenForChange(const std::string& path, int flags) {

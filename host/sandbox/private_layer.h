@@ -6,7 +6,7 @@
 //                that listing it takes no look at the original, or not at all; with a directory it
 //                has those above. What is as in the original has a placeholder there: an empty file
 //                or directory of its type, with the sticky bit. A link is its own placeholder.
-//   played/INODE the emulated mode and owner of a file in upper/, where the device has other ones:
+//   owners/INODE the emulated mode and owner of a file in upper/, where the device has other ones:
 //                a link whose target is "mode:user:group"
 //   new-PID-N    a file or directory that is not finished
 //   upper-new-PID-N  what was removed while a mount showed it
@@ -96,9 +96,9 @@ class PrivateLayer : public Tree {
     bool IsOwn(const std::string& path, struct stat* status) const;
     void Changed() const;
 
-    bool GetPlayed(struct stat* status) const;
-    long SetPlayed(const std::string& place, const Attributes& attributes) const;
-    long SetPlayedMode(const std::string& place, mode_t mode) const;
+    bool GetEmulatedOwner(struct stat* status) const;
+    long SetEmulatedOwner(const std::string& place, const Attributes& attributes) const;
+    long SetEmulatedMode(const std::string& place, mode_t mode) const;
 
     long MakePlaceholder(const std::string& original, const std::string& place,
                          unsigned char type) const;
@@ -117,9 +117,9 @@ class PrivateLayer : public Tree {
     android::base::unique_fd directory_;
     struct Shared;
     Shared* shared_;
-    // Cache: whether the layer has a directory; valid while changes() is known_at_.
-    mutable std::unordered_map<std::string, bool> known_;
-    mutable uint64_t known_at_ = 0;
+    // Cache: whether the layer has a directory; valid while changes() is cached_at_.
+    mutable std::unordered_map<std::string, bool> has_directory_;
+    mutable uint64_t cached_at_ = 0;
     std::set<std::string> block_devices_;
     uint64_t copied_ = 0;  // bytes, by this process and its ancestors
     States seen_;          // what differed from the original at the last TakeChanges()

@@ -144,7 +144,7 @@ class BootedDevice {
 
     const sandbox::Sandbox& root_;
     unique_fd channel_;
-    size_t left_ = 2 * limits::kTold;  // more than the limit in the process itself
+    size_t left_ = 2 * limits::kEvents;  // more than the limit in the process itself
     LastFile last_file_;
     sandbox::Process process_;
     BootListener* listener_;
@@ -230,7 +230,7 @@ void PreparedDevice::Prepare() {
         report_.notes.emplace_back("no step but reboot is given, so no step calls the library");
     }
     changed_.clear();
-    if (tells_files() && HasChanges(options_.what_if)) {
+    if (reports_files() && HasChanges(options_.what_if)) {
         changed_ = MakeChanges(options_.what_if, root_);
     }
     SeparateStored(&options_.plan);
@@ -258,7 +258,7 @@ Report PreparedDevice::Boot(BootListener* listener,
         // If changes of files are not reported, the process itself makes the what-if changes, which
         // is faster.
         const bool changes =
-                !tells_files() && report_.boots.empty() && HasChanges(options_.what_if);
+                !reports_files() && report_.boots.empty() && HasChanges(options_.what_if);
         booted = std::make_unique<BootedDevice>(root_, fetch_, plan,
                                                 changes ? &options_.what_if : nullptr, listener);
         report_.boots.push_back({plan.properties, plan.stored, changed_});
@@ -295,13 +295,13 @@ Report PreparedDevice::Boot(BootListener* listener,
         }
         if (listener != nullptr) listener->OnStepEnd();
         if (!performed) return;
-        if (tells_files()) done.files = FileChanges(&root_);
+        if (reports_files()) done.files = FileChanges(&root_);
         for (const FileEffect& file : done.files) plan.written.insert(file.path);
         report_.steps.push_back(std::move(done));
     };
 
     start();
-    if (tells_files()) root_.TakeChanges();  // discards those that prepared the boot
+    if (reports_files()) root_.TakeChanges();  // discards those that prepared the boot
     for (size_t i = 0; i < plan.steps.size() && !report_.failure; ++i) {
         const Step& step = plan.steps[i];
         if (step.is_reboot()) {

@@ -70,7 +70,7 @@ class PreparedDevice {
                 const std::function<bool(const std::string& name)>& traced = nullptr);
 
   private:
-    bool tells_files() const { return options_.plan.detail != Detail::kNothing; }
+    bool reports_files() const { return options_.plan.detail != Detail::kNothing; }
 
     void Prepare();
     void PrepareSplashPartition();

@@ -22,7 +22,7 @@ constexpr struct {
 } kLimits[] = {
         {limits::kOpens, "opened files"},
         {limits::kOpenedBytes, "bytes in opened files"},
-        {limits::kTold, "bytes of events"},
+        {limits::kEvents, "bytes of events"},
         {limits::kMemory, "bytes of memory"},
 };
 

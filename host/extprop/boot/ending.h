@@ -6,7 +6,7 @@
 
 namespace extprop {
 
-enum class Limit { kOpens, kOpenedBytes, kTold, kMemory };
+enum class Limit { kOpens, kOpenedBytes, kEvents, kMemory };
 
 inline constexpr int kChangesFailed = 77;
 

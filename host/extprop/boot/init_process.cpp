@@ -57,7 +57,7 @@ class Init {
         } else {
             step.kind->perform(context_, step.argument);
         }
-        if (step.starts_bind_thread()) PlayInstallingService(plan_.requests, reporter_);
+        if (step.starts_bind_thread()) EmulateInstallingService(plan_.requests, reporter_);
         reporter_->OnStepEnd();
     }
 

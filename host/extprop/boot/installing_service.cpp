@@ -9,7 +9,7 @@
 
 namespace extprop {
 
-void PlayInstallingService(const std::vector<std::string>& requests, Reporter* reporter) {
+void EmulateInstallingService(const std::vector<std::string>& requests, Reporter* reporter) {
     using namespace std::chrono_literals;
     using android::init::kBindComplete;
     using android::init::kCotaBindRequest;
@@ -23,7 +23,7 @@ void PlayInstallingService(const std::vector<std::string>& requests, Reporter* r
             std::this_thread::sleep_for(1ms);
             acknowledged = android::base::GetProperty(kCotaBindRequest, "") == kAcknowledged;
         }
-        if (!acknowledged) reporter->Tell(UnacknowledgedEvent{request});
+        if (!acknowledged) reporter->Emit(UnacknowledgedEvent{request});
     }
 }
 

@@ -11,6 +11,6 @@ namespace extprop {
 
 // Sends the requests to the bind thread, each after the one before is acknowledged or has been
 // ignored for 5 s, and reports them.
-void PlayInstallingService(const std::vector<std::string>& requests, Reporter* reporter);
+void EmulateInstallingService(const std::vector<std::string>& requests, Reporter* reporter);
 
 }  // namespace extprop

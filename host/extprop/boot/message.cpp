@@ -169,7 +169,7 @@ Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
     pollfd ready{fd, POLLIN, 0};
     if (TEMP_FAILURE_RETRY(poll(&ready, 1, wait)) != 1) return Received::kTimeOut;
 
-    size_t own = limits::kTold;
+    size_t own = limits::kEvents;
     ChunkReader chunks(fd, left != nullptr ? left : &own);
     std::istream in(&chunks);
     *document = json::from_cbor(in, true, false);

@@ -41,7 +41,7 @@ enum class Received { kMessage, kEnd, kTimeOut };
 
 // Receives one document and waits for its start until `deadline`. `*left` is the number of bytes
 // that may still arrive, from which this subtracts; a document above it counts as the end. If
-// `left` is null, each document may have limits::kTold bytes.
+// `left` is null, each document may have limits::kEvents bytes.
 Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
                          nlohmann::json* document, size_t* left = nullptr);
 

@@ -84,12 +84,12 @@ std::string LogoContent(const std::string& path) {
 
 void Reporter::Send(Message message) {
     std::lock_guard<std::mutex> lock(mutex_);
-    SendMessage(channel_, std::move(message), &told_);
-    if (told_ > limits::kTold) EndAt(Limit::kTold);
+    SendMessage(channel_, std::move(message), &emitted_bytes_);
+    if (emitted_bytes_ > limits::kEvents) EndAt(Limit::kEvents);
 }
 
-void Reporter::Tell(Event event) {
-    if (tells_events()) Send(std::move(event));
+void Reporter::Emit(Event event) {
+    if (reports_events()) Send(std::move(event));
 }
 
 void Reporter::MakeRecord(const DeviceImports& imports, const std::set<std::string>& watched) {
@@ -115,13 +115,13 @@ void Reporter::Note(const std::string& name, const std::string& value) const {
     record_.given[name].insert(value);
 }
 
-bool Reporter::IsTold(const std::string& name) const {
+bool Reporter::IsReported(const std::string& name) const {
     return detail_ == Detail::kEverything || (wanted_ && wanted_(name));
 }
 
-PropertyMap Reporter::Told(PropertyMap properties) const {
+PropertyMap Reporter::Reported(PropertyMap properties) const {
     for (auto property = properties.begin(); property != properties.end();) {
-        property = IsTold(property->first) ? std::next(property) : properties.erase(property);
+        property = IsReported(property->first) ? std::next(property) : properties.erase(property);
     }
     return properties;
 }
@@ -135,16 +135,16 @@ Handover Reporter::Apply(Properties&& properties) const {
         const auto reason =
                 platform::IsExpected(name, value) ? std::nullopt : WhyRefused(name, value);
         if (reason) {
-            if (IsTold(name)) handover.refused.push_back({name, value, *reason});
+            if (IsReported(name)) handover.refused.push_back({name, value, *reason});
             continue;
         }
         std::optional<std::string> previous = platform::StoreProperty(name, value);
         Note(name, value);
-        if (previous == value || !IsTold(name)) continue;
+        if (previous == value || !IsReported(name)) continue;
         handover.changes.push_back({name, std::move(previous)});
     }
-    if (tells_events()) {
-        handover.properties = Told(std::forward<Properties>(properties));
+    if (reports_events()) {
+        handover.properties = Reported(std::forward<Properties>(properties));
     }
     return handover;
 }
@@ -153,14 +153,14 @@ void Reporter::OnCallback(int mode, PropertyMap properties, const void* frame) {
     const Unobserved unobserved;
     CallbackEvent event;
     event.mode = mode;
-    if (tells_events()) {
+    if (reports_events()) {
         event.operations = CallChain();
         event.map = tracker_.HandedOver(event.operations, frame);
         event.inputs = TakeReads(event.operations);
     }
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
     static_cast<Handover&>(event) = Apply(std::move(properties));
-    Tell(std::move(event));
+    Emit(std::move(event));
 }
 
 void Reporter::OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation) {
@@ -169,24 +169,24 @@ void Reporter::OnMap(const PropertyMap& loaded, const PropertyMap* map, const ch
     event.map = tracker_.TakenOver(map);
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
     static_cast<Handover&>(event) = Apply(loaded);
-    Tell(std::move(event));
+    Emit(std::move(event));
 }
 
 void Reporter::OnStored(const PropertyMap& stored) {
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
-    Tell(StoredEvent{Apply(stored)});
+    Emit(StoredEvent{Apply(stored)});
 }
 
 void Reporter::OnRequest(const std::string& name, const std::string& value) {
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
     platform::StoreProperty(name, value);
-    Tell(RequestEvent{name, value});
+    Emit(RequestEvent{name, value});
 }
 
 void Reporter::OnKey(const std::string& name, const std::string& value) {
     std::lock_guard<std::mutex> change(platform::ChangeMutex());
     platform::StoreProperty(name, value);
-    Tell(KeyEvent{name, value});
+    Emit(KeyEvent{name, value});
 }
 
 void Reporter::OnWrite(const Edit& edit) {
@@ -205,7 +205,7 @@ void Reporter::OnLog(android::base::LogSeverity severity, const char* file, unsi
 }
 
 void Reporter::OnStepEnd() {
-    TellIdle();
+    EmitIdle();
     ReportLogo();
 }
 
@@ -214,7 +214,7 @@ void Reporter::ReportLogo() {
     const Unobserved unobserved;
     const std::string logo = LogoContent(logo_source_);
     if (!logo.empty() && android::base::StartsWith(LogoContent(kSplashPartition), logo)) {
-        Tell(LogoEvent{logo_source_, static_cast<int>(logo.size())});
+        Emit(LogoEvent{logo_source_, static_cast<int>(logo.size())});
     }
     logo_source_.clear();
 }
@@ -234,7 +234,7 @@ void Reporter::OnOpen(const char* path, int flags) {
         }
     }
     if (writes) tracker_.Written(path);
-    if (!writes && wanted_ && tells_events()) AddSmallFile(path);
+    if (!writes && wanted_ && reports_events()) AddSmallFile(path);
     if (detail_ == Detail::kEverything) Send(OpenEvent{path, writes});
 }
 
@@ -301,7 +301,7 @@ std::vector<OperationInput> Reporter::TakeReads(const std::vector<std::string>& 
 }
 
 // Reports, for each innermost function, what was read without setting a property.
-void Reporter::TellIdle() {
+void Reporter::EmitIdle() {
     std::map<std::string, IdleEvent> idle;
     {
         std::lock_guard<std::mutex> lock(reads_mutex_);
@@ -315,11 +315,11 @@ void Reporter::TellIdle() {
         }
         reads_.clear();
     }
-    for (auto& [operation, event] : idle) Tell(std::move(event));
+    for (auto& [operation, event] : idle) Emit(std::move(event));
 }
 
 void Reporter::OnPropertyGet(const std::string& name) {
-    if (wanted_ && tells_events() && !Unobserved::IsOn()) {
+    if (wanted_ && reports_events() && !Unobserved::IsOn()) {
         const Unobserved unobserved;
         AddRead(CallChain(), {name, android::base::GetProperty(name, ""), std::nullopt, 0});
     }
@@ -329,7 +329,7 @@ void Reporter::OnPropertyGet(const std::string& name) {
 }
 
 void Reporter::OnLookUp(const char* path, const char* name) {
-    if (!tells_events()) return;
+    if (!reports_events()) return;
     const Unobserved unobserved;
     LookUpEvent event;
     event.path = PlainPath(path);
@@ -378,12 +378,12 @@ void Reporter::OnMount(const char* source, const char* target, unsigned long fla
         event.covers = mounting.target.value_or(target);
         tracker_.Bound(mounting.source.value_or(source), *event.covers, (flags & MS_REC) != 0);
     }
-    Tell(std::move(event));
+    Emit(std::move(event));
 }
 
 void Reporter::OnPropertySet(const std::string& name, const std::string& value) {
     Note(name, value);
-    if (!tells_events()) return;
+    if (!reports_events()) return;
     const Unobserved unobserved;
     PropertyEvent event{name, value, CallChain(), {}};
     event.inputs = TakeReads(event.operations);
@@ -391,7 +391,7 @@ void Reporter::OnPropertySet(const std::string& name, const std::string& value) 
 }
 
 void Reporter::OnRestorecon(const char* path, unsigned int flags, int result) {
-    Tell(RestoreconEvent{path, static_cast<int>(flags), result});
+    Emit(RestoreconEvent{path, static_cast<int>(flags), result});
 }
 
 }  // namespace extprop

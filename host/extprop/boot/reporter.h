@@ -34,7 +34,7 @@ class Reporter : public platform::Observer, private LoadListener {
     void Send(Message message);
 
     // Sends the event if it belongs to the requested detail.
-    void Tell(Event event);
+    void Emit(Event event);
 
     // Call it when a step begins.
     void OnStep(const std::string& step);
@@ -88,18 +88,18 @@ class Reporter : public platform::Observer, private LoadListener {
     void OnRestorecon(const char* path, unsigned int flags, int result) override;
 
   private:
-    bool tells_events() const { return detail_ != Detail::kNothing; }
-    bool follows_loads() const { return tells_events() || tracker_.notes_names(); }
+    bool reports_events() const { return detail_ != Detail::kNothing; }
+    bool follows_loads() const { return reports_events() || tracker_.notes_names(); }
 
     // Records a watched property's new value.
     void Note(const std::string& name, const std::string& value) const;
 
-    bool IsTold(const std::string& name) const;
-    PropertyMap Told(PropertyMap properties) const;
+    bool IsReported(const std::string& name) const;
+    PropertyMap Reported(PropertyMap properties) const;
     template <typename Properties>
     Handover Apply(Properties&& properties) const;
 
-    void OnLoadBegun(LoadEvent event) override { Tell(std::move(event)); }
+    void OnLoadBegun(LoadEvent event) override { Emit(std::move(event)); }
     void OnLinesRead(LinesRead lines) override { Send(std::move(lines)); }
 
     // What a running operation has read, in a traced boot.
@@ -110,12 +110,12 @@ class Reporter : public platform::Observer, private LoadListener {
     void AddSmallFile(const char* path);
     void AddRead(std::vector<std::string> operations, OperationInput input);
     std::vector<OperationInput> TakeReads(const std::vector<std::string>& operations);
-    void TellIdle();
+    void EmitIdle();
 
     std::mutex mutex_;
     std::mutex reads_mutex_;
     std::vector<Read> reads_;
-    size_t told_ = 0;  // bytes sent
+    size_t emitted_bytes_ = 0;
     size_t opens_ = 0;
     std::atomic<uint64_t> opened_bytes_ = 0;
     int channel_;

@@ -115,7 +115,7 @@ const SwitchKey& KeyOf(int axis) {
     return SwitchKeys().at(axis - kFirstKeyAxis);
 }
 
-std::optional<std::string> WhyNot(int axis, const std::string& value) {
+std::optional<std::string> WhyImpossible(int axis, const std::string& value) {
     if (value.find_first_of(std::string("\n\0", 2)) != std::string::npos)
         return "the value has more than one line";
     return axis < kFirstKeyAxis ? std::nullopt : WhyRefused(KeyOf(axis).property, value);

@@ -44,7 +44,7 @@ const SwitchKey& KeyOf(int axis);
 using Variant = std::array<std::optional<std::string>, kAxisCount>;
 
 // Returns the reason why no phone can have the value, or nothing if one can.
-std::optional<std::string> WhyNot(int axis, const std::string& value);
+std::optional<std::string> WhyImpossible(int axis, const std::string& value);
 
 // Returns the message on a value that no file of the device is for.
 std::string NoValueText(int axis, const std::string& value);

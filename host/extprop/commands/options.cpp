@@ -157,7 +157,7 @@ BootOptions OptionsOf(const std::string& device, const BootArguments& arguments)
     if (!arguments.no_complete) plan.requests.push_back(android::init::kBindComplete);
     for (int axis = 0; axis < kAxisCount; ++axis) {
         const std::string value = arguments.what_if[axis].value_or("");
-        if (const auto reason = WhyNot(axis, value)) {
+        if (const auto reason = WhyImpossible(axis, value)) {
             throw InputError(std::string("--") + kAxes[axis].name + " '" + value +
                              "': no phone has such a value: " + *reason);
         }

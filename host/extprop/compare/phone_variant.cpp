@@ -58,16 +58,16 @@ class VariantFinder {
         for (int axis = kFirstKeyAxis; axis < kAxisCount; ++axis) Take(axis, properties);
         GiveMissingChannel();
         const bool has_stored = !persistent_.empty() || !found_.stored.empty();
-        if (untold_.empty() && !has_stored) return std::move(found_);
+        if (unreported_.empty() && !has_stored) return std::move(found_);
         if (found_.variant != roots || found_.stored.count(kChannelInfo) != 0) {
             properties = BootUntilAllIsGiven();
         }
         const PropertyMap all = found_.stored;
-        GiveLessIfThatIsNearer(&properties);
-        if (TakeWhatIsNearest(&properties)) {
+        GiveFewerIfNearer(&properties);
+        if (TakeNearestValues(&properties)) {
             found_.stored = all;
             properties = BootUntilAllIsGiven();
-            GiveLessIfThatIsNearer(&properties);
+            GiveFewerIfNearer(&properties);
         }
         return std::move(found_);
     }
@@ -133,25 +133,25 @@ class VariantFinder {
     }
 
     // Returns the phone's value of the axis, unless the options set it.
-    std::optional<std::string> Told(int axis) const {
+    std::optional<std::string> Reported(int axis) const {
         const std::string name = PropertyOf(axis);
-        const auto told = ValueIn(phone_.properties, name);
+        const auto reported = ValueIn(phone_.properties, name);
         const bool is_given = options_.what_if.variant[axis] || given_.count(name) != 0;
-        return is_given || !told || told->empty() ? std::nullopt : told;
+        return is_given || !reported || reported->empty() ? std::nullopt : reported;
     }
 
     // Takes the phone's value of the axis into the variant if the device as it is has another.
     void Take(int axis, const PropertyMap& device) {
-        const auto told = Told(axis);
-        if (!told) return;
-        if (ValueIn(device, PropertyOf(axis)) != told) {
-            if (space_.values[axis].count(*told) == 0) {
-                found_.missing.push_back({axis, *told});
+        const auto reported = Reported(axis);
+        if (!reported) return;
+        if (ValueIn(device, PropertyOf(axis)) != reported) {
+            if (space_.values[axis].count(*reported) == 0) {
+                found_.missing.push_back({axis, *reported});
                 return;
             }
-            found_.variant[axis] = told;
+            found_.variant[axis] = reported;
         }
-        found_.values[axis] = told;
+        found_.values[axis] = reported;
     }
 
     // Returns whether the axis is undecided: it has values, and the options set none.
@@ -164,9 +164,9 @@ class VariantFinder {
     // property does not show it.
     void FindRegion(const PropertyMap& device) {
         const auto own = ValueIn(device, kRegion);
-        const auto told = Told(kRegionAxis);
-        const bool says_nothing = !told || (told == own && *own != space_.region);
-        if (says_nothing && IsOpen(kRegionAxis)) untold_.insert(kRegionAxis);
+        const auto reported = Reported(kRegionAxis);
+        const bool is_unknown = !reported || (reported == own && *own != space_.region);
+        if (is_unknown && IsOpen(kRegionAxis)) unreported_.insert(kRegionAxis);
         Take(kRegionAxis, device);
     }
 
@@ -174,20 +174,21 @@ class VariantFinder {
     // brand's directories it has nothing of that brand, and without any brand's directories all are
     // the same.
     void FindBrand(const PropertyMap& device) {
-        auto told = Told(kBrandAxis);
-        if (!told || told == ValueIn(device, kBrand) || WhyNot(kBrandAxis, *told)) {
-            if (IsOpen(kBrandAxis)) untold_.insert(kBrandAxis);
+        auto reported = Reported(kBrandAxis);
+        if (!reported || reported == ValueIn(device, kBrand) ||
+            WhyImpossible(kBrandAxis, *reported)) {
+            if (IsOpen(kBrandAxis)) unreported_.insert(kBrandAxis);
             return;
         }
         std::string code;
         for (const Brand& brand : kBrands) {
-            if (strcasecmp(told->c_str(), brand.name) != 0) continue;
+            if (strcasecmp(reported->c_str(), brand.name) != 0) continue;
             code = brand.code;
-            told = brand.name;
+            reported = brand.name;
         }
         const bool matters = !space_.brand_code.empty() || !space_.values[kBrandAxis].empty();
-        if (code != space_.brand_code && matters) found_.variant[kBrandAxis] = told;
-        found_.values[kBrandAxis] = told;
+        if (code != space_.brand_code && matters) found_.variant[kBrandAxis] = reported;
+        found_.values[kBrandAxis] = reported;
     }
 
     // Gives the boot a channel without directories as a stored property like any other.
@@ -204,7 +205,7 @@ class VariantFinder {
     // one. Then they were not set before that boot, which may do things that it does only without
     // them. Assumes this if a boot without such properties is nearer to the phone than
     // `*properties`, the result of the boot with all of them.
-    void GiveLessIfThatIsNearer(PropertyMap* properties) {
+    void GiveFewerIfNearer(PropertyMap* properties) {
         PropertyMap all = std::exchange(found_.stored, {});
         if (all.empty() || Misses(*properties, *properties) == 0) return found_.stored.swap(all);
         const PropertyMap first = Boot();
@@ -218,10 +219,10 @@ class VariantFinder {
 
     // For axes that the phone does not report, takes the value whose boot is nearest to the phone.
     // Returns whether that is another than the device's own.
-    bool TakeWhatIsNearest(PropertyMap* properties) {
+    bool TakeNearestValues(PropertyMap* properties) {
         constexpr size_t kMostTried = 64;
         bool is_other = false;
-        for (const int axis : untold_) {
+        for (const int axis : unreported_) {
             size_t left = kMostTried;
             for (const std::string& value : space_.values[axis]) {
                 if (Misses(*properties, *properties) == 0 || has_failed_ || left-- == 0) break;
@@ -267,7 +268,7 @@ class VariantFinder {
     DeviceImports imports_;
     const std::set<std::string> watched_;
     VariantSpace space_;
-    std::set<int> untold_;  // axes that the phone does not report
+    std::set<int> unreported_;  // axes that the phone does not report
     bool has_failed_ = false;
     PhoneVariant found_;
 };

@@ -25,7 +25,7 @@ using android::base::StartsWith;
 
 // Returns whether a phone can have the value in its files and properties.
 bool CanBe(int axis, const std::string& value) {
-    return CanBeValue(value) && !WhyNot(axis, value);
+    return CanBeValue(value) && !WhyImpossible(axis, value);
 }
 
 // Finds the space, inside the sandbox.
