@@ -205,7 +205,7 @@ TEST_F(LintTest, WhatNothingReadsIsFoundAndNothingElse) {
               "/my_company/x.prop", "/data/cota/cota_mont_info.prop", "/odm/etc/build.north.prop"},
              {"/data/cota/cota_mont_info.prop:1 unread-file 'cota_mount_info.prop'",
               "/mnt/vendor/my_region/buildprop.prop:1 unread-file",
-              "/mnt/vendor/my_region/global/X/build.prop:1 unread-file none of the library's roots",
+              "/mnt/vendor/my_region/global/X/build.prop:1 unread-file is no partition root",
               "/my_company/x.prop:1 unread-file", "/odm/etc/build.north.prop:1 unread-file"}},
             // Files that another brand, region, key, package or step, or the system itself, reads.
             {{"/odm/build.prop", "/mnt/vendor/my_region/global/V/build.prop",
@@ -472,7 +472,7 @@ TEST_F(LintTest, CommentsAllowFindings) {
             {"# extprop is a tool\n", {}},
             {"\n# extprop: allow no-equal: x\n", {":2: unknown rule 'no-equal'; did you mean"}},
             {"\n# extprop: allow crlf\n", {":2: expected '# extprop: allow RULE[, RULE]: reason'"}},
-            {"# extprop: allow crlf: \n", {":1: there is no reason"}},
+            {"# extprop: allow crlf: \n", {":1: the reason is missing"}},
             {"# extprop: alow crlf: x\n", {":1: expected"}},
             {"# extprop: allow unused-allowance: x\n", {":1: a comment that allows nothing"}},
     };
