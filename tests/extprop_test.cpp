@@ -301,6 +301,8 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
              "--edit 'odm:a=1': expected PATH:NAME=VALUE with an absolute PATH"},
             {device + " media", "step 'media': 'media' takes an argument after ':'"},
             {device + " --set novalue", "--set 'novalue': expected NAME=VALUE"},
+            {device + " --set", "--set: expected NAME=VALUE"},
+            {device + " --html a --html b", "--html is given more than once"},
             {device + " --set =1", "--set '=1': expected NAME=VALUE"},
             {device + " --props " + Path("/none"), Path("/none") + ": No such file or directory"},
             {device + " --props " + open,

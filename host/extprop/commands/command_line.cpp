@@ -153,6 +153,14 @@ std::string CommandLine::UnexpectedText() const {
            (nearest.empty() ? SeeHelp() : Suggestion(nearest));
 }
 
+std::string CommandLine::MismatchText(const std::string& error) const {
+    const std::string name = error.substr(0, error.find(':'));
+    const CLI::Option* option = parser_->get_option_no_throw(name);
+    if (option == nullptr) return error;
+    return name + (option->count() == 0 ? ": expected " + option->get_type_name()
+                                        : " is given more than once");
+}
+
 bool CommandLine::Parse(std::vector<std::string> words) {
     std::reverse(words.begin(), words.end());  // as CLI11 takes them
     try {
@@ -160,6 +168,8 @@ bool CommandLine::Parse(std::vector<std::string> words) {
         return true;
     } catch (const CLI::ExtrasError&) {
         throw InputError(UnexpectedText());
+    } catch (const CLI::ArgumentMismatch& error) {
+        throw InputError(MismatchText(error.what()));
     } catch (const CLI::RequiredError& error) {
         if (!parser_->get_subcommands({}).empty()) FailWithout("COMMAND");
         throw InputError(error.what() + SeeHelp());

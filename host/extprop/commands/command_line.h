@@ -75,6 +75,9 @@ class CommandLine {
     // Returns the message on the words that Parse did not expect.
     std::string UnexpectedText() const;
 
+    // Returns the message on an option with too few or too many values, made of the parser's.
+    std::string MismatchText(const std::string& error) const;
+
     struct Parser;
     std::unique_ptr<Parser> parser_;
 };
