@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <string.h>
 
-#include <algorithm>
 #include <fstream>
 #include <streambuf>
 
@@ -44,11 +43,10 @@ std::string PropertyText(const std::string& name, const std::string& value) {
 
 }  // namespace
 
-LineWriter::LineWriter(const PropertyMap& base) : begins_({0}) {
+LineWriter::LineWriter(const PropertyMap& base) {
     for (const auto& [name, value] : base) {
-        names_.push_back(name);
-        texts_ += PropertyText(name, value) + ",";
-        begins_.push_back(texts_.size());
+        base_.emplace_back(name, PropertyText(name, value));
+        size_ += base_.back().second.size() + 1;
     }
 }
 
@@ -56,28 +54,33 @@ void LineWriter::Write(const Variant& variant, const Outcome& outcome, std::stri
     // The line without properties, which are inserted there.
     constexpr std::string_view kNone = "\"properties\":{}";
     std::string& line = *text;
-    line.clear();  // keeps its memory
-    line += JsonLine(extprop::Write(VariantLine{variant, {}, outcome.failure}));
+    line = JsonLine(extprop::Write(VariantLine{variant, {}, outcome.failure}));
     const size_t begin = line.find(kNone) + kNone.size() - 1;
     const std::string rest = line.substr(begin);
     line.erase(begin);
+    line.reserve(line.size() + size_ + rest.size());
 
-    size_t added = 0;  // of the texts, or left out
-    const auto add_up_to = [&](const std::string& name) {
-        const size_t number = std::lower_bound(names_.begin(), names_.end(), name) - names_.begin();
-        line.append(texts_, added, begins_[number] - added);
-        const bool is_here = number < names_.size() && names_[number] == name;
-        added = begins_[is_here ? number + 1 : number];
+    const auto add = [&](const std::string& text) {
+        if (line.size() > begin) line += ',';
+        line += text;
+    };
+    auto changed = outcome.changed.begin();
+    const auto add_changed = [&] {
+        add(PropertyText(changed->first, changed->second));
+        ++changed;
     };
     auto removed = outcome.removed.begin();
-    for (const auto& [name, value] : outcome.changed) {
-        for (; removed != outcome.removed.end() && *removed < name; ++removed) add_up_to(*removed);
-        add_up_to(name);
-        line += PropertyText(name, value) + ",";
+    for (const auto& [name, text] : base_) {
+        while (changed != outcome.changed.end() && changed->first < name) add_changed();
+        if (changed != outcome.changed.end() && changed->first == name) {
+            add_changed();
+        } else if (removed != outcome.removed.end() && *removed == name) {
+            ++removed;
+        } else {
+            add(text);
+        }
     }
-    for (; removed != outcome.removed.end(); ++removed) add_up_to(*removed);
-    line.append(texts_, added);
-    if (line.size() > begin) line.pop_back();  // the last comma
+    while (changed != outcome.changed.end()) add_changed();
     line += rest;
     line += '\n';
 }
@@ -133,7 +136,7 @@ void LineMerger::Add(VariantLine line) {
 
 void LineMerger::Add(const Summary& summary) {
     device_ = summary.device;
-    dead_ = summary.dead;
+    if (!summary.shard || summary.shard->number == 1) dead_ = summary.dead;
     for (const SummaryVariant& variant : summary.variants) {
         for (const std::string& word : variant.words) Keep(word.size());
         words_[variant.variant] = variant.words;

@@ -24,9 +24,8 @@ class LineWriter {
     void Write(const Variant& variant, const Outcome& outcome, std::string* line) const;
 
   private:
-    std::vector<std::string> names_;  // of the properties
-    std::string texts_;               // their JSON, each with a comma after it
-    std::vector<size_t> begins_;      // of each property's text, and the end
+    std::vector<std::pair<std::string, std::string>> base_;  // each property's name and its JSON
+    size_t size_ = 0;                                        // of all that JSON, in bytes
 };
 
 // Returns the document of a summary.

@@ -54,8 +54,11 @@ Report Matrix::BootAlone(const Variant& variant) {
 
 Outcome Matrix::BootVariant(const Variant& variant) {
     BootOptions options = OptionsFor(variant, Detail::kNothing);
+    const auto& steps = options.plan.steps;
     // With reboots, the properties before each reboot are needed, too.
-    if (options.plan.reboots()) return Against(base_.properties, BootAlone(variant));
+    if (std::any_of(steps.begin(), steps.end(), std::mem_fn(&Step::is_reboot))) {
+        return Against(base_.properties, BootAlone(variant));
+    }
     options.plan.expected = &expected_;
     device_.Reset(options);
     Report report = device_.Boot();
