@@ -196,13 +196,13 @@ TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
               "extprop: the library crashed with SIGSEGV in step early: the imports "
               "/odm/build.prop:2 -> /odm/other.prop:1 form a cycle\n");
 
-    // The same message of thousands of loads is printed once.
+    // The same message of hundreds of loads is printed once.
     const std::string said = Run("boot " + Path("") + " early").out;
     EXPECT_THAT(said, HasSubstr(" times)\n"));
     EXPECT_LT(std::count(said.begin(), said.end(), '\n'), 12) << said;
     const std::string all = Run("boot --verbose " + Path("") + " early").out;
     EXPECT_THAT(all, Not(HasSubstr(" times)\n")));
-    EXPECT_GT(std::count(all.begin(), all.end(), '\n'), 1000);
+    EXPECT_GT(std::count(all.begin(), all.end(), '\n'), 100);
 
     std::filesystem::remove(file);
     ASSERT_EQ(mkfifo(file.c_str(), 0644), 0);

@@ -1,6 +1,7 @@
 #include "tool.h"
 
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -9,6 +10,8 @@
 
 ToolTest::ToolTest() {
     chmod(directory_.path, 0755);
+    const rlimit small = {512 * 1024, RLIM_INFINITY};
+    setrlimit(RLIMIT_STACK, &small);
 }
 
 Output ToolTest::Run(const std::string& arguments, const std::string& redirections) {

@@ -15,6 +15,7 @@ struct Output {
 
 class ToolTest : public testing::Test {
   protected:
+    // The tool has a small stack, on which endless imports crash sooner.
     ToolTest();
 
     // Runs the tool with the arguments and redirections, as a shell reads them.
