@@ -2,11 +2,8 @@
 
 #pragma once
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef SANITIZED  // which the build defines for all of its code, sanitized or not
 inline constexpr bool kIsSanitized = true;
-#elif defined(__has_feature)
-inline constexpr bool kIsSanitized =
-        __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
 #else
 inline constexpr bool kIsSanitized = false;
 #endif

@@ -1,6 +1,5 @@
 #include "platform.h"
 
-#include <random>
 #include <thread>
 
 #include <android-base/properties.h>
@@ -48,38 +47,6 @@ TEST(Platform, PropertyGetKeepsItsContract) {
     EXPECT_LT(property_set("", "x"), 0);
     EXPECT_EQ(property_set("a", nullptr), 0);
     EXPECT_EQ(GetProperty("a", "none"), "none");
-}
-
-TEST(Platform, WhatIsExpectedMakesNoDifference) {
-    const platform::PropertyMap base = {{"b", "1"}, {"c", "2"}, {"e", "1"}};
-    const platform::ExpectedProperties expected(
-            base, [](const std::string& name, const std::string&) { return name != "e"; });
-    platform::PropertyMap properties = {{"a", "1"}, {"c", "2"}};
-    platform::ResetProperties(properties, &expected);
-    EXPECT_TRUE(platform::IsExpected("c", "2"));
-    EXPECT_FALSE(platform::IsExpected("c", "1"));
-    EXPECT_FALSE(platform::IsExpected("e", "1"));  // init would not take it
-    std::minstd_rand random(1);
-    for (int i = 0; i < 1000; ++i) {
-        const std::string name(1, static_cast<char>('a' + random() % 6));
-        const std::string value(1, static_cast<char>('1' + random() % 2));
-        const bool was_set = properties.count(name) != 0;
-        const auto previous = platform::StoreProperty(name, value);
-        ASSERT_EQ(previous, was_set ? std::optional(properties[name]) : std::nullopt);
-        properties[name] = value;
-        ASSERT_EQ(platform::AllProperties(), properties);
-        ASSERT_EQ(GetProperty(name, ""), value);
-        platform::PropertyMap rebuilt = base, changed;
-        std::vector<std::string> removed;
-        platform::CompareProperties(&changed, &removed);
-        for (const std::string& gone : removed) rebuilt.erase(gone);
-        for (const auto& [other, its_value] : changed) {
-            ASSERT_TRUE(base.count(other) == 0 || base.at(other) != its_value);
-            rebuilt[other] = its_value;
-        }
-        ASSERT_EQ(rebuilt, properties);
-    }
-    platform::ResetProperties({});
 }
 
 TEST(Platform, RestoreconAnswersAsTold) {

@@ -6,7 +6,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "IInitExtensionProperty.h"
@@ -18,28 +17,15 @@ using android::init::PropertyMap;
 // Returns a copy of all system properties. Safe from any thread, as is everything below.
 PropertyMap AllProperties();
 
-// Properties that are likely to be set to these values, as they were in another boot.
-class ExpectedProperties {
-  public:
-    struct Property {
-        std::string_view name;
-        std::string_view value;
-        bool is_legal;  // init takes the value
-    };
-
-    ExpectedProperties() = default;
-    ExpectedProperties(const PropertyMap& properties,
-                       bool (*is_legal)(const std::string& name, const std::string& value));
-    ExpectedProperties(ExpectedProperties&&) = default;
-    ExpectedProperties& operator=(ExpectedProperties&&) = default;
-
-    // Returns them in the order of their names.
-    const std::vector<Property>& all() const { return all_; }
-
-  private:
-    std::vector<Property> all_;
-    std::vector<char> texts_;  // side by side, as a boot goes through them in this order
+// A property that is likely to be set to this value, as it was in another boot.
+struct ExpectedProperty {
+    const std::string* name;
+    const std::string* value;
+    bool is_legal;  // init takes the value
 };
+
+// In the order of their names.
+using ExpectedProperties = std::vector<ExpectedProperty>;
 
 // Replaces all system properties with `properties`. The store keeps no copy of a property that has
 // its expected value. What is expected must live until the next call.

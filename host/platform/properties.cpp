@@ -16,7 +16,7 @@
 namespace {
 
 using platform::ExpectedProperties;
-using Expected = ExpectedProperties::Property;
+using platform::ExpectedProperty;
 using platform::PropertyMap;
 
 std::mutex g_mutex;
@@ -25,8 +25,8 @@ std::mutex g_mutex;
 class Store {
   public:
     void Reset(PropertyMap properties, const ExpectedProperties* expected) {
-        expected_ = expected == nullptr ? nullptr : expected->all().data();
-        as_expected_.assign(expected == nullptr ? 0 : expected->all().size(), false);
+        expected_ = expected == nullptr ? nullptr : expected->data();
+        as_expected_.assign(expected == nullptr ? 0 : expected->size(), false);
         others_.clear();
         next_other_ = others_.end();
         if (expected == nullptr) {
@@ -36,19 +36,18 @@ class Store {
         }
     }
 
-    // Returns the property's value, if it has one.
-    std::optional<std::string_view> Get(const std::string& name) {
+    // Returns the property's value, or null.
+    const std::string* Get(const std::string& name) {
         const size_t number = Find(name);
         if (number != kNone && as_expected_[number]) return expected_[number].value;
         const auto other = others_.find(name);
-        if (other == others_.end()) return std::nullopt;
-        return other->second;
+        return other == others_.end() ? nullptr : &other->second;
     }
 
     // Returns the property if it is expected with this value, or null.
-    const Expected* FindExpected(const std::string& name, const std::string& value) {
+    const ExpectedProperty* Expected(const std::string& name, const std::string& value) {
         const size_t number = Find(name);
-        const bool is_so = number != kNone && expected_[number].value == value;
+        const bool is_so = number != kNone && *expected_[number].value == value;
         return is_so ? &expected_[number] : nullptr;
     }
 
@@ -57,11 +56,11 @@ class Store {
         const size_t number = Find(name);
         if (number == kNone) return SetOther(name, value);
         if (as_expected_[number]) {
-            as_expected_[number] = value == expected_[number].value;
+            as_expected_[number] = value == *expected_[number].value;
             if (!as_expected_[number]) SetOther(name, value);
-            return std::string(expected_[number].value);
+            return *expected_[number].value;
         }
-        if (value != expected_[number].value) return SetOther(name, value);
+        if (value != *expected_[number].value) return SetOther(name, value);
         as_expected_[number] = true;
         const auto other = others_.find(name);
         if (other == others_.end()) return std::nullopt;
@@ -73,8 +72,8 @@ class Store {
     PropertyMap All() const {
         PropertyMap all = others_;
         for (size_t number = 0; number < as_expected_.size(); ++number) {
-            const Expected& property = expected_[number];
-            if (as_expected_[number]) all.emplace(property.name, property.value);
+            const ExpectedProperty& property = expected_[number];
+            if (as_expected_[number]) all.emplace(*property.name, *property.value);
         }
         return all;
     }
@@ -82,9 +81,8 @@ class Store {
     void Compare(PropertyMap* changed, std::vector<std::string>* removed) const {
         *changed = others_;
         for (size_t number = 0; number < as_expected_.size(); ++number) {
-            if (as_expected_[number]) continue;
-            std::string name(expected_[number].name);
-            if (others_.count(name) == 0) removed->push_back(std::move(name));
+            const std::string& name = *expected_[number].name;
+            if (!as_expected_[number] && others_.count(name) == 0) removed->push_back(name);
         }
     }
 
@@ -95,14 +93,15 @@ class Store {
     size_t Find(const std::string& name) {
         const size_t size = as_expected_.size();
         const auto is_at = [&](size_t number) {
-            return number < size && expected_[number].name == name;
+            return number < size && *expected_[number].name == name;
         };
         // Callers that store many properties store them in ascending order.
         if (is_at(last_)) return last_;
         if (is_at(last_ + 1)) return ++last_;
-        last_ = std::lower_bound(
-                        expected_, expected_ + size, name,
-                        [](const Expected& a, const std::string& b) { return a.name < b; }) -
+        last_ = std::lower_bound(expected_, expected_ + size, name,
+                                 [](const ExpectedProperty& a, const std::string& b) {
+                                     return *a.name < b;
+                                 }) -
                 expected_;
         return is_at(last_) ? last_ : kNone;
     }
@@ -115,7 +114,7 @@ class Store {
         return std::exchange(other->second, value);
     }
 
-    const Expected* expected_ = nullptr;
+    const ExpectedProperty* expected_ = nullptr;
     std::vector<bool> as_expected_;  // by the number of the expected property
     PropertyMap others_;
     size_t last_ = 0;                                   // the expected property found last
@@ -131,24 +130,6 @@ Store& TheStore() {
 }  // namespace
 
 namespace platform {
-
-ExpectedProperties::ExpectedProperties(const PropertyMap& properties,
-                                       bool (*is_legal)(const std::string& name,
-                                                        const std::string& value)) {
-    size_t size = 0;
-    for (const auto& [name, value] : properties) size += name.size() + value.size();
-    texts_.resize(size);
-    char* next = texts_.data();
-    const auto keep = [&next](const std::string& text) {
-        const std::string_view kept(next, text.copy(next, text.size()));
-        next += text.size();
-        return kept;
-    };
-    for (const auto& [name, value] : properties) {
-        const std::string_view kept_name = keep(name);
-        all_.push_back({kept_name, keep(value), is_legal(name, value)});
-    }
-}
 
 PropertyMap AllProperties() {
     std::lock_guard<std::mutex> lock(g_mutex);
@@ -172,7 +153,7 @@ std::mutex& ChangeMutex() {
 
 bool IsExpected(const std::string& name, const std::string& value) {
     std::lock_guard<std::mutex> lock(g_mutex);
-    const Expected* const property = TheStore().FindExpected(name, value);
+    const ExpectedProperty* const property = TheStore().Expected(name, value);
     return property != nullptr && property->is_legal;
 }
 
@@ -189,8 +170,8 @@ namespace base {
 std::string GetProperty(const std::string& key, const std::string& default_value) {
     if (auto* observer = platform::CurrentObserver()) observer->OnPropertyGet(key);
     std::lock_guard<std::mutex> lock(g_mutex);
-    const auto value = TheStore().Get(key);
-    return !value || value->empty() ? default_value : std::string(*value);
+    const std::string* const value = TheStore().Get(key);
+    return value == nullptr || value->empty() ? default_value : *value;
 }
 
 bool SetProperty(const std::string& key, const std::string& value) {

@@ -1,7 +1,6 @@
 #include "boot/init_process.h"
 
 #include <dlfcn.h>
-#include <malloc.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -22,9 +21,6 @@
 namespace extprop {
 
 namespace {
-
-// The heap of a boot grows by so much more than is asked for, since it always grows.
-constexpr int kHeapStep = 1024 * 1024;
 
 constexpr char kFetchFunction[] = "KSVI_FETCH_IInitExtensionProperty";
 
@@ -119,19 +115,16 @@ FetchExtension LoadExtension() {
     return reinterpret_cast<FetchExtension>(fetch);
 }
 
-bool BootPlan::reboots() const {
-    return std::any_of(steps.begin(), steps.end(), std::mem_fn(&Step::is_reboot));
-}
-
 platform::ExpectedProperties Expect(const PropertyMap& properties) {
-    return {properties, [](const std::string& name, const std::string& value) {
-                return !WhyRefused(name, value);
-            }};
+    platform::ExpectedProperties expected;
+    for (const auto& [name, value] : properties) {
+        expected.push_back({&name, &value, !WhyRefused(name, value)});
+    }
+    return expected;
 }
 
 int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file) {
     EndAtMemoryLimit();
-    mallopt(M_TOP_PAD, kHeapStep);
     Reporter reporter(channel, plan.detail, plan.traced, last_file);
     if (plan.imports != nullptr) reporter.MakeRecord(*plan.imports, *plan.watched);
     for (const std::string& path : plan.written) reporter.tracker()->Written(path);

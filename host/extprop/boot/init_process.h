@@ -19,7 +19,7 @@ using FetchExtension = IInitExtensionProperty* (*)(const char* library);
 // Loads the extension library as init does. Throws std::runtime_error.
 FetchExtension LoadExtension();
 
-// Returns the properties as those that a boot is expected to set.
+// Returns the properties as those that a boot is expected to set. They must outlive the result.
 platform::ExpectedProperties Expect(const PropertyMap& properties);
 
 // What is reported of a boot besides the properties at its end.
@@ -54,8 +54,6 @@ struct BootPlan {
     const platform::ExpectedProperties* expected = nullptr;
     // Selects the names whose lines are reported, so that their origins can be found. Empty: none.
     std::function<bool(const std::string& name)> traced;
-
-    bool reboots() const;
 };
 
 // Plays init for one boot, in a process of its own. It fetches the extension and then serves the

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string_view>
 
 #include <android-base/file.h>
@@ -88,15 +89,6 @@ std::vector<Edit> EditsOf(const WhatIf& what_if) {
     return edits;
 }
 
-// Makes the directories on the way to the path, as far as that is possible. The file system library
-// would bind its functions anew in each boot.
-void MakeDirectoriesOf(const std::string& path) {
-    for (size_t slash = path.find('/', 1); slash != std::string::npos;
-         slash = path.find('/', slash + 1)) {
-        mkdir(path.substr(0, slash).c_str(), 0777);
-    }
-}
-
 // Makes the changes and adds the edits to `*made`. Returns the path that cannot be written, if one
 // cannot.
 std::optional<std::string> FailingPath(const WhatIf& what_if, std::vector<Edit>* made) {
@@ -174,6 +166,8 @@ Edit WholeFile(const std::string& path, const std::string& text) {
 
 // Writes the file's new content; all else stays as it was.
 bool MakeEdit(const Edit& edit) {
+    namespace fs = std::filesystem;
+    std::error_code error;
     struct stat status;
     const bool exists = stat(edit.path.c_str(), &status) == 0;
     if (exists && !S_ISREG(status.st_mode)) {
@@ -190,10 +184,11 @@ bool MakeEdit(const Edit& edit) {
     } else {
         content = *edit.value;
     }
-    if (!exists) MakeDirectoriesOf(edit.path);
+    fs::create_directories(fs::path(edit.path).parent_path(), error);
     // The look-up refuses links, so a regular file replaces one.
-    const bool is_link = lstat(edit.path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
-    if (is_link && (edit.looked_up || edit.name.empty())) unlink(edit.path.c_str());
+    if (fs::is_symlink(edit.path, error) && (edit.looked_up || edit.name.empty())) {
+        unlink(edit.path.c_str());
+    }
     return android::base::WriteStringToFile(content, edit.path, true);
 }
 

@@ -117,7 +117,9 @@ class VariantFinder {
         options.plan.watched = &watched_;
         // Only differences from the phone are reported, which are few. With reboots the properties
         // before them are needed, too.
-        const bool is_one = !options.plan.reboots();
+        const auto& steps = options.plan.steps;
+        const bool is_one = std::none_of(steps.begin(), steps.end(),
+                                         [](const Step& step) { return step.is_reboot(); });
         if (is_one) options.plan.expected = &expected_;
         device_->Reset(options);
         Report report = device_->Boot();

@@ -94,7 +94,6 @@ Coverage::Coverage(PreparedDevice* device, const BootOptions& options, const Sur
     FindUnloadedFiles(survey);
     Boot({{}}, kPhones);
     if (is_stopped_) return;
-    ExpectProperties();
     WatchDecidingProperties();
     TryValues();
     TryPlaces();
@@ -146,15 +145,6 @@ void Coverage::FindUnloadedFiles(const Survey& survey) {
     }
 }
 
-// Boots the device as it is once more, so that later boots keep only the properties that are not
-// the same.
-void Coverage::ExpectProperties() {
-    if (!boots_.front().survived || options_.plan.reboots()) return;
-    device_->Reset(options_);
-    expected_ = Expect(device_->Boot().properties);
-    device_->Reset(options_);
-}
-
 // Boots the device with each addition, and returns the boots with their records.
 std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
     ForEachInParallel(
@@ -164,8 +154,6 @@ std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
                 Report report;
                 try {
                     Add(boots[number].addition, &options);
-                    // With reboots, the properties before each reboot are needed, too.
-                    if (!options.plan.reboots()) options.plan.expected = &expected_;
                     device_->Reset(options);
                     report = device_->Boot();
                 } catch (const InputError&) {

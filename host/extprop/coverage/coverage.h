@@ -87,7 +87,6 @@ class Coverage {
 
     void FindUnloadedFiles(const Survey& survey);
     bool HasUnloaded() const { return !unloaded_.empty() && !is_stopped_; }
-    void ExpectProperties();
     void WatchDecidingProperties();
     std::vector<CoveredBoot> BootsOf(std::vector<CoveredBoot> boots);
     enum Kind { kPhones, kOthers };
@@ -102,8 +101,7 @@ class Coverage {
     int jobs_;
     VariantSpace space_;
     DeviceImports imports_;
-    platform::ExpectedProperties expected_;  // of the device as it is
-    std::set<std::string> watched_;          // properties that may decide what is loaded
+    std::set<std::string> watched_;  // properties that may decide what is loaded
     std::vector<UnloadedFile> unloaded_;
     std::vector<CoveredBoot> boots_;
     std::set<std::vector<std::string>> tried_;
