@@ -86,7 +86,7 @@ class BootedDevice {
             channel_.reset();
             platform::SetSystemCalls(sandbox::LeadCall);
             if (what_if != nullptr && !MakeChangesHere(*what_if)) return kChangesFailed;
-            return PlayInit(fetch, plan, theirs.get(), &last_file_);
+            return EmulateInit(fetch, plan, theirs.get(), &last_file_);
         });
     }
 

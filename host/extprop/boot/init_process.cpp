@@ -123,7 +123,7 @@ platform::ExpectedProperties Expect(const PropertyMap& properties) {
     return expected;
 }
 
-int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file) {
+int EmulateInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file) {
     EndAtMemoryLimit();
     Reporter reporter(channel, plan.detail, plan.traced, last_file);
     if (plan.imports != nullptr) reporter.MakeRecord(*plan.imports, *plan.watched);

@@ -63,7 +63,7 @@ struct BootPlan {
 // boot, such as the stored properties if no step has set them. Sends an event for each thing that
 // happens and StepDone after each request. `last_file` receives the path of each file that is
 // opened, so that the last is known after a crash, too. Returns the process's exit status.
-int PlayInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file);
+int EmulateInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file);
 
 inline constexpr int kNoStep = -1;
 inline constexpr int kEndOfBoot = -2;

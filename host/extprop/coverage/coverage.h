@@ -77,7 +77,6 @@ class Coverage {
         std::vector<Importer> importers;
     };
 
-    void TryAll();
     void TryValues();
     void TryPlaces();
     void TrySteps(const std::vector<std::string>& before);
