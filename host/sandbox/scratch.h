@@ -10,19 +10,22 @@
 
 namespace sandbox {
 
-// Makes a directory that only this user can enter. It is removed with all that is in it when the
-// process that made it ends, in whatever way.
+// Makes a directory that only this user can enter. A process of its own removes it, with all that
+// is in it, when this object is destroyed or the process that made it ends, in whatever way.
 class ScratchDirectory {
   public:
-    // Makes it in memory (/dev/shm) if there is enough room, else in the directory for temporary
-    // files. Throws std::runtime_error if it cannot be made.
+    // Makes it in memory (/dev/shm) if TMPDIR is unset and 1 GiB is free there, else in the
+    // directory for temporary files. Throws std::runtime_error if it cannot be made.
     ScratchDirectory();
+
+    // Waits until the directory is removed; gives up if that fails for a second.
     ~ScratchDirectory();
     ScratchDirectory& operator=(ScratchDirectory&&) = delete;
 
     const std::string& path() const { return path_; }
 
-    // Call it in a child process: otherwise the directory would stay until the child ends, too.
+    // Call it in a child process: otherwise the directory would stay until the child ends, too, and
+    // the child would remove it with its copy of this object.
     void LeaveInChild() { keeper_.reset(); }
 
   private:

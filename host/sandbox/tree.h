@@ -1,6 +1,6 @@
-// A tree of files that a mount shows. Each function does and returns what the kernel would for
-// root: a result, or a negative errno. Paths are those in the tree and contain no links: "" is its
-// root, "/etc/a.prop" a file two levels below.
+// A tree of files that a mount shows. Each function does what the kernel would do for root, and
+// returns 0 or the result that its comment names, or else a negative errno. Paths are those in the
+// tree and contain no links: "" is its root, "/etc/a.prop" a file two levels below.
 
 #pragma once
 
@@ -25,17 +25,17 @@ class Tree {
   public:
     virtual ~Tree() = default;
 
-    // Returns the status of what is at `path`, without following a link.
+    // Puts the status of what is at `path` into `*status`, without following a link.
     virtual long Status(const std::string& path, struct stat* status) const = 0;
 
-    // Puts the link's target into `*target`.
+    // Puts the target of the link at `path` into `*target`. Returns its length.
     virtual long Target(const std::string& path, std::string* target) const = 0;
 
-    // Adds the names in the directory, except "." and "..".
+    // Adds the names in the directory to `*names`, in any order, except "." and "..".
     virtual long List(const std::string& directory, std::vector<Listed>* names) const = 0;
 
-    // Opens a directory or regular file for reading, with flags of open(2). Returns the descriptor;
-    // -ELOOP for a link, -ENXIO for anything else.
+    // Opens a directory or regular file for reading, with flags of open(2). Returns the descriptor,
+    // which the caller closes; -ELOOP for a link, -ENXIO for anything else.
     virtual long Open(const std::string& path, int flags) const = 0;
 
     // Returns whether the kernel's getdents64(2) and fstat(2) of a descriptor from Open() give the

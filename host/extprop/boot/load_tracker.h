@@ -15,7 +15,8 @@
 
 namespace extprop {
 
-// Receives the loads and their lines, in the order of time.
+// Receives the loads and their lines in the order of time, on the thread that loads. The lines of a
+// load may come in several parts.
 class LoadListener {
   public:
     virtual ~LoadListener() = default;
@@ -25,11 +26,14 @@ class LoadListener {
 
 class LoadTracker {
   public:
-    // Reports the lines whose names are `wanted`; loads only, if that is empty.
+    // Reports each load, and those lines for whose names `wanted` returns true; no lines if
+    // `wanted` is an empty function. The listener must outlive this.
     LoadTracker(LoadListener* listener, std::function<bool(const std::string& name)> wanted)
             : listener_(listener), wanted_(std::move(wanted)) {}
 
-    // Call these when the library's loader begins a file and when it has ended, on its thread.
+    // Call these when the library's loader begins a file and when it has ended, on its thread; an
+    // imported file lies between the two calls of its importer. A null or empty `filter` is none.
+    // `map` is the one that the loader adds to.
     void Begin(const std::string& path, const char* filter, const PropertyMap* map);
     void End(const PropertyMap* map);
 
@@ -43,6 +47,7 @@ class LoadTracker {
 
     // Records every name that is loaded into `map` from now on; none if it is null.
     void NoteNames(const PropertyMap* map);
+    // Returns the names that were recorded since the last call.
     std::set<std::string> TakeNames();
     bool notes_names() const { return noted_map_ != nullptr; }
 
@@ -53,7 +58,8 @@ class LoadTracker {
     // Returns whether the boot has written the device's own file `own`.
     bool WasWritten(const std::string& own) const;
 
-    // Call these when the boot writes the file at `path`, or binds a directory over another.
+    // Call these when the boot has written the file at `path`, or has bound a directory over
+    // another; the arguments of Bound() are those of BindMounts::Add().
     void Written(const std::string& path);
     void Bound(const std::string& source, const std::string& target, bool recursive);
 
@@ -61,7 +67,7 @@ class LoadTracker {
     std::optional<std::string> SourceOf(const std::string& path) const;
 
     // Returns the content of the regular file at `path`, or nothing if it is a link or anything
-    // else.
+    // else or cannot be read.
     static std::optional<std::string> Content(const std::string& path);
 
   private:

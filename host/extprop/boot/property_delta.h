@@ -14,6 +14,7 @@ struct PropertyDelta {
     std::vector<std::string> removed;  // sorted
 };
 
+// Returns what turns `base` into `properties`.
 PropertyDelta DeltaFrom(const PropertyMap& base, const PropertyMap& properties);
 
 }  // namespace extprop

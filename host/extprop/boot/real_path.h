@@ -8,23 +8,25 @@
 
 namespace extprop {
 
-// Returns the path without doubled or trailing slashes.
+// Returns the path without doubled or trailing slashes; "/" stays. Looks at no file.
 std::string PlainPath(const std::string& path);
 
-// Returns the path, without links, of what is at `path`. The last component may be missing; if it
-// is a link, it is followed only if `follow_last` is set. Returns nothing if a directory on the way
-// is missing or links lead in a circle.
+// Returns the path, without links, of what is at `path`. The last component may be missing; a link
+// there is followed only if `follow_last` is set. Returns nothing if a directory on the way is
+// missing or links lead in a circle. Caches directories until the next BindMounts::Add(), so it
+// does not notice other changes of where they lead.
 std::optional<std::string> RealPath(const std::string& path, bool follow_last);
 
 // The bind mounts that were made since the process began.
 class BindMounts {
   public:
-    // Records that `source` was bound over `target`; both paths contained no link before that. With
-    // `recursive` the mounts below `source` were bound, too.
+    // Records that `source` was bound over `target`, both of which must be paths without links from
+    // before the mount. With `recursive` the mounts below `source` were bound, too. Of several
+    // binds that cover a path, the last one counts.
     void Add(const std::string& source, const std::string& target, bool recursive);
 
-    // Returns the device's own path of what is at `path`. A link in the last component is not
-    // followed.
+    // Returns the device's own path of what is at `path`, or PlainPath() if RealPath() returns
+    // nothing. A link in the last component is not followed.
     std::string OwnPath(const std::string& path) const;
 
   private:

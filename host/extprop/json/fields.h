@@ -1,6 +1,6 @@
 // Converts typed documents to JSON and back, by the fields of their types. A type lists its fields
 // in a function Visit(fields, value) in its namespace, which calls fields("name", value.member) for
-// each. A type without that has a specialization of Json.
+// each. A type that cannot be written by its fields has a specialization of Json instead.
 
 #pragma once
 
@@ -21,17 +21,22 @@ using nlohmann::json;
 template <typename T>
 struct Json;
 
+// Returns the value as JSON: an enum as its number, an optional without a value as null.
 template <typename T>
 json Write(const T& value) {
     return Json<T>::Write(value);
 }
 
-// Reads the value and moves strings out of the document, which may be as large as a device's files.
+// Reads the document into `*value`, which must be newly made. Moves strings out of the document,
+// which may be as large as a device's files. Ignores fields that the type does not list. Throws
+// json::exception if a field is missing or cannot be converted; checks neither that a list is an
+// array nor that a number is one of an enum's.
 template <typename T>
 void Read(json& document, T* value) {
     Json<T>::Read(document, value);
 }
 
+// Returns the value that the document holds. Throws as Read() does.
 template <typename T>
 T FromJson(json document) {
     T value;

@@ -1,4 +1,5 @@
-// The JSON fields of lint's findings.
+// The JSON fields of lint's findings. Only a KnownFinding can be read from them: the others are
+// written without what a document does not need.
 
 #pragma once
 

@@ -29,11 +29,11 @@ struct Finding {
     Severity severity;
     std::string identifier;  // docs/lint.md lists them
     std::string message;
-    std::optional<sandbox::ImagePlace> image = {};  // that holds the file, if one does
+    std::optional<sandbox::ImagePlace> image = {};  // the one that holds the file, if one does
     std::string path = {};               // of the file on the device; empty for the device itself
     bool is_of_line = false;             // false: of the file as a whole
     std::string text = {};               // of the line, without the white space around it
-    std::string fingerprint = {};        // of this finding, even if its line moves
+    std::string fingerprint = {};        // stays the same if only the line moves
     std::vector<LinePlace> others = {};  // further lines with the same finding
 };
 
@@ -50,28 +50,30 @@ struct LintReport {
     std::vector<Finding> findings;
     std::vector<std::string> notes;
     size_t known = 0;                 // findings that are in the baseline
-    std::vector<KnownFinding> fixed;  // its entries that are no longer found
+    std::vector<KnownFinding> fixed;  // entries of the baseline that are no longer found
 };
 
-// Checks the property files of the device directory, all that they import, and its logos. Returns
-// the findings in the order of files and lines, one for each line. Puts what else the user should
-// know into `*notes`. Throws InputError if the directory cannot be used.
+// Boots the phones that the device can become, and checks its property files, all that they import,
+// and its logos. Returns the findings, not yet grouped, in the order of files and lines. Puts what
+// else the user should know into `*notes`. Throws InputError if the directory or a comment that
+// should allow findings cannot be used, std::runtime_error for a damaged image or above a limit.
 std::vector<Finding> Lint(const std::string& device, const sandbox::Options& options = {},
                           std::vector<std::string>* notes = nullptr);
 
-// Returns the findings with those that have the same reason combined into the first of them.
+// Combines findings with the same rule and message into the first of them: those of one file, and
+// for some rules those of all files. Returns the findings that are left.
 std::vector<Finding> Grouped(const std::vector<Finding>& findings);
 
-// Returns a hash in hexadecimal digits, which is the same for the same texts on every machine.
+// Returns a hash in 16 hexadecimal digits, which is the same for the same texts on every machine.
 std::string Fingerprint(const std::vector<std::string_view>& texts);
 
 // Returns "error" or "warning".
 const char* SeverityName(Severity severity);
 
-// Returns the message with the further lines, and the image that has the file.
+// Returns the message with up to 20 of the further lines, and the image that has the file.
 std::string MessageText(const Finding& finding);
 
-// Returns "file:line: severity: message [identifier]", on one line.
+// Returns "file:line: severity: message [identifier]" on one line; the message is MessageText().
 std::string FindingText(const Finding& finding);
 
 }  // namespace extprop

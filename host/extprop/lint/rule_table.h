@@ -12,7 +12,7 @@ namespace extprop {
 struct Rule {
     const char* identifier;
     Severity severity;
-    const char* finds;  // these three are Markdown
+    const char* finds;  // these three are Markdown without the final full stop
     const char* why;
     const char* mend;
     // Files of a device: a line for each path, followed by the file's lines, each after four
@@ -450,7 +450,8 @@ inline constexpr Rule kRules[] = {
          R"(/phone/odm/build.prop)", R"(/odm/build.prop)"},
 };
 
-// Returns the rule from the table. In a constant an unknown name does not compile.
+// Returns the rule from the table, which must have it. In a constant an unknown name does not
+// compile; elsewhere it throws.
 constexpr const Rule& RuleNamed(std::string_view identifier) {
     for (const Rule& rule : kRules) {
         if (identifier == rule.identifier) return rule;
@@ -458,8 +459,8 @@ constexpr const Rule& RuleNamed(std::string_view identifier) {
     throw "no such rule";
 }
 
-// Return all of the rule's texts, for people and in Markdown; the section also has a heading and
-// the severity.
+// Return all of the rule's texts and both examples, as Markdown. The section begins with a heading
+// and the severity.
 std::string RuleText(const Rule& rule);
 std::string RuleSection(const Rule& rule);
 

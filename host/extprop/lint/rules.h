@@ -27,7 +27,7 @@ struct PropertyFile {
     std::string path;
     FileUse use;
     std::string content;
-    bool was_read = false;
+    bool was_read = false;            // if not, it has no lines, and a finding gives the reason
     std::vector<PropertyLine> lines;  // they point into `content`, so the struct cannot be copied
 };
 
@@ -43,8 +43,9 @@ class Findings {
     Findings(std::string device, const sandbox::DeviceFiles& files)
             : device_(std::move(device)), files_(files) {}
 
-    // Adds a finding in a line, or without one in the file or directory as a whole. Findings above
-    // the limit are dropped.
+    // Adds a finding in a line, from 1, or in the file or directory as a whole if `line` is 0 or
+    // left out. An empty `path` stands for the device. Findings above limits::kFindings are
+    // dropped.
     void Add(const Rule& rule, const std::string& path, int line, const std::string& message);
     void Add(const Rule& rule, const std::string& path, const std::string& message) {
         Add(rule, path, 0, message);
@@ -56,11 +57,11 @@ class Findings {
     bool Has(const Rule& rule) const;
     bool Has(const Rule& rule, const std::string& path) const;
 
-    // Returns the path as it can be opened from the current directory.
+    // Returns the device's path as it can be opened from the current directory.
     std::string Named(const std::string& path) const { return device_ + path; }
 
-    // Returns the findings in the order of files and lines, with the lines' texts and fingerprints.
-    // If some were dropped, one more finding reports that.
+    // Takes out all findings and returns them in the order of files and lines, with the lines'
+    // texts and fingerprints. If some were dropped, one of the findings reports that.
     std::vector<Finding> Take(const PropertyFiles& files);
 
   private:
@@ -70,40 +71,48 @@ class Findings {
     bool has_more_ = false;
 };
 
-// Adds the property file at `place` to `*files`, unless it is there already. A file that cannot be
-// read is added as empty, with a finding that gives the reason.
+// Adds the property file at `place` to `*files`, unless it is there already. What is no regular
+// file, cannot be read, has a zero byte or more than kMostBytes, or comes after limits::kLinted
+// bytes of other files is added without lines, and a finding gives the reason.
 void AddPropertyFile(const DeviceTree& tree, const FoundFile& place, FileUse use,
                      PropertyFiles* files, Findings* findings);
 
-// Adds to `*files` what they import, and checks each import. Without coverage, imports with
-// references are not checked for where they lead.
+// Adds to `*files` what they import, and checks each import. If `coverage` is null, it does not
+// check where imports with references lead. Replaces the properties of this process.
 void CheckImports(const DeviceTree& tree, const Coverage* coverage, PropertyFiles* files,
                   Findings* findings);
 
 // Checks each line by itself and together with the others of its file.
 void CheckLines(const PropertyFile& file, Findings* findings);
 
-// Checks a devicename.cfg file.
+// Checks the names in a devicename.cfg, and calls the library in a sandbox to see whether some size
+// of the storage gets a market name.
 void CheckDeviceName(const PropertyFile& file, Findings* findings);
 
-// Checks that the files in the directories of the switch keys are loaded.
+// Reports the files in the directories of the switch keys that are not loaded, since their names do
+// not end in ".prop".
 void CheckKeyDirectories(const std::vector<FoundFile>& places, Findings* findings);
 
-// Checks that something reads what lies on the library's partitions.
+// Reports these places, except those of DeadKind::kSkippedFile, which CheckKeyDirectories()
+// reports.
 void CheckDeadPlaces(const std::vector<DeadPlace>& places, Findings* findings);
 
-// Checks that a key file has the line that the library takes from it.
+// Checks that a key file has the line that the library takes from it. Ignores other files, and
+// those that were not read.
 void CheckKeyFile(const PropertyFile& file, Findings* findings);
 
-// Checks the names of files, and with coverage those of keys, regions and brands.
+// Checks the brand, and the names of files. Unless `coverage` is null, it also checks the keys and
+// the region, and knows the names that the library looks for in each partition root.
 void CheckNames(const std::vector<FoundFile>& places, const Coverage* coverage,
                 const PropertyFiles& files, Findings* findings);
 
-// Removes the findings that comments in the files allow, and adds findings for comments that allow
-// nothing. Throws InputError for comments that it cannot parse.
+// Removes the findings that comments in the files allow. Adds findings for comments that allow
+// nothing, unless a finding says that something was not checked. Throws InputError, with all
+// comments that it cannot parse, before it changes anything.
 void ApplyAllowances(const PropertyFiles& files, Findings* findings);
 
-// Checks that the boot logos fit into the splash partition, if the device has one.
+// Reports boot logos that are larger than the splash partition, if the device has that as a regular
+// file.
 void CheckLogos(const DeviceTree& tree, const std::vector<FoundFile>& places, Findings* findings);
 
 }  // namespace extprop
