@@ -1,8 +1,8 @@
 // Tries the statements of `extprop explain --all --json` over random devices: edits the line that
 // is said to win, boots again and expects the edit; edits lines that are said to lose and expects
-// no change; adds the words that are said to load a line and expects it to be loaded; tries all
-// steps and axes on lines that nothing is said to load; expects every line of the device among the
-// origins.
+// no change; adds the words that are said to load a line and expects it to be loaded, but not with
+// one word less; tries all steps and axes on lines that nothing is said to load; expects every line
+// of the device among the origins.
 //
 // usage: explain_trial DEVICES SEED EXTPROP
 //
@@ -558,6 +558,20 @@ class Trial {
         for (const Claim& claim : claims) {
             if (std::find(loaded.begin(), loaded.end(), &claim) != loaded.end()) continue;
             False(claim.origin, claim.name + " is not loaded by what it requires");
+        }
+        for (size_t i = 0; i < more.size(); ++i) {
+            // The default steps are named only because another step follows them.
+            const bool is_default = !has_steps_ && (more[i] == "early" || more[i] == "persist");
+            if (is_default && i + 1 < more.size()) continue;
+            Strings fewer = more;
+            const auto at = fewer.begin() + static_cast<long>(i);
+            const bool is_option = StartsWith(more[i], "--");
+            fewer.erase(at, at + (is_option ? 2 : 1));
+            ++totals_.statements["one word less"];
+            for (const Claim* claim : Loaded(claims, Plus(words_, fewer))) {
+                False(claim->origin, claim->name + " is loaded without " + more[i]);
+            }
+            i += is_option ? 1 : 0;
         }
     }
 

@@ -66,6 +66,22 @@ int AxesOf(const Variant& variant) {
                                           [](const auto& value) { return value.has_value(); }));
 }
 
+// Returns the addition without each of its parts.
+std::vector<Addition> ShorterOnes(const Addition& addition) {
+    std::vector<Addition> shorter;
+    for (int axis = 0; axis < kAxisCount; ++axis) {
+        if (addition.variant[axis]) shorter.emplace_back(addition).variant[axis].reset();
+    }
+    for (const auto& [name, value] : addition.settings) {
+        shorter.emplace_back(addition).settings.erase(name);
+    }
+    for (size_t i = 0; i < addition.steps.size(); ++i) {
+        Steps& steps = shorter.emplace_back(addition).steps;
+        steps.erase(steps.begin() + i);
+    }
+    return shorter;
+}
+
 }  // namespace
 
 DeviceImports ImportsOf(const Survey& survey) {
@@ -103,6 +119,7 @@ Coverage::Coverage(PreparedDevice* device, const BootOptions& options, const Sur
     }
     TryPairs();
     TryImports();
+    TryShorter();
 }
 
 // Fills unloaded_ with the files that a boot might load: those at the library's places and those to
@@ -374,6 +391,23 @@ std::vector<Addition> Coverage::AdditionsFor(const Importer& importer) const {
         return a.settings.size() + a.steps.size() < b.settings.size() + b.steps.size();
     });
     return additions;
+}
+
+// Tries what loads a file with one axis, setting or step less, until nothing shorter loads it.
+void Coverage::TryShorter() {
+    std::set<size_t> shortened;
+    for (bool goes_on = true; goes_on && !is_stopped_ && boots_.size() < kMostBoots;) {
+        std::vector<Addition> additions;
+        for (const auto& [file, by_filter] : loads_) {
+            for (const auto& [filter, number] : by_filter) {
+                if (!shortened.insert(number).second) continue;
+                for (Addition& shorter : ShorterOnes(boots_[number].addition)) {
+                    additions.push_back(std::move(shorter));
+                }
+            }
+        }
+        goes_on = Boot(additions);
+    }
 }
 
 // Tries values of references with which loaded imports lead to unloaded files: for each file

@@ -83,6 +83,7 @@ class Coverage {
     void TryPlacesWithSteps(const std::vector<std::string>& before);
     void TryPairs();
     void TryImports();
+    void TryShorter();
 
     void FindUnloadedFiles(const Survey& survey);
     bool HasUnloaded() const { return !unloaded_.empty() && !is_stopped_; }
