@@ -167,7 +167,6 @@ TEST_F(LintTest, OddFilesAreNamedNotRead) {
     Write("/odm/etc/more.prop", "import /odm/huge.prop\nimport /odm/fifo.prop\n");
     EXPECT_THAT(Found(),
                 ElementsAre(kDeviceName + std::string(":1 symbolic-link"),
-                            kDeviceName + std::string(":1 rom-never-matches"),
                             "/odm/etc/more.prop:1 unread-file",
                             "/odm/etc/more.prop:2 missing-import", "/odm/fifo.prop:1 not-a-file",
                             "/odm/huge.prop:1 unread-file", "/odm/huge.prop:1 unreadable"));

@@ -66,6 +66,7 @@ bool AnyPhoneGetsMarketName(const std::string& configuration) {
 }  // namespace
 
 void CheckDeviceName(const PropertyFile& file, Findings* findings) {
+    if (!file.was_read) return;
     // The library looks up these names, each by the first line that begins so.
     constexpr char kRom[] = "ROM";
     constexpr size_t kNearField = 2;
@@ -88,7 +89,7 @@ void CheckDeviceName(const PropertyFile& file, Findings* findings) {
         rom_line = line.number;
         break;
     }
-    if (rom_line == 0 && file.was_read) {
+    if (rom_line == 0) {
         findings->Add(kRomNeverMatches, file.path,
                       "no line gives the ROM, the storage size that the names are for, so the "
                       "market name is never set");
