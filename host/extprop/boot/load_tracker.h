@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -88,8 +89,8 @@ class LoadTracker {
     std::set<std::string> written_;
     int maps_ = 0;
     int loads_ = 0;
-    const PropertyMap* noted_map_ = nullptr;
-    std::set<std::string> noted_names_;
+    std::atomic<const PropertyMap*> noted_map_ = nullptr;  // of one thread; all compare theirs
+    std::set<std::string> noted_names_;                    // of that thread
 };
 
 }  // namespace extprop
