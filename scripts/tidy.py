@@ -74,6 +74,9 @@ def main():
         compiler, *flags = shlex.split(entry["command"])
         target = flags[flags.index("-o") + 1]
         flags = flags[:flags.index("-o")]
+        if "-include" in flags:  # headers that the other compiler has compiled
+            at = flags.index("-include")
+            del flags[at:at + 2]
         for source in members(entry["file"]):
             place = os.path.relpath(source, ROOT)
             if not place.startswith(("system/", "host/")) or "/tests/" in place or source in keys:
