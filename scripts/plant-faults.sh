@@ -110,7 +110,7 @@ mkdir -p "$COPY"
 find "$COPY" -mindepth 1 -maxdepth 1 ! -name build -exec rm -r {} +
 (cd "$ROOT" && git ls-files -z | tar c --null -T -) | tar x -C "$COPY"
 cd "$COPY"
-quietly cmake --preset default
+quietly cmake --preset default -DCMAKE_UNITY_BUILD=OFF  # each fault is in one source
 echo "Building the copy, and running its tests as they are" >&2
 if notices -E none; then
     cat "$LOG" >&2
