@@ -77,7 +77,7 @@ std::vector<Addition> ShorterOnes(const Addition& addition) {
     }
     for (size_t i = 0; i < addition.steps.size(); ++i) {
         Steps& steps = shorter.emplace_back(addition).steps;
-        steps.erase(steps.begin() + i);
+        steps.erase(steps.begin() + static_cast<ptrdiff_t>(i));
     }
     return shorter;
 }
