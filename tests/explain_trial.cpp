@@ -395,8 +395,12 @@ class Trial {
         for (const json& finding : lint["findings"]) {
             const std::string what = finding["identifier"];
             if (what != "illegal-name" && what != "value-too-long" && what != "not-utf8") continue;
-            const std::string file = finding["file"];
-            refused_.insert({file.substr(device_.root().size()), finding["line"].get<size_t>()});
+            json places = finding["others"];
+            places.push_back(finding);
+            for (const json& place : places) {
+                const std::string file = place["file"];
+                refused_.insert({file.substr(device_.root().size()), place["line"].get<size_t>()});
+            }
         }
     }
 
