@@ -43,13 +43,17 @@ constexpr Command kCommands[] = {
 };
 
 constexpr char kExamples[] =
-        "Examples:\n  extprop boot phone\n  extprop boot phone early persist reboot early persist "
-        "--props getprop.txt\n  extprop explain phone 'ro.product.*' --set "
-        "sys.sim.switch.first=carrier1\n  extprop diff phone --a --region EU --b --region IN\n  "
-        "extprop compare phone bugreport.zip\n  extprop lint phone\n\nExit status: 0 done; 1 "
-        "differences or faults found; 2 bad input, nothing done, or the\nresult could not be "
-        "written; 3 the library crashed, hung or met a limit.\n'extprop COMMAND --help' prints the "
-        "options and steps of a command.\n";
+        "Examples:\n"
+        "  extprop boot phone\n"
+        "  extprop boot phone early persist reboot early persist --props getprop.txt\n"
+        "  extprop explain phone 'ro.product.*' --set sys.sim.switch.first=carrier1\n"
+        "  extprop diff phone --a --region EU --b --region IN\n"
+        "  extprop compare phone bugreport.zip\n"
+        "  extprop lint phone\n"
+        "\n"
+        "Exit status: 0 done; 1 differences or faults found; 2 bad input, nothing done, or the\n"
+        "result could not be written; 3 the library crashed, hung or met a limit.\n"
+        "'extprop COMMAND --help' prints the options and steps of a command.\n";
 
 std::string Unknown(const std::string& word) {
     constexpr size_t kNear = 2;

@@ -25,14 +25,20 @@ namespace extprop {
 namespace {
 
 constexpr char kFormatHelp[] =
-        "An expectations file:\n    steps: [early, persist]            # the default\n    "
-        "expectations:\n      - name: Every carrier has a name\n        variants: {sim-first: '*'} "
-        "    # all: each axis by itself; {}: the device as it is\n        properties:\n          "
-        "ro.carrier.name: {matches: '[a-z]+'}\n      - variants: {region: [EU, IN], sim-first: "
-        "north}\n        complete: true                 # a property without an expectation is "
-        "unset\n        properties:\n          ro.locale: en-GB             # also {equals: "
-        "en-GB}\n          ro.debug: {set: false}\n          ro.region.name: {from: "
-        "/mnt/vendor/my_region/build.prop}\n";
+        "An expectations file:\n"
+        "    steps: [early, persist]            # the default\n"
+        "    expectations:\n"
+        "      - name: Every carrier has a name\n"
+        "        variants: {sim-first: '*'}     # all: each axis by itself; {}: the "
+        "device as it is\n"
+        "        properties:\n"
+        "          ro.carrier.name: {matches: '[a-z]+'}\n"
+        "      - variants: {region: [EU, IN], sim-first: north}\n"
+        "        complete: true                 # a property without an expectation is unset\n"
+        "        properties:\n"
+        "          ro.locale: en-GB             # also {equals: en-GB}\n"
+        "          ro.debug: {set: false}\n"
+        "          ro.region.name: {from: /mnt/vendor/my_region/build.prop}\n";
 
 // Throws InputError if parts of the device could not be read: then a check proves nothing.
 void CheckReadable(const sandbox::Sandbox& root) {
