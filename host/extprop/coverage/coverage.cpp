@@ -395,12 +395,10 @@ std::vector<Addition> Coverage::AdditionsFor(const Importer& importer) const {
 
 // Tries what loads a file with one axis, setting or step less, until nothing shorter loads it.
 void Coverage::TryShorter() {
-    std::set<size_t> shortened;
     for (bool goes_on = true; goes_on && !is_stopped_ && boots_.size() < kMostBoots;) {
         std::vector<Addition> additions;
         for (const auto& [file, by_filter] : loads_) {
             for (const auto& [filter, number] : by_filter) {
-                if (!shortened.insert(number).second) continue;
                 for (Addition& shorter : ShorterOnes(boots_[number].addition)) {
                     additions.push_back(std::move(shorter));
                 }
