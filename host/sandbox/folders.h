@@ -55,7 +55,7 @@ class Folders {
     // Starts a process that reads the file, or the parts of one, and returns what it found.
     OpenedFile Start(std::vector<android::base::unique_fd> files) const;
 
-    // Returns the device directory as a folder. Its files are opened up in `view`, which must
+    // Returns the device directory as a folder. Its files are looked up in `view`, which must
     // outlive the folder, as must this object.
     Folder OfDevice(const std::string& device, std::shared_ptr<const Tree> tree,
                     const View& view) const;
