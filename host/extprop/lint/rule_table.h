@@ -25,8 +25,8 @@ struct Rule {
 inline constexpr Rule kRules[] = {
         {"import-cycle", Severity::kError, "Imports that lead back to a file that they come from",
          "The loader recurses until the stack ends: the phone does not boot",
-         "Remove the import at this line, or give it a filter, with which the imported file's own "
-         "imports are not followed",
+         "Delete the import on the reported line; or, if it must stay, give it a filter: the "
+         "loader does not follow the imports of a file that it loads with a filter",
          R"(/odm/build.prop
     import /odm/etc/radio.prop
 /odm/etc/radio.prop
@@ -47,8 +47,8 @@ inline constexpr Rule kRules[] = {
 /odm/etc/radio.prop)"},
         {"missing-variant", Severity::kWarning,
          "An import with references that leads to a file in some boots of the device and to none "
-         "in others. No boot shows the values of `ro.boot.*`; for these the values that the "
-         "device's files set are tried",
+         "in others. Only a phone's boot loader sets `ro.boot.*`: where an import refers to such "
+         "a property, lint tries it unset and with each value that a file of the device gives it",
          "A phone without the file skips the import",
          "Add the file for the value, or a default that exists",
          R"(/mnt/vendor/my_product/cust/IN/build.prop
@@ -287,10 +287,11 @@ inline constexpr Rule kRules[] = {
     import /mnt/vendor/my_games/build.prop
 /mnt/vendor/my_games/build.prop)"},
         {"unread-file", Severity::kWarning,
-         "A property file on a partition that the library reads, which the library does not read "
-         "there and no file that is read imports. What the system's own `init` reads is left out",
-         "What it sets is unset on the phone, unless something else reads it",
-         "Correct the name or place, import it, or delete it",
+         "A property file that nothing reads, though it lies on a partition that the library "
+         "reads: the library looks for no file of this name there, and no file that is read "
+         "imports it. Files that the system's own `init` reads are not reported",
+         "A phone does not get the properties in it, unless another program reads the file",
+         "Correct the file's name or directory, import it in a file that is read, or delete it",
          R"(/odm/build.prop
 /odm/etc/radio.prop)",
          R"(/odm/build.prop
