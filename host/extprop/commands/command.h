@@ -10,12 +10,15 @@
 
 namespace extprop {
 
+// How the tool's process ends, as `extprop --help` describes it.
 enum ExitStatus { kDone = 0, kFound = 1, kBadInput = 2, kLibraryFailed = 3 };
 
 struct Command {
     const char* name;
     const char* summary;
-    // Runs the command with the words after its name. Throws InputError.
+    // Runs the command with the words after its name, and prints its result on standard output.
+    // Throws InputError for bad input, and another std::exception where the boots cannot be made;
+    // main() prints either and returns kBadInput.
     ExitStatus (*run)(const Command& command, const std::vector<std::string>& words);
 };
 
@@ -27,16 +30,17 @@ ExitStatus RunLint(const Command& command, const std::vector<std::string>& words
 ExitStatus RunCheck(const Command& command, const std::vector<std::string>& words);
 ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& words);
 
-// Returns a command line for the command, to which it adds its arguments and options.
+// Returns a command line with the command's name and summary, still without arguments and options.
 CommandLine LineOf(const Command& command);
 
-// Prints the notes on standard error, each only once in a run.
+// Prints each note on standard error, except those that this process has printed before.
 void PrintNotes(const std::vector<std::string>& notes);
 
-// Prints on standard error what the user should know of a boot besides its result. Returns the exit
-// status for the boot.
+// Prints on standard error the report's notes and how the library failed, if it did. Returns
+// kLibraryFailed in that case, else kDone.
 ExitStatus Warn(const Report& report);
 
+// Returns whether standard output is a terminal and NO_COLOR is unset or empty.
 bool WantColours();
 
 }  // namespace extprop

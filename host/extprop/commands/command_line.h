@@ -10,26 +10,28 @@
 
 namespace extprop {
 
-// An option's name may list several, as in "--quiet,-q". The type is the name of the value in the
-// help. The variables must exist until Parse returns.
+// What the comments call an error is one in the words, for which Parse throws InputError. A
+// variable must exist until Parse returns; it keeps its content if its word or option is not given.
+// An option's name may list several, as in "--quiet,-q". `type` is the name of the value in the
+// help. Adding a name twice throws a CLI::Error.
 class CommandLine {
   public:
     CommandLine(const std::string& program, const std::string& summary);
     ~CommandLine();
     CommandLine(CommandLine&& other) noexcept;
 
-    // A required word that belongs to no option.
+    // A word that belongs to no option; an error if there is none.
     void AddArgument(const char* name, std::string* value, const std::string& help);
-    // An optional word.
+    // Such a word, which may be missing.
     void AddArgument(const char* name, std::optional<std::string>* value, const std::string& help);
-    // All other words that belong to no option.
+    // All other words that belong to no option; with kOneAtLeast an error if there are none.
     void AddArguments(const char* name, std::vector<std::string>* values, const std::string& help,
                       bool one_at_least = false);
     static constexpr bool kOneAtLeast = true;
 
     void AddFlag(const char* names, bool* value, const std::string& help);
 
-    // An option that may be given once.
+    // An option that may be given once; more often is an error.
     void AddOption(const char* name, const char* type, std::string* value, const std::string& help);
     // An option of which the last value counts.
     void AddOption(const char* name, const char* type, std::optional<std::string>* value,
@@ -37,35 +39,41 @@ class CommandLine {
     // An option that may be repeated, with a value each time.
     void AddOption(const char* name, const char* type, std::vector<std::string>* values,
                    const std::string& help);
-    // An option that takes values separated by commas.
+    // An option that takes values separated by commas, and may be repeated. Of several values those
+    // that are empty are dropped.
     void AddListOption(const char* name, const char* type, std::vector<std::string>* values,
                        const std::string& help);
     // An option that takes every following word that is no option.
     void AddGreedyOption(const char* name, const char* type, std::vector<std::string>* values,
                          const std::string& help);
-    // A number from `least` to `most`, both shown in the help, as is the default: what `value`
-    // holds.
+    // An option that may be given once, with a number from `least` to `most`; another value is an
+    // error. The help shows these limits and, as the default, what `*value` holds now.
     void AddNumber(const char* name, const char* type, int least, int most, int* value,
                    const std::string& help);
-    // An option whose value is one of the words; the last value counts.
+    // An option whose value is one of the words; another one is an error. The last value counts.
     void AddChoice(const char* name, const std::vector<std::string>& words, std::string* value,
                    const std::string& help);
     // An option that is only shown in the help: its words are taken before Parse.
     void AddToHelp(const char* name, const char* type, const std::string& help);
+    // The option --version, which prints this text.
     void AddVersion(const std::string& version);
-    // A command; the line must have exactly one.
+    // A command, for the help; an error if the line has not exactly one. Parse does not tell which.
     void AddCommand(const char* name, const char* summary);
 
-    // Makes it an error to give `name` together with one of the others.
+    // Makes it an error to give `name` together with one of the others, all of which were added
+    // before; throws a CLI::Error for one that was not.
     void Exclude(const char* name, const std::vector<const char*>& others);
 
     // Adds text to the end of the help.
     void AddFooter(const std::string& text);
 
-    // Throws InputError: the argument is missing.
+    // Throws InputError with the message that the argument is missing.
     [[noreturn]] void FailWithout(const std::string& argument) const;
 
-    // Parses the words. If they ask for help, prints it and returns false. Throws InputError.
+    // Puts the values of the words, which begin after the program's name, into the variables and
+    // returns true. If the words ask for help or the version, prints that on standard output and
+    // returns false. Throws InputError, with one message, at the first error; some variables may be
+    // set then. Call it once.
     bool Parse(std::vector<std::string> words);
 
   private:

@@ -260,8 +260,8 @@ ExitStatus Show(const MatrixArguments& arguments) {
     std::vector<Variant> variants = Chosen(matrix.space(), arguments.choice, matrix.space());
     CheckSomeAreLeft(variants.size(), arguments.choice);
     const std::optional<Shard> shard = KeepShard(arguments.shard, &variants);
-    // Before the variants boot: each boot is a copy of this process, which grows with them. The
-    // first part does it for all.
+    // Found before the variants boot, since each boot is a copy of this process, which grows with
+    // their outcomes. Of several parts the first one finds it for all.
     std::vector<DeadPlace> dead;
     if (arguments.names.empty() && (!shard || shard->number == 1)) {
         if (auto found = matrix.FindDeadPlaces()) {
