@@ -1,4 +1,5 @@
-// The JSON fields of an origin, which depend on its kind and fate.
+// The JSON fields of an origin, which depend on its kind and fate; docs/json.md lists them. Origins
+// are only written, never read.
 
 #pragma once
 

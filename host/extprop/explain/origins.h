@@ -25,43 +25,49 @@ enum class Fate {
     kNotLoaded,
 };
 
+// What gave a property its value, or could have. Paths are absolute paths on the device; `file` is
+// the one by which the library opened it, `source` the device's own, if that is another.
 struct Origin {
     OriginKind kind = OriginKind::kGiven;
     std::string value;
     Fate fate = Fate::kWins;
-    std::optional<int> boot;
-    std::optional<std::string> step;
+    std::optional<int> boot;          // from 1; none if kNotLoaded
+    std::optional<std::string> step;  // none before the first step of a boot
 
     // Of a file.
     std::string file;
-    int line = 0;
+    int line = 0;  // from 1
     std::optional<std::string> source;
     std::optional<sandbox::ImagePlace> image;
-    std::optional<std::string> imported_by;
-    std::optional<std::string> filter;
-    bool written = false;
+    std::optional<std::string> imported_by;  // "file:line"
+    std::optional<std::string> filter;       // of that import
+    bool written = false;                    // the boot itself wrote the file before
 
     // Of an operation, a look-up or a load.
-    std::vector<std::string> operations;
-    std::string reason;                  // for the fate, if more is known
-    std::vector<OperationInput> inputs;  // what an operation read for the value
+    std::vector<std::string> operations;  // the library's functions, innermost first
+    std::string reason;                   // for the fate, if more is known
+    std::vector<OperationInput> inputs;   // what an operation read for the value
 
     // Of a line that a what-if option changed: "variant" or "edit".
     std::string changed_for;
 
     // Of a line that did not load: the words with which the same command line loads it, seen in a
-    // boot with them, and how many boots were made to find them.
+    // boot with them; none if no boot loaded it or none was tried. And how many boots were made to
+    // find them.
     std::optional<std::vector<std::string>> required;
     int tried = 0;
 
     bool did_not_load() const { return fate >= Fate::kLookedUp; }
+    // The device's own path of the file.
     const std::string& own_file() const { return source ? *source : file; }
 };
 
 // By property.
 using Origins = std::map<std::string, std::vector<Origin>>;
 
-// Follows a boot and finds the origins of the properties whose lines it receives.
+// Follows a boot, with its reboots, and finds the origins of the properties whose lines it
+// receives; of other properties it knows only the operations that handed them over. It follows one
+// call of PreparedDevice::Boot, which calls the On...() functions.
 class Tracer : public BootListener {
   public:
     void OnBoot(const BootStart& start) override;
@@ -70,10 +76,12 @@ class Tracer : public BootListener {
     void OnLines(const LinesRead& lines) override;
     void OnStepEnd() override;
 
-    // Returns the origin of the property's present value, or null.
+    // Returns the origin of the property's present value, or null if nothing has set it. The
+    // pointer is valid until the next event.
     const Origin* Winner(const std::string& name) const;
 
-    // Returns, by the innermost function, what operations read that then set no property.
+    // Returns what operations read that then set no property, by the name of the library's
+    // innermost function; of a function that did so several times, what it read last.
     const std::map<std::string, std::vector<OperationInput>>& idle() const { return idle_; }
 
     // Returns the origins so far. Each line of a file is listed once, with its most important

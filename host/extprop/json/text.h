@@ -8,13 +8,14 @@
 
 namespace extprop {
 
-// Return the document as text: on one line without a line end, or on indented lines. Bytes that are
-// no UTF-8 are replaced.
+// Return the document as printable text: JsonLine() on one line without a line end, JsonText() on
+// indented lines, each with its end. Bytes that are no UTF-8 become U+FFFD.
 std::string JsonLine(const nlohmann::json& document);
 std::string JsonText(const nlohmann::json& document);
 
-// Throws InputError, with a message that begins with `place`, if the untrusted JSON is nested more
-// deeply or has more values than the limits allow.
+// Throws InputError if the untrusted JSON is nested more deeply than limits::kJsonDepth or has more
+// values than limits::kJsonValues, so that a parser would take too much memory. The message is
+// `place`, such as "a.json: ", and the reason. Does not check that the text is JSON.
 void CheckShape(const std::string& json, const std::string& place);
 
 }  // namespace extprop

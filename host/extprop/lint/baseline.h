@@ -9,19 +9,21 @@
 
 namespace extprop {
 
-// Reads the file, which may lie in the directory `device`. Throws InputError with the line that is
-// wrong.
+// Reads the file at `path`; if it lies in the directory `device`, no link is followed to it. Throws
+// InputError with the path, and the line where that is known, if the file cannot be read, is larger
+// than 64 MiB or than CheckShape() allows, is no baseline, or is one of another format.
 std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::string& device);
 
-// Returns the baseline's entries for the findings.
+// Returns an entry for each finding, in their order, without lines.
 std::vector<KnownFinding> Known(const std::vector<Finding>& findings);
 
-// Returns the content of a baseline with these entries.
+// Returns the content of a file that ReadBaseline() reads as these entries.
 std::string BaselineText(const std::vector<KnownFinding>& known);
 
-// Removes from `*findings` those that are in the baseline. Adds to the report their number, and the
-// entries that are no longer found. Returns the baseline without these entries; all of it if not
-// everything was checked, since it is unknown then what is fixed.
+// Removes from `*findings`, which are all that Lint() has found, those that are in the baseline.
+// Puts their number into the report, and adds to it the entries that are no longer found. Returns
+// the baseline without these entries. If a finding is that not everything was checked, no entry
+// counts as no longer found, since it is unknown then what is fixed.
 std::vector<KnownFinding> TakeKnown(const std::vector<KnownFinding>& baseline,
                                     std::vector<Finding>* findings, LintReport* report);
 
