@@ -20,11 +20,11 @@ struct UnmetExpectation {
     int line = 0;
     std::string expectation;  // the expectation's name, if it has one
     Variant variant;
-    std::string property;  // empty if the boot failed or the device has no such variant
-    std::string expected;
-    std::optional<std::string> value;
-    OriginDocument origin;  // of the value
-    std::optional<BootFailure> failure;
+    std::string property;              // empty if the boot failed or the device has no such variant
+    std::string expected;              // as ExpectedText() describes it, or what else was expected
+    std::optional<std::string> value;  // none: unset
+    OriginDocument origin;             // of the value; null if it is not known
+    std::optional<BootFailure> failure;  // then nothing else was compared
 };
 
 // One expectation for one variant.
@@ -46,25 +46,33 @@ struct CheckedPhone {
 struct CheckResult {
     std::optional<std::string> phone;  // whose values were checked: the name that the user gave
     size_t variants = 0;               // booted
-    size_t checked = 0;                // properties in variants
+    size_t checked = 0;                // comparisons of a value with one condition
     std::vector<CheckedCase> cases;
     std::vector<std::string> notes = {};  // what may be a mistake in the expectations
 };
 
+// Checks one file of expectations: make a Checker, boot its variants(), pass the outcome of each to
+// Add(), and then call Finish() once.
 class Checker {
   public:
     // All arguments must outlive this. Without a phone the device's own values are checked. Throws
-    // InputError, as Add does, if there is more to report than the limit.
+    // InputError if the expectations concern more than limits::kVariants variants or there is more
+    // to report than limits::kChecked.
     Checker(const Expectations& expectations, Matrix* matrix, const CheckedPhone* phone = nullptr);
 
-    // Returns the variants that the expectations concern, which are to be booted.
+    // Returns the variants to boot, which are those that the expectations concern; with a phone at
+    // most its variant, and none if no expectation is about it.
     const std::vector<Variant>& variants() const { return variants_; }
 
-    // Compares the outcome of the variant with this index in variants() with the expectations.
+    // Compares the outcome of the variant with this index in variants() with the expectations. Call
+    // it once for each, in any order. A boot that failed meets no expectation. Throws InputError if
+    // there is more to report, or to match with regular expressions, than the limits allow.
     void Add(size_t number, const Outcome& outcome);
 
-    // Boots again for the origins that are reported or expected, and adds all results to `*result`.
-    // Throws InputError if a value is expected from a file that does not exist.
+    // Boots again for the origins that are reported or expected, and adds all results to `*result`,
+    // in which those of other files may be already. Throws InputError, with file and line, if a
+    // value is expected from a file that the device does not have; and as Matrix::Trace and
+    // TakeSurvey do.
     void Finish(CheckResult* result);
 
   private:

@@ -61,8 +61,8 @@ size_t NodesAtMost(std::string_view text) {
     return nodes;
 }
 
-// Looks for a second document. At a character that belongs to no document the parser begins one,
-// too, and never gets past it, so loading all documents of such a text would not end.
+// Finds where a second document begins. The parser also begins one at a character that belongs to
+// none, again and again without getting past it; so whoever uses this stops at the second.
 class SecondDocument : public YAML::EventHandler {
   public:
     std::optional<YAML::Mark> mark;

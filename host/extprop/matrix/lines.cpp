@@ -51,7 +51,7 @@ LineWriter::LineWriter(const PropertyMap& base) {
 }
 
 void LineWriter::Write(const Variant& variant, const Outcome& outcome, std::string* text) const {
-    // The line without properties, which are inserted there.
+    // What a line without properties has in their place; they are inserted between its braces.
     constexpr std::string_view kNone = "\"properties\":{}";
     std::string& line = *text;
     line = JsonLine(extprop::Write(VariantLine{variant, {}, outcome.failure}));

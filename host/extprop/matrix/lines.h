@@ -15,12 +15,15 @@ struct VariantLine {
     std::optional<BootFailure> failure;
 };
 
-// Makes the lines of outcomes that are differences from the same properties.
+// Makes the lines of variants whose outcomes are differences from the same properties. docs/json.md
+// describes the lines.
 class LineWriter {
   public:
+    // `base` are those properties, which are copied.
     explicit LineWriter(const PropertyMap& base);
 
-    // Puts the line, with its line end, into `*line`, which is best used again for the next.
+    // Replaces `*line` by the variant's line, with its line end. Using the same string for the next
+    // line saves memory. The outcome must be a difference from the base.
     void Write(const Variant& variant, const Outcome& outcome, std::string* line) const;
 
   private:
@@ -28,24 +31,30 @@ class LineWriter {
     size_t size_ = 0;                                        // of all that JSON, in bytes
 };
 
-// Returns the document of a summary.
+// Returns the document of a summary, with its format.
 nlohmann::json SummaryDocument(const Summary& summary);
 
 // Returns the summary's line, with its line end.
 std::string SummaryLine(const Summary& summary);
 
-// Merges lines of runs over one device, in any order.
+// Merges lines of runs over one device, in any order. Only the summaries tell which parts there
+// are, so a single run that was cut off before its summary passes for a whole one.
 class LineMerger {
   public:
-    // Reads the file's lines, also those of summaries. Throws InputError with the number of a line
-    // that is not one of these, or has a variant that was read before.
+    // Reads the file's lines, also those of summaries; skips empty lines. Throws InputError with
+    // the path, and the line where there is one, if the file cannot be read, a line is none of
+    // these or is longer than limits::kLine, its variant was read before, or there is more than the
+    // limits allow.
     void Read(const std::string& path);
 
-    // Reads one line, without its line end, in the same way.
+    // Reads one line, without its line end. Throws InputError, without a place, if its variant was
+    // read before or there is too much, and another std::exception if it is no such line.
     void Add(const std::string& line);
 
-    // Returns the summary of one run over all variants. Origins and words are taken from the
-    // summaries that were read. Throws InputError if a part of the variants is missing.
+    // Returns the summary of one run over all variants, with the properties that
+    // Collector::Summarize() chooses by the patterns. Origins and words are taken from the
+    // summaries that were read; what these do not have stays empty. Throws InputError if no variant
+    // was read, or if a summary is of a part of the variants and that of another part is missing.
     Summary Summarize(const std::vector<std::string>& patterns) const;
 
   private:

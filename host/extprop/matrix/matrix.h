@@ -21,7 +21,7 @@ namespace extprop {
 // The result of a variant's boot, as the difference from the boot of the device as it is.
 struct Outcome : PropertyDelta {
     std::optional<BootFailure> failure;  // then the properties are those before it
-    double seconds = 0;                  // duration
+    double seconds = 0;                  // duration of the boot
 };
 
 // Requests the origins of these properties in the boot of this variant.
@@ -30,33 +30,39 @@ struct TraceRequest {
     std::set<std::string> names;
 };
 
-// A value's origin: its JSON document, to which a text is added; null for none.
+// A value's origin: its JSON document, with OriginText() in the field "text"; null if it is not
+// known. One that was read from a file is untrusted and may have any form.
 using OriginDocument = std::shared_ptr<const nlohmann::json>;
 
+// Boots run in child processes. A boot in which the library fails is a result, not an error. The
+// functions throw std::runtime_error if a child process reports an error or dies, and pass on what
+// `done` throws; boots that still run are killed then.
 class Matrix {
   public:
-    // Prepares the device and boots it as it is. Up to `jobs` boots run at a time. Throws as
-    // PreparedDevice does.
+    // Prepares the device and boots it as it is. Up to `jobs` boots, at least 1, run at a time.
+    // Throws as PreparedDevice and FindVariantSpace do.
     Matrix(const BootOptions& options, int jobs);
 
     const VariantSpace& space() const { return space_; }
     const std::string& device() const { return base_.device; }
     const sandbox::Sandbox& root() const { return device_.root(); }
 
-    // Returns the report on the device as it is.
+    // Returns the report on the device as it is; it has a failure if the library failed.
     const Report& base() const { return base_; }
 
-    // Boots each variant. Calls `done` with its index and outcome when it has finished.
+    // Boots each variant. Calls `done` with its index and outcome once it has finished, in any
+    // order. Also throws std::runtime_error if more than limits::kStopped variants hung or met a
+    // limit, since all would take too long.
     void Boot(const std::vector<Variant>& variants,
               const std::function<void(size_t, Outcome)>& done);
 
-    // Boots once for each request. Calls `done` with its index and the origins, by name. Properties
-    // without a value have none.
+    // Boots once for each request. Calls `done` with its index and the origins, by name, of those
+    // of the properties that have a value at the end, or before a failure.
     void Trace(const std::vector<TraceRequest>& requests,
                const std::function<void(size_t, std::map<std::string, OriginDocument>)>& done);
 
-    // Returns what no variant and no step reads; nothing if that is unknown because
-    // Coverage::is_stopped().
+    // Boots as Coverage does, and returns what no variant and no step reads; nothing if that is
+    // unknown because Coverage::is_stopped(). Also throws as TakeSurvey and Coverage do.
     std::optional<std::vector<DeadPlace>> FindDeadPlaces();
 
   private:

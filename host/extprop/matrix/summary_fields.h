@@ -1,4 +1,5 @@
-// The JSON fields of summaries and outcomes.
+// The JSON fields of summaries and outcomes. Reading them checks no index of a variant and no
+// origin.
 
 #pragma once
 

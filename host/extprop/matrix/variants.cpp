@@ -65,7 +65,8 @@ std::vector<Variant> ChosenVariants(const VariantSpace& space, const VariantChoi
         for (const std::string& value : space.values[axis]) {
             if (IsChosen(axis, value, choice)) values.push_back(value);
         }
-        // In a product every variant so far gets every value; otherwise only the first does.
+        // In a product every variant so far gets every value; otherwise only the first does, which
+        // is the device as it is.
         const size_t bases = in_product ? variants.size() : 1;
         const bool stays = !in_product || IsChosen(axis, kAsItIs, choice);
         CheckCount(bases, values.size());
