@@ -11,7 +11,8 @@
 
 namespace extprop {
 
-// Returns a list of objects with only the fields that these services need.
+// Returns a list with an object for each finding, which has only the fields that these services
+// need.
 nlohmann::json CodeQualityReport(const std::vector<Finding>& findings, const SourceRoot& root);
 
 }  // namespace extprop

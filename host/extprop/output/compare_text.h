@@ -8,11 +8,11 @@
 
 namespace extprop {
 
-// Returns the comparison's text. `verbose` lists what is otherwise only counted. If the boot
-// failed, nothing was compared.
+// Returns the comparison's printable text. `verbose` lists what is otherwise only counted. If the
+// boot failed, nothing was compared, and the text has only what was known before.
 std::string ComparisonText(const Comparison& comparison, bool verbose);
 
-// Returns the warning about a value of the phone that the device cannot have.
+// Returns the warning, on one line, about a value of the phone that the device cannot have.
 std::string WarningText(const MissingValue& missing);
 
 }  // namespace extprop

@@ -29,7 +29,8 @@ json ToJson(const Difference& difference);
 json ToJson(const LintReport& report);
 json ToJson(const Comparison& comparison);
 
-// Returns the text of the document that ToJson makes of the value.
+// Returns the text of the document that ToJson makes of the value: JsonText(). It exists for all of
+// these types but Summary, which SummaryLine() prints, and Explanation, which PrintJson() does.
 template <typename T>
 std::string DocumentText(const T& value);
 
@@ -38,6 +39,7 @@ std::string DocumentText(const T& value);
 json CountedJson(const Comparison& comparison);
 
 // Prints the explanation's document, a line for each property, without having all of it in memory.
+// Whoever calls this checks the stream.
 void PrintJson(const Explanation& explanation, std::ostream& out);
 
 // Prints in the same way the variants that would be booted, each with its words.

@@ -9,14 +9,17 @@
 
 namespace extprop {
 
-// A line on one origin or, if `origin` is null, a text on several similar ones.
+// A line on one origin; or, if `origin` is null, a text: on several similar origins, on an
+// operation that set nothing, or above the lines.
 struct ExplainedLine {
     const Origin* origin;
     std::string text;  // if origin is null
 };
 
-// Returns a line for each origin. If there are many and `verbose` is false, returns about ten,
-// which summarize the others. They point into the property, which must outlive them.
+// Returns a line for each origin and idle operation. If there are more than ten origins and
+// `verbose` is false, returns about ten lines, which summarize the others; the winner is always
+// among them. They point into the property, which must outlive them. The texts are not made
+// printable.
 std::vector<ExplainedLine> LinesOf(const ExplainedProperty& property, bool verbose);
 
 }  // namespace extprop

@@ -10,7 +10,8 @@
 
 namespace extprop {
 
-// Return a text that is no longer than the services accept, and that counts what it leaves out.
+// Return a text of at most 65535 bytes, which services accept. Long values are shortened in it;
+// rows for which there is no room are left out and counted.
 std::string MatrixMarkdown(const MatrixDifference& difference);
 std::string CheckMarkdown(const CheckResult& result);
 

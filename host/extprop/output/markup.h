@@ -7,7 +7,8 @@
 
 namespace extprop {
 
-// Returns the text, printable and escaped for use between tags and in quotes.
+// Returns the text, made printable and escaped for use between tags and in double quotes. Any bytes
+// may go in.
 std::string Markup(std::string_view text);
 
 }  // namespace extprop

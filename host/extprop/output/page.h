@@ -1,4 +1,5 @@
-// Results as pages for a browser.
+// Results as pages for a browser: self-contained HTML, in which no text of a device is taken for
+// markup or a script. A boot that failed gives a page too, which says so.
 
 #pragma once
 
@@ -10,14 +11,14 @@
 
 namespace extprop {
 
-// Returns a self-contained HTML page for a report and its explanation: each property with its
+// Returns the page for a report and the explanation of all its properties: each property with its
 // origins, then what the steps did. Its data are the documents of docs/json.md.
 std::string ReportPage(const Report& report, const Explanation& explanation);
 
-// Returns a self-contained HTML page for the summary: its properties by its variants.
+// Returns the page for the summary: its properties by its variants.
 std::string SummaryPage(const Summary& summary);
 
-// Returns a self-contained HTML page for the comparison: first the differences, with their lines.
+// Returns the page for the comparison: first the differences, with their lines.
 std::string ComparisonPage(const Comparison& comparison);
 
 }  // namespace extprop

@@ -1,4 +1,5 @@
-// Finds the directory to which the paths of files in reports are relative.
+// Finds the directory to which the paths of files in reports are relative. A work tree is a
+// directory with a ".git" in it.
 
 #pragma once
 
@@ -8,20 +9,22 @@ namespace extprop {
 
 class SourceRoot {
   public:
-    // Uses the root of the work tree that holds `device`, or `device` itself if none does. Throws
-    // InputError if it cannot be used.
+    // Uses the root of the innermost work tree that holds `device`, which may be a file, or
+    // `device` itself if none does. Throws InputError if there is no such device.
     explicit SourceRoot(const std::string& device);
 
-    // Uses the directory `root`. Throws InputError if `device` does not lie in it.
+    // Uses the directory `root`. Throws InputError if either does not exist or `device` neither is
+    // `root` nor lies in it; links in both are followed first.
     SourceRoot(const std::string& device, const std::string& root);
 
     // Returns the root's absolute path, without links.
     const std::string& directory() const { return directory_; }
 
-    // Returns whether the root is the device itself.
+    // Returns whether the root is the device itself because no work tree holds it.
     bool is_device() const { return is_device_; }
 
-    // Returns the path from the root to the device's `path`, which is empty for the device itself.
+    // Returns the path from the root to the device's `path`, which is absolute on the device or,
+    // for the device itself, empty. Returns "." where both are the same. Looks at no file.
     std::string PathTo(const std::string& path) const;
 
   private:
@@ -32,10 +35,12 @@ class SourceRoot {
     bool is_device_ = false;
 };
 
-// Returns the path of a file relative to the work tree that holds it, or unchanged if none does.
+// Returns the path of a file relative to the work tree that holds it. If none does, or the file
+// does not exist, returns the path as it is, but without "." and "..".
 std::string PathInWorkTree(const std::string& file);
 
-// Returns the path for a URI, with other bytes than plain characters escaped, such as "%C3".
+// Returns the path for a URI. All bytes but ASCII letters, digits and "/-._~" are escaped, such as
+// "%C3".
 std::string UriOf(const std::string& path);
 
 }  // namespace extprop

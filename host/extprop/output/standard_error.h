@@ -1,4 +1,4 @@
-// Messages on standard error. Nothing else writes to it.
+// Messages on standard error. The tool's own process writes to it only here.
 
 #pragma once
 
@@ -7,17 +7,22 @@
 
 namespace extprop {
 
-// Prints the text on one printable line that begins with the tool's name.
+// Prints the text on one printable line that begins with "extprop: ", and of a long text its first
+// 4096 bytes. Erases no status line.
 void PrintMessage(std::string_view text);
 
-// A line that is shown until the next message or the end, if standard error is a terminal.
+// A line on the terminal that shows progress. It is erased when the object ends, and must be erased
+// before a message is printed.
 class StatusLine {
   public:
     StatusLine() = default;
     ~StatusLine() { Show(""); }
     StatusLine& operator=(StatusLine&&) = delete;
 
+    // Returns whether standard error is a terminal. If not, do not call Show(): it does not ask.
     static bool IsSeen();
+
+    // Replaces the line by this text, made printable; "" erases it.
     void Show(std::string_view text);
 
   private:

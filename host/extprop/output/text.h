@@ -1,4 +1,5 @@
-// The tool's results as text for people. All of it is printable.
+// The tool's results as text for people. All of it is printable but FailureText() and FateText(),
+// which hold texts of devices as they are.
 
 #pragma once
 
@@ -14,7 +15,7 @@ namespace extprop {
 // every log line and opened file; otherwise warnings that every device causes are only counted.
 void PrintReport(const Report& report, bool verbose, std::ostream& out);
 
-// Returns whether the log line is one that every healthy device causes.
+// Returns whether the message of a log line is one that every healthy device causes.
 bool IsUsual(const std::string& message);
 
 // Returns one line on how the library failed.
@@ -24,9 +25,11 @@ std::string FailureText(const BootFailure& failure);
 // important origins of a property with many are left out.
 std::string ExplanationText(const Explanation& explanation, bool colours, bool verbose);
 
+// Returns a line or more for each property that differs, or that there is no difference.
 std::string DifferenceText(const Difference& difference);
 
-// Returns the text on a value's fate that follows the value; "" if the value won.
+// Returns the text on a value's fate that follows the value, such as "  [overridden]"; "" if the
+// value won.
 std::string FateText(const Origin& origin);
 
 }  // namespace extprop
