@@ -1,4 +1,5 @@
-// A device directory that a test writes, and boots of it with the real library.
+// A device directory that a test writes, and boots of it with the real library. Paths are absolute
+// paths on the device.
 
 #pragma once
 
@@ -28,6 +29,7 @@ struct Call {
 std::ostream& operator<<(std::ostream& out, const Call& call);
 
 // init, in the process of a boot: the extension, and what it has handed over and logged so far.
+// Only one may exist in a process.
 class Init {
   public:
     Init();
@@ -41,8 +43,10 @@ class Init {
     std::vector<Call> TakeCalls();
 
     // Returns the log lines of this severity and above since the last TakeLog(), such as "E text".
+    // Forgets the others too.
     std::vector<std::string> TakeLog(android::base::LogSeverity least = android::base::INFO);
 
+    // Set and return a system property; "(unset)" if there is none.
     void Set(const std::string& name, const std::string& value);
     std::string Get(const std::string& name);
 
@@ -56,19 +60,22 @@ class Device {
   public:
     Device();
 
-    // Changes the device; only before its first boot.
+    // Make or replace a file, or make a directory, with the directories above it; before the first
+    // boot or between boots.
     void Write(const std::string& path, const std::string& content);
     void MakeDirectory(const std::string& path);
 
     // Boots the device and runs `body` as init, in a process of its own. Its failed expectations
-    // fail the test. Files that it writes stay for the next boot.
+    // fail the test, as does a crash or a body that takes longer than a minute. Files that it
+    // writes stay for the next boot, properties do not. Throws as KernelRoot does.
     void Boot(const std::function<void(Init&)>& body);
 
-    // Boots the device with a `body` that may crash or hang, and returns how it ended.
+    // Boots the device with a `body` that may crash or hang, and returns how it ended: with status
+    // 1 if expectations failed, which does not fail the test here.
     sandbox::Ending BootToTheEnd(const std::function<void(Init&)>& body,
                                  std::chrono::milliseconds limit = std::chrono::seconds(60));
 
-    // Returns a file's content after a boot, "(missing)" if there is none.
+    // Returns a file's content, "(missing)" if it cannot be read.
     std::string Read(const std::string& path);
 
   private:

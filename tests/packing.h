@@ -17,34 +17,40 @@ std::string Noise(size_t size);
 
 struct Member {
     std::string name;
-    mode_t mode;
+    mode_t mode;          // kFile, kLink, kDirectory or the like; 0 makes a hard link
     std::string content;  // or the target of a link
 };
 
 inline constexpr mode_t kFile = S_IFREG | 0640, kLink = S_IFLNK | 0777, kDirectory = S_IFDIR | 0750;
 
-// Writes an archive with libarchive's own writer.
+// Return an archive of at most 16 MiB, made with libarchive's own writer; a member that this
+// refuses fails the test. `filter` and `options`, as of archive_write_set_options(3), may be null;
+// the passphrase of encrypted archives is "secret".
 std::string Pack(int (*format)(archive*), int (*filter)(archive*), const char* options,
                  const std::vector<Member>& members);
 std::string Zip(const std::vector<Member>& members, const char* options = nullptr);
 std::string Tar(const std::vector<Member>& members);
 
-// Compresses one file.
+// Returns the content compressed by the filter, without an archive around it.
 std::string Packed(int (*filter)(archive*), const std::string& content);
 
-inline constexpr size_t kBlock = 4096;
+inline constexpr size_t kBlock = 4096;  // bytes
 
 // An update's payload.
 class PayloadMaker {
   public:
-    // Adds a partition with one operation for each piece, which is its type and its content.
+    // Adds a partition with one operation for each piece, which is its type's number and its
+    // content, in whole blocks. The content is compressed as the type says; that of the types
+    // without data, 6 and 7, must be zeros.
     void Add(const std::string& name, const std::vector<std::pair<uint32_t, std::string>>& pieces);
 
+    // Returns the payload: header, manifest, a signature of five bytes, and the data.
     std::string Write() const;
 
     images::payload::Manifest manifest;
     std::string data;
 };
 
-// Returns a sparse image of the size of `image` with only the blocks from `first` on.
+// Returns a sparse image of the size of `image`, in whole blocks, with the content of only `blocks`
+// blocks from `first` on. They must lie in the image.
 std::string SparsePart(const std::string& image, uint32_t first, uint32_t blocks);

@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-// Makes the device for `seed` in the directory `root`. Returns the steps and options of a boot of
-// it, and possibly what-if options if `with_what_if`.
+// Makes the device for `seed`, always the same one, in the directory `root`, which must be empty.
+// Returns the steps and options of a boot of it for extprop's command line, possibly with what-if
+// options if `with_what_if`. Throws std::filesystem::filesystem_error.
 std::vector<std::string> MakeRandomDevice(const std::string& root, uint64_t seed,
                                           bool with_what_if);

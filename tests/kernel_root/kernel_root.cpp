@@ -118,9 +118,9 @@ KernelRoot::KernelRoot(const std::string& directory) {
 
 bool KernelRoot::Enter() const {
     const pid_t parent = getppid();
-    // Namespaces cannot be entered while a sanitizer's own thread shares the root and the working
-    // directory.
-    // Mounts made from here on are this process's own: its namespace is a copy.
+    // First stops sharing the root and the working directory with other threads, such as a
+    // sanitizer's: otherwise no namespace can be entered. In the end enters a copy of the mount
+    // namespace, so that the mounts that follow are this process's own.
     const bool entered =
             unshare(CLONE_FS) == 0 &&
             (!user_namespace_.ok() || setns(user_namespace_.get(), CLONE_NEWUSER) == 0) &&

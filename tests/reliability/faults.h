@@ -1,5 +1,6 @@
-// Wraps functions of libc in a test program: records each call that the extension library makes,
-// and can make one of them fail, cut it short, or kill the process at it.
+// Wraps functions of libc in a test program: records each call that is made while armed, when only
+// the extension library should run, and can make some of them fail, cut them short, or kill the
+// process at them.
 
 #pragma once
 
@@ -9,8 +10,8 @@
 namespace faults {
 
 struct Call {
-    std::string name;  // of the system call, such as "open"
-    std::string path;
+    std::string name;        // of the system call, such as "open"
+    std::string path;        // also of a call by descriptor, if that was opened while armed
     bool writes = false;     // an open that may change its file
     bool succeeded = false;  // as the kernel answered it
 };
@@ -18,17 +19,18 @@ struct Call {
 // Returns whether the call changes the file system.
 bool Changes(const Call& call);
 
-// What happens at the call with the index `call`, or at all calls for `path`, or at those of them
-// with the name `name`.
+// What happens at the call with the index `call`, counted from 0 since Arm(), and at all calls for
+// `path` or, if `name` is not empty, those of them with that name. A fault with its defaults does
+// nothing.
 struct Fault {
     int call = -1;
     std::string path, name;
-    int error = 0;     // the errno that the call fails with; a failing close still closes its file
-    bool cut = false;  // a read or write transfers one byte
-    enum { kNever, kBefore, kAfter } kill = kNever;
+    int error = 0;     // the errno with which the call fails; a failing close still closes its file
+    bool cut = false;  // a read or write transfers one byte at most
+    enum { kNever, kBefore, kAfter } kill = kNever;  // SIGKILL, before or after the call is made
 };
 
-// Begins to record calls, with this fault.
+// Forgets the recorded calls and begins to record, with this fault.
 void Arm(const Fault& fault);
 
 // Stops recording and returns the calls. To be called once all threads of the library have ended.

@@ -1,18 +1,24 @@
-// The commands of the program. Each returns the program's exit status.
+// The commands of the program. They take the words after their name, print to standard output, and
+// return the program's exit status: 0, or 1 if something is not as it should be. That words are
+// numbers is not checked.
 
 #pragma once
 
-// sweep [SECONDS [SEED]]: makes calls fail, one at a time: all of them, or random ones for a time.
+// sweep [SECONDS [SEED]]: makes each call fail in each possible way, one at a time, and judges the
+// outcome. With SECONDS above 0 stops after that time; SEED (default: another every day) decides
+// what comes first.
 int Sweep(int argc, char** argv);
 
-// crashes: prints a table of the places where killing a boot has lasting effects, and of these.
+// crashes: kills boots, and prints a table: where a kill has lasting effects, and which. Returns 0.
 int Crashes(int argc, char** argv);
 
-// growth [BOOTS]: looks for growth of memory and descriptors in one process.
+// growth [BOOTS]: boots so often (default: 100000) in one process, whose memory and descriptors
+// must not grow.
 int Growth(int argc, char** argv);
 
-// cases: plays the devices that standard input describes.
+// cases: plays the devices that standard input describes, as cases.cpp tells, and prints the input
+// with the results. Ignores lines that it does not know. Returns 0 also if results differ.
 int Cases(int argc, char** argv);
 
-// huge [MIB]: measures the memory that a huge file takes.
+// huge [MIB]: measures the memory that files of this size (default: 64) take, which is limited.
 int Huge(int argc, char** argv);
