@@ -1,5 +1,6 @@
 // The limits on all that untrusted input can make the tool use, in one place. Ordinary devices
-// never reach them; reaching one is an error that names the limit and the file.
+// never exceed them. What exceeds one is refused with an error that names the limit, except that a
+// cache drops what it holds, and a report leaves out the rest.
 
 #pragma once
 
@@ -55,8 +56,8 @@ inline constexpr uint64_t kPayloadManifest = uint64_t{16} << 20;  // in bytes
 
 // How much unpacking may produce. Firmware is packed to a half or a quarter of its size. Images
 // that are nearly empty are packed to a thousandth, but are either few or lie among others. So
-// output that is both larger than the first limit and kUnpackedTimes as large as its packed input
-// was made to exhaust the machine.
+// output that is larger than the first limit and kUnpackedTimes its packed input together was made
+// to exhaust the machine.
 inline constexpr uint64_t kUnpacked = uint64_t{1} << 30;        // by a reader, in bytes
 inline constexpr uint64_t kDeviceUnpacked = uint64_t{4} << 30;  // by all readers of a device
 inline constexpr uint64_t kUnpackedTimes = 64;

@@ -19,24 +19,27 @@ namespace images {
 
 class Contents {
   public:
-    // Determines what the file holds. `parts` has more than one source only for a split sparse
-    // image. `slot`, 'a' or 'b', chooses the metadata of a super partition. The spool must outlive
-    // this. Throws Damage if the file is damaged; content of an unknown kind is kUnknown.
+    // Determines what the file holds. `parts` has one source, or those of a split sparse image.
+    // `slot`, 'a' or 'b', chooses the metadata of a super partition. The spool must outlive this.
+    // Throws Damage if the file is damaged; content of an unknown kind is kUnknown.
     Contents(std::vector<std::unique_ptr<Source>> parts, char slot, Spool* spool);
 
     Kind kind() const { return kind_; }
 
-    // In the order of the file's own table. A name may be any bytes.
+    // In the order of the file's own table, which may be empty. A name may be any bytes.
     const std::vector<Volume>& volumes() const { return volumes_; }
 
-    // Returns the volume's file system, or the archive for an archive's only volume. Throws Damage
-    // if the volume has no file system that can be read.
+    // Returns the file system in the volume with this index, or the archive for an archive's only
+    // volume; it lives as long as this. Unpacks a partition of a payload. Throws Damage if there is
+    // no such volume, or no file system in it that can be read.
     const FileSystem& Open(size_t volume);
 
-    // Decompresses the file completely, so that no later read has to. Throws Damage.
+    // Decompresses the file completely, so that no later read has to. Does not unpack what is in
+    // it: the partitions of a payload, the members of an archive. Throws Damage.
     void Unpack() const;
 
-    // Returns the bytes of a file of the archive. Throws Damage if the content is no archive.
+    // Returns the bytes of a file of the archive, as Archive::Content() does. Throws Damage if the
+    // content is no archive.
     std::unique_ptr<Source> Inside(uint64_t file) const;
 
   private:

@@ -17,7 +17,8 @@ namespace images::erofs {
 
 class Inodes;
 
-// The data of one inode. Caches its extents, and the content of the last compressed one.
+// The data of one inode of any type. Caches its extents, and what the last compressed one was
+// decoded to.
 class Data : public Source {
   public:
     // `inodes` must outlive this.
@@ -54,13 +55,16 @@ class Inodes {
     const Source& image() const { return image_; }
     const Head& head() const { return head_; }
 
-    // Returns the source in which an inode and its tables lie: the image or the metabox.
+    // Returns the source in which an inode and its tables lie: the image or the metabox. Throws
+    // Damage if there is no metabox.
     const Source& Space(uint64_t id) const;
 
-    // Returns an inode's data. Caches those of the last calls. Throws Damage.
+    // Returns the data of the inode with this number, which may be any. This must outlive them.
+    // Caches those of the last calls. Throws Damage if there is no such inode or it is damaged.
     std::shared_ptr<const Data> Open(uint64_t id) const;
 
-    // Returns the data of the packed inode, which the image must have. Throws Damage.
+    // Returns the data of the packed inode, which the image must have: head().packed is not 0.
+    // Throws Damage.
     const Data& Packed() const { return Special(head_.packed, &packed_); }
 
   private:

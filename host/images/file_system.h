@@ -21,7 +21,7 @@ struct Node {
     uid_t user = 0;
     gid_t group = 0;
     uint64_t size = 0;    // in bytes; for a directory only a hint
-    int64_t seconds = 0;  // of the last change of the content
+    int64_t seconds = 0;  // of the last change of the content, since 1970
     uint32_t nanoseconds = 0;
 };
 
@@ -30,7 +30,9 @@ struct Name {
     uint64_t node = 0;
 };
 
-// All functions throw Damage, and read no more of the image than their result takes.
+// All functions take any number as a node. They throw Damage if there is no such node, it is of
+// another type than the function's, or the image is damaged or exceeds a limit. They read no more
+// of the image than their result takes.
 class FileSystem {
   public:
     virtual ~FileSystem() = default;
@@ -38,14 +40,16 @@ class FileSystem {
     // Returns the root directory's node.
     virtual uint64_t root() const = 0;
 
-    // Returns a node. Throws Damage if there is none with this number, which may be any.
+    // Returns a node of any type.
     virtual Node Look(uint64_t node) const = 0;
 
-    // Returns the entries of a directory, without "." and "..". Throws Damage unless all names are
-    // distinct and have 1 to 255 bytes without "/" and zero bytes.
+    // Returns the entries of a directory, in any order, without "." and "..". Throws Damage unless
+    // all names are distinct and have 1 to 255 bytes without "/" and zero bytes. Their nodes may be
+    // missing ones.
     virtual std::vector<Name> List(uint64_t directory) const = 0;
 
-    // Returns up to `size` bytes of a regular file from `offset` on, fewer only at its end.
+    // Returns up to `size` bytes of a regular file from `offset` on, fewer only at its end and none
+    // after it.
     virtual std::string Read(uint64_t file, uint64_t offset, size_t size) const = 0;
 
     // Returns the target of a symbolic link, 1 to 4095 bytes without a zero byte.

@@ -14,26 +14,29 @@ namespace images {
 
 class ArchiveReader {
   public:
-    // Reads the source from `offset` on. The source must outlive this.
+    // Reads the source from `offset` on, in bytes. The source must outlive this.
     ArchiveReader(const Source& source, uint64_t offset);
     ~ArchiveReader();
     ArchiveReader& operator=(ArchiveReader&&) = delete;
 
-    // Enables a format or a compression by a function archive_read_support_*. Throws Damage if the
-    // library was built without it.
+    // Enables a format or a compression by a function archive_read_support_*, before Open(). Throws
+    // Damage if the library was built without it.
     void Support(int (*support)(archive*));
 
-    // Begins to read. To be called once, after Support(). Throws Damage.
+    // Begins to read. To be called once, after Support() and before all that follows. Throws Damage
+    // if the source cannot be read or has no format that is enabled.
     void Open();
 
     // Returns how many layers of compression the source has.
     int packings() const;
 
-    // Goes to the next member and returns it, null at the end. Throws Damage.
+    // Goes to the next member and returns it, valid until the next call; null at the end. Throws
+    // Damage if what follows is damaged.
     archive_entry* Next();
 
-    // Return the offsets in the source, in bytes, of the member's header, and of its data if they
-    // are stored in one piece.
+    // Return the offsets in a source without compression, in bytes, of the header of the member
+    // that Next() returned, and of its data if they are stored in one piece. Call data() before
+    // Read().
     uint64_t header() const;
     uint64_t data() const;
 

@@ -63,7 +63,7 @@ inline void PutText(std::string* answer, std::string_view text) {
     answer->append(text);
 }
 
-// Parses an answer. All functions throw Damage if it ends too early.
+// Parses an answer, which must outlive it. All functions throw Damage if it ends too early.
 class Parser {
   public:
     explicit Parser(std::string_view answer) : rest_(answer) {}

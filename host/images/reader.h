@@ -24,21 +24,26 @@ enum class Kind : uint32_t { kFileSystem, kSuper, kPayload, kArchive, kUnknown }
 struct Contained {
     Kind kind;
     size_t first_volume;  // volumes of all files that a reader has opened are numbered in a row
-    // One without a name, or several in the order of the file's own table. A name may be any bytes.
+    // One without a name or, of kSuper and kPayload, any number in the order of the file's own
+    // table. A name may be any bytes.
     std::vector<Volume> volumes;
 };
 
 // What the worker process does: confines itself and answers clients, which connect over the control
-// socket, until the last one is gone. Never returns.
+// socket, until the last one is gone. Never returns; the exit status is 0, or kNotConfined.
 using ServeFunction = void(const Descriptors& descriptors, char slot);
 ServeFunction Serve;
 
+// A volume's number is its index in Contained::volumes, plus first_volume there. What is asked of
+// the worker throws Damage if there is no such volume, or if the image is damaged or exceeds a
+// limit. So does every call once the worker has ended or not answered in time. The worker ends when
+// this and the file systems from Open() are gone in the process that started it.
 class Reader {
   public:
     // Starts the worker process. `parts` is an open regular file or block device, or the parts of a
-    // split sparse image. `slot`, 'a' or 'b', chooses the metadata of a super image. `readers` is
-    // the number of readers that share the limits of one device. Throws Damage if the file is
-    // damaged, std::runtime_error if the process cannot be started.
+    // split sparse image, up to kMostParts. `slot`, 'a' or 'b', chooses the metadata of a super
+    // image. `readers`, at least 1, is the number of readers that share the limits of one device.
+    // Throws Damage as above, std::runtime_error if the process cannot be started or confined.
     Reader(std::vector<android::base::unique_fd> parts, char slot, size_t readers = 1,
            ServeFunction* serve = Serve);
     ~Reader();
@@ -47,20 +52,22 @@ class Reader {
     // What the file holds.
     const Contained& contained() const;
 
-    // Returns what a file of the archive in the volume holds. Several files are the parts of one
-    // split sparse image. Throws Damage if they are damaged.
+    // Returns what a file of the archive in the volume holds; `files` are nodes of the archive.
+    // Several files, up to kMostParts, are the parts of one split sparse image. Throws Damage also
+    // if the volume is no archive, or one of the files no regular file of it.
     Contained OpenInside(size_t volume, const std::vector<uint64_t>& files) const;
 
     // Returns the file system in the volume, or the archive; its functions send requests to the
     // worker process. It may be used in processes forked from this one, in several threads, and
-    // under the sandbox's redirection of system calls. Throws Damage if it cannot be read.
+    // under the sandbox's redirection of system calls. A partition of a payload is unpacked now.
     std::unique_ptr<FileSystem> Open(size_t volume) const;
 
-    // Unpacks the volume's file completely, so that no later request waits for it. Throws Damage.
+    // Decompresses the file in which the volume lies, so that no later request waits for it.
     void Unpack(size_t volume) const;
 
     // Sets a function that is called now and then while a reader unpacks, in the process that
-    // started it, with the number of bytes so far, and with 0 at the end. Null for none.
+    // started it and on the thread that waits, with the number of bytes so far, and with 0 at the
+    // end. Null for none.
     static void ShowProgress(void (*show)(uint64_t unpacked_bytes));
 
   private:

@@ -94,7 +94,7 @@ class Answers {
   public:
     Answers(const Descriptors& descriptors, char slot)
             : descriptors_(descriptors), slot_(slot), spool_(kSpoolFile, [this](uint64_t unpacked) {
-                  // So that the client does not take the reader as hung.
+                  // So that the client does not take the reader for hung.
                   LimitUnpacking();
                   Send(Packet(Outcome::kWorking, unpacked, ""));
               }) {}

@@ -10,8 +10,8 @@
 
 namespace images {
 
-// Thrown if an image contradicts its format or exceeds a limit. The text says how, without the
-// image's name: "inode 36: a name with a '/'".
+// Thrown if an image contradicts its format, exceeds a limit or cannot be read. The text says how,
+// without the image's name: "inode 36: a name with a '/'".
 class Damage : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -20,7 +20,7 @@ class Source {
   public:
     virtual ~Source() = default;
 
-    // Returns the size in bytes, without reading.
+    // Returns the size in bytes, without reading. Compressed content may turn out to be smaller.
     virtual uint64_t size() const = 0;
 
     // Copies `size` bytes from `offset` on to `to`. Throws Damage if the source has fewer or they
@@ -41,7 +41,7 @@ class Source {
 // of a super image or an update.
 struct Volume {
     std::string name;
-    uint64_t size;  // in bytes
+    uint64_t size;  // in bytes, as Source::size()
 };
 
 // Returns `size` bytes from `offset` on. Throws Damage as Read() does. The caller bounds `size`.

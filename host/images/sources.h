@@ -11,10 +11,12 @@
 
 namespace images {
 
-// The bytes of an open regular file or block device.
+// The bytes of an open regular file or block device. Reading throws Damage also once more than
+// limits::kImageBytes were read in all.
 class FileSource : public Source {
   public:
-    // The caller keeps and later closes the descriptor. Throws Damage if it has no size.
+    // The caller keeps the descriptor open as long as this, and closes it. Throws Damage if it has
+    // no size.
     explicit FileSource(int fd);
 
     uint64_t size() const override { return size_; }
@@ -32,7 +34,8 @@ class ExtentSource : public Source {
     // `base` must outlive this.
     explicit ExtentSource(const Source& base) : base_(base) {}
 
-    // Appends `size` bytes of the source from `offset` on. Throws Damage if the source has fewer.
+    // Appends `size` bytes of the source from `offset` on. Throws Damage if the source has fewer,
+    // or the whole becomes larger than any file.
     void AddPart(uint64_t size, uint64_t offset);
 
     // Appends `size` bytes of the repeated word, lowest byte first. Throws Damage if the whole
@@ -70,13 +73,14 @@ class JoinedSource : public Source {
     std::vector<uint64_t> ends_;
 };
 
-// Returns the image that an Android sparse image stands for, or null if the source is none. The
-// source must outlive it. Throws Damage if the sparse image is damaged.
+// Returns the image that an Android sparse image stands for, or null if the source is none or the
+// image is empty. The source must outlive it. Throws Damage if the sparse image is damaged or
+// exceeds a limit.
 std::unique_ptr<Source> OpenSparse(const Source& source);
 
 // Returns the image of which each of several sparse images, in any order, holds a part. The parts
-// and `joined`, which must be the parts in the same order, must outlive it. Throws Damage if a part
-// is damaged or no sparse image, or if two parts overlap.
+// and `joined`, which must be the parts in the same order, must outlive it. Bytes that no part has
+// are zero. Throws Damage if a part is damaged, empty or no sparse image, or if two parts overlap.
 std::unique_ptr<Source> JoinSparse(const std::vector<const Source*>& parts, const Source& joined);
 
 }  // namespace images

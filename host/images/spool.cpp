@@ -98,7 +98,7 @@ SpooledStream::SpooledStream(std::unique_ptr<Stream> stream, Spool* spool, uint6
 void SpooledStream::TakeUpTo(uint64_t end) const {
     std::vector<char> chunk;
     while (taken_ < end && !ended_) {
-        spool_->Count(0);  // once no more is allowed, nothing takes time
+        spool_->Count(0);  // once the limit was exceeded, the stream takes no more time
         // Whole chunks, so that each is written once.
         chunk.resize(std::min<uint64_t>(Spool::kChunkSize, bytes_.size() - taken_));
         size_t filled = 0;

@@ -14,15 +14,17 @@ namespace images {
 
 class Super {
   public:
-    // Reads the metadata for the slot, 'a' or 'b', or its backup copy if the checksums are wrong.
-    // Returns null if the source is no super partition. The source must outlive the result. Throws
-    // Damage if neither copy can be used.
+    // Reads the metadata for the slot, 'a' or 'b', or its backup copy if the checksums are wrong;
+    // of an image with fewer slots those for the last. Returns null if the source is no super
+    // partition. The source must outlive the result. Throws Damage if neither copy can be used or
+    // the metadata exceed a limit.
     static std::unique_ptr<Super> Open(const Source& source, char slot);
 
-    // In the order of the image's own table. A name may be any bytes.
+    // In the order of the image's own table, which may be empty. A name may be any bytes.
     const std::vector<Volume>& volumes() const { return volumes_; }
 
-    // Returns a partition's content. Throws Damage if the source ends before it.
+    // Returns the content of the partition with this index in volumes(); the source must outlive
+    // it. Throws Damage if the source ends before it, or it lies on another block device.
     std::unique_ptr<Source> OpenVolume(size_t index) const;
 
   private:

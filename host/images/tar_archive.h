@@ -8,7 +8,8 @@
 
 namespace images {
 
-// As OpenArchive.
+// As OpenArchive, for tar archives without compression. Members are read in place, sparse ones by
+// way of the spool.
 std::unique_ptr<Archive> OpenTar(const Source& source, Spool* spool);
 
 }  // namespace images

@@ -8,8 +8,8 @@
 
 namespace images {
 
-// As OpenArchive. Stored members are read in place; packed ones are unpacked to the spool as far as
-// they are read.
+// As OpenArchive, for zip archives. A member of up to 1 MiB is read whole into memory; of larger
+// ones a stored one is read in place, a packed one unpacked to the spool as far as it is read.
 std::unique_ptr<Archive> OpenZip(const Source& source, Spool* spool);
 
 }  // namespace images
