@@ -26,8 +26,8 @@ constexpr sock_filter Statement(uint16_t code, uint32_t value) {
     return {code, 0, 0, value};
 }
 
-// Compares the loaded value, and skips the next `yes` statements if that holds, else `no`
-// statements.
+// Compares the loaded value with `value`, by BPF_JEQ or the like and without a sign, and skips the
+// next `yes` statements if that holds, else `no` statements.
 constexpr sock_filter JumpIf(uint16_t compare, uint32_t value, uint8_t yes, uint8_t no) {
     return {static_cast<uint16_t>(BPF_JMP | compare | BPF_K), yes, no, value};
 }
@@ -41,7 +41,7 @@ constexpr sock_filter Load(size_t offset) {
     return Statement(BPF_LD | BPF_W | BPF_ABS, static_cast<uint32_t>(offset));
 }
 
-// Returns the offset at which the lower half of an argument lies.
+// Returns the offset at which the lower half of the argument, 0 to 5, lies.
 constexpr size_t Argument(int index) {
     return offsetof(seccomp_data, args) + index * sizeof(uint64_t);
 }
@@ -57,8 +57,9 @@ inline bool IsPossible() {
     return prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, nullptr) == -1 && errno == EFAULT;
 }
 
-// Puts the process under the filter, which nothing can remove. Returns false, with errno set, if
-// that fails.
+// Puts the calling thread, and all threads and processes that it starts from now on, under the
+// filter, which nothing can remove: at least one and at most BPF_MAXINSNS statements. Returns
+// false, with errno set, if that fails.
 inline bool Install(std::vector<sock_filter> statements) {
     const sock_fprog program = {static_cast<unsigned short>(statements.size()), statements.data()};
     return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&

@@ -15,7 +15,8 @@ extern const char extprop_kernel_call_made[];
 
 namespace sandbox {
 
-// Makes the system call. Returns its result or, as the kernel itself does, a negative errno.
+// Makes the system call with up to six numbers or pointers. Returns its result or, as the kernel
+// itself does, a negative errno; does not touch errno.
 template <typename... Arguments>
 long Kernel(long number, Arguments... arguments) {
     static_assert(sizeof...(arguments) <= 6);

@@ -24,22 +24,23 @@ struct ExpectedProperty {
     bool is_legal;  // init takes the value
 };
 
-// In the order of their names.
+// In the order of their names, which are distinct.
 using ExpectedProperties = std::vector<ExpectedProperty>;
 
 // Replaces all system properties with `properties`. The store keeps no copy of a property that has
-// its expected value. What is expected must live until the next call.
+// its expected value. What is expected, null for nothing, must live unchanged until the next call.
 void ResetProperties(PropertyMap properties, const ExpectedProperties* expected = nullptr);
 
-// Returns whether a legal property is expected to have this value.
+// Returns whether the property is expected to have this value, which init takes.
 bool IsExpected(const std::string& name, const std::string& value);
 
-// Tells how the system properties differ from what is expected: which have other values, and which
-// are not set.
+// Tells how the system properties differ from what is expected. Sets `*changed` to those with other
+// values or not expected at all, and adds the names of expected ones that are not set to
+// `*removed`.
 void CompareProperties(PropertyMap* changed, std::vector<std::string>* removed);
 
-// Sets a property as init itself can: of any length, and read-only ones too. Does not notify the
-// observer. Returns the property's previous value, if it had one.
+// Sets a property as init itself can: any name and value of any length, read-only ones too. Does
+// not notify the observer. Returns the property's previous value, if it had one.
 std::optional<std::string> StoreProperty(const std::string& name, const std::string& value);
 
 // property_set and SetProperty hold this mutex from the change to the end of OnPropertySet, so that
@@ -52,20 +53,23 @@ void FailRestorecon(bool fail);
 // Makes system calls with these arguments. Returns the result or a negative errno.
 using SystemCalls = long (*)(long number, const unsigned long (&arguments)[6]);
 
-// Replaces the kernel for the calls to find, open and look at files that this process makes from
-// now on through the functions of libc that are wrapped here. All others still reach the kernel.
+// Replaces the kernel, or with null puts it back, for the calls to find, open and look at files and
+// to mount that this process makes from now on through the functions of libc that are wrapped here,
+// except file streams. All others still reach the kernel.
 void SetSystemCalls(SystemCalls calls);
 
 // Gets a call for each request that this process makes of the system, on the thread that makes it:
-// several threads may call at once.
+// several threads may call at once. Arguments are those of the request, valid during the call; a
+// text is null where the caller gave null.
 class Observer {
   public:
     virtual ~Observer() = default;
 
-    // A file is about to be opened, by open(2) or a file stream, which may hang or fail.
+    // A file is about to be opened, which may hang or fail, by open(2) with these flags or by a
+    // file stream, with O_RDONLY or O_WRONLY.
     virtual void OnOpen(const char* /*path*/, int /*flags*/) {}
 
-    // A file was opened so for reading; `fd` is at its start.
+    // A file was opened so for reading only; `fd` is at its start and belongs to the caller.
     virtual void OnOpened(int /*fd*/) {}
 
     // mount(2) is about to be called, which may change what the paths lead to.
@@ -97,7 +101,8 @@ class Observer {
     virtual void OnRestorecon(const char* /*path*/, unsigned int /*flags*/, int /*result*/) {}
 };
 
-// Replaces the observer; null for none. `observer` must live until it is replaced.
+// Replaces the observer; null for none. `observer` must live until it is replaced and no thread is
+// in a call of it.
 void SetObserver(Observer* observer);
 
 // Returns the present observer, or null.
