@@ -10,7 +10,7 @@ namespace sandbox {
 struct FileChange {
     enum Kind { kCreated, kChanged, kDeleted };
     Kind kind;
-    std::string path;
+    std::string path;  // absolute, in the device directory
 };
 
 // Returns "created", "changed" or "deleted".

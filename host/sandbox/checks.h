@@ -12,7 +12,8 @@ namespace sandbox {
 // Calls Fail(what) unless `done`.
 void Check(bool done, const std::string& what);
 
-// Opens the file close-on-exec and returns its descriptor. Throws as Fail does, with the path.
+// Opens the file close-on-exec, with flags of open(2) except O_CREAT, and returns its descriptor,
+// which the caller closes. Throws as Fail does, with the path.
 int OpenOrThrow(const std::string& path, int flags);
 
 }  // namespace sandbox

@@ -22,15 +22,16 @@ inline constexpr char kDeniedToUser[] = " cannot be read by this user, though in
 
 class DeviceFiles {
   public:
-    // Opens the directory or file `device` and the images in it. Throws std::runtime_error with the
-    // file that is at fault.
+    // Opens the directory or file `device` of this machine and the images in it, and makes a
+    // scratch directory, which it removes in the end. Throws std::runtime_error with the file that
+    // is at fault.
     DeviceFiles(const std::string& device, const Options& options);
     DeviceFiles& operator=(DeviceFiles&&) = delete;
 
     View& view() { return *view_; }
     const View& view() const { return *view_; }
 
-    // Discards all changes. In a child process the later changes are its own.
+    // As Sandbox::Reset().
     void Reset();
 
     // These do what Sandbox's functions of the same names do.

@@ -1,6 +1,6 @@
 // A directory of this machine as a tree. Each path is walked from the directory's descriptor, name
 // by name, without following links. So no path leads out of it, even if another process changes the
-// directory at the same time.
+// directory at the same time. One thread at a time may use it.
 
 #pragma once
 
@@ -15,7 +15,8 @@ namespace sandbox {
 
 class DirectoryTree : public Tree {
   public:
-    // Throws std::runtime_error if the directory cannot be opened.
+    // Opens the directory of this machine at `path`, which may be a link. Throws
+    // std::runtime_error, with the path, if that fails or it is no directory.
     explicit DirectoryTree(const std::string& path);
 
     long Status(const std::string& path, struct stat* status) const override;
@@ -38,8 +39,9 @@ class DirectoryTree : public Tree {
     mutable std::unordered_map<std::string, android::base::unique_fd> open_;
 };
 
-// Do the same for a name in an open directory of this machine. Return a result, or a negative
-// errno.
+// Do what Tree's functions do for a path in an open directory of this machine; it must not lead
+// through a link. "" is the directory itself for StatusIn(), "." for NamesIn(), which may add some
+// names before it fails. Return 0, TargetIn() the target's length, or a negative errno.
 long StatusIn(int directory, const char* name, struct stat* status);
 long TargetIn(int directory, const char* name, std::string* target);
 long NamesIn(int directory, const char* name, std::vector<Listed>* names);

@@ -17,17 +17,20 @@ struct Partition {
     bool is_always_read;  // every boot reads it
 };
 
-// Returns the partition's entry in the table, or null if the tool does not show it.
+// Returns the entry in the table for the partition, named without a slot, or null if the tool does
+// not show it. `name` may be any text.
 const Partition* FindPartition(const std::string& name);
 
-// Returns whether a partition can have the name. An image, which is untrusted, may give any text.
+// Returns whether the name has only letters and digits of ASCII and "_", as a partition's has; also
+// if it is empty. An image, which is untrusted, may give any text.
 bool IsPartitionName(const std::string& name);
 
-// Removes a slot's suffix from the partition's name. Returns the slot, or 0 if there is no suffix.
+// Removes a slot's suffix, "_a" or "_b", from the partition's name. Returns the slot, 'a' or 'b',
+// or 0 if there is no suffix.
 char TakeSlot(std::string* name);
 
 // Returns the partition that a directory of a build's target files holds, such as "my_region" for
-// "MY_REGION", or "" if it holds none.
+// "MY_REGION", or "" if the directory's name is not that of a partition that is shown, in capitals.
 std::string PartitionOfTargetFiles(const std::string& directory);
 
 // Returns whether a device's root has a directory of this name, or builds put images into one.
@@ -48,8 +51,9 @@ struct FileName {
     const char* whats_unread = nullptr;  // what an ignored file is, and what to do
 };
 
-// Parses names such as "odm.img", "odm.img.zst", "payload.bin", "super.img_sparsechunk.3",
-// "super_3.img" and "ota.zip".
+// Parses names without a directory, such as "odm.img", "odm.img.zst", "payload.bin",
+// "super.img_sparsechunk.3", "super_3.img" and "ota.zip"; endings in any case. Every other name
+// gives the defaults.
 FileName ParseFileName(const std::string& name);
 
 // Returns whether the image is of a partition that is shown, or of many partitions.

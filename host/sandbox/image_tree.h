@@ -1,5 +1,5 @@
-// The file system in an image as a tree. Each node is requested once from the process that reads
-// the image and cached. All files belong to root.
+// The file system in an image as a tree. What was requested from the process that reads the image
+// is cached, up to limits::kImageKept. All files belong to root. One thread at a time may use it.
 
 #pragma once
 
@@ -12,10 +12,12 @@
 
 namespace sandbox {
 
+// Open() copies a file whole, into a sealed file in memory. Target() of anything but a link and
+// List() of anything but a directory count as damage.
 class ImageTree : public Tree {
   public:
-    // Is called with damage: the path in the image, and what is wrong there. The call that met it
-    // returns -EIO.
+    // Is called with damage, also if the image can no longer be read: the path in the image, and
+    // what is wrong there. The call that met it then returns -EIO, or throws what this throws.
     using OnDamage = std::function<void(const std::string& path, const std::string& what)>;
 
     // `nothing` is a descriptor of an empty directory, which Open() opens in place of the tree's

@@ -321,7 +321,7 @@ class Firmware::Opener {
     }
 
     // Opens the candidate's files. An image that is damaged or of no known format is an error here
-    // only if the user named it; otherwise it is when a file in it is looked up.
+    // only if the user named it; otherwise the look-up of a file in it reports that.
     std::shared_ptr<const Tree> OpenCandidate(const Candidate& image) {
         try {
             return image.open();

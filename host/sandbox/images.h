@@ -45,9 +45,10 @@ struct Images {
 // partitions.
 class Firmware {
   public:
-    // Opens the directory or file at `path`. `nothing` is a descriptor of the empty directory
-    // `nothing_path`; `on_damage` is called with damage that is found later. Both must outlive the
-    // trees. Throws std::runtime_error with the name of what cannot be used.
+    // Opens the directory or file at `path` of this machine, and reads a file far enough to know
+    // what it holds. `nothing` is a descriptor of the empty directory `nothing_path`; `on_damage`
+    // is called with damage that is found later. The descriptor and what `on_damage` uses must
+    // outlive the trees. Throws std::runtime_error with the name of what cannot be used.
     Firmware(const std::string& path, const Options& options, int nothing,
              const std::string& nothing_path,
              const std::function<void(const std::string& what)>& on_damage);
@@ -58,7 +59,8 @@ class Firmware {
     std::shared_ptr<const Tree> tree() const;
 
     // Opens the device's images, and those that the options name. The device's files are looked up
-    // in `view`. Throws as above.
+    // in `view`, which shows nothing but tree(). Call it once. A damaged image of one partition is
+    // shown too, unless an option names it: a look-up in it reports the damage. Throws as above.
     Images OpenImages(const View& view) const;
 
   private:

@@ -11,7 +11,8 @@
 //   new-PID-N    a file or directory that is not finished
 //   upper-new-PID-N  what was removed while a mount showed it
 //
-// The process that made the layer and all its descendants see each other's changes.
+// The process that made the layer and all its descendants see each other's changes. In each of them
+// one thread at a time may use it.
 
 #pragma once
 
@@ -46,21 +47,22 @@ class PrivateLayer : public Tree {
     bool is_kernels() const override { return original_.is_kernels(); }
 
     // Changes. The directory of `path` exists. `path` itself does not for the first two, and does
-    // for all later ones. Return a result as of the system call, or a negative errno.
+    // for all later ones. Return a result as of the system call, or a negative errno: -EFBIG if the
+    // original file is larger than limits::kPartitionFile, or copies exceed limits::kPrivateBytes.
     long Create(const std::string& path, int flags, mode_t mode);
     long MakeDirectory(const std::string& path, mode_t mode);
     long Remove(const std::string& path, bool directory);
 
-    // Removes what is at `path`, but keeps it for mounts that show it: at the layer's path `*kept`,
-    // which does not begin with a slash. Nothing is below that.
+    // Removes what is at `path`, a file or an empty directory, but keeps it for mounts that show
+    // it: at the layer's path `*kept`, which does not begin with a slash. Nothing is below that.
     long RemoveAndKeep(const std::string& path, bool directory, std::string* kept);
 
-    // Opens a removed directory; all of them are alike.
+    // Opens a removed directory, which is empty; all of them are alike.
     long OpenRemoved(int flags) const;
     long ChangeOwner(const std::string& path, uid_t user, gid_t group);  // -1: unchanged
     long ChangeMode(const std::string& path, mode_t mode);
 
-    // Opens a regular file with flags that may include writing.
+    // Opens a regular file with flags of open(2) that may include writing and O_TRUNC, not O_CREAT.
     long OpenForChange(const std::string& path, int flags);
 
     // Puts into `*place` a path, relative to the descriptor `directory()`, at which the FIFO can be
@@ -71,15 +73,16 @@ class PrivateLayer : public Tree {
     // Returns how often directories and links have changed so far, in all processes.
     uint64_t changes() const;
 
-    // Makes the regular file a block device: its size is rounded down to a multiple of 512 bytes,
-    // and opening it for output does not truncate it.
+    // Makes the regular file a block device for this process and those that it starts later: its
+    // size is rounded down to a multiple of 512 bytes, and opening it for output does not truncate
+    // it.
     long MakeBlockDevice(const std::string& path);
 
-    // Makes links in the root to what has the same names in the directory, unless the root has
-    // these names already. They do not count as changed.
+    // Makes links in the root to what has the same names in `directory`, which ends in a slash,
+    // unless the root has these names already. They do not count as changed.
     long MakeLinks(const std::string& directory, const std::vector<std::string>& names);
 
-    // Returns what has changed since the last call.
+    // Returns what has changed since the last call in this process, as Sandbox::TakeChanges().
     std::vector<FileChange> TakeChanges();
 
   private:

@@ -492,8 +492,7 @@ std::set<std::string> View::Noted(const char* list) const {
     return paths;
 }
 
-// --- What is shown in place of the device's files
-// ----------------------------------------------------------
+// --- What is shown in place of the device's files -----------------------------------------------
 
 long View::ShowTree(std::shared_ptr<const Tree> tree, const std::string& root,
                     const std::string& place) {

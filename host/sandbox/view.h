@@ -1,6 +1,8 @@
 // The device's files as mounts, each of which shows a tree or a directory of one, without a root in
 // the kernel. Each call does and returns what the kernel would for root in a real root: a result,
-// or a negative errno.
+// or a negative errno. Besides, what is in an image is read-only (-EROFS), and a file beyond the
+// size limits is not opened (-EFBIG). Paths are the device's; none may be null unless stated
+// otherwise.
 
 #pragma once
 
@@ -39,13 +41,19 @@ struct Start {
     std::string path;
 };
 
+// Several threads may call its functions at once, except PathOf(), TreeAt(), ShowTree() and
+// MakeBlockDevice().
 class View {
   public:
-    // Shows the device directory. Changes go to the directory `state`, which exists and is empty;
-    // lists of what the user should know go to the directory `notes`. Throws std::runtime_error if
-    // one cannot be used.
+    // Shows the device directory. Changes go to the directory `state` of this machine, which exists
+    // and is empty; lists of what the user should know go to the directory `notes`, which exists.
+    // Throws std::runtime_error if `state` cannot be used.
     View(std::shared_ptr<const Tree> device, std::string state, std::string notes);
 
+    // The system calls. A relative path starts at `start`. Open() returns a descriptor, which the
+    // caller closes, and puts what it found or created into `*opened`; it may wait for ever at a
+    // FIFO, and gives -ENXIO for any other special file. Bind() fails with -EINVAL if `source` is
+    // null or empty.
     long Open(const Start& start, const char* path, int flags, mode_t mode, ResolvedPath* opened);
     long Access(const Start& start, const char* path, int mode);
     long Status(const Start& start, const char* path, bool follow, struct stat* status);
@@ -56,10 +64,12 @@ class View {
     long ChangeMode(const Start& start, const char* path, mode_t mode);
     long Bind(const char* source, const char* target, bool recursive);
 
-    // Finds what is at the absolute `path`, or where it would be made.
+    // Finds what is at the absolute `path`, or where it would be made: if only its last name is
+    // missing, that is no error, and `entry->exists` is false. `follow` follows a link at its end.
     long Find(std::string_view path, bool follow, ResolvedPath* entry) const;
 
-    // Finds what has the name in a directory that was found, or where it would be made.
+    // Finds what has the name in a directory that was found, or where it would be made, as Find()
+    // without `follow`.
     long FindIn(const ResolvedPath& directory, const std::string& name, ResolvedPath* entry) const;
 
     // Returns the device's path of what was found.
@@ -72,28 +82,30 @@ class View {
     bool is_kernels(const Start& place) const;
     long StatusOf(const Start& place, struct stat* status) const;
 
-    // Lists a directory for which is_kernels() is false, as getdents64(2) does. `*next` is the
-    // number of the next name, with "." and ".." counted.
+    // Lists a directory for which is_kernels() is false, as getdents64(2) does. `*next`, at first
+    // 0, is the number of the next name, with "." and ".." counted.
     long ReadDirectory(const Start& place, size_t* next, char* buffer, size_t size) const;
 
-    // Adds the names in the directory.
+    // Adds the names in a directory that was found, except "." and "..".
     long List(const ResolvedPath& directory, std::vector<Listed>* names) const;
 
-    // Puts the content of the regular file at `path` into `*content`. Returns -ELOOP for a link,
-    // -EFBIG if it has more than `most` bytes.
+    // Puts the content of the regular file at `path` into `*content`. Returns 0; -ELOOP for a link,
+    // -EISDIR for a directory, -EFBIG if it has more than `most` bytes.
     long Read(const std::string& path, size_t most, std::string* content) const;
 
-    // Opens the regular file at `path` for reading. Returns the descriptor, or -ELOOP for a link if
-    // `follow` is false.
+    // Opens the regular file at `path` for reading, whatever its size. Returns the descriptor,
+    // which the caller closes; -EISDIR for a directory, -ELOOP for a link if `follow` is false.
     long OpenToRead(const std::string& path, bool follow) const;
 
-    // Shows the tree's directory `root`, read-only, at the device's `place`, which is made if it is
-    // missing.
+    // Shows the tree's directory `root`, read-only, at the absolute `place`, which is made if it is
+    // missing. Returns 0; -ENOTDIR if there is anything but a directory. That `root` is one is not
+    // checked.
     long ShowTree(std::shared_ptr<const Tree> tree, const std::string& root,
                   const std::string& place);
 
-    // Follows links and returns where the device's path leads: the number of the tree, 0 for the
-    // device directory, and the path in that tree.
+    // Returns where the absolute path leads, without following a link at its end: the number of the
+    // tree, 0 for the device directory, N for the N-th ShowTree(), and the path in that tree. A
+    // path that cannot be walked, and every path before the first ShowTree(), gives 0 and "".
     std::pair<size_t, std::string> TreeAt(const std::string& path) const;
 
     // The lists of what the user should know: paths that the user of this process cannot read
@@ -103,20 +115,21 @@ class View {
     static constexpr char kTooLarge[] = "too-large";
     static constexpr char kDamaged[] = "damaged";
 
-    // Adds to a list. All views with the same directory for notes share it.
+    // Adds to a list, unless it has the text already or more than 1 MiB. All views with the same
+    // directory for notes share it. `text` has no zero byte. A failure is ignored.
     void Note(const char* list, const std::string& text) const;
 
-    // Returns what is in the list.
+    // Returns what is in the list; nothing if it cannot be read.
     std::set<std::string> Noted(const char* list) const;
 
     // Makes links in the device's root, as PrivateLayer does.
     long MakeLinks(const std::string& directory, const std::vector<std::string>& names);
 
-    // Makes the file a block device, as PrivateLayer does. Returns -ENOTBLK if it is no regular
-    // file of the device directory.
+    // Makes the file at the absolute `path` a block device, as PrivateLayer does. Returns 0;
+    // -ENOTBLK if it is no regular file of the device directory.
     long MakeBlockDevice(const std::string& path);
 
-    // Returns what has changed since the last call.
+    // Returns what has changed since the last call, as Sandbox::TakeChanges().
     std::vector<FileChange> TakeChanges();
 
   private:
