@@ -6,8 +6,9 @@
 #include <utility>
 #include <vector>
 
-// Returns a property file of `lines` lines: properties, and some comments and empty lines. The
-// names of different owners differ, but for one that each of them sets to a value of its own.
+// Returns a property file of `lines` lines, from 2 to 200,000: properties, and some comments and
+// empty lines. The names of different owners, which have no "=", differ, but for one that each of
+// them sets to a value of its own.
 std::string SyntheticBuildProp(int lines, const std::string& owner = "phone");
 
 // Returns the names and values in such a file, in the file's order.

@@ -1,4 +1,5 @@
-// What the fuzz targets share: the device's files in memory, and the library's results.
+// What the fuzz targets share: the device's files in memory, and the library's results. Before the
+// first input the process gets a root of its own in memory, where the device's paths are.
 
 #pragma once
 
@@ -14,27 +15,29 @@ namespace fuzz {
 
 using android::init::PropertyMap;
 
-// Ends the process with a message that names `what`, unless `alike`.
+// Aborts the process with a message that names `what`, unless `alike`.
 void Expect(bool alike, const char* what);
 
 // Divides an input at each "|", so that seeds are readable texts. Returns at least `least` parts;
 // missing ones are empty.
 std::vector<std::string> Parts(const uint8_t* data, size_t size, size_t least);
 
-// Writes the file, or removes it if the content is null.
+// Writes the file at the absolute `path` and makes its directory, or removes the file if the
+// content is null. Aborts the process if it cannot be written.
 void Put(const std::string& path, const std::string* content);
 inline void Put(const std::string& path, const std::string& content) {
     Put(path, &content);
 }
 
-// Returns a file's content; "(missing)" if there is none.
+// Returns a file's content; "(missing)" if there is none or it cannot be read.
 std::string Get(const std::string& path);
 
-// Removes all files, but keeps the directories that Put has made.
+// Removes the files that Put has written, but keeps their directories. Empties the property store,
+// the calls and the log.
 void Clear();
 
-// The callback to pass to the library, and a function that returns the maps of the calls since it
-// was last called.
+// The callback to pass to the library, which stores the properties, and a function that returns the
+// maps of the calls since it was last called.
 void Callback(int mode, PropertyMap properties);
 std::vector<PropertyMap> TakeCalls();
 
@@ -42,10 +45,11 @@ std::vector<PropertyMap> TakeCalls();
 // INFO and above.
 std::vector<std::string> TakeLog();
 
-// Reads a property file without its imports, as the format is documented.
+// Reads a property file without its imports, as the format is documented: anything is accepted.
 PropertyMap Parse(const std::string& content);
 
-// Returns the value of the first line that begins with the name, likewise.
+// Returns the value of the first line with an "=" that begins with the name, likewise; "" if there
+// is none.
 std::string LookUp(const std::string& content, const std::string& name);
 
 }  // namespace fuzz

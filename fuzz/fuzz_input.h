@@ -14,7 +14,7 @@ inline std::string Content(const uint8_t* data, size_t size) {
     return {reinterpret_cast<const char*>(data), size};
 }
 
-// Calls the function, which may throw an error about its input.
+// Calls the function and drops its result, or the std::exception that it throws about its input.
 template <typename Function>
 void Try(const Function& function) {
     try {

@@ -1,4 +1,5 @@
-// Images in memory, read completely, with the contracts of Source and FileSystem checked.
+// Images in memory, with the contracts of Source and FileSystem checked: the process aborts, with a
+// message, where one does not hold.
 
 #pragma once
 
@@ -8,7 +9,7 @@
 
 namespace fuzz {
 
-// Ends the process with a message that names `what`, unless it `holds`.
+// Aborts the process with a message that names `what`, unless it `holds`.
 void ExpectOfImage(bool holds, const char* what);
 
 class Bytes : public images::Source {
@@ -22,11 +23,13 @@ class Bytes : public images::Source {
     std::string bytes_;
 };
 
-// Looks at the first levels and nodes, and reads their content in several orders, which must give
-// the same bytes. Damage is allowed if its text names the inode.
+// Looks at the first levels and nodes, and reads the first bytes of their content in several
+// orders, which must give the same bytes. Damage is allowed; that of content must name the inode or
+// member.
 void WalkAll(const images::FileSystem& system);
 
-// Reads a part of a source at once and in several pieces, which must give the same bytes.
+// Reads a part of a source at once and in several pieces, which must give the same bytes. Throws
+// Damage if the part cannot be read.
 void ReadInPieces(const images::Source& source, uint64_t offset, size_t size);
 
 }  // namespace fuzz
