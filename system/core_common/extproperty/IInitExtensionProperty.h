@@ -18,16 +18,18 @@ using PropertyCallback = void (*)(int mode, PropertyMap properties);
 
 // The operations that init calls, in the slot order that both sides are compiled against: a new
 // operation goes to the end, none moves. Results reach init only through the map, the callback and
-// the log; no operation stops the boot.
+// the log; no operation stops the boot. A file that is missing or cannot be read is left out,
+// mostly with a line in the log. No pointer or callback may be null.
 class IInitExtensionProperty {
   public:
     virtual ~IInitExtensionProperty() = default;
 
-    // Keeps the name under which init loaded the library. `name` must not be null.
+    // Keeps the name under which init loaded the library.
     virtual void setLibName(const char* name) = 0;
 
-    // Bind-mounts the package's media directory over `target`, which must begin with "/my_", and
-    // publishes mount(2)'s result as a system property.
+    // Bind-mounts the package's media directory over `target` and publishes mount(2)'s result as a
+    // system property. Does nothing unless `target` begins with "/my_" and the property that names
+    // the media directory is set.
     virtual void bindCustomizeMediaPath(const char* target) = 0;
 
     // Adds the build.prop of every extension partition to `*properties`, later partitions
@@ -60,7 +62,8 @@ class IInitExtensionProperty {
         return false;
     }
 
-    // Performs one command of the carrier-package service; such commands run one at a time.
+    // Performs one command of the carrier-package service; such commands run one at a time. An
+    // unknown one is only logged.
     virtual void loadCotaServiceOverrideProperties(std::string command,
                                                    PropertyCallback callback) = 0;
 };
@@ -68,7 +71,8 @@ class IInitExtensionProperty {
 }  // namespace init
 }  // namespace android
 
-// Returns the process's one extension object, made on the first call and never destroyed, and
-// gives it the name `libName` under which init loaded the library. Safe from several threads.
+// Returns the process's one extension object, made on the first call and never destroyed, and gives
+// it the name `libName`, not null, under which init loaded the library. Only the making is safe
+// from several threads.
 extern "C" android::init::IInitExtensionProperty* KSVI_FETCH_IInitExtensionProperty(
         const char* libName);

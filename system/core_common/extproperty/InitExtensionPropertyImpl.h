@@ -36,11 +36,11 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     void loadCotaServiceOverrideProperties(std::string command, PropertyCallback callback) override;
 
     // Adds the properties of every "*.prop" file in `directory`, in the order in which the file
-    // system lists them. Does nothing if there is no such directory.
+    // system lists them. Does nothing if the directory cannot be opened.
     void loadPropertiesFromDir(const std::string& directory, PropertyMap* properties);
 
-    // Sets ro.tesvo.cust.ver to "1" if the map names a carrier image that is not empty and has no
-    // such property yet.
+    // Adds ro.tesvo.cust.ver with the value "1" if the map has the type of a carrier image, other
+    // than "empty", and no such property yet.
     void modifyComponentPriorityIfNeed(PropertyMap* properties);
 
     // Adds the properties that the object's switch keys select on the partition at `partition`.
@@ -51,8 +51,11 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     void loadExtensionSimswitchKeyInfo(PropertyMap* props);
 
     // Copies a boot logo to the splash partition: the company's, or the file whose path starts at
-    // the first "/" of `trigger`.
+    // the first "/" of `trigger`. Does nothing if the logo or the partition is missing, or the logo
+    // too large.
     void copyLogoIfNeeded(std::string trigger);
+
+    // The operations that read and delete a one-shot message only log if it is missing.
 
     // Reads and deletes the mount-info file, mounts the package that it names, and hands over the
     // properties of the package and of the file.
@@ -92,23 +95,25 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     std::mutex mutex;  // held for the whole of a carrier-package service command
 };
 
-// Creates the missing directories of `path`, those whose names a "/" follows, with mode 0771.
-// Returns 0, or -1 if one cannot be created or the path has 256 bytes or more.
+// Creates the missing directories of `path`, those whose names a "/" or a backslash follows, with
+// mode 0771. Returns 0, or -1 if one cannot be created or the path has 256 bytes or more.
 int createDirectory(std::string path);
 
 // Replaces the content of the key file at `path` with `content`. If that fails, logs `failure` and
-// the error, removes a file that was not there before, and returns false.
+// the error, removes a file that was not there before, and returns false; a file that was there may
+// then be empty or cut off.
 bool writeKeyFile(const char* path, const std::string& content, const char* failure);
 
-// Looks `key` up in the mapping file `fileName` of each partition, highest priority first, and sets
-// `*target` to the first value found, else to the empty string.
+// Looks up `key`, as far as its first zero byte, in the mapping file `fileName` of each partition,
+// highest priority first, and sets `*target` to the first value found, else to the empty string.
 void find_nv_ssv_target_key(std::string key, std::string fileName, std::string* target);
 
 // Appends the radio store's key, at most eight bytes, to `*nvKey` and maps it to `*nvTargetKey`.
 // Without a store both stay as they are.
 void load_old_nv_key(std::string* nvKey, std::string* nvTargetKey);
 
-// Reads the old action file into `*ssvKey`, which stays as it is if there is none.
+// Reads the old action file into `*ssvKey`, which stays as it is if there is none, and is empty if
+// it cannot be opened.
 void read_old_ssv_key(std::string* ssvKey);
 
 // Sets `*firstKey`, unless it is set already, to what the boot carrier code is mapped to, else to
@@ -122,21 +127,23 @@ std::string readOperatorPair();
 void loadSpecialProperties(PropertyCallback callback);
 
 // Hands over the display version, built again from the versions of the carrier image and of the
-// carrier package. Does nothing if it is not set yet.
+// carrier package. Does nothing if it is not set yet or would be empty.
 void loadCustomizeDisplayVersionName(PropertyCallback callback);
 
-// After an emergency shutdown, hands over in mode 2 the properties that reset the sales channel,
-// and deletes the channel's state files.
+// After an emergency shutdown, unless that was done before, hands over in mode 2 the properties
+// that reset the sales channel, and deletes the channel's state files.
 void checkAndRestoreChannelInfo(PropertyCallback callback);
 
 // Hands over the market name if the configured storage size matches the measured one.
 void updateMarketName(PropertyCallback callback);
 
-// Hands over the two property files that the system keeps on the data partition.
+// Hands over the two property files that the system keeps on the data partition, as far as they
+// exist.
 void loadDataSpecialProperties(PropertyCallback callback);
 
 // After an emergency shutdown, if the device allows it, writes the property that forces an internet
-// connection to its key file and hands it over.
+// connection to its key file and hands it over, also if it cannot be written. Does nothing if it is
+// set already.
 void forceInternetConnection(PropertyCallback callback);
 
 }  // namespace init

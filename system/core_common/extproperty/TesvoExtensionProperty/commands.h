@@ -36,8 +36,8 @@ inline constexpr SwitchFileCommand kSwitchFileCommands[] = {
         {"emptyAppchannelProp", kEmptyAppChannelFile, "load empty appchannel prop file failed:"},
 };
 
-// A switch command that begins with the first copies a boot logo; the other two copy the one of the
-// company image.
+// A switch command that begins with the first copies the boot logo whose path it holds; the other
+// two copy the one of the company image, kBootTrigger only once for each date of that image.
 constexpr char kLogoTrigger[] = "triggerLogoCopy";
 constexpr char kBootTrigger[] = "triggerLogoCopyFromCompanyBoot";
 constexpr char kCompanyTrigger[] = "triggerLogoCopyFromCompany";

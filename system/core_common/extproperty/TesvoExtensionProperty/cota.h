@@ -20,25 +20,28 @@ constexpr char kMountPoint[] = "mount_point";  // of a module: the source of its
 constexpr char kCarrierRoot[] = "/my_carrier";
 
 // Reads the one-shot file at `path` into `*properties` and deletes it, even if it could not be
-// read, so that it takes effect once. Returns false if it is missing. `missing` and `loadFailed`
-// are the log texts for these cases; the path follows them.
+// read, so that it takes effect once. Returns false only if it is missing. `missing` and
+// `loadFailed` are the log texts for these cases; the path follows them.
 bool takeOneShotFile(const char* path, const char* missing, const char* loadFailed,
                      PropertyMap* properties);
 
 // Returns the value of `name`, or `fallback` if the map does not hold it.
 std::string valueOf(const PropertyMap& properties, const char* name, const char* fallback = "");
 
-// Whether a name in a one-shot file is a system property rather than an instruction.
+// Returns whether a name in a one-shot file is a system property, which begins with "sys." or
+// "ro.", rather than an instruction.
 bool isSystemProperty(const std::string& name);
 
-// Bind-mounts `source`, a part of a carrier package, over `target`. Returns mount(2)'s result.
+// Bind-mounts `source`, a part of a carrier package, over `target`. Returns mount(2)'s result: 0,
+// or -1 with errno set.
 int bindCotaDirectory(const std::string& source, const std::string& target);
 
 // Copies the package's build date, and moves its version name, to the properties of the carrier
 // image; values that the map has for those already stay.
 void copyBigballIdentity(PropertyMap* properties);
 
-// Returns whether a verified package is mounted, and sets `*root` to its mount point.
+// Returns whether a verified package is mounted. Sets `*root` to its mount point, or else to
+// anything.
 bool findMountedCota(std::string* root);
 
 }  // namespace init

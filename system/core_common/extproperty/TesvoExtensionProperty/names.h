@@ -84,7 +84,7 @@ constexpr char kCotaVerified[] = "sys.cotaimg.verify";
 constexpr char kCotaRoot[] = "sys.cota.load.properties";
 constexpr char kCotaBindRequest[] = "sys.cota.bind.load.properties";
 
-// Returns the system property's value, or `defaultValue` if it is unset or empty.
+// Returns the system property's value, at most 91 bytes, or `defaultValue` if it is unset or empty.
 inline std::string readProperty(const char* name, const char* defaultValue = "") {
     char value[PROPERTY_VALUE_MAX];
     property_get(name, value, defaultValue);

@@ -24,7 +24,8 @@ inline constexpr char kBrand[] = "ro.tesvo.image.system_ext.brand";
 // priority first.
 std::vector<std::string> partitionRoots(const std::string& brandCode, const std::string& region);
 
-// Returns the roots for the brand and the region that the device's images name.
+// Returns the roots for the brand and the region that the device's images name; one that is missing
+// or not known counts as empty.
 std::vector<std::string> findPartitionRoots();
 
 }  // namespace init
