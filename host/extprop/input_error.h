@@ -1,5 +1,6 @@
-// An error in what the user gave. It has a line of text for each fault, with the file and line of
-// the fault.
+// An error in what the user gave: a line of text for each fault, with the file and line of the
+// fault where it has them. what() is the first line. The lines may quote untrusted text as it is;
+// PrintMessage() makes them printable.
 
 #pragma once
 

@@ -270,7 +270,8 @@ void WriteOutput(const std::string& path, const std::vector<std::string>& inputs
     }
     NewFile file(directory, path);
     if (exists) {
-        // A user who may not change the owner keeps the file; the permissions are kept in any case.
+        // If the user may not set the owner, the file becomes the user's own; the permissions are
+        // kept in any case.
         if (fchown(file.fd(), status.st_uid, status.st_gid) != 0) errno = 0;
         if (fchmod(file.fd(), status.st_mode & 0777) != 0) FailWithErrno(path);
     }

@@ -9,13 +9,14 @@
 namespace extprop {
 
 // Returns the text so that it stays on its line, has no effect on a terminal and contains no
-// command of a job's log, even if it comes from untrusted files. Control characters and bytes that
-// are no UTF-8 become "\x1b", other characters that end lines or turn the direction of writing
-// become "\u{2028}". A second call changes nothing more.
+// command of a job's log, even if it comes from untrusted files. Takes any bytes. ASCII's control
+// characters, bytes that are no UTF-8 and the first character of a command become text such as
+// "\x1b"; other characters that control a terminal, end lines or turn the direction of writing
+// become text such as "\u{2028}". A second call changes nothing more.
 std::string Printable(std::string_view text);
 
 // Puts a text for people together: literals of the source are added as they are, everything else is
-// made printable.
+// made printable. Any array of char counts as a literal.
 class Text {
   public:
     template <size_t size>
@@ -23,6 +24,7 @@ class Text {
         text_ += literal;
         return *this;
     }
+    // Adds a text of the source that is no literal here, such as one of a table.
     Text& Fixed(const char* text) {
         text_ += text;
         return *this;
@@ -41,17 +43,20 @@ class Text {
     std::string text_;
 };
 
-// Returns the JSON with those characters escaped in its strings.
+// Returns the JSON, which must be well-formed, with those characters of its strings written as
+// "\u2028" that JSON itself leaves as they are. Bytes that are no UTF-8 and commands stay.
 std::string PrintableJson(std::string json);
 
-// Return the printable text in quotes; QuotedShort() only the beginning of a long one.
+// Return the text in quotes, as it is: it is made printable later. QuotedShort() returns only the
+// beginning, at most 60 bytes and whole characters, of a longer one, with "..." after it.
 std::string Quoted(std::string_view text);
 std::string QuotedShort(std::string_view text);
 
 // Returns text such as "1 property" or "2 properties".
 std::string Count(size_t count, const char* one, const char* many);
 
-// Returns the words, quoted where necessary, as they can be typed into a shell.
+// Returns the words, quoted where necessary, as they can be typed into a shell; an empty word is
+// ''.
 std::string ShellWords(const std::vector<std::string>& words);
 
 }  // namespace extprop

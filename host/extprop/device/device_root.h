@@ -9,7 +9,8 @@
 
 namespace extprop {
 
-// Returns a message if the tree has nothing at any place that the library reads, else nothing.
+// Returns a message, without a path, if the tree has nothing at any place that the library reads;
+// it names the directory in the root that has, if one does. Returns nothing for a device's root.
 std::optional<std::string> WhyNoDevice(const DeviceTree& tree);
 
 }  // namespace extprop

@@ -1,5 +1,6 @@
 // The imports of property files: to which properties an imported file's name refers, and to which
-// files it can lead.
+// files it can lead. Names come from untrusted files; a malformed one is one that the library
+// cannot expand whatever properties are set.
 
 #pragma once
 
@@ -15,9 +16,9 @@ namespace extprop {
 
 // An import line of a property file.
 struct ImportLine {
-    int line = 0;
-    std::string name;  // of the imported file, as written
-    std::string filter;
+    int line = 0;        // from 1
+    std::string name;    // of the imported file, as written; never empty
+    std::string filter;  // empty if there is none
 
     bool refers() const { return name.find('$') != std::string::npos; }
 };
@@ -29,32 +30,36 @@ using DeviceImports = std::map<std::string, std::vector<ImportLine>>;
 std::vector<ImportLine> ImportsIn(std::string_view content);
 
 // Returns the names of the properties to which a text, such as an import's file name, refers, each
-// once.
+// once, in their order; none if it is malformed.
 std::vector<std::string> References(std::string_view text);
 
-// The result of the library's expansion of a name with this process's properties.
+// The result of the library's expansion of a name with this process's properties (platform.h).
 struct Expansion {
-    std::string path;   // empty if the expansion failed
-    std::string fault;  // then the library's message
+    std::string path;   // as the name leads, not looked up; empty if the expansion failed
+    std::string fault;  // then the library's message, else empty
     std::string unset;  // then the property without a value, if that is the reason
 };
 Expansion Expand(const std::string& name);
 
-// Returns the library's message on a name that it cannot expand whatever properties are set, or ""
-// if the name is well-formed. Replaces this process's properties.
+// Returns the library's message on a malformed name, or "" for any other. Replaces this process's
+// properties.
 std::string SyntaxFault(const std::string& name);
 
-// Returns each choice of values, by reference, with which the name expands to the path. Values are
-// never empty.
+// Returns each choice of values, by reference, with which the name expands to the path; none if it
+// cannot or is malformed. Values are never empty. The choices are all that there are: their number
+// and the time grow with the path's length to the power of the number of references.
 using ReferenceValues = std::map<std::string, std::string>;
 std::vector<ReferenceValues> ValuesThatLead(const std::string& name, const std::string& path);
 
-// Returns the existing paths to which a name may lead if the values of its references have no
-// slash. `names_in` returns the names in a directory.
+// Returns the paths to which a name may lead if the values of its references have no slash. Each
+// component with a reference exists; those without one are not looked up, so the path may be
+// missing. Returns only "" for a malformed name. `names_in` returns the names in a directory, whose
+// path ends in a slash, and none if there is no such directory.
 using NamesIn = std::function<std::vector<std::string>(const std::string& directory)>;
 std::vector<std::string> PathsLike(const std::string& name, const NamesIn& names_in);
 
-// Returns whether the name expands to the path for some values.
+// Returns whether the name may expand to the path for some values, which may be empty or have
+// slashes. The references are taken as independent even if two have the same name.
 bool MayLeadTo(const std::string& name, const std::string& path);
 
 }  // namespace extprop

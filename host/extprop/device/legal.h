@@ -26,9 +26,10 @@ class Utf8Locale {
 bool IsPersistent(const std::string& name);
 
 // Returns why init refuses the property, according to the library's own two functions, or nothing.
+// Takes any text as name and value. Throws as Utf8Locale() does.
 std::optional<std::string> WhyRefused(const std::string& name, const std::string& value);
 
-// Returns the message on a given property that is refused for the reason.
+// Returns the message on a given property that is refused for the reason, which WhyRefused() gave.
 std::string RefusedPropertyText(const std::string& name, const std::string& reason);
 
 }  // namespace extprop

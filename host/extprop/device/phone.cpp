@@ -304,7 +304,7 @@ Phone PhoneOf(const std::string& name, std::string_view content) {
         if (auto store = ReadStore(content)) return std::move(*store);
     }
     if (IsBinary(content)) {
-        // A line end begins a record, and text.
+        // Each record of a store begins with the byte of a line end, and so may a text.
         Refuse(name,
                content[0] == '\n' && content.find("persist.") != std::string_view::npos
                        ? "it looks like a store of persistent properties, truncated or damaged"

@@ -11,22 +11,28 @@
 namespace extprop {
 
 struct Phone {
-    PropertyMap properties;
+    PropertyMap properties;          // as the phone shows them; init may refuse some
     bool only_persistent = false;    // it shows no others
     std::vector<std::string> notes;  // what the user should know of it
 };
 
 // Reads what is at `path`, "-" for standard input. It may be the output of getprop, a property
 // file, whose imports are not followed, a bug report as text or zip, the store of the persistent
-// properties, or the older directory with a file for each of these; the content decides. A later
-// value of a name replaces an earlier one. Throws InputError if it is none of these, with what it
-// looks like. Links in the directories `devices`, which are booted, are not followed.
+// properties, the directory of that store, or the older directory with a file for each of these;
+// the content decides. A later value of a name replaces an earlier one. Links in the directories
+// `devices`, which are booted, are not followed.
+//
+// Throws InputError if it cannot be read, is none of these (with what it looks like), is truncated
+// or damaged, has no properties, or exceeds a limit on phones in budget.h; std::runtime_error if no
+// process can be started for a zip.
 Phone ReadPhone(const std::string& path, const std::vector<std::string>& devices);
 
-// Reads the content of such a file, except a zip. `name` is its name in messages.
+// Reads the content of such a file, except a zip, which it refuses. `name` is its name in messages.
+// Throws as ReadPhone() does.
 Phone PhoneOf(const std::string& name, std::string_view content);
 
-// Returns the offset of the section of the properties in a bug report, or npos if it has none.
+// Returns the offset in bytes of the line that begins a bug report's section of the properties, or
+// npos if there is none.
 size_t FindSystemProperties(std::string_view content);
 
 }  // namespace extprop

@@ -7,8 +7,10 @@
 
 namespace extprop {
 
-// Returns the first text in the zip that has the section of the properties. Writes no file. Throws
-// InputError, in which the zip is called `name`, if there is no such text or the zip is damaged.
+// Returns the first text, by its suffix ".txt", in the zip that has the section of the properties.
+// `zip` is the zip's content. Writes no file. Throws InputError, in which the zip is called `name`,
+// if there is no such text, the texts before it have more than limits::kPhone bytes, or the zip is
+// truncated, damaged or encrypted; std::runtime_error if no process can be started.
 std::string UnpackBugReport(const std::string& name, const std::string& zip);
 
 }  // namespace extprop

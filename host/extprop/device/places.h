@@ -1,4 +1,5 @@
-// Which files of a device the library reads, how, and when.
+// Which files of a device the library reads, how, and when. All functions judge an absolute path of
+// the device by its text; they look at no file.
 
 #pragma once
 
@@ -41,7 +42,8 @@ struct FixedFile {
 };
 const std::vector<FixedFile>& FixedFiles();
 
-// Returns how the library uses the file at the device's `path`, if it may be a property file.
+// Returns how the library uses the file at `path`, or nothing if only an import can make it a
+// property file.
 std::optional<FileUse> UseOf(const std::string& path);
 
 // A switch key: the property, the directories that belong to it and the command that loads them.
@@ -56,21 +58,22 @@ const std::vector<SwitchKey>& SwitchKeys();
 // The directory of each root that holds the switch keys' directories.
 inline constexpr char kKeysDirectory[] = "properties";
 
-// Returns whether the file lies in a switch key's directory, below any directory "properties".
+// Returns whether the file lies in a directory properties/KEY/LEAF of a switch key, whatever is
+// above "properties".
 bool IsOfSwitchKey(const std::string& path);
 
 // The file of a root that every boot reads.
 inline constexpr char kBuildProp[] = "build.prop";
 
-// Returns the roots that the region and the brand with this code add to the list of partitions.
-// Either may be empty.
+// Returns the roots that the region and the brand with this code add to the list of partitions,
+// known or not. Either may be empty and then adds none.
 std::vector<std::string> AddedRoots(const std::string& brand_code, const std::string& region);
 
 // Returns the directories in which each directory is the root of a region.
 const std::vector<std::string>& RegionsDirectories();
 
 // Returns the mount point of the partition that would hold the path, such as "/odm" or
-// "/mnt/vendor/my_region".
+// "/mnt/vendor/my_region"; the path itself if nothing is above it but the root or /mnt/vendor.
 std::string PartitionOf(const std::string& path);
 
 // How the library uses the partition that is mounted at a directory.
@@ -81,11 +84,12 @@ struct PartitionKind {
         kAlike,     // the name has the form of the known ones
         kSystems,   // not at all: it is the system's
     } kind = kSystems;
-    std::string nearest;  // for kMisspelt: the directory of the known one
+    std::string nearest;  // for kMisspelt: the directory of the known one; else empty
 };
 PartitionKind KindOfPartition(const std::string& directory);
 
-// Returns whether the system's own init may load the file, independently of the library.
+// Returns whether the system's own init may load the file, independently of the library: it lies on
+// a partition of the system's, at no place of the library's, or is one that init loads from /odm.
 bool IsSystems(const std::string& path);
 
 }  // namespace extprop

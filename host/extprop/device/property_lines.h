@@ -24,16 +24,17 @@ struct PropertyLine {
     int number;  // from 1
     Kind kind;
     std::string_view text;   // without the white space around it
-    std::string_view name;   // of a property; of an import the file, as written
-    std::string_view value;  // of a property; of an import the filter, empty if there is none
+    std::string_view name;   // of a property, may be empty; of an import the file, as written
+    std::string_view value;  // of a property, may be empty; of an import the filter, if it has one
 };
 
-// Returns the lines of a property file's content, without empty ones and comments. With `filtered`,
-// as in a load with a filter, an import line is like any other. The lines point into `content`,
-// which must outlive them.
+// Returns the lines of a property file's content, of any bytes and size, without empty ones and
+// comments. With `filtered`, as in a load with a filter, an import line is like any other. The
+// lines point into `content`, which must outlive them.
 std::vector<PropertyLine> PropertyLines(std::string_view content, bool filtered = false);
 
-// Returns whether the name passes an import's filter; all names pass an empty one.
+// Returns whether the name passes an import's filter. All names pass an empty one; those that begin
+// with "ro." pass "ro.*".
 bool PassesFilter(const std::string& name, const std::string& filter);
 
 }  // namespace extprop
