@@ -9,7 +9,9 @@
 
 namespace extprop {
 
-// The changed properties are one text: of each the lengths of name and value, then both.
+// The changed properties are one text: of each the lengths of name and value in bytes, then both.
+// Read() is for what Write() made; of anything else it makes wrong properties, or throws
+// json::exception or std::out_of_range.
 template <>
 struct Json<PropertyDelta> {
     static json Write(const PropertyDelta& delta) {

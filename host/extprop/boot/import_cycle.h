@@ -9,9 +9,9 @@
 
 namespace extprop {
 
-// Looks at the loads that were under way when the events ended. Returns the import lines, such as
-// "/odm/build.prop:3", that lead from one file to the next and back to the first, beginning with
-// the file that was loaded first. Returns none if there is no circle.
+// Looks at the loads that were under way when the events, those of one step, ended. Returns the
+// import lines, such as "/odm/build.prop:3", that lead from one file to the next and back to the
+// first, beginning with the file that was loaded first. Returns none if there is no circle.
 std::vector<std::string> ImportCycle(const std::vector<Event>& events);
 
 }  // namespace extprop

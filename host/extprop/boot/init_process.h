@@ -13,13 +13,16 @@
 
 namespace extprop {
 
-// The extension's exported function.
+// The extension's exported function. `library` is the library's own name; the extension lives as
+// long as the process.
 using FetchExtension = IInitExtensionProperty* (*)(const char* library);
 
-// Loads the extension library as init does. Throws std::runtime_error.
+// Loads the extension library as init does; it stays loaded. Throws std::runtime_error with the
+// reason if the library or its function is missing.
 FetchExtension LoadExtension();
 
-// Returns the properties as those that a boot is expected to set. They must outlive the result.
+// Returns the properties, also those that init would refuse, as those that a boot is expected to
+// set. They must outlive the result. Throws as WhyRefused() does.
 platform::ExpectedProperties Expect(const PropertyMap& properties);
 
 // What is reported of a boot besides the properties at its end.
@@ -44,8 +47,8 @@ struct BootPlan {
     std::vector<std::string> requests;  // of the installing service, to the bind thread
     std::set<std::string> written;      // the files that an earlier boot wrote
     std::vector<KeyInForce> keys;
-    // The imports and properties that the boot's record covers. If they are null, no record is
-    // made.
+    // The imports and properties that the boot's record covers. If both are null, no record is
+    // made; one without the other is not allowed.
     const DeviceImports* imports = nullptr;
     const std::set<std::string>* watched = nullptr;
     Detail detail = Detail::kEverything;
@@ -57,12 +60,15 @@ struct BootPlan {
 };
 
 // Plays init for one boot, in a process of its own. It fetches the extension and then serves the
-// StepRequests that arrive at `channel`, until that is closed. A request is the index of a step of
-// the plan; or, counting on from the last, of the step of one of the plan's keys, which is
-// performed only if the key is not in force; or kNoStep for none; or kEndOfBoot for what ends a
-// boot, such as the stored properties if no step has set them. Sends an event for each thing that
-// happens and StepDone after each request. `last_file` receives the path of each file that is
-// opened, so that the last is known after a crash, too. Returns the process's exit status.
+// StepRequests that arrive at the socket `channel`, until that is closed. A request is the index of
+// a step of the plan; or, counting on from the last, of the step of one of the plan's keys, which
+// is performed only if the key is not in force; or kNoStep for none; or kEndOfBoot for what ends a
+// boot, such as the stored properties if no step has set them. No other index is allowed. Sends an
+// event for each thing that happens and StepDone after each request. `last_file` receives the path
+// of each file that is opened, so that the last is known after a crash, too.
+//
+// Returns 0, the process's exit status, when the channel is closed. Ends the process, as EndAt()
+// does, at a limit, or with kChangesFailed if a step's file cannot be written.
 int EmulateInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file);
 
 inline constexpr int kNoStep = -1;

@@ -1,4 +1,4 @@
-// Messages between the tool and the process that plays init.
+// Messages between the tool and the process that plays init. `fd` is a stream socket.
 
 #pragma once
 
@@ -15,7 +15,7 @@
 
 namespace extprop {
 
-// Requests a step of the plan, by its index.
+// Requests a step of the plan, by the index that EmulateInit() takes.
 struct StepRequest {
     int index = 0;
 };
@@ -30,27 +30,32 @@ struct StepDone {
 
 using Message = std::variant<StepRequest, StepDone, Event, LinesRead>;
 
-// Sends one document and adds its size in bytes to `*sent`. Returns false if the other side has
-// closed the channel.
+// Sends one document and adds its size in bytes to `*sent`, unless that is null. Waits while the
+// other side does not read. Returns false if the other side has closed the channel or sending fails
+// otherwise.
 bool SendDocument(int fd, const nlohmann::json& document, size_t* sent = nullptr);
 
 // Sends one message in the same way.
 bool SendMessage(int fd, Message message, size_t* sent = nullptr);
 
+// After kEnd, which also means a malformed or too large document, nothing more can be received.
 enum class Received { kMessage, kEnd, kTimeOut };
 
-// Receives one document and waits for its start until `deadline`. `*left` is the number of bytes
-// that may still arrive, from which this subtracts; a document above it counts as the end. If
-// `left` is null, each document may have limits::kEvents bytes.
+// Receives one document. Waits for its start until `deadline`, but for the rest until it is
+// complete. `*left` is the number of bytes that may still arrive, from which this subtracts; a
+// document above it is too large. If `left` is null, each document may have limits::kEvents bytes.
 Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
                          nlohmann::json* document, size_t* left = nullptr);
 
-// Receives one message in the same way.
+// Receives one message in the same way. Throws json::exception or std::out_of_range for a document
+// that is no message.
 Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message,
                         size_t* left = nullptr);
 
-// Calls `question` in a process inside the sandbox and returns its result. Returns nothing if that
-// crashes or exceeds the time limit. Throws as Sandbox::CheckImages() does.
+// Calls `question`, which must not throw, in a process inside the sandbox and returns its result.
+// Returns nothing if that crashes or exceeds the time limit or the limit of memory, or if the
+// result is larger than limits::kEvents bytes. Drops what the library logs. Throws
+// std::runtime_error if no process can be started, and as Sandbox::CheckImages() does.
 std::optional<nlohmann::json> AskInside(const sandbox::Sandbox& root,
                                         const std::function<nlohmann::json()>& question,
                                         std::chrono::seconds limit);

@@ -1,5 +1,6 @@
 // What happened in a boot: its steps, and the events of each step in their order. docs/json.md
-// describes every field.
+// describes every field. Paths are the device's unless stated otherwise. Names and values may be
+// any bytes.
 
 #pragma once
 
@@ -22,7 +23,7 @@ using android::init::PropertyMap;
 // A property whose value changed when it was given to init.
 struct Change {
     std::string name;
-    std::optional<std::string> previous;
+    std::optional<std::string> previous;  // none: it was unset
 };
 
 // A property that was given to init and that init refused.
@@ -64,8 +65,8 @@ struct MapEvent : Handover {
 struct StoredEvent : Handover {};
 
 struct LogEvent {
-    std::string severity;
-    std::string file;
+    std::string severity;  // such as "ERROR"
+    std::string file;      // of the library's source
     int line = 0;
     std::string message;
 };
@@ -89,11 +90,11 @@ struct LoadEvent {
 
 // The library looked up one property.
 struct LookUpEvent {
-    std::string path;
+    std::string path;  // this, source and image as in LoadEvent; the file may be missing
     std::optional<std::string> source;
     std::optional<sandbox::ImagePlace> image;
     std::string name;
-    std::optional<int> line;  // the line that was taken
+    std::optional<int> line;  // the line that was taken; none: none begins with the name
     std::vector<std::string> operations;
 };
 
@@ -101,7 +102,7 @@ struct MountEvent {
     std::string source;
     std::string target;
     std::vector<std::string> flags;
-    std::optional<std::string> error;
+    std::optional<std::string> error;   // why mounting failed
     std::optional<std::string> covers;  // the target's own path on the device, if it was mounted
 };
 
@@ -129,11 +130,13 @@ struct LogoEvent {
     int bytes = 0;
 };
 
+// The installing service sends a request to the bind thread.
 struct RequestEvent {
     std::string name;
     std::string value;
 };
 
+// The bind thread has ignored this request for 5 s.
 struct UnacknowledgedEvent {
     std::string value;
 };
@@ -202,7 +205,7 @@ struct FileEffect {
 };
 
 struct StepReport {
-    int boot = 1;
+    int boot = 1;  // the number of the boot, from 1
     std::string step;
     std::vector<Event> events;
     std::vector<FileEffect> files;
@@ -213,9 +216,9 @@ struct BootFailure {
     std::string step;
     bool timed_out = false;
     std::optional<std::string> signal;
-    std::optional<std::string> limit;  // that was reached, such as "1073741824 bytes of memory"
-    std::optional<std::string> last_file;
-    std::vector<std::string> cycle = {};  // the import lines that lead in a circle, if they do
+    std::optional<std::string> limit;      // that was reached, such as "40000 opened files"
+    std::optional<std::string> last_file;  // that was opened
+    std::vector<std::string> cycle = {};   // the import lines that lead in a circle, if they do
 };
 
 struct BootStart {
@@ -227,7 +230,7 @@ struct BootStart {
 };
 
 struct Report {
-    std::string device;
+    std::string device;  // the path on this machine
     std::vector<std::string> notes;
     std::vector<BootStart> boots;
     std::vector<StepReport> steps;

@@ -1,4 +1,5 @@
-// The fields of a boot's report.
+// The fields of a boot's report, as json/fields.h writes and reads them. Read() is for what Write()
+// made; of anything else it makes a wrong report or throws json::exception or std::out_of_range.
 
 #pragma once
 
@@ -229,7 +230,7 @@ struct Json<std::vector<LineRead>> {
     }
 };
 
-// Only the axes that have a value, by their names.
+// Only the axes that have a value, by their names. Read() throws as AxisNamed() does.
 template <>
 struct Json<Variant> {
     static json Write(const Variant& variant) {

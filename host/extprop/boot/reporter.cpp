@@ -240,7 +240,7 @@ void Reporter::OnOpen(const char* path, int flags) {
 
 void Reporter::OnOpened(int fd) {
     if (Unobserved::IsOn()) return;
-    // A directory's end may be anywhere.
+    // A directory's end may be anywhere; a file beyond the limit cannot be opened.
     const off_t size = lseek(fd, 0, SEEK_END);
     if (size <= 0) return;
     lseek(fd, 0, SEEK_SET);

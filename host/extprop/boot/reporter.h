@@ -1,4 +1,5 @@
-// Inside the sandbox: reports all that the library does and init takes, as it happens.
+// Inside the sandbox: reports all that the library does and init takes, as it happens. Ends the
+// process, as EndAt() does, when it has opened or reported more than the limits allow.
 
 #pragma once
 
@@ -19,10 +20,12 @@
 
 namespace extprop {
 
+// Send(), Emit(), the observer's functions, OnLog() and OnCallback() may run on several threads at
+// once; all others belong to the thread that performs the steps.
 class Reporter : public platform::Observer, private LoadListener {
   public:
-    // Sends events to `channel`, and of the lines of files those whose names are `wanted`.
-    // `last_file` must outlive this.
+    // Sends events to the socket `channel`, which stays open, and of the lines of files those whose
+    // names are `wanted`; no lines if that is an empty function. `last_file` must outlive this.
     Reporter(int channel, Detail detail, std::function<bool(const std::string& name)> wanted,
              LastFile* last_file)
             : channel_(channel),
@@ -31,9 +34,10 @@ class Reporter : public platform::Observer, private LoadListener {
               tracker_(this, std::move(wanted)),
               last_file_(last_file) {}
 
+    // Sends the message; does nothing if the tool has closed the channel.
     void Send(Message message);
 
-    // Sends the event if it belongs to the requested detail.
+    // Sends the event unless the requested detail is Detail::kNothing.
     void Emit(Event event);
 
     // Call it when a step begins.
@@ -42,25 +46,29 @@ class Reporter : public platform::Observer, private LoadListener {
     // Makes a record of what is read from now on: where these imports lead, and the values of the
     // watched properties. Both arguments must outlive this.
     void MakeRecord(const DeviceImports& imports, const std::set<std::string>& watched);
+
+    // Returns what was recorded since the last call; nothing before MakeRecord().
     BootRecord TakeRecord();
 
     // Sets the property on behalf of the phone's system: a switch key, or the property of a step
-    // set.
+    // set. Does not check whether init would accept it.
     void OnKey(const std::string& name, const std::string& value);
 
-    // Makes the edit on behalf of another program on the phone. Ends the process if it cannot be
-    // made.
+    // Makes the edit on behalf of another program on the phone. Ends the process with
+    // kChangesFailed if it cannot be made.
     void OnWrite(const Edit& edit);
 
     // Call it in the library's callback; `frame` is the address of the callback's stack frame.
+    // Makes init take the properties; those that it refuses are only reported.
     void OnCallback(int mode, PropertyMap properties, const void* frame);
 
-    // Makes init take what the step has loaded into init's own map.
+    // Makes init take what the step's `operation` has loaded into init's own map, in the same way.
     void OnMap(const PropertyMap& loaded, const PropertyMap* map, const char* operation);
 
-    // Makes init take the stored persistent properties.
+    // Makes init take the stored persistent properties, in the same way.
     void OnStored(const PropertyMap& stored);
 
+    // Sets the property by which the installing service sends a request.
     void OnRequest(const std::string& name, const std::string& value);
 
     void OnLog(android::base::LogSeverity severity, const char* file, unsigned line,

@@ -16,7 +16,7 @@ using android::init::IInitExtensionProperty;
 using android::init::PropertyCallback;
 using android::init::PropertyMap;
 
-// What a step's action needs.
+// What a step's action needs; none is null when a step that uses it is performed.
 struct StepContext {
     IInitExtensionProperty* extension;
     PropertyMap* early_properties;  // init's own map for the early load
@@ -41,9 +41,9 @@ struct StepKind {
 const std::vector<StepKind>& StepKinds();
 
 struct Step {
-    const StepKind* kind;
-    std::string argument;
-    std::string text;  // as it was given
+    const StepKind* kind;  // of StepKinds()
+    std::string argument;  // empty if the kind takes none
+    std::string text;      // as it was given
 
     // A reboot is a new process over the same files, and has no action of its own.
     bool is_reboot() const { return kind->perform == nullptr; }
@@ -63,6 +63,7 @@ struct Step {
     // The library takes the switch keys from their properties.
     bool switches_keys() const;
 
+    // The library copies a boot logo to the splash partition.
     bool copies_logo() const;
 };
 
@@ -72,13 +73,17 @@ inline constexpr const char* kDefaultSteps[] = {"early", "persist"};
 // Returns whether the text begins with a step's word. What follows after a ":" is not checked.
 bool IsStepWord(const std::string& text);
 
-// Returns the step for which a misspelt one was probably meant, or "".
+// Returns the step, with what follows the ":" as it is, for which a misspelt one was probably
+// meant, or "" if no word is near.
 std::string NearestStep(const std::string& text);
 
-// Parses a step such as "early" or "sim:regionSwitch". Throws InputError.
+// Parses a step such as "early" or "sim:regionSwitch". Throws InputError for an unknown word, for
+// an argument that is missing or that the step does not take, and for a step set or write that no
+// program on a phone could do. Whether the library accepts the argument is for CheckStep().
 Step ParseStep(const std::string& text);
 
-// Throws InputError if what follows the step's ":" would have no effect.
+// Throws InputError if the library ignores the step because of what follows the ":", which may be
+// empty.
 void CheckStep(const Step& step);
 
 }  // namespace extprop
