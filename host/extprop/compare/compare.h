@@ -36,8 +36,8 @@ struct OtherProperty {
 };
 
 struct Comparison {
-    std::string device;
-    std::string phone;  // the name that the user gave
+    std::string device;  // as in the report
+    std::string phone;   // the name that the user gave
     std::vector<MissingValue> missing;
     std::vector<std::string> words;  // with which the device boots as the phone
     PropertyMap given;               // to the boot, by these words or by the user
@@ -51,8 +51,9 @@ struct Comparison {
 };
 
 // Boots the device as the phone, and compares the properties whose names match one of the patterns,
-// as in a shell. `name` is the name of the phone in messages. Puts the boot's report into
-// `*report`. Throws as PreparedDevice and FindPhoneVariant do.
+// as in a shell; none without a pattern. `name` is the name of the phone in messages. Puts the
+// boot's report into `*report`. A crash or hang of the library is the result's failure. Throws as
+// PreparedDevice and FindPhoneVariant do.
 Comparison Compare(const BootOptions& options, const Phone& phone, const std::string& name,
                    const std::vector<std::string>& patterns, Report* report);
 

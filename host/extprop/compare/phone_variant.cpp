@@ -202,9 +202,9 @@ class VariantFinder {
     }
 
     // The phone may have its persistent properties from its last boot itself, such as the first
-    // one. Then they were not set before that boot, which may do things that it does only without
-    // them. Assumes this if a boot without such properties is nearer to the phone than
-    // `*properties`, the result of the boot with all of them.
+    // one. Then they were not set before that boot, in which the library may have done what it does
+    // only where they are not set. Assumes this if a boot without such properties is nearer to the
+    // phone than `*properties`, the result of the boot with all of them.
     void GiveFewerIfNearer(PropertyMap* properties) {
         PropertyMap all = std::exchange(found_.stored, {});
         if (all.empty() || Misses(*properties, *properties) == 0) return found_.stored.swap(all);

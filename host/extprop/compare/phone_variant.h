@@ -10,7 +10,7 @@
 
 namespace extprop {
 
-// Returns the property that has the axis's value on a phone, or null if no property has it.
+// Returns the property that has the axis's value on a phone, or null for kNvAxis, which has none.
 const char* PropertyOf(int axis);
 
 // A value of an axis that the phone has and the device cannot have.
@@ -31,8 +31,9 @@ struct PhoneVariant {
 };
 
 // Finds the variant by boots of the device, which must be prepared with the options and must be
-// reset afterwards. The options override what the phone reports. Throws std::runtime_error as
-// TakeSurvey and FindVariantSpace do.
+// reset afterwards. The options override what the phone reports. A value that the device cannot
+// have and a property that init refuses are no error: they are missing or noted. Throws as
+// TakeSurvey, FindVariantSpace and PreparedDevice do.
 PhoneVariant FindPhoneVariant(const Phone& phone, const BootOptions& options,
                               PreparedDevice* device);
 

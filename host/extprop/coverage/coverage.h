@@ -1,6 +1,6 @@
 // Finds which boots of a device load which of its files, and so what loads a line, what nothing
-// reads and where imports lead. It boots the phones that the device directory can become, and
-// reports only what it has seen in a boot. docs/coverage.md has the table of what is tried.
+// reads and where imports lead. It boots the phones that DEVICE can become, and reports only what
+// it has seen in a boot. docs/coverage.md has the table of what is tried.
 
 #pragma once
 
@@ -21,10 +21,10 @@ namespace extprop {
 struct CoveredBoot {
     Addition addition;
     std::vector<std::string> words;  // of the addition
-    BootRecord record;               // empty if the library crashed or hung
-    // The boot is of a phone that the device directory can become, with no step added.
+    BootRecord record;               // empty unless the boot survived
+    // The boot is of a phone that DEVICE can become, with no step added.
     bool is_phone = false;
-    bool survived = false;
+    bool survived = false;  // the library came to the end of all steps
 };
 
 // The text for people where is_stopped() is true.
@@ -32,12 +32,14 @@ inline constexpr char kStopped[] = "a boot hung or met a limit, so no more were 
 
 class Coverage {
   public:
-    // Boots the prepared device and its variants, `jobs` at a time. All changes in the device's
-    // copy-on-write layer are discarded. Throws std::runtime_error if the library crashes or hangs
-    // while it reads the files that determine the variants.
+    // Boots the prepared device and its variants, `jobs`, at least 1, at a time; that a boot fails
+    // is part of the result. All changes in the device's copy-on-write layer are discarded. Throws
+    // std::runtime_error if the library crashes or hangs while it reads the files that determine
+    // the variants, and as PreparedDevice and ForEachInParallel() do. The device is not used later.
     Coverage(PreparedDevice* device, const BootOptions& options, const Survey& survey, int jobs);
 
-    // Returns all boots, in the order in which they were made, beginning with the device as it is.
+    // Returns all boots, in the order in which they were made, beginning with the device as it is;
+    // never none.
     const std::vector<CoveredBoot>& boots() const { return boots_; }
 
     // Returns whether a boot hung or reached a limit. Then not all boots were made, so it is
@@ -45,7 +47,7 @@ class Coverage {
     bool is_stopped() const { return is_stopped_; }
 
     // Returns the fewest words with which a boot loaded the lines of this name in the device's own
-    // file, or nothing if no boot did.
+    // file, or nothing if no boot did or there is no such file. No words: the device as it is does.
     std::optional<std::vector<std::string>> WordsFor(const std::string& file,
                                                      const std::string& name) const;
 
@@ -57,7 +59,7 @@ class Coverage {
     // hangs, so that it is unknown what that variant reads.
     bool IsUnknown(const std::string& file) const;
 
-    // Returns the steps that load the whole file.
+    // Returns the steps that load the whole file, without a filter; none if no boot did.
     const std::set<std::string>& StepsThatLoad(const std::string& file) const;
 
     const VariantSpace& space() const { return space_; }

@@ -33,7 +33,8 @@ struct DeadPlace {
 };
 
 // Returns what no boot reads on the library's partitions, each place once, in the order of the
-// paths. The survey must be SurveyForDeadPlaces().
+// paths. The survey must be SurveyForDeadPlaces() of the same device, and the coverage not stopped:
+// otherwise it is unknown what no boot reads.
 std::vector<DeadPlace> DeadPlaces(const Survey& survey, const Coverage& coverage);
 
 // Surveys the device for DeadPlaces(), with the lines that it takes. Throws as TakeSurvey does.

@@ -15,8 +15,8 @@
 namespace extprop {
 
 struct SurveyedImport : ImportLine {
-    // The files to which it can lead if the values have no slash: the path by which the import
-    // names it, and the device's own path.
+    // The regular files to which it can lead if the values have no slash, or by its default values:
+    // the path by which the import names the file, and the device's own path.
     std::vector<std::pair<std::string, std::string>> targets;
 };
 
@@ -34,8 +34,10 @@ struct Survey {
     std::vector<SurveyedFile> files;  // files that only imports name are last
 };
 
-// Surveys the device as it is. Of the lines only those whose names are `wanted` are returned.
-// Throws std::runtime_error if it takes longer than the limit.
+// Surveys the device as it is. Of the lines only those whose names are `wanted` are returned; that
+// function runs in another process and must not throw. Leaves out files that cannot be read, and
+// does not search partitions that are unpacked as a whole; a file larger than kMostBytes has no
+// lines. Throws std::runtime_error if AskInside() returns nothing, and as that does.
 Survey TakeSurvey(const sandbox::Sandbox& root,
                   const std::function<bool(const std::string& name)>& wanted,
                   std::chrono::seconds limit);

@@ -8,13 +8,14 @@
 
 namespace extprop {
 
-// Calls `work` in up to `jobs` child processes, once for each number below `count`. Calls `done` in
-// this process with each number and its result, in the order in which they finish. Throws
-// std::runtime_error with the message of what `work` throws, or if a process dies.
+// Calls `work` in up to `jobs`, at least 1, child processes, once for each number below `count`.
+// Calls `done` in this process with each number and its result, of up to limits::kEvents bytes, in
+// the order in which they finish. Throws std::runtime_error with the message of what `work` throws,
+// or if a process dies or takes too much memory; `done` is then not called for all.
 void ForEachInParallel(size_t count, int jobs, const std::function<nlohmann::json(size_t)>& work,
                        const std::function<void(size_t, nlohmann::json)>& done);
 
-// Returns the number of processes that this machine runs at once.
+// Returns the number of processors that this process may use, 1 if it is unknown.
 int ProcessorCount();
 
 }  // namespace extprop
