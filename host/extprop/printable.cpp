@@ -52,9 +52,9 @@ std::string Formatted(const char* format, unsigned number) {
     return text;
 }
 
-// Returns whether a service that runs jobs takes the rest of the line, or could with what follows
-// the text, for one of its commands. Commands of one kind stand at the line's start, those of the
-// other kind anywhere in it.
+// Returns whether the text, or the text with what may follow it, begins a command of a service that
+// runs jobs. Commands of one kind stand at the line's start, those of the other kind anywhere in
+// it.
 bool IsCommand(std::string_view text, bool at_start) {
     return (at_start && (text.substr(0, 2) == "::" || text == ":")) || text == "##" ||
            text.substr(0, 3) == "##[" || text.substr(0, 6) == "##vso[";

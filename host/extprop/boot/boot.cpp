@@ -42,8 +42,9 @@ class BootedDevice {
               listener_(listener),
               properties_(plan.properties) {}
 
-    // Performs the step and adds its events to `*events`. Sets `*performed` to false if the step
-    // was not needed. Returns the failure if the process crashed, hung or reached a limit.
+    // Performs the step, whose `index` is that of EmulateInit(), and adds its events to `*events`.
+    // Waits for the bind thread if the step starts it. Sets `*performed` to false if the step was
+    // not needed. Returns the failure if the process crashed, hung or reached a limit.
     std::optional<BootFailure> Perform(const Step& step, int index, std::chrono::seconds limit,
                                        std::vector<Event>* events, bool* performed) {
         const auto deadline = steady_clock::now() + limit;

@@ -160,8 +160,8 @@ class VariantFinder {
                !options_.what_if.variant[axis] && given_.count(PropertyOf(axis)) == 0;
     }
 
-    // Finds the region. If a file other than the region's sets it for every phone, the phone's
-    // property does not show it.
+    // Finds the region. If a file other than the region's sets the property for every phone, its
+    // value tells nothing of the region.
     void FindRegion(const PropertyMap& device) {
         const auto own = ValueIn(device, kRegion);
         const auto reported = Reported(kRegionAxis);
@@ -170,9 +170,9 @@ class VariantFinder {
         Take(kRegionAxis, device);
     }
 
-    // Finds the brand, which matters only by its code. Every device can have any brand: without a
-    // brand's directories it has nothing of that brand, and without any brand's directories all are
-    // the same.
+    // Finds the brand, of which only the code has an effect. A device can have any brand: without
+    // that brand's directories it has nothing of it. If it has no brand's directories, all brands
+    // are the same.
     void FindBrand(const PropertyMap& device) {
         auto reported = Reported(kBrandAxis);
         if (!reported || reported == ValueIn(device, kBrand) ||
