@@ -1,14 +1,14 @@
 # What `cmake --install` and the Debian package bring.
 
-# No other program links the two libraries, so they lie in a directory of the tool's own. The
+# No other program uses these libraries, so they lie in a directory of the tool's own. The
 # system's libbase is outside the linker's path too.
 set(PRIVATE_LIBRARY_DIR lib/${CMAKE_LIBRARY_ARCHITECTURE}/extprop)
 set_target_properties(extprop PROPERTIES
         INSTALL_RPATH "$ORIGIN/../${PRIVATE_LIBRARY_DIR};${ANDROID_LIBRARY_DIR}")
-set_target_properties(tesvoextproperty extprop_platform PROPERTIES
+set_target_properties(tesvoextproperty extprop_platform extprop_decoders PROPERTIES
         INSTALL_RPATH "$ORIGIN;${ANDROID_LIBRARY_DIR}")
 install(TARGETS extprop)
-install(TARGETS tesvoextproperty extprop_platform DESTINATION ${PRIVATE_LIBRARY_DIR})
+install(TARGETS tesvoextproperty extprop_platform extprop_decoders DESTINATION ${PRIVATE_LIBRARY_DIR})
 
 find_program(GZIP gzip REQUIRED)
 set(COMPRESSED_DIR ${PROJECT_BINARY_DIR}/packaging)

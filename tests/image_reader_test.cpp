@@ -869,4 +869,27 @@ TEST(HostileReaderTest, EveryAnswerIsChecked) {
     }
 }
 
+template <int kStatus>
+void DoNotServe(const images::Descriptors&, char) {
+    _exit(kStatus);
+}
+
+TEST(HostileReaderTest, AProcessThatCannotServeIsNoDamage) {
+    const struct {
+        images::ServeFunction* serve;
+        std::string why;
+    } cases[] = {
+            {DoNotServe<images::kNotLoaded>, "libextprop_decoders.so cannot be loaded"},
+            {DoNotServe<images::kNotConfined>, "the reading process cannot give up its rights"},
+    };
+    for (const auto& [serve, why] : cases) {
+        try {
+            Reader(Only(unique_fd(open("/dev/null", O_RDONLY))), 'a', 1, serve);
+            ADD_FAILURE() << why;
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(error.what(), "images cannot be read: " + why);
+        }
+    }
+}
+
 }  // namespace

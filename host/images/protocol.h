@@ -87,7 +87,4 @@ class Parser {
     std::string_view rest_;
 };
 
-// The exit status of Serve() if the process cannot be confined.
-inline constexpr int kNotConfined = 126;
-
 }  // namespace images

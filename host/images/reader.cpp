@@ -306,10 +306,8 @@ std::string Reader::Process::HowItEnded() const {
         return ended;
     }
     if (info.si_code == CLD_EXITED) {
-        if (info.si_status == kNotConfined) {
-            throw std::runtime_error(
-                    "images cannot be read: the process that reads them cannot give up its rights");
-        }
+        const std::string why = WhyNotServed(info.si_status);
+        if (!why.empty()) throw std::runtime_error("images cannot be read: " + why);
         return ended;
     }
     if (info.si_status == SIGPROF || info.si_status == SIGXCPU) {

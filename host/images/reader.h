@@ -13,7 +13,7 @@
 
 #include <android-base/unique_fd.h>
 
-#include "confine.h"
+#include "decoders.h"
 #include "file_system.h"
 
 namespace images {
@@ -29,11 +29,6 @@ struct Contained {
     std::vector<Volume> volumes;
 };
 
-// What the worker process does: confines itself and answers clients, which connect over the control
-// socket, until the last one is gone. Never returns; the exit status is 0, or kNotConfined.
-using ServeFunction = void(const Descriptors& descriptors, char slot);
-ServeFunction Serve;
-
 // A volume's number is its index in Contained::volumes, plus first_volume there. What is asked of
 // the worker throws Damage if there is no such volume, or if the image is damaged or exceeds a
 // limit. So does every call once the worker has ended or not answered in time. The worker ends when
@@ -43,9 +38,9 @@ class Reader {
     // Starts the worker process. `parts` is an open regular file or block device, or the parts of a
     // split sparse image, up to kMostParts. `slot`, 'a' or 'b', chooses the metadata of a super
     // image. `readers`, at least 1, is the number of readers that share the limits of one device.
-    // Throws Damage as above, std::runtime_error if the process cannot be started or confined.
+    // Throws Damage as above, std::runtime_error if the process does not begin to serve.
     Reader(std::vector<android::base::unique_fd> parts, char slot, size_t readers = 1,
-           ServeFunction* serve = Serve);
+           ServeFunction* serve = ServeImage);
     ~Reader();
     Reader& operator=(Reader&&) = delete;
 

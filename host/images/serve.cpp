@@ -18,8 +18,8 @@
 #include "../budget.h"
 #include "confine.h"
 #include "contents.h"
+#include "decoders.h"
 #include "protocol.h"
-#include "reader.h"
 #include "sources.h"
 #include "spool.h"
 
@@ -306,7 +306,11 @@ bool AnswerNext(int channel, Answers* answers) {
 
 }  // namespace
 
-void Serve(const Descriptors& descriptors, char slot) {
+}  // namespace images
+
+void extprop_serve_image(const images::Descriptors& descriptors, char slot) {
+    using namespace images;
+
     // libcrypto opens files on first use, which must be before the filter.
     unsigned char digest[SHA256_DIGEST_LENGTH];
     SHA256(nullptr, 0, digest);
@@ -327,5 +331,3 @@ void Serve(const Descriptors& descriptors, char slot) {
     }
     _exit(0);
 }
-
-}  // namespace images

@@ -1,0 +1,19 @@
+// What a confined process sends of a zip: the texts in it, names that end with ".txt". Each packet
+// of the SOCK_SEQPACKET socket begins with one of these letters.
+
+#pragma once
+
+#include <stddef.h>
+
+namespace images {
+
+enum class TextPacket : char {
+    kText = 't',   // another text begins
+    kBytes = 'b',  // bytes of the text follow
+    kWrong = 'w',  // the zip's fault follows, perhaps empty
+    kEnd = 'e',
+};
+
+constexpr size_t kTextPacketBytes = 64 * 1024;  // with the letter
+
+}  // namespace images
