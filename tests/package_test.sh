@@ -55,8 +55,10 @@ packaged() { PATH=$ROOT/usr/bin:$PATH extprop "$@"; }
 check_tool() {
     expect "version" "$(packaged --version)" "extprop $(field Version)"
     local library loaded
-    loaded=$(LD_DEBUG=libs packaged boot -q samples/overlay 2>&1 | sed -n 's/.*calling init: //p')
-    for library in libtesvoextproperty.so libextprop_platform.so; do
+    mkdir "$WORK/device"
+    PATH=$PATH:/usr/sbin mke2fs -q "$WORK/device/odm.img" 1M
+    loaded=$(LD_DEBUG=libs packaged boot -q "$WORK/device" 2>&1 | sed -n 's/.*calling init: //p')
+    for library in libtesvoextproperty.so libextprop_platform.so libextprop_decoders.so; do
         expect "$library" "$(grep "/$library$" <<<"$loaded" | xargs realpath | sort -u)" \
             "$ROOT/usr/lib/*/extprop/$library"
     done
