@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <numeric>
@@ -218,6 +219,31 @@ TEST_F(MatrixTest, AnswersForWhom) {
                 android::base::StringReplace(parts, Path("/part" + missing), "", false);
         EXPECT_THAT(Run("matrix --merge" + rest).err,
                     HasSubstr("the lines of --shard " + missing + "/4 are missing"));
+    }
+    const std::string whole = Run("matrix --json " + device + " ro.test.apn").out;
+    const size_t second = whole.find('\n') + 1, last = whole.find("{\"summary\"");
+    const std::string summary = whole.substr(last);
+    EXPECT_EQ(LinesOf(Run("matrix --json ro.test.apn --merge " +
+                          Write("/turned", summary + whole.substr(0, last))))
+                      .summary,
+              LinesOf({0, summary, ""}).summary);
+    const auto replaced = [&](const char* text, const char* by) {
+        return android::base::StringReplace(whole, text, by, false);
+    };
+    const std::string place = ":" + std::to_string(std::count(whole.begin(), whole.end(), '\n')) +
+                              ": not a line of extprop matrix --json: ";
+    const std::pair<std::string, std::string> damaged[] = {
+            {"", ": the summary is missing"},
+            {whole.substr(0, last), ": the summary is missing"},
+            {whole.substr(second), ": the summary lists the variant 'as it is', whose line"},
+            {whole + summary, ": the summary lists the variant 'as it is', whose line"},
+            {replaced("\"text\":", "\"txt\":"), place},
+            {replaced("\"shard\":null", R"("shard":{"number":0,"count":0})"), place},
+    };
+    for (const auto& [content, error] : damaged) {
+        const Output output = Run("matrix --merge " + Write("/damaged", content));
+        EXPECT_EQ(output.status, 2) << error;
+        EXPECT_THAT(output.err, HasSubstr("extprop: " + Path("/damaged") + error));
     }
 
     const std::string other = Carriers("/other");

@@ -4,6 +4,8 @@
 #include <string.h>
 
 #include <fstream>
+#include <new>
+#include <stdexcept>
 #include <streambuf>
 
 #include <nlohmann/json.hpp>
@@ -100,16 +102,32 @@ void LineMerger::Read(const std::string& path) {
     std::ifstream file(path);
     if (!file) throw InputError(path + ": " + strerror(errno));
     std::string line;
+    bool is_empty = true;
     for (int number = 1;; ++number) {
         const std::string place = path + ":" + std::to_string(number) + ": ";
         try {
-            if (!ReadLine(file.rdbuf(), &line)) return;
-            if (!line.empty()) Add(line);
+            if (!ReadLine(file.rdbuf(), &line)) break;
+            if (line.empty()) continue;
+            is_empty = false;
+            Add(line);
         } catch (const InputError& error) {
             throw InputError(place + error.what());
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception& error) {
             throw InputError(place + "not a line of extprop matrix --json: " + error.what());
         }
+    }
+    // A part of a run must not pass for all of it.
+    if (is_empty || !unlisted_.empty()) {
+        throw InputError(path +
+                         ": the summary is missing, which is the last line that extprop matrix "
+                         "--json prints; run it again");
+    }
+    if (!missing_.empty()) {
+        throw InputError(path + ": the summary lists the variant '" +
+                         VariantText(*missing_.begin()) +
+                         "', whose line is missing; run extprop matrix --json again");
     }
 }
 
@@ -127,6 +145,7 @@ void LineMerger::Add(VariantLine line) {
     if (!read_.insert(line.variant).second) {
         throw InputError("the variant '" + VariantText(line.variant) + "' was read before");
     }
+    if (missing_.erase(line.variant) == 0) unlisted_.insert(line.variant);
     if (!collector_) {
         base_ = line.properties;
         collector_.emplace(base_);
@@ -138,6 +157,7 @@ void LineMerger::Add(const Summary& summary) {
     device_ = summary.device;
     if (!summary.shard || summary.shard->number == 1) dead_ = summary.dead;
     for (const SummaryVariant& variant : summary.variants) {
+        if (unlisted_.erase(variant.variant) == 0) missing_.insert(variant.variant);
         for (const std::string& word : variant.words) Keep(word.size());
         words_[variant.variant] = variant.words;
     }
@@ -147,12 +167,18 @@ void LineMerger::Add(const Summary& summary) {
                 AddOrigin(property.name, value, summary);
         }
     }
-    if (summary.shard) shards_[summary.shard->count].insert(summary.shard->number);
+    if (summary.shard) {
+        const auto& [number, count] = *summary.shard;
+        if (number < 1 || number > count) throw std::runtime_error("there is no such shard");
+        shards_[count].insert(number);
+    }
 }
 
 void LineMerger::AddOrigin(const std::string& name, const SummaryValue& value,
                            const Summary& summary) {
     if (!value.value) return;
+    // Throws if it has none; whoever prints the summary takes the text for granted.
+    if (value.origin) value.origin->at("text").get_ref<const std::string&>();
     const Variant& first = summary.variants.at(value.variants.at(0)).variant;
     auto [known, is_new] = origins_.try_emplace({name, *value.value}, first, value.origin);
     if (is_new) Keep(name.size() + value.value->size() + kOriginSize);

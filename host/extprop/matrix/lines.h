@@ -2,8 +2,14 @@
 
 #pragma once
 
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
 
 #include "matrix/summary.h"
 
@@ -37,18 +43,19 @@ nlohmann::json SummaryDocument(const Summary& summary);
 // Returns the summary's line, with its line end.
 std::string SummaryLine(const Summary& summary);
 
-// Merges lines of runs over one device, in any order. Only the summaries tell which parts there
-// are, so a single run that was cut off before its summary passes for a whole one.
+// Merges the lines of runs over one device.
 class LineMerger {
   public:
-    // Reads the file's lines, also those of summaries; skips empty lines. Throws InputError with
-    // the path, and the line where there is one, if the file cannot be read, a line is none of
-    // these or is longer than limits::kLine, its variant was read before, or there is more than the
-    // limits allow.
+    // Reads a file with all lines of one run or several, in any order; skips empty lines. Throws
+    // InputError with the path if the file cannot be read, or has the line of a variant and no
+    // summary that lists it, the reverse, or no line at all; and with path and line if a line is
+    // none of a run or is longer than limits::kLine, its variant was read before, or there is more
+    // than the limits allow.
     void Read(const std::string& path);
 
-    // Reads one line, without its line end. Throws InputError, without a place, if its variant was
-    // read before or there is too much, and another std::exception if it is no such line.
+    // Reads one line, without its line end, of a run that need not be whole. Throws InputError,
+    // without a place, if its variant was read before or there is too much, and another
+    // std::exception if it is no such line.
     void Add(const std::string& line);
 
     // Returns the summary of one run over all variants, with the properties that
@@ -70,6 +77,8 @@ class LineMerger {
     std::optional<Collector> collector_;
     PropertyMap base_;
     std::set<Variant, VariantOrder> read_;
+    std::set<Variant, VariantOrder> unlisted_;  // those of read_ that no summary lists yet
+    std::set<Variant, VariantOrder> missing_;   // those that summaries list without a line so far
     std::string device_;
     std::vector<DeadPlace> dead_;
     std::map<size_t, std::set<size_t>> shards_;  // parts read, by the number of all
