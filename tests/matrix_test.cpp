@@ -349,6 +349,8 @@ TEST_F(MatrixTest, TellsWhatIsWrongAndWhatFails) {
             {"--only region=XX", "the device has no region 'XX'"},
             {"--only region=EU --only sim-first=c0", "no variant is left to boot"},
             {"--shard 3/2", "--shard '3/2': expected I/N"},
+            {"--shard -2/-1", "--shard '-2/-1': expected I/N"},
+            {"--shard ' +1/+2'", "--shard ' +1/+2': expected I/N"},
             {"ro.nothing", "no variant has a property 'ro.nothing'"},
             {"/nowhere", "/nowhere: No such file or directory"},
     };

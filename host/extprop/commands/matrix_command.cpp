@@ -1,5 +1,3 @@
-#include <stdio.h>
-
 #include <algorithm>
 #include <deque>
 #include <filesystem>
@@ -8,7 +6,7 @@
 #include <map>
 #include <set>
 
-#include <android-base/strings.h>
+#include <re2/re2.h>
 
 #include "commands/command.h"
 #include "commands/matrix_options.h"
@@ -121,8 +119,7 @@ void DivideArguments(MatrixArguments* arguments) {
 std::optional<Shard> KeepShard(const std::string& words, std::vector<Variant>* variants) {
     if (words.empty()) return std::nullopt;
     Shard shard;
-    char rest;
-    if (sscanf(words.c_str(), "%zu/%zu%c", &shard.number, &shard.count, &rest) != 2 ||
+    if (!re2::RE2::FullMatch(words, "([0-9]+)/([0-9]+)", &shard.number, &shard.count) ||
         shard.number < 1 || shard.number > shard.count) {
         throw InputError("--shard '" + words + "': expected I/N, with I from 1 to N");
     }
