@@ -403,6 +403,64 @@ TEST_F(MatrixTest, ExpectationsHoldUntilAValueChanges) {
     }
 }
 
+TEST_F(MatrixTest, ExpectationsKeepEveryValue) {
+    const std::string values[] = {"",
+                                  " both ",
+                                  "~",
+                                  "null",
+                                  "true",
+                                  "1_000",
+                                  "0x1F",
+                                  "1e3",
+                                  "- a",
+                                  "a: b",
+                                  "a #b",
+                                  "{a",
+                                  "'",
+                                  "\"\\\"",
+                                  "%a",
+                                  "@a",
+                                  "*a",
+                                  "&a",
+                                  "!a",
+                                  "?",
+                                  "|",
+                                  "---",
+                                  "\x01\x1b\x7f",
+                                  "\t",
+                                  "\xc2\x80\xc2\x85",
+                                  "\xe2\x80\xa8",
+                                  "\xe2\x80\xae",
+                                  "\xef\xbb\xbf",
+                                  "\xef\xbf\xbd",
+                                  "\xef\xbf\xbe",
+                                  "\xef\xbf\xbf",
+                                  "\xef\xb7\x90",
+                                  "\xf0\x9f\xbf\xbe",
+                                  "\xf3\xa0\x80\x81",
+                                  "\xf0\x9f\x98\x80",
+                                  "M\xc3\xbcller",
+                                  "\xed\xa0\x80",
+                                  "\xff",
+                                  std::string(5000, 'x'),
+                                  std::string(2000, '\x01')};
+    std::string lines;
+    for (size_t i = 0; i < std::size(values); ++i) {
+        const std::string name = "ro.v" + std::to_string(i);
+        for (const char* end : {"", "z"}) {
+            lines += name + end + "=" + end + values[i] + end + "\n";
+        }
+    }
+    Write("/device/odm/build.prop", lines + "ro." + std::string(2000, 'n') + "=1\n");
+    Write("/device/mnt/vendor/my_product/cust/\xef\xbf\xbe \"/build.prop", "ro.v0=1\n");
+    const std::string check = "check " + Path("/device") + " " + Path("/record.yaml") +
+                              " --props " + Write("/phone", "[sys.lines]: [ a\n\n b ]\n");
+    ASSERT_EQ(Run(check + " --record").status, 0);
+    const Output same = Run(check);
+    EXPECT_EQ(same.status, 0) << same.out << same.err;
+    EXPECT_THAT(same.out, HasSubstr("2 variants"));
+}
+
 TEST_F(MatrixTest, ExpectationsSayWhatIsNotSo) {
     const std::string device = Carriers("/image");
     const std::string check = "check " + device + " ";

@@ -12,12 +12,12 @@ namespace extprop {
 namespace {
 
 // Characters that control a terminal, end a line for some program, or turn the direction of the
-// text around them.
+// text around them; and two codes that stand for no character.
 constexpr struct {
     char32_t first, last;
 } kUnprintable[] = {
-        {0x00, 0x1f},     {0x7f, 0x9f},     {0x61c, 0x61c},   {0x200e, 0x200f},   {0x2028, 0x202e},
-        {0x2066, 0x2069}, {0xfeff, 0xfeff}, {0xfff9, 0xfffb}, {0xe0000, 0xe007f},
+        {0x00, 0x1f},     {0x7f, 0x9f},     {0x61c, 0x61c},   {0x200e, 0x200f}, {0x2028, 0x202e},
+        {0x2066, 0x2069}, {0xfeff, 0xfeff}, {0xfff9, 0xfffb}, {0xfffe, 0xffff}, {0xe0000, 0xe007f},
 };
 
 bool IsPrintable(char32_t character) {
@@ -130,6 +130,22 @@ std::string PrintableJson(std::string json) {
     }
     if (done == 0) return json;
     return printable.append(json, done);
+}
+
+std::string YamlText(std::string_view text) {
+    std::string quoted = "\"";
+    while (!text.empty()) {
+        char32_t character = 0;
+        const size_t size = Decode(text, &character);
+        if (size != 0 && !IsPrintable(character)) {
+            quoted += Formatted(character < 0x10000 ? "\\u%04x" : "\\U%08x", character);
+        } else {
+            if (text[0] == '"' || text[0] == '\\') quoted += '\\';
+            quoted += text.substr(0, std::max<size_t>(size, 1));
+        }
+        text.remove_prefix(std::max<size_t>(size, 1));
+    }
+    return quoted + "\"";
 }
 
 std::string Quoted(std::string_view text) {

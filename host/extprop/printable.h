@@ -47,6 +47,10 @@ class Text {
 // "\u2028" that JSON itself leaves as they are. Bytes that are no UTF-8 and commands stay.
 std::string PrintableJson(std::string json);
 
+// Returns the text as a scalar of YAML in double quotes, on one line. Characters that Printable()
+// writes otherwise are escaped; bytes that are no UTF-8 stay.
+std::string YamlText(std::string_view text);
+
 // Return the text in quotes, as it is: it is made printable later. QuotedShort() returns only the
 // beginning, at most 60 bytes and whole characters, of a longer one, with "..." after it.
 std::string Quoted(std::string_view text);

@@ -18,6 +18,7 @@
 #include "device/legal.h"
 #include "input_error.h"
 #include "named_file.h"
+#include "printable.h"
 #include "product.h"
 
 namespace extprop {
@@ -376,9 +377,11 @@ bool WasRecorded(const std::string& content) {
 
 std::string RecordedExpectations(const Summary& summary, const std::vector<std::string>& steps) {
     YAML::Emitter out;
+    // The emitter itself writes U+FFFD for some characters.
+    const auto write = [&](const std::string& text) { out.WriteIntegralType(YamlText(text)); };
     const auto value = [&](const std::optional<std::string>& text) {
         if (text) {
-            out << YAML::DoubleQuoted << *text;
+            write(*text);
         } else {
             out << YAML::Flow << YAML::BeginMap << YAML::Key << kSet << YAML::Value << false
                 << YAML::EndMap;
@@ -392,7 +395,11 @@ std::string RecordedExpectations(const Summary& summary, const std::vector<std::
     out << YAML::Comment(kRecorded);
     out << YAML::BeginMap;
     // Default steps are not written, so that steps can be added on the command line.
-    if (!steps.empty()) out << YAML::Key << kSteps << YAML::Value << YAML::Flow << steps;
+    if (!steps.empty()) {
+        out << YAML::Key << kSteps << YAML::Value << YAML::Flow << YAML::BeginSeq;
+        for (const std::string& step : steps) write(step);
+        out << YAML::EndSeq;
+    }
     out << YAML::Key << kExpectations << YAML::Value << YAML::BeginSeq;
     out << YAML::BeginMap << YAML::Key << kName << YAML::Value << "the same in every variant";
     out << YAML::Key << kVariants << YAML::Value << kAll;
@@ -418,8 +425,8 @@ std::string RecordedExpectations(const Summary& summary, const std::vector<std::
         for (int axis = 0; axis < kAxisCount; ++axis) {
             const auto& chosen = summary.variants[i].variant[axis];
             if (chosen) {
-                out << YAML::Key << kAxes[axis].name << YAML::Value << YAML::DoubleQuoted
-                    << *chosen;
+                out << YAML::Key << kAxes[axis].name << YAML::Value;
+                write(*chosen);
             }
         }
         out << YAML::EndMap;
