@@ -256,6 +256,12 @@ TEST_F(ExtpropTest, PropertiesComeFromFiles) {
     const Output output = Run("boot -q " + Sample("overlay") +
                               " early:/missing --set b=3 --props " + listed + " --props " + plain);
     EXPECT_EQ(output.out, "[b]: [3]\n[ro.a]: [2]\n");
+    // Both boots get what can be read once.
+    for (const char* name : {"-", "/dev/stdin"}) {
+        const Output same = Run("diff " + Sample("overlay") + " --props " + name, "<" + plain);
+        EXPECT_EQ(same.out, "no difference\n") << same.err;
+    }
+    EXPECT_EQ(Run("compare " + Sample("overlay") + " - b --props -", "<" + plain).status, 0);
 }
 
 TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {

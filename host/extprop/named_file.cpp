@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <optional>
 #include <string_view>
 
 #include <android-base/file.h>
@@ -115,22 +114,6 @@ Location Locate(const std::string& path, const std::vector<std::string>& inputs)
     return location;
 }
 
-// Returns the descriptor of this process that the path names, such as /dev/stdout.
-std::optional<int> OwnDescriptor(const std::string& path) {
-    constexpr const char* kNames[] = {"/dev/stdin", "/dev/stdout", "/dev/stderr"};
-    for (int i = 0; i < 3; ++i) {
-        if (path == kNames[i]) return i;
-    }
-    for (const char* directory : {"/dev/fd/", "/proc/self/fd/"}) {
-        int number = 0;
-        if (StartsWith(path, directory) &&
-            android::base::ParseInt(path.substr(strlen(directory)), &number, 0)) {
-            return number;
-        }
-    }
-    return std::nullopt;
-}
-
 // Throws InputError if writing the path would replace an input. `status` is that of the file at the
 // path, or null.
 void CheckIsNoInput(const std::string& path, const Location& location, const struct stat* status,
@@ -196,6 +179,21 @@ class NewFile {
 };
 
 }  // namespace
+
+std::optional<int> OwnDescriptor(const std::string& path) {
+    constexpr const char* kNames[] = {"/dev/stdin", "/dev/stdout", "/dev/stderr"};
+    for (int i = 0; i < 3; ++i) {
+        if (path == kNames[i]) return i;
+    }
+    for (const char* directory : {"/dev/fd/", "/proc/self/fd/"}) {
+        int number = 0;
+        if (StartsWith(path, directory) &&
+            android::base::ParseInt(path.substr(strlen(directory)), &number, 0)) {
+            return number;
+        }
+    }
+    return std::nullopt;
+}
 
 std::string ReadInput(const std::string& path, const std::vector<std::string>& inputs,
                       size_t limit) {

@@ -7,6 +7,7 @@
 
 #include <stddef.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,10 @@ std::string DevicePath(const std::string& device);
 // /dev/stdin. Throws, too, if it has more than `limit` bytes.
 std::string ReadInput(const std::string& path, const std::vector<std::string>& inputs,
                       size_t limit);
+
+// Returns the descriptor of this process that the path names, such as 0 for /dev/stdin; nothing for
+// any other path. What a descriptor gives can be read only once.
+std::optional<int> OwnDescriptor(const std::string& path);
 
 // Returns whether there is a directory at `path`; false if there is nothing or anything else.
 // Throws if a link in a directory of `inputs` leads to a directory there.

@@ -57,7 +57,7 @@ void AddBootOptions(CommandLine* line, BootArguments* arguments);
 std::vector<std::string> TakeSteps(const std::vector<std::string>& words, BootArguments* arguments);
 
 // Returns the options of the boot for the arguments, with the default steps if they name none.
-// Reads the files of --props and prints notes on them; standard input, "-", can be read only once.
+// Reads the files of --props as ReadPhone() does and prints notes on them.
 // Throws InputError for a step, property, request or what-if option that is not accepted, a file of
 // --props that cannot be read, and a device that is not there and has the name of a step. Does not
 // look into the device.

@@ -20,7 +20,8 @@ struct Phone {
 // file, whose imports are not followed, a bug report as text or zip, the store of the persistent
 // properties, the directory of that store, or the older directory with a file for each of these;
 // the content decides. A later value of a name replaces an earlier one. Links in the directories
-// `devices`, which are booted, are not followed.
+// `devices`, which are booted, are not followed. Standard input or another descriptor of this
+// process is read by the first call, and later ones return the same.
 //
 // Throws InputError if it cannot be read, is none of these (with what it looks like), is truncated
 // or damaged, has no properties, or exceeds a limit on phones in budget.h; std::runtime_error if no

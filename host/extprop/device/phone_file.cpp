@@ -1,5 +1,8 @@
 // Reads the files and directories that users have from a phone; phone.cpp parses their content.
 
+#include <map>
+#include <optional>
+
 #include <android-base/strings.h>
 
 #include "budget.h"
@@ -53,14 +56,17 @@ Phone ReadDirectory(const std::string& path) {
 
 }  // namespace
 
-Phone ReadPhone(const std::string& path, const std::vector<std::string>& devices) {
-    Phone phone = path == "-"                       ? ReadFile("/dev/stdin", {})
-                  : IsInputDirectory(path, devices) ? ReadDirectory(path)
-                                                    : ReadFile(path, devices);
+Phone ReadPhone(const std::string& named, const std::vector<std::string>& devices) {
+    static std::map<int, Phone> read;  // from descriptors, which can be read only once
+    const std::string path = named == "-" ? "/dev/stdin" : named;
+    const std::optional<int> descriptor = OwnDescriptor(path);
+    if (descriptor && read.count(*descriptor) != 0) return read[*descriptor];
+    Phone phone = IsInputDirectory(path, devices) ? ReadDirectory(path) : ReadFile(path, devices);
     if (phone.properties.size() > limits::kProperties) {
         throw InputError(path + ": more than " + std::to_string(limits::kProperties) +
                          " properties, which is the limit");
     }
+    if (descriptor) read[*descriptor] = phone;
     return phone;
 }
 
