@@ -275,6 +275,10 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
             {"", "COMMAND is required; see extprop --help"},
             {"boto x", "unknown command 'boto'; did you mean 'boot'?"},
             {"boot", "DEVICE is required; see extprop boot --help"},
+            {"boot ''", "DEVICE is empty; see extprop boot --help"},
+            {"matrix " + Sample("overlay") + " ''", "DEVICE is empty; see extprop matrix --help"},
+            {device + " --html ''", "--html is empty; see extprop boot --help"},
+            {device + " --props ''", "the name of a file is empty"},
             {"boot " + Path("/none"), Path("/none") + ": No such file or directory"},
             {"boot " + file, file + ": neither an image nor a super partition, an update's payload "
                                     "or an archive of a known format"},

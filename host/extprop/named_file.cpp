@@ -30,6 +30,7 @@ using android::base::StartsWith;
 using android::base::unique_fd;
 
 [[noreturn]] void Fail(const std::string& path, const std::string& why) {
+    if (path.empty()) throw InputError("the name of a file is empty");
     throw InputError(path + ": " + why);
 }
 

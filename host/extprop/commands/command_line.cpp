@@ -35,19 +35,23 @@ CommandLine::~CommandLine() = default;
 CommandLine::CommandLine(CommandLine&& other) noexcept = default;
 
 void CommandLine::AddArgument(const char* name, std::string* value, const std::string& help) {
-    parser_->add_option(name, *value, help)->type_name("")->required();
+    parser_->add_option(name, *value, help)->type_name("")->required()->check(NotEmpty(name));
 }
 
 void CommandLine::AddArgument(const char* name, std::optional<std::string>* value,
                               const std::string& help) {
     parser_->add_option_function<std::string>(
                    name, [value](const std::string& given) { *value = given; }, help)
-            ->type_name("");
+            ->type_name("")
+            ->check(NotEmpty(name));
 }
 
 void CommandLine::AddArguments(const char* name, std::vector<std::string>* values,
                                const std::string& help, bool one_at_least) {
-    parser_->add_option(name, *values, help)->type_name("")->required(one_at_least);
+    parser_->add_option(name, *values, help)
+            ->type_name("")
+            ->required(one_at_least)
+            ->check(NotEmpty(name));
 }
 
 void CommandLine::AddFlag(const char* names, bool* value, const std::string& help) {
@@ -56,7 +60,7 @@ void CommandLine::AddFlag(const char* names, bool* value, const std::string& hel
 
 void CommandLine::AddOption(const char* name, const char* type, std::string* value,
                             const std::string& help) {
-    parser_->add_option(name, *value, help)->type_name(type);
+    parser_->add_option(name, *value, help)->type_name(type)->check(NotEmpty(name));
 }
 
 void CommandLine::AddOption(const char* name, const char* type, std::optional<std::string>* value,
@@ -82,7 +86,7 @@ void CommandLine::AddListOption(const char* name, const char* type,
 
 void CommandLine::AddGreedyOption(const char* name, const char* type,
                                   std::vector<std::string>* values, const std::string& help) {
-    parser_->add_option(name, *values, help)->type_name(type);
+    parser_->add_option(name, *values, help)->type_name(type)->check(NotEmpty(name));
 }
 
 void CommandLine::AddNumber(const char* name, const char* type, int least, int most, int* value,
@@ -134,6 +138,13 @@ void CommandLine::AddFooter(const std::string& text) {
 
 void CommandLine::FailWithout(const std::string& argument) const {
     throw InputError(argument + " is required" + SeeHelp());
+}
+
+std::function<std::string(std::string)> CommandLine::NotEmpty(const std::string& name) const {
+    return [error = name + " is empty" + SeeHelp()](const std::string& given) -> std::string {
+        if (given.empty()) throw InputError(error);
+        return "";
+    };
 }
 
 std::string CommandLine::SeeHelp() const {

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,7 +21,7 @@ class CommandLine {
     ~CommandLine();
     CommandLine(CommandLine&& other) noexcept;
 
-    // A word that belongs to no option; an error if there is none.
+    // A word that belongs to no option; an error if there is none. Empty words are errors.
     void AddArgument(const char* name, std::string* value, const std::string& help);
     // Such a word, which may be missing.
     void AddArgument(const char* name, std::optional<std::string>* value, const std::string& help);
@@ -31,7 +32,7 @@ class CommandLine {
 
     void AddFlag(const char* names, bool* value, const std::string& help);
 
-    // An option that may be given once; more often is an error.
+    // An option that may be given once; more often is an error, and so is an empty value.
     void AddOption(const char* name, const char* type, std::string* value, const std::string& help);
     // An option of which the last value counts.
     void AddOption(const char* name, const char* type, std::optional<std::string>* value,
@@ -43,7 +44,7 @@ class CommandLine {
     // that are empty are dropped.
     void AddListOption(const char* name, const char* type, std::vector<std::string>* values,
                        const std::string& help);
-    // An option that takes every following word that is no option.
+    // An option that takes every following word that is no option; an empty one is an error.
     void AddGreedyOption(const char* name, const char* type, std::vector<std::string>* values,
                          const std::string& help);
     // An option that may be given once, with a number from `least` to `most`; another value is an
@@ -77,6 +78,9 @@ class CommandLine {
     bool Parse(std::vector<std::string> words);
 
   private:
+    // Returns a check of the parser's that throws InputError if what is given for `name` is empty.
+    std::function<std::string(std::string)> NotEmpty(const std::string& name) const;
+
     // Returns the end of a message that refers to the help.
     std::string SeeHelp() const;
 
