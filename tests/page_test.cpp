@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "output/documents.h"
+#include "output/standard_error.h"
 
 namespace {
 
@@ -91,6 +92,17 @@ TEST(PageTest, PagesAreSelfContained) {
         EXPECT_THAT(page, HasSubstr("<noscript>\n<p"));
         EXPECT_THAT(PartsOf(page).data, Not(HasSubstr("<")));
     }
+}
+
+TEST(StandardErrorTest, AMessageErasesTheStatusLine) {
+    testing::internal::CaptureStderr();
+    extprop::StatusLine line;
+    line.Show("half");
+    extprop::PrintMessage("stopped");
+    extprop::PrintMessage("really");
+    line.Show("");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "\r\x1b[Khalf\r\x1b[Kextprop: stopped\nextprop: really\n");
 }
 
 }  // namespace

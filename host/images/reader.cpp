@@ -206,13 +206,14 @@ std::string Reader::Process::Exchange(Connection* connection, const Request& req
     const bool shows = g_show_progress != nullptr && Kernel(SYS_getpid) == starter_;
     for (bool shown = false;; shown = true) {
         std::string failed = Await(connection, size);
-        if (!failed.empty() || connection->packet.header.outcome != Outcome::kWorking) {
+        const bool works = failed.empty() && connection->packet.header.outcome == Outcome::kWorking;
+        if (works && Milliseconds() > deadline) {
+            failed = "unpacking takes longer than " + std::to_string(limits::kUnpackSeconds) +
+                     " seconds";
+        }
+        if (!works || !failed.empty()) {
             if (shows && shown) g_show_progress(0);
             return failed;
-        }
-        if (Milliseconds() > deadline) {
-            return "unpacking takes longer than " + std::to_string(limits::kUnpackSeconds) +
-                   " seconds";
         }
         if (shows) g_show_progress(connection->packet.header.size);
     }

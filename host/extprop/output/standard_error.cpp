@@ -8,11 +8,19 @@
 
 namespace extprop {
 
+namespace {
+
+constexpr char kClear[] = "\r\x1b[K";
+bool g_status_is_shown = false;
+
+}  // namespace
+
 void PrintMessage(std::string_view text) {
     constexpr size_t kMost = 4096;  // of a line; more would only hide earlier messages
     std::string line = Printable(text.substr(0, kMost));
     if (text.size() > kMost) line += "...";
-    std::cerr << "extprop: " + line + "\n" << std::flush;
+    std::cerr << (g_status_is_shown ? kClear : "") + ("extprop: " + line) + "\n" << std::flush;
+    g_status_is_shown = false;
 }
 
 bool StatusLine::IsSeen() {
@@ -20,10 +28,9 @@ bool StatusLine::IsSeen() {
 }
 
 void StatusLine::Show(std::string_view text) {
-    constexpr char kClear[] = "\r\x1b[K";
-    if (!is_shown_ && text.empty()) return;
+    if (!g_status_is_shown && text.empty()) return;
     std::cerr << kClear + Printable(text) << std::flush;
-    is_shown_ = !text.empty();
+    g_status_is_shown = !text.empty();
 }
 
 }  // namespace extprop

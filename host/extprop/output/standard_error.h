@@ -8,11 +8,11 @@
 namespace extprop {
 
 // Prints the text on one printable line that begins with "extprop: ", and of a long text its first
-// 4096 bytes. Erases no status line.
+// 4096 bytes. Erases the status line.
 void PrintMessage(std::string_view text);
 
-// A line on the terminal that shows progress. It is erased when the object ends, and must be erased
-// before a message is printed.
+// Shows progress on the last line of the terminal, of which there is one for all objects. It is
+// erased when the object ends and when a message is printed.
 class StatusLine {
   public:
     StatusLine() = default;
@@ -24,9 +24,6 @@ class StatusLine {
 
     // Replaces the line by this text, made printable; "" erases it.
     void Show(std::string_view text);
-
-  private:
-    bool is_shown_ = false;
 };
 
 }  // namespace extprop
