@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -452,12 +453,12 @@ inline constexpr Rule kRules[] = {
 };
 
 // Returns the rule from the table, which must have it. In a constant an unknown name does not
-// compile; elsewhere it throws.
+// compile; elsewhere it throws std::logic_error.
 constexpr const Rule& RuleNamed(std::string_view identifier) {
     for (const Rule& rule : kRules) {
         if (identifier == rule.identifier) return rule;
     }
-    throw "no such rule";
+    throw std::logic_error("lint has no such rule");
 }
 
 // Return all of the rule's texts and both examples, as Markdown. The section begins with a heading
