@@ -3,6 +3,9 @@
 
 #pragma once
 
+#include <string>
+#include <utility>
+
 #include "boot/report_fields.h"
 #include "explain/explain.h"
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "boot/delta_fields.h"
 #include "boot/report_fields.h"
