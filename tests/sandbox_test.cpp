@@ -238,6 +238,7 @@ TEST_F(SandboxTest, EndingsAreReported) {
     EXPECT_EQ(root.Run([] { return 7; }).exit_status, 7);
     EXPECT_EQ(root.Run([]() -> int { abort(); }).signal, SIGABRT);
     EXPECT_EQ(root.Run([] { return raise(SIGSEGV); }).signal, SIGSEGV);
+    EXPECT_EQ(root.Run([]() -> int { throw std::runtime_error("thrown"); }).signal, SIGABRT);
     const sandbox::Ending hung = root.Run([] { return pause(); }, 50ms);
     EXPECT_TRUE(hung.timed_out);
     EXPECT_FALSE(hung.ok());

@@ -126,11 +126,12 @@ Process StartProcess(const std::function<bool()>& enter, const std::function<int
     EndWith(parent);
     PrepareForCrashes();
     umask(0);
-    if (!enter()) {
+    const auto play = [&]() noexcept {
+        if (enter()) return function();
         perror("extprop: cannot enter the device's root");
-        _exit(EXIT_FAILURE);
-    }
-    _exit(function());
+        return EXIT_FAILURE;
+    };
+    _exit(play());
 }
 
 }  // namespace sandbox

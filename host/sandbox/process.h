@@ -59,10 +59,10 @@ uint64_t MemoryLimit();
 
 // Starts a process that calls `enter`, which prepares its root, and then `function`, whose result
 // is the exit status. If `enter` returns false, the process prints errno's text to standard error
-// and ends with status 1. Neither may throw: what they throw would pass through the caller's code
-// in the new process. In it crashes are signals that leave no core file, the stack has at most 8
-// MiB, the umask is 0 as init's, standard input is empty; the end of the calling process ends it
-// too. Throws std::runtime_error if no process can be started.
+// and ends with status 1. In it crashes are signals that leave no core file, an exception of
+// either function is a crash, the stack has at most 8 MiB, the umask is 0 as init's, standard input
+// is empty; the end of the calling process ends it too. Throws std::runtime_error if no process can
+// be started.
 Process StartProcess(const std::function<bool()>& enter, const std::function<int()>& function);
 
 }  // namespace sandbox

@@ -52,10 +52,10 @@ Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
 Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message,
                         size_t* left = nullptr);
 
-// Calls `question`, which must not throw, in a process inside the sandbox and returns its result.
-// Returns nothing if that crashes or exceeds the time limit or the limit of memory, or if the
-// result is larger than limits::kEvents bytes. Drops what the library logs. Throws
-// std::runtime_error if no process can be started, and as Sandbox::CheckImages() does.
+// Calls `question` in a process inside the sandbox and returns its result. Returns nothing if that
+// crashes, throws or exceeds the time limit or the limit of memory, or if the result is larger than
+// limits::kEvents bytes. Drops what the library logs. Throws std::runtime_error if no process can
+// be started, and as Sandbox::CheckImages() does.
 std::optional<nlohmann::json> AskInside(const sandbox::Sandbox& root,
                                         const std::function<nlohmann::json()>& question,
                                         std::chrono::seconds limit);

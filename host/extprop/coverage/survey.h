@@ -35,9 +35,9 @@ struct Survey {
 };
 
 // Surveys the device as it is. Of the lines only those whose names are `wanted` are returned; that
-// function runs in another process and must not throw. Leaves out files that cannot be read, and
-// does not search partitions that are unpacked as a whole; a file larger than kMostBytes has no
-// lines. Throws std::runtime_error if AskInside() returns nothing, and as that does.
+// function runs in another process. Leaves out files that cannot be read, and does not search
+// partitions that are unpacked as a whole; a file larger than kMostBytes has no lines. Throws
+// std::runtime_error if AskInside() returns nothing, and as that does.
 Survey TakeSurvey(const sandbox::Sandbox& root,
                   const std::function<bool(const std::string& name)>& wanted,
                   std::chrono::seconds limit);
