@@ -195,6 +195,13 @@ TEST_F(ExtpropTest, CrashesAndHangsAreReported) {
     EXPECT_EQ(crashed.err,
               "extprop: the library crashed with SIGSEGV in step early: the imports "
               "/odm/build.prop:2 -> /odm/other.prop:1 form a cycle\n");
+    // Whatever the caller has made of signals.
+    const std::string heedless = "env --block-signal --ignore-signal=CHLD " EXTPROP " boot -q " +
+                                 Path("") + " early 2>" + Path("/heedless");
+    EXPECT_EQ(WEXITSTATUS(system(heedless.c_str())), 3);
+    std::string error;
+    android::base::ReadFileToString(Path("/heedless"), &error);
+    EXPECT_EQ(error, crashed.err);
 
     // The same message of hundreds of loads is printed once.
     const std::string said = Run("boot " + Path("") + " early").out;

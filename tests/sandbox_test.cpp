@@ -242,6 +242,17 @@ TEST_F(SandboxTest, EndingsAreReported) {
     const sandbox::Ending hung = root.Run([] { return pause(); }, 50ms);
     EXPECT_TRUE(hung.timed_out);
     EXPECT_FALSE(hung.ok());
+
+    signal(SIGCHLD, SIG_IGN);
+    EXPECT_THROW(root.Run([] { return 0; }), std::runtime_error);
+    signal(SIGCHLD, SIG_DFL);
+    rlimit files;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &files), 0);
+    const android::base::unique_fd free(dup(STDERR_FILENO));
+    const rlimit none{static_cast<rlim_t>(free.get()), files.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_THROW(root.Run([] { return 0; }), std::runtime_error);
+    setrlimit(RLIMIT_NOFILE, &files);
 }
 
 TEST_F(SandboxTest, LedCallsDoWhatTheKernelDoes) {

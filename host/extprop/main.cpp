@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -101,6 +102,8 @@ void KeepStandardFiles() {
 
 int main(int argc, char** argv) {
     KeepStandardFiles();
+    // Where it is ignored, as the caller may have left it, nobody learns how a boot has ended.
+    signal(SIGCHLD, SIG_DFL);
     sandbox::LimitMemory(limits::kToolMemory);
     // Drops log lines from the tool's own calls of the library; those of boots are reported.
     android::base::SetLogger([](auto&&...) {});

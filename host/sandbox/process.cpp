@@ -1,5 +1,6 @@
 #include "process.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -15,6 +16,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <thread>
+#include <utility>
 
 #include <android-base/file.h>
 
@@ -46,34 +48,38 @@ Ending EndingOf(int status) {
     return ending;
 }
 
-int WaitFor(pid_t pid) {
-    int status = 0;
-    TEMP_FAILURE_RETRY(waitpid(pid, &status, 0));
-    return status;
+void KillAndReap(pid_t pid) {
+    kill(pid, SIGKILL);
+    TEMP_FAILURE_RETRY(waitpid(pid, nullptr, 0));
 }
 
 }  // namespace
 
-Process::Process(pid_t pid)
-        : pid_(pid), pidfd_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
+Process::Process(pid_t pid) : pid_(pid), pidfd_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {
+    if (pidfd_.ok()) return;
+    const int error = errno;
+    KillAndReap(pid_);
+    errno = error;
+    Fail("pidfd_open");
+}
 
 Process::Process(Process&& other) noexcept : pid_(other.pid_), pidfd_(std::move(other.pidfd_)) {
     other.pid_ = -1;
 }
 
 Process::~Process() {
-    if (pid_ == -1) return;
-    kill(pid_, SIGKILL);
-    WaitFor(pid_);
+    if (pid_ != -1) KillAndReap(pid_);
 }
 
 Ending Process::Wait(std::chrono::milliseconds limit) {
     pollfd ended{pidfd_.get(), POLLIN, 0};
     const bool in_time = TEMP_FAILURE_RETRY(poll(&ended, 1, static_cast<int>(limit.count()))) == 1;
     if (!in_time) kill(pid_, SIGKILL);
-    Ending ending = EndingOf(WaitFor(pid_));
+    const pid_t pid = std::exchange(pid_, -1);
+    int status;
+    Check(TEMP_FAILURE_RETRY(waitpid(pid, &status, 0)) == pid, "waitpid");
+    Ending ending = EndingOf(status);
     ending.timed_out = !in_time;
-    pid_ = -1;
     return ending;
 }
 

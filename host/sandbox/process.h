@@ -24,13 +24,16 @@ struct Ending {
 // A running child process. Destroying the object kills it, unless Wait() was called.
 class Process {
   public:
+    // Takes over the child `pid`. Throws std::runtime_error if it cannot be waited for with a time
+    // limit; it is killed then.
     explicit Process(pid_t pid);
     ~Process();
     Process(Process&& other) noexcept;
     Process& operator=(Process&&) = delete;
 
     // Waits for the end of the process and kills it when `limit`, at most INT_MAX milliseconds, has
-    // passed; waits for ever if that is negative. Call it once.
+    // passed; waits for ever if that is negative. Call it once. Throws std::runtime_error if how it
+    // ended is unknown, as it always is where SIGCHLD is ignored.
     Ending Wait(std::chrono::milliseconds limit);
 
     // Waits until the process has one thread, or has ended. Returns false if it still has more at
