@@ -188,6 +188,19 @@ TEST_F(ArchiveTest, WhatCannotBeADeviceIsDamage) {
 }
 
 TEST_F(ArchiveTest, OnlyWhatIsLookedAtIsRead) {
+TEST(MemberTreeTest, HardLinksCountAsMembers) {
+    std::string deep;
+    for (int i = 0; i < 250; ++i) deep += std::string(255, 'd') + "/";
+    images::MemberTree tree;
+    images::Node file;
+    file.mode = kFile;
+    tree.Add("file", file);
+    const auto add = [&] {
+        for (int i = 0; i < 1'100; ++i) tree.AddLink(deep + std::to_string(i), "file");
+    };
+    EXPECT_THAT(add, testing::ThrowsMessage<Damage>(HasSubstr("too many bytes of names")));
+}
+
     std::vector<Member> members;
     for (int i = 0; i < 5; ++i) members.push_back({std::to_string(i), kFile, Noise(2'000'000)});
     for (const char* options : {"zip:compression=store", "zip:compression=deflate"}) {

@@ -51,12 +51,17 @@ MemberTree::MemberTree() {
     members_.push_back({root, "", "", {}});
 }
 
-uint64_t MemberTree::Make(std::string_view name, const Node& node, std::string_view target) {
-    name_bytes_ += name.size() + target.size();
-    if (members_.size() >= limits::kArchiveMembers || name_bytes_ > limits::kArchiveNameBytes) {
+// Counts one more name of a member, and the bytes that it takes.
+void MemberTree::Count(size_t name_bytes) {
+    name_bytes_ += name_bytes;
+    if (++names_ > limits::kArchiveMembers || name_bytes_ > limits::kArchiveNameBytes) {
         throw Damage("an archive of more than " + std::to_string(limits::kArchiveMembers) +
                      " members, or with too many bytes of names");
     }
+}
+
+uint64_t MemberTree::Make(std::string_view name, const Node& node, std::string_view target) {
+    Count(name.size() + target.size());
     members_.push_back({node, std::string(name), std::string(target), {}});
     members_.back().node.id = members_.size() - 1;
     return members_.size() - 1;
@@ -120,6 +125,7 @@ void MemberTree::AddLink(std::string_view name, std::string_view existing) {
                              "', but no file before it has this name");
     }
     const Position position = PositionOf(name);
+    Count(name.size());
     if (!members_[position.directory].names.emplace(position.name, *node).second) {
         Refuse(name, "there are two of this name");
     }

@@ -68,12 +68,14 @@ class MemberTree {
         std::string_view name;  // empty: the root itself
     };
 
+    void Count(size_t name_bytes);
     Position PositionOf(std::string_view name);
     std::optional<uint64_t> Find(std::string_view name) const;
     uint64_t Make(std::string_view name, const Node& node, std::string_view target);
     const Member& MemberAt(uint64_t node) const;
 
     std::vector<Member> members_;
+    size_t names_ = 0;  // of members, hard links too
     size_t name_bytes_ = 0;
 };
 
