@@ -15,6 +15,7 @@
 #include <android-base/strings.h>
 
 #include "archives.h"
+#include "contents.h"
 #include "packing.h"
 #include "payload.h"
 #include "reader.h"
@@ -241,6 +242,16 @@ TEST_F(ArchiveTest, APayloadHoldsItsPartitions) {
                       Noise(40 * kBlock) + std::string(kBlock, '\0'));
     EXPECT_EQ(ReadBytes(*payload->Open(1), kBlock, 10), Noise(2 * kBlock).substr(kBlock, 10));
     EXPECT_EQ(images::OpenPayload(Memory("CrAZ and more"), &spool_), nullptr);
+}
+
+TEST_F(ArchiveTest, APartitionIsUnpackedOnceEvenIfItHoldsNoFiles) {
+    std::vector<std::unique_ptr<Source>> parts;
+    parts.push_back(std::make_unique<Memory>(Sample().Write()));
+    images::Contents contents(std::move(parts), 'a', &spool_);
+    EXPECT_THROW(contents.Open(0), Damage);
+    const uint64_t once = Spooled();
+    EXPECT_THROW(contents.Open(0), Damage);
+    EXPECT_EQ(Spooled(), once);
 }
 
 TEST_F(ArchiveTest, ADamagedPayloadSaysWhere) {

@@ -66,8 +66,10 @@ const FileSystem& Contents::Open(size_t volume) {
     if (archive_ != nullptr) return *archive_;
     Opened& opened = opened_[volume];
     if (opened.file_system != nullptr) return *opened.file_system;
-    if (super_ != nullptr) opened.content = super_->OpenVolume(volume);
-    if (payload_ != nullptr) opened.content = payload_->Open(volume);
+    if (opened.content == nullptr) {
+        if (super_ != nullptr) opened.content = super_->OpenVolume(volume);
+        if (payload_ != nullptr) opened.content = payload_->Open(volume);
+    }
     opened.file_system = OpenFileSystem(opened.content != nullptr ? *opened.content : content());
     if (opened.file_system == nullptr) {
         throw Damage("neither an ext4 nor an EROFS nor an Android sparse image");

@@ -30,8 +30,8 @@ class Contents {
     const std::vector<Volume>& volumes() const { return volumes_; }
 
     // Returns the file system in the volume with this index, or the archive for an archive's only
-    // volume; it lives as long as this. Unpacks a partition of a payload. Throws Damage if there is
-    // no such volume, or no file system in it that can be read.
+    // volume; it lives as long as this. Unpacks a partition of a payload, once. Throws Damage if
+    // there is no such volume, or no file system in it that can be read.
     const FileSystem& Open(size_t volume);
 
     // Decompresses the file completely, so that no later read has to. Does not unpack what is in
