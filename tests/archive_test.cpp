@@ -188,7 +188,6 @@ TEST_F(ArchiveTest, WhatCannotBeADeviceIsDamage) {
     EXPECT_THAT(Fault(gzip.substr(0, gzip.size() / 2)), HasSubstr("gzip: "));
 }
 
-TEST_F(ArchiveTest, OnlyWhatIsLookedAtIsRead) {
 TEST(MemberTreeTest, HardLinksCountAsMembers) {
     std::string deep;
     for (int i = 0; i < 250; ++i) deep += std::string(255, 'd') + "/";
@@ -202,6 +201,7 @@ TEST(MemberTreeTest, HardLinksCountAsMembers) {
     EXPECT_THAT(add, testing::ThrowsMessage<Damage>(HasSubstr("too many bytes of names")));
 }
 
+TEST_F(ArchiveTest, OnlyWhatIsLookedAtIsRead) {
     std::vector<Member> members;
     for (int i = 0; i < 5; ++i) members.push_back({std::to_string(i), kFile, Noise(2'000'000)});
     for (const char* options : {"zip:compression=store", "zip:compression=deflate"}) {
@@ -416,6 +416,9 @@ TEST_F(PackedImagesTest, ImagesAreReadInWhateverTheyArePacked) {
                 testing::ThrowsMessage<Damage>(HasSubstr("an archive in an archive")));
     EXPECT_THROW(archive.OpenInside(odm.first_volume, {2}), Damage);
     EXPECT_THROW(archive.OpenInside(99, {2}), Damage);
+    EXPECT_THAT([&] { archive.OpenInside(0, {}); },
+                testing::ThrowsMessage<Damage>("an image without a file"));
+    EXPECT_THAT([&] { Open({}); }, testing::ThrowsMessage<Damage>("an image without a file"));
     const auto text = archive.OpenInside(0, {Find(*files, "x/text")});
     EXPECT_THROW(archive.Open(text.first_volume), Damage);
 }

@@ -50,6 +50,14 @@ struct ReplyHeader {
 
 constexpr size_t kMostParts = 64;  // of a split image
 
+// Throws Damage if no image has this number of parts.
+inline void CheckParts(size_t count) {
+    if (count == 0) throw Damage("an image without a file");
+    if (count > kMostParts) {
+        throw Damage("an image in more than " + std::to_string(kMostParts) + " parts");
+    }
+}
+
 constexpr char kInvalidAnswer[] = "the process that reads it gave an invalid answer";
 
 constexpr size_t kPacketBytes = 64 * 1024;  // of an answer in one packet

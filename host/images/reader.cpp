@@ -387,9 +387,7 @@ class Remote : public FileSystem {
 }  // namespace
 
 Reader::Reader(std::vector<unique_fd> parts, char slot, size_t readers, ServeFunction* serve) {
-    if (parts.empty() || parts.size() > kMostParts) {
-        throw Damage("an image in more than " + std::to_string(kMostParts) + " parts");
-    }
+    CheckParts(parts.size());
     process_ = std::make_shared<Process>(parts, slot, readers, serve);
     process_->contained = process_->AskContained(Question::kContents, 0, {});
 }
@@ -401,9 +399,7 @@ const Contained& Reader::contained() const {
 }
 
 Contained Reader::OpenInside(size_t volume, const std::vector<uint64_t>& files) const {
-    if (files.empty() || files.size() > kMostParts) {
-        throw Damage("an image in more than " + std::to_string(kMostParts) + " parts");
-    }
+    CheckParts(files.size());
     return process_->AskContained(Question::kInside, static_cast<uint32_t>(volume), files);
 }
 

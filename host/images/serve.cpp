@@ -38,6 +38,7 @@ class Files {
 
     // Opens the volume's files as one image. Returns its number. Throws Damage.
     size_t AddInside(size_t volume, const std::vector<uint64_t>& files) {
+        CheckParts(files.size());
         File& file = FileOf(volume);
         std::vector<std::unique_ptr<Source>> parts;
         for (const uint64_t node : files) parts.push_back(file.contents->Inside(node));
