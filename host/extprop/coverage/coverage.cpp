@@ -1,9 +1,12 @@
 #include "coverage/coverage.h"
 
 #include <algorithm>
+#include <functional>
 
 #include <android-base/file.h>
 
+#include "boot/delta_fields.h"
+#include "boot/init_process.h"
 #include "boot/report_fields.h"
 #include "coverage/workers.h"
 #include "device/legal.h"
@@ -110,6 +113,8 @@ Coverage::Coverage(PreparedDevice* device, const BootOptions& options, const Sur
     FindUnloadedFiles(survey);
     Boot({{}}, kPhones);
     if (is_stopped_) return;
+    expected_ = Expect(boots_.front().delta.changed);
+    options_.plan.expected = &expected_;
     WatchDecidingProperties();
     TryValues();
     TryPlaces();
@@ -162,6 +167,15 @@ void Coverage::FindUnloadedFiles(const Survey& survey) {
     }
 }
 
+// Returns the boot's delta as CoveredBoot has it.
+PropertyDelta Coverage::DeltaOf(const BootOptions& options, Report* report) const {
+    if (options.plan.expected != nullptr) {
+        return {std::move(report->properties), std::move(report->removed)};
+    }
+    static const PropertyMap none;
+    return DeltaFrom(boots_.empty() ? none : boots_.front().delta.changed, report->properties);
+}
+
 // Boots the device with each addition, and returns the boots with their records.
 std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
     ForEachInParallel(
@@ -171,18 +185,27 @@ std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
                 Report report;
                 try {
                     Add(boots[number].addition, &options);
+                    // A reboot keeps some of all the properties before it.
+                    const auto& steps = options.plan.steps;
+                    if (std::any_of(steps.begin(), steps.end(), std::mem_fn(&Step::is_reboot))) {
+                        options.plan.expected = nullptr;
+                    }
                     device_->Reset(options);
                     report = device_->Boot();
                 } catch (const InputError&) {
                     return json();  // a what-if change could not be made
                 }
-                if (!report.failure) return Write(report.record);
-                return json(report.failure->timed_out || report.failure->limit);
+                if (report.failure) return json(report.failure->timed_out || report.failure->limit);
+                json answer = {Write(report.record)};
+                if (boots[number].is_phone) answer.push_back(Write(DeltaOf(options, &report)));
+                return answer;
             },
             [&](size_t number, json answer) {
-                if (answer.is_object()) {
-                    Read(answer, &boots[number].record);
-                    boots[number].survived = true;
+                if (answer.is_array()) {
+                    CoveredBoot& boot = boots[number];
+                    Read(answer[0], &boot.record);
+                    if (boot.is_phone) Read(answer[1], &boot.delta);
+                    boot.survived = true;
                 } else {
                     is_stopped_ |= answer == true;
                 }

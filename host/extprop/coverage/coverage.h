@@ -11,9 +11,11 @@
 #include <vector>
 
 #include "boot/boot.h"
+#include "boot/property_delta.h"
 #include "coverage/space.h"
 #include "coverage/survey.h"
 #include "device/imports.h"
+#include "platform.h"
 
 namespace extprop {
 
@@ -25,6 +27,9 @@ struct CoveredBoot {
     // The boot is of a phone that DEVICE can become, with no step added.
     bool is_phone = false;
     bool survived = false;  // the library came to the end of all steps
+    // Of a phone that survived: its properties at the end, as the difference from the device as it
+    // is, and those of the device as it is, as the difference from none.
+    PropertyDelta delta = {};
 };
 
 // The text for people where is_stopped() is true.
@@ -90,6 +95,7 @@ class Coverage {
     void FindUnloadedFiles(const Survey& survey);
     bool HasUnloaded() const { return !unloaded_.empty() && !is_stopped_; }
     void WatchDecidingProperties();
+    PropertyDelta DeltaOf(const BootOptions& options, Report* report) const;
     std::vector<CoveredBoot> BootsOf(std::vector<CoveredBoot> boots);
     enum Kind { kPhones, kOthers };
     bool Boot(const std::vector<Addition>& additions, Kind kind = kOthers);
@@ -103,7 +109,8 @@ class Coverage {
     int jobs_;
     VariantSpace space_;
     DeviceImports imports_;
-    std::set<std::string> watched_;  // properties that may decide what is loaded
+    std::set<std::string> watched_;          // properties that may decide what is loaded
+    platform::ExpectedProperties expected_;  // those of the device as it is, once it has booted
     std::vector<UnloadedFile> unloaded_;
     std::vector<CoveredBoot> boots_;
     std::set<std::vector<std::string>> tried_;

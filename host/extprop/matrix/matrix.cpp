@@ -41,6 +41,15 @@ BootOptions Matrix::OptionsFor(const Variant& variant, Detail detail) const {
     return options;
 }
 
+// Makes the boot report its properties as the difference from the base, unless it has reboots, for
+// which all properties before each are needed.
+void Matrix::ExpectBase(BootOptions* options) const {
+    const auto& steps = options->plan.steps;
+    if (std::none_of(steps.begin(), steps.end(), std::mem_fn(&Step::is_reboot))) {
+        options->plan.expected = &expected_;
+    }
+}
+
 // Boots without events. A boot that fails is repeated with events, for the report.
 Report Matrix::BootAlone(const Variant& variant) {
     device_.Reset(OptionsFor(variant, Detail::kNothing));
@@ -54,12 +63,8 @@ Report Matrix::BootAlone(const Variant& variant) {
 
 Outcome Matrix::BootVariant(const Variant& variant) {
     BootOptions options = OptionsFor(variant, Detail::kNothing);
-    const auto& steps = options.plan.steps;
-    // With reboots, the properties before each reboot are needed, too.
-    if (std::any_of(steps.begin(), steps.end(), std::mem_fn(&Step::is_reboot))) {
-        return Against(base_.properties, BootAlone(variant));
-    }
-    options.plan.expected = &expected_;
+    ExpectBase(&options);
+    if (options.plan.expected == nullptr) return Against(base_.properties, BootAlone(variant));
     device_.Reset(options);
     Report report = device_.Boot();
     if (report.failure) return Against(base_.properties, BootAlone(variant));
@@ -70,23 +75,38 @@ std::optional<std::vector<DeadPlace>> Matrix::FindDeadPlaces() {
     device_.Reset(options_);  // discards what the boot of the device as it is has written
     const Survey survey = SurveyForDeadPlaces(device_.root(), options_.time_limit);
     const Coverage coverage(&device_, options_, survey, jobs_);
+    for (const CoveredBoot& boot : coverage.boots()) {
+        const Addition& addition = boot.addition;
+        if (!boot.survived || !boot.is_phone || !addition.settings.empty()) continue;
+        if (addition.variant != Variant()) known_[addition.variant] = boot.delta;
+    }
     if (coverage.is_stopped()) return std::nullopt;
     return DeadPlaces(survey, coverage);
 }
 
 void Matrix::Boot(const std::vector<Variant>& variants,
                   const std::function<void(size_t, Outcome)>& done) {
+    std::vector<size_t> unknown;
+    for (size_t i = 0; i < variants.size(); ++i) {
+        const auto known = known_.find(variants[i]);
+        if (known == known_.end()) {
+            unknown.push_back(i);
+        } else {
+            done(i, {known->second, {}});
+        }
+    }
     size_t stopped = 0;  // each took long
     ForEachInParallel(
-            variants.size(), jobs_,
-            [&](size_t number) {
+            unknown.size(), jobs_,
+            [&](size_t i) {
                 const auto start = std::chrono::steady_clock::now();
-                Outcome outcome = BootVariant(variants[number]);
+                Outcome outcome = BootVariant(variants[unknown[i]]);
                 const auto duration = std::chrono::steady_clock::now() - start;
                 outcome.seconds = std::chrono::duration<double>(duration).count();
                 return Write(outcome);
             },
-            [&](size_t number, json document) {
+            [&](size_t i, json document) {
+                const size_t number = unknown[i];
                 auto outcome = FromJson<Outcome>(std::move(document));
                 const std::optional<BootFailure> failure = outcome.failure;
                 done(number, std::move(outcome));
@@ -103,7 +123,9 @@ void Matrix::Trace(const std::vector<TraceRequest>& requests,
                    const std::function<void(size_t, std::map<std::string, OriginDocument>)>& done) {
     const auto trace = [&](size_t number) {
         const TraceRequest& request = requests[number];
-        device_.Reset(OptionsFor(request.variant, Detail::kOrigins));
+        BootOptions options = OptionsFor(request.variant, Detail::kOrigins);
+        ExpectBase(&options);
+        device_.Reset(options);
         Tracer tracer;
         device_.Boot(&tracer,
                      [&](const std::string& name) { return request.names.count(name) != 0; });

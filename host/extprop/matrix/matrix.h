@@ -22,7 +22,7 @@ namespace extprop {
 // The result of a variant's boot, as the difference from the boot of the device as it is.
 struct Outcome : PropertyDelta {
     std::optional<BootFailure> failure;  // then the properties are those before it
-    double seconds = 0;                  // duration of the boot
+    double seconds = 0;                  // duration of the boot; 0 if FindDeadPlaces() made it
 };
 
 // Requests the origins of these properties in the boot of this variant.
@@ -51,9 +51,9 @@ class Matrix {
     // Returns the report on the device as it is; it has a failure if the library failed.
     const Report& base() const { return base_; }
 
-    // Boots each variant. Calls `done` with its index and outcome once it has finished, in any
-    // order. Also throws std::runtime_error if more than limits::kStopped variants hung or met a
-    // limit, since all would take too long.
+    // Boots each variant that FindDeadPlaces() has not booted. Calls `done` with its index and
+    // outcome once it has finished, in any order. Also throws std::runtime_error if more than
+    // limits::kStopped variants hung or met a limit, since all would take too long.
     void Boot(const std::vector<Variant>& variants,
               const std::function<void(size_t, Outcome)>& done);
 
@@ -63,11 +63,13 @@ class Matrix {
                const std::function<void(size_t, std::map<std::string, OriginDocument>)>& done);
 
     // Boots as Coverage does, and returns what no variant and no step reads; nothing if that is
-    // unknown because Coverage::is_stopped(). Also throws as TakeSurvey and Coverage do.
+    // unknown because Coverage::is_stopped(). Keeps the outcomes of variants for Boot(). Also
+    // throws as TakeSurvey and Coverage do.
     std::optional<std::vector<DeadPlace>> FindDeadPlaces();
 
   private:
     BootOptions OptionsFor(const Variant& variant, Detail detail) const;
+    void ExpectBase(BootOptions* options) const;
     Report BootAlone(const Variant& variant);
     Outcome BootVariant(const Variant& variant);
 
@@ -76,7 +78,8 @@ class Matrix {
     PreparedDevice device_;
     VariantSpace space_;
     Report base_;
-    platform::ExpectedProperties expected_;  // the properties of base_
+    platform::ExpectedProperties expected_;   // the properties of base_
+    std::map<Variant, PropertyDelta> known_;  // outcomes of FindDeadPlaces()'s boots
 };
 
 }  // namespace extprop
