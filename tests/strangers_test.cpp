@@ -274,6 +274,14 @@ TEST_F(StrangersTest, MemoryHasAnEnd) {
     const Output explained = RunWords({"explain", "d", "--all", "early"});
     EXPECT_EQ(explained.status, 2);
     EXPECT_THAT(explained.err, testing::ContainsRegex("more than [0-9]+ bytes of memory"));
+    // Wherever the boot meets it, also where it sends its result.
+    for (size_t bytes = 4 << 20; bytes <= 8 << 20; bytes += 1 << 20) {
+        Write("/d/odm/build.prop", "ro.a=" + std::string(bytes, 'a') + "\n");
+        const std::string command = "ulimit -S -d 24000; " EXTPROP " boot -q " + Path("/d") +
+                                    " early >" + Path("/out") + " 2>/dev/null";
+        const int status = WEXITSTATUS(system(command.c_str()));
+        EXPECT_EQ(status == 0, fs::file_size(Path("/out")) > bytes) << bytes << ": " << status;
+    }
 }
 
 TEST_F(StrangersTest, AMatrixOfHangsEnds) {

@@ -54,16 +54,15 @@ class BootedDevice {
             received = process_.WaitForThreads(deadline) ? Await(kNoStep, deadline, events)
                                                          : Received::kTimeOut;
         }
-        if (received == Received::kMessage) return std::nullopt;
-        BootFailure failure =
-                Failure(received == Received::kTimeOut ? std::chrono::seconds(0) : limit);
-        failure.step = step.text;
-        return failure;
+        return FailureUnlessDone(received, step.text, limit);
     }
 
-    // Requests the end of the boot, and so what no step has reported yet.
-    void End(std::chrono::seconds limit, std::vector<Event>* events) {
-        Await(kEndOfBoot, steady_clock::now() + limit, events);
+    // Requests the end of the boot, and so what no step has reported yet. Returns the failure in
+    // the same way, as one of the boot's last step.
+    std::optional<BootFailure> End(const std::string& last_step, std::chrono::seconds limit,
+                                   std::vector<Event>* events) {
+        const auto deadline = steady_clock::now() + limit;
+        return FailureUnlessDone(Await(kEndOfBoot, deadline, events), last_step, limit);
     }
 
     // Returns the system's properties after the last step that succeeded.
@@ -86,6 +85,7 @@ class BootedDevice {
         return root.Start([&] {
             channel_.reset();
             platform::SetSystemCalls(sandbox::LeadCall);
+            EndAtMemoryLimit();
             if (what_if != nullptr && !MakeChangesHere(*what_if)) return kChangesFailed;
             return EmulateInit(fetch, plan, theirs.get(), &last_file_);
         });
@@ -113,7 +113,9 @@ class BootedDevice {
                                    if (listener_ != nullptr) listener_->OnEvent(event);
                                    events->push_back(std::move(event));
                                },
-                               [&](const LinesRead& lines) { listener_->OnLines(lines); },
+                               [&](const LinesRead& lines) {
+                                   if (listener_ != nullptr) listener_->OnLines(lines);
+                               },
                        },
                        message);
         }
@@ -129,11 +131,17 @@ class BootedDevice {
         }
     }
 
-    BootFailure Failure(std::chrono::seconds limit) {
-        const sandbox::Ending ending = process_.Wait(limit);
+    // Returns how the process ended, or is ended here, unless it has done what was requested.
+    std::optional<BootFailure> FailureUnlessDone(Received received, const std::string& step,
+                                                 std::chrono::seconds limit) {
+        if (received == Received::kMessage) return std::nullopt;
+        channel_.reset();  // a process that still sends what is too large must not wait
+        const sandbox::Ending ending =
+                process_.Wait(received == Received::kTimeOut ? std::chrono::seconds(0) : limit);
         changes_failed_ = ending.exit_status == kChangesFailed;
         const std::string met = LimitOf(ending.exit_status);
         BootFailure failure;
+        failure.step = step;
         failure.timed_out = ending.timed_out;
         if (!met.empty()) failure.limit = met;
         if (!ending.timed_out && ending.signal != 0) {
@@ -253,6 +261,7 @@ Report PreparedDevice::Boot(BootListener* listener,
     BootPlan plan = options_.plan;
     plan.traced = traced;
     std::unique_ptr<BootedDevice> booted;
+    std::string last_step;
     const auto start = [&] {
         booted.reset();  // no process of the old boot may still change files
         StoreKeys(&plan);
@@ -269,7 +278,8 @@ Report PreparedDevice::Boot(BootListener* listener,
         std::vector<Event> none;
         const bool same_boot = !report_.steps.empty() &&
                                report_.steps.back().boot == static_cast<int>(report_.boots.size());
-        booted->End(options_.time_limit, same_boot ? &report_.steps.back().events : &none);
+        report_.failure = booted->End(last_step, options_.time_limit,
+                                      same_boot ? &report_.steps.back().events : &none);
         report_.record.Add(std::move(booted->record()));
     };
     const auto perform = [&](const Step& step, int index) {
@@ -281,6 +291,7 @@ Report PreparedDevice::Boot(BootListener* listener,
             plan.keys.erase(std::remove_if(plan.keys.begin(), plan.keys.end(), is_set),
                             plan.keys.end());
         }
+        last_step = step.text;
         if (listener != nullptr) listener->OnStep(step.text);
         StepReport done{static_cast<int>(report_.boots.size()), step.text, {}, {}};
         bool performed = true;
@@ -306,7 +317,9 @@ Report PreparedDevice::Boot(BootListener* listener,
     for (size_t i = 0; i < plan.steps.size() && !report_.failure; ++i) {
         const Step& step = plan.steps[i];
         if (step.is_reboot()) {
+            last_step = step.text;
             end();
+            if (report_.failure) break;
             // Persistent properties are kept, and given properties are set again.
             plan.properties = options_.plan.properties;
             plan.stored = options_.plan.stored;

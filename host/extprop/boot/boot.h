@@ -4,8 +4,11 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "boot/init_process.h"
 #include "boot/message.h"
@@ -70,8 +73,8 @@ class PreparedDevice {
     void Reset(const BootOptions& options);
 
     // Performs the steps and returns the report; a crash, hang or limit of the library is part of
-    // it. Call it once, or once for each Reset. `listener` may be null; with `traced` it may not,
-    // and also receives the lines of files that have these names. Throws InputError if a what-if
+    // it. Call it once, or once for each Reset. `listener` may be null; with `traced` it also
+    // receives the lines of files that have these names. Throws InputError if a what-if
     // change or the file of a step write cannot be written, std::runtime_error if no process can be
     // started or an image is damaged.
     Report Boot(BootListener* listener = nullptr,

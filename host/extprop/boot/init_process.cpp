@@ -124,7 +124,6 @@ platform::ExpectedProperties Expect(const PropertyMap& properties) {
 }
 
 int EmulateInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file) {
-    EndAtMemoryLimit();
     Reporter reporter(channel, plan.detail, plan.traced, last_file);
     if (plan.imports != nullptr) reporter.MakeRecord(*plan.imports, *plan.watched);
     for (const std::string& path : plan.written) reporter.tracker()->Written(path);

@@ -3,8 +3,9 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "boot/last_file.h"
 #include "boot/load_recorder.h"
@@ -68,7 +69,8 @@ struct BootPlan {
 // of each file that is opened, so that the last is known after a crash, too.
 //
 // Returns 0, the process's exit status, when the channel is closed. Ends the process, as EndAt()
-// does, at a limit, or with kChangesFailed if a step's file cannot be written.
+// does, at a limit other than of memory, for which the caller has called EndAtMemoryLimit(), or
+// with kChangesFailed if a step's file cannot be written.
 int EmulateInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file);
 
 inline constexpr int kNoStep = -1;
