@@ -265,6 +265,13 @@ TEST_F(LintTest, ImportsKeepFilesAliveAsFarAsTheyAreFollowed) {
             ElementsAre("/mnt/vendor/my_stock/etc/d.prop:1 unread-file",
                         "/my_regiom/build.prop:1 unread-file", "/odm/build.prop:2 unset-reference",
                         "/odm/etc/b.prop:1 unread-file", "/odm/etc/f.prop:1 unread-file"));
+    // Not all values with which this import may lead to the one file can be tried.
+    Clear();
+    Write("/odm/build.prop", "import /${a}${b}${c}${d}${e}${f}${a}x.prop\n");
+    Write("/odm/etc/a/directory/of/a/long/path/in/which/a/file/lies/x.prop");
+    Write("/odm/etc/y.prop");
+    EXPECT_THAT(Found(),
+                ElementsAre("/odm/build.prop:1 unset-reference", "/odm/etc/y.prop:1 unread-file"));
 }
 
 TEST_F(LintTest, ReferencesAreLateIfNoFileIsHandedOverBefore) {

@@ -30,6 +30,9 @@ constexpr char kOwnStep[] = "early:";
 // How many choices of an import's values that lead to one file are tried.
 constexpr size_t kMostChoices = 64;
 
+// How many steps finding all these choices takes at most.
+constexpr size_t kMostSteps = 10'000'000;
+
 // How many boots with different values of an import's references are kept for it.
 constexpr size_t kMostContexts = 16;
 
@@ -133,6 +136,7 @@ void Coverage::FindUnloadedFiles(const Survey& survey) {
     using Import = std::pair<const SurveyedFile*, const SurveyedImport*>;
     std::map<std::string, std::map<Import, std::set<std::string>>> importers;  // with the names
     std::vector<Import> referring;
+    size_t steps = kMostSteps;
     for (const SurveyedFile& file : survey.files) {
         for (const SurveyedImport& import : file.imports) {
             for (const auto& [path, own] : import.targets) {
@@ -147,20 +151,25 @@ void Coverage::FindUnloadedFiles(const Survey& survey) {
         auto& known = importers[file.path];
         for (const Import& import : referring) known[import].insert(file.path);
         for (const auto& [import, paths] : known) {
-            Importer importer = {
-                    {import.first->path, import.second->line}, References(import.second->name), {}};
+            Importer importer;
+            LeadingValues& all = importer.values;
             for (const std::string& path : paths) {
-                for (ReferenceValues& values : ValuesThatLead(import.second->name, path)) {
-                    importer.choices.push_back(std::move(values));
-                }
+                LeadingValues found =
+                        ValuesThatLead(import.second->name, path, kMostChoices, &steps);
+                all.choices.insert(all.choices.end(), found.choices.begin(), found.choices.end());
+                all.is_complete &= found.is_complete;
             }
             // Choices that name a file of a directory come first.
-            std::stable_sort(importer.choices.begin(), importer.choices.end(),
+            std::stable_sort(all.choices.begin(), all.choices.end(),
                              [](const ReferenceValues& a, const ReferenceValues& b) {
                                  return SlashesIn(a) < SlashesIn(b);
                              });
-            importer.choices.resize(std::min(importer.choices.size(), kMostChoices));
-            if (!importer.choices.empty()) unloaded.importers.push_back(std::move(importer));
+            all.is_complete &= all.choices.size() <= kMostChoices;
+            all.choices.resize(std::min(all.choices.size(), kMostChoices));
+            if (all.choices.empty() && all.is_complete) continue;
+            importer.place = {import.first->path, import.second->line};
+            importer.references = References(import.second->name);
+            unloaded.importers.push_back(std::move(importer));
         }
         if (!unloaded.candidates.empty() || !unloaded.importers.empty())
             unloaded_.push_back(std::move(unloaded));
@@ -282,14 +291,16 @@ std::optional<std::vector<std::string>> Coverage::WordsFor(const std::string& fi
 }
 
 bool Coverage::IsUnknown(const std::string& file) const {
+    const auto fails = [&](const Candidate& candidate) {
+        return failed_.count(WordsOf({candidate.variant, candidate.settings, {}}, false)) != 0;
+    };
+    const auto may_still_lead = [&](const Importer& importer) {
+        return !importer.values.is_complete && contexts_.count(importer.place) != 0;
+    };
     return std::any_of(unloaded_.begin(), unloaded_.end(), [&](const UnloadedFile& unloaded) {
-        return unloaded.path == file &&
-               std::any_of(
-                       unloaded.candidates.begin(), unloaded.candidates.end(),
-                       [&](const Candidate& candidate) {
-                           return failed_.count(WordsOf({candidate.variant, candidate.settings, {}},
-                                                        false)) != 0;
-                       });
+        const auto& [path, candidates, importers] = unloaded;
+        return path == file && (std::any_of(candidates.begin(), candidates.end(), fails) ||
+                                std::any_of(importers.begin(), importers.end(), may_still_lead));
     });
 }
 
@@ -393,7 +404,7 @@ std::vector<Addition> Coverage::AdditionsFor(const Importer& importer) const {
     std::vector<Addition> additions;
     const auto contexts = contexts_.find(importer.place);
     if (contexts == contexts_.end()) return additions;
-    for (const ReferenceValues& choice : importer.choices) {
+    for (const ReferenceValues& choice : importer.values.choices) {
         for (const auto& [values, number] : contexts->second) {
             Addition addition = boots_[number].addition;
             bool is_possible = true;

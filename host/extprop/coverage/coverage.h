@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "boot/boot.h"
@@ -60,8 +61,9 @@ class Coverage {
     // step that names its directory.
     bool Reads(const std::string& file) const { return read_.count(file) != 0; }
 
-    // Returns whether the file's place belongs to a variant in whose boot the library crashes or
-    // hangs, so that it is unknown what that variant reads.
+    // Returns whether it is unknown if a phone reads the file that no boot loads completely: its
+    // place belongs to a variant in whose boot the library crashes or hangs, or an import that a
+    // boot loads may lead to it by more choices of values than were tried.
     bool IsUnknown(const std::string& file) const;
 
     // Returns the steps that load the whole file, without a filter; none if no boot did.
@@ -74,8 +76,7 @@ class Coverage {
     struct Importer {
         std::pair<std::string, int> place;  // the file and line
         std::vector<std::string> references;
-        std::vector<ReferenceValues>
-                choices;  // of the references' values, with which it may lead to the file
+        LeadingValues values;  // of the references, with which it may lead to the file
     };
     // A file that no boot so far has loaded completely.
     struct UnloadedFile {

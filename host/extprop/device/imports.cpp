@@ -4,6 +4,9 @@
 #include <string.h>
 
 #include <algorithm>
+#include <optional>
+#include <set>
+#include <utility>
 
 #include <android-base/strings.h>
 
@@ -15,6 +18,7 @@ namespace extprop {
 
 namespace {
 
+using android::base::EndsWith;
 using android::base::StartsWith;
 
 // A piece of a name: a text, or a reference to a property.
@@ -23,63 +27,91 @@ struct Part {
     bool is_reference = false;
 };
 
-// Divides the name into parts. Returns nothing if the library cannot expand it.
-std::optional<std::vector<Part>> Divide(std::string_view name) {
-    std::vector<Part> parts(1);
+// Divides the name into `*parts`. Returns false, with the parts up to there, if the library cannot
+// expand it.
+bool Divide(std::string_view name, std::vector<Part>* parts) {
+    parts->assign(1, {});
     for (size_t i = 0; i < name.size(); ++i) {
         if (name[i] != '$' || i + 1 == name.size()) {
-            if (name[i] != '$') parts.back().text += name[i];
+            if (name[i] != '$') parts->back().text += name[i];
             continue;
         }
         const char next = name[++i];
         if (next == '$') {
-            parts.back().text += '$';
+            parts->back().text += '$';
             continue;
         }
         const size_t close = name.find('}', i);
-        if (next != '{' || close == std::string_view::npos) return std::nullopt;
+        if (next != '{' || close == std::string_view::npos) return false;
         const std::string_view inner = name.substr(i + 1, close - i - 1);
-        parts.push_back({std::string(inner.substr(0, inner.find(":-"))), true});
-        if (parts.back().text.empty()) return std::nullopt;
-        parts.emplace_back();
+        const std::string_view property = inner.substr(0, inner.find(":-"));
+        if (property.empty()) return false;
+        parts->push_back({std::string(property), true});
+        parts->emplace_back();
         i = close;
     }
-    return parts;
+    return true;
 }
 
-// Adds to `*found` the values with which the parts from `first` on expand to the path from `at` on.
-void Lead(const std::vector<Part>& parts, size_t first, const std::string& path, size_t at,
-          ReferenceValues* values, std::vector<ReferenceValues>* found) {
-    if (first == parts.size()) {
-        if (at == path.size()) found->push_back(*values);
-        return;
+// Finds the values with which the parts of a name expand to a path.
+class LeadSearch {
+  public:
+    LeadSearch(const std::vector<Part>& parts, const std::string& path, size_t most, size_t steps)
+            : parts_(parts), path_(path), most_(most), steps_(steps) {
+        Lead(0, 0);
     }
-    const Part& part = parts[first];
-    if (!part.is_reference) {
-        if (path.compare(at, part.text.size(), part.text) != 0) return;
-        Lead(parts, first + 1, path, at + part.text.size(), values, found);
-        return;
-    }
-    if (const auto known = values->find(part.text); known != values->end()) {
+
+    LeadingValues TakeFound() { return std::move(found_); }
+    size_t steps_left() const { return steps_; }
+
+  private:
+    // Adds the values with which the parts from `first` on expand to the path from `at` on.
+    void Lead(size_t first, size_t at) {
+        if (steps_ == 0) found_.is_complete = false;
+        if (!found_.is_complete) return;
+        --steps_;
+        if (first == parts_.size()) {
+            if (at == path_.size()) AddFound();
+            return;
+        }
+        const Part& part = parts_[first];
+        const auto known = values_.find(part.text);
+        if (part.is_reference && known == values_.end()) {
+            for (size_t end = path_.size(); end > at && found_.is_complete; --end) {
+                values_[part.text] = path_.substr(at, end - at);
+                Lead(first + 1, end);
+            }
+            values_.erase(part.text);
+            return;
+        }
         // The same name has the same value everywhere.
-        const std::string value = known->second;
-        if (path.compare(at, value.size(), value) != 0) return;
-        Lead(parts, first + 1, path, at + value.size(), values, found);
-        return;
+        const size_t size = part.is_reference ? known->second.size() : part.text.size();
+        if (path_.compare(at, size, part.is_reference ? known->second : part.text) != 0) return;
+        Lead(first + 1, at + size);
     }
-    for (size_t end = path.size(); end > at; --end) {
-        (*values)[part.text] = path.substr(at, end - at);
-        Lead(parts, first + 1, path, end, values, found);
+
+    void AddFound() {
+        if (found_.choices.size() == most_) {
+            found_.is_complete = false;
+        } else {
+            found_.choices.push_back(values_);
+        }
     }
-    values->erase(part.text);
-}
+
+    const std::vector<Part>& parts_;
+    const std::string& path_;
+    const size_t most_;
+    size_t steps_;
+    ReferenceValues values_;
+    LeadingValues found_;
+};
 
 // Returns the shell pattern of the paths to which a name may expand, or "" for a malformed name.
 std::string PatternOf(const std::string& name) {
     std::string pattern;
-    const auto parts = Divide(name);
-    if (!parts) return pattern;
-    for (const Part& part : *parts) {
+    std::vector<Part> parts;
+    if (!Divide(name, &parts)) return pattern;
+    for (const Part& part : parts) {
         for (const char c : part.is_reference ? "" : part.text) {
             if (strchr("*?[\\", c) != nullptr) pattern += '\\';
             pattern += c;
@@ -122,9 +154,11 @@ std::vector<ImportLine> ImportsIn(std::string_view content) {
 
 std::vector<std::string> References(std::string_view text) {
     std::vector<std::string> names;
-    for (const Part& part : Divide(text).value_or(std::vector<Part>())) {
-        const bool is_known = std::count(names.begin(), names.end(), part.text) != 0;
-        if (part.is_reference && !is_known) names.push_back(part.text);
+    std::vector<Part> parts;
+    if (!Divide(text, &parts)) return names;
+    std::set<std::string> known;
+    for (const Part& part : parts) {
+        if (part.is_reference && known.insert(part.text).second) names.push_back(part.text);
     }
     return names;
 }
@@ -137,7 +171,12 @@ Expansion Expand(const std::string& name) {
 }
 
 std::string SyntaxFault(const std::string& name) {
+    std::vector<Part> parts;
+    Divide(name, &parts);
     platform::ResetProperties({});
+    for (const Part& part : parts) {
+        if (part.is_reference) platform::StoreProperty(part.text, "any");
+    }
     while (true) {
         const Expansion expansion = Expand(name);
         if (expansion.fault.empty()) return "";
@@ -146,13 +185,18 @@ std::string SyntaxFault(const std::string& name) {
     }
 }
 
-std::vector<ReferenceValues> ValuesThatLead(const std::string& name, const std::string& path) {
-    std::vector<ReferenceValues> found;
-    ReferenceValues values;
+LeadingValues ValuesThatLead(const std::string& name, const std::string& path, size_t most,
+                             size_t* steps) {
+    constexpr size_t kMostSteps = 10'000;
+    // Most names are decided by what they begin and end with.
     const size_t plain = std::min(name.find('$'), name.size());
-    if (path.compare(0, plain, name, 0, plain) != 0) return found;
-    if (const auto parts = Divide(name)) Lead(*parts, 0, path, 0, &values, &found);
-    return found;
+    if (path.compare(0, plain, name, 0, plain) != 0) return {};
+    std::vector<Part> parts;
+    if (!Divide(name, &parts) || !EndsWith(path, parts.back().text)) return {};
+    const size_t own_steps = std::min(kMostSteps, *steps);
+    LeadSearch search(parts, path, most, own_steps);
+    *steps -= own_steps - search.steps_left();
+    return search.TakeFound();
 }
 
 std::vector<std::string> PathsLike(const std::string& name, const NamesIn& names_in) {
@@ -175,10 +219,6 @@ std::vector<std::string> PathsLike(const std::string& name, const NamesIn& names
         paths = std::move(longer);
     }
     return paths;
-}
-
-bool MayLeadTo(const std::string& name, const std::string& path) {
-    return fnmatch(PatternOf(name).c_str(), path.c_str(), 0) == 0;
 }
 
 }  // namespace extprop

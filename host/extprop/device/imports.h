@@ -4,12 +4,12 @@
 
 #pragma once
 
+#include <stddef.h>
+
 #include <functional>
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace extprop {
@@ -45,11 +45,19 @@ Expansion Expand(const std::string& name);
 // properties.
 std::string SyntaxFault(const std::string& name);
 
-// Returns each choice of values, by reference, with which the name expands to the path; none if it
-// cannot or is malformed. Values are never empty. The choices are all that there are: their number
-// and the time grow with the path's length to the power of the number of references.
+// Choices of values, by reference, with which a name expands to a path. Values are never empty.
 using ReferenceValues = std::map<std::string, std::string>;
-std::vector<ReferenceValues> ValuesThatLead(const std::string& name, const std::string& path);
+struct LeadingValues {
+    std::vector<ReferenceValues> choices;
+    bool is_complete = true;  // there are no others
+};
+
+// Returns up to `most` choices for the name and path; none if there are none or the name is
+// malformed. There may be as many as the path's length to the power of the number of references,
+// so the search also ends after a number of steps, and where `*steps`, from which each step is
+// subtracted, is 0.
+LeadingValues ValuesThatLead(const std::string& name, const std::string& path, size_t most,
+                             size_t* steps);
 
 // Returns the paths to which a name may lead if the values of its references have no slash. Each
 // component with a reference exists; those without one are not looked up, so the path may be
@@ -57,9 +65,5 @@ std::vector<ReferenceValues> ValuesThatLead(const std::string& name, const std::
 // path ends in a slash, and none if there is no such directory.
 using NamesIn = std::function<std::vector<std::string>(const std::string& directory)>;
 std::vector<std::string> PathsLike(const std::string& name, const NamesIn& names_in);
-
-// Returns whether the name may expand to the path for some values, which may be empty or have
-// slashes. The references are taken as independent even if two have the same name.
-bool MayLeadTo(const std::string& name, const std::string& path);
 
 }  // namespace extprop
