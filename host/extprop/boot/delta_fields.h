@@ -4,6 +4,10 @@
 
 #include <stdlib.h>
 
+#include <stdexcept>
+#include <string>
+#include <utility>
+
 #include "boot/property_delta.h"
 #include "json/fields.h"
 
@@ -31,6 +35,9 @@ struct Json<PropertyDelta> {
             const size_t name = strtoul(text.c_str() + at, &next, 10);
             const size_t value = strtoul(next, &next, 10);
             at = next + 1 - text.c_str();
+            if (at > text.size() || name > text.size() - at || value > text.size() - at - name) {
+                throw std::out_of_range("a property delta is cut off");
+            }
             delta->changed.emplace_hint(delta->changed.end(), text.substr(at, name),
                                         text.substr(at + name, value));
             at += name + value;

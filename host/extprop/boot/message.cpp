@@ -6,8 +6,10 @@
 #include <stdint.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <istream>
 #include <iterator>
 #include <ostream>
@@ -15,7 +17,6 @@
 #include <streambuf>
 
 #include <android-base/cmsg.h>
-#include <android-base/file.h>
 #include <android-base/logging.h>
 #include <android-base/unique_fd.h>
 #include <nlohmann/json.hpp>
@@ -40,6 +41,8 @@ void Visit(Fields& fields, StepRequest& request) {
 }
 
 namespace {
+
+using std::chrono::steady_clock;
 
 // A document is sent in chunks, so that its encoded form is never in memory as a whole. Each chunk
 // follows its size; the size of the last one has a mark.
@@ -85,19 +88,21 @@ class ChunkWriter : public std::streambuf {
 
 class ChunkReader : public std::streambuf {
   public:
-    // Subtracts the bytes that it reads from `*left`, and ends before they exceed it.
-    ChunkReader(int fd, size_t* left) : fd_(fd), left_(left) {}
+    // Reads until the deadline. Subtracts the bytes that it reads from `*left`, and ends before
+    // they exceed it.
+    ChunkReader(int fd, steady_clock::time_point deadline, size_t* left)
+            : fd_(fd), deadline_(deadline), left_(left) {}
+
+    // Returns whether it has ended because the deadline passed.
+    bool is_late() const { return is_late_; }
 
   protected:
     int_type underflow() override {
         ChunkHead head = 0;
-        if (is_last_ || !android::base::ReadFully(fd_, &head, sizeof(head))) {
-            return traits_type::eof();
-        }
+        if (is_last_ || !ReadWhole(&head, sizeof(head))) return traits_type::eof();
         is_last_ = (head & kLastChunk) != 0;
         const size_t size = head & ~kLastChunk;
-        if (size == 0 || size > kChunkSize || size > *left_ ||
-            !android::base::ReadFully(fd_, buffer_, size)) {
+        if (size == 0 || size > kChunkSize || size > *left_ || !ReadWhole(buffer_, size)) {
             return traits_type::eof();
         }
         *left_ -= size;
@@ -106,9 +111,31 @@ class ChunkReader : public std::streambuf {
     }
 
   private:
+    bool ReadWhole(void* bytes, size_t size) {
+        for (char* next = static_cast<char*>(bytes); size > 0;) {
+            is_late_ = !IsReady();
+            const ssize_t got = is_late_ ? 0 : TEMP_FAILURE_RETRY(read(fd_, next, size));
+            if (got <= 0) return false;
+            next += got;
+            size -= got;
+        }
+        return true;
+    }
+
+    // Waits for bytes or the end. Returns false if there are none by the deadline.
+    bool IsReady() const {
+        using namespace std::chrono;
+        const auto time = duration_cast<milliseconds>(deadline_ - steady_clock::now());
+        const int wait = static_cast<int>(std::clamp<int64_t>(time.count(), 0, INT_MAX));
+        pollfd ready{fd_, POLLIN, 0};
+        return TEMP_FAILURE_RETRY(poll(&ready, 1, wait)) == 1;
+    }
+
     int fd_;
+    steady_clock::time_point deadline_;
     size_t* left_;
     bool is_last_ = false;
+    bool is_late_ = false;
     char buffer_[kChunkSize];
 };
 
@@ -161,18 +188,12 @@ bool SendDocument(int fd, const json& document, size_t* sent) {
     return out.good() && chunks.End();
 }
 
-Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline, json* document,
-                         size_t* left) {
-    using namespace std::chrono;
-    const auto time = duration_cast<milliseconds>(deadline - steady_clock::now());
-    const int wait = static_cast<int>(std::clamp<int64_t>(time.count(), 0, INT_MAX));
-    pollfd ready{fd, POLLIN, 0};
-    if (TEMP_FAILURE_RETRY(poll(&ready, 1, wait)) != 1) return Received::kTimeOut;
-
+Received ReceiveDocument(int fd, steady_clock::time_point deadline, json* document, size_t* left) {
     size_t own = limits::kEvents;
-    ChunkReader chunks(fd, left != nullptr ? left : &own);
+    ChunkReader chunks(fd, deadline, left != nullptr ? left : &own);
     std::istream in(&chunks);
     *document = json::from_cbor(in, true, false);
+    if (chunks.is_late()) return Received::kTimeOut;
     return document->is_discarded() ? Received::kEnd : Received::kMessage;
 }
 
@@ -191,7 +212,7 @@ std::optional<json> AskInside(const sandbox::Sandbox& root, const std::function<
     });
     theirs.reset();
     json answer;
-    const auto deadline = std::chrono::steady_clock::now() + limit;
+    const auto deadline = steady_clock::now() + limit;
     const Received received = ReceiveDocument(ours.get(), deadline, &answer);
     root.CheckImages();
     if (received != Received::kMessage) return std::nullopt;
@@ -204,8 +225,7 @@ bool SendMessage(int fd, Message message, size_t* sent) {
     return SendDocument(fd, document, sent);
 }
 
-Received ReceiveMessage(int fd, std::chrono::steady_clock::time_point deadline, Message* message,
-                        size_t* left) {
+Received ReceiveMessage(int fd, steady_clock::time_point deadline, Message* message, size_t* left) {
     json document;
     const Received received = ReceiveDocument(fd, deadline, &document, left);
     if (received == Received::kMessage) *message = MessageIn(std::move(document));

@@ -38,12 +38,13 @@ bool SendDocument(int fd, const nlohmann::json& document, size_t* sent = nullptr
 // Sends one message in the same way.
 bool SendMessage(int fd, Message message, size_t* sent = nullptr);
 
-// After kEnd, which also means a malformed or too large document, nothing more can be received.
+// After kEnd, which also means a malformed or too large document, nothing more can be received, nor
+// after kTimeOut if a part of a document has arrived.
 enum class Received { kMessage, kEnd, kTimeOut };
 
-// Receives one document. Waits for its start until `deadline`, but for the rest until it is
-// complete. `*left` is the number of bytes that may still arrive, from which this subtracts; a
-// document above it is too large. If `left` is null, each document may have limits::kEvents bytes.
+// Receives one document, which must be complete by `deadline`. `*left` is the number of bytes that
+// may still arrive, from which this subtracts; a document above it is too large. If `left` is null,
+// each document may have limits::kEvents bytes.
 Received ReceiveDocument(int fd, std::chrono::steady_clock::time_point deadline,
                          nlohmann::json* document, size_t* left = nullptr);
 

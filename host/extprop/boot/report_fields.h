@@ -5,6 +5,12 @@
 
 #include <stdlib.h>
 
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
 #include "boot/report.h"
 #include "boot/what_if.h"
 #include "json/fields.h"
@@ -223,6 +229,9 @@ struct Json<std::vector<LineRead>> {
             const size_t length = strtoul(next, &next, 10);
             at = next + 1 - text.c_str();
             const size_t end = text.find('\n', at);
+            if (end == std::string::npos || length > end - at) {
+                throw std::out_of_range("a line that was read is cut off");
+            }
             line.name = text.substr(at, length);
             line.value = text.substr(at + length, end - at - length);
             at = end + 1;

@@ -15,6 +15,8 @@
 #include <atomic>
 #include <new>
 #include <stdexcept>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <android-base/cmsg.h>
@@ -51,6 +53,9 @@ class SharedCounter {
     std::atomic<size_t>* next_;
 };
 
+// A worker's last document. Without it a result may be lost.
+const json kNoMore = nullptr;
+
 class Worker {
   public:
     Worker(SharedCounter* counter, size_t count, uint64_t memory,
@@ -69,8 +74,9 @@ class Worker {
         sandbox::LimitMemory(memory);
         try {
             for (size_t number; (number = counter->Take()) < count;) {
-                if (!SendDocument(theirs.get(), {number, work(number)})) break;
+                if (!SendDocument(theirs.get(), {number, work(number)})) _exit(EXIT_FAILURE);
             }
+            SendDocument(theirs.get(), kNoMore);
         } catch (const std::bad_alloc&) {
             SendDocument(theirs.get(), MemoryError());
         } catch (const std::exception& error) {
@@ -95,13 +101,17 @@ class Worker {
     // Returns false if there is no more.
     bool Receive(json* document) {
         constexpr auto kForever = std::chrono::steady_clock::time_point::max();
-        if (ReceiveDocument(channel_.get(), kForever, document) == Received::kMessage) return true;
+        const Received received = ReceiveDocument(channel_.get(), kForever, document);
+        if (received == Received::kMessage && *document != kNoMore) return true;
+        channel_.reset();  // a worker that still sends what is too large fails
+        if (received == Received::kMessage) return false;
         int status = 0;
         TEMP_FAILURE_RETRY(waitpid(pid_, &status, 0));
         pid_ = -1;
-        channel_.reset();
-        if (status != 0) throw std::runtime_error("a worker process was killed");
-        return false;
+        if (WIFSIGNALED(status)) throw std::runtime_error("a worker process was killed");
+        throw std::runtime_error("the result of one boot has more than " +
+                                 std::to_string(limits::kEvents) +
+                                 " bytes, which is the limit; ask for fewer properties");
     }
 
   private:
