@@ -18,21 +18,24 @@ std::string LowerCase(std::string text) {
 }  // namespace
 
 size_t Distance(const std::string& a, const std::string& b) {
-    std::vector<std::vector<size_t>> cost(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    // The costs for the beginning of `a` of i letters, and for those one and two shorter.
+    std::vector<size_t> cost(b.size() + 1), shorter(cost), shortest(cost);
     for (size_t i = 0; i <= a.size(); ++i) {
+        shortest.swap(shorter);
+        shorter.swap(cost);
         for (size_t j = 0; j <= b.size(); ++j) {
             if (i == 0 || j == 0) {
-                cost[i][j] = i + j;
+                cost[j] = i + j;
                 continue;
             }
-            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1,
-                                   cost[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+            cost[j] = std::min(
+                    {shorter[j] + 1, cost[j - 1] + 1, shorter[j - 1] + (a[i - 1] != b[j - 1])});
             if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
-                cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
+                cost[j] = std::min(cost[j], shortest[j - 2] + 1);
             }
         }
     }
-    return cost[a.size()][b.size()];
+    return cost[b.size()];
 }
 
 std::string Nearest(const std::string& word, const std::vector<std::string>& known, size_t most) {

@@ -9,7 +9,7 @@
 namespace extprop {
 
 // Returns how many letters must be changed, added, removed or swapped with the next one to make one
-// word the other. Takes time and memory as the product of the lengths.
+// word the other. Takes time as the product of the lengths.
 size_t Distance(const std::string& a, const std::string& b);
 
 // Returns the known word nearest to the given one, ignoring case, and of several the first. Returns
