@@ -119,8 +119,11 @@ TEST_F(PhoneTest, AnythingElseIsSaidToBeWhatItLooksLike) {
     Write("/older/ro.build.id", "x");
     EXPECT_THAT(Read(Path("/older")).err,
                 HasSubstr("'ro.build.id' in it is not the file of a persistent property"));
-    EXPECT_THAT(Read(Write("/phone", std::string(17 << 20, '\n') + "a=b")).err,
-                HasSubstr("more than 16777216 bytes of properties"));
+    const Properties large = {{"persist.a", std::string(17 << 20, 'a')}};
+    for (const std::string& content : {std::string(17 << 20, '\n') + "a=b", StoreForm(large)}) {
+        EXPECT_THAT(Read(Write("/phone", content)).err,
+                    HasSubstr("more than 16777216 bytes of properties"));
+    }
 }
 
 }  // namespace

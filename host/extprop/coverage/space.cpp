@@ -244,8 +244,8 @@ VariantSpace FindVariantSpace(const sandbox::Sandbox& root, std::chrono::seconds
             limit);
     if (!answer) {
         throw std::runtime_error(
-                "the variants are unknown: the library does not return from a mapping, key or "
-                "package file");
+                "the variants are unknown: the library does not return from a mapping file or the "
+                "files of the brand and region");
     }
     VariantSpace space;
     answer->at(0).get_to(space.values);

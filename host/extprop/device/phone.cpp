@@ -88,12 +88,16 @@ void CheckAreValues(const std::string& name, const PropertyMap& listed) {
     if (all(IsType)) Refuse(name, "it looks like what getprop -T prints, types instead of values");
 }
 
+// Throws InputError if these are too many bytes of properties.
+void CheckSize(const std::string& name, std::string_view content) {
+    if (content.size() <= limits::kPhoneProperties) return;
+    Refuse(name, "more than " + std::to_string(limits::kPhoneProperties) +
+                         " bytes of properties, which is the limit");
+}
+
 // Reads lines of either form. The first has the number `first_number`.
 Phone ReadLines(const std::string& name, std::string content, size_t first_number) {
-    if (content.size() > limits::kPhoneProperties) {
-        Refuse(name, "more than " + std::to_string(limits::kPhoneProperties) +
-                             " bytes of properties, which is the limit");
-    }
+    CheckSize(name, content);
     if (EndsWith(content.substr(0, content.find('\n')), "\r")) {
         content = android::base::StringReplace(content, "\r\n", "\n", true);
     }
@@ -305,10 +309,11 @@ Phone PhoneOf(const std::string& name, std::string_view content) {
     }
     if (IsBinary(content)) {
         // Each record of a store begins with the byte of a line end, and so may a text.
-        Refuse(name,
-               content[0] == '\n' && content.find("persist.") != std::string_view::npos
-                       ? "it looks like a store of persistent properties, truncated or damaged"
-                       : "it looks like binary data");
+        const bool is_store = content[0] == '\n' && content.find("persist.") != content.npos;
+        if (is_store) CheckSize(name, content);
+        Refuse(name, is_store ? "it looks like a store of persistent properties, truncated or "
+                                "damaged"
+                              : "it looks like binary data");
     }
     return ReadLines(name, std::string(content), 0);
 }
