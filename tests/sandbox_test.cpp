@@ -279,6 +279,14 @@ TEST_F(SandboxTest, LedCallsDoWhatTheKernelDoes) {
     EXPECT_EQ(State(), before);
 }
 
+TEST_F(SandboxTest, ALinkItselfIsNeverOpened) {
+    const Sandbox root(directory_.path);
+    for (const int flags : {O_RDONLY | O_NOFOLLOW, O_PATH | O_NOFOLLOW}) {
+        EXPECT_EQ(root.Run([flags] { return open("/link", flags) == -1 ? errno : 0; }).exit_status,
+                  ELOOP);
+    }
+}
+
 // What is mounted over the root is seen by a bind of the root, and not by paths.
 TEST_F(SandboxTest, ABindOfTheRootTakesWhatIsMountedOverIt) {
     if (geteuid() != 0) GTEST_SKIP() << "there is no root of the kernel's to compare with";

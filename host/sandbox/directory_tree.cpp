@@ -120,7 +120,9 @@ long DirectoryTree::Open(const std::string& path, int flags) const {
     if (fd < 0) return fd;
     struct stat status;
     long error = StatusIn(static_cast<int>(fd), "", &status);
-    if (error == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) error = -ENXIO;
+    if (error == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        error = S_ISLNK(status.st_mode) ? -ELOOP : -ENXIO;  // a link only with O_PATH
+    }
     if (error == 0) return fd;
     Kernel(SYS_close, fd);
     return error;
