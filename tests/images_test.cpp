@@ -304,6 +304,21 @@ TEST_P(ImagesTest, DamageIsToldWhereItIsMet) {
     }
 }
 
+TEST_P(ImagesTest, ADirectoryMayReplaceAFileOfAnArchive) {
+    Write(Path("/d/odm/build.prop"), "");
+    Shell("tar -cf d.tar -C d .");
+    AsUser([&] {
+        Sandbox root(Path("/d.tar"));
+        const auto replace = [] {
+            const char* const file = "/odm/build.prop";
+            return unlink(file) == 0 && mkdir(file, 0755) == 0 ? 0 : 1;
+        };
+        EXPECT_TRUE(root.Run(replace).ok());
+        EXPECT_EQ(root.TakeChanges().size(), 1u);
+        root.CheckImages();
+    });
+}
+
 TEST_P(ImagesTest, TheSlotChoosesAndTheRestIsNamed) {
     MakeImage("ext4", "my_region_a.img", "a");
     MakeImage("erofs", "my_region_b.img", "b");

@@ -132,6 +132,7 @@ long ImageTree::Target(const std::string& path, std::string* target) const {
     return Guard(path, [&]() -> long {
         uint64_t number;
         if (long error = Find(path, &number); error < 0) return error;
+        if (!S_ISLNK(Look(number).mode)) return -EINVAL;
         *target = files_->Target(number);
         return static_cast<long>(target->size());
     });
@@ -141,6 +142,7 @@ long ImageTree::List(const std::string& directory, std::vector<Listed>* names) c
     return Guard(directory, [&]() -> long {
         uint64_t number;
         if (long error = Find(directory, &number); error < 0) return error;
+        if (!S_ISDIR(Look(number).mode)) return -ENOTDIR;
         const size_t before = names->size();
         for (const auto& [name, node] : NamesIn(number)) names->push_back({name, DT_UNKNOWN});
         std::sort(names->begin() + static_cast<ptrdiff_t>(before), names->end(),

@@ -12,8 +12,7 @@
 
 namespace sandbox {
 
-// Open() copies a file whole, into a sealed file in memory. Target() of anything but a link and
-// List() of anything but a directory count as damage.
+// Open() copies a file whole, into a sealed file in memory.
 class ImageTree : public Tree {
   public:
     // Is called with damage, also if the image can no longer be read: the path in the image, and
