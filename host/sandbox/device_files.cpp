@@ -100,7 +100,7 @@ std::optional<ImagePlace> DeviceFiles::ImageOf(const std::string& path) const {
     const ShownImage& image = images_.shown[tree - 1];
     const std::string above = image.above ? image.above() : "";
     return ImagePlace{image.name.path, image.name.name,
-                      above + path_in_tree.substr(image.named.size())};
+                      above + path_in_tree.substr(image.root.size())};
 }
 
 std::vector<std::string> DeviceFiles::Notes() const {

@@ -336,8 +336,7 @@ class Firmware::Opener {
     void Show(const std::string& partition, const Candidate& image) {
         const auto tree = Naming(image.name.path, [&] { return OpenCandidate(image); });
         const std::string place = FindPartition(partition)->parent + partition;
-        const ShownImage shown = {image.name,      tree,  image.directory,
-                                  image.directory, place, image.above};
+        const ShownImage shown = {image.name, tree, image.directory, place, image.above};
         if (image.is_packed) images_.packed.push_back(shown.place);
         images_.shown.push_back(shown);
     }

@@ -25,8 +25,7 @@ struct ImageName {
 struct ShownImage {
     ImageName name;
     std::shared_ptr<const Tree> tree;
-    std::string root;   // the directory of the tree that is shown, such as "" or "/system"
-    std::string named;  // the part of the tree's paths that `name` has already, such as "/ODM"
+    std::string root;   // the directory of the tree that is shown, such as "/ODM"; in `name` too
     std::string place;  // such as "/mnt/vendor/my_region"
     // If set, returns the path of the tree's root in the image.
     std::function<std::string()> above;
