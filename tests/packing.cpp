@@ -50,10 +50,14 @@ std::string Pack(int (*format)(archive*), int (*filter)(archive*), const char* o
             archive_entry_set_size(entry, static_cast<la_int64_t>(content.size()));
         }
         EXPECT_EQ(archive_write_header(writer, entry), ARCHIVE_OK) << archive_error_string(writer);
-        if (S_ISREG(mode)) archive_write_data(writer, content.data(), content.size());
+        if (S_ISREG(mode)) {
+            EXPECT_EQ(archive_write_data(writer, content.data(), content.size()),
+                      static_cast<la_ssize_t>(content.size()))
+                    << archive_error_string(writer);
+        }
         archive_entry_free(entry);
     }
-    archive_write_close(writer);
+    EXPECT_EQ(archive_write_close(writer), ARCHIVE_OK) << archive_error_string(writer);
     archive_write_free(writer);
     bytes.resize(used);
     return bytes;

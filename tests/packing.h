@@ -23,9 +23,9 @@ struct Member {
 
 inline constexpr mode_t kFile = S_IFREG | 0640, kLink = S_IFLNK | 0777, kDirectory = S_IFDIR | 0750;
 
-// Return an archive of at most 16 MiB, made with libarchive's own writer; a member that this
-// refuses fails the test. `filter` and `options`, as of archive_write_set_options(3), may be null;
-// the passphrase of encrypted archives is "secret".
+// Return an archive, made with libarchive's own writer; a member that this refuses, or an archive
+// of more than 16 MiB, fails the test. `filter` and `options`, as of archive_write_set_options(3),
+// may be null; the passphrase of encrypted archives is "secret".
 std::string Pack(int (*format)(archive*), int (*filter)(archive*), const char* options,
                  const std::vector<Member>& members);
 std::string Zip(const std::vector<Member>& members, const char* options = nullptr);
