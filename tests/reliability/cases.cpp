@@ -114,6 +114,11 @@ class Device {
 
 std::vector<std::string> g_lines;
 
+int Reject(size_t index, const char* why) {
+    std::cerr << "line " << index + 1 << ", '" << g_lines[index] << "', is " << why << "\n";
+    return 1;
+}
+
 int Play(int, char**) {
     const std::vector<std::string>& lines = g_lines;
     std::unique_ptr<Device> device;
@@ -122,9 +127,12 @@ int Play(int, char**) {
         if (StartsWith(line, "|")) continue;
         std::cout << line << "\n";
         const std::string rest = line.substr(std::min(line.size(), line.find(' ') + 1));
+        if (line.empty() || line[0] == '#') continue;
         if (line == "device") {
             device.reset();  // the previous device's files must be removed first
             device = std::make_unique<Device>();
+        } else if (device == nullptr) {
+            return Reject(i, "before the first device");
         } else if (StartsWith(line, "set ")) {
             device->Set(rest);
         } else if (StartsWith(line, "remove ")) {
@@ -143,6 +151,8 @@ int Play(int, char**) {
             if (android::base::EndsWith(content, "\\\n")) content.resize(content.size() - 2);
             device->Make(line.substr(0, arrow),
                          arrow == std::string::npos ? "" : line.substr(arrow + 4), content);
+        } else {
+            return Reject(i, "not known");
         }
     }
     return 0;

@@ -17,7 +17,8 @@ int Crashes(int argc, char** argv);
 int Growth(int argc, char** argv);
 
 // cases: plays the devices that standard input describes, as cases.cpp tells, and prints the input
-// with the results. Ignores lines that it does not know. Returns 0 also if results differ.
+// with the results, which it does not compare. Returns 1 at a line that it does not know, or
+// that stands before the first device.
 int Cases(int argc, char** argv);
 
 // huge [MIB]: measures the memory that files of this size (default: 64) take, which is limited.
