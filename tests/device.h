@@ -3,10 +3,13 @@
 
 #pragma once
 
+#include <chrono>
 #include <functional>
+#include <iosfwd>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <android-base/file.h>

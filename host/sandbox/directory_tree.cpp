@@ -7,7 +7,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "../kernel.h"
 #include "checks.h"

@@ -4,8 +4,9 @@
 
 #pragma once
 
-#include <mutex>
+#include <string>
 #include <unordered_map>
+#include <vector>
 
 #include <android-base/unique_fd.h>
 
