@@ -31,7 +31,7 @@ std::string Pack(int (*format)(archive*), int (*filter)(archive*), const char* o
 std::string Zip(const std::vector<Member>& members, const char* options = nullptr);
 std::string Tar(const std::vector<Member>& members);
 
-// Returns the content compressed by the filter, without an archive around it.
+// Returns the content compressed by the filter, without an archive around it; otherwise as Pack().
 std::string Packed(int (*filter)(archive*), const std::string& content);
 
 inline constexpr size_t kBlock = 4096;  // bytes
@@ -39,9 +39,9 @@ inline constexpr size_t kBlock = 4096;  // bytes
 // An update's payload.
 class PayloadMaker {
   public:
-    // Adds a partition with one operation for each piece, which is its type's number and its
-    // content, in whole blocks. The content is compressed as the type says; that of the types
-    // without data, 6 and 7, must be zeros.
+    // Adds a partition with one operation for each piece: the number of the operation's type, and
+    // the content, which must be whole blocks. Types 1 and 8 compress the content, with bzip2 and
+    // xz; types 6 and 7 have no data, and their content must be zeros; all others store it.
     void Add(const std::string& name, const std::vector<std::pair<uint32_t, std::string>>& pieces);
 
     // Returns the payload: header, manifest, a signature of five bytes, and the data.
@@ -51,6 +51,6 @@ class PayloadMaker {
     std::string data;
 };
 
-// Returns a sparse image of the size of `image`, in whole blocks, with the content of only `blocks`
-// blocks from `first` on. They must lie in the image.
+// Returns a sparse image of the size of `image`, which must be whole blocks, with the content of
+// only the `blocks` blocks from number `first` on, which must lie in it.
 std::string SparsePart(const std::string& image, uint32_t first, uint32_t blocks);

@@ -1,6 +1,7 @@
 // A tree of files that a mount shows. Each function does what the kernel would do for root, and
-// returns 0 or the result that its comment names, or else a negative errno. Paths are those in the
-// tree and contain no links: "" is its root, "/etc/a.prop" a file two levels below.
+// returns 0 or the result that its comment names, or else a negative errno: -EIO for damage in an
+// image. Paths are those in the tree and contain no links: "" is its root, "/etc/a.prop" a file two
+// levels below.
 
 #pragma once
 
@@ -35,7 +36,8 @@ class Tree {
     virtual long List(const std::string& directory, std::vector<Listed>* names) const = 0;
 
     // Opens a directory or regular file for reading, with flags of open(2). Returns the descriptor,
-    // which the caller closes; -ELOOP for a link, -ENXIO for anything else.
+    // which the caller closes; -ELOOP for a link, -ENXIO for anything else. With O_DIRECTORY a link
+    // or file is -ENOTDIR.
     virtual long Open(const std::string& path, int flags) const = 0;
 
     // Returns whether the kernel's getdents64(2) and fstat(2) of a descriptor from Open() give the

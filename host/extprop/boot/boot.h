@@ -74,9 +74,9 @@ class PreparedDevice {
 
     // Performs the steps and returns the report; a crash, hang or limit of the library is part of
     // it. Call it once, or once for each Reset. `listener` may be null; with `traced` it also
-    // receives the lines of files that have these names. Throws InputError if a what-if
-    // change or the file of a step write cannot be written, std::runtime_error if no process can be
-    // started or an image is damaged.
+    // receives the lines of files whose names that takes. Throws InputError if a what-if change or
+    // the file of a step `write` cannot be written, std::runtime_error if no process can be started
+    // or an image is damaged.
     Report Boot(BootListener* listener = nullptr,
                 const std::function<bool(const std::string& name)>& traced = nullptr);
 

@@ -14,7 +14,7 @@
 namespace extprop {
 
 // The changed properties are one text: of each the lengths of name and value in bytes, then both.
-// Read() is for what Write() made; of anything else it makes wrong properties, or throws
+// Read() is only for what Write() made: of anything else it makes wrong properties, or throws
 // json::exception or std::out_of_range.
 template <>
 struct Json<PropertyDelta> {

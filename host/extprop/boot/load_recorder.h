@@ -22,12 +22,13 @@ class LoadRecorder {
     LoadRecorder(const LoadTracker& tracker, const DeviceImports& imports)
             : tracker_(tracker), imports_(imports) {}
 
-    // Call it when a step begins: the loads after it are recorded as loads of this step.
+    // Call this when a step begins: the loads after it are recorded as loads of this step.
     void OnStep(const std::string& step) { step_ = step; }
 
-    // Call these when the library's loader begins a file and when it has ended; an imported file
-    // lies between the two calls of its importer. An empty `filter` is none. Nothing is recorded of
-    // a file that was not loaded or that the boot has written, and no imports of one with a filter.
+    // Call these in pairs, when the library's loader begins a file and when it is done with it; the
+    // pairs of the files that it imports lie between the two. An empty `filter` is none. Nothing is
+    // recorded of a file that was not loaded or that the boot itself had written, and of a file
+    // that was loaded with a filter no imports.
     void Begin(const std::string& path, const std::string& filter);
     void End(bool loaded);
 

@@ -11,17 +11,17 @@ namespace extprop {
 // Returns the path without doubled or trailing slashes; "/" stays. Looks at no file.
 std::string PlainPath(const std::string& path);
 
-// Returns the path, without links, of what is at `path`. The last component may be missing; a link
-// there is followed only if `follow_last` is set. Returns nothing if a directory on the way is
-// missing or links lead in a circle. Caches directories until the next BindMounts::Add(), so it
-// does not notice other changes of where they lead.
+// Returns the path, without links, of what is at `path`, which begins at "/" in any case. The last
+// component may be missing; a link there is followed only if `follow_last` is set. Returns nothing
+// if another one is missing or links lead in a circle; a file on the way passes for a directory.
+// Caches directories, so it does not notice other changes of them than BindMounts::Add().
 std::optional<std::string> RealPath(const std::string& path, bool follow_last);
 
 // The bind mounts that were made since the process began.
 class BindMounts {
   public:
-    // Records that `source` was bound over `target`, both of which must be paths without links from
-    // before the mount. With `recursive` the mounts below `source` were bound, too. Of several
+    // Records that `source` was bound over `target`; both must be the paths without links that they
+    // had before the mount. With `recursive` the mounts below `source` were bound, too. Of several
     // binds that cover a path, the last one counts.
     void Add(const std::string& source, const std::string& target, bool recursive);
 

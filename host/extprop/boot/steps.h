@@ -33,7 +33,7 @@ struct StepKind {
     const char* argument;  // the argument's name in the help, or null if the step takes none
     const char* help;
     const char* operation;               // of the library, which it calls; null for none
-    std::vector<const char*> arguments;  // those that the library accepts; empty if it is a path
+    std::vector<const char*> arguments;  // those that the library accepts, if they are fixed words
     void (*perform)(const StepContext& context, const std::string& argument);
 };
 
@@ -51,7 +51,7 @@ struct Step {
     // Another program than the library acts in this step.
     bool is_others() const { return kind->operation == nullptr && !is_reboot(); }
 
-    // Returns the property and value of a step set, nothing for other steps.
+    // Returns the property and value of a step `set`, nothing for other steps.
     std::optional<std::pair<std::string, std::string>> setting() const;
 
     // The step fills init's own map, before the stored persistent properties take effect.
@@ -78,8 +78,8 @@ bool IsStepWord(const std::string& text);
 std::string NearestStep(const std::string& text);
 
 // Parses a step such as "early" or "sim:regionSwitch". Throws InputError for an unknown word, for
-// an argument that is missing or that the step does not take, and for a step set or write that no
-// program on a phone could do. Whether the library accepts the argument is for CheckStep().
+// an argument that is missing or that the step does not take, and for a step `set` or `write` that
+// no program on a phone could perform. CheckStep() checks whether the library accepts the argument.
 Step ParseStep(const std::string& text);
 
 // Throws InputError if the library ignores the step because of what follows the ":", which may be

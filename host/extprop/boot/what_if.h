@@ -43,10 +43,10 @@ const SwitchKey& KeyOf(int axis);
 // One value for each axis; an axis without one is as the device is.
 using Variant = std::array<std::optional<std::string>, kAxisCount>;
 
-// Returns the reason why no phone can have the value, or nothing if one can.
+// Returns the reason why no phone can have the value on that axis, or nothing if one can.
 std::optional<std::string> WhyImpossible(int axis, const std::string& value);
 
-// Returns the message on a value that no file of the device is for.
+// Returns the message that no file of the device is for this value.
 std::string NoValueText(int axis, const std::string& value);
 
 // A change of one file.
@@ -57,8 +57,9 @@ struct Edit {
     bool looked_up = false;            // the look-up of one property must find it, too
 };
 
-// Parses "PATH:NAME=VALUE", where VALUE may be empty. Throws InputError if PATH is not absolute,
-// NAME is empty or there is more than one line. Does not check what init accepts.
+// Parses "PATH:NAME=VALUE"; PATH ends at the first ":", VALUE may be empty. Throws InputError for
+// another form, a PATH that is not absolute, an empty NAME, and a NAME or VALUE with a line end.
+// Does not check what init accepts.
 Edit ParseEdit(const std::string& text);
 
 // Parses "PATH" or "PATH:NAME", a file or line to delete. Throws InputError if PATH is not absolute
@@ -87,10 +88,10 @@ bool MakeEdit(const Edit& edit);
 // from the file and `text` has no "=", `text` is the key, and the edit makes the line with it.
 Edit WholeFile(const std::string& path, const std::string& text);
 
-// Makes the changes. Returns the lines that it changed, by the device's own file and the name, ""
-// for a whole file; true for the variant, false for an edit. Throws InputError with the path that
-// cannot be written, or if the library crashes or hangs on the key files, which it reads to find
-// the lines with other keys; otherwise as AskInside() does.
+// Makes the changes. Returns the lines that were changed, by the device's own file and the name, ""
+// for a whole file: true for a line of the variant, false for one of an edit. Throws InputError
+// with the path that cannot be written, or if the library crashes or hangs on a key file, all of
+// which are loaded to see which keys they set; otherwise as AskInside() does.
 std::map<std::pair<std::string, std::string>, bool> MakeChanges(const WhatIf& what_if,
                                                                 const sandbox::Sandbox& root);
 

@@ -39,28 +39,28 @@ struct BootArguments {
 // Adds --slot and --image.
 void AddImageOptions(CommandLine* line, ImageArguments* arguments);
 
-// Returns the sandbox's options for the arguments. Throws InputError for an --image that is not
-// NAME=FILE; the names and files are checked only when they are used.
+// Returns the sandbox's options for the arguments. Of several --image with the same NAME the last
+// counts. Throws InputError for one that is not NAME=FILE; names and files are checked only when
+// they are used.
 sandbox::Options ImageOptionsOf(const ImageArguments& arguments);
 
-// Return the device and the files of --image, and with the second function also those of --props
-// and the other device, for WriteOutput(): a command that reads these does not replace them. Throw
-// as ImageOptionsOf() does.
+// Return what a command reads, so that WriteOutput() does not replace it: the device and the files
+// of --image, and the second function also the other device, which may be "", and the files of
+// --props. Throw as ImageOptionsOf() does.
 std::vector<std::string> InputsOf(const std::string& device, const ImageArguments& images);
 std::vector<std::string> InputsOf(const std::string& device, const BootArguments& boot);
 
 // Adds the options of a boot, except the device and the steps, and the help on the steps.
 void AddBootOptions(CommandLine* line, BootArguments* arguments);
 
-// Adds those of the words that begin with a step's word to the arguments' steps, which OptionsOf()
-// checks. Returns the other words.
+// Adds the words for which IsStepWord() holds to the arguments' steps, and returns the others.
+// OptionsOf() checks the steps.
 std::vector<std::string> TakeSteps(const std::vector<std::string>& words, BootArguments* arguments);
 
 // Returns the options of the boot for the arguments, with the default steps if they name none.
-// Reads the files of --props as ReadPhone() does and prints notes on them.
-// Throws InputError for a step, property, request or what-if option that is not accepted, a file of
-// --props that cannot be read, and a device that is not there and has the name of a step. Does not
-// look into the device.
+// Reads the files of --props and prints notes on them; does not look into the device. Throws
+// InputError for a step, property, request or what-if option that is not accepted, and for a device
+// that is not there and has the name of a step; otherwise as ReadPhone() and ImageOptionsOf() do.
 BootOptions OptionsOf(const std::string& device, const BootArguments& arguments);
 
 }  // namespace extprop

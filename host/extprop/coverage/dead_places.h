@@ -11,15 +11,15 @@
 namespace extprop {
 
 enum class DeadKind {
-    kSkippedFile,         // in a switch key's directory, without the suffix
-    kUnknownKind,         // a directory in which another kind's name is looked for
-    kNoKind,              // a directory in which only directories are looked for
-    kNestedDirectory,     // a directory in which nothing is looked for
-    kMisspeltProperties,  // a directory in which "properties" is looked for
-    kUnsearchedRoot,      // a directory's "properties"
-    kMisspeltPartition,
-    kUnknownPartition,
-    kUnreadFile,
+    kSkippedFile,         // a file of a switch key whose name does not end in ".prop"
+    kUnknownKind,         // in KEY's directory, but with the name of no kind of switch key
+    kNoKind,              // in "properties" or KEY's directory, where only directories count
+    kNestedDirectory,     // a directory in that of KEY's kind, which is not searched
+    kMisspeltProperties,  // a directory in the place of "properties", under another name
+    kUnsearchedRoot,      // a "properties" of a directory that is no partition root
+    kMisspeltPartition,   // a directory with nearly the name of a partition
+    kUnknownPartition,    // a directory like a partition, where the library does not look
+    kUnreadFile,          // any other file
 };
 
 // Reasons that lint's own rules report too.
@@ -34,11 +34,12 @@ struct DeadPlace {
 };
 
 // Returns what no boot reads on the library's partitions, each place once, in the order of the
-// paths. The survey must be SurveyForDeadPlaces() of the same device, and the coverage not stopped:
-// otherwise it is unknown what no boot reads.
+// paths. The survey must be SurveyForDeadPlaces() of the same device. The coverage must not have
+// stopped early, since it is unknown then what no boot reads.
 std::vector<DeadPlace> DeadPlaces(const Survey& survey, const Coverage& coverage);
 
-// Surveys the device for DeadPlaces(), with the lines that it takes. Throws as TakeSurvey does.
+// Surveys the device, with the lines that DeadPlaces() needs. `limit` and what it throws are those
+// of TakeSurvey().
 Survey SurveyForDeadPlaces(const sandbox::Sandbox& root, std::chrono::seconds limit);
 
 }  // namespace extprop

@@ -8,11 +8,11 @@
 
 namespace extprop {
 
-// Calls `work` in up to `jobs`, at least 1, child processes, once for each number below `count`.
-// Calls `done` in this process with each number and its result, of up to limits::kEvents bytes, in
-// the order in which they finish. Throws std::runtime_error with the message of what `work` throws,
-// or if a process dies or takes too much memory, or a result is larger; `done` is then not called
-// for all.
+// Calls `work` in up to `jobs` child processes, at least 1, once for each number below `count`, and
+// `done` in this process with each number and its result as soon as it is there. Throws
+// std::runtime_error with the message of what `work` throws, or if a process cannot be started,
+// dies or takes too much memory, or a result has more than limits::kEvents bytes; `done` is then
+// not called for all.
 void ForEachInParallel(size_t count, int jobs, const std::function<nlohmann::json(size_t)>& work,
                        const std::function<void(size_t, nlohmann::json)>& done);
 

@@ -33,8 +33,8 @@ struct PropertyLine {
 // lines point into `content`, which must outlive them.
 std::vector<PropertyLine> PropertyLines(std::string_view content, bool filtered = false);
 
-// Returns whether the name passes an import's filter. All names pass an empty one; those that begin
-// with "ro." pass "ro.*".
+// Returns whether the name passes an import's filter. A filter is one name; "ro.*" passes all that
+// begin with "ro.", and an empty filter passes all. A zero byte ends a name or filter early.
 bool PassesFilter(const std::string& name, const std::string& filter);
 
 }  // namespace extprop

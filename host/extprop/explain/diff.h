@@ -32,8 +32,8 @@ struct Difference {
 };
 
 // Returns what differs between the properties at the ends of two boots; if a boot failed, those
-// before its failure count. `traced_a` and `traced_b` must have followed these boots with all names
-// traced.
+// before its failure count. `traced_a` and `traced_b` must have followed these boots, with a
+// `traced` of PreparedDevice::Boot() that takes every name.
 Difference Diff(const Report& a, const Tracer& traced_a, const Report& b, const Tracer& traced_b);
 
 }  // namespace extprop

@@ -21,7 +21,7 @@ enum class Fate {
     kNotHandedOn,  // loaded, but never handed to init
     kGone,         // lost in a reboot
     kRefused,      // by init
-    kLookedUp,     // only read by the look-up of one property
+    kLookedUp,     // only read by the look-up of one property; from here on did_not_load()
     kFilteredOut,  // by the filter of the import that led to it
     kNotLoaded,
 };
@@ -66,9 +66,9 @@ struct Origin {
 // By property.
 using Origins = std::map<std::string, std::vector<Origin>>;
 
-// Follows a boot, with its reboots, and finds the origins of the properties whose lines it
-// receives; of other properties it knows only the operations that handed them over. It follows one
-// call of PreparedDevice::Boot, which calls the On...() functions.
+// Follows one call of PreparedDevice::Boot, with its reboots, and finds the origins of the
+// properties that this traces; of other properties it knows only the operations that handed them
+// over. PreparedDevice::Boot calls the On...() functions.
 class Tracer : public BootListener {
   public:
     void OnBoot(const BootStart& start) override;
