@@ -16,7 +16,7 @@ using ServeFunction = void(const Descriptors& descriptors, char slot);
 // Load the library in the calling process and run it. The process ends with one of the statuses
 // below if it cannot serve, with 0 after its last client.
 ServeFunction ServeImage;  // answers the requests of protocol.h
-ServeFunction ServeTexts;  // sends what texts.h tells, whatever the slot
+ServeFunction ServeTexts;  // sends the packets of texts.h; ignores the slot
 
 // Exit statuses of a process that did not begin to serve.
 inline constexpr int kNotConfined = 126;

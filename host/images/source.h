@@ -10,8 +10,8 @@
 
 namespace images {
 
-// Thrown if an image contradicts its format, exceeds a limit or cannot be read. The text says how,
-// without the image's name: "inode 36: a name with a '/'".
+// Thrown if an image contradicts its format, exceeds a limit or cannot be read. The text is what is
+// wrong, without the image's name: "inode 36: a name with a '/'".
 class Damage : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };

@@ -10,7 +10,7 @@ namespace images {
 enum class TextPacket : char {
     kText = 't',   // another text begins
     kBytes = 'b',  // bytes of the text follow
-    kWrong = 'w',  // the zip's fault follows, perhaps empty
+    kWrong = 'w',  // what is wrong with the zip follows; may be empty
     kEnd = 'e',
 };
 

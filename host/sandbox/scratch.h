@@ -11,7 +11,7 @@
 namespace sandbox {
 
 // Makes a directory that only this user can enter. A process of its own removes it, with all that
-// is in it, when this object is destroyed or the process that made it ends, in whatever way.
+// is in it, when this object is destroyed or the process that made it ends, however it ends.
 class ScratchDirectory {
   public:
     // Makes it in memory (/dev/shm) if TMPDIR is unset and 1 GiB is free there, else in the

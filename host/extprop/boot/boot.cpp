@@ -299,7 +299,7 @@ Report PreparedDevice::Boot(BootListener* listener,
                 booted->Perform(step, index, options_.time_limit, &done.events, &performed);
         if (report_.failure && report_.failure->signal) {
             report_.failure->cycle = ImportCycle(done.events);
-            // In which file of the circle the stack overflows is chance, so the first is reported.
+            // The stack overflows in any file of the cycle by chance, so the first is reported.
             const auto& cycle = report_.failure->cycle;
             if (!cycle.empty()) {
                 report_.failure->last_file = cycle.front().substr(0, cycle.front().rfind(':'));

@@ -13,7 +13,7 @@ std::string PlainPath(const std::string& path);
 
 // Returns the path, without links, of what is at `path`, which begins at "/" in any case. The last
 // component may be missing; a link there is followed only if `follow_last` is set. Returns nothing
-// if another one is missing or links lead in a circle; a file on the way passes for a directory.
+// if another one is missing or links form a cycle; a file on the way passes for a directory.
 // Caches directories, so it does not notice other changes of them than BindMounts::Add().
 std::optional<std::string> RealPath(const std::string& path, bool follow_last);
 

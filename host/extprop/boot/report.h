@@ -218,7 +218,7 @@ struct BootFailure {
     std::optional<std::string> signal;
     std::optional<std::string> limit;      // that was reached, such as "40000 opened files"
     std::optional<std::string> last_file;  // that was opened
-    std::vector<std::string> cycle = {};   // the import lines that lead in a circle, if they do
+    std::vector<std::string> cycle = {};   // the import lines that form a cycle, if they do
 };
 
 struct BootStart {

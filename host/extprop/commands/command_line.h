@@ -58,7 +58,7 @@ class CommandLine {
     void AddToHelp(const char* name, const char* type, const std::string& help);
     // The option --version, which prints this text.
     void AddVersion(const std::string& version);
-    // A command, for the help; an error if the line has not exactly one. Parse does not tell which.
+    // A command, for the help; an error if the line has not exactly one. No variable receives it.
     void AddCommand(const char* name, const char* summary);
 
     // Makes it an error to give `name` together with one of the others, all of which were added

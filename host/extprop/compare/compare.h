@@ -28,7 +28,7 @@ struct ComparedProperty {
     std::vector<PhoneLine> phone_lines;
 };
 
-// A property of the phone that is not the library's: none of its files or operations sets it.
+// A property of the phone that is not the library's: no file or operation of the library sets it.
 struct OtherProperty {
     std::string name;
     std::string value;

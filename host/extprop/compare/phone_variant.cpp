@@ -161,7 +161,7 @@ class VariantFinder {
     }
 
     // Finds the region. If a file other than the region's sets the property for every phone, its
-    // value tells nothing of the region.
+    // value does not show the region.
     void FindRegion(const PropertyMap& device) {
         const auto own = ValueIn(device, kRegion);
         const auto reported = Reported(kRegionAxis);
@@ -170,9 +170,9 @@ class VariantFinder {
         Take(kRegionAxis, device);
     }
 
-    // Finds the brand, of which only the code has an effect. A device can have any brand: without
-    // that brand's directories it has nothing of it. If it has no brand's directories, all brands
-    // are the same.
+    // Finds the brand, of which only the code has an effect. A device can be of any brand, even one
+    // for which it has no directories. If it has directories for no brand, all brands have the same
+    // effect.
     void FindBrand(const PropertyMap& device) {
         auto reported = Reported(kBrandAxis);
         if (!reported || reported == ValueIn(device, kBrand) ||
@@ -201,10 +201,10 @@ class VariantFinder {
         }
     }
 
-    // The phone may have its persistent properties from its last boot itself, such as the first
-    // one. Then they were not set before that boot, in which the library may have done what it does
-    // only where they are not set. Assumes this if a boot without such properties is nearer to the
-    // phone than `*properties`, the result of the boot with all of them.
+    // The phone's last boot, if it was the first one, may itself have set persistent properties.
+    // Then these were unset before it, and the library may have done what it does only where they
+    // are unset. Assumes this if a boot without such properties is nearer to the phone than
+    // `*properties`, the result of the boot with all of them.
     void GiveFewerIfNearer(PropertyMap* properties) {
         PropertyMap all = std::exchange(found_.stored, {});
         if (all.empty() || Misses(*properties, *properties) == 0) return found_.stored.swap(all);

@@ -20,7 +20,7 @@ namespace {
 
 using Steps = std::vector<std::string>;
 
-// After so many boots only what always has to be found is still tried: each axis's values, two axes
+// After this many boots only what must always be found is still tried: each axis's values, two axes
 // together, each step and each import.
 constexpr size_t kMostBoots = 5000;
 
@@ -72,7 +72,7 @@ int AxesOf(const Variant& variant) {
                                           [](const auto& value) { return value.has_value(); }));
 }
 
-// Returns the addition without each of its parts.
+// Returns, for each part of the addition, the addition without that part.
 std::vector<Addition> ShorterOnes(const Addition& addition) {
     std::vector<Addition> shorter;
     for (int axis = 0; axis < kAxisCount; ++axis) {

@@ -28,8 +28,8 @@ struct CoveredBoot {
     // The boot is of a phone that DEVICE can become, with no step added.
     bool is_phone = false;
     bool survived = false;  // the library came to the end of all steps
-    // Of a phone that survived: its properties at the end, as the difference from the device as it
-    // is, and those of the device as it is, as the difference from none.
+    // If it is of a phone and survived, the properties at its end: all for the first boot, which is
+    // of the device as it is; for each other boot, the difference from these.
     PropertyDelta delta = {};
 };
 

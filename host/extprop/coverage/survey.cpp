@@ -75,7 +75,7 @@ class Surveyor {
             for (size_t j = 0; j < survey_.files[i].imports.size(); ++j) {
                 const std::string name = survey_.files[i].imports[j].name;
                 std::vector<std::string> paths = PathsLike(name, names_in);
-                // The path by the default values, which may have slashes.
+                // The path by the references' defaults, which may have slashes.
                 if (const std::string path = Expand(name).path; !path.empty()) {
                     paths.push_back(path);
                 }

@@ -16,8 +16,8 @@
 namespace extprop {
 
 struct SurveyedImport : ImportLine {
-    // The regular files to which it can lead if the values have no slash, or by its default values:
-    // the path by which the import names the file, and the device's own path.
+    // The regular files to which it can lead if the references' values have no slash, or if their
+    // defaults hold: the path by which the import names the file, and the device's own path.
     std::vector<std::pair<std::string, std::string>> targets;
 };
 

@@ -66,9 +66,9 @@ struct Origin {
 // By property.
 using Origins = std::map<std::string, std::vector<Origin>>;
 
-// Follows one call of PreparedDevice::Boot, with its reboots, and finds the origins of the
-// properties that this traces; of other properties it knows only the operations that handed them
-// over. PreparedDevice::Boot calls the On...() functions.
+// Follows one call of PreparedDevice::Boot, which calls the On...() functions, with its reboots.
+// Finds the origins of the properties with `traced` names; of other properties it knows only the
+// operations that handed them over.
 class Tracer : public BootListener {
   public:
     void OnBoot(const BootStart& start) override;

@@ -22,7 +22,7 @@ std::string BaselineText(const std::vector<KnownFinding>& known);
 
 // Removes from `*findings`, which are all that Lint() has found, those that are in the baseline.
 // Puts their number into the report, and adds to it the entries that are no longer found. Returns
-// the baseline without these entries. If a finding is that not everything was checked, no entry
+// the baseline without these entries. If a finding reports that something was not checked, no entry
 // counts as no longer found, since it is unknown then what is fixed.
 std::vector<KnownFinding> TakeKnown(const std::vector<KnownFinding>& baseline,
                                     std::vector<Finding>* findings, LintReport* report);

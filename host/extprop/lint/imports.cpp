@@ -1,4 +1,4 @@
-// Rules on imports that lead nowhere, in a circle, or to one file again and again.
+// Rules on imports that lead nowhere, in a cycle, or to one file again and again.
 
 #include <errno.h>
 #include <stdint.h>

@@ -101,8 +101,8 @@ void CheckDeadPlaces(const std::vector<DeadPlace>& places, Findings* findings);
 // those that were not read.
 void CheckKeyFile(const PropertyFile& file, Findings* findings);
 
-// Checks the brand, and the names of files. Unless `coverage` is null, it also checks the keys and
-// the region, and knows the names that the library looks for in each partition root.
+// Checks the brand, and the names of files. Unless `coverage` is null, it also checks the keys, the
+// region, and the names of files for which the library looks in each partition root.
 void CheckNames(const std::vector<FoundFile>& places, const Coverage* coverage,
                 const PropertyFiles& files, Findings* findings);
 

@@ -62,8 +62,8 @@ size_t NodesAtMost(std::string_view text) {
     return nodes;
 }
 
-// Finds where a second document begins. The parser also begins one at a character that belongs to
-// none, again and again without getting past it; so whoever uses this stops at the second.
+// Finds where a second document begins. At a character that belongs to no document the parser
+// begins new ones without end, so the caller must stop at the second.
 class SecondDocument : public YAML::EventHandler {
   public:
     std::optional<YAML::Mark> mark;

@@ -177,7 +177,7 @@ void LineMerger::Add(const Summary& summary) {
 void LineMerger::AddOrigin(const std::string& name, const SummaryValue& value,
                            const Summary& summary) {
     if (!value.value) return;
-    // Throws if it has none; whoever prints the summary takes the text for granted.
+    // Throws if the origin has no text: what prints the summary relies on it.
     if (value.origin) value.origin->at("text").get_ref<const std::string&>();
     const Variant& first = summary.variants.at(value.variants.at(0)).variant;
     auto [known, is_new] = origins_.try_emplace({name, *value.value}, first, value.origin);

@@ -40,7 +40,7 @@ std::string DocumentText(const T& value);
 json CountedJson(const Comparison& comparison);
 
 // Prints the explanation's document, a line for each property, without having all of it in memory.
-// Whoever calls this checks the stream.
+// The caller checks the stream.
 void PrintJson(const Explanation& explanation, std::ostream& out);
 
 // Prints in the same way the variants that would be booted, each with its words.

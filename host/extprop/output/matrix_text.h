@@ -11,7 +11,7 @@ namespace extprop {
 
 // Returns the summary's text: each property with its values, what nothing reads, and the number of
 // variants, with those in which the library failed. `has_names` means that the user named the
-// properties; otherwise the text says so if none differs. Throws json::exception if an origin,
+// properties; otherwise the text reports it if none differs. Throws json::exception if an origin,
 // which may come from a file, has no text.
 std::string SummaryText(const Summary& summary, bool has_names = false);
 

@@ -1,5 +1,5 @@
 // Results as pages for a browser: self-contained HTML, in which no text of a device is taken for
-// markup or a script. A boot that failed gives a page too, which says so.
+// markup or a script. A boot that failed gives a page too, which reports the failure.
 
 #pragma once
 
