@@ -1,6 +1,6 @@
 #include "synthetic.h"
 
-#include <android-base/strings.h>
+#include "device/property_lines.h"
 
 std::string SyntheticBuildProp(int lines, const std::string& owner) {
     constexpr const char* kPrefixes[] = {
@@ -25,10 +25,10 @@ std::string SyntheticBuildProp(int lines, const std::string& owner) {
 
 std::vector<std::pair<std::string, std::string>> SplitBuildProp(const std::string& content) {
     std::vector<std::pair<std::string, std::string>> pairs;
-    for (const std::string& line : android::base::Split(content, "\n")) {
-        const size_t equals = line.find('=');
-        if (line.empty() || line[0] == '#' || equals == std::string::npos) continue;
-        pairs.emplace_back(line.substr(0, equals), line.substr(equals + 1));
+    for (const extprop::PropertyLine& line : extprop::PropertyLines(content)) {
+        if (line.kind == extprop::PropertyLine::kProperty) {
+            pairs.emplace_back(line.name, line.value);
+        }
     }
     return pairs;
 }

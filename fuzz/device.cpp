@@ -10,13 +10,16 @@
 #include <filesystem>
 #include <iostream>
 #include <set>
-#include <sstream>
 
 #include <android-base/file.h>
 #include <android-base/logging.h>
 #include <android-base/strings.h>
 
+#include "device/property_lines.h"
+
 namespace fuzz {
+
+using extprop::PropertyLine;
 
 namespace {
 
@@ -44,25 +47,6 @@ void EnterMemoryRoot() {
         }
     }
     Expect(chroot(kRoot) == 0, "a root of its own");
-}
-
-std::string Trim(const std::string& text) {
-    const char* const kSpace = " \t\n\v\f\r";
-    const size_t begin = text.find_first_not_of(kSpace);
-    return begin == std::string::npos
-                   ? ""
-                   : text.substr(begin, text.find_last_not_of(kSpace) - begin + 1);
-}
-
-// Returns the lines that are not comments, trimmed.
-std::vector<std::string> Lines(const std::string& content) {
-    std::vector<std::string> lines;
-    std::istringstream in(content);
-    for (std::string line; std::getline(in, line);) {
-        line = Trim(line);
-        if (!line.empty() && line[0] != '#') lines.push_back(line);
-    }
-    return lines;
 }
 
 }  // namespace
@@ -119,21 +103,19 @@ std::vector<std::string> TakeLog() {
     return std::exchange(g_log, {});
 }
 
-PropertyMap Parse(const std::string& content) {
+PropertyMap Parse(const std::string& content, bool filtered) {
     PropertyMap properties;
-    for (const std::string& line : Lines(content)) {
-        const size_t equals = line.find('=');
-        if (equals == std::string::npos || android::base::StartsWith(line, "import ")) continue;
-        properties[Trim("x" + line.substr(0, equals)).substr(1)] = Trim(line.substr(equals + 1));
+    for (const PropertyLine& line : extprop::PropertyLines(content, filtered)) {
+        if (line.kind == PropertyLine::kProperty) properties[std::string(line.name)] = line.value;
     }
     return properties;
 }
 
 std::string LookUp(const std::string& content, const std::string& name) {
-    for (const std::string& line : Lines(content)) {
-        const size_t equals = line.find('=');
-        if (equals == std::string::npos || line.compare(0, name.size(), name) != 0) continue;
-        return Trim(line.substr(equals + 1));
+    // Lines that look like imports count here, too.
+    for (const PropertyLine& line : extprop::PropertyLines(content, true)) {
+        const bool begins = line.text.substr(0, name.size()) == name;
+        if (line.kind == PropertyLine::kProperty && begins) return std::string(line.value);
     }
     return "";
 }

@@ -45,11 +45,12 @@ std::vector<PropertyMap> TakeCalls();
 // INFO and above.
 std::vector<std::string> TakeLog();
 
-// Reads a property file without its imports, as the format is documented: anything is accepted.
-PropertyMap Parse(const std::string& content);
+// Returns the properties of a property file of any content, without its imports; with `filtered`
+// also what import lines set in a load with a filter. property_lines_fuzz compares it with the
+// library's loader.
+PropertyMap Parse(const std::string& content, bool filtered = false);
 
-// Returns the value of the first line with an "=" that begins with the name, likewise; "" if there
-// is none.
+// Returns the value of the first line with an "=" that begins with the name; "" if there is none.
 std::string LookUp(const std::string& content, const std::string& name);
 
 }  // namespace fuzz

@@ -52,15 +52,6 @@ bool IsExactFilter(const std::string& name) {
     return length > 0 && name[length - 1] != '*';
 }
 
-// Returns the properties that the lines set.
-PropertyMap Properties(const std::vector<PropertyLine>& lines) {
-    PropertyMap properties;
-    for (const PropertyLine& line : lines) {
-        if (line.kind == PropertyLine::kProperty) properties[std::string(line.name)] = line.value;
-    }
-    return properties;
-}
-
 Paths Opened(const std::vector<PropertyLine>& lines) {
     Paths paths = {kFile};
     for (const PropertyLine& line : lines) {
@@ -81,11 +72,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::Put(kFile, content);
 
     Paths opened;
-    const auto lines = extprop::PropertyLines(content);
-    Expect(Loaded(nullptr, &opened) == Properties(lines), "properties");
-    Expect(opened == Opened(lines), "imports");
+    Expect(Loaded(nullptr, &opened) == fuzz::Parse(content), "properties");
+    Expect(opened == Opened(extprop::PropertyLines(content)), "imports");
 
-    const PropertyMap all = Properties(extprop::PropertyLines(content, true));
+    const PropertyMap all = fuzz::Parse(content, true);
     Expect(Loaded("*", &opened) == all, "properties under a filter that all pass");
     Expect(opened == Paths{kFile}, "imports under a filter");
     if (all.empty() || !IsExactFilter(all.rbegin()->first)) return 0;
