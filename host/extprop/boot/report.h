@@ -213,7 +213,7 @@ struct StepReport {
 
 // What the library did not survive.
 struct BootFailure {
-    std::string step;
+    std::string step;  // the boot's last one if the process failed while it sent the result
     bool timed_out = false;
     std::optional<std::string> signal;
     std::optional<std::string> limit;      // that was reached, such as "40000 opened files"

@@ -98,8 +98,7 @@ class Finder {
     }
 
     // Finds the files that no boot here can show as read, and what they import: files that the
-    // system's own init may load, files of a carrier package, and files of variants in whose boot
-    // the library crashes or hangs.
+    // system's own init may load, files of a carrier package, and files for which it is unknown.
     void FollowOthers() {
         std::vector<const SurveyedFile*> waiting;
         std::map<std::string, const SurveyedFile*> files;

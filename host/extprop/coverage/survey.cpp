@@ -154,7 +154,10 @@ Survey TakeSurvey(const sandbox::Sandbox& root,
                   std::chrono::seconds limit) {
     auto survey = AskInside(
             root, [&] { return Write(Surveyor(wanted, root.packed()).Take()); }, limit);
-    if (!survey) throw std::runtime_error("reading the device's property files takes too long");
+    if (!survey) {
+        throw std::runtime_error(
+                "reading the device's property files takes too long or too much memory");
+    }
     return FromJson<Survey>(std::move(*survey));
 }
 
