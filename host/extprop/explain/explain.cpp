@@ -96,7 +96,10 @@ void AskCoverage(const std::vector<std::pair<std::string, Origin*>>& unloaded,
             origin->required = coverage.WordsFor(origin->own_file(), name);
             origin->tried = static_cast<int>(coverage.boots().size());
         }
-        if (coverage.is_stopped()) throw std::runtime_error(kStopped);
+        if (coverage.is_stopped()) {
+            report->notes.emplace_back(
+                    std::string("what loads a line that did not load may be unknown: ") + kStopped);
+        }
     } catch (const std::runtime_error& error) {
         report->notes.emplace_back(
                 std::string("the words that load the lines that did not load are unknown: ") +
