@@ -102,7 +102,7 @@ void KeepStandardFiles() {
 
 int main(int argc, char** argv) {
     KeepStandardFiles();
-    // Where it is ignored, as the caller may have left it, nobody learns how a boot has ended.
+    // If SIGCHLD were ignored, as a caller may have it, the exit statuses of boots would be lost.
     signal(SIGCHLD, SIG_DFL);
     sandbox::LimitMemory(limits::kToolMemory);
     // Drops log lines from the tool's own calls of the library; those of boots are reported.

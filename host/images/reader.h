@@ -29,9 +29,9 @@ struct Contained {
     std::vector<Volume> volumes;
 };
 
-// A volume's number is its index in Contained::volumes, plus first_volume there. What is asked of
-// the worker throws Damage if there is no such volume, or if the image is damaged or exceeds a
-// limit. So does every call once the worker has ended or not answered in time. The worker ends when
+// A volume's number is its index in Contained::volumes, plus first_volume there. A request to the
+// worker throws Damage if there is no such volume, or if the image is damaged or exceeds a limit.
+// So does every request once the worker has ended or not answered in time. The worker ends when
 // this and the file systems from Open() are gone in the process that started it.
 class Reader {
   public:

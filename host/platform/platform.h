@@ -34,7 +34,7 @@ void ResetProperties(PropertyMap properties, const ExpectedProperties* expected 
 // Returns whether the property is expected to have this value, which init takes.
 bool IsExpected(const std::string& name, const std::string& value);
 
-// Tells how the system properties differ from what is expected. Sets `*changed` to those with other
+// Compares the system properties with what is expected. Sets `*changed` to those with other
 // values or not expected at all, and adds the names of expected ones that are not set to
 // `*removed`.
 void CompareProperties(PropertyMap* changed, std::vector<std::string>* removed);
@@ -44,7 +44,7 @@ void CompareProperties(PropertyMap* changed, std::vector<std::string>* removed);
 std::optional<std::string> StoreProperty(const std::string& name, const std::string& value);
 
 // property_set and SetProperty hold this mutex from the change to the end of OnPropertySet, so that
-// changes are reported in their order. Whoever calls StoreProperty and reports it must hold it too.
+// changes are reported in their order. A caller of StoreProperty that reports must hold it, too.
 std::mutex& ChangeMutex();
 
 // Makes every later selinux_android_restorecon fail with -1 and EIO, or succeed again.

@@ -20,7 +20,7 @@ class ImageTree : public Tree {
     using OnDamage = std::function<void(const std::string& path, const std::string& what)>;
 
     // `nothing` is a descriptor of an empty directory, which Open() opens in place of the tree's
-    // directories; their names are had from List(). The descriptor must stay open as long as this.
+    // directories; List() gives their names. The descriptor must stay open as long as this.
     ImageTree(std::unique_ptr<images::FileSystem> files, int nothing, OnDamage on_damage);
 
     long Status(const std::string& path, struct stat* status) const override;

@@ -22,8 +22,8 @@ using FetchExtension = IInitExtensionProperty* (*)(const char* library);
 // reason if the library or its function is missing.
 FetchExtension LoadExtension();
 
-// Returns the properties, also those that init would refuse, as those that a boot is expected to
-// set. They must outlive the result. Throws as WhyRefused() does.
+// Returns the properties as those that a boot is expected to set, each with whether init takes it.
+// `properties` must outlive the result. Throws as WhyRefused() does.
 platform::ExpectedProperties Expect(const PropertyMap& properties);
 
 // What is reported of a boot besides the properties at its end.
@@ -33,7 +33,7 @@ enum class Detail {
     kNothing,
 };
 
-// A switch key of the phone, whose system sets the property before each step sim.
+// A switch key of the phone, whose system sets the property before each step `sim`.
 struct KeyInForce {
     std::string property;
     std::string value;

@@ -32,8 +32,8 @@ class LoadTracker {
     LoadTracker(LoadListener* listener, std::function<bool(const std::string& name)> wanted)
             : listener_(listener), wanted_(std::move(wanted)) {}
 
-    // Call these when the library's loader begins a file and when it has ended, on its thread; an
-    // imported file lies between the two calls of its importer. A null or empty `filter` is none.
+    // Call these in pairs, on the loader's thread, when it begins a file and when it is done with
+    // it; the pairs of imported files lie between the two. A null or empty `filter` is none.
     // `map` is the one that the loader adds to.
     void Begin(const std::string& path, const char* filter, const PropertyMap* map);
     void End(const PropertyMap* map);

@@ -9,8 +9,9 @@
 
 namespace extprop {
 
-// Returns a message, without a path, if the tree has nothing at any place that the library reads;
-// it names the directory in the root that has, if one does. Returns nothing for a device's root.
+// Returns nothing for a device's root. Returns a message, without a path, if the tree has nothing
+// at any place that the library reads; it names the directory in the root that should be the root,
+// if there is one.
 std::optional<std::string> WhyNoDevice(const DeviceTree& tree);
 
 }  // namespace extprop
