@@ -62,7 +62,7 @@ class World {
     static std::string Outside(const std::string& path);
 
     // Returns all that the device has: path to octal mode, content of a regular file, and owner,
-    // such as "644 text 0:0". Links are not followed; what they lead to is not told.
+    // such as "644 text 0:0". Links are not followed, and their targets are left out.
     static Files Snapshot();
 };
 

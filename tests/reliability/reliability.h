@@ -16,8 +16,8 @@ int Crashes(int argc, char** argv);
 // must not grow.
 int Growth(int argc, char** argv);
 
-// cases: plays the devices that standard input describes, as cases.cpp tells, and prints the input
-// with the results, which it does not compare. Returns 1 at a line that it does not know, or
+// cases: plays the devices that standard input describes in the form of cases.cpp, and prints the
+// input with the results, which it does not compare. Returns 1 at a line that it does not know, or
 // that stands before the first device.
 int Cases(int argc, char** argv);
 

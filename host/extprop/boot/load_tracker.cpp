@@ -18,7 +18,7 @@ namespace extprop {
 
 namespace {
 
-// So many lines are reported together, so that large files take no more memory than small ones.
+// How many lines are reported together at most: a large file takes no more memory than a small one.
 constexpr size_t kLinesAtOnce = 1000;
 
 }  // namespace

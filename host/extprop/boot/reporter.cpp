@@ -306,7 +306,7 @@ void Reporter::EmitIdle() {
     {
         std::lock_guard<std::mutex> lock(reads_mutex_);
         for (Read& read : reads_) {
-            // The look-up itself is no operation.
+            // What no named function of the library has read belongs to no operation.
             auto& operations = read.operations;
             if (operations.empty()) continue;
             IdleEvent& event = idle[operations.front()];

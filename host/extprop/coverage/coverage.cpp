@@ -20,8 +20,7 @@ namespace {
 
 using Steps = std::vector<std::string>;
 
-// After this many boots only what must always be found is still tried: each axis's values, two axes
-// together, each step and each import.
+// After this many boots, places with steps, imports and shorter words are no longer tried.
 constexpr size_t kMostBoots = 5000;
 
 // The step that names a directory.
