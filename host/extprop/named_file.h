@@ -33,9 +33,9 @@ bool IsInputDirectory(const std::string& path, const std::vector<std::string>& i
 
 // Writes the file at `path`, whose directory must exist. A regular file is replaced, or made, whole
 // or not at all, and keeps its permissions. A character device, a pipe or a descriptor of this
-// process, such as /dev/stdout, is written to. Refuses other links, block devices and files of
-// `inputs`; in a directory of `inputs` also all but regular files, and names of images and
-// archives.
+// process, such as /dev/stdout, is written to; SIGPIPE ends this process if nobody reads the pipe
+// any more. Refuses other links, block devices and files of `inputs`; in a directory of `inputs`
+// also all but regular files, and names of images and archives.
 void WriteOutput(const std::string& path, const std::vector<std::string>& inputs,
                  const std::string& content);
 

@@ -33,7 +33,7 @@ ExitStatus RunMatrix(const Command& command, const std::vector<std::string>& wor
 // Returns a command line with the command's name and summary, still without arguments and options.
 CommandLine LineOf(const Command& command);
 
-// Prints each note on standard error, except those that this process has printed before.
+// Prints each note as PrintMessage() does, except those that this process has printed before.
 void PrintNotes(const std::vector<std::string>& notes);
 
 // Prints on standard error the report's notes and how the library failed, if it did. Returns

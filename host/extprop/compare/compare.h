@@ -51,9 +51,9 @@ struct Comparison {
 };
 
 // Boots the device as the phone, and compares the properties whose names match one of the patterns,
-// as in a shell; none without a pattern. `name` is the name of the phone in messages. Puts the
-// boot's report into `*report`. A crash or hang of the library is the result's failure. Throws as
-// PreparedDevice and FindPhoneVariant do.
+// as in a shell; none without a pattern, and only persistent ones with Phone::only_persistent.
+// `name` is the name of the phone in messages. Puts the boot's report into `*report`. A crash or
+// hang of the library is the result's failure. Throws as PreparedDevice and FindPhoneVariant do.
 Comparison Compare(const BootOptions& options, const Phone& phone, const std::string& name,
                    const std::vector<std::string>& patterns, Report* report);
 

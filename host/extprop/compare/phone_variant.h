@@ -21,7 +21,7 @@ struct MissingValue {
 
 struct PhoneVariant {
     Variant variant;  // only the axes in which the phone is not like the device as it is
-    Variant values;   // the phone's values, if it reports them and the device can have them
+    Variant values;   // the phone's, reported or seen in boots, if the device can have them
     std::vector<MissingValue> missing;
     PropertyMap stored;  // its persistent properties that the device reads or sets
     std::vector<std::string> notes;
@@ -31,8 +31,9 @@ struct PhoneVariant {
 };
 
 // Finds the variant by boots of the device, which must be prepared with the options and must be
-// reset afterwards. The options override what the phone reports. A value that the device cannot
-// have and a property that init refuses are no error: they are missing or noted. Throws as
+// reset afterwards. The options override what the phone reports; an empty value counts as none. A
+// value that the device cannot have and a property that init refuses are no error: they are missing
+// or noted. A boot that fails is no error either, but then the variant may be wrong. Throws as
 // TakeSurvey, FindVariantSpace and PreparedDevice do.
 PhoneVariant FindPhoneVariant(const Phone& phone, const BootOptions& options,
                               PreparedDevice* device);

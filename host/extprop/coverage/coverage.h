@@ -49,7 +49,7 @@ class Coverage {
     const std::vector<CoveredBoot>& boots() const { return boots_; }
 
     // Returns whether a boot hung or reached a limit. Then not all boots were made, so it is
-    // unknown what no boot loads.
+    // unknown what no boot loads. False if only the search ended, at 5,000 boots.
     bool is_stopped() const { return is_stopped_; }
 
     // Returns the fewest words with which a boot loaded the lines of this name in the device's own

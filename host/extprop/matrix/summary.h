@@ -94,8 +94,8 @@ class VariantsNamer {
     explicit VariantsNamer(const std::vector<SummaryVariant>& all);
 
     // Returns a short text for the variants, given by their indices in `all`. If all variants with
-    // a value of an axis are among them, the text names that value. Lists six such names at most
-    // and counts the others. The text is not made printable.
+    // a value of an axis that did not fail are among them, the text names that value. Lists six
+    // such names at most and counts the others. The text is not made printable.
     std::string Text(const std::vector<size_t>& variants) const;
 
   private:
