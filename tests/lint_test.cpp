@@ -389,6 +389,15 @@ TEST_F(LintTest, LoadsAreCountedByTheWaysThatImportsLead) {
     Write("/odm/etc/a.prop", "ro.a=1\nimport /odm/etc/b.prop\nimport /odm/etc/b.prop\n");
     Write("/odm/etc/b.prop");
     EXPECT_EQ(Found(), Lines{});
+    // A chain may be longer than a stack holds.
+    Clear();
+    Write("/odm/build.prop", "import /odm/etc/1.prop\n");
+    for (int i = 1; i < 400; ++i) {
+        Write("/odm/etc/" + std::to_string(i) + ".prop",
+              "import /odm/etc/" + std::to_string(i + 1) + ".prop\n");
+    }
+    Write("/odm/etc/400.prop");
+    EXPECT_THAT(Found(), ElementsAre("/odm/etc/200.prop:1 not-checked"));
 }
 
 TEST_F(LintTest, FindingsAreSafeToPrint) {

@@ -12,6 +12,7 @@
 #include <android-base/strings.h>
 
 #include "device/imports.h"
+#include "lint/import_graph.h"
 #include "lint/rules.h"
 #include "nearest.h"
 #include "platform.h"
@@ -21,17 +22,12 @@ namespace extprop {
 
 namespace {
 
-constexpr const Rule& kImportCycle = RuleNamed("import-cycle");
 constexpr const Rule& kMissingImport = RuleNamed("missing-import");
 constexpr const Rule& kMissingVariant = RuleNamed("missing-variant");
 constexpr const Rule& kMalformedReference = RuleNamed("malformed-reference");
 constexpr const Rule& kUnsetReference = RuleNamed("unset-reference");
 constexpr const Rule& kLateReference = RuleNamed("late-reference");
 constexpr const Rule& kIdleFilter = RuleNamed("idle-filter");
-constexpr const Rule& kImportMultiplies = RuleNamed("import-multiplies");
-
-// So many loads of one file are hardly intended.
-constexpr uint64_t kManyLoads = 100;
 
 // How many choices of values are expanded.
 constexpr size_t kMostFollowed = 1000;
@@ -45,14 +41,6 @@ struct Expansions {
     std::string malformed;  // the library's message, if no values make it expand
     std::string unset;      // the library's message, if no file sets a property in it
 };
-
-// An import line and the files to which it may lead; in one boot it leads to one of them.
-struct Import {
-    const PropertyLine* line;
-    const std::vector<std::string>* files;
-    bool is_followed() const { return line->value.empty(); }  // a load with a filter skips imports
-};
-using ImportGraph = std::map<std::string, std::vector<Import>>;
 
 using PropertyValues = std::map<std::string, std::set<std::string>, std::less<>>;
 
@@ -387,152 +375,6 @@ void CheckFilter(const PropertyFile& file, const PropertyLine& line,
                     Suggestion(near));
 }
 
-// Reports each import that closes a cycle. Returns the files that lead into one.
-std::set<std::string> CheckCycles(const ImportGraph& graph, Findings* findings) {
-    std::set<std::string> done, endless;
-    std::vector<std::string> way;
-    const std::function<void(const std::string&)> visit = [&](const std::string& path) {
-        const auto imports = graph.find(path);
-        if (imports == graph.end() || !done.insert(path).second) return;
-        way.push_back(path);
-        for (const Import& import : imports->second) {
-            if (!import.is_followed()) continue;
-            for (const std::string& to : *import.files) {
-                const auto start = std::find(way.begin(), way.end(), to);
-                if (start == way.end()) {
-                    visit(to);
-                    if (endless.count(to) != 0) endless.insert(path);
-                    continue;
-                }
-                endless.insert(path);
-                std::string cycle;
-                for (auto step = start; step != way.end(); ++step) cycle += *step + " -> ";
-                findings->Add(kImportCycle, path, import.line->number,
-                              cycle + to +
-                                      ": the loader follows imports without end, so the phone does "
-                                      "not boot");
-            }
-        }
-        way.pop_back();
-    };
-    for (const auto& [path, imports] : graph) visit(path);
-    return endless;
-}
-
-// Counts the loads that one load of a file causes.
-class LoadCounter {
-  public:
-    explicit LoadCounter(const ImportGraph& graph) : graph_(graph) {}
-
-    struct Worst {
-        uint64_t loads = 0;
-        std::string file;
-        int line = 1;  // of the import that causes the most loads
-    };
-
-    // Returns the file that one load of the file at `top` loads most often.
-    Worst WorstOf(const std::string& top) {
-        Worst worst;
-        if (LoadsBy(top) < kManyLoads) return worst;
-        std::map<std::string, uint64_t> loads, follows = {{top, 1}};
-        for (const std::string& path : InOrder(top)) {
-            for (const Import& import : ImportsOf(path)) {
-                const std::string* to = Chosen(import);
-                if (to == nullptr) continue;
-                loads[*to] = Sum(loads[*to], follows[path]);
-                if (import.is_followed()) follows[*to] = Sum(follows[*to], follows[path]);
-            }
-        }
-        for (const auto& [path, count] : loads) {
-            if (count > worst.loads) worst = {count, path, 1};
-        }
-        uint64_t most = 0;
-        for (const Import& import : ImportsOf(top)) {
-            if (Of(import) <= most) continue;
-            most = Of(import);
-            worst.line = import.line->number;
-        }
-        return worst;
-    }
-
-  private:
-    static uint64_t Sum(uint64_t a, uint64_t b) {
-        constexpr uint64_t kMost = 1000000000;
-        return std::min(a + b, kMost);
-    }
-
-    const std::vector<Import>& ImportsOf(const std::string& path) const {
-        static const std::vector<Import> none;
-        const auto known = graph_.find(path);
-        return known == graph_.end() ? none : known->second;
-    }
-
-    // Returns the file, of those to which the import may lead, that causes the most loads.
-    const std::string* Chosen(const Import& import) {
-        const std::string* chosen = nullptr;
-        for (const std::string& file : *import.files) {
-            if (chosen == nullptr || LoadsBy(file) > LoadsBy(*chosen)) chosen = &file;
-        }
-        return chosen;
-    }
-
-    uint64_t Of(const Import& import) {
-        const std::string* file = Chosen(import);
-        if (file == nullptr) return 0;
-        return import.is_followed() ? Sum(1, LoadsBy(*file)) : 1;
-    }
-
-    // Returns the number of loads that one load of the file causes.
-    uint64_t LoadsBy(const std::string& path) {
-        const auto [known, is_new] = loads_by_.try_emplace(path);
-        if (!is_new) return known->second;
-        uint64_t loads = 0;
-        for (const Import& import : ImportsOf(path)) loads = Sum(loads, Of(import));
-        return loads_by_[path] = loads;
-    }
-
-    // Returns `top` and the files to which its imports lead, each before those that it imports.
-    std::vector<std::string> InOrder(const std::string& top) {
-        std::vector<std::string> order;
-        std::set<std::string> done;
-        const std::function<void(const std::string&)> visit = [&](const std::string& path) {
-            if (!done.insert(path).second) return;
-            for (const Import& import : ImportsOf(path)) {
-                const std::string* to = Chosen(import);
-                if (to != nullptr && import.is_followed()) visit(*to);
-            }
-            order.push_back(path);
-        };
-        visit(top);
-        std::reverse(order.begin(), order.end());
-        return order;
-    }
-
-    const ImportGraph& graph_;
-    std::map<std::string, uint64_t> loads_by_;
-};
-
-// Reports the files that no file imports and that load one file very often.
-void CheckMultiplication(const ImportGraph& graph, const std::set<std::string>& endless,
-                         Findings* findings) {
-    std::set<std::string> imported;
-    for (const auto& [path, imports] : graph) {
-        for (const Import& import : imports) {
-            imported.insert(import.files->begin(), import.files->end());
-        }
-    }
-    LoadCounter counter(graph);
-    for (const auto& [path, imports] : graph) {
-        if (imported.count(path) != 0 || endless.count(path) != 0) continue;
-        const LoadCounter::Worst worst = counter.WorstOf(path);
-        if (worst.loads < kManyLoads) continue;
-        findings->Add(kImportMultiplies, path, worst.line,
-                      "loading this file once may load " + QuotedShort(worst.file) + " " +
-                              std::to_string(worst.loads) +
-                              " times, since so many chains of imports lead to it");
-    }
-}
-
 }  // namespace
 
 void CheckImports(const DeviceTree& tree, const Coverage* coverage, PropertyFiles* files,
@@ -551,7 +393,7 @@ void CheckImports(const DeviceTree& tree, const Coverage* coverage, PropertyFile
             graph[path].push_back({&line, &targets.at(name)});
         }
     }
-    CheckMultiplication(graph, CheckCycles(graph, findings), findings);
+    CheckImportGraph(graph, findings);
 }
 
 }  // namespace extprop
