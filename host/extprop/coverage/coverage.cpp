@@ -221,12 +221,18 @@ std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
     return boots;
 }
 
-// Finds the properties that the library reads, by a boot with every step.
+// Finds the properties that the library reads, by a boot with every step; if it does not survive
+// that, by a boot for each step.
 void Coverage::WatchDecidingProperties() {
-    Addition everything;
-    everything.steps = KnownSteps();
-    const auto boots = BootsOf({{everything, {}, {}, false, false}});
-    for (const std::string& name : boots.front().record.asked) watched_.insert(name);
+    std::vector<CoveredBoot> boots = BootsOf({{{{}, {}, KnownSteps()}, {}, {}}});
+    if (!boots.front().survived) {
+        boots.clear();
+        for (const std::string& step : KnownSteps()) boots.push_back({{{}, {}, {step}}, {}, {}});
+        boots = BootsOf(std::move(boots));
+    }
+    for (const CoveredBoot& boot : boots) {
+        watched_.insert(boot.record.asked.begin(), boot.record.asked.end());
+    }
 }
 
 // Boots the device with each addition that was not tried before. Returns whether there was one.
@@ -294,13 +300,17 @@ bool Coverage::IsUnknown(const std::string& file) const {
         return failed_.count(WordsOf({candidate.variant, candidate.settings, {}}, false)) != 0;
     };
     const auto may_still_lead = [&](const Importer& importer) {
-        return !importer.values.is_complete && contexts_.count(importer.place) != 0;
+        const bool is_cut = !importer.values.is_complete || boots_.size() >= kMostBoots;
+        return is_cut && contexts_.count(importer.place) != 0;
     };
-    return std::any_of(unloaded_.begin(), unloaded_.end(), [&](const UnloadedFile& unloaded) {
-        const auto& [path, candidates, importers] = unloaded;
-        return path == file && (std::any_of(candidates.begin(), candidates.end(), fails) ||
-                                std::any_of(importers.begin(), importers.end(), may_still_lead));
-    });
+    // The survey's files are sorted by their paths.
+    const auto unloaded = std::lower_bound(
+            unloaded_.begin(), unloaded_.end(), file,
+            [](const UnloadedFile& one, const std::string& path) { return one.path < path; });
+    if (unloaded == unloaded_.end() || unloaded->path != file) return false;
+    const auto& [path, candidates, importers] = *unloaded;
+    return std::any_of(candidates.begin(), candidates.end(), fails) ||
+           std::any_of(importers.begin(), importers.end(), may_still_lead);
 }
 
 const std::set<std::string>& Coverage::StepsThatLoad(const std::string& file) const {
@@ -448,7 +458,6 @@ void Coverage::TryImports() {
     while (goes_on && HasUnloaded() && boots_.size() < kMostBoots) {
         std::vector<Addition> next;
         for (const UnloadedFile& unloaded : unloaded_) {
-            std::vector<Addition> additions;
             for (const Importer& importer : unloaded.importers) {
                 for (Addition& addition : AdditionsFor(importer)) {
                     if (tried_.count(WordsOf(addition, options_.uses_default_steps)) != 0) continue;
