@@ -78,7 +78,8 @@ std::optional<std::vector<DeadPlace>> Matrix::FindDeadPlaces() {
     for (const CoveredBoot& boot : coverage.boots()) {
         const Addition& addition = boot.addition;
         if (!boot.survived || !boot.is_phone || !addition.settings.empty()) continue;
-        if (addition.variant != Variant()) known_[addition.variant] = boot.delta;
+        // The first boot's delta, of the device as it is, is that from no properties.
+        known_[addition.variant] = addition.variant == Variant() ? PropertyDelta() : boot.delta;
     }
     if (coverage.is_stopped()) return std::nullopt;
     return DeadPlaces(survey, coverage);
