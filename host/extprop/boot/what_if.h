@@ -33,6 +33,7 @@ inline constexpr Axis kAxes[kAxisCount] = {
         {"channel", "KEY", "What if this were the key of its sales channel"},
         {"region-key", "KEY", "What if this were the key of its region"},
 };
+static_assert(kAxes[kAxisCount - 1].name != nullptr, "each axis has a row");
 
 // Returns the axis of that name. Throws InputError, with the names of all axes, if there is none.
 int AxisNamed(const std::string& name);
