@@ -40,7 +40,8 @@ struct Handover {
     std::vector<Refusal> refused;
 };
 
-// What an operation read: a property, or a line of a file by a look-up.
+// What an operation read: a property, or a line of a file by a look-up. While 1000 of a step wait
+// for an event, further ones are dropped.
 struct OperationInput {
     std::string name;
     std::string value;                // empty if there is none

@@ -14,7 +14,8 @@ namespace extprop {
 // What the comments call an error is one in the words, for which Parse throws InputError. A
 // variable must exist until Parse returns; it keeps its content if its word or option is not given.
 // An option's name may list several, as in "--quiet,-q". `type` is the name of the value in the
-// help. Adding a name twice throws a CLI::Error.
+// help. After "--name=" without a value, and "," alone for a list, the next word is the value, even
+// if it is an option; if there is none, that is an error. Adding a name twice throws a CLI::Error.
 class CommandLine {
   public:
     CommandLine(const std::string& program, const std::string& summary);
@@ -30,6 +31,8 @@ class CommandLine {
                       bool one_at_least = false);
     static constexpr bool kOneAtLeast = true;
 
+    // An option without a value, which may be repeated. Of "--name=true", "--name=no" and the like
+    // the last one counts; any other text after the "=" is an error.
     void AddFlag(const char* names, bool* value, const std::string& help);
 
     // An option that may be given once; more often is an error, and so is an empty value.

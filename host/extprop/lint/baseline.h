@@ -17,7 +17,8 @@ std::vector<KnownFinding> ReadBaseline(const std::string& path, const std::strin
 // Returns an entry for each finding, in their order, without lines.
 std::vector<KnownFinding> Known(const std::vector<Finding>& findings);
 
-// Returns the content of a file that ReadBaseline() reads as these entries.
+// Returns the content of a file that ReadBaseline() reads as these entries, unless it is too large.
+// Bytes that are no UTF-8 become U+FFFD.
 std::string BaselineText(const std::vector<KnownFinding>& known);
 
 // Removes from `*findings`, which are all that Lint() has found, those that are in the baseline.

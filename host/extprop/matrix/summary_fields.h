@@ -1,5 +1,6 @@
-// The JSON fields of summaries and outcomes. Reading them checks no index of a variant and no
-// origin.
+// The JSON fields of summaries and outcomes, as json/fields.h writes and reads them. Read() throws
+// as there, and InputError for an unknown axis; it checks no index of a variant and no origin. Of
+// an Outcome it takes only what Write() made.
 
 #pragma once
 

@@ -1,4 +1,5 @@
-// The documents that docs/json.md describes.
+// The documents that docs/json.md describes. Their texts may be any bytes: JsonText() and
+// JsonLine() print these, while json::dump() by default throws for what is no UTF-8.
 
 #pragma once
 

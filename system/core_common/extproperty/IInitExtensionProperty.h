@@ -18,8 +18,9 @@ using PropertyCallback = void (*)(int mode, PropertyMap properties);
 
 // The operations that init calls, in the slot order that both sides are compiled against: a new
 // operation goes to the end, none moves. Results reach init only through the map, the callback and
-// the log; no operation stops the boot. A file that is missing or cannot be read is left out,
-// mostly with a line in the log. No pointer or callback may be null.
+// the log; no operation stops the boot, but imports that form a cycle crash the process. A file
+// that is missing or cannot be read is left out, mostly with a line in the log. Names and values
+// are not validated. No pointer or callback may be null.
 class IInitExtensionProperty {
   public:
     virtual ~IInitExtensionProperty() = default;
@@ -62,8 +63,9 @@ class IInitExtensionProperty {
         return false;
     }
 
-    // Performs one command of the carrier-package service; such commands run one at a time. An
-    // unknown one is only logged.
+    // Performs one command of the carrier-package service; such commands run one at a time, but the
+    // thread that check_mount starts calls `callback` later, at any time. An exception passes
+    // through if there can be no thread. An unknown command is only logged.
     virtual void loadCotaServiceOverrideProperties(std::string command,
                                                    PropertyCallback callback) = 0;
 };
