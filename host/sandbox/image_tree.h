@@ -12,7 +12,7 @@
 
 namespace sandbox {
 
-// Open() copies a file whole, into a sealed file in memory.
+// Open() copies a file whole, into a sealed file in memory; the caller checks its size before.
 class ImageTree : public Tree {
   public:
     // Is called with damage, also if the image can no longer be read: the path in the image, and

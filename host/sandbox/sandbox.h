@@ -75,7 +75,7 @@ class Sandbox {
 
     // Returns what was created, changed and deleted since the last call, in the order of the paths.
     // A file that was written counts as changed even if its content is the same; a directory counts
-    // only if its mode or owner changed.
+    // only if its mode or owner changed. One that cannot be listed is taken for empty.
     std::vector<FileChange> TakeChanges();
 
     // Returns the device's files, for use in this process itself.

@@ -30,7 +30,7 @@ json Write(const T& value) {
 // Reads the document into `*value`, which must be newly made. Moves strings out of the document,
 // which may be as large as a device's files. Ignores fields that the type does not list. Throws
 // json::exception if a field is missing or cannot be converted; checks neither that a list is an
-// array nor that a number is one of an enum's.
+// array nor that a number is one of an enum's or fits its type.
 template <typename T>
 void Read(json& document, T* value) {
     Json<T>::Read(document, value);

@@ -36,8 +36,8 @@ struct TraceRequest {
 using OriginDocument = std::shared_ptr<const nlohmann::json>;
 
 // Boots run in child processes. A boot in which the library fails is a result, not an error. The
-// functions throw std::runtime_error if a child process reports an error or dies, and pass on what
-// `done` throws; boots that still run are killed then.
+// functions throw as ForEachInParallel() does and pass on what `done` throws; boots that still run
+// are killed then.
 class Matrix {
   public:
     // Prepares the device and boots it as it is. Up to `jobs` boots, at least 1, run at a time.

@@ -12,7 +12,7 @@
 namespace extprop {
 
 // Returns a list with an object for each finding, which has only the fields that these services
-// need.
+// need. The paths in it may be any bytes, which JsonText() prints.
 nlohmann::json CodeQualityReport(const std::vector<Finding>& findings, const SourceRoot& root);
 
 }  // namespace extprop

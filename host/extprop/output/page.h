@@ -1,5 +1,6 @@
 // Results as pages for a browser: self-contained HTML, in which no text of a device is taken for
-// markup or a script. A boot that failed gives a page too, which reports the failure.
+// markup or a script, and bytes that are no UTF-8 become U+FFFD. A boot that failed gives a page
+// too, which reports the failure.
 
 #pragma once
 

@@ -1,4 +1,5 @@
-// Messages on standard error. The tool's own process writes to it only here.
+// Messages on standard error. The tool's own process writes to it only here. SIGPIPE ends that
+// process if nobody reads a pipe there any more; every other failure to write is ignored.
 
 #pragma once
 

@@ -20,8 +20,9 @@ constexpr char kMountPoint[] = "mount_point";  // of a module: the source of its
 constexpr char kCarrierRoot[] = "/my_carrier";
 
 // Reads the one-shot file at `path` into `*properties` and deletes it, even if it could not be
-// read, so that it takes effect once. Returns false only if it is missing. `missing` and
-// `loadFailed` are the log texts for these cases; the path follows them.
+// read, so that it takes effect once; that it cannot be deleted is ignored. Returns false only if
+// it is missing. `missing` and `loadFailed` are the log texts for these cases; the path follows
+// them.
 bool takeOneShotFile(const char* path, const char* missing, const char* loadFailed,
                      PropertyMap* properties);
 
