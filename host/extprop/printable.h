@@ -60,7 +60,7 @@ std::string QuotedShort(std::string_view text);
 std::string Count(size_t count, const char* one, const char* many);
 
 // Returns the words, quoted where necessary, as they can be typed into a shell; an empty word is
-// ''.
+// ''. Bytes that are not printable stay, as in Quoted().
 std::string ShellWords(const std::vector<std::string>& words);
 
 }  // namespace extprop

@@ -12,6 +12,7 @@
 
 namespace images {
 
+// Throws std::bad_alloc, not Damage, where libarchive is out of memory.
 class ArchiveReader {
   public:
     // Reads the source from `offset` on, in bytes. The source must outlive this.

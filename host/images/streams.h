@@ -14,7 +14,7 @@ const char* CompressionOf(const Source& source);
 
 // Returns the decompressed bytes of the source, which must outlive them and be compressed, that is,
 // have a CompressionOf(). This function and the stream throw Damage, which names the compression,
-// if the source is damaged or compressed more than once.
+// if the source is damaged, compressed more than once or holds no bytes.
 std::unique_ptr<Stream> Unpacked(const Source& source);
 
 }  // namespace images

@@ -68,9 +68,10 @@ struct BootPlan {
 // event for each thing that happens and StepDone after each request. `last_file` receives the path
 // of each file that is opened, so that the last is known after a crash, too.
 //
-// Returns 0, the process's exit status, when the channel is closed. Ends the process, as EndAt()
-// does, at a limit other than of memory, for which the caller has called EndAtMemoryLimit(), or
-// with kChangesFailed if a step's file cannot be written.
+// Returns 0, the process's exit status, when the channel is closed or brings a malformed document;
+// what cannot be sent is dropped. Ends the process, as EndAt() does, at a limit other than of
+// memory, for which the caller has called EndAtMemoryLimit(), or with kChangesFailed if a step's
+// file cannot be written. Throws what the library throws.
 int EmulateInit(FetchExtension fetch, const BootPlan& plan, int channel, LastFile* last_file);
 
 inline constexpr int kNoStep = -1;

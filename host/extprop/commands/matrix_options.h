@@ -27,8 +27,9 @@ void AddChoiceOptions(CommandLine* line, ChoiceArguments* arguments);
 void AddJobsOption(CommandLine* line, int* jobs);
 
 // Returns the chosen variants of those in `space`; there may be none. `known` has the values that
-// may be named: more than those in `space` where two devices are compared. Throws InputError for an
-// unknown axis, for a value that is not in `known`, and for more than limits::kVariants variants.
+// may be named: more than those in `space` where two devices are compared. Throws InputError for a
+// choice without "=", for an unknown axis, for a value that is not in `known`, and for more than
+// limits::kVariants variants.
 std::vector<Variant> Chosen(const VariantSpace& space, const ChoiceArguments& arguments,
                             const VariantSpace& known);
 

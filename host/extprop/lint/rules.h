@@ -77,8 +77,9 @@ class Findings {
 void AddPropertyFile(const DeviceTree& tree, const FoundFile& place, FileUse use,
                      PropertyFiles* files, Findings* findings);
 
-// Adds to `*files` what they import, and checks each import. If `coverage` is null, it does not
-// check where imports with references lead. Replaces the properties of this process.
+// Adds to `*files` the regular files that they import, and checks each import, with at most 1000
+// choices of values for its references. If `coverage` is null, it does not check where imports with
+// references lead. Replaces the properties of this process.
 void CheckImports(const DeviceTree& tree, const Coverage* coverage, PropertyFiles* files,
                   Findings* findings);
 
@@ -86,7 +87,8 @@ void CheckImports(const DeviceTree& tree, const Coverage* coverage, PropertyFile
 void CheckLines(const PropertyFile& file, Findings* findings);
 
 // Checks the names in a devicename.cfg, and calls the library in a sandbox to see whether some size
-// of the storage gets a market name.
+// of the storage gets a market name; if that fails, a finding says so. Ignores a file that was not
+// read.
 void CheckDeviceName(const PropertyFile& file, Findings* findings);
 
 // Reports the files in the directories of the switch keys that are not loaded, since their names do

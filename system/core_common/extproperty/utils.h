@@ -19,7 +19,7 @@ android::base::Result<std::string> ReadFileWithOffset(const std::string& path, i
                                                       int nbytes);
 
 // As ReadFileWithOffset, from an open descriptor into `*content`; moves its position. On failure
-// returns false.
+// returns false with errno set; `*content` has changed.
 bool ReadFdToStringWithOffset(int fd, std::string* content, int offset, int nbytes);
 
 // Replaces the content of the file at `path` with `content`; creates it with mode 0600 if it is
