@@ -14,7 +14,8 @@ namespace images {
 using ServeFunction = void(const Descriptors& descriptors, char slot);
 
 // Load the library in the calling process and run it. The process ends with one of the statuses
-// below if it cannot serve, with 0 after its last client.
+// below if it cannot serve, with 0 after its last client, and by a signal at a time limit or in a
+// crash.
 ServeFunction ServeImage;  // answers the requests of protocol.h
 ServeFunction ServeTexts;  // sends the packets of texts.h; ignores the slot
 

@@ -1,6 +1,7 @@
 // The protocol between a reader process and its clients. Each request and each reply is one packet
 // of a SOCK_SEQPACKET socket; for an answer that does not fit, the client asks again with another
-// offset. Both sides come from the same build, so that structures are sent as they are.
+// offset. Both sides come from the same build, so that structures are sent as they are. A request
+// that cannot be met gives kDamage; a packet shorter than a Request ends the connection.
 
 #pragma once
 

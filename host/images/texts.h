@@ -1,5 +1,6 @@
 // What a confined process sends of a zip: the texts in it, names that end with ".txt". Each packet
-// of the SOCK_SEQPACKET socket begins with one of these letters.
+// of the SOCK_SEQPACKET socket begins with one of these letters. The last packet is kWrong or kEnd;
+// if neither comes, the process did not begin to read or has died.
 
 #pragma once
 

@@ -91,7 +91,8 @@ class Observer {
     // property_get or android::base::GetProperty is called for the property.
     virtual void OnPropertyGet(const std::string& /*name*/) {}
 
-    // The library has looked up the one property `name` in the file at `path`.
+    // The library has looked up the one property `name` in the file at `path`, which may be
+    // missing.
     virtual void OnLookUp(const char* /*path*/, const char* /*name*/) {}
 
     // property_set or android::base::SetProperty has set the property.

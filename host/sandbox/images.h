@@ -58,8 +58,9 @@ class Firmware {
     std::shared_ptr<const Tree> tree() const;
 
     // Opens the device's images, and those that the options name. The device's files are looked up
-    // in `view`, which shows nothing but tree(). Call it once. A damaged image of one partition is
-    // shown too, unless an option names it: a look-up in it reports the damage. Throws as above.
+    // in `view`, which shows nothing but tree(). Call it once. An image of one partition that is
+    // damaged or of no known format is shown too, unless an option names it: a look-up in it
+    // reports that. Throws as above.
     Images OpenImages(const View& view) const;
 
   private:

@@ -37,7 +37,7 @@ class Process {
     Ending Wait(std::chrono::milliseconds limit);
 
     // Waits until the process has one thread, or has ended. Returns false if it still has more at
-    // the deadline, which may have passed already.
+    // the deadline and, without a look, if that has passed already.
     bool WaitForThreads(std::chrono::steady_clock::time_point deadline) const;
 
   private:
@@ -53,8 +53,8 @@ void EndWith(pid_t parent);
 // one stays. A failure is ignored.
 void SetLimit(int resource, uint64_t most);
 
-// Limits the calling process's data to what it has now and `bytes` more. Does nothing in a
-// sanitizer's build.
+// Limits the calling process's data to what it has now and `bytes` more, as SetLimit() does. Does
+// nothing in a sanitizer's build.
 void LimitMemory(uint64_t bytes);
 
 // Returns the limit of the calling process's data, in bytes; RLIM_INFINITY if there is none.

@@ -1,8 +1,8 @@
 // The device's files as mounts, each of which shows a tree or a directory of one, without a root in
 // the kernel. Each call does and returns what the kernel would for root in a real root: a result,
-// or a negative errno. Besides, what is in an image is read-only (-EROFS), and a file beyond the
-// size limits is not opened (-EFBIG). Paths are the device's; none may be null unless stated
-// otherwise.
+// or a negative errno. Besides, what this machine's user cannot read gives -EACCES, damage in an
+// image -EIO; what is in an image is read-only (-EROFS), and a file beyond the size limits is not
+// opened (-EFBIG). Paths are the device's; none may be null unless stated otherwise.
 
 #pragma once
 

@@ -11,7 +11,8 @@
 
 namespace extprop {
 
-// An import line and the files to which it may lead; in one boot it leads to one of them.
+// An import line and the files to which it may lead, if any; in one boot it leads to one of them
+// at most.
 struct Import {
     const PropertyLine* line;
     const std::vector<std::string>* files;

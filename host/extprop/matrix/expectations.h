@@ -53,9 +53,10 @@ struct Expectations {
 
 // Reads the file at `path`; if it lies in the directory `device`, which is checked, no link is
 // followed to it. Throws InputError: with the path if the file cannot be read, is larger than
-// limits::kText or has more nodes than limits::kYamlNodes; else with path, line and column of each
-// error, up to limits::kErrors. After an error of YAML itself no other is reported. Whether the
-// device has the named variants and files is not checked here.
+// limits::kText or may have more nodes than limits::kYamlNodes; else with path, line and column of
+// each error, up to limits::kErrors. After an error of YAML itself no other is reported. Values
+// need not be UTF-8; a pattern that is not is an error. Whether the device has the named variants
+// and files is not checked here.
 Expectations ReadExpectations(const std::string& path, const std::string& device);
 
 // Parses the content of such a file; `path` is its name in errors. Throws in the same way.
@@ -63,7 +64,7 @@ Expectations ParseExpectations(const std::string& content, const std::string& pa
 
 // Returns the content of a file that expects exactly the values in the summary, which must be of
 // all properties and have no failed variant. The file names these steps; none if there are none, so
-// that it is checked with the default steps.
+// that it is checked with the default steps. ReadExpectations() takes it unless it is too large.
 std::string RecordedExpectations(const Summary& summary, const std::vector<std::string>& steps);
 
 // Returns whether the content is that of a recorded file: whether it has the comment with which

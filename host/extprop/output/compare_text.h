@@ -12,7 +12,8 @@ namespace extprop {
 // boot failed, nothing was compared, and the text has only what was known before.
 std::string ComparisonText(const Comparison& comparison, bool verbose);
 
-// Returns the warning, on one line, about a value of the phone that the device cannot have.
+// Returns the warning about a value of the phone that the device cannot have. It is not made
+// printable.
 std::string WarningText(const MissingValue& missing);
 
 }  // namespace extprop

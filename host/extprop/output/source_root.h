@@ -13,8 +13,8 @@ class SourceRoot {
     // `device` itself if none does. Throws InputError if there is no such device.
     explicit SourceRoot(const std::string& device);
 
-    // Uses the directory `root`. Throws InputError if either does not exist or `device` neither is
-    // `root` nor lies in it; links in both are followed first.
+    // Uses `root`; that it is a directory is not checked. Throws InputError if either does not
+    // exist or `device` neither is `root` nor lies in it; links in both are followed first.
     SourceRoot(const std::string& device, const std::string& root);
 
     // Returns the root's absolute path, without links.
@@ -36,7 +36,7 @@ class SourceRoot {
 };
 
 // Returns the path of a file relative to the work tree that holds it. If none does, or the file
-// does not exist, returns the path as it is, but without "." and "..".
+// does not exist, returns the path as it is, but without "." and, except at its beginning, "..".
 std::string PathInWorkTree(const std::string& file);
 
 // Returns the path for a URI. All bytes but ASCII letters, digits and "/-._~" are escaped, such as
