@@ -15,8 +15,8 @@ namespace images {
 // limits::kImageBytes were read in all.
 class FileSource : public Source {
   public:
-    // The caller keeps the descriptor open as long as this, and closes it. Throws Damage if it has
-    // no size.
+    // The caller keeps the descriptor open as long as this, and closes it. Throws Damage if it
+    // cannot seek, such as a pipe's.
     explicit FileSource(int fd);
 
     uint64_t size() const override { return size_; }

@@ -1,6 +1,7 @@
 // A directory of this machine as a tree. Each path is walked from the directory's descriptor, name
 // by name, without following links. So no path leads out of it, even if another process changes the
-// directory at the same time. One thread at a time may use it.
+// directory at the same time. That paths are as tree.h says, and without "..", is not checked.
+// One thread at a time may use it.
 
 #pragma once
 

@@ -45,8 +45,8 @@ inline constexpr char kImagesDirectory[] = "IMAGES";
 
 // What the name of a file reveals of its content.
 struct FileName {
-    std::string image = "";              // such as "my_region_a"; empty if it is no image
-    std::optional<int> part = {};        // the part's number, of a split image
+    std::string image = "";              // such as "my_region_a", any bytes; empty if it is none
+    std::optional<int> part = {};        // the part's number, of a split image: up to four digits
     bool is_archive = false;             // of a format that can be opened
     const char* whats_unread = nullptr;  // what an ignored file is, and what to do
 };

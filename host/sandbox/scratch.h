@@ -15,7 +15,8 @@ namespace sandbox {
 class ScratchDirectory {
   public:
     // Makes it in memory (/dev/shm) if TMPDIR is unset and 1 GiB is free there, else in the
-    // directory for temporary files. Throws std::runtime_error if it cannot be made.
+    // directory for temporary files, which is /tmp if TMPDIR names no directory. Throws
+    // std::runtime_error if it cannot be made.
     ScratchDirectory();
 
     // Waits until the directory is removed; gives up if that fails for a second.

@@ -62,7 +62,8 @@ LeadingValues ValuesThatLead(const std::string& name, const std::string& path, s
 // Returns the paths to which a name may lead if the values of its references have no slash. Each
 // component with a reference exists; those without one are not looked up, so the path may be
 // missing. Returns only "" for a malformed name. `names_in` returns the names in a directory, whose
-// path ends in a slash, and none if there is no such directory.
+// path ends in a slash, and none if there is no such directory. There may be as many paths as
+// a directory has names, to the power of the number of references, if ".." lies between these.
 using NamesIn = std::function<std::vector<std::string>(const std::string& directory)>;
 std::vector<std::string> PathsLike(const std::string& name, const NamesIn& names_in);
 

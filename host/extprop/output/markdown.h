@@ -1,5 +1,5 @@
-// Summaries for a review page: Markdown that consists only of HTML, in which no text of a device is
-// taken for Markdown.
+// Summaries for a review page: Markdown that consists only of HTML, in which no text of a device,
+// which may be any bytes, is taken for Markdown. A boot that failed has rows of its own.
 
 #pragma once
 

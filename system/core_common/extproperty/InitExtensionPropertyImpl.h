@@ -1,4 +1,5 @@
-// The class that implements the interface, and the free functions that its operations call.
+// The class that implements the interface, and the free functions that its operations call. What
+// the interface says of bad files, unchecked names and values, cycles and null holds for all.
 
 #pragma once
 
@@ -51,14 +52,15 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     void loadExtensionSimswitchKeyInfo(PropertyMap* props);
 
     // Copies a boot logo to the splash partition: the company's, or the file whose path starts at
-    // the first "/" of `trigger`. Does nothing if the logo or the partition is missing, or the logo
-    // too large.
+    // the first "/" of `trigger`. Does nothing if the partition, the logo or, for the company's,
+    // its image's date is missing, or the logo too large. A copy that fails is only logged.
     void copyLogoIfNeeded(std::string trigger);
 
     // The operations that read and delete a one-shot message only log if it is missing.
 
     // Reads and deletes the mount-info file, mounts the package that it names, and hands over the
-    // properties of the package and of the file.
+    // properties of the package and of the file: only the file's if it names no verified package;
+    // if the mount fails, the package's from where it lies.
     void bindAndLoadCotaOverrideProperties(PropertyCallback callback);
 
     // Reads and deletes the mount-info file and hands over everything in it.
@@ -67,12 +69,13 @@ class InitExtensionPropertyImpl : public IInitExtensionProperty {
     // Hands over the properties of the module that is mounted at `moduleRoot`.
     void loadCotaConfigureModuleProperties(std::string moduleRoot, PropertyCallback callback);
 
-    // Reads and deletes the mount-info file, makes the module directories that it names, does what
-    // bindCotaModuleMountPoint() does, and hands over the properties of the file.
+    // Reads and deletes the mount-info file, makes the module directories that it names, where they
+    // are allowed, does what bindCotaModuleMountPoint() does, and hands over the file's properties.
     void bindCotaBasicMountPoint(PropertyCallback callback);
 
     // Reads and deletes the module-info file, bind-mounts the module that it describes, and hands
-    // over the properties of the module and of the file.
+    // over the properties of the module, if its type is "configure", and of the file; nothing if
+    // the file lacks the type or a path, or the mount fails.
     void bindCotaModuleMountPoint(PropertyCallback callback);
 
   private:
@@ -109,7 +112,7 @@ bool writeKeyFile(const char* path, const std::string& content, const char* fail
 void find_nv_ssv_target_key(std::string key, std::string fileName, std::string* target);
 
 // Appends the radio store's key, at most eight bytes, to `*nvKey` and maps it to `*nvTargetKey`.
-// Without a store both stay as they are.
+// Without a store, or with empty ones, both stay as they are.
 void load_old_nv_key(std::string* nvKey, std::string* nvTargetKey);
 
 // Reads the old action file into `*ssvKey`, which stays as it is if there is none, and is empty if
@@ -123,7 +126,8 @@ void load_convert_first_key(std::string* firstKey, std::string* nvKey, std::stri
 // Returns the two operator properties in lower case, joined by "-"; empty if either is unset.
 std::string readOperatorPair();
 
-// Hands over the export version and, unless it is set already, the display version.
+// Hands over the export version and, unless it is set already, the display version, each if the
+// properties of which it is made allow it.
 void loadSpecialProperties(PropertyCallback callback);
 
 // Hands over the display version, built again from the versions of the carrier image and of the
@@ -134,7 +138,8 @@ void loadCustomizeDisplayVersionName(PropertyCallback callback);
 // that reset the sales channel, and deletes the channel's state files.
 void checkAndRestoreChannelInfo(PropertyCallback callback);
 
-// Hands over the market name if the configured storage size matches the measured one.
+// Hands over the market name, type and model if the configured storage size matches the measured
+// one; those that the configuration lacks are empty.
 void updateMarketName(PropertyCallback callback);
 
 // Hands over the two property files that the system keeps on the data partition, as far as they

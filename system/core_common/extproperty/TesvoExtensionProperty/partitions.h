@@ -25,7 +25,7 @@ inline constexpr char kBrand[] = "ro.tesvo.image.system_ext.brand";
 std::vector<std::string> partitionRoots(const std::string& brandCode, const std::string& region);
 
 // Returns the roots for the brand and the region that the device's images name; one that is missing
-// or not known counts as empty.
+// counts as empty, and so does an unknown brand. The region may be any text.
 std::vector<std::string> findPartitionRoots();
 
 }  // namespace init
