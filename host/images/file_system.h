@@ -61,7 +61,8 @@ class FileSystem {
 void CheckNames(uint64_t directory, const std::vector<Name>& names);
 
 // Each returns the file system in the source, which must outlive it, or null if the source does not
-// have its magic number. Throws Damage if the superblock is damaged or not supported.
+// have its magic number. Throws Damage if the superblock is damaged or not supported, or if
+// compressed content ends before the place of one.
 std::unique_ptr<FileSystem> OpenErofs(const Source& source);
 std::unique_ptr<FileSystem> OpenExt4(const Source& source);
 

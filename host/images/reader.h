@@ -38,7 +38,8 @@ class Reader {
     // Starts the worker process. `parts` is an open regular file or block device, or the parts of a
     // split sparse image, up to kMostParts. `slot`, 'a' or 'b', chooses the metadata of a super
     // image. `readers`, at least 1, is the number of readers that share the limits of one device.
-    // Throws Damage as above, std::runtime_error if the process does not begin to serve.
+    // Throws Damage as above and for no part or too many; std::runtime_error if the process does
+    // not begin to serve.
     Reader(std::vector<android::base::unique_fd> parts, char slot, size_t readers = 1,
            ServeFunction* serve = ServeImage);
     ~Reader();
@@ -49,12 +50,14 @@ class Reader {
 
     // Returns what a file of the archive in the volume holds; `files` are nodes of the archive.
     // Several files, up to kMostParts, are the parts of one split sparse image. Throws Damage also
-    // if the volume is no archive, or one of the files no regular file of it.
+    // for no file or too many, and if the volume is no archive, or one of the files no regular file
+    // of it.
     Contained OpenInside(size_t volume, const std::vector<uint64_t>& files) const;
 
     // Returns the file system in the volume, or the archive; its functions send requests to the
     // worker process. It may be used in processes forked from this one, in several threads, and
     // under the sandbox's redirection of system calls. A partition of a payload is unpacked now.
+    // Throws Damage also if the volume holds neither.
     std::unique_ptr<FileSystem> Open(size_t volume) const;
 
     // Decompresses the file in which the volume lies, so that no later request waits for it.

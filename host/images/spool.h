@@ -80,7 +80,8 @@ class SpooledBytes : public Source {
 };
 
 // The bytes of a stream, which is read only as far as they are asked for. Reading throws Damage
-// also as the stream does, and once more than limits::kArchiveMember bytes were unpacked.
+// also as the stream and the spool do, and once more than limits::kArchiveMember bytes were
+// unpacked.
 class SpooledStream : public Source {
   public:
     // `size` is the number of the stream's bytes or, if that is unknown, a larger one: bytes after

@@ -34,7 +34,7 @@ class LoadTracker {
 
     // Call these in pairs, on the loader's thread, when it begins a file and when it is done with
     // it; the pairs of imported files lie between the two. A null or empty `filter` is none.
-    // `map` is the one that the loader adds to.
+    // `map` is the one that the loader adds to. A file that cannot be read is a load without lines.
     void Begin(const std::string& path, const char* filter, const PropertyMap* map);
     void End(const PropertyMap* map);
 

@@ -43,7 +43,7 @@ nlohmann::json SummaryDocument(const Summary& summary);
 // Returns the summary's line, with its line end.
 std::string SummaryLine(const Summary& summary);
 
-// Merges the lines of runs over one device.
+// Merges the lines of runs over one device, which is not checked.
 class LineMerger {
   public:
     // Reads a file with all lines of one run or several, in any order; skips empty lines. Throws
