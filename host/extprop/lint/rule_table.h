@@ -417,9 +417,11 @@ inline constexpr Rule kRules[] = {
     ro.sample.name=Alpha Beta)"},
         {"not-checked", Severity::kWarning,
          "A `devicename.cfg` that could not be tried, or a device that could not be booted, "
-         "because this machine allows no sandbox or the library does not return",
-         "Its `ROM` may never match, or some files that nothing reads, and some imports with "
-         "references that lead nowhere or come too early, are not found",
+         "because this machine allows no sandbox or the library does not return; or imports that "
+         "lead on through more than 200 files",
+         "Its `ROM` may never match; or some files that nothing reads, and some imports with "
+         "references that lead nowhere or come too early, are not found; or cycles and repeated "
+         "loads are not found in such imports",
          "Run lint where `extprop boot` runs; mend the other errors",
          R"(/odm/build.prop
 /mnt/vendor/my_carrier/etc/flags.prop
