@@ -284,6 +284,23 @@ TEST_F(StrangersTest, MemoryHasAnEnd) {
     }
 }
 
+TEST_F(StrangersTest, DeepDirectoriesHideNoFiles) {
+    std::string deep;
+    for (int i = 0; i < 300; ++i) deep += "/a";
+    const std::string roots[] = {"/odm", "/mnt/vendor/my_product", "/mnt/vendor/my_stock"};
+    const std::string file = "/properties/key/SimSwitchFirstTime/a.prop";
+    for (const std::string& root : roots) {
+        fs::create_directories(Path("/d" + root + deep));
+        Write("/d" + root + file, "ro.a=1\n");
+    }
+    const std::string command =
+            "ulimit -n 200; " EXTPROP " explain " + Path("/d") + " ro.a early >" + Path("/out");
+    EXPECT_EQ(WEXITSTATUS(system(command.c_str())), 0);
+    std::string out;
+    EXPECT_TRUE(android::base::ReadFileToString(Path("/out"), &out));
+    for (const std::string& root : roots) EXPECT_THAT(out, HasSubstr(root + file));
+}
+
 TEST_F(StrangersTest, AMatrixOfHangsEnds) {
     ASSERT_EQ(mkfifo(Path("/d/odm/fifo.prop").c_str(), 0600), 0);
     Write("/d/odm/build.prop", "import /odm/fifo.prop\n");

@@ -44,24 +44,27 @@ class Surveyor {
     }
 
   private:
+    // Opens one directory at a time, so that a deep tree cannot exhaust the descriptors.
     void Walk() {
-        std::error_code error;
-        const auto options = fs::directory_options::skip_permission_denied;
-        for (fs::recursive_directory_iterator entry("/", options, error), end; entry != end;
-             entry.increment(error)) {
-            const std::string& path = entry->path().native();
-            if (std::find(left_out_.begin(), left_out_.end(), path) != left_out_.end()) {
-                entry.disable_recursion_pending();
-            }
-            if (!UseOf(path) && !IsOfSwitchKey(path)) continue;
-            std::error_code gone;
-            const fs::file_status status = entry->symlink_status(gone);
-            if (fs::is_symlink(status)) {
-                links_.push_back(path);
-            } else if (fs::is_regular_file(status)) {
-                Read(path, std::nullopt);
+        for (std::vector<std::string> waiting = {"/"}; !waiting.empty();) {
+            const std::string directory = std::move(waiting.back());
+            waiting.pop_back();
+            std::error_code error;
+            for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+                 entry.increment(error)) {
+                const std::string& path = entry->path().native();
+                std::error_code gone;
+                const bool is_link = entry->is_symlink(gone);
+                if (!is_link && entry->is_directory(gone)) {
+                    const auto left_out = std::find(left_out_.begin(), left_out_.end(), path);
+                    if (left_out == left_out_.end()) waiting.push_back(path);
+                } else if (UseOf(path) || IsOfSwitchKey(path)) {
+                    if (is_link) links_.push_back(path);
+                    if (!is_link && entry->is_regular_file(gone)) Read(path, std::nullopt);
+                }
             }
         }
+        std::sort(links_.begin(), links_.end());
     }
 
     // Files that property files import may have any name.
