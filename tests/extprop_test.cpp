@@ -285,6 +285,8 @@ TEST_F(ExtpropTest, BadInputIsOneLineAndNothingElse) {
             {"boot ''", "DEVICE is empty; see extprop boot --help"},
             {"matrix " + Sample("overlay") + " ''", "DEVICE is empty; see extprop matrix --help"},
             {device + " --html ''", "--html is empty; see extprop boot --help"},
+            {device + " --html= --quiet", "--html is empty; see extprop boot --help"},
+            {device + " --region= early", "--region is empty; see extprop boot --help"},
             {device + " --props ''", "the name of a file is empty"},
             {"boot " + Path("/none"), Path("/none") + ": No such file or directory"},
             {"boot " + file, file + ": neither an image nor a super partition, an update's payload "

@@ -172,7 +172,22 @@ std::string CommandLine::MismatchText(const std::string& error) const {
                                         : " is given more than once");
 }
 
+// Throws InputError for a word such as "--html=", after which CLI11 takes the next word for the
+// value, whatever that is.
+void CommandLine::RefuseEmptyValues(const std::vector<std::string>& words) const {
+    for (const std::string& word : words) {
+        if (word == "--") return;
+        if (!android::base::StartsWith(word, "--") || word.back() != '=') continue;
+        const std::string name = word.substr(0, word.size() - 1);
+        const CLI::Option* option = parser_->get_option_no_throw(name);
+        if (option != nullptr && option->get_items_expected_max() > 0) {
+            throw InputError(name + " is empty" + SeeHelp());
+        }
+    }
+}
+
 bool CommandLine::Parse(std::vector<std::string> words) {
+    RefuseEmptyValues(words);
     std::reverse(words.begin(), words.end());  // as CLI11 takes them
     try {
         parser_->parse(words);

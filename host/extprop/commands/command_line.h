@@ -31,6 +31,8 @@ class CommandLine {
                       bool one_at_least = false);
     static constexpr bool kOneAtLeast = true;
 
+    // Of all options with values, "--name=" without a value is an error.
+
     // An option without a value, which may be repeated. Of "--name=true", "--name=no" and the like
     // the last one counts; any other text after the "=" is an error.
     void AddFlag(const char* names, bool* value, const std::string& help);
@@ -88,6 +90,7 @@ class CommandLine {
     std::string SeeHelp() const;
 
     // Returns the message on the words that Parse did not expect.
+    void RefuseEmptyValues(const std::vector<std::string>& words) const;
     std::string UnexpectedText() const;
 
     // Returns the message on an option with too few or too many values, made of the parser's.
