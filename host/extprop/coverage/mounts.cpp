@@ -48,7 +48,9 @@ std::vector<Mount> FindMounts() {
             }
         }
         const std::string source = valueOf(info, known.source);
-        const auto target = RealPath(valueOf(info, kBindPoint, known.target), true);
+        const std::string point = valueOf(info, kBindPoint, known.target);
+        if (point.empty()) continue;
+        const auto target = RealPath(point, true);
         if (!android::base::StartsWith(source, "/") || !IsDirectory(source)) continue;
         if (target && *target != source) mounts.push_back({source, *target});
     }
