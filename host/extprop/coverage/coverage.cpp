@@ -300,7 +300,7 @@ bool Coverage::IsUnknown(const std::string& file) const {
         return failed_.count(WordsOf({candidate.variant, candidate.settings, {}}, false)) != 0;
     };
     const auto may_still_lead = [&](const Importer& importer) {
-        const bool is_cut = !importer.values.is_complete || boots_.size() >= kMostBoots;
+        const bool is_cut = imports_are_cut_ || !importer.values.is_complete;
         return is_cut && contexts_.count(importer.place) != 0;
     };
     // The survey's files are sorted by their paths.
@@ -309,7 +309,8 @@ bool Coverage::IsUnknown(const std::string& file) const {
             [](const UnloadedFile& one, const std::string& path) { return one.path < path; });
     if (unloaded == unloaded_.end() || unloaded->path != file) return false;
     const auto& [path, candidates, importers] = *unloaded;
-    return std::any_of(candidates.begin(), candidates.end(), fails) ||
+    return (places_are_cut_ && !candidates.empty()) ||
+           std::any_of(candidates.begin(), candidates.end(), fails) ||
            std::any_of(importers.begin(), importers.end(), may_still_lead);
 }
 
@@ -354,8 +355,11 @@ void Coverage::TrySteps(const Steps& before) {
 
 // Tries the variants to which the places belong with each step, the likeliest first.
 void Coverage::TryPlacesWithSteps(const Steps& before) {
-    for (size_t i = 0; HasUnloaded() && i < KnownSteps().size() && boots_.size() < kMostBoots;
-         ++i) {
+    for (size_t i = 0; HasUnloaded() && i < KnownSteps().size(); ++i) {
+        if (boots_.size() >= kMostBoots) {
+            places_are_cut_ = true;
+            return;
+        }
         std::vector<Addition> additions;
         for (const UnloadedFile& unloaded : unloaded_) {
             for (const Candidate& candidate : unloaded.candidates) {
@@ -455,7 +459,11 @@ void Coverage::TryShorter() {
 // the first that was not tried, until none is left.
 void Coverage::TryImports() {
     bool goes_on = true;
-    while (goes_on && HasUnloaded() && boots_.size() < kMostBoots) {
+    while (goes_on && HasUnloaded()) {
+        if (boots_.size() >= kMostBoots) {
+            imports_are_cut_ = true;
+            return;
+        }
         std::vector<Addition> next;
         for (const UnloadedFile& unloaded : unloaded_) {
             for (const Importer& importer : unloaded.importers) {

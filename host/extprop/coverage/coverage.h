@@ -63,7 +63,7 @@ class Coverage {
 
     // Returns whether it is unknown if a phone reads the file that no boot loads completely: its
     // place belongs to a variant in whose boot the library crashes or hangs, or an import that a
-    // boot loads may lead to it by more choices of values than were tried.
+    // boot loads may lead to it by more choices of values than were tried, or the search ended.
     bool IsUnknown(const std::string& file) const;
 
     // Returns the steps that load the whole file, without a filter; none if no boot did.
@@ -123,6 +123,9 @@ class Coverage {
     std::map<std::pair<std::string, int>, std::map<std::vector<std::string>, size_t>> contexts_;
     // By file, the steps that load it.
     std::map<std::string, std::set<std::string>> steps_of_;
+    // So many boots were made that places with steps, or imports, were left untried.
+    bool places_are_cut_ = false;
+    bool imports_are_cut_ = false;
     // A boot hung or reached a limit, and further ones would take as long.
     bool is_stopped_ = false;
 };
