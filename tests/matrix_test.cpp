@@ -239,6 +239,7 @@ TEST_F(MatrixTest, AnswersForWhom) {
             {whole + summary, ": the summary lists the variant 'as it is', whose line"},
             {replaced("\"text\":", "\"txt\":"), place},
             {replaced("\"shard\":null", R"("shard":{"number":0,"count":0})"), place},
+            {replaced("\"shard\":null", R"("shard":{"number":1e300,"count":1})"), place},
     };
     for (const auto& [content, error] : damaged) {
         const Output output = Run("matrix --merge " + Write("/damaged", content));

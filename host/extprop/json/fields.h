@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -29,8 +30,9 @@ json Write(const T& value) {
 
 // Reads the document into `*value`, which must be newly made. Moves strings out of the document,
 // which may be as large as a device's files. Ignores fields that the type does not list. Throws
-// json::exception if a field is missing or cannot be converted; checks neither that a list is an
-// array nor that a number is one of an enum's or fits its type.
+// json::exception if a field is missing or cannot be converted, std::out_of_range for a number that
+// is not whole where one is wanted; checks neither that a list is an array nor that a number is one
+// of an enum's or fits its type.
 template <typename T>
 void Read(json& document, T* value) {
     Json<T>::Read(document, value);
@@ -122,6 +124,11 @@ struct Json {
                                     std::move(node.mapped().template get_ref<std::string&>()));
             }
         } else if constexpr (kIsPlain<T>) {
+            constexpr bool kIsWhole = std::is_integral_v<T> && !std::is_same_v<T, bool>;
+            // A fraction or a number out of range may convert to anything.
+            if (kIsWhole && !document.is_number_integer()) {
+                throw std::out_of_range("not a whole number");
+            }
             document.get_to(*value);
         } else if constexpr (std::is_enum_v<T>) {
             *value = static_cast<T>(document.get<int>());
