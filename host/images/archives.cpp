@@ -125,6 +125,7 @@ void MemberTree::AddLink(std::string_view name, std::string_view existing) {
                              "', but no file before it has this name");
     }
     const Position position = PositionOf(name);
+    if (position.name.empty()) Refuse(name, "its name is no file's");
     Count(name.size());
     if (!members_[position.directory].names.emplace(position.name, *node).second) {
         Refuse(name, "there are two of this name");

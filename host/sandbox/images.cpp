@@ -59,8 +59,9 @@ std::unique_ptr<images::FileSystem> OpenedVolume(const OpenedFile& opened, size_
     return PartOf(std::move(files), root);
 }
 
-// Returns the path of the system's own directory in the image.
+// Returns the path of the system's own directory in the image, "" for one that could not be opened.
 std::string AboveSystem(const OpenedFile& opened, size_t volume) try {
+    if (opened.reader == nullptr) return "";
     const auto files = opened.Open(volume);
     return SystemIn(*files) == files->root() ? "" : std::string("/") + kSystem;
 } catch (const images::Damage&) {

@@ -103,6 +103,7 @@ void AddPropertyFile(const DeviceTree& tree, const FoundFile& place, FileUse use
     if (!tree.Read(file.path, kMostBytes, &file.content)) {
         findings->Add(kUnreadable, file.path,
                       std::string("this cannot be read: ") + strerror(errno));
+        file.content.clear();  // which may be a part of it
         return;
     }
     if (const size_t zero = file.content.find('\0'); zero != std::string::npos) {
