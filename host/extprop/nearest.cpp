@@ -39,6 +39,8 @@ size_t Distance(const std::string& a, const std::string& b) {
 }
 
 std::string Nearest(const std::string& word, const std::vector<std::string>& known, size_t most) {
+    constexpr size_t kLongest = 256;
+    if (word.size() > kLongest) return "";
     const std::string lower = LowerCase(word);
     std::string nearest;
     size_t least = most + 1;

@@ -13,7 +13,7 @@ namespace extprop {
 size_t Distance(const std::string& a, const std::string& b);
 
 // Returns the known word nearest to the given one, ignoring case, and of several the first. Returns
-// "" if more than `most` letters differ in all of them.
+// "" if more than `most` letters differ in all of them, or for a word of more than 256 bytes.
 std::string Nearest(const std::string& word, const std::vector<std::string>& known, size_t most);
 
 // Returns what to add to a message on an unknown word: the question whether the nearest one was

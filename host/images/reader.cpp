@@ -303,9 +303,10 @@ Contained Reader::Process::AskContained(Question question, uint32_t volume,
 std::string Reader::Process::HowItEnded() const {
     std::string ended = "the process that reads it ended";
     siginfo_t info = {};
-    if (Kernel(SYS_getpid) != starter_ || waitid(P_PID, pid_, &info, WEXITED | WNOWAIT) != 0) {
-        return ended;
-    }
+    if (Kernel(SYS_getpid) != starter_) return ended;
+    // It may live on and answer no more; one that is ending keeps its own status.
+    Kernel(SYS_kill, pid_, SIGKILL);
+    if (waitid(P_PID, pid_, &info, WEXITED | WNOWAIT) != 0) return ended;
     if (info.si_code == CLD_EXITED) {
         const std::string why = WhyNotServed(info.si_status);
         if (!why.empty()) throw std::runtime_error("images cannot be read: " + why);

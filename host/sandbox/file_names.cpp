@@ -62,7 +62,9 @@ bool TakeEnding(std::string_view ending, std::string* name) {
 std::optional<int> TakeNumber(std::string* name) {
     constexpr size_t kMostDigits = 4;
     size_t digits = 0;
-    while (digits < name->size() && isdigit((*name)[name->size() - digits - 1]) != 0) ++digits;
+    while (digits < name->size() &&
+           isdigit(static_cast<unsigned char>((*name)[name->size() - digits - 1])) != 0)
+        ++digits;
     if (digits == 0 || digits > kMostDigits) return std::nullopt;
     const int number = std::stoi(name->substr(name->size() - digits));
     name->resize(name->size() - digits);

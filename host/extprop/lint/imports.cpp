@@ -32,6 +32,9 @@ constexpr const Rule& kIdleFilter = RuleNamed("idle-filter");
 // How many choices of values are expanded.
 constexpr size_t kMostFollowed = 1000;
 
+// How many lines are compared with the filters of imports.
+constexpr size_t kMostCompared = 10'000'000;
+
 // The prefix of properties that the boot loader sets, so that no boot here shows their values.
 constexpr char kBootLoaders[] = "ro.boot.";
 
@@ -350,9 +353,10 @@ class ImportChecker {
     size_t phones_ = 0;
 };
 
-// Checks that some line of the imported files passes the import's filter.
+// Checks that some line of the imported files passes the import's filter. `*left` is how many lines
+// may still be compared with filters, since a device may have many of both; then there is no check.
 void CheckFilter(const PropertyFile& file, const PropertyLine& line,
-                 const std::vector<std::string>& targets, const PropertyFiles& files,
+                 const std::vector<std::string>& targets, const PropertyFiles& files, size_t* left,
                  Findings* findings) {
     if (line.value.empty() || targets.empty()) return;
     const std::string filter(line.value);
@@ -360,13 +364,20 @@ void CheckFilter(const PropertyFile& file, const PropertyLine& line,
     for (const std::string& path : targets) {
         const PropertyFile& target = files.at(path);
         if (!target.was_read) return;
+        if (*left == 0) return;
         for (const PropertyLine& candidate : PropertyLines(target.content, true)) {
+            if (*left == 0) return;
+            --*left;
             if (candidate.kind != PropertyLine::kProperty) continue;
             names.emplace_back(candidate.name);
             if (PassesFilter(names.back(), filter)) return;
         }
     }
-    const std::string near = Nearest(filter, names, std::max<size_t>(2, filter.size() / 8));
+    constexpr size_t kMostNames = 10'000;
+    const std::string near =
+            names.size() > kMostNames
+                    ? ""
+                    : Nearest(filter, names, std::max<size_t>(2, filter.size() / 8));
     findings->Add(
             kIdleFilter, file.path, line.number,
             QuotedShort(filter) +
@@ -384,12 +395,13 @@ void CheckImports(const DeviceTree& tree, const Coverage* coverage, PropertyFile
     for (const auto& [name, expanded] : expansions) targets[name] = FilesAt(tree, expanded.paths);
     ImportChecker checker(tree, coverage, *files, findings);
     ImportGraph graph;
+    size_t left = kMostCompared;
     for (const auto& [path, file] : *files) {
         for (const PropertyLine& line : file.lines) {
             if (line.kind != PropertyLine::kImport) continue;
             const std::string name(line.name);
             checker.Check(file, line, expansions.at(name));
-            CheckFilter(file, line, targets.at(name), *files, findings);
+            CheckFilter(file, line, targets.at(name), *files, &left, findings);
             graph[path].push_back({&line, &targets.at(name)});
         }
     }

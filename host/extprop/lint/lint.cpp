@@ -144,6 +144,7 @@ std::vector<Finding> Lint(const std::string& device, const sandbox::Options& opt
     device_files->CheckImages();
     if (const auto why = WhyNoDevice(tree)) {
         findings.Add(kNoDevice, "", *why);
+        if (notes != nullptr) *notes = device_files->Notes();
         return findings.Take({});
     }
     CheckKeyDirectories(places, &findings);

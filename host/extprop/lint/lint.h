@@ -56,8 +56,8 @@ struct LintReport {
 // Boots the phones that the device can become, and checks its property files, all that they import,
 // and its logos. Returns the findings, not yet grouped, in the order of files and lines; files that
 // cannot be read are findings, too, and that no boot succeeds. Puts what else the user should know
-// into `*notes`, unless the directory is no device's root, a finding that ends the checks.
-// Throws InputError if the directory or a comment that should allow findings cannot be used,
+// into `*notes`. That the directory is no device's root is a finding that ends the checks. Throws
+// InputError if the directory or a comment that should allow findings cannot be used,
 // std::runtime_error for a damaged image or too many files.
 std::vector<Finding> Lint(const std::string& device, const sandbox::Options& options = {},
                           std::vector<std::string>* notes = nullptr);
