@@ -204,7 +204,7 @@ std::vector<CoveredBoot> Coverage::BootsOf(std::vector<CoveredBoot> boots) {
                     return json();  // a what-if change could not be made
                 }
                 if (report.failure) return json(report.failure->timed_out || report.failure->limit);
-                json answer = {Write(report.record)};
+                json answer = json::array({Write(report.record)});
                 if (boots[number].is_phone) answer.push_back(Write(DeltaOf(options, &report)));
                 return answer;
             },
