@@ -250,7 +250,7 @@ TEST_F(LintTest, PartitionsAreKnownBehindLinksAndPackages) {
 
 TEST_F(LintTest, ImportsKeepFilesAliveAsFarAsTheyAreFollowed) {
     Write("/odm/build.prop",
-          "import /odm/etc/a.prop ro.*\nimport /odm/deep/${ro.dir}.prop\nimport /odm/etc/e.prop\n"
+          "import /odm/etc/a.prop ro.*\nimport /odm//deep/${ro.dir}.prop\nimport /odm/etc/e.prop\n"
           "import /my_regiom/g\n");
     Write("/my_regiom/g");  // no misspelt partition then
     Write("/my_regiom/build.prop");

@@ -57,7 +57,10 @@ ExitStatus RunCompare(const Command& command, const std::vector<std::string>& wo
     }
     if (status != kDone) return status;
     for (const std::string& pattern : comparison.unknown) {
-        PrintMessage("neither the phone nor the device's boot has '" + pattern + "'");
+        PrintMessage("neither the phone nor the device's boot has '" + pattern + "'" +
+                     (phone.only_persistent ? " among the persistent properties, all that " +
+                                                      phone_path + " holds"
+                                            : ""));
     }
     if (!comparison.unknown.empty()) return kBadInput;
     return comparison.is_alike() ? kDone : kFound;

@@ -44,7 +44,7 @@ struct Comparison {
     std::vector<ComparedProperty> differs, only_device, only_phone;
     PropertyMap same;  // without those given
     std::vector<OtherProperty> others;
-    std::vector<std::string> unknown;    // patterns that match nothing
+    std::vector<std::string> unknown;    // patterns that match no property that is compared
     std::optional<BootFailure> failure;  // if set, nothing was compared
 
     bool is_alike() const { return differs.empty() && only_device.empty() && only_phone.empty(); }

@@ -34,8 +34,9 @@ struct DeadPlace {
 };
 
 // Returns what no boot reads on the library's partitions, each place once, in the order of the
-// paths. The survey must be SurveyForDeadPlaces() of the same device. The coverage must not have
-// stopped early, since it is unknown then what no boot reads.
+// paths. Leaves out files for which Coverage::IsUnknown(), such as those of a variant in whose boot
+// the library crashes, and what these files import. The survey must be SurveyForDeadPlaces() of the
+// same device, and Coverage::is_stopped() false.
 std::vector<DeadPlace> DeadPlaces(const Survey& survey, const Coverage& coverage);
 
 // Surveys the device, with the lines that DeadPlaces() needs. `limit` and what it throws are those

@@ -53,6 +53,22 @@ bool Divide(std::string_view name, std::vector<Part>* parts) {
     return true;
 }
 
+// Returns the name in the form of a path: with a slash at its start and none doubled, as far as its
+// own text tells.
+std::string Simplified(const std::string& name) {
+    std::string simple = name.empty() || name[0] == '/' || name[0] == '$' ? "" : "/";
+    for (size_t i = 0; i < name.size(); ++i) {
+        if (name.compare(i, 2, "${") == 0) {
+            const size_t close = std::min(name.find('}', i), name.size() - 1);
+            simple.append(name, i, close + 1 - i);
+            i = close;
+        } else if (name[i] != '/' || simple.empty() || simple.back() != '/') {
+            simple += name[i];
+        }
+    }
+    return simple;
+}
+
 // Finds the values with which the parts of a name expand to a path.
 class LeadSearch {
   public:
@@ -185,9 +201,10 @@ std::string SyntaxFault(const std::string& name) {
     }
 }
 
-LeadingValues ValuesThatLead(const std::string& name, const std::string& path, size_t most,
+LeadingValues ValuesThatLead(const std::string& given, const std::string& path, size_t most,
                              size_t* steps) {
     constexpr size_t kMostSteps = 10'000;
+    const std::string name = Simplified(given);
     // Most names are decided by what they begin and end with.
     const size_t plain = std::min(name.find('$'), name.size());
     if (path.compare(0, plain, name, 0, plain) != 0) return {};

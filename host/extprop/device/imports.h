@@ -53,9 +53,9 @@ struct LeadingValues {
 };
 
 // Returns up to `most` choices for the name and path; none if there are none or the name is
-// malformed. There may be as many as the path's length to the power of the number of references,
-// so the search also ends after a number of steps, and where `*steps`, from which each step is
-// subtracted, is 0.
+// malformed. The path begins with a slash and doubles none; the name may do otherwise. There may be
+// as many choices as the path's length to the power of the number of references, so the search also
+// ends after a number of steps, and where `*steps`, from which each step is subtracted, is 0.
 LeadingValues ValuesThatLead(const std::string& name, const std::string& path, size_t most,
                              size_t* steps);
 

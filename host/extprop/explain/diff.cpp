@@ -9,7 +9,9 @@ std::optional<DifferenceSide> Side(const Report& report, const Tracer& tracer,
     auto value = report.properties.find(name);
     if (value == report.properties.end()) return std::nullopt;
     DifferenceSide side{value->second, std::nullopt};
-    if (const Origin* winner = tracer.Winner(name)) side.origin = *winner;
+    // A step that failed may have replaced a value that the report still has.
+    const Origin* winner = tracer.Winner(name);
+    if (winner != nullptr && winner->value == side.value) side.origin = *winner;
     return side;
 }
 
